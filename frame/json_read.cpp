@@ -1,0 +1,99 @@
+#include "frame/json_read.h"
+
+#include <cstring>
+#include <memory>
+
+#include <json/reader.h>
+
+namespace {
+
+constexpr int maxNesting = 500;  // below the reader's own limit, which it answers with an exception
+
+// Whether the reader can be given the text: it throws at deep nesting, and lets comments through in places.
+bool is_readable(const std::string& text)
+{
+    int depth = 0;
+    bool inText = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inText && '\\' == c) {
+            ++i;
+        } else if ('"' == c) {
+            inText = !inText;
+        } else if (!inText) {
+            depth += ('[' == c || '{' == c) ? 1 : (']' == c || '}' == c) ? -1 : 0;
+            if (depth > maxNesting || '/' == c) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+int read_int64(const Json::Value& jValue, int64_t* pValue)
+{
+    switch (jValue.type()) {
+        case Json::nullValue:
+        case Json::booleanValue:
+        case Json::intValue:
+            break;
+        case Json::uintValue:
+            if (!jValue.isInt64()) {
+                return -1;
+            }
+            break;
+        case Json::realValue:
+            // The library lets the double 2^63 through, which no int64_t can hold; NaN fails both comparisons.
+            if (!(jValue.asDouble() >= -0x1p63 && jValue.asDouble() < 0x1p63)) {
+                return -1;
+            }
+            break;
+        default:
+            return -1;
+    }
+    *pValue = jValue.asInt64();
+    return 0;
+}
+
+int read_int(const Json::Value& jValue, int* pValue)
+{
+    if (!jValue.isConvertibleTo(Json::intValue)) {
+        return -1;
+    }
+    *pValue = jValue.asInt();
+    return 0;
+}
+
+int read_text(const Json::Value& jValue, std::string* pText)
+{
+    if (!jValue.isConvertibleTo(Json::stringValue)) {
+        return -1;
+    }
+    *pText = jValue.asString();
+    return 0;
+}
+
+const Json::Value* find_member(const Json::Value& jValue, const char* szName)
+{
+    return jValue.isObject() ? jValue.find(szName, szName + strlen(szName)) : NULL;
+}
+
+int fromString(Json::Value& jValue, const std::string& text)
+{
+    jValue = Json::Value();
+    if (!is_readable(text)) {
+        return -1;
+    }
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder["strictRoot"] = false;  // a bare number is JSON too
+    builder["rejectDupKeys"] = false;
+    const std::unique_ptr<Json::CharReader> pReader(builder.newCharReader());
+    if (!pReader->parse(text.data(), text.data() + text.size(), &jValue, NULL)) {
+        jValue = Json::Value();
+        return -1;
+    }
+    return 0;
+}
