@@ -1,0 +1,101 @@
+#include "tree/node_decoration.h"
+
+#include <optional>
+
+#include "frame/failure_log.h"
+#include "frame/json_read.h"
+#include "platform/velq_zem.h"
+#include "tree/linked_policies.h"
+
+namespace {
+
+// Appends one delegate to the array, unless its extra information cannot be shown.
+int append_delegate(const _tag_velq_zem_delegate_* pDelegate, Json::Value& jDelegates)
+{
+    Json::Value jExtra;
+    int64_t userType = 0;
+    uint64_t ugid = 0;
+
+    fromString(jExtra, pDelegate->extraInfo.c_str());
+    if (0 > VELQZEMDelegateItemGetUserType(&userType, pDelegate)) {
+        log_failed_call("0 > VELQZEMDelegateItemGetUserType(&userType, pDelegate)");
+        return -1;
+    }
+    if (0 > VELQZEMDelegateItemGetUGID(&ugid, pDelegate)) {
+        log_failed_call("0 > VELQZEMDelegateItemGetUGID(&ugid, pDelegate)");
+        return -1;
+    }
+    if (!jExtra.isObject() || !jExtra.isMember("domainType") || !jExtra.isMember("domainName") ||
+        !jExtra.isMember("userNameCache")) {
+        log_access_denied(
+            "jExtra.empty() || !jExtra.isMember(\"domainType\") || !jExtra.isMember(\"domainName\") || "
+            "!jExtra.isMember(\"userNameCache\")");
+        return 0;
+    }
+    Json::Value& jEntry = jDelegates.append(Json::Value(Json::objectValue));
+    jEntry["user_type"] = Json::Value(userType);
+    jEntry["name"] = jExtra["userNameCache"];
+    jEntry["domainType"] = jExtra["domainType"];
+    jEntry["domainName"] = jExtra["domainName"];
+    jEntry["ugid"] = Json::Value(ugid);
+    return 0;
+}
+
+}  // namespace
+
+int add_info_to_node(Json::Value& jArray, Json::Value& jGpoArray)
+{
+    std::optional<PolicyIndex> index;
+
+    if (!jArray.isArray()) {
+        log_bad_parameter();
+        return -1;
+    }
+    for (Json::Value& jNode : jArray) {
+        if (0 > get_delegate_by_node(jNode)) {
+            log_failed_call("0 > get_delegate_by_node(jArray[i])");
+            return -1;
+        }
+        if (0 > get_gpo_info_by_node(jNode, jGpoArray, index)) {
+            log_failed_call("0 > get_gpo_info_by_node(jArray[i], jGpoArray)");
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int get_delegate_by_node(Json::Value& node)
+{
+    if (!node.isObject()) {
+        log_bad_parameter();
+        return -1;
+    }
+    int64_t id = 0;
+    int nodeType = 0;
+    if (0 > read_int64(node["id"], &id) || 0 > read_int(node["node_type"], &nodeType)) {
+        log_bad_parameter();
+        return -1;
+    }
+    _tag_velq_zem_delegate_* pDelegateHead = NULL;
+    int count = 0;
+    if (0 > VELQZEMDelegateListByTarget(id, nodeType, &pDelegateHead, &count)) {
+        log_failed_call("0 > VELQZEMDelegateListByTarget(id, (int)nodeType, &pDelegateHead, &count)");
+        return -1;
+    }
+    if (0 > VELQDelegateUpdateExtraInfoList(pDelegateHead, TRUE)) {
+        log_failed_call("0 > VELQDelegateUpdateExtraInfoList(pDelegateHead, TRUE)");
+        return -1;
+    }
+    // The list is the store's: it is not released here.
+    Json::Value jDelegates(Json::arrayValue);
+    for (const _tag_velq_zem_delegate_* pDelegate = pDelegateHead; NULL != pDelegate;
+         pDelegate = VELQZEMDelegateNext(pDelegate)) {
+        if (0 > append_delegate(pDelegate, jDelegates)) {
+            return -1;
+        }
+    }
+    if (!jDelegates.empty()) {
+        node["delegate"] = std::move(jDelegates);
+    }
+    return 0;
+}

@@ -1,0 +1,157 @@
+// A child is hung in source order, so it may be hung before its parent is: it then travels with it. An element that has
+// been hung stays in the source array with the marker, and nothing looks at it again: its current copy is found through
+// the top-level node above it.
+#include "tree/tree_assembly.h"
+
+#include <vector>
+
+#include "frame/failure_log.h"
+#include "frame/json_read.h"
+#include "platform/velq_zem.h"
+#include "tree/parent_lookup.h"
+
+namespace {
+
+bool is_same_node(Json::Value& jLeft, Json::Value& jRight)
+{
+    if (!jLeft.isObject() || !jRight.isObject()) {
+        return false;
+    }
+    int leftType = 0;
+    int rightType = 0;
+    if (0 > read_int(jLeft["node_type"], &leftType) || 0 > read_int(jRight["node_type"], &rightType)) {
+        return false;
+    }
+    int64_t leftId = 0;
+    int64_t rightId = 0;
+    if (leftType != rightType || 0 > read_int64(jLeft["id"], &leftId) || 0 > read_int64(jRight["id"], &rightId)) {
+        return false;
+    }
+    return leftId == rightId;
+}
+
+bool is_hung(const Json::Value& jNode)
+{
+    const Json::Value* pMarker = find_member(jNode, "find_parent");
+    return NULL != pMarker && !pMarker->isNull();
+}
+
+void remove_marker(Json::Value& jNode)
+{
+    if (jNode.isObject()) {
+        jNode.removeMember("find_parent");
+    }
+}
+
+Json::Value* search_parent(Json::Value& jDst, Json::Value& jChild)
+{
+    for (Json::Value& jTop : jDst) {
+        if (is_same_node(jChild, jTop) || is_hung(jTop)) {
+            continue;
+        }
+        Json::Value* pParent = FindJsonParent(jTop, jChild);
+        if (NULL != pParent) {
+            return pParent;
+        }
+    }
+    return NULL;
+}
+
+void hang_by_search(Json::Value& jSrc, Json::Value& jDst)
+{
+    for (Json::Value& jChild : jSrc) {
+        Json::Value* pParent = search_parent(jDst, jChild);
+        if (NULL == pParent) {
+            continue;
+        }
+        (*pParent)["children"].append(jChild);
+        jChild["find_parent"] = 1;
+    }
+}
+
+void collect_roots(Json::Value& jDst, Json::Value& jOut)
+{
+    jOut = Json::Value(Json::arrayValue);
+    for (Json::Value& jNode : jDst) {
+        if (!is_hung(jNode)) {
+            remove_marker(jNode);
+            jOut.append(std::move(jNode));
+        }
+    }
+}
+
+void append_orphans(Json::Value& jSrc, Json::Value& jDst)
+{
+    std::vector<Json::Value*> orphans;  // found first: both may be the same array
+    for (Json::Value& jNode : jSrc) {
+        if (NULL == find_member(jNode, "find_parent")) {
+            orphans.push_back(&jNode);
+        }
+    }
+    for (Json::Value* pjNode : orphans) {
+        jDst.append(std::move(*pjNode));
+    }
+    for (Json::Value& jNode : jDst) {
+        remove_marker(jNode);
+    }
+}
+
+}  // namespace
+
+int ConvertTreeJsonToParent(Json::Value* pjSrc, Json::Value* pjDst, Json::Value* pjOut)
+{
+    if (NULL == pjSrc || !pjSrc->isArray() || NULL == pjDst || !pjDst->isArray()) {
+        log_bad_parameter();
+        return -1;
+    }
+    if (0 > hang_by_lookup(*pjSrc, *pjDst)) {
+        hang_by_search(*pjSrc, *pjDst);
+    }
+    if (NULL != pjOut) {
+        collect_roots(*pjDst, *pjOut);
+    } else {
+        append_orphans(*pjSrc, *pjDst);
+    }
+    return 0;
+}
+
+Json::Value* FindJsonParent(Json::Value& jParent, Json::Value& jChild)
+{
+    if (!jParent.isObject() || !jChild.isObject()) {
+        log_bad_parameter();
+        return NULL;
+    }
+    Json::Value& jChildren = jParent["children"];
+    if (jChildren.isArray()) {
+        for (Json::Value& jNext : jChildren) {
+            Json::Value* pFound = FindJsonParent(jNext, jChild);
+            if (NULL != pFound) {
+                return pFound;
+            }
+        }
+    }
+    if (!IsJsonParentTypeMatch(jParent, jChild)) {
+        log_access_denied("!IsJsonParentTypeMatch(jParent, jChild)");
+        return NULL;
+    }
+    int64_t id = 0;
+    int64_t parentId = 0;
+    if (0 > read_int64(jParent["id"], &id) || 0 > read_int64(jChild["parent_id"], &parentId) || id != parentId) {
+        return NULL;
+    }
+    return jChildren.isNull() || jChildren.isArray() ? &jParent : NULL;
+}
+
+bool IsJsonParentTypeMatch(const Json::Value& jParent, const Json::Value& jChild)
+{
+    if (!jParent.isObject() || !jChild.isObject()) {
+        log_bad_parameter();
+        return false;
+    }
+    int parentType = VELQ_ZEM_TYPE_OU;
+    const Json::Value& jParentType = jChild["parent_type"];
+    if (!jParentType.isNull() && 0 > read_int(jParentType, &parentType)) {
+        return false;
+    }
+    return jParent["node_type"] == Json::Value(parentType);
+}
