@@ -1,0 +1,103 @@
+// The handler of "VELQ.ZEM.KXGroup" "create": one group, or several in one request.
+#include "frame/failure_log.h"
+#include "frame/group_permission.h"
+#include "frame/handler_frame.h"
+#include "frame/json_read.h"
+#include "include/webapi_zem_ou.h"
+#include "platform/velq_zem.h"
+
+namespace {
+
+constexpr int createMode = 1;
+
+// Collects the group records of the request into jRecords, an array.
+int read_records(VELQ::APIRequest& req, Json::Value& jRecords, bool* pIsMultiple)
+{
+    *pIsMultiple = req.HasParam("multiple_data");
+    if (*pIsMultiple) {
+        Json::Value jTmp = req.GetParam("multiple_data", Json::Value());
+        if (!jTmp.isArray()) {
+            log_failed_call("false == jTmp.isArray()");
+            return -1;
+        }
+        jRecords.swap(jTmp);
+        return 0;
+    }
+    Json::Value jTmp = VELQZEMOuHttpReqToJson(&req, createMode);
+    if (jTmp.isNull()) {
+        log_failed_call("true == jTmp.isNull()");
+        return -1;
+    }
+    jRecords.append(std::move(jTmp));
+    return 0;
+}
+
+int set_delegates(Json::Value& jRecord)
+{
+    int64_t id = 0;
+    if (0 > read_int64(jRecord["id"], &id) || 0 > VELQZEMDelegateOverrideListByTarget(id, VELQ_ZEM_TYPE_OU, jRecord)) {
+        log_failed_call(
+            "0 > VELQZEMDelegateOverrideListByTarget((long)multiple_data[i][\"id\"].asInt64(), VELQ_ZEM_TYPE_OU, "
+            "(multiple_data[i]))");
+        return -1;
+    }
+    return 0;
+}
+
+// Creates one group with its delegates; its identifier goes to *pNewId.
+int create_group(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t uid, Json::Value& jRecord,
+                 int64_t* pNewId)
+{
+    _tag_velq_zem_ou_ ou;
+
+    // A record that is not an object, before or after the store had it in its hands, could not take the "id" below.
+    if (!jRecord.isObject() || 0 > VELQZEMOuJsonToStruct(jRecord, &ou) || !jRecord.isObject()) {
+        log_failed_call("0 > VELQZEMOuJsonToStruct(multiple_data[i], &ou)");
+        return -1;
+    }
+    if (0 > check_group_permission(req, resp, uid, ou.parentId)) {
+        return -1;
+    }
+    if (0 > VELQZEMOuCreate(&ou)) {
+        log_failed_call("0 > VELQZEMOuCreate(&ou)");
+        return -1;
+    }
+    VELQZEMOuItemGetID(pNewId, &ou);
+    jRecord["id"] = Json::Value(*pNewId);
+    return set_delegates(jRecord);
+}
+
+int create_groups(VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t uid, Json::Value& jResult)
+{
+    Json::Value jRecords(Json::arrayValue);
+    Json::Value jIds(Json::arrayValue);
+    bool isMultiple = false;
+    int64_t newId = 0;
+
+    if (0 > read_records(req, jRecords, &isMultiple)) {
+        return -1;
+    }
+    for (Json::Value& jRecord : jRecords) {
+        if (0 > create_group(req, resp, uid, jRecord, &newId)) {
+            return -1;
+        }
+        jIds.append(Json::Value(newId));
+    }
+    jResult["ids"] = isMultiple ? jIds : jIds[0];
+    return 0;
+}
+
+}  // namespace
+
+void create_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
+{
+    Json::Value jResult;
+    uint32_t uid = 0;
+
+    if (0 > check_request(req, resp) || 0 > begin_request(*req, *resp, &uid)) {
+        return;
+    }
+    if (0 == create_groups(*req, *resp, uid, jResult)) {
+        resp->SetSuccess(jResult);
+    }
+}

@@ -1,0 +1,67 @@
+// The handler of "VELQ.ZEM.KXGroup" "delete": deletes one group, or several in one request.
+#include "frame/failure_log.h"
+#include "frame/group_permission.h"
+#include "frame/handler_frame.h"
+#include "frame/json_read.h"
+#include "include/webapi_zem_ou.h"
+#include "platform/velq_zem.h"
+
+namespace {
+
+// Collects the identifiers of the request into jIds, an array.
+int read_ids(const VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& jIds)
+{
+    if (!req.HasParam("node_id")) {
+        resp.SetError(101, Json::Value());
+        return -1;
+    }
+    Json::Value jTmp = req.GetParam("node_id", Json::Value());
+    if (jTmp.isArray()) {
+        jIds.swap(jTmp);
+    } else {
+        jIds.append(std::move(jTmp));
+    }
+    return 0;
+}
+
+int delete_group(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t uid, const Json::Value& jId)
+{
+    int64_t tmpID = 0;
+
+    if (0 > read_int64(jId, &tmpID)) {
+        log_bad_parameter();
+        resp.SetError(101, Json::Value());
+        return -1;
+    }
+    if (0 == tmpID) {
+        log_root_delete();
+        resp.SetError(101, Json::Value());
+        return -1;
+    }
+    if (0 > check_group_permission(req, resp, uid, tmpID)) {
+        return -1;
+    }
+    if (0 > VELQZEMOuDeleteAllByID(tmpID)) {
+        log_failed_call("0 > VELQZEMOuDeleteAllByID(tmpID)");
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+void delete_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
+{
+    Json::Value jIds(Json::arrayValue);
+    uint32_t uid = 0;
+
+    if (0 > check_request(req, resp) || 0 > begin_request(*req, *resp, &uid) || 0 > read_ids(*req, *resp, jIds)) {
+        return;
+    }
+    for (const Json::Value& jId : jIds) {
+        if (0 > delete_group(*req, *resp, uid, jId)) {
+            return;
+        }
+    }
+    resp->SetSuccess(Json::Value());
+}

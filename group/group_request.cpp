@@ -1,0 +1,71 @@
+// One group's request parameters as a group record.
+#include <string>
+
+#include "frame/failure_log.h"
+#include "include/webapi_zem_ou.h"
+#include "platform/velq_core.h"
+#include "platform/velq_zem.h"
+
+namespace {
+
+constexpr int invalidArgument = 0x0D00;  // the platform's code for it
+
+void copy_if_present(const VELQ::APIRequest& req, const std::string& name, Json::Value& jRecord)
+{
+    if (req.HasParam(name)) {
+        jRecord[name] = req.GetParam(name, Json::Value());
+    }
+}
+
+int refuse_null_request(int line = __builtin_LINE())
+{
+    log_invalid_argument("__null != req", line);
+    VLIBCErrSetEx(invalidArgument, szSourceOu, line);
+    return -1;
+}
+
+int request_to_record(const VELQ::APIRequest& req, bool isCreate, Json::Value& jRecord)
+{
+    // The console sends "id" with every create; the identifier itself travels as "node_id".
+    if (isCreate && !req.HasParam("id")) {
+        return -1;
+    }
+    jRecord["id"] = req.GetParam("node_id", Json::Value());
+    copy_if_present(req, "mtime", jRecord);
+
+    if (isCreate && !req.HasParam("name")) {
+        return -1;
+    }
+    jRecord["name"] = req.GetParam("name", Json::Value());
+    copy_if_present(req, "desc", jRecord);
+
+    if (isCreate && !req.HasParam("parent_id")) {
+        return -1;
+    }
+    jRecord["parent_id"] = req.GetParam("parent_id", Json::Value());
+    copy_if_present(req, "block_inheritance", jRecord);
+
+    // A value that the store refuses here it refuses again when the record is converted.
+    if (req.HasParam("linked_gpo")) {
+        VELQZEMHttpReqToJsonForLinkedGpo(req.GetParam("linked_gpo", Json::Value()), jRecord);
+    }
+    copy_if_present(req, "extra_info", jRecord);
+    copy_if_present(req, "delegate", jRecord);
+    return 0;
+}
+
+}  // namespace
+
+Json::Value VELQZEMOuHttpReqToJson(VELQ::APIRequest* req, int isCreate)
+{
+    Json::Value jRecord(Json::objectValue);
+
+    if (NULL == req) {
+        refuse_null_request();
+        return Json::Value();
+    }
+    if (0 > request_to_record(*req, 1 == isCreate, jRecord)) {
+        return Json::Value();
+    }
+    return jRecord;
+}

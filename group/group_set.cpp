@@ -1,0 +1,134 @@
+// The handler of "VELQ.ZEM.KXGroup" "set": changes one group, or several in one request.
+#include "frame/failure_log.h"
+#include "frame/group_permission.h"
+#include "frame/handler_frame.h"
+#include "frame/json_read.h"
+#include "include/webapi_zem_ou.h"
+#include "platform/velq_zem.h"
+
+namespace {
+
+constexpr int updateMode = 0;
+
+// Collects the group records of the request into jRecords, an array.
+int read_records(VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& jRecords)
+{
+    if (req.HasParam("multiple_data")) {
+        Json::Value jTmp = req.GetParam("multiple_data", Json::Value());
+        if (!jTmp.isArray()) {
+            resp.SetError(101, Json::Value());
+            return -1;
+        }
+        jRecords.swap(jTmp);
+        return 0;
+    }
+    Json::Value jTmp = VELQZEMOuHttpReqToJson(&req, updateMode);
+    if (jTmp.isNull()) {
+        resp.SetError(101, Json::Value());
+        return -1;
+    }
+    jRecords.append(std::move(jTmp));
+    return 0;
+}
+
+// Reads the record's "id"; one that is no signed 64-bit integer is answered with error 101.
+int read_id(const Json::Value& jRecord, VELQ::APIResponse& resp, int64_t* pId)
+{
+    const Json::Value* pjId = find_member(jRecord, "id");
+    if (NULL == pjId || 0 > read_int64(*pjId, pId)) {
+        log_bad_parameter();
+        resp.SetError(101, Json::Value());
+        return -1;
+    }
+    return 0;
+}
+
+// Loads the group, lays the record over it and writes it back.
+int store_group(int64_t tmpID, Json::Value& jRecord, _tag_velq_zem_ou_* pOu)
+{
+    if (0 > VELQZEMOuGet(tmpID, pOu)) {
+        log_failed_call("0 > VELQZEMOuGet(tmpID, pOu)");
+        return -1;
+    }
+    if (0 > VELQZEMOuJsonToStruct(jRecord, pOu)) {
+        log_failed_call("0 > VELQZEMOuJsonToStruct(multiple_data[i], pOu)");
+        return -1;
+    }
+    if (0 > VELQZEMOuSet(pOu)) {
+        log_failed_call("0 > VELQZEMOuSet(pOu)");
+        return -1;
+    }
+    return 0;
+}
+
+// Sets the delegates that the record carries. Its "id" is read anew: the store has had the record in its hands.
+int set_delegates(Json::Value& jRecord, VELQ::APIResponse& resp)
+{
+    int64_t id = 0;
+    if (NULL == find_member(jRecord, "delegate")) {
+        return 0;
+    }
+    if (0 > read_id(jRecord, resp, &id)) {
+        return -1;
+    }
+    if (0 > VELQZEMDelegateSetListByTarget(id, VELQ_ZEM_TYPE_OU, jRecord)) {
+        log_failed_call(
+            "0 > VELQZEMDelegateSetListByTarget((long)multiple_data[i][\"id\"].asInt64(), VELQ_ZEM_TYPE_OU, "
+            "(multiple_data[i]))");
+        return -1;
+    }
+    return 0;
+}
+
+int set_group(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t uid, Json::Value& jRecord,
+              _tag_velq_zem_ou_* pOu)
+{
+    int64_t tmpID = 0;
+
+    if (NULL == find_member(jRecord, "id")) {
+        log_failed_call("false == multiple_data[i].isMember(\"id\")");
+        return -1;
+    }
+    if (0 > read_id(jRecord, resp, &tmpID) || 0 > check_group_permission(req, resp, uid, tmpID) ||
+        0 > store_group(tmpID, jRecord, pOu) || 0 > set_delegates(jRecord, resp)) {
+        return -1;
+    }
+    // The group is changed by now: servers that hear of it late are no reason to answer an error.
+    if (0 > VELQZEMGpoNotifyFetch(uid, VELQ_ZEM_TYPE_OU, tmpID)) {
+        log_notify_failed(uid, tmpID);
+    }
+    return 0;
+}
+
+int set_groups(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t uid, Json::Value& jRecords,
+               _tag_velq_zem_ou_* pOu)
+{
+    for (Json::Value& jRecord : jRecords) {
+        if (0 > set_group(req, resp, uid, jRecord, pOu)) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+void set_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
+{
+    Json::Value jRecords(Json::arrayValue);
+    uint32_t uid = 0;
+
+    if (0 > check_request(req, resp) || 0 > begin_request(*req, *resp, &uid) ||
+        0 > read_records(*req, *resp, jRecords)) {
+        return;
+    }
+    _tag_velq_zem_ou_* pOu = VELQZEMOuAlloc();
+    if (NULL == pOu) {
+        log_failed_call("NULL == (pOu = VELQZEMOuAlloc())");
+        return;
+    }
+    if (0 == set_groups(*req, *resp, uid, jRecords, pOu)) {
+        resp->SetSuccess(Json::Value());
+    }
+    VELQZEMOuFree(pOu);
+}
