@@ -1,0 +1,292 @@
+// Group create, set, delete, the request conversion, and the one-level listing.
+#include <algorithm>
+#include <cerrno>
+
+#include "include/webapi_zem_ou.h"
+#include "tests/fake_platform.h"
+
+using namespace fake;
+
+namespace {
+
+typedef std::vector<std::string> Lines;
+
+const std::string noPermission = "3 webapi_zem_ou.cpp:L No permission for normal user [bob] on group [";
+const std::string storeReason = "]. [0x0D01 store.cpp:77]";
+const std::string rootLine = "3 webapi_zem_ou.cpp:L Deleting ROOT OU is not allowed.";
+const std::string overrideText =
+    "0 > VELQZEMDelegateOverrideListByTarget((long)multiple_data[i][\"id\"].asInt64(), VELQ_ZEM_TYPE_OU, "
+    "(multiple_data[i]))";
+const std::string setListText =
+    "0 > VELQZEMDelegateSetListByTarget((long)multiple_data[i][\"id\"].asInt64(), VELQ_ZEM_TYPE_OU, "
+    "(multiple_data[i]))";
+const std::string jsonToStructText = "0 > VELQZEMOuJsonToStruct(multiple_data[i], &ou)";
+const std::string missingId = "false == multiple_data[i].isMember(\"id\")";
+
+// What the handlers ask of the store: the calls without those to the request.
+Lines storeCalls()
+{
+    Lines calls;
+    for (const std::string& name : platform.calls) {
+        if (name.rfind("HasParam", 0) != 0 && name.rfind("GetParam", 0) != 0 && name != "GetLoginUID") {
+            calls.push_back(name);
+        }
+    }
+    return calls;
+}
+
+void groups()
+{
+    reset();
+    for (int64_t id : {0, 3, 4, 7}) {
+        platform.groups[id] = json("{'name':'g','parent_id':0}");
+        platform.groups[id]["id"] = Json::Value(id);
+    }
+    platform.mayManage[7] = false;
+}
+
+TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented)
+{
+    const Lines none;
+    const struct {
+        Handler handler;
+        const char* szParams;
+        std::string result;
+        Lines logs;
+        Lines calls;  // after "SetError 117"
+    } cases[] = {
+        {delete_v1, "{}", "error 101", none, {"SetError 101"}},
+        {delete_v1, "{'node_id':[]}", "ok null", none, {"SetSuccess"}},
+        {delete_v1, "{'node_id':3}", "ok null", none, {"OuCanManagedByUid 1000 3", "OuDeleteAllByID 3", "SetSuccess"}},
+        {delete_v1,
+         "{'node_id':[3,0,4]}",
+         "error 101",
+         {rootLine},
+         {"OuCanManagedByUid 1000 3", "OuDeleteAllByID 3", "SetError 101"}},
+        {delete_v1, "{'node_id':null}", "error 101", {rootLine}, {"SetError 101"}},
+        {delete_v1,
+         "{'node_id':[3,7,4]}",
+         "error 414",
+         {noPermission + "7" + storeReason},
+         {"OuCanManagedByUid 1000 3", "OuDeleteAllByID 3", "OuCanManagedByUid 1000 7", "SetError 414", "ErrorGetLine",
+          "ErrorGetFile", "ErrGet", "GetLoginUserName"}},
+        {delete_v1,
+         "{'node_id':-5}",
+         "ok null",
+         none,
+         {"OuCanManagedByUid 1000 -5", "OuDeleteAllByID -5", "SetSuccess"}},
+        {delete_v1, "{'node_id':'3'}", "error 101", {badParameter(0)}, {"SetError 101"}},
+        {delete_v1, "{'node_id':18446744073709551615}", "error 101", {badParameter(0)}, {"SetError 101"}},
+        {delete_v1, "{'node_id':{'id':3}}", "error 101", {badParameter(0)}, {"SetError 101"}},
+        {delete_v1,
+         "{'node_id':[3,[4]]}",
+         "error 101",
+         {badParameter(0)},
+         {"OuCanManagedByUid 1000 3", "OuDeleteAllByID 3", "SetError 101"}},
+
+        {create_v1, "{'multiple_data':[]}", "ok {'ids':[]}", none, {"SetSuccess"}},
+        {create_v1, "{'multiple_data':{}}", "error 117", {failedCall("false == jTmp.isArray()", 0)}, {}},
+        {create_v1,
+         "{'node_id':1,'name':'x','parent_id':0}",
+         "error 117",
+         {failedCall("true == jTmp.isNull()", 0)},
+         {}},
+        {create_v1, "{'id':1,'parent_id':0}", "error 117", {failedCall("true == jTmp.isNull()", 0)}, {}},
+        {create_v1, "{'id':1,'name':'x'}", "error 117", {failedCall("true == jTmp.isNull()", 0)}, {}},
+        {create_v1,
+         "{'id':1,'name':'x','parent_id':3}",
+         "ok {'ids':100}",
+         none,
+         {"OuJsonToStruct", "OuCanManagedByUid 1000 3", "OuCreate", "OuItemGetID", "DelegateOverrideListByTarget 2 100",
+          "SetSuccess"}},
+        {create_v1,
+         "{'multiple_data':[{'parent_id':3},{'parent_id':4}],'id':0}",
+         "ok {'ids':[100,101]}",
+         none,
+         {"OuJsonToStruct", "OuCanManagedByUid 1000 3", "OuCreate", "OuItemGetID", "DelegateOverrideListByTarget 2 100",
+          "OuJsonToStruct", "OuCanManagedByUid 1000 4", "OuCreate", "OuItemGetID", "DelegateOverrideListByTarget 2 101",
+          "SetSuccess"}},
+        {create_v1,
+         "{'multiple_data':[{'parent_id':3},{'parent_id':7},{'parent_id':4}]}",
+         "error 414",
+         {noPermission + "7" + storeReason},
+         {"OuJsonToStruct", "OuCanManagedByUid 1000 3", "OuCreate", "OuItemGetID", "DelegateOverrideListByTarget 2 100",
+          "OuJsonToStruct", "OuCanManagedByUid 1000 7", "SetError 414", "ErrorGetLine", "ErrorGetFile", "ErrGet",
+          "GetLoginUserName"}},
+        {create_v1, "{'multiple_data':[null]}", "error 117", {failedCall(jsonToStructText, 0)}, {}},
+        {create_v1, "{'multiple_data':[[]]}", "error 117", {failedCall(jsonToStructText, 0)}, {}},
+
+        {set_v1, "{'multiple_data':[]}", "ok null", none, {"OuAlloc", "SetSuccess", "OuFree"}},
+        {set_v1, "{'multiple_data':{}}", "error 101", none, {"SetError 101"}},
+        {set_v1,
+         "{'node_id':3,'name':'x'}",
+         "ok null",
+         none,
+         {"OuAlloc", "OuCanManagedByUid 1000 3", "OuGet 3", "OuJsonToStruct", "OuSet", "GpoNotifyFetch 1000 2 3",
+          "SetSuccess", "OuFree"}},
+        {set_v1,
+         "{'multiple_data':[{'id':3,'delegate':[{'ugid':5}]},{'id':7},{'id':4}]}",
+         "error 414",
+         {noPermission + "7" + storeReason},
+         {"OuAlloc", "OuCanManagedByUid 1000 3", "OuGet 3", "OuJsonToStruct", "OuSet", "DelegateSetListByTarget 2 3",
+          "GpoNotifyFetch 1000 2 3", "OuCanManagedByUid 1000 7", "SetError 414", "ErrorGetLine", "ErrorGetFile",
+          "ErrGet", "GetLoginUserName", "OuFree"}},
+        {set_v1, "{'multiple_data':[{'name':'x'}]}", "error 117", {failedCall(missingId, 0)}, {"OuAlloc", "OuFree"}},
+        {set_v1, "{'multiple_data':['x']}", "error 117", {failedCall(missingId, 0)}, {"OuAlloc", "OuFree"}},
+        {set_v1,
+         "{'multiple_data':[{'id':'3'}]}",
+         "error 101",
+         {badParameter(0)},
+         {"OuAlloc", "SetError 101", "OuFree"}},
+        {set_v1, "{'node_id':1e300}", "error 101", {badParameter(0)}, {"OuAlloc", "SetError 101", "OuFree"}},
+    };
+    for (const auto& c : cases) {
+        groups();
+        EXPECT_EQ(call(c.handler, json(c.szParams)), c.result) << c.szParams;
+        EXPECT_EQ(platform.logs, c.logs) << c.szParams;
+        Lines calls = {"SetError 117"};
+        calls.insert(calls.end(), c.calls.begin(), c.calls.end());
+        EXPECT_EQ(storeCalls(), calls) << c.szParams;
+    }
+}
+
+TEST(GroupHandlers, surviveARecordThatTheStoreSpoils)
+{
+    groups();
+    platform.onJsonToStruct = [](Json::Value& jRecord) { jRecord = "spoiled"; };
+    EXPECT_EQ(call(create_v1, json("{'multiple_data':[{}]}")), "error 117");
+    EXPECT_EQ(platform.logs, Lines{failedCall(jsonToStructText, 0)});
+    groups();
+    platform.onJsonToStruct = [](Json::Value& jRecord) { jRecord["id"] = "spoiled"; };
+    EXPECT_EQ(call(set_v1, json("{'multiple_data':[{'id':3,'delegate':[]}]}")), "error 101");
+    EXPECT_EQ(platform.logs, Lines{badParameter(0)});
+}
+
+TEST(GroupRequest, copiesTheParametersThatItKnows)
+{
+    const struct {
+        int isCreate;
+        const char* szParams;
+        const char* szRecord;
+    } cases[] = {
+        {0, "{}", "{'id':null,'name':null,'parent_id':null}"},
+        {2, "{'desc':[1],'id':9,'other':1}", "{'id':null,'name':null,'parent_id':null,'desc':[1]}"},
+        {1, "{'id':0,'name':'n','parent_id':3}", "{'id':null,'name':'n','parent_id':3}"},
+        {1,
+         "{'id':0,'node_id':'5','name':1,'parent_id':{},'mtime':2,'block_inheritance':true,'linked_gpo':[4],"
+         "'extra_info':{'a':1},'delegate':null,'desc':''}",
+         "{'id':'5','name':1,'parent_id':{},'mtime':2,'block_inheritance':true,'linked_gpo':[4],'extra_info':{'a':1},"
+         "'delegate':null,'desc':''}"},
+    };
+    for (const auto& c : cases) {
+        reset();
+        VELQ::APIRequest request(1000, "bob", json(c.szParams));
+        EXPECT_EQ(VELQZEMOuHttpReqToJson(&request, c.isCreate), json(c.szRecord));
+        EXPECT_TRUE(platform.logs.empty());
+    }
+    EXPECT_TRUE(VELQZEMOuHttpReqToJson(nullptr, 0).isNull());
+    EXPECT_EQ(platform.logs, Lines{"3 webapi_zem_ou.cpp:L Invaild Argument (__null != req)=[0]\n"});
+    EXPECT_EQ(VLIBCErrGet(), 0x0D00);
+    EXPECT_STREQ(VLIBCErrorGetFile(), "webapi_zem_ou.cpp");
+    EXPECT_GT(VLIBCErrorGetLine(), 0);
+}
+
+TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage)
+{
+    reset();
+    platform.listedGroups = json("[{'id':2},{'id':1}]");
+    EXPECT_EQ(call(list_one_level_v1, json("{'offset':'5','limit':2,'sort_by':null,'sort_direction':true,'ugid':7.5,"
+                                           "'user_type':8,'other':[]}")),
+              "ok {'count':2,'objects':[{'id':2},{'id':1}],'offset':'5','total':0}");
+    EXPECT_EQ(platform.hash, (std::map<std::string, std::string>{{"offset", "5"},
+                                                                 {"limit", "2"},
+                                                                 {"sort_by", ""},
+                                                                 {"sort_direction", "true"},
+                                                                 {"ugid", "7.5"},
+                                                                 {"user_type", "8"}}));
+    EXPECT_EQ(storeCalls(), (Lines{"HashAlloc 512", "HashSetValue offset", "HashSetValue limit", "HashSetValue sort_by",
+                                   "HashSetValue sort_direction", "HashSetValue ugid", "HashSetValue user_type",
+                                   "ListOneLevelByUidHash", "OuStructToJson", "OuStructToJson", "SetSuccess",
+                                   "OuListFree", "HashFree"}));
+    reset();
+    EXPECT_EQ(call(list_one_level_v1, Json::Value(Json::objectValue)),
+              "ok {'count':0,'objects':[],'offset':null,'total':0}");
+    EXPECT_EQ(storeCalls(), (Lines{"HashAlloc 512", "ListOneLevelByUidHash", "SetSuccess", "HashFree"}));
+    reset();
+    EXPECT_EQ(call(list_one_level_v1, json("{'ugid':{}}")), "error 500");
+    EXPECT_EQ(storeCalls(), (Lines{"HashAlloc 512", "SetError 117", "SetError 500", "HashFree"}));
+}
+
+TEST(GroupHandlers, surviveEveryFailureOfThePlatform)
+{
+    const auto quiet = [](int) { return Lines(); };
+    const auto failed = [](const std::string& expr) {
+        return [expr](int err) { return Lines{failedCall(expr, err)}; };
+    };
+    const auto denied = [](const std::string& expr) {
+        return [expr](int err) { return err == EACCES ? Lines{accessDenied(expr)} : Lines(); };
+    };
+    const auto refused = [](int) {
+        const std::string call = *std::find_if(platform.calls.rbegin(), platform.calls.rend(), [](const auto& name) {
+            return name.rfind("OuCanManagedByUid", 0) == 0;
+        });
+        return Lines{noPermission + call.substr(call.rfind(' ') + 1) + storeReason};
+    };
+    const struct {
+        Handler handler;
+        const char* szParams;
+        std::map<std::string, Outcome> expected;
+    } scenarios[] = {
+        {delete_v1,
+         "{'node_id':[3,4]}",
+         {{"OuCanManagedByUid", {"error 414", refused}},
+          {"OuDeleteAllByID", {"error 117", failed("0 > VELQZEMOuDeleteAllByID(tmpID)")}}}},
+        {create_v1,
+         "{'multiple_data':[{'parent_id':3}]}",
+         {{"OuItemGetID", {"ok {'ids':[0]}", quiet}},  // its result is not looked at
+          {"OuJsonToStruct", {"error 117", failed(jsonToStructText)}},
+          {"OuCanManagedByUid", {"error 414", refused}},
+          {"OuCreate", {"error 117", failed("0 > VELQZEMOuCreate(&ou)")}},
+          {"DelegateOverrideListByTarget", {"error 117", failed(overrideText)}}}},
+        {create_v1,
+         "{'id':1,'name':'x','parent_id':0,'linked_gpo':[]}",
+         {{"HttpReqToJsonForLinkedGpo", {"", quiet}},
+          {"OuJsonToStruct", {"error 117", failed(jsonToStructText)}},
+          {"OuCanManagedByUid", {"error 414", refused}},
+          {"OuCreate", {"error 117", failed("0 > VELQZEMOuCreate(&ou)")}},
+          {"OuItemGetID", {"ok {'ids':0}", quiet}},
+          {"DelegateOverrideListByTarget", {"error 117", failed(overrideText)}}}},
+        {set_v1,
+         "{'multiple_data':[{'id':3,'delegate':[]},{'id':4}]}",
+         {{"OuAlloc", {"error 117", failed("NULL == (pOu = VELQZEMOuAlloc())")}},
+          {"OuCanManagedByUid", {"error 414", refused}},
+          {"OuGet", {"error 117", failed("0 > VELQZEMOuGet(tmpID, pOu)")}},
+          {"OuJsonToStruct", {"error 117", failed("0 > VELQZEMOuJsonToStruct(multiple_data[i], pOu)")}},
+          {"OuSet", {"error 117", failed("0 > VELQZEMOuSet(pOu)")}},
+          {"DelegateSetListByTarget", {"error 117", failed(setListText)}},
+          {"GpoNotifyFetch",
+           {"",
+            [](int) {
+                return Lines{"3 webapi_zem_ou.cpp:L fail to VELQZEMGpoNotifyFetch uid=1000 id=" +
+                             std::string(platform.fallible.size() > 7 && platform.failFirst < 8 ? "3" : "4")};
+            }}}}},
+        {list_one_level_v1,
+         "{'offset':0,'ugid':1}",
+         {{"HashAlloc", {"error 500", mallocHash}},
+          {"HashSetValue", {"error 500", quiet}},
+          {"ListOneLevelByUidHash",
+           {"error 500", denied("0 > VELQZEMListOneLevelByUidHash(pHash, &pHead, NULL, NULL)")}},
+          {"OuStructToJson", {"error 500", quiet}}}},
+    };
+    for (const auto& scenario : scenarios) {
+        SCOPED_TRACE(scenario.szParams);
+        const auto prepare = [&] {
+            groups();
+            platform.listedGroups = json("[{'id':2},{'id':1}]");
+        };
+        sweep(
+            prepare, [&] { return call(scenario.handler, json(scenario.szParams)); }, scenario.expected);
+    }
+}
+
+}  // namespace

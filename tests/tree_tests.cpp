@@ -1,0 +1,485 @@
+// The tree: nesting, display members, decoration, and the handler as a whole.
+#include <algorithm>
+#include <cerrno>
+#include <numeric>
+#include <random>
+
+#include "include/webapi_zem_ou.h"
+#include "tests/fake_platform.h"
+#include "tree/linked_policies.h"
+#include "tree/node_decoration.h"
+#include "tree/node_postprocess.h"
+#include "tree/tree_assembly.h"
+#include "tree/tree_fetch.h"
+
+using namespace fake;
+
+namespace {
+
+// A tree as "type.id[children]" for each node; for an odd element "?".
+std::string shape(const Json::Value& jNodes)
+{
+    std::string text;
+    for (const Json::Value& jNode : jNodes) {
+        text += text.empty() ? "" : " ";
+        if (!jNode.isObject()) {
+            text += "?";
+            continue;
+        }
+        EXPECT_FALSE(jNode.isMember("find_parent"));
+        text += (jNode["node_type"].isInt() ? jNode["node_type"].asString() : "-") + "." +
+                (jNode["id"].isArray() ? "-" : jNode["id"].asString());
+        if (jNode["children"].isArray()) {
+            text += "[" + shape(jNode["children"]) + "]";
+        }
+    }
+    return text;
+}
+
+std::string nest(Json::Value jOu, Json::Value jKx)
+{
+    Json::Value jData(Json::arrayValue);
+    EXPECT_EQ(ConvertTreeJsonToParent(&jOu, &jOu, &jData), 0);
+    EXPECT_EQ(ConvertTreeJsonToParent(&jKx, &jData, NULL), 0);
+    return shape(jData);
+}
+
+TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames)
+{
+    const struct {
+        const char* szGroups;  // each [id, parent] or a whole node
+        const char* szServers;
+        const char* szTree;
+    } cases[] = {
+        {"[]", "[]", ""},
+        {"[[1,0],[2,1],[3,2]]", "[]", "2.1[2.2[2.3]]"},
+        {"[[3,2],[2,1],[1,0]]", "[]", "2.1[2.2[2.3]]"},
+        {"[[2,1],[3,2],[1,0],[4,1]]", "[[9,3],[8,1]]", "2.1[2.2[2.3[3.9]] 2.4 3.8]"},
+        {"[[5,5],[1,0]]", "[]", "2.5 2.1"},
+        {"[[1,3],[2,1],[3,2],[4,1]]", "[]", "2.3[2.1[2.2 2.4]]"},  // a cycle opens at its last node
+        {"[[1,7]]", "[[1,7],[2,1],[3,8]]", "2.1[3.2] 3.1 3.3"},
+        {"[[0,9],[1,0]]", "[{'node_type':3,'id':4}]", "2.0[2.1 3.4]"},
+        {"[[1,0],{'node_type':2,'id':2,'parent_id':1,'parent_type':null}]", "[]", "2.1[2.2]"},
+        {"[[1,0],{'node_type':2,'id':2,'parent_id':1,'parent_type':3}]", "[]", "2.1 2.2"},
+        {"[[1,0],{'node_type':2,'id':2,'parent_id':1,'parent_type':'x'}]", "[]", "2.1 2.2"},
+        {"[[1,0],{'node_type':2,'id':2,'parent_id':'1'}]", "[]", "2.1 2.2"},
+        {"[{'node_type':'2','id':1,'parent_id':0},[2,1]]", "[]", "-.1 2.2"},
+        {"[{'node_type':2,'id':[],'parent_id':2},[2,0],[3,0]]", "[]", "2.2[2.-] 2.3"},
+        {"[{'node_type':2.0,'id':1,'parent_id':0},[2,1]]", "[]", "2.0.1 2.2"},  // not a signed integer: no parent
+        {"[{'node_type':2,'id':1,'parent_id':0,'children':'x'},[2,1]]", "[]", "2.1 2.2"},
+        {"[{'node_type':2,'id':1,'parent_id':0,'children':[{'node_type':2,'id':7}]},[2,7]]", "[]", "2.1[2.7[2.2]]"},
+        {"[null,7,[1,0],[2,1]]", "[null]", "? ? 2.1[2.2] ?"},
+        {"[[1,0],[1,0],[2,1]]", "[]", "2.1[2.2] 2.1"},
+        {"[[1,0]]", "[[1,1],{'node_type':4,'id':2,'parent_type':3,'parent_id':1}]", "2.1[3.1[4.2]]"},
+        {"[[1,0]]", "[{'node_type':4,'id':2,'parent_type':3,'parent_id':1},[1,1]]", "2.1[3.1] 4.2"},
+    };
+    for (const auto& c : cases) {
+        Json::Value jLists[] = {json(c.szGroups), json(c.szServers)};
+        for (int kind : {2, 3}) {
+            for (Json::Value& jNode : jLists[kind - 2]) {
+                if (jNode.isArray()) {
+                    Json::Value jFull;
+                    jFull["node_type"] = kind;
+                    jFull["id"] = jNode[0];
+                    jFull["parent_id"] = jNode[1];
+                    jNode = jFull;
+                }
+            }
+        }
+        for (const int err : {0, EACCES}) {
+            reset();
+            errno = err;
+            EXPECT_EQ(nest(jLists[0], jLists[1]), c.szTree) << c.szGroups << c.szServers << err;
+        }
+    }
+}
+
+TEST(Assembly, marksTheSourceAndRefusesWhatIsNoArray)
+{
+    reset();
+    Json::Value jOu = json("[{'node_type':2,'id':2,'parent_id':1},{'node_type':2,'id':1,'parent_id':0}]");
+    Json::Value jData = "anything";
+    Json::Value jBad(Json::objectValue);
+    EXPECT_EQ(ConvertTreeJsonToParent(&jOu, &jOu, &jData), 0);
+    EXPECT_EQ(jOu[0]["find_parent"], 1);
+    for (const auto& [src, dst] :
+         {std::pair<Json::Value*, Json::Value*>(NULL, &jData), {&jBad, &jData}, {&jData, NULL}, {&jData, &jBad}}) {
+        platform.logs.clear();
+        EXPECT_EQ(ConvertTreeJsonToParent(src, dst, &jOu), -1);
+        EXPECT_EQ(platform.logs, std::vector<std::string>{badParameter(0)});
+    }
+    EXPECT_EQ(shape(jData), "2.1[2.2]");
+}
+
+TEST(Assembly, logsKindMismatchesAndOddNodesAsTheSearchMeetsThem)
+{
+    reset();
+    Json::Value jOu = json("[{'node_type':2,'id':1,'parent_id':0},5]");
+    Json::Value jKx = json("[{'node_type':3,'id':1,'parent_id':1,'parent_type':4}]");
+    errno = EACCES;
+    EXPECT_EQ(nest(jOu, jKx), "2.1 ? 3.1");
+    const std::string mismatch = accessDenied("!IsJsonParentTypeMatch(jParent, jChild)");
+    EXPECT_EQ(platform.logs, (std::vector<std::string>{badParameter(EACCES), badParameter(EACCES), badParameter(EACCES),
+                                                       mismatch, badParameter(EACCES)}));
+    platform.logs.clear();
+    EXPECT_FALSE(IsJsonParentTypeMatch(jOu[0], jOu[1]));
+    EXPECT_EQ(platform.logs, std::vector<std::string>{badParameter(EACCES)});
+}
+
+// Without the null "children", which only the search node by node leaves.
+Json::Value bare(Json::Value jNodes)
+{
+    for (Json::Value& jNode : jNodes) {
+        if (!jNode.isObject()) {
+            continue;
+        }
+        if (jNode["children"].isNull()) {
+            jNode.removeMember("children");
+        } else {
+            jNode["children"] = bare(jNode["children"]);
+        }
+    }
+    return jNodes;
+}
+
+// A random array of nodes of one kind; oddness: how often, in a thousand, a member is not what it should be.
+Json::Value randomNodes(std::mt19937& random, int kind, unsigned oddness)
+{
+    const auto pick = [&](unsigned count) { return static_cast<int>(random() % count); };
+    const Json::Value jOdd[] = {Json::Value(), "x", 2u, 2.0, true, Json::Value(UINT64_MAX), json("[{}]"), json("{}")};
+    Json::Value jNodes(Json::arrayValue);
+    std::vector<int> ids(10);
+    std::iota(ids.begin(), ids.end(), 0);
+    std::shuffle(ids.begin(), ids.end(), random);
+    for (int i = pick(10); i-- > 0;) {
+        Json::Value jNode;
+        jNode["node_type"] = kind;
+        jNode["id"] = ids[static_cast<size_t>(i)];
+        jNode["parent_id"] = pick(10);
+        if (pick(4) == 0) {
+            jNode["parent_type"] = 2 + pick(3);
+        }
+        for (const char* szName : {"node_type", "id", "parent_id", "parent_type", "children", "find_parent"}) {
+            if (random() % 1000 < oddness) {
+                jNode[szName] = jOdd[pick(8)];
+            }
+            if (random() % 4000 < oddness) {
+                jNode.removeMember(szName);
+            }
+        }
+        jNodes.append(random() % 4000 < oddness ? jOdd[pick(8)] : jNode);
+    }
+    return jNodes;
+}
+
+TEST(Assembly, answersTheSameByLookupAndBySearch)
+{
+    std::mt19937 random(20261122);
+    for (int round = 0; round < 24000; ++round) {
+        const unsigned oddness = round % 3 == 0 ? 30 : round % 3 == 1 ? 2 : 0;
+        const Json::Value jLists[] = {randomNodes(random, 2, oddness), randomNodes(random, 3, oddness),
+                                      randomNodes(random, 4, oddness)};
+        Json::Value jTrees[2];
+        for (const int way : {0, 1}) {
+            Json::Value jCopies[] = {jLists[0], jLists[1], jLists[2]};
+            jTrees[way] = Json::Value(Json::arrayValue);
+            reset();
+            errno = way == 0 ? 0 : EACCES;  // with it every kind mismatch is logged, which takes the search
+            ConvertTreeJsonToParent(&jCopies[0], &jCopies[0], &jTrees[way]);
+            ConvertTreeJsonToParent(&jCopies[1], &jTrees[way], NULL);
+            ConvertTreeJsonToParent(&jCopies[2], &jTrees[way], NULL);
+        }
+        ASSERT_EQ(bare(jTrees[0]), bare(jTrees[1])) << round << jLists[0] << jLists[1] << jLists[2];
+    }
+}
+
+TEST(PostProcessing, givesEveryNodeItsDisplayMembers)
+{
+    reset();
+    Json::Value jNode = json("{'id':1,'name':'a','children':[{'id':2},7,{'id':3,'children':[]},{'children':'x'}]}");
+    const Json::Value jExpected = json(
+        "{'name':'a','expanded':true,'children':[{'children':null,'expanded':false,'loaded':true},7,"
+        "{'children':[],'expanded':true},{'children':'x','expanded':false,'loaded':true}]}");
+    errno = EACCES;
+    for (int round : {1, 2}) {
+        platform.logs.clear();
+        EXPECT_EQ(postHandleNode(jNode), 0) << round;
+        EXPECT_EQ(jNode, jExpected);
+        EXPECT_EQ(platform.logs,
+                  (std::vector<std::string>{badParameter(EACCES), accessDenied("postHandleNode((*pjArray)[i])")}));
+    }
+    Json::Value jNull;
+    EXPECT_EQ(postHandleNode(jNull), -1);
+    EXPECT_TRUE(jNull.isNull());
+}
+
+TEST(Decoration, attachesTheDelegatesThatCanBeShown)
+{
+    const std::string whole = "{\"userNameCache\":\"ann\",\"domainName\":7,\"domainType\":null,\"more\":1}";
+    const struct {
+        std::vector<Delegate> delegates;
+        const char* szDelegate;
+        size_t denials;
+    } cases[] = {
+        {{}, "'before'", 0},
+        {{{2, UINT64_MAX, whole}, {-9, 7, whole}},
+         "[{'user_type':2,'name':'ann','domainName':7,'domainType':null,'ugid':18446744073709551615},"
+         "{'user_type':-9,'name':'ann','domainName':7,'domainType':null,'ugid':7}]",
+         0},
+        {{{2, 7, ""}, {2, 7, "{}"}, {2, 7, "[1]"}, {2, 7, "{\"domainType\":1,\"domainName\":1}"}, {2, 7, whole + "x"}},
+         "'before'",
+         5},
+    };
+    for (const auto& c : cases) {
+        reset();
+        platform.delegates[{2, 5}] = c.delegates;
+        Json::Value jNode = json("{'id':5,'node_type':2,'delegate':'before'}");
+        errno = EACCES;
+        EXPECT_EQ(get_delegate_by_node(jNode), 0);
+        Json::StreamWriterBuilder builder;
+        EXPECT_EQ(Json::writeString(builder, jNode["delegate"]), Json::writeString(builder, json(c.szDelegate)));
+        EXPECT_EQ(platform.logs.size(), c.denials);
+    }
+    for (const char* szNode : {"{'id':'5','node_type':2}", "{'id':5,'node_type':4294967296}", "null", "7"}) {
+        reset();
+        Json::Value jNode = json(szNode);
+        EXPECT_EQ(get_delegate_by_node(jNode), -1);
+        EXPECT_EQ(jNode, json(szNode));
+        EXPECT_EQ(platform.logs, std::vector<std::string>{badParameter(0)});
+        EXPECT_TRUE(platform.calls.empty());
+    }
+}
+
+TEST(Decoration, resolvesLinksAsFarAsTheStoreKnowsTheirPolicies)
+{
+    const struct {
+        const char* szNode;
+        const char* szAfter;
+        const char* szPolicies;  // identifiers that end up linked
+    } cases[] = {
+        {"{}", "{'linked_gpo':null}", "[]"},
+        {"{'linked_gpo':[1]}", "{'linked_gpo':[1]}", "[]"},
+        {"{'linked_gpo':{'x':1}}", "{'linked_gpo':{'x':1,'order':null}}", "[]"},
+        {"{'linked_gpo':{'order':{'id':1}}}", "{'linked_gpo':{'order':{'id':1}}}", "[]"},
+        {"{'linked_gpo':{'order':[{'id':1,'x':2},{'id':7},{'id':1}]}}",
+         "{'linked_gpo':{'order':[{'x':2,'gpo_id':1,'gpo_name':'one','gpo_desc':'first'},{'id':7,'gpo_id':7},"
+         "{'gpo_id':1,'gpo_name':'one','gpo_desc':'first'}]}}",
+         "[1,1,7]"},
+        {"{'linked_gpo':{'order':[{},null,3,{'id':null},{'id':'1'}]}}",
+         "{'linked_gpo':{'order':[{'id':null},null,3,{'id':null},{'id':'1'}]}}", "[]"},
+        {"{'linked_gpo':{'order':[{'id':0}]}}", "{'linked_gpo':{'order':[{'id':0,'gpo_id':0}]}}", "[null]"},
+    };
+    for (const auto& c : cases) {
+        reset();
+        platform.policies[1] = {"one", "first"};
+        Json::Value jGpo = json("[{'id':1},4,{'id':2},{'id':1},{'id':'1'},{'id':7},{}]");
+        Json::Value jNode = json(c.szNode);
+        EXPECT_EQ(get_gpo_info_by_node(jNode, jGpo), 0) << c.szNode;
+        EXPECT_EQ(jNode, json(c.szAfter));
+        Json::Value jLinked(Json::arrayValue);
+        for (const Json::Value& jPolicy : jGpo) {
+            if (jPolicy.isObject() && jPolicy.isMember("linked")) {
+                EXPECT_EQ(jPolicy["linked"], true);
+                jLinked.append(jPolicy["id"]);
+            }
+        }
+        EXPECT_EQ(jLinked, json(c.szPolicies)) << c.szNode;
+        EXPECT_TRUE(platform.held.empty());
+        Json::Value jNoArray = 7;
+        jNode = json(c.szNode);
+        EXPECT_EQ(get_gpo_info_by_node(jNode, jNoArray), 0);
+        Json::Value jNull;
+        EXPECT_EQ(get_gpo_info_by_node(jNull, jGpo), -1);
+    }
+}
+
+void fleet()
+{
+    reset();
+    platform.listedGroups = json(
+        "[{'node_type':2,'id':1,'parent_id':0,'name':'a','linked_gpo':{'order':[{'id':1},{'id':2}]}},"
+        "{'node_type':2,'id':2,'parent_id':1,'parent_type':2,'name':'b','find_parent':1}]");
+    platform.listedServers = json(
+        "[{'node_type':3,'id':1,'parent_id':2,'sid':'s','name':'x'},{'node_type':3,'id':2,'parent_id':9,'sid':1}]");
+    platform.listedPolicies =
+        json("[{'node_type':4,'id':1,'parent_id':1,'setting':{'version':1}},{'node_type':4,'id':2,'parent_id':9}]");
+    platform.policies = {{1, {"one", "first"}}, {2, {"two", ""}}};
+    platform.delegates[{3, 1}] = {{2, 7, "{\"userNameCache\":\"ann\",\"domainName\":\"\",\"domainType\":\"d\"}"}};
+}
+
+const char* const szFleetTree =
+    "[{'node_type':2,'parent_id':0,'name':'a','expanded':true,'linked_gpo':{'order':["
+    "{'gpo_id':1,'gpo_name':'one','gpo_desc':'first'},{'gpo_id':2,'gpo_name':'two','gpo_desc':''}]},'children':["
+    "{'node_type':2,'parent_id':1,'parent_type':2,'name':'b','linked_gpo':null,'expanded':true,'children':["
+    "{'node_type':3,'parent_id':2,'name':'x','linked_gpo':null,'children':null,'expanded':false,'loaded':true,"
+    "'delegate':[{'user_type':2,'name':'ann','domainName':'','domainType':'d','ugid':7}]}]},"
+    "{'node_type':4,'parent_id':1,'setting':{'major':3},'linked':true,'children':null,'expanded':false,"
+    "'loaded':true}]},"
+    "{'node_type':3,'parent_id':9,'linked_gpo':null,'children':null,'expanded':false,'loaded':true},"
+    "{'node_type':4,'parent_id':9,'linked':true,'children':null,'expanded':false,'loaded':true}]";
+
+TEST(TreeFetch, answersTheWholeTreeInOnePass)
+{
+    fleet();
+    const std::string answer = call(list_tree_by_uid_v1, json("{'offset':1}"), 4000000000u);
+    EXPECT_EQ(json(answer.substr(3)), json(szFleetTree)) << answer;
+    EXPECT_EQ(platform.hash, (std::map<std::string, std::string>{{"ugid", "4000000000"}, {"user_type", "8"}}));
+    EXPECT_TRUE(platform.logs.empty());
+    std::vector<std::string> calls = {"GetLoginUID",       "SetError 117",           "HashAlloc 512",
+                                      "HashSetValue ugid", "HashSetValue user_type", "ListTreeByUidHash"};
+    for (const char* szName : {"OuStructToJson", "KxStructToJson", "GpoStructToJson"}) {
+        calls.insert(calls.end(), 2, szName);
+    }
+    for (const char* szName : {"GetUIVersion 0",
+                               "GpoGetWithVersionConvert",
+                               "DelegateListByTarget 2 1",
+                               "DelegateUpdateExtraInfoList null TRUE",
+                               "GpoAlloc",
+                               "GpoGet 1",
+                               "GpoItemGetName",
+                               "GpoItemGetDescription",
+                               "GpoFree",
+                               "GpoAlloc",
+                               "GpoGet 2",
+                               "GpoItemGetName",
+                               "GpoItemGetDescription",
+                               "GpoFree",
+                               "DelegateListByTarget 2 2",
+                               "DelegateUpdateExtraInfoList null TRUE",
+                               "DelegateListByTarget 3 1",
+                               "DelegateUpdateExtraInfoList list TRUE",
+                               "DelegateItemGetUserType",
+                               "DelegateItemGetUGID",
+                               "DelegateNext",
+                               "DelegateListByTarget 3 2",
+                               "DelegateUpdateExtraInfoList null TRUE",
+                               "SetSuccess",
+                               "OuListFree",
+                               "KxListFree",
+                               "GpoListFree",
+                               "HashFree"}) {
+        calls.push_back(szName);
+    }
+    EXPECT_EQ(platform.calls, calls);
+
+    reset();  // nothing visible: an empty tree, nothing to release but the hash
+    EXPECT_EQ(call(list_tree_by_uid_v1, Json::Value()), "ok []");
+    EXPECT_EQ(platform.calls.back(), "HashFree");
+    EXPECT_EQ(platform.calls.end()[-2], "SetSuccess");
+}
+
+TEST(TreeFetch, survivesEveryFailureOfThePlatform)
+{
+    const auto quiet = [](int) { return std::vector<std::string>(); };
+    const auto failed = [](const std::vector<std::string>& exprs) {
+        return [exprs](int err) {
+            std::vector<std::string> lines;
+            for (const std::string& expr : exprs) {
+                lines.push_back(failedCall(expr, err));
+            }
+            return lines;
+        };
+    };
+    const auto denied = [](const std::string& expr) {
+        return [expr](int err) {
+            return err == EACCES ? std::vector<std::string>{accessDenied(expr)} : std::vector<std::string>();
+        };
+    };
+    // The policy without settings is worth a line whenever an old refusal is still in errno, and so are the kinds that
+    // the nesting compares; with a fresh errno neither is.
+    const std::string outer = "0 >add_info_to_node(jDataOu, jDataGpo)";
+    const std::string outerKx = "0 >add_info_to_node(jDataKx, jDataGpo)";
+    const std::string inner = "0 > get_delegate_by_node(jArray[i])";
+    const auto decorated = [&](const std::string& expr) {
+        return [=](int err) {
+            return failed({expr, inner,
+                           std::count(platform.calls.begin(), platform.calls.end(), "DelegateListByTarget 3 1")
+                               ? outerKx
+                               : outer})(err);
+        };
+    };
+    const std::string refused = "error 117";
+    const auto link = [&](const std::string& expr) {
+        return [=](int err) {
+            std::vector<std::string> lines = denied(expr)(err);
+            // errno stays: nesting then compares kinds with a line for each mismatch.
+            while (err == EACCES && lines.size() < platform.logs.size()) {
+                lines.push_back(accessDenied("!IsJsonParentTypeMatch(jParent, jChild)"));
+            }
+            return lines;
+        };
+    };
+    sweep(fleet,
+          [] {
+              const std::string result = call(list_tree_by_uid_v1, Json::Value());
+              return result.substr(0, 2) == "ok" ? "answered" : result;
+          },
+          {
+              {"HashAlloc", {refused, mallocHash}},
+              {"HashSetValue",
+               {refused,
+                [&](int err) {
+                    return failed({"0 > VLIBCSzHashSetValue(&pHash, \"" +
+                                   std::string(platform.calls.end()[-2] == "HashSetValue ugid"
+                                                   ? "ugid\", szUid)"
+                                                   : "user_type\", szUserType)")})(err);
+                }}},
+              {"ListTreeByUidHash",
+               {refused, denied("0 > VELQZEMListTreeByUidHash(pHash, &pHeadOu, &pHeadKx, &pHeadGpo)")}},
+              {"OuStructToJson", {refused, quiet}},
+              {"KxStructToJson", {refused, quiet}},
+              {"GpoStructToJson", {refused, quiet}},
+              {"GetUIVersion", {refused, failed({"jUIVersion.isNull()"})}},
+              {"GpoGetWithVersionConvert",
+               {refused, failed({"0 > VELQZEMGpoGetWithVersionConvert(jDataGpo[i][\"setting\"], jUIVersion)"})}},
+              {"DelegateListByTarget",
+               {refused, decorated("0 > VELQZEMDelegateListByTarget(id, (int)nodeType, &pDelegateHead, &count)")}},
+              {"DelegateUpdateExtraInfoList",
+               {refused, decorated("0 > VELQDelegateUpdateExtraInfoList(pDelegateHead, TRUE)")}},
+              {"DelegateItemGetUserType",
+               {refused, decorated("0 > VELQZEMDelegateItemGetUserType(&userType, pDelegate)")}},
+              {"DelegateItemGetUGID", {refused, decorated("0 > VELQZEMDelegateItemGetUGID(&ugid, pDelegate)")}},
+              {"GpoAlloc",
+               {refused, failed({"NULL == (pGpo = VELQZEMGpoAlloc())", "0 > get_gpo_info_by_node(jArray[i], jGpoArray)",
+                                 outer})}},
+              {"GpoGet", {"", link("0 >VELQZEMGpoGet(gpoId, pGpo)")}},
+              {"GpoItemGetName", {"", link("0 > VELQZEMGpoItemGetName(_SAS(szBuf), pGpo)")}},
+              {"GpoItemGetDescription", {"", link("0 > VELQZEMGpoItemGetDescription(_SAS(szBuf), pGpo)")}},
+          });
+}
+
+TEST(TreeFetch, keepsWhatAnOddStoreAnswers)
+{
+    const struct {
+        const char* szGroups;
+        const char* szPolicies;
+        std::string result;
+        std::vector<std::string> logs;
+    } cases[] = {
+        {"[7]",
+         "[]",
+         "error 117",
+         {badParameter(EACCES), failedCall("0 > get_delegate_by_node(jArray[i])", EACCES),
+          failedCall("0 >add_info_to_node(jDataOu, jDataGpo)", EACCES)}},
+        {"[]",
+         "[7]",
+         "ok [7]",
+         {accessDenied("!jDataGpo[i].isMember(\"setting\")"), badParameter(EACCES),
+          accessDenied("0 > postHandleNode(jData[i])")}},
+    };
+    for (const auto& c : cases) {
+        reset();
+        platform.listedGroups = json(c.szGroups);
+        platform.listedPolicies = json(c.szPolicies);
+        errno = EACCES;
+        EXPECT_EQ(call(list_tree_by_uid_v1, Json::Value()), c.result);
+        EXPECT_EQ(platform.logs, c.logs);
+    }
+    Json::Value jArray(Json::arrayValue);
+    Json::Value jBad;
+    EXPECT_EQ(add_info_to_node(jBad, jArray), -1);
+    EXPECT_EQ(BuildTreeJson(jArray, jArray, jArray, jBad), -1);
+    EXPECT_EQ(FindJsonParent(jBad, jBad), nullptr);
+}
+
+}  // namespace
