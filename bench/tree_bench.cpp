@@ -1,0 +1,118 @@
+// Nesting and decoration of a tree of groups, as many servers and 1,000 policies, each as a ratio to one deep copy of
+// the finished answer, measured in turns in the same run.
+#include <benchmark/benchmark.h>
+
+#include "bench/shapes.h"
+#include "tests/fake_platform.h"
+#include "tree/node_decoration.h"
+#include "tree/tree_assembly.h"
+#include "tree/tree_fetch.h"
+
+namespace {
+
+using namespace bench;
+
+struct Nodes {
+    Json::Value jOu{Json::arrayValue}, jKx{Json::arrayValue}, jGpo{Json::arrayValue};
+};
+
+Json::Value makeNode(int nodeType, int64_t id, int64_t parentId)
+{
+    Json::Value jNode;
+    jNode["id"] = jNode["node_id"] = Json::Value(id);
+    jNode["node_type"] = nodeType;
+    jNode["parent_id"] = Json::Value(parentId);
+    jNode["parent_type"] = VELQ_ZEM_TYPE_OU;
+    jNode["name"] = "node " + std::to_string(id);
+    jNode["mtime"] = Json::Value(int64_t(1790000000));
+    jNode["revision"] = 1;
+    return jNode;
+}
+
+// What the store's converters would give for a fleet of that shape.
+Nodes makeNodes(const Shape& shape, int64_t groups)
+{
+    Nodes nodes;
+    const Parents parents = shape.make(groups);
+    for (int64_t id = 1; id <= groups; ++id) {
+        Json::Value jOu = makeNode(VELQ_ZEM_TYPE_OU, id, parents[static_cast<size_t>(id - 1)]);
+        jOu["desc"] = "";
+        jOu["block_inheritance"] = 0;
+        for (int64_t link = 0; link < kLinksPerGroup; ++link) {
+            jOu["linked_gpo"]["order"].append(Json::Value())["id"] = Json::Value(linkedPolicy(id, link));
+        }
+        Json::Value jKx = makeNode(3, id, id);
+        jKx["address"] = "10.0.0.1";
+        nodes.jOu.append(std::move(jOu));
+        nodes.jKx.append(std::move(jKx));
+    }
+    for (int64_t id = 1; id <= kPolicies; ++id) {
+        Json::Value jGpo = makeNode(4, id, 0);
+        jGpo["desc"] = "what the policy does";
+        jGpo["setting"]["version"] = 3;
+        nodes.jGpo.append(std::move(jGpo));
+        fake::platform.policies[id] = {"policy " + std::to_string(id), "what the policy does"};
+    }
+    return nodes;
+}
+
+void decorate(Nodes& nodes)
+{
+    add_info_to_node(nodes.jOu, nodes.jGpo);
+    add_info_to_node(nodes.jKx, nodes.jGpo);
+}
+
+void assemble(Nodes& nodes, Json::Value& jData)
+{
+    ConvertTreeJsonToParent(&nodes.jOu, &nodes.jOu, &jData);
+    ConvertTreeJsonToParent(&nodes.jKx, &jData, NULL);
+    ConvertTreeJsonToParent(&nodes.jGpo, &jData, NULL);
+}
+
+// Measures one step of the tree's making against a copy of the answer, in turns.
+void measure(benchmark::State& state, const Shape& shape, bool isAssembly)
+{
+    fake::reset();
+    fake::platform.isQuiet = true;
+    const Nodes plain = makeNodes(shape, state.range(0));
+    Nodes decorated = plain;
+    decorate(decorated);
+    Json::Value jAnswer(Json::arrayValue);
+    {
+        Nodes nodes = decorated;
+        BuildTreeJson(nodes.jOu, nodes.jKx, nodes.jGpo, jAnswer);
+    }
+    double copySeconds = 0;
+    double stepSeconds = 0;
+    for (auto _ : state) {
+        Json::Value jCopy;
+        copySeconds += seconds([&] { jCopy = jAnswer; });
+        Nodes nodes = isAssembly ? decorated : plain;
+        Json::Value jData(Json::arrayValue);
+        const double step = seconds([&] { isAssembly ? assemble(nodes, jData) : decorate(nodes); });
+        stepSeconds += step;
+        state.SetIterationTime(step);
+    }
+    state.counters["to_one_copy"] = stepSeconds / copySeconds;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    benchmark::Initialize(&argc, argv);
+    for (const Shape& shape : kShapes) {
+        for (const bool isAssembly : {true, false}) {
+            const std::string name = std::string(isAssembly ? "assembly/" : "decoration/") + shape.szName;
+            // Half of the nodes are groups: 1,000, 10,000 and 100,000 nodes.
+            benchmark::RegisterBenchmark(name.c_str(), measure, shape, isAssembly)
+                ->Arg(500)
+                ->Arg(5000)
+                ->Arg(50000)
+                ->UseManualTime()
+                ->Unit(benchmark::kMillisecond);
+        }
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
