@@ -1,5 +1,6 @@
 #include "frame/json_read.h"
 
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
@@ -71,7 +72,11 @@ int read_text(const Json::Value& jValue, std::string* pText)
     if (!jValue.isConvertibleTo(Json::stringValue)) {
         return -1;
     }
-    *pText = jValue.asString();
+    std::string text = jValue.asString();
+    if (std::string::npos != text.find('\0')) {
+        return -1;
+    }
+    pText->swap(text);
     return 0;
 }
 
@@ -82,6 +87,7 @@ const Json::Value* find_member(const Json::Value& jValue, const char* szName)
 
 int fromString(Json::Value& jValue, const std::string& text)
 {
+    const int err = errno;  // the reader's number conversion changes it
     jValue = Json::Value();
     if (!is_readable(text)) {
         return -1;
@@ -91,9 +97,10 @@ int fromString(Json::Value& jValue, const std::string& text)
     builder["strictRoot"] = false;  // a bare number is JSON too
     builder["rejectDupKeys"] = false;
     const std::unique_ptr<Json::CharReader> pReader(builder.newCharReader());
-    if (!pReader->parse(text.data(), text.data() + text.size(), &jValue, NULL)) {
+    const bool isValid = pReader->parse(text.data(), text.data() + text.size(), &jValue, NULL);
+    if (!isValid) {
         jValue = Json::Value();
-        return -1;
     }
-    return 0;
+    errno = err;
+    return isValid ? 0 : -1;
 }

@@ -14,7 +14,7 @@ int read_int64(const Json::Value& jValue, int64_t* pValue);
 int read_int(const Json::Value& jValue, int* pValue);
 
 // Turns a value into text as the library does: null is "", a number or a boolean its JSON text. Returns 0, or -1 with
-// *pText unchanged: an array or an object.
+// *pText unchanged: an array, an object, or a text with a NUL in it, which no C string can carry.
 int read_text(const Json::Value& jValue, std::string* pText);
 
 // The member of an object, null when jValue is no object or lacks it. Belongs to jValue.

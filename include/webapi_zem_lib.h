@@ -24,7 +24,7 @@ void VELQZEMHttpReqToJsonForLinkedTarget(VELQ::APIRequest* req, Json::Value& jOu
 // The node is stored also when its links did not change.
 // Returns 0, or -1 after a log line, the stored node then unchanged. errno: the failed store call's (ENOENT no such
 // node, EINVAL no such policy, EAGAIN the node was changed meanwhile, EACCES, EBUSY, EIO, ENOMEM); as it was on entry
-// when jData or the stored links are malformed.
+// when jData is malformed; of no meaning when the stored links are.
 int VELQZEMOuUpdateLinkGpo(Json::Value& jData, int isAdd);
 int VELQZEMKxUpdateLinkGpo(Json::Value& jData, int isAdd);
 

@@ -20,7 +20,7 @@ VELQ::APIMethod* GetAPITable(void);
 
 // Handlers. They answer through resp only: success with data, or an error code with null data. The caller keeps req
 // and resp. When one of them is null, a log line says so and nothing else happens. Common error codes: 105 the login
-// uid cannot be determined; 117 the request failed in a step that left a log line; 414 the caller may not manage the
+// uid cannot be determined; 117 any other failure, mostly with a line in the log; 414 the caller may not manage the
 // group. Several items are handled in order; the first failure ends the request, and earlier items stay done.
 
 // "VELQ.ZEM.KXGroup" 1 "create": makes groups. Parameters: "multiple_data", an array of group records; or else one

@@ -7,14 +7,14 @@ namespace {
 constexpr const char* szTargetKeys[] = {"target_add", "target_remove"};
 
 // Entries that are no objects have no place for the stamp and stay as they are.
-void stamp_targets(Json::Value& jTargets, const Json::Value& jGpoId)
+void stamp_targets(Json::Value& jTargets, Json::Value& jOut)
 {
     if (!jTargets.isArray()) {
         return;
     }
     for (Json::Value& jTarget : jTargets) {
         if (jTarget.isObject()) {
-            jTarget["gpo_id"] = jGpoId;
+            jTarget["gpo_id"] = jOut["id"];
         }
     }
 }
@@ -37,6 +37,6 @@ void VELQZEMHttpReqToJsonForLinkedTarget(VELQ::APIRequest* req, Json::Value& jOu
         }
         Json::Value& jTargets = jOut[szKey];
         jTargets = req->GetParam(szKey, Json::Value());
-        stamp_targets(jTargets, jOut["id"]);
+        stamp_targets(jTargets, jOut);
     }
 }

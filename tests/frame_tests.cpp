@@ -202,6 +202,7 @@ TEST(JsonRead, parsesTextsOfAnyShapeWithoutThrowing)
         bool isValid;
     } cases[] = {{"{\"a\":[1,\"]\\\"[\"]}", true},
                  {" 7 ", true},
+                 {"1e-400", true},
                  {"", false},
                  {"{\"a\":1}x", false},
                  {"{\"a\":", false},
@@ -214,8 +215,10 @@ TEST(JsonRead, parsesTextsOfAnyShapeWithoutThrowing)
                  {"\"]\"" + nested(5000), false}};
     for (const auto& c : cases) {
         Json::Value value = "before";
+        errno = EACCES;
         EXPECT_EQ(fromString(value, c.text), c.isValid ? 0 : -1) << c.text.substr(0, 40);
         EXPECT_EQ(value.isNull(), !c.isValid) << c.text.substr(0, 40);
+        EXPECT_EQ(errno, EACCES);
     }
 }
 

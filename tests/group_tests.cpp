@@ -213,8 +213,11 @@ TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage)
               "ok {'count':0,'objects':[],'offset':null,'total':0}");
     EXPECT_EQ(storeCalls(), (Lines{"HashAlloc 512", "ListOneLevelByUidHash", "SetSuccess", "HashFree"}));
     reset();
-    EXPECT_EQ(call(list_one_level_v1, json("{'ugid':{}}")), "error 500");
-    EXPECT_EQ(storeCalls(), (Lines{"HashAlloc 512", "SetError 117", "SetError 500", "HashFree"}));
+    for (const char* szParams : {"{'ugid':{}}", "{'ugid':'1\\u0000'}"}) {
+        reset();
+        EXPECT_EQ(call(list_one_level_v1, json(szParams)), "error 500");
+        EXPECT_EQ(storeCalls(), (Lines{"HashAlloc 512", "SetError 117", "SetError 500", "HashFree"}));
+    }
 }
 
 TEST(GroupHandlers, surviveEveryFailureOfThePlatform)

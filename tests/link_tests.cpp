@@ -26,7 +26,7 @@ TEST(LinkedTarget, copiesAndStampsTheTargets)
         {"{'target_add':{'a':{}},'target_remove':'t'}", "{'id':9}",
          "{'id':9,'target_add':{'a':{}},'target_remove':'t'}"},
         {"{'target_add':[null,3,{},[]]}", "{}", "{'id':null,'target_add':[null,3,{'gpo_id':null},[]]}"},
-        {"{'target_add':null}", "null", "{'id':null,'target_add':null}"},
+        {"{'target_add':null,'target_remove':[]}", "null", "{'target_add':null,'target_remove':[]}"},
     };
     for (const auto& c : cases) {
         reset();

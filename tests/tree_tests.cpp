@@ -68,6 +68,7 @@ TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames)
         {"[{'node_type':2.0,'id':1,'parent_id':0},[2,1]]", "[]", "2.0.1 2.2"},  // not a signed integer: no parent
         {"[{'node_type':2,'id':1,'parent_id':0,'children':'x'},[2,1]]", "[]", "2.1 2.2"},
         {"[{'node_type':2,'id':1,'parent_id':0,'children':[{'node_type':2,'id':7}]},[2,7]]", "[]", "2.1[2.7[2.2]]"},
+        {"[{'node_type':2,'id':'x','parent_id':7,'children':[{'node_type':2,'id':7}]}]", "[]", "2.x[2.7]"},
         {"[null,7,[1,0],[2,1]]", "[null]", "? ? 2.1[2.2] ?"},
         {"[[1,0],[1,0],[2,1]]", "[]", "2.1[2.2] 2.1"},
         {"[[1,0]]", "[[1,1],{'node_type':4,'id':2,'parent_type':3,'parent_id':1}]", "2.1[3.1[4.2]]"},
@@ -119,8 +120,8 @@ TEST(Assembly, logsKindMismatchesAndOddNodesAsTheSearchMeetsThem)
     errno = EACCES;
     EXPECT_EQ(nest(jOu, jKx), "2.1 ? 3.1");
     const std::string mismatch = accessDenied("!IsJsonParentTypeMatch(jParent, jChild)");
-    EXPECT_EQ(platform.logs, (std::vector<std::string>{badParameter(EACCES), badParameter(EACCES), badParameter(EACCES),
-                                                       mismatch, badParameter(EACCES)}));
+    EXPECT_EQ(platform.logs,
+              (std::vector<std::string>{badParameter(EACCES), badParameter(EACCES), mismatch, badParameter(EACCES)}));
     platform.logs.clear();
     EXPECT_FALSE(IsJsonParentTypeMatch(jOu[0], jOu[1]));
     EXPECT_EQ(platform.logs, std::vector<std::string>{badParameter(EACCES)});
@@ -461,6 +462,11 @@ TEST(TreeFetch, keepsWhatAnOddStoreAnswers)
          "error 117",
          {badParameter(EACCES), failedCall("0 > get_delegate_by_node(jArray[i])", EACCES),
           failedCall("0 >add_info_to_node(jDataOu, jDataGpo)", EACCES)}},
+        {"[{'node_type':2,'id':1,'find_parent':1,'children':[{'find_parent':1}]}]",
+         "[]",
+         "ok [{'children':[{'children':null,'expanded':false,'loaded':true}],'expanded':true,'linked_gpo':null,"
+         "'node_type':2}]",
+         {}},
         {"[]",
          "[7]",
          "ok [7]",

@@ -14,6 +14,9 @@ namespace {
 
 bool is_same_node(Json::Value& jLeft, Json::Value& jRight)
 {
+    if (&jLeft == &jRight) {
+        return true;  // also when it cannot be read: a node must not be hung inside itself
+    }
     if (!jLeft.isObject() || !jRight.isObject()) {
         return false;
     }

@@ -10,7 +10,7 @@
 // Hangs each node of the source array under its parent in the destination array, at the end of the parent's
 // "children", in source order. Both may be the same array, whose nodes are then nested among themselves.
 // pjOut not null: it receives, in order, the top-level nodes of the destination that were not hung.
-// pjOut null: source nodes that found no parent are appended to the destination.
+// pjOut null: source nodes that found no parent are appended to the destination, which is then another array.
 // Nodes may be moved instead of copied: the source, and with pjOut the destination, keeps elements of no further use.
 // Returns 0, or -1 after a log line, nothing changed: source or destination is null or not an array.
 int ConvertTreeJsonToParent(Json::Value* pjSrc, Json::Value* pjDst, Json::Value* pjOut);

@@ -52,6 +52,21 @@ const Record* next_record(const Record* pRecord)
     return pNext;
 }
 
+// Takes out nesting markers that come with a record: the nesting would pass such a node over.
+void remove_markers(Json::Value& jNode)
+{
+    if (!jNode.isObject()) {
+        return;
+    }
+    jNode.removeMember("find_parent");
+    if (NULL == find_member(jNode, "children") || !jNode["children"].isArray()) {
+        return;
+    }
+    for (Json::Value& jChild : jNode["children"]) {
+        remove_markers(jChild);
+    }
+}
+
 // Appends the records of a chain to the array as node objects, in chain order.
 template <typename Record>
 int chain_to_json(const Record* pHead, int (*pStructToJson)(const Record*, const Json::Value&, Json::Value&),
@@ -63,10 +78,7 @@ int chain_to_json(const Record* pHead, int (*pStructToJson)(const Record*, const
         if (0 > pStructToJson(pRecord, jSearchArray, jNode)) {
             return -1;
         }
-        // A nesting marker that comes with a record would make the nesting pass the node over.
-        if (jNode.isObject()) {
-            jNode.removeMember("find_parent");
-        }
+        remove_markers(jNode);
         jArray.append(std::move(jNode));
     }
     return 0;
