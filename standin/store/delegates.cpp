@@ -1,0 +1,182 @@
+// Delegates of groups and servers.
+#include "standin/store/delegates.h"
+
+#include <vector>
+
+#include "standin/store/checks.h"
+#include "standin/store/rights.h"
+#include "standin/store/snapshot.h"
+
+namespace standin {
+namespace {
+
+thread_local std::vector<Delegate> tListed;  // what this thread listed last
+
+std::vector<Delegate> readDelegates(int64_t nodeType, int64_t id)
+{
+    Transaction transaction(Access::read);
+    Reader<DelegateRow> reader(transaction.sql(), "", "WHERE node_type = :type AND node_id = :id ORDER BY position",
+                               nodeType, id);
+    std::vector<Delegate> delegates;
+    for (DelegateRow row; reader.next(row);) {
+        delegates.push_back(delegateOf(row));
+    }
+    return delegates;
+}
+
+std::vector<Delegate> delegatesInSnapshot(const Snapshot& snapshot, int nodeType, int64_t id)
+{
+    const auto kind = snapshot.delegates.find(nodeType);
+    if (kind == snapshot.delegates.end()) {
+        return {};
+    }
+    const auto found = kind->second.find(id);
+    return found == kind->second.end() ? std::vector<Delegate>() : found->second;
+}
+
+void listDelegates(int64_t id, int nodeType, Delegate*& pHead, int& count)
+{
+    const Snapshot* pSnapshot = currentSnapshot();
+    tListed = pSnapshot ? delegatesInSnapshot(*pSnapshot, nodeType, id) : readDelegates(nodeType, id);
+    for (size_t i = 1; i < tListed.size(); ++i) {
+        tListed[i - 1].pNext = &tListed[i];
+    }
+    pHead = tListed.empty() ? nullptr : tListed.data();
+    count = static_cast<int>(tListed.size());
+}
+
+void fillExtraInfo(Delegate* pHead, bool all, const std::function<VLIBCString(uint64_t)>& extraInfoOf)
+{
+    for (Delegate* pItem = pHead; pItem != nullptr; pItem = pItem->pNext) {
+        if (all || pItem->extraInfo.empty()) {
+            pItem->extraInfo = extraInfoOf(pItem->ugid);
+        }
+    }
+}
+
+VLIBCString readExtraInfo(soci::session& sql, uint64_t ugid)
+{
+    const auto uid = static_cast<int64_t>(ugid);
+    AccountRow account;
+    return Reader<AccountRow>(sql, "", "WHERE uid = :uid", uid).next(account) ? extraInfoOf(account) : VLIBCString();
+}
+
+VLIBCString extraInfoInSnapshot(const Snapshot& snapshot, uint64_t ugid)
+{
+    const auto found = snapshot.extraInfo.find(ugid);
+    return found == snapshot.extraInfo.end() ? VLIBCString() : found->second;
+}
+
+int replaceDelegates(int64_t id, int nodeType, const Json::Value& jRecord, bool absentClears)
+{
+    return writing([&](soci::session& sql) {
+        require(nodeType == VELQ_ZEM_TYPE_OU || nodeType == kServerType, EINVAL);
+        demand(jRecord.isObject(), "record", "not an object");
+        require(hasNode(sql, nodeType, id), ENOENT);
+        const Json::Value& jDelegates = jRecord["delegate"];
+        if (jDelegates.isNull() && !absentClears) {
+            return;
+        }
+        std::vector<int64_t> ugids;
+        if (!jDelegates.isNull()) {
+            ugids = delegateUgids(jDelegates, [&sql](int64_t ugid) { return roleOf(sql, ugid) != Role::unknown; });
+        }
+        change(sql, "DELETE FROM delegate WHERE node_type = :type AND node_id = :id", nodeType, id);
+        Inserter<DelegateRow> inserter(sql);
+        insertDelegates(inserter, nodeType, id, ugids);
+    });
+}
+
+}  // namespace
+
+Delegate delegateOf(const DelegateRow& row)
+{
+    Delegate delegate;
+    delegate.userType = row.userType;
+    delegate.ugid = static_cast<uint64_t>(row.ugid);
+    return delegate;
+}
+
+VLIBCString extraInfoOf(const AccountRow& account)
+{
+    Json::Value jExtra;
+    jExtra["userNameCache"] = account.name.c_str();
+    jExtra["domainName"] = account.domainName.c_str();
+    jExtra["domainType"] = account.domainType.c_str();
+    return VLIBCString(jsonText(jExtra));
+}
+
+void insertDelegates(Inserter<DelegateRow>& inserter, int nodeType, int64_t id, const std::vector<int64_t>& ugids)
+{
+    DelegateRow row;
+    row.nodeType = nodeType;
+    row.nodeId = id;
+    for (const int64_t ugid : ugids) {
+        row.ugid = ugid;
+        inserter.insert(row);
+        ++row.position;
+    }
+}
+
+}  // namespace standin
+
+using namespace standin;
+
+int VELQZEMDelegateListByTarget(int64_t id, int nodeType, _tag_velq_zem_delegate_** ppHead, int* pCount)
+{
+    return guarded([&] {
+        require(ppHead != nullptr, EINVAL);
+        int count = 0;
+        listDelegates(id, nodeType, *ppHead, count);
+        if (pCount != nullptr) {
+            *pCount = count;
+        }
+    });
+}
+
+int VELQDelegateUpdateExtraInfoList(_tag_velq_zem_delegate_* pHead, BOOL flag)
+{
+    const Snapshot* pSnapshot = currentSnapshot();
+    return guarded([&] {
+        if (pHead == nullptr) {
+            return;
+        }
+        if (pSnapshot != nullptr) {
+            fillExtraInfo(pHead, flag != FALSE, [&](uint64_t ugid) { return extraInfoInSnapshot(*pSnapshot, ugid); });
+            return;
+        }
+        Transaction transaction(Access::read);
+        fillExtraInfo(pHead, flag != FALSE, [&](uint64_t ugid) { return readExtraInfo(transaction.sql(), ugid); });
+    });
+}
+
+int VELQZEMDelegateItemGetUserType(int64_t* pUserType, const _tag_velq_zem_delegate_* pItem)
+{
+    return guarded([&] {
+        require(pUserType != nullptr && pItem != nullptr, EINVAL);
+        *pUserType = pItem->userType;
+    });
+}
+
+int VELQZEMDelegateItemGetUGID(uint64_t* pUgid, const _tag_velq_zem_delegate_* pItem)
+{
+    return guarded([&] {
+        require(pUgid != nullptr && pItem != nullptr, EINVAL);
+        *pUgid = pItem->ugid;
+    });
+}
+
+_tag_velq_zem_delegate_* VELQZEMDelegateNext(const _tag_velq_zem_delegate_* pItem)
+{
+    return pItem == nullptr ? nullptr : pItem->pNext;
+}
+
+int VELQZEMDelegateOverrideListByTarget(int64_t id, int nodeType, Json::Value& jRecord)
+{
+    return replaceDelegates(id, nodeType, jRecord, true);
+}
+
+int VELQZEMDelegateSetListByTarget(int64_t id, int nodeType, Json::Value& jRecord)
+{
+    return replaceDelegates(id, nodeType, jRecord, false);
+}

@@ -1,0 +1,19 @@
+// Delegates and account names, shared by the delegate calls, the tree listing and the fleet loader.
+#pragma once
+
+#include <vector>
+
+#include "standin/store/rows.h"
+
+namespace standin {
+
+// The delegate as the lists show it, its extra information empty.
+Delegate delegateOf(const DelegateRow& row);
+
+// The account's names as JSON object text, for the extra information of a delegate.
+VLIBCString extraInfoOf(const AccountRow& account);
+
+// Stores the accounts with these uids as the delegates of a node that has none.
+void insertDelegates(Inserter<DelegateRow>& inserter, int nodeType, int64_t id, const std::vector<int64_t>& ugids);
+
+}  // namespace standin

@@ -1,0 +1,238 @@
+// The two listings: the whole visible tree with its snapshot, and one sorted page of the topmost visible groups.
+#include <strings.h>
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstring>
+#include <optional>
+#include <unordered_set>
+
+#include "standin/store/delegates.h"
+#include "standin/store/json_text.h"
+#include "standin/store/rights.h"
+#include "standin/store/snapshot.h"
+
+namespace standin {
+namespace {
+
+// --- The query
+
+// The number of that key, the fallback when the hash lacks it. Throws Refusal EINVAL outside the range.
+int64_t numberOf(const VLIBCSzHash* pHash, const char* szKey, int64_t least, int64_t most, int64_t fallback)
+{
+    const char* szText = VLIBCSzHashGetValue(pHash, szKey);
+    if (szText == nullptr) {
+        return fallback;
+    }
+    int64_t value = 0;
+    const char* szEnd = szText + std::strlen(szText);
+    const auto [stop, error] = std::from_chars(szText, szEnd, value);
+    require(error == std::errc() && stop == szEnd && value >= least && value <= most, EINVAL);
+    return value;
+}
+
+// The uid of the account that asks, -1 when the query names none.
+int64_t askingUid(const VLIBCSzHash* pHash)
+{
+    constexpr int64_t kLoggedIn = 8;
+    const int64_t uid = numberOf(pHash, "ugid", 0, UINT32_MAX, -1);
+    return numberOf(pHash, "user_type", kLoggedIn, kLoggedIn, -1) == -1 ? -1 : uid;
+}
+
+struct Choice {
+    const char* szValue;
+    const char* szSql;
+};
+
+constexpr Choice kSortBy[] = {{"id", "id"}, {"name", "name"}, {"mtime", "mtime"}};
+constexpr Choice kDirections[] = {{"asc", "ASC"}, {"desc", "DESC"}};
+
+// The SQL of the value of that key, of the first choice when the hash lacks it. Throws Refusal EINVAL for another.
+template <size_t count>
+std::string sqlOf(const VLIBCSzHash* pHash, const char* szKey, const Choice (&choices)[count],
+                  int (*pCompare)(const char*, const char*))
+{
+    const char* szValue = VLIBCSzHashGetValue(pHash, szKey);
+    if (szValue == nullptr) {
+        return choices[0].szSql;
+    }
+    const Choice* pFound = std::find_if(std::begin(choices), std::end(choices),
+                                        [&](const Choice& choice) { return 0 == pCompare(choice.szValue, szValue); });
+    require(pFound != std::end(choices), EINVAL);
+    return pFound->szSql;
+}
+
+// --- What the account may see, as SQL
+
+struct View {
+    std::string with;    // text before SELECT
+    std::string groups;  // conditions that end in the groups, servers and topmost groups it sees
+    std::string servers;
+    std::string topmost;
+    std::vector<int64_t> parameters;  // of the text before SELECT
+};
+
+View viewOf(Role role, int64_t uid)
+{
+    if (role == Role::administrator) {
+        return {"", "WHERE id <> 0", "", "WHERE id <> 0 AND parent_id = 0", {}};
+    }
+    const std::string seen = "IN (SELECT id FROM seen)";
+    const std::string groups = "WHERE id <> 0 AND id " + seen;
+    return {kSeenGroups,
+            groups,
+            "WHERE parent_id " + seen,
+            groups + " AND (parent_id = 0 OR parent_id NOT " + seen + ")",
+            {uid}};
+}
+
+// --- The tree
+
+struct Tree {
+    Chain<Group> pGroups;
+    Chain<Server> pServers;
+    Chain<Policy> pPolicies;
+    std::unique_ptr<Snapshot> pSnapshot = std::make_unique<Snapshot>();
+};
+
+template <class R>
+void addLinks(const Chain<R>& pHead, std::unordered_set<int64_t>& policyIds)
+{
+    for (const R* pRecord = pHead.get(); pRecord != nullptr; pRecord = pRecord->pNext) {
+        if (!pRecord->linkedGpo.empty()) {
+            const std::vector<int64_t> ids = linkIds(parseJson(pRecord->linkedGpo.c_str()));
+            policyIds.insert(ids.begin(), ids.end());
+        }
+    }
+}
+
+// The policies that stand where the account sees servers, or that its groups and servers link.
+std::unordered_set<int64_t> seenPolicies(soci::session& sql, const View& view, const Tree& tree)
+{
+    std::unordered_set<int64_t> ids;
+    Reader<Policy> placed(sql, view.with, view.servers, view.parameters);
+    for (Policy policy; placed.next(policy);) {
+        ids.insert(policy.id);
+    }
+    addLinks(tree.pGroups, ids);
+    addLinks(tree.pServers, ids);
+    return ids;
+}
+
+void readSnapshot(soci::session& sql, Snapshot& snapshot)
+{
+    Reader<DelegateRow> delegates(sql, "", "ORDER BY node_type, node_id, position");
+    for (DelegateRow row; delegates.next(row);) {
+        snapshot.delegates[static_cast<int>(row.nodeType)][row.nodeId].push_back(delegateOf(row));
+    }
+    Reader<AccountRow> accounts(sql, "", "");
+    for (AccountRow account; accounts.next(account);) {
+        snapshot.extraInfo.emplace(account.uid, extraInfoOf(account));
+    }
+}
+
+void readTree(soci::session& sql, Role role, int64_t uid, Tree& tree)
+{
+    const View view = viewOf(role, uid);
+    tree.pGroups = readChain(Reader<Group>(sql, view.with, view.groups + " ORDER BY id", view.parameters));
+    tree.pServers = readChain(Reader<Server>(sql, view.with, view.servers + " ORDER BY id", view.parameters));
+    std::unordered_set<int64_t> seen;
+    if (role != Role::administrator) {
+        seen = seenPolicies(sql, view, tree);
+    }
+    tree.pPolicies = readChain<Policy>(Reader<Policy>(sql, "", "ORDER BY id"), [&](const Policy& policy) {
+        tree.pSnapshot->policies.emplace(policy.id, policy);
+        return role == Role::administrator || seen.contains(policy.id);
+    });
+    readSnapshot(sql, *tree.pSnapshot);
+}
+
+void readTree(int64_t uid, Tree& tree)
+{
+    Transaction transaction(Access::read);
+    const Role role = roleOf(transaction.sql(), uid);
+    if (role != Role::unknown) {
+        readTree(transaction.sql(), role, uid, tree);
+    }
+    transaction.commit();
+}
+
+// --- One level
+
+struct Page {
+    int64_t uid;
+    int64_t offset;
+    int64_t limit;
+    std::string order;
+};
+
+Page pageOf(const VLIBCSzHash* pHash)
+{
+    return {askingUid(pHash), numberOf(pHash, "offset", 0, INT64_MAX, 0),
+            numberOf(pHash, "limit", 1, INT64_MAX, INT64_MAX),
+            " ORDER BY " + sqlOf(pHash, "sort_by", kSortBy, std::strcmp) + " " +
+                sqlOf(pHash, "sort_direction", kDirections, strcasecmp) + ", id"};
+}
+
+struct Level {
+    Chain<Group> pGroups;
+    int64_t count = 0;
+    int64_t total = 0;
+};
+
+void readLevel(const Page& page, Level& level)
+{
+    Transaction transaction(Access::read);
+    soci::session& sql = transaction.sql();
+    const Role role = roleOf(sql, page.uid);
+    if (role == Role::unknown) {
+        return;
+    }
+    const View view = viewOf(role, page.uid);
+    level.total = number(sql, view.with + "SELECT COUNT(*) FROM ou " + view.topmost, view.parameters);
+    level.pGroups =
+        readChain<Group>(Reader<Group>(sql, view.with, view.topmost + page.order + " LIMIT :limit OFFSET :offset",
+                                       view.parameters, page.limit, page.offset),
+                         [&level](const Group&) { return ++level.count > 0; });
+}
+
+void giveNumber(int64_t value, int* pTarget)
+{
+    if (pTarget != nullptr) {
+        *pTarget = static_cast<int>(std::min<int64_t>(value, INT_MAX));
+    }
+}
+
+}  // namespace
+}  // namespace standin
+
+using namespace standin;
+
+int VELQZEMListTreeByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppOu, _tag_velq_zem_kx_** ppKx,
+                             _tag_velq_zem_gpo_** ppGpo)
+{
+    dropSnapshot();
+    return guarded([&] {
+        require(pHash != nullptr && ppOu != nullptr && ppKx != nullptr && ppGpo != nullptr, EINVAL);
+        Tree tree;
+        readTree(askingUid(pHash), tree);
+        tree.pSnapshot->heads = {tree.pGroups.get(), tree.pServers.get(), tree.pPolicies.get()};
+        keepSnapshot(std::move(tree.pSnapshot));
+        *ppOu = tree.pGroups.release();
+        *ppKx = tree.pServers.release();
+        *ppGpo = tree.pPolicies.release();
+    });
+}
+
+int VELQZEMListOneLevelByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppHead, int* pTotal, int* pCount)
+{
+    return guarded([&] {
+        require(pHash != nullptr && ppHead != nullptr, EINVAL);
+        Level level;
+        readLevel(pageOf(pHash), level);
+        giveNumber(level.total, pTotal);
+        giveNumber(level.count, pCount);
+        *ppHead = level.pGroups.release();
+    });
+}

@@ -1,0 +1,90 @@
+// Policies: load, texts, settings of the user interface's version, and the notices to fetch them.
+#include <cstring>
+
+#include "standin/store/checks.h"
+#include "standin/store/snapshot.h"
+
+namespace standin {
+namespace {
+
+// Copies as much of the text as fits, without cutting a character in two.
+int copyText(char* szBuf, size_t cbBuf, const VLIBCString& text)
+{
+    const char* szText = text.c_str();
+    size_t length = std::strlen(szText);
+    if (length >= cbBuf) {
+        length = cbBuf - 1;
+        while (length > 0 && (static_cast<unsigned char>(szText[length]) & 0xc0) == 0x80) {
+            --length;
+        }
+    }
+    std::memcpy(szBuf, szText, length);
+    szBuf[length] = '\0';
+    return 0;
+}
+
+int copyItem(char* szBuf, size_t cbBuf, const Policy* pGpo, VLIBCString Policy::*text)
+{
+    if (szBuf == nullptr || cbBuf == 0 || pGpo == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    return copyText(szBuf, cbBuf, pGpo->*text);
+}
+
+int readSnapshot(const Snapshot& snapshot, int64_t id, Policy* pGpo)
+{
+    const auto found = snapshot.policies.find(id);
+    if (pGpo == nullptr || found == snapshot.policies.end()) {
+        errno = pGpo == nullptr ? EINVAL : ENOENT;
+        return -1;
+    }
+    Policy* pNext = pGpo->pNext;
+    *pGpo = found->second;
+    pGpo->pNext = pNext;
+    return 0;
+}
+
+}  // namespace
+}  // namespace standin
+
+using namespace standin;
+
+int VELQZEMGpoGet(int64_t id, _tag_velq_zem_gpo_* pGpo)
+{
+    const Snapshot* pSnapshot = currentSnapshot();
+    return pSnapshot != nullptr ? readSnapshot(*pSnapshot, id, pGpo) : readRecord(id, pGpo);
+}
+
+int VELQZEMGpoItemGetName(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo)
+{
+    return copyItem(szBuf, cbBuf, pGpo, &Policy::name);
+}
+
+int VELQZEMGpoItemGetDescription(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo)
+{
+    return copyItem(szBuf, cbBuf, pGpo, &Policy::desc);
+}
+
+int VELQZEMGpoGetWithVersionConvert(Json::Value& jSetting, Json::Value& jUIVersion)
+{
+    return guarded([&] {
+        const int version = settingVersion(jSetting);
+        require(jUIVersion.isObject() && std::as_const(jUIVersion)["major"].isInt(), EINVAL);
+        const Json::Value& jMajor = std::as_const(jUIVersion)["major"];
+        if (version < jMajor.asInt()) {
+            jSetting["version"] = jMajor.asInt();
+        }
+    });
+}
+
+int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id)
+{
+    return writing([&](soci::session& sql) {
+        require(nodeType != kPolicyType && hasNode(sql, nodeType, id), ENOENT);
+        change(sql,
+               "INSERT INTO gpo_fetch (node_type, node_id, uid, mtime) VALUES (:type, :id, :uid, :mtime)"
+               " ON CONFLICT (node_type, node_id) DO UPDATE SET uid = excluded.uid, mtime = excluded.mtime",
+               nodeType, id, static_cast<int64_t>(uid), now());
+    });
+}

@@ -1,0 +1,201 @@
+// Records as rows: reading, inserting and updating, with the SQL made from the kind's table of fields.
+#pragma once
+
+#include <array>
+#include <functional>
+#include <string>
+
+#include "standin/store/database.h"
+#include "standin/store/records.h"
+
+namespace standin {
+
+// The bound variables of one row, a cell per field.
+template <class R>
+class Row {
+public:
+    void bindIn(Statement& statement) const
+    {
+        for (size_t i = 0; i < fields.size(); ++i) {
+            fields[i].text ? statement.in(m_cells[i].text) : statement.in(m_cells[i].number);
+        }
+    }
+
+    void bindOut(Statement& statement)
+    {
+        for (size_t i = 0; i < fields.size(); ++i) {
+            fields[i].text ? statement.out(m_cells[i].text) : statement.out(m_cells[i].number);
+        }
+    }
+
+    void take(const R& record)
+    {
+        for (size_t i = 0; i < fields.size(); ++i) {
+            const Field<R>& field = fields[i];
+            if (field.text) {
+                m_cells[i].text = (record.*field.text).c_str();
+            } else {
+                m_cells[i].number = field.flag ? record.*field.flag : record.*field.number;
+            }
+        }
+    }
+
+    void give(R& record) const
+    {
+        for (size_t i = 0; i < fields.size(); ++i) {
+            const Field<R>& field = fields[i];
+            if (field.text) {
+                record.*field.text = VLIBCString(m_cells[i].text);
+            } else if (field.flag) {
+                record.*field.flag = static_cast<int32_t>(m_cells[i].number);
+            } else {
+                record.*field.number = m_cells[i].number;
+            }
+        }
+    }
+
+private:
+    struct Cell {
+        int64_t number = 0;
+        std::string text;
+    };
+    static constexpr const auto& fields = Kind<R>::fields;
+    std::array<Cell, Kind<R>::fields.size()> m_cells;
+};
+
+// The kind's columns, each written as the pattern says with its name for '@', separated by commas.
+template <class R>
+std::string columns(const std::string& pattern)
+{
+    std::string list;
+    for (const Field<R>& field : Kind<R>::fields) {
+        list += list.empty() ? "" : ", ";
+        for (const char c : pattern) {
+            list += c == '@' ? std::string(field.name) : std::string(1, c);
+        }
+    }
+    return list;
+}
+
+// The records that a query gives, one after the other.
+template <class R>
+class Reader {
+public:
+    // with: text before SELECT, rest: text after the table's name; parameters: theirs, which must outlive the reader.
+    template <class... Parameters>
+    Reader(soci::session& sql, const std::string& with, const std::string& rest, const Parameters&... parameters)
+        : m_statement(sql)
+    {
+        (m_statement.in(parameters), ...);
+        m_row.bindOut(m_statement);
+        m_statement.prepare(with + "SELECT " + columns<R>("\"@\"") + " FROM " + Kind<R>::table + " " + rest);
+    }
+
+    // Fills the record, all fields but pNext, with the next row; false after the last one.
+    bool next(R& record)
+    {
+        const bool found = m_started ? m_statement.next() : m_statement.first();
+        m_started = true;
+        if (found) {
+            m_row.give(record);
+        }
+        return found;
+    }
+
+private:
+    Row<R> m_row;
+    Statement m_statement;
+    bool m_started = false;
+};
+
+// Loads the record of that identifier, all fields but pNext. Throws Refusal ENOENT.
+template <class R>
+void load(soci::session& sql, int64_t id, R& record)
+{
+    require(Reader<R>(sql, "", "WHERE id = :id", id).next(record), ENOENT);
+}
+
+// The records that the reader gives and the condition, if there is one, holds for.
+template <class R>
+Chain<R> readChain(Reader<R>&& reader, const std::function<bool(const R&)>& isWanted = nullptr)
+{
+    Chain<R> pHead;
+    R* pEnd = nullptr;
+    for (R record; reader.next(record);) {
+        if (isWanted && !isWanted(record)) {
+            continue;
+        }
+        R* pNew = new R(record);
+        pEnd == nullptr ? pHead.reset(pNew) : void(pEnd->pNext = pNew);
+        pEnd = pNew;
+    }
+    return pHead;
+}
+
+// Stores new records through one prepared statement.
+template <class R>
+class Inserter {
+public:
+    explicit Inserter(soci::session& sql) : m_statement(sql)
+    {
+        m_row.bindIn(m_statement);
+        m_statement.prepare(std::string("INSERT INTO ") + Kind<R>::table + " (" + columns<R>("\"@\"") + ") VALUES (" +
+                                columns<R>(":@") + ")",
+                            false);
+    }
+
+    void insert(const R& record)
+    {
+        m_row.take(record);
+        m_statement.change();
+    }
+
+private:
+    Row<R> m_row;
+    Statement m_statement;
+};
+
+// Writes the record over the stored one that has its identifier and the revision before its own. Throws Refusal EAGAIN
+// when there is none.
+template <class R>
+void update(soci::session& sql, const R& record)
+{
+    Row<R> row;
+    row.take(record);
+    const int64_t before = record.revision - 1;
+    Statement statement(sql);
+    row.bindIn(statement);
+    statement.in(before).prepare(std::string("UPDATE ") + Kind<R>::table + " SET " + columns<R>("\"@\" = :@") +
+                                 " WHERE \"id\" = " + std::to_string(record.id) + " AND revision = :before");
+    require(statement.change() == 1, EAGAIN);
+}
+
+// Loads the record of that identifier into the caller's, in a transaction of its own.
+template <class R>
+int readRecord(int64_t id, R* pRecord) noexcept
+{
+    return reading([&](soci::session& sql) {
+        require(pRecord != nullptr, EINVAL);
+        R loaded(*pRecord);
+        load(sql, id, loaded);
+        *pRecord = loaded;
+    });
+}
+
+// Runs work(soci::session&, R&) in a writing transaction on a copy, which becomes the caller's record once committed.
+template <class R, class Work>
+int changeRecord(R* pRecord, Work&& work) noexcept
+{
+    if (pRecord == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    R changed(*pRecord);
+    const int result = writing([&](soci::session& sql) { work(sql, changed); });
+    if (result == 0) {
+        *pRecord = changed;
+    }
+    return result;
+}
+
+}  // namespace standin

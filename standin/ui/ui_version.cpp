@@ -1,0 +1,16 @@
+// The version of the user interface that this console ships.
+#include <cerrno>
+
+#include "platform/velq_ui.h"
+
+Json::Value GetUIVersion(int flag)
+{
+    if (flag != 0) {
+        errno = EINVAL;
+        return Json::Value();
+    }
+    Json::Value jVersion(Json::objectValue);
+    jVersion["major"] = 2;
+    jVersion["minor"] = 0;
+    return jVersion;
+}
