@@ -1,0 +1,106 @@
+// Parsing parameters, calling handlers, writing envelopes.
+#include "host/dispatch.h"
+
+#include <cerrno>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include "host/text.h"
+#include "platform/velq_core.h"
+#include "standin/store/json_text.h"
+
+namespace host {
+
+namespace {
+
+constexpr int kMaxNesting = 200;
+
+std::string errorEnvelope(int code)
+{
+    return "{\"success\":false,\"error\":{\"code\":" + std::to_string(code) + "}}";
+}
+
+void reportException(const char* szWhat)
+{
+    std::cerr << "zemhost: a handler failed: " + printable(szWhat) + "\n";
+}
+
+}  // namespace
+
+Json::Value parseParameters(const std::string& body)
+{
+    if (body.empty()) {
+        return Json::Value();
+    }
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder["stackLimit"] = kMaxNesting;
+    const std::unique_ptr<Json::CharReader> pReader(builder.newCharReader());
+    const char* pEnd = body.data() + body.size();
+    Json::Value jParams;
+    if (!standin::isPlainText(body.data(), pEnd) || !pReader->parse(body.data(), pEnd, &jParams, nullptr) ||
+        !jParams.isObject()) {
+        throw std::runtime_error("the parameters are not a JSON object");
+    }
+    return jParams;
+}
+
+bool callHandler(Handler handler, const standin::Account& account, Json::Value jParams, VELQ::APIResponse& resp)
+{
+    try {
+        VELQ::APIRequest req(account.uid, account.name, std::move(jParams));
+        // What an earlier request left behind must not colour the log lines of this one.
+        VLIBCErrSetEx(0, "", 0);
+        errno = 0;
+        handler(&req, &resp);
+        return true;
+    } catch (const std::exception& e) {
+        reportException(e.what());
+    } catch (...) {
+        reportException("an exception of no known type");
+    }
+    resp.SetError(500, Json::Value());
+    return false;
+}
+
+Answer answerRequest(Handler handler, const standin::Account& account, Json::Value jParams)
+{
+    try {
+        VELQ::APIResponse resp;
+        const int status = callHandler(handler, account, std::move(jParams), resp) ? 200 : 500;
+        return {status, resp.GetErrorCode(), envelope(resp)};
+    } catch (const std::exception& e) {
+        reportException(e.what());
+        return refusal(500);
+    }
+}
+
+Answer refusal(int status)
+{
+    return {status, status, errorEnvelope(status)};
+}
+
+std::string envelope(const VELQ::APIResponse& resp)
+{
+    if (!resp.IsSuccess()) {
+        return errorEnvelope(resp.GetErrorCode());
+    }
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    builder["precision"] = 17;
+    std::ostringstream out;
+    out.exceptions(std::ios::badbit | std::ios::failbit);  // running out of memory must not cut the answer short
+    out << "{\"success\":true,\"data\":";
+    std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter())->write(resp.GetData(), &out);
+    out << '}';
+    return std::move(out).str();
+}
+
+}  // namespace host

@@ -1,0 +1,41 @@
+// One call of a module's method: parameters in, JSON envelope out. HTTP and the command line go the same way.
+//
+// Any thread may call these functions.
+#pragma once
+
+#include <string>
+
+#include <json/value.h>
+
+#include "platform/velq_webapi.h"
+#include "standin/store/store.h"
+
+namespace host {
+
+using Handler = void (*)(VELQ::APIRequest*, VELQ::APIResponse*);
+
+struct Answer {
+    int status = 200;  // HTTP status
+    int code = 0;      // error code in the envelope, 0 on success
+    std::string text;  // the envelope, JSON on one line
+};
+
+// The parameters of a request. body: a JSON object's text; an empty one means none, and gives a null value.
+// Throws std::runtime_error when it is anything else: malformed JSON, a repeated name, more than 200 levels of nesting,
+// bytes that are not UTF-8.
+Json::Value parseParameters(const std::string& body);
+
+// Calls the handler as that account; resp gets the outcome, an error 500 when an exception came out of the handler.
+// Such an exception is reported on standard error and goes no further. Returns whether there was none.
+bool callHandler(Handler handler, const standin::Account& account, Json::Value jParams, VELQ::APIResponse& resp);
+
+// Calls the handler and renders the outcome; an exception on the way is answered with the HTTP status 500.
+Answer answerRequest(Handler handler, const standin::Account& account, Json::Value jParams);
+
+// The answer to a request that reaches no handler. status: the HTTP status, which is its code as well.
+Answer refusal(int status);
+
+// The envelope of an outcome. Throws std::exception when memory runs out.
+std::string envelope(const VELQ::APIResponse& resp);
+
+}  // namespace host

@@ -1,0 +1,55 @@
+// Making and recognising bearer tokens.
+#include "host/tokens.h"
+
+#include <strings.h>
+
+#include <stdexcept>
+#include <string_view>
+
+#include <sodium.h>
+
+namespace host {
+
+namespace {
+
+constexpr size_t kBytes = 32;
+constexpr size_t kDigits = 2 * kBytes;
+constexpr std::string_view kScheme = "Bearer ";
+
+std::string hex(const unsigned char (&bytes)[kBytes])
+{
+    char szHex[kDigits + 1];
+    return sodium_bin2hex(szHex, sizeof(szHex), bytes, kBytes);
+}
+
+std::string hashOf(std::string_view token)
+{
+    unsigned char hash[kBytes];
+    crypto_generichash(hash, kBytes, reinterpret_cast<const unsigned char*>(token.data()), token.size(), nullptr, 0);
+    return hex(hash);
+}
+
+}  // namespace
+
+std::string issueToken(const standin::Account& account)
+{
+    if (sodium_init() < 0) {
+        throw std::runtime_error("no source of random numbers");
+    }
+    unsigned char random[kBytes];
+    randombytes_buf(random, kBytes);
+    std::string token = hex(random);
+    standin::setAccountToken(account.uid, hashOf(token));
+    return token;
+}
+
+std::optional<standin::Account> accountOfBearer(const char* szHeader)
+{
+    if (nullptr == szHeader || 0 != strncasecmp(szHeader, kScheme.data(), kScheme.size())) {
+        return std::nullopt;
+    }
+    const std::string_view token = szHeader + kScheme.size();
+    return kDigits == token.size() ? standin::findAccountByToken(hashOf(token)) : std::nullopt;
+}
+
+}  // namespace host
