@@ -1,0 +1,77 @@
+// Bytes as a request of every handler and export, over a store whose records are any JSON and whose calls may fail.
+// Input: the call, the number of the first failing platform call, its errno, then a JSON object with the request
+// ("params"), the stored nodes, the delegates' extra information and what a conversion does to a record ("spoil").
+#include <cerrno>
+
+#include <json/reader.h>
+
+#include "include/webapi_zem_lib.h"
+#include "include/webapi_zem_ou.h"
+#include "tests/fake_platform.h"
+
+namespace {
+
+bool parse(const std::string& text, Json::Value& jValue)
+{
+    try {
+        Json::CharReaderBuilder builder;
+        const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+        return reader->parse(text.data(), text.data() + text.size(), &jValue, nullptr) && jValue.isObject();
+    } catch (const std::exception&) {
+        return false;  // nested too deep for the reader: no request arrives like that
+    }
+}
+
+void fillStore(const Json::Value& jInput)
+{
+    using fake::platform;
+    platform.listedGroups = jInput["groups"].isArray() ? jInput["groups"] : Json::Value(Json::arrayValue);
+    platform.listedServers = jInput["servers"].isArray() ? jInput["servers"] : Json::Value(Json::arrayValue);
+    platform.listedPolicies = jInput["policies"].isArray() ? jInput["policies"] : Json::Value(Json::arrayValue);
+    platform.policies[1] = {"one", "first"};
+    platform.mayManage[7] = false;
+    const std::string extra = jInput["extra"].isString() ? jInput["extra"].asString() : "";
+    for (const int nodeType : {2, 3}) {
+        platform.delegates[{nodeType, 1}] = {{2, 7, extra}, {3, UINT64_MAX, "{\"domainType\":1}"}};
+        (nodeType == 2 ? platform.groups : platform.servers)[1] = jInput["node"];
+    }
+    if (jInput.isMember("spoil")) {
+        platform.onJsonToStruct = [jSpoil = jInput["spoil"]](Json::Value& jRecord) { jRecord = jSpoil; };
+    }
+}
+
+void callModule(unsigned which, const Json::Value& jParams)
+{
+    static const fake::Handler handlers[] = {create_v1, set_v1, delete_v1, list_tree_by_uid_v1, list_one_level_v1};
+    if (which < 5) {
+        fake::call(handlers[which], jParams.isObject() ? jParams : Json::Value());
+        return;
+    }
+    Json::Value jData = jParams;
+    VELQ::APIRequest request(1000, "bob", jParams.isObject() ? jParams : Json::Value());
+    if (which == 5) {
+        VELQZEMHttpReqToJsonForLinkedTarget(&request, jData);
+    } else {
+        (which % 2 ? VELQZEMOuUpdateLinkGpo : VELQZEMKxUpdateLinkGpo)(jData, which & 2);
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
+{
+    Json::Value jInput;
+    testing::GTEST_FLAG(break_on_failure) = true;  // an expectation of the platform that is not met is a finding
+    if (size < 3 || !parse(std::string(reinterpret_cast<const char*>(pData) + 3, size - 3), jInput)) {
+        return 0;
+    }
+    fake::reset();
+    fillStore(jInput);
+    fake::platform.failFirst = pData[1];
+    fake::platform.failLast = pData[1] ? SIZE_MAX : 0;
+    fake::platform.failErrno = pData[2] % 3 == 0 ? 0 : pData[2] % 3 == 1 ? ENOENT : EACCES;
+    errno = pData[2] & 64 ? EACCES : 0;
+    callModule(pData[0] % 10, jInput["params"]);
+    fake::reset();  // everything has been released
+    return 0;
+}
