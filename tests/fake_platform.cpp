@@ -134,7 +134,7 @@ int toJson(const char* name, const Record* record, const Json::Value& fields, Js
         return -1;
     }
     const Json::Value& node = nodeOf[record];
-    if (fields.isNull()) {
+    if (fields.isNull() || !node.isObject()) {
         out = node;
         return 0;
     }
@@ -153,7 +153,7 @@ int toRecord(const char* name, Json::Value& json, Record* record)
         return -1;
     }
     Json::Value& node = nodeOf[record];
-    if (record->id == -1) {
+    if (record->id == -1 || !node.isObject()) {
         node = Json::Value(Json::objectValue);
     }
     if (json.isObject()) {
@@ -194,8 +194,8 @@ int setDelegates(const char* name, int64_t id, int nodeType, Json::Value& record
         return -1;
     }
     platform.delegates[{nodeType, id}].clear();
-    for (const Json::Value& entry : record["delegate"]) {
-        platform.delegates[{nodeType, id}].push_back({2, entry["ugid"].asUInt64(), ""});
+    if (record.isObject() && record["delegate"].isArray()) {
+        platform.delegates[{nodeType, id}].resize(record["delegate"].size());
     }
     return 0;
 }

@@ -48,7 +48,7 @@ template <typename Record>
 const Record* next_record(const Record* pRecord)
 {
     const Record* pNext = NULL;
-    memcpy(&pNext, pRecord, sizeof(pNext));
+    memcpy(&pNext, static_cast<const void*>(pRecord), sizeof(pNext));
     return pNext;
 }
 

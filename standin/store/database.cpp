@@ -19,6 +19,7 @@ constexpr size_t kConnections = 8;
 constexpr int kPatienceMilliseconds = 5000;
 
 struct Database {
+    explicit Database(bool isPostgres) : postgres(isPostgres) {}
     bool postgres;
     soci::connection_pool pool{kConnections};
 };
