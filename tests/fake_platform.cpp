@@ -446,15 +446,24 @@ Json::Value GetUIVersion(int flag)
     return fails("GetUIVersion", std::to_string(flag)) ? Json::Value() : platform.uiVersion;
 }
 
-_tag_velq_zem_ou_* VELQZEMOuAlloc(void) { return fails("OuAlloc") ? nullptr : hold(new _tag_velq_zem_ou_, "Ou"); }
+// The functions that every kind of record has, and those of the kinds that can be stored.
+#define RECORD_FUNCTIONS(Kind, Record)                                                                         \
+    Record* VELQZEM##Kind##Alloc(void) { return fails(#Kind "Alloc") ? nullptr : hold(new Record, #Kind); }    \
+    void VELQZEM##Kind##Free(Record* pRecord) { release(pRecord, #Kind); }                                     \
+    void VELQZEM##Kind##ListFree(Record** ppHead) { releaseList(ppHead, #Kind); }                              \
+    int VELQZEM##Kind##StructToJson(const Record* pRecord, const Json::Value& jSearchArray, Json::Value& jOut) \
+    {                                                                                                          \
+        return toJson(#Kind "StructToJson", pRecord, jSearchArray, jOut);                                      \
+    }
+#define STORE_FUNCTIONS(Kind, Record, nodes)                                                              \
+    int VELQZEM##Kind##Get(int64_t id, Record* pRecord) { return load(#Kind "Get", nodes, id, pRecord); } \
+    int VELQZEM##Kind##Set(Record* pRecord) { return store(#Kind "Set", nodes, pRecord); }
 
-void VELQZEMOuFree(_tag_velq_zem_ou_* pOu) { release(pOu, "Ou"); }
-
-void VELQZEMOuListFree(_tag_velq_zem_ou_** ppHead) { releaseList(ppHead, "Ou"); }
-
-int VELQZEMOuGet(int64_t id, _tag_velq_zem_ou_* pOu) { return load("OuGet", platform.groups, id, pOu); }
-
-int VELQZEMOuSet(_tag_velq_zem_ou_* pOu) { return store("OuSet", platform.groups, pOu); }
+RECORD_FUNCTIONS(Ou, _tag_velq_zem_ou_)
+RECORD_FUNCTIONS(Kx, _tag_velq_zem_kx_)
+RECORD_FUNCTIONS(Gpo, _tag_velq_zem_gpo_)
+STORE_FUNCTIONS(Ou, _tag_velq_zem_ou_, platform.groups)
+STORE_FUNCTIONS(Kx, _tag_velq_zem_kx_, platform.servers)
 
 int VELQZEMOuCreate(_tag_velq_zem_ou_* pOu)
 {
@@ -494,11 +503,6 @@ int VELQZEMOuJsonToStruct(Json::Value& jRecord, _tag_velq_zem_ou_* pOu)
     return 0;
 }
 
-int VELQZEMOuStructToJson(const _tag_velq_zem_ou_* pOu, const Json::Value& jSearchArray, Json::Value& jOut)
-{
-    return toJson("OuStructToJson", pOu, jSearchArray, jOut);
-}
-
 int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id)
 {
     const auto it = platform.mayManage.find(id);
@@ -510,31 +514,10 @@ int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id)
     return 2;
 }
 
-_tag_velq_zem_kx_* VELQZEMKxAlloc(void) { return fails("KxAlloc") ? nullptr : hold(new _tag_velq_zem_kx_, "Kx"); }
-
-void VELQZEMKxFree(_tag_velq_zem_kx_* pKx) { release(pKx, "Kx"); }
-
-void VELQZEMKxListFree(_tag_velq_zem_kx_** ppHead) { releaseList(ppHead, "Kx"); }
-
-int VELQZEMKxGet(int64_t id, _tag_velq_zem_kx_* pKx) { return load("KxGet", platform.servers, id, pKx); }
-
-int VELQZEMKxSet(_tag_velq_zem_kx_* pKx) { return store("KxSet", platform.servers, pKx); }
-
 int VELQZEMKxJsonToStruct(Json::Value& jRecord, _tag_velq_zem_kx_* pKx)
 {
     return toRecord("KxJsonToStruct", jRecord, pKx);
 }
-
-int VELQZEMKxStructToJson(const _tag_velq_zem_kx_* pKx, const Json::Value& jSearchArray, Json::Value& jOut)
-{
-    return toJson("KxStructToJson", pKx, jSearchArray, jOut);
-}
-
-_tag_velq_zem_gpo_* VELQZEMGpoAlloc(void) { return fails("GpoAlloc") ? nullptr : hold(new _tag_velq_zem_gpo_, "Gpo"); }
-
-void VELQZEMGpoFree(_tag_velq_zem_gpo_* pGpo) { release(pGpo, "Gpo"); }
-
-void VELQZEMGpoListFree(_tag_velq_zem_gpo_** ppHead) { releaseList(ppHead, "Gpo"); }
 
 int VELQZEMGpoGet(int64_t id, _tag_velq_zem_gpo_* pGpo)
 {
@@ -557,11 +540,6 @@ int VELQZEMGpoItemGetName(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* p
 int VELQZEMGpoItemGetDescription(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo)
 {
     return copyText("GpoItemGetDescription", platform.policies[pGpo->id].second, szBuf, cbBuf);
-}
-
-int VELQZEMGpoStructToJson(const _tag_velq_zem_gpo_* pGpo, const Json::Value& jSearchArray, Json::Value& jOut)
-{
-    return toJson("GpoStructToJson", pGpo, jSearchArray, jOut);
 }
 
 int VELQZEMGpoGetWithVersionConvert(Json::Value& jSetting, Json::Value& jUIVersion)

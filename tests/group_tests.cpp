@@ -156,10 +156,12 @@ TEST(GroupHandlers, surviveARecordThatTheStoreSpoils)
     platform.onJsonToStruct = [](Json::Value& jRecord) { jRecord = "spoiled"; };
     EXPECT_EQ(call(create_v1, json("{'multiple_data':[{}]}")), "error 117");
     EXPECT_EQ(platform.logs, Lines{failedCall(jsonToStructText, 0)});
-    groups();
-    platform.onJsonToStruct = [](Json::Value& jRecord) { jRecord["id"] = "spoiled"; };
-    EXPECT_EQ(call(set_v1, json("{'multiple_data':[{'id':3,'delegate':[]}]}")), "error 101");
-    EXPECT_EQ(platform.logs, Lines{badParameter(0)});
+    for (const char* szSpoiled : {"{'id':'spoiled','delegate':[]}", "{'delegate':[]}"}) {
+        groups();
+        platform.onJsonToStruct = [=](Json::Value& jRecord) { jRecord = json(szSpoiled); };
+        EXPECT_EQ(call(set_v1, json("{'multiple_data':[{'id':3,'delegate':[]}]}")), "error 101");
+        EXPECT_EQ(platform.logs, Lines{badParameter(0)});
+    }
 }
 
 TEST(GroupRequest, copiesTheParametersThatItKnows)

@@ -112,6 +112,10 @@ TEST(LinkUpdate, comparesUnsignedIdentifiersAndRefusesUnreadableRequests)
     EXPECT_EQ(VELQZEMOuUpdateLinkGpo(jRequest, 1), 0);
     EXPECT_EQ(platform.groups[5]["linked_gpo"]["order"].size(), 1u);
 
+    platform.groups[5] = "no object";
+    EXPECT_EQ(VELQZEMOuUpdateLinkGpo(jRequest, 1), -1);
+    EXPECT_EQ(platform.logs, Lines{badParameter(0, lib)});
+
     for (const char* szRequest :
          {"null", "7", "[]", "{}", "{'node_id':5}", "{'gpo_id':7}", "{'node_id':null,'gpo_id':7}",
           "{'node_id':5,'gpo_id':'7'}", "{'node_id':5,'gpo_id':9223372036854775808}", "{'node_id':{},'gpo_id':7}"}) {

@@ -103,6 +103,10 @@ TEST(Assembly, marksTheSourceAndRefusesWhatIsNoArray)
     Json::Value jBad(Json::objectValue);
     EXPECT_EQ(ConvertTreeJsonToParent(&jOu, &jOu, &jData), 0);
     EXPECT_EQ(jOu[0]["find_parent"], 1);
+    Json::Value jTree = json("[{'node_type':2,'id':1,'find_parent':1}]");  // hung elsewhere: nobody's parent here
+    Json::Value jKx = json("[{'node_type':3,'id':1,'parent_id':1}]");
+    EXPECT_EQ(ConvertTreeJsonToParent(&jKx, &jTree, NULL), 0);
+    EXPECT_EQ(shape(jTree), "2.1 3.1");
     for (const auto& [src, dst] :
          {std::pair<Json::Value*, Json::Value*>(NULL, &jData), {&jBad, &jData}, {&jData, NULL}, {&jData, &jBad}}) {
         platform.logs.clear();
@@ -124,7 +128,8 @@ TEST(Assembly, logsKindMismatchesAndOddNodesAsTheSearchMeetsThem)
               (std::vector<std::string>{badParameter(EACCES), badParameter(EACCES), mismatch, badParameter(EACCES)}));
     platform.logs.clear();
     EXPECT_FALSE(IsJsonParentTypeMatch(jOu[0], jOu[1]));
-    EXPECT_EQ(platform.logs, std::vector<std::string>{badParameter(EACCES)});
+    EXPECT_FALSE(IsJsonParentTypeMatch(jOu[1], jOu[0]));
+    EXPECT_EQ(platform.logs, std::vector<std::string>(2, badParameter(EACCES)));
 }
 
 // Without the null "children", which only the search node by node leaves.
@@ -227,7 +232,11 @@ TEST(Decoration, attachesTheDelegatesThatCanBeShown)
          "[{'user_type':2,'name':'ann','domainName':7,'domainType':null,'ugid':18446744073709551615},"
          "{'user_type':-9,'name':'ann','domainName':7,'domainType':null,'ugid':7}]",
          0},
-        {{{2, 7, ""}, {2, 7, "{}"}, {2, 7, "[1]"}, {2, 7, "{\"domainType\":1,\"domainName\":1}"}, {2, 7, whole + "x"}},
+        {{{2, 7, ""},
+          {2, 7, "{\"domainType\":1}"},
+          {2, 7, "[1]"},
+          {2, 7, "{\"domainType\":1,\"domainName\":1}"},
+          {2, 7, whole + "x"}},
          "'before'",
          5},
     };
@@ -462,9 +471,9 @@ TEST(TreeFetch, keepsWhatAnOddStoreAnswers)
          "error 117",
          {badParameter(EACCES), failedCall("0 > get_delegate_by_node(jArray[i])", EACCES),
           failedCall("0 >add_info_to_node(jDataOu, jDataGpo)", EACCES)}},
-        {"[{'node_type':2,'id':1,'find_parent':1,'children':[{'find_parent':1}]}]",
+        {"[{'node_type':2,'id':1,'find_parent':1,'children':[{'find_parent':1,'children':7}]}]",
          "[]",
-         "ok [{'children':[{'children':null,'expanded':false,'loaded':true}],'expanded':true,'linked_gpo':null,"
+         "ok [{'children':[{'children':7,'expanded':false,'loaded':true}],'expanded':true,'linked_gpo':null,"
          "'node_type':2}]",
          {}},
         {"[]",
@@ -484,7 +493,12 @@ TEST(TreeFetch, keepsWhatAnOddStoreAnswers)
     Json::Value jArray(Json::arrayValue);
     Json::Value jBad;
     EXPECT_EQ(add_info_to_node(jBad, jArray), -1);
-    EXPECT_EQ(BuildTreeJson(jArray, jArray, jArray, jBad), -1);
+    Json::Value* jArguments[] = {&jArray, &jArray, &jArray, &jArray};
+    for (Json::Value*& pjArgument : jArguments) {
+        pjArgument = &jBad;
+        EXPECT_EQ(BuildTreeJson(*jArguments[0], *jArguments[1], *jArguments[2], *jArguments[3]), -1);
+        pjArgument = &jArray;
+    }
     EXPECT_EQ(FindJsonParent(jBad, jBad), nullptr);
 }
 
