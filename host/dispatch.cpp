@@ -26,6 +26,21 @@ std::string errorEnvelope(int code)
     return "{\"success\":false,\"error\":{\"code\":" + std::to_string(code) + "}}";
 }
 
+// Whether the text is one JSON value in UTF-8, which goes to *pValue.
+bool parseText(const std::string& text, Json::Value* pValue)
+{
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder["stackLimit"] = kMaxNesting;
+    const std::unique_ptr<Json::CharReader> pReader(builder.newCharReader());
+    const char* pEnd = text.data() + text.size();
+    try {
+        return standin::isPlainText(text.data(), pEnd) && pReader->parse(text.data(), pEnd, pValue, nullptr);
+    } catch (const Json::Exception&) {
+        return false;  // the reader's answer to deep nesting
+    }
+}
+
 void reportException(const char* szWhat)
 {
     std::cerr << "zemhost: a handler failed: " + printable(szWhat) + "\n";
@@ -38,14 +53,8 @@ Json::Value parseParameters(const std::string& body)
     if (body.empty()) {
         return Json::Value();
     }
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    builder["stackLimit"] = kMaxNesting;
-    const std::unique_ptr<Json::CharReader> pReader(builder.newCharReader());
-    const char* pEnd = body.data() + body.size();
     Json::Value jParams;
-    if (!standin::isPlainText(body.data(), pEnd) || !pReader->parse(body.data(), pEnd, &jParams, nullptr) ||
-        !jParams.isObject()) {
+    if (!parseText(body, &jParams) || !jParams.isObject()) {
         throw std::runtime_error("the parameters are not a JSON object");
     }
     return jParams;

@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 
 #include <unistd.h>
 
@@ -15,10 +16,14 @@ using namespace fake;
 namespace {
 
 // Puts the process numbers and the text of errno into a format, in the order euid, pid, then as often as it says.
-std::string fill(std::string text, int err)
-{
-    const std::pair<std::string, std::string> marks[] = {
-        {"<U>", std::to_string(geteuid())}, {"<P>", std::to_string(getpid())}, {"<M>", strerror(err)}};
+std::string fill(std::string text, int err) {
+    const std::pair<std::string, std::string> marks[] = {{"<S>", "3 webapi_zem_ou.cpp:L (euid=<U>)(pid=<P>)"},
+                                                         {"<T>", "<7>(euid=<U>)(pid=<P>)"},
+                                                         {"<L>", "(webapi_zem_ou.cpp:L)"},
+                                                         {"<7>", "(webapi_zem_ou.cpp:7)"},
+                                                         {"<U>", std::to_string(geteuid())},
+                                                         {"<P>", std::to_string(getpid())},
+                                                         {"<M>", strerror(err)}};
     for (const auto& [mark, value] : marks) {
         for (size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at)) {
             text.replace(at, mark.size(), value);
@@ -27,58 +32,37 @@ std::string fill(std::string text, int err)
     return text;
 }
 
-TEST(FailureLog, wordsEachFamilyByErrnoAndEchoesItWhenTheTerminalIsOn)
-{
+TEST(FailureLog, wordsEachFamilyByErrnoAndEchoesItWhenTheTerminalIsOn) {
+    const char* const szOu = "webapi_zem_ou.cpp";
+    const auto failed = [=] { log_failed_call("0 > f()", szOu, 7); };
+    const auto bad = [=] { log_bad_parameter(szOu, 7); };
+    const auto denied = [=] { log_access_denied("0 > f()", szOu, 7); };
+    const auto noHash = [=] { log_malloc_hash(szOu, 7); };
+    const auto failedLib = [] { log_failed_call("0 > f()", "webapi_zem_lib.cpp", 7); };
     const struct {
         std::function<void()> log;
         int err;
-        std::vector<std::string> lines;
-        std::string terminal;
+        std::string lines, terminal;
     } cases[] = {
-        {[] { log_failed_call("0 > f()", "webapi_zem_ou.cpp", 7); },
-         EACCES,
-         {"3 webapi_zem_ou.cpp:L (euid=<U>)(pid=<P>)(<M>)(webapi_zem_ou.cpp:L)(<M>)!!Failed [0 > f()], err=<M>\n\n"},
-         "(webapi_zem_ou.cpp:7)(euid=<U>)(pid=<P>)(webapi_zem_ou.cpp:7)(<M>)!!Failed [0 > f()], err=<M>\n\n"},
-        {[] { log_failed_call("0 > f()", "webapi_zem_lib.cpp", 7); },
-         0,
-         {"3 webapi_zem_lib.cpp:L (euid=<U>)(pid=<P>)(webapi_zem_lib.cpp:L)(<M>)Failed [0 > f()], err=<M>\n\n"},
+        {failed, EACCES, "<S>(<M>)<L>(<M>)!!Failed [0 > f()], err=<M>\n\n",
+         "<T><7>(<M>)!!Failed [0 > f()], err=<M>\n\n"},
+        {failed, 0, "<S><L>(<M>)Failed [0 > f()], err=<M>\n\n", "<T><7>(<M>)Failed [0 > f()], err=<M>\n\n"},
+        {failed, ENOENT, "<S>(<M>)<L>(<M>)Failed [0 > f()], err=<M>\n\n", "<T><7>(<M>)Failed [0 > f()], err=<M>\n\n"},
+        {failedLib, 0,
+         "3 webapi_zem_lib.cpp:L (euid=<U>)(pid=<P>)(webapi_zem_lib.cpp:L)(<M>)Failed [0 > f()], err=<M>\n\n",
          "(webapi_zem_lib.cpp:7)(euid=<U>)(pid=<P>)(webapi_zem_lib.cpp:7)(<M>)Failed [0 > f()], err=<M>\n\n"},
-        {[] { log_failed_call("0 > f()", "webapi_zem_ou.cpp", 7); },
-         ENOENT,
-         {"3 webapi_zem_ou.cpp:L (euid=<U>)(pid=<P>)(<M>)(webapi_zem_ou.cpp:L)(<M>)Failed [0 > f()], err=<M>\n\n"},
-         "(webapi_zem_ou.cpp:7)(euid=<U>)(pid=<P>)(webapi_zem_ou.cpp:7)(<M>)Failed [0 > f()], err=<M>\n\n"},
-        {[] { log_bad_parameter("webapi_zem_ou.cpp", 7); },
-         EACCES,
-         {"3 webapi_zem_ou.cpp:L (euid=<U>)(pid=<P>)(<M>)(webapi_zem_ou.cpp:L)(<M>)bad parameter\n\n"},
-         "(webapi_zem_ou.cpp:7)(euid=<U>)(pid=<P>)(webapi_zem_ou.cpp:7)(<M>)bad parameter\n\n"},
-        {[] { log_bad_parameter("webapi_zem_ou.cpp", 7); },
-         0,
-         {"3 webapi_zem_ou.cpp:L (euid=<U>)(pid=<P>)(webapi_zem_ou.cpp:L)(<M>)bad parameter\n\n"},
-         "(webapi_zem_ou.cpp:7)(euid=<U>)(pid=<P>)(webapi_zem_ou.cpp:7)(<M>)bad parameter\n\n"},
-        {[] { log_access_denied("0 > f()", "webapi_zem_ou.cpp", 7); },
-         EACCES,
-         {"3 webapi_zem_ou.cpp:L (euid=<U>)(pid=<P>)(<M>)!!Failed [0 > f()], err=<M>\n"},
-         "(webapi_zem_ou.cpp:7)(euid=<U>)(pid=<P>)!!Failed [0 > f()], err=<M>\n"},
-        {[] { log_access_denied("0 > f()", "webapi_zem_ou.cpp", 7); }, ENOENT, {}, ""},
-        {[] { log_malloc_hash("webapi_zem_ou.cpp", 7); },
-         EACCES,
-         {"3 webapi_zem_ou.cpp:L (euid=<U>)(pid=<P>)(<M>)!!Fail EACESS, err=<M>\n",
-          "3 webapi_zem_ou.cpp:L (euid=<U>)(pid=<P>)(<M>)(webapi_zem_ou.cpp:L)(<M>)malloc hash failed\n\n"},
-         "(webapi_zem_ou.cpp:7)(euid=<U>)(pid=<P>)!!Fail EACESS, err=<M>\n"
-         "(webapi_zem_ou.cpp:7)(euid=<U>)(pid=<P>)(webapi_zem_ou.cpp:7)(<M>)malloc hash failed\n\n"},
-        {[] { log_malloc_hash("webapi_zem_ou.cpp", 7); },
-         0,
-         {"3 webapi_zem_ou.cpp:L (euid=<U>)(pid=<P>)(webapi_zem_ou.cpp:L)(<M>)malloc hash failed\n\n"},
-         "(webapi_zem_ou.cpp:7)(euid=<U>)(pid=<P>)(webapi_zem_ou.cpp:7)(<M>)malloc hash failed\n\n"},
-        {[] { log_no_permission("bob", -5, 0xD01, "store.cpp", 77); },
-         ENOENT,
-         {"3 webapi_zem_ou.cpp:L No permission for normal user [bob] on group [-5]. [0x0D01 store.cpp:77]"},
-         ""},
-        {[] { log_root_delete(); }, 0, {"3 webapi_zem_ou.cpp:L Deleting ROOT OU is not allowed."}, ""},
-        {[] { log_notify_failed(UINT32_MAX, INT64_MIN); },
-         0,
-         {"3 webapi_zem_ou.cpp:L fail to VELQZEMGpoNotifyFetch uid=4294967295 id=-9223372036854775808"},
-         ""},
+        {bad, EACCES, "<S>(<M>)<L>(<M>)bad parameter\n\n", "<T><7>(<M>)bad parameter\n\n"},
+        {bad, 0, "<S><L>(<M>)bad parameter\n\n", "<T><7>(<M>)bad parameter\n\n"},
+        {denied, EACCES, "<S>(<M>)!!Failed [0 > f()], err=<M>\n", "<T>!!Failed [0 > f()], err=<M>\n"},
+        {denied, ENOENT, "", ""},
+        {noHash, EACCES, "<S>(<M>)!!Fail EACESS, err=<M>\n<S>(<M>)<L>(<M>)malloc hash failed\n\n",
+         "<T>!!Fail EACESS, err=<M>\n<T><7>(<M>)malloc hash failed\n\n"},
+        {noHash, 0, "<S><L>(<M>)malloc hash failed\n\n", "<T><7>(<M>)malloc hash failed\n\n"},
+        {[] { log_no_permission("bob", -5, 0xD01, "store.cpp", 77); }, ENOENT,
+         "3 webapi_zem_ou.cpp:L No permission for normal user [bob] on group [-5]. [0x0D01 store.cpp:77]", ""},
+        {[] { log_root_delete(); }, 0, "3 webapi_zem_ou.cpp:L Deleting ROOT OU is not allowed.", ""},
+        {[] { log_notify_failed(UINT32_MAX, INT64_MIN); }, 0,
+         "3 webapi_zem_ou.cpp:L fail to VELQZEMGpoNotifyFetch uid=4294967295 id=-9223372036854775808", ""},
     };
     for (const auto& c : cases) {
         for (const int echo : {0, 1}) {
@@ -89,17 +73,12 @@ TEST(FailureLog, wordsEachFamilyByErrnoAndEchoesItWhenTheTerminalIsOn)
             c.log();
             fflush(stdout);
             EXPECT_EQ(testing::internal::GetCapturedStdout(), echo ? fill(c.terminal, c.err) : "");
-            std::vector<std::string> lines = c.lines;
-            for (std::string& line : lines) {
-                line = fill(line, c.err);
-            }
-            EXPECT_EQ(platform.logs, lines);
+            EXPECT_EQ(std::accumulate(platform.logs.begin(), platform.logs.end(), std::string()), fill(c.lines, c.err));
         }
     }
 }
 
-TEST(FailureLog, leavesErrnoAsItWas)
-{
+TEST(FailureLog, leavesErrnoAsItWas) {
     reset();
     errno = EACCES;
     log_malloc_hash();
@@ -109,8 +88,7 @@ TEST(FailureLog, leavesErrnoAsItWas)
     EXPECT_EQ(platform.logs.size(), 4u);
 }
 
-TEST(HandlerFrame, answersBeforeAnyWorkIsDone)
-{
+TEST(HandlerFrame, answersBeforeAnyWorkIsDone) {
     for (const Handler handler : {create_v1, set_v1, delete_v1, list_tree_by_uid_v1}) {
         reset();
         VELQ::APIRequest request(UINT32_MAX, "", Json::Value());
@@ -127,16 +105,13 @@ TEST(HandlerFrame, answersBeforeAnyWorkIsDone)
         platform.logs.clear();
         handler(&request, &response);
         std::vector<std::string> calls = {"GetLoginUID", "SetError 105"};
-        if (handler == list_tree_by_uid_v1) {
-            calls.push_back("HashFree null");
-        }
+        if (handler == list_tree_by_uid_v1) { calls.push_back("HashFree null"); }
         EXPECT_EQ(platform.calls, calls);
         EXPECT_EQ(platform.logs, std::vector<std::string>{"3 webapi_zem_ou.cpp:L Failed to get login uid"});
     }
 }
 
-TEST(MethodTable, hasFourRowsAndATerminator)
-{
+TEST(MethodTable, hasFourRowsAndATerminator) {
     const struct {
         const char* szApi;
         const char* szMethod;
@@ -157,8 +132,7 @@ TEST(MethodTable, hasFourRowsAndATerminator)
     EXPECT_EQ(memcmp(row, zeros, sizeof(zeros)), 0);
 }
 
-TEST(JsonRead, convertsWhatTheLibraryConvertsAndRefusesWhatItWouldThrowAt)
-{
+TEST(JsonRead, convertsWhatTheLibraryConvertsAndRefusesWhatItWouldThrowAt) {
     const int64_t none = 4242;  // the value stays
     const struct {
         Json::Value value;
@@ -194,8 +168,7 @@ TEST(JsonRead, convertsWhatTheLibraryConvertsAndRefusesWhatItWouldThrowAt)
     }
 }
 
-TEST(JsonRead, parsesTextsOfAnyShapeWithoutThrowing)
-{
+TEST(JsonRead, parsesTextsOfAnyShapeWithoutThrowing) {
     const auto nested = [](size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
     const struct {
         std::string text;

@@ -1,6 +1,7 @@
 // Group create, set, delete, the request conversion, and the one-level listing.
 #include <algorithm>
 #include <cerrno>
+#include <sstream>
 
 #include "include/webapi_zem_ou.h"
 #include "tests/fake_platform.h"
@@ -24,8 +25,7 @@ const std::string jsonToStructText = "0 > VELQZEMOuJsonToStruct(multiple_data[i]
 const std::string missingId = "false == multiple_data[i].isMember(\"id\")";
 
 // What the handlers ask of the store: the calls without those to the request.
-Lines storeCalls()
-{
+Lines storeCalls() {
     Lines calls;
     for (const std::string& name : platform.calls) {
         if (name.rfind("HasParam", 0) != 0 && name.rfind("GetParam", 0) != 0 && name != "GetLoginUID") {
@@ -35,8 +35,7 @@ Lines storeCalls()
     return calls;
 }
 
-void groups()
-{
+void groups() {
     reset();
     for (int64_t id : {0, 3, 4, 7}) {
         platform.groups[id] = json("{'name':'g','parent_id':0}");
@@ -45,113 +44,74 @@ void groups()
     platform.mayManage[7] = false;
 }
 
-TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented)
-{
-    const Lines none;
+// The texts between semicolons.
+Lines split(const std::string& text) {
+    Lines lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line, ';');) { lines.push_back(line); }
+    return lines;
+}
+
+TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented) {
+    const std::string bad = badParameter(0), notArray = failedCall("false == jTmp.isArray()", 0);
+    const std::string noRecord = failedCall("true == jTmp.isNull()", 0), noStruct = failedCall(jsonToStructText, 0);
+    const std::string noId = failedCall(missingId, 0), refused = noPermission + "7" + storeReason;
+    const std::string may = "OuCanManagedByUid 1000 ", delete3 = may + "3;OuDeleteAllByID 3;";
+    const std::string refuse7 = may + "7;SetError 414;ErrorGetLine;ErrorGetFile;ErrGet;GetLoginUserName;";
+    const std::string set3 = "OuAlloc;" + may + "3;OuGet 3;OuJsonToStruct;OuSet;", end3 = "GpoNotifyFetch 1000 2 3;";
+    const auto create = [&](const std::string& parent, const std::string& id) {
+        return "OuJsonToStruct;" + may + parent + ";OuCreate;OuItemGetID;DelegateOverrideListByTarget 2 " + id + ";";
+    };
     const struct {
         Handler handler;
-        const char* szParams;
-        std::string result;
-        Lines logs;
-        Lines calls;  // after "SetError 117"
+        const char *szParams, *szResult;
+        std::string log;    // empty: none
+        std::string calls;  // after "SetError 117"
     } cases[] = {
-        {delete_v1, "{}", "error 101", none, {"SetError 101"}},
-        {delete_v1, "{'node_id':[]}", "ok null", none, {"SetSuccess"}},
-        {delete_v1, "{'node_id':3}", "ok null", none, {"OuCanManagedByUid 1000 3", "OuDeleteAllByID 3", "SetSuccess"}},
-        {delete_v1,
-         "{'node_id':[3,0,4]}",
-         "error 101",
-         {rootLine},
-         {"OuCanManagedByUid 1000 3", "OuDeleteAllByID 3", "SetError 101"}},
-        {delete_v1, "{'node_id':null}", "error 101", {rootLine}, {"SetError 101"}},
-        {delete_v1,
-         "{'node_id':[3,7,4]}",
-         "error 414",
-         {noPermission + "7" + storeReason},
-         {"OuCanManagedByUid 1000 3", "OuDeleteAllByID 3", "OuCanManagedByUid 1000 7", "SetError 414", "ErrorGetLine",
-          "ErrorGetFile", "ErrGet", "GetLoginUserName"}},
-        {delete_v1,
-         "{'node_id':-5}",
-         "ok null",
-         none,
-         {"OuCanManagedByUid 1000 -5", "OuDeleteAllByID -5", "SetSuccess"}},
-        {delete_v1, "{'node_id':'3'}", "error 101", {badParameter(0)}, {"SetError 101"}},
-        {delete_v1, "{'node_id':18446744073709551615}", "error 101", {badParameter(0)}, {"SetError 101"}},
-        {delete_v1, "{'node_id':{'id':3}}", "error 101", {badParameter(0)}, {"SetError 101"}},
-        {delete_v1,
-         "{'node_id':[3,[4]]}",
-         "error 101",
-         {badParameter(0)},
-         {"OuCanManagedByUid 1000 3", "OuDeleteAllByID 3", "SetError 101"}},
+        {delete_v1, "{}", "error 101", "", "SetError 101"},
+        {delete_v1, "{'node_id':[]}", "ok null", "", "SetSuccess"},
+        {delete_v1, "{'node_id':3}", "ok null", "", delete3 + "SetSuccess"},
+        {delete_v1, "{'node_id':[3,0,4]}", "error 101", rootLine, delete3 + "SetError 101"},
+        {delete_v1, "{'node_id':null}", "error 101", rootLine, "SetError 101"},
+        {delete_v1, "{'node_id':[3,7,4]}", "error 414", refused, delete3 + refuse7},
+        {delete_v1, "{'node_id':-5}", "ok null", "", may + "-5;OuDeleteAllByID -5;SetSuccess"},
+        {delete_v1, "{'node_id':'3'}", "error 101", bad, "SetError 101"},
+        {delete_v1, "{'node_id':18446744073709551615}", "error 101", bad, "SetError 101"},
+        {delete_v1, "{'node_id':{'id':3}}", "error 101", bad, "SetError 101"},
+        {delete_v1, "{'node_id':[3,[4]]}", "error 101", bad, delete3 + "SetError 101"},
 
-        {create_v1, "{'multiple_data':[]}", "ok {'ids':[]}", none, {"SetSuccess"}},
-        {create_v1, "{'multiple_data':{}}", "error 117", {failedCall("false == jTmp.isArray()", 0)}, {}},
-        {create_v1,
-         "{'node_id':1,'name':'x','parent_id':0}",
-         "error 117",
-         {failedCall("true == jTmp.isNull()", 0)},
-         {}},
-        {create_v1, "{'id':1,'parent_id':0}", "error 117", {failedCall("true == jTmp.isNull()", 0)}, {}},
-        {create_v1, "{'id':1,'name':'x'}", "error 117", {failedCall("true == jTmp.isNull()", 0)}, {}},
-        {create_v1,
-         "{'id':1,'name':'x','parent_id':3}",
-         "ok {'ids':100}",
-         none,
-         {"OuJsonToStruct", "OuCanManagedByUid 1000 3", "OuCreate", "OuItemGetID", "DelegateOverrideListByTarget 2 100",
-          "SetSuccess"}},
-        {create_v1,
-         "{'multiple_data':[{'parent_id':3},{'parent_id':4}],'id':0}",
-         "ok {'ids':[100,101]}",
-         none,
-         {"OuJsonToStruct", "OuCanManagedByUid 1000 3", "OuCreate", "OuItemGetID", "DelegateOverrideListByTarget 2 100",
-          "OuJsonToStruct", "OuCanManagedByUid 1000 4", "OuCreate", "OuItemGetID", "DelegateOverrideListByTarget 2 101",
-          "SetSuccess"}},
-        {create_v1,
-         "{'multiple_data':[{'parent_id':3},{'parent_id':7},{'parent_id':4}]}",
-         "error 414",
-         {noPermission + "7" + storeReason},
-         {"OuJsonToStruct", "OuCanManagedByUid 1000 3", "OuCreate", "OuItemGetID", "DelegateOverrideListByTarget 2 100",
-          "OuJsonToStruct", "OuCanManagedByUid 1000 7", "SetError 414", "ErrorGetLine", "ErrorGetFile", "ErrGet",
-          "GetLoginUserName"}},
-        {create_v1, "{'multiple_data':[null]}", "error 117", {failedCall(jsonToStructText, 0)}, {}},
-        {create_v1, "{'multiple_data':[[]]}", "error 117", {failedCall(jsonToStructText, 0)}, {}},
+        {create_v1, "{'multiple_data':[]}", "ok {'ids':[]}", "", "SetSuccess"},
+        {create_v1, "{'multiple_data':{}}", "error 117", notArray, ""},
+        {create_v1, "{'node_id':1,'name':'x','parent_id':0}", "error 117", noRecord, ""},
+        {create_v1, "{'id':1,'parent_id':0}", "error 117", noRecord, ""},
+        {create_v1, "{'id':1,'name':'x'}", "error 117", noRecord, ""},
+        {create_v1, "{'id':1,'name':'x','parent_id':3}", "ok {'ids':100}", "", create("3", "100") + "SetSuccess"},
+        {create_v1, "{'multiple_data':[{'parent_id':3},{'parent_id':4}],'id':0}", "ok {'ids':[100,101]}", "",
+         create("3", "100") + create("4", "101") + "SetSuccess"},
+        {create_v1, "{'multiple_data':[{'parent_id':3},{'parent_id':7},{'parent_id':4}]}", "error 414", refused,
+         create("3", "100") + "OuJsonToStruct;" + refuse7},
+        {create_v1, "{'multiple_data':[null]}", "error 117", noStruct, ""},
+        {create_v1, "{'multiple_data':[[]]}", "error 117", noStruct, ""},
 
-        {set_v1, "{'multiple_data':[]}", "ok null", none, {"OuAlloc", "SetSuccess", "OuFree"}},
-        {set_v1, "{'multiple_data':{}}", "error 101", none, {"SetError 101"}},
-        {set_v1,
-         "{'node_id':3,'name':'x'}",
-         "ok null",
-         none,
-         {"OuAlloc", "OuCanManagedByUid 1000 3", "OuGet 3", "OuJsonToStruct", "OuSet", "GpoNotifyFetch 1000 2 3",
-          "SetSuccess", "OuFree"}},
-        {set_v1,
-         "{'multiple_data':[{'id':3,'delegate':[{'ugid':5}]},{'id':7},{'id':4}]}",
-         "error 414",
-         {noPermission + "7" + storeReason},
-         {"OuAlloc", "OuCanManagedByUid 1000 3", "OuGet 3", "OuJsonToStruct", "OuSet", "DelegateSetListByTarget 2 3",
-          "GpoNotifyFetch 1000 2 3", "OuCanManagedByUid 1000 7", "SetError 414", "ErrorGetLine", "ErrorGetFile",
-          "ErrGet", "GetLoginUserName", "OuFree"}},
-        {set_v1, "{'multiple_data':[{'name':'x'}]}", "error 117", {failedCall(missingId, 0)}, {"OuAlloc", "OuFree"}},
-        {set_v1, "{'multiple_data':['x']}", "error 117", {failedCall(missingId, 0)}, {"OuAlloc", "OuFree"}},
-        {set_v1,
-         "{'multiple_data':[{'id':'3'}]}",
-         "error 101",
-         {badParameter(0)},
-         {"OuAlloc", "SetError 101", "OuFree"}},
-        {set_v1, "{'node_id':1e300}", "error 101", {badParameter(0)}, {"OuAlloc", "SetError 101", "OuFree"}},
+        {set_v1, "{'multiple_data':[]}", "ok null", "", "OuAlloc;SetSuccess;OuFree"},
+        {set_v1, "{'multiple_data':{}}", "error 101", "", "SetError 101"},
+        {set_v1, "{'node_id':3,'name':'x'}", "ok null", "", set3 + end3 + "SetSuccess;OuFree"},
+        {set_v1, "{'multiple_data':[{'id':3,'delegate':[{'ugid':5}]},{'id':7},{'id':4}]}", "error 414", refused,
+         set3 + "DelegateSetListByTarget 2 3;" + end3 + refuse7 + "OuFree"},
+        {set_v1, "{'multiple_data':[{'name':'x'}]}", "error 117", noId, "OuAlloc;OuFree"},
+        {set_v1, "{'multiple_data':['x']}", "error 117", noId, "OuAlloc;OuFree"},
+        {set_v1, "{'multiple_data':[{'id':'3'}]}", "error 101", bad, "OuAlloc;SetError 101;OuFree"},
+        {set_v1, "{'node_id':1e300}", "error 101", bad, "OuAlloc;SetError 101;OuFree"},
     };
     for (const auto& c : cases) {
         groups();
-        EXPECT_EQ(call(c.handler, json(c.szParams)), c.result) << c.szParams;
-        EXPECT_EQ(platform.logs, c.logs) << c.szParams;
-        Lines calls = {"SetError 117"};
-        calls.insert(calls.end(), c.calls.begin(), c.calls.end());
-        EXPECT_EQ(storeCalls(), calls) << c.szParams;
+        EXPECT_EQ(call(c.handler, json(c.szParams)), c.szResult) << c.szParams;
+        EXPECT_EQ(platform.logs, c.log.empty() ? Lines() : Lines{c.log}) << c.szParams;
+        EXPECT_EQ(storeCalls(), split("SetError 117;" + c.calls)) << c.szParams;
     }
 }
 
-TEST(GroupHandlers, surviveARecordThatTheStoreSpoils)
-{
+TEST(GroupHandlers, surviveARecordThatTheStoreSpoils) {
     groups();
     platform.onJsonToStruct = [](Json::Value& jRecord) { jRecord = "spoiled"; };
     EXPECT_EQ(call(create_v1, json("{'multiple_data':[{}]}")), "error 117");
@@ -164,8 +124,7 @@ TEST(GroupHandlers, surviveARecordThatTheStoreSpoils)
     }
 }
 
-TEST(GroupRequest, copiesTheParametersThatItKnows)
-{
+TEST(GroupRequest, copiesTheParametersThatItKnows) {
     const struct {
         int isCreate;
         const char* szParams;
@@ -193,8 +152,7 @@ TEST(GroupRequest, copiesTheParametersThatItKnows)
     EXPECT_GT(VLIBCErrorGetLine(), 0);
 }
 
-TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage)
-{
+TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage) {
     reset();
     platform.listedGroups = json("[{'id':2},{'id':1}]");
     EXPECT_EQ(call(list_one_level_v1, json("{'offset':'5','limit':2,'sort_by':null,'sort_direction':true,'ugid':7.5,"
@@ -222,8 +180,7 @@ TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage)
     }
 }
 
-TEST(GroupHandlers, surviveEveryFailureOfThePlatform)
-{
+TEST(GroupHandlers, surviveEveryFailureOfThePlatform) {
     const auto quiet = [](int) { return Lines(); };
     const auto failed = [](const std::string& expr) {
         return [expr](int err) { return Lines{failedCall(expr, err)}; };
