@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <set>
+#include <sstream>
 
 #include <json/reader.h>
 
@@ -241,6 +242,29 @@ std::string call(Handler handler, const Json::Value& jParams, uint32_t uid) {
     std::string text = Json::writeString(builder, response.GetData());
     for (char& c : text) { c = c == '"' ? '\'' : c; }
     return "ok " + text;
+}
+
+Lines split(const std::string& text) {
+    Lines lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line, ';');) { lines.push_back(line); }
+    return lines;
+}
+
+Logs noLines() {
+    return [](int) { return Lines(); };
+}
+
+Logs failedCalls(const Lines& exprs, const std::string& file) {
+    return [=](int err) {
+        Lines lines;
+        for (const std::string& expr : exprs) { lines.push_back(failedCall(expr, err, file)); }
+        return lines;
+    };
+}
+
+Logs deniedAccess(const std::string& expr) {
+    return [=](int err) { return err == EACCES ? Lines{accessDenied(expr)} : Lines(); };
 }
 
 void sweep(const std::function<void()>& prepare, const std::function<std::string()>& run,

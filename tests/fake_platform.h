@@ -59,11 +59,16 @@ extern Platform platform;
 // A fresh platform and errno 0, with no terminal echo.
 void reset();
 
+typedef std::vector<std::string> Lines;
+
+// The texts between semicolons.
+Lines split(const std::string& text);
+
 // The lines that the module is expected to write, as Platform::logs has them. err: the errno that words them.
 std::string failedCall(const std::string& expr, int err, const std::string& file = "webapi_zem_ou.cpp");
 std::string badParameter(int err, const std::string& file = "webapi_zem_ou.cpp");
 std::string accessDenied(const std::string& expr);
-std::vector<std::string> mallocHash(int err);
+Lines mallocHash(int err);
 
 // The JSON value of a text with ' in place of ".
 Json::Value json(std::string text);
@@ -75,10 +80,14 @@ std::string call(Handler handler, const Json::Value& jParams, uint32_t uid = 100
 // Lets every fallible platform call of a scenario fail in turn, alone and together with all that follow, with errno 0,
 // 2 and 13. expected: by the name of the failing call, the outcome and the log lines for it failing alone. After each
 // round everything must have been released, and the scenario must succeed again.
+typedef std::function<Lines(int err)> Logs;
 struct Outcome {
     std::string result;
-    std::function<std::vector<std::string>(int err)> logs;
+    Logs logs;
 };
+Logs noLines();
+Logs failedCalls(const Lines& exprs, const std::string& file = "webapi_zem_ou.cpp");
+Logs deniedAccess(const std::string& expr);
 void sweep(const std::function<void()>& prepare, const std::function<std::string()>& run,
            const std::map<std::string, Outcome>& expected);
 

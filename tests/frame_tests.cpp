@@ -95,7 +95,7 @@ TEST(HandlerFrame, answersBeforeAnyWorkIsDone) {
         VELQ::APIResponse response;
         handler(nullptr, &response);
         handler(&request, nullptr);
-        EXPECT_EQ(platform.calls, std::vector<std::string>());
+        EXPECT_EQ(platform.calls, Lines());
         ASSERT_EQ(platform.logs.size(), 2u);
         char szExpected[200];
         snprintf(szExpected, sizeof(szExpected), "3 webapi_zem_ou.cpp:L req=%p or resp=%p is NULL",
@@ -104,10 +104,10 @@ TEST(HandlerFrame, answersBeforeAnyWorkIsDone) {
 
         platform.logs.clear();
         handler(&request, &response);
-        std::vector<std::string> calls = {"GetLoginUID", "SetError 105"};
+        Lines calls = {"GetLoginUID", "SetError 105"};
         if (handler == list_tree_by_uid_v1) { calls.push_back("HashFree null"); }
         EXPECT_EQ(platform.calls, calls);
-        EXPECT_EQ(platform.logs, std::vector<std::string>{"3 webapi_zem_ou.cpp:L Failed to get login uid"});
+        EXPECT_EQ(platform.logs, Lines{"3 webapi_zem_ou.cpp:L Failed to get login uid"});
     }
 }
 

@@ -1,7 +1,6 @@
 // Group create, set, delete, the request conversion, and the one-level listing.
 #include <algorithm>
 #include <cerrno>
-#include <sstream>
 
 #include "include/webapi_zem_ou.h"
 #include "tests/fake_platform.h"
@@ -9,8 +8,6 @@
 using namespace fake;
 
 namespace {
-
-typedef std::vector<std::string> Lines;
 
 const std::string noPermission = "3 webapi_zem_ou.cpp:L No permission for normal user [bob] on group [";
 const std::string storeReason = "]. [0x0D01 store.cpp:77]";
@@ -42,14 +39,6 @@ void groups() {
         platform.groups[id]["id"] = Json::Value(id);
     }
     platform.mayManage[7] = false;
-}
-
-// The texts between semicolons.
-Lines split(const std::string& text) {
-    Lines lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line, ';');) { lines.push_back(line); }
-    return lines;
 }
 
 TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented) {
@@ -181,13 +170,6 @@ TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage) {
 }
 
 TEST(GroupHandlers, surviveEveryFailureOfThePlatform) {
-    const auto quiet = [](int) { return Lines(); };
-    const auto failed = [](const std::string& expr) {
-        return [expr](int err) { return Lines{failedCall(expr, err)}; };
-    };
-    const auto denied = [](const std::string& expr) {
-        return [expr](int err) { return err == EACCES ? Lines{accessDenied(expr)} : Lines(); };
-    };
     const auto refused = [](int) {
         const std::string call = *std::find_if(platform.calls.rbegin(), platform.calls.rend(), [](const auto& name) {
             return name.rfind("OuCanManagedByUid", 0) == 0;
@@ -202,30 +184,30 @@ TEST(GroupHandlers, surviveEveryFailureOfThePlatform) {
         {delete_v1,
          "{'node_id':[3,4]}",
          {{"OuCanManagedByUid", {"error 414", refused}},
-          {"OuDeleteAllByID", {"error 117", failed("0 > VELQZEMOuDeleteAllByID(tmpID)")}}}},
+          {"OuDeleteAllByID", {"error 117", failedCalls({"0 > VELQZEMOuDeleteAllByID(tmpID)"})}}}},
         {create_v1,
          "{'multiple_data':[{'parent_id':3}]}",
-         {{"OuItemGetID", {"ok {'ids':[0]}", quiet}},  // its result is not looked at
-          {"OuJsonToStruct", {"error 117", failed(jsonToStructText)}},
+         {{"OuItemGetID", {"ok {'ids':[0]}", noLines()}},  // its result is not looked at
+          {"OuJsonToStruct", {"error 117", failedCalls({jsonToStructText})}},
           {"OuCanManagedByUid", {"error 414", refused}},
-          {"OuCreate", {"error 117", failed("0 > VELQZEMOuCreate(&ou)")}},
-          {"DelegateOverrideListByTarget", {"error 117", failed(overrideText)}}}},
+          {"OuCreate", {"error 117", failedCalls({"0 > VELQZEMOuCreate(&ou)"})}},
+          {"DelegateOverrideListByTarget", {"error 117", failedCalls({overrideText})}}}},
         {create_v1,
          "{'id':1,'name':'x','parent_id':0,'linked_gpo':[]}",
-         {{"HttpReqToJsonForLinkedGpo", {"", quiet}},
-          {"OuJsonToStruct", {"error 117", failed(jsonToStructText)}},
+         {{"HttpReqToJsonForLinkedGpo", {"", noLines()}},
+          {"OuJsonToStruct", {"error 117", failedCalls({jsonToStructText})}},
           {"OuCanManagedByUid", {"error 414", refused}},
-          {"OuCreate", {"error 117", failed("0 > VELQZEMOuCreate(&ou)")}},
-          {"OuItemGetID", {"ok {'ids':0}", quiet}},
-          {"DelegateOverrideListByTarget", {"error 117", failed(overrideText)}}}},
+          {"OuCreate", {"error 117", failedCalls({"0 > VELQZEMOuCreate(&ou)"})}},
+          {"OuItemGetID", {"ok {'ids':0}", noLines()}},
+          {"DelegateOverrideListByTarget", {"error 117", failedCalls({overrideText})}}}},
         {set_v1,
          "{'multiple_data':[{'id':3,'delegate':[]},{'id':4}]}",
-         {{"OuAlloc", {"error 117", failed("NULL == (pOu = VELQZEMOuAlloc())")}},
+         {{"OuAlloc", {"error 117", failedCalls({"NULL == (pOu = VELQZEMOuAlloc())"})}},
           {"OuCanManagedByUid", {"error 414", refused}},
-          {"OuGet", {"error 117", failed("0 > VELQZEMOuGet(tmpID, pOu)")}},
-          {"OuJsonToStruct", {"error 117", failed("0 > VELQZEMOuJsonToStruct(multiple_data[i], pOu)")}},
-          {"OuSet", {"error 117", failed("0 > VELQZEMOuSet(pOu)")}},
-          {"DelegateSetListByTarget", {"error 117", failed(setListText)}},
+          {"OuGet", {"error 117", failedCalls({"0 > VELQZEMOuGet(tmpID, pOu)"})}},
+          {"OuJsonToStruct", {"error 117", failedCalls({"0 > VELQZEMOuJsonToStruct(multiple_data[i], pOu)"})}},
+          {"OuSet", {"error 117", failedCalls({"0 > VELQZEMOuSet(pOu)"})}},
+          {"DelegateSetListByTarget", {"error 117", failedCalls({setListText})}},
           {"GpoNotifyFetch",
            {"",
             [](int) {
@@ -235,10 +217,10 @@ TEST(GroupHandlers, surviveEveryFailureOfThePlatform) {
         {list_one_level_v1,
          "{'offset':0,'ugid':1}",
          {{"HashAlloc", {"error 500", mallocHash}},
-          {"HashSetValue", {"error 500", quiet}},
+          {"HashSetValue", {"error 500", noLines()}},
           {"ListOneLevelByUidHash",
-           {"error 500", denied("0 > VELQZEMListOneLevelByUidHash(pHash, &pHead, NULL, NULL)")}},
-          {"OuStructToJson", {"error 500", quiet}}}},
+           {"error 500", deniedAccess("0 > VELQZEMListOneLevelByUidHash(pHash, &pHead, NULL, NULL)")}},
+          {"OuStructToJson", {"error 500", noLines()}}}},
     };
     for (const auto& scenario : scenarios) {
         SCOPED_TRACE(scenario.szParams);

@@ -8,7 +8,6 @@ using namespace fake;
 
 namespace {
 
-typedef std::vector<std::string> Lines;
 const std::string lib = "webapi_zem_lib.cpp";
 
 TEST(LinkedTarget, copiesAndStampsTheTargets) {
@@ -132,10 +131,10 @@ TEST(LinkUpdate, survivesEveryFailureOfThePlatform) {
                  {"JsonToStruct", "(jNode, pNode)"},
                  {"Set", "(pNode)"}}) {
             const std::string expr = "0 > VELQZEM" + kind + name + arguments;
-            expected[kind + name] = {"-1 Free", [expr](int err) { return Lines{failedCall(expr, err, lib)}; }};
+            expected[kind + name] = {"-1 Free", failedCalls({expr}, lib)};
         }
         const std::string alloc = "NULL == (pNode = VELQZEM" + kind + "Alloc())";
-        expected[kind + "Alloc"] = {"-1 Free null", [alloc](int err) { return Lines{failedCall(alloc, err, lib)}; }};
+        expected[kind + "Alloc"] = {"-1 Free null", failedCalls({alloc}, lib)};
         const auto prepare = [] {
             reset();
             platform.groups[5] = platform.servers[5] = Json::Value(Json::objectValue);

@@ -105,7 +105,7 @@ TEST(Assembly, marksTheSourceAndRefusesWhatIsNoArray) {
          {std::pair<Json::Value*, Json::Value*>(NULL, &jData), {&jBad, &jData}, {&jData, NULL}, {&jData, &jBad}}) {
         platform.logs.clear();
         EXPECT_EQ(ConvertTreeJsonToParent(src, dst, &jOu), -1);
-        EXPECT_EQ(platform.logs, std::vector<std::string>{badParameter(0)});
+        EXPECT_EQ(platform.logs, Lines{badParameter(0)});
     }
     EXPECT_EQ(shape(jData), "2.1[2.2]");
 }
@@ -117,12 +117,11 @@ TEST(Assembly, logsKindMismatchesAndOddNodesAsTheSearchMeetsThem) {
     errno = EACCES;
     EXPECT_EQ(nest(jOu, jKx), "2.1 ? 3.1");
     const std::string mismatch = accessDenied("!IsJsonParentTypeMatch(jParent, jChild)");
-    EXPECT_EQ(platform.logs,
-              (std::vector<std::string>{badParameter(EACCES), badParameter(EACCES), mismatch, badParameter(EACCES)}));
+    EXPECT_EQ(platform.logs, (Lines{badParameter(EACCES), badParameter(EACCES), mismatch, badParameter(EACCES)}));
     platform.logs.clear();
     EXPECT_FALSE(IsJsonParentTypeMatch(jOu[0], jOu[1]));
     EXPECT_FALSE(IsJsonParentTypeMatch(jOu[1], jOu[0]));
-    EXPECT_EQ(platform.logs, std::vector<std::string>(2, badParameter(EACCES)));
+    EXPECT_EQ(platform.logs, Lines(2, badParameter(EACCES)));
 }
 
 // Without the null "children", which only the search node by node leaves.
@@ -192,8 +191,7 @@ TEST(PostProcessing, givesEveryNodeItsDisplayMembers) {
         platform.logs.clear();
         EXPECT_EQ(postHandleNode(jNode), 0) << round;
         EXPECT_EQ(jNode, jExpected);
-        EXPECT_EQ(platform.logs,
-                  (std::vector<std::string>{badParameter(EACCES), accessDenied("postHandleNode((*pjArray)[i])")}));
+        EXPECT_EQ(platform.logs, (Lines{badParameter(EACCES), accessDenied("postHandleNode((*pjArray)[i])")}));
     }
     Json::Value jNull;
     EXPECT_EQ(postHandleNode(jNull), -1);
@@ -235,7 +233,7 @@ TEST(Decoration, attachesTheDelegatesThatCanBeShown) {
         Json::Value jNode = json(szNode);
         EXPECT_EQ(get_delegate_by_node(jNode), -1);
         EXPECT_EQ(jNode, json(szNode));
-        EXPECT_EQ(platform.logs, std::vector<std::string>{badParameter(0)});
+        EXPECT_EQ(platform.logs, Lines{badParameter(0)});
         EXPECT_TRUE(platform.calls.empty());
     }
 }
@@ -312,42 +310,17 @@ TEST(TreeFetch, answersTheWholeTreeInOnePass) {
     EXPECT_EQ(json(answer.substr(3)), json(szFleetTree)) << answer;
     EXPECT_EQ(platform.hash, (std::map<std::string, std::string>{{"ugid", "4000000000"}, {"user_type", "8"}}));
     EXPECT_TRUE(platform.logs.empty());
-    std::vector<std::string> calls = {"GetLoginUID",       "SetError 117",           "HashAlloc 512",
-                                      "HashSetValue ugid", "HashSetValue user_type", "ListTreeByUidHash"};
-    for (const char* szName : {"OuStructToJson", "KxStructToJson", "GpoStructToJson"}) {
-        calls.insert(calls.end(), 2, szName);
-    }
-    for (const char* szName : {"GetUIVersion 0",
-                               "GpoGetWithVersionConvert",
-                               "DelegateListByTarget 2 1",
-                               "DelegateUpdateExtraInfoList null TRUE",
-                               "GpoAlloc",
-                               "GpoGet 1",
-                               "GpoItemGetName",
-                               "GpoItemGetDescription",
-                               "GpoFree",
-                               "GpoAlloc",
-                               "GpoGet 2",
-                               "GpoItemGetName",
-                               "GpoItemGetDescription",
-                               "GpoFree",
-                               "DelegateListByTarget 2 2",
-                               "DelegateUpdateExtraInfoList null TRUE",
-                               "DelegateListByTarget 3 1",
-                               "DelegateUpdateExtraInfoList list TRUE",
-                               "DelegateItemGetUserType",
-                               "DelegateItemGetUGID",
-                               "DelegateNext",
-                               "DelegateListByTarget 3 2",
-                               "DelegateUpdateExtraInfoList null TRUE",
-                               "SetSuccess",
-                               "OuListFree",
-                               "KxListFree",
-                               "GpoListFree",
-                               "HashFree"}) {
-        calls.push_back(szName);
-    }
-    EXPECT_EQ(platform.calls, calls);
+    const std::string policy = ";GpoItemGetName;GpoItemGetDescription;GpoFree;";
+    EXPECT_EQ(platform.calls,
+              split("GetLoginUID;SetError 117;HashAlloc 512;HashSetValue ugid;HashSetValue user_type;"
+                    "ListTreeByUidHash;OuStructToJson;OuStructToJson;KxStructToJson;KxStructToJson;"
+                    "GpoStructToJson;GpoStructToJson;GetUIVersion 0;GpoGetWithVersionConvert;"
+                    "DelegateListByTarget 2 1;DelegateUpdateExtraInfoList null TRUE;GpoAlloc;GpoGet 1" +
+                    policy + "GpoAlloc;GpoGet 2" + policy +
+                    "DelegateListByTarget 2 2;DelegateUpdateExtraInfoList null TRUE;"
+                    "DelegateListByTarget 3 1;DelegateUpdateExtraInfoList list TRUE;DelegateItemGetUserType;"
+                    "DelegateItemGetUGID;DelegateNext;DelegateListByTarget 3 2;"
+                    "DelegateUpdateExtraInfoList null TRUE;SetSuccess;OuListFree;KxListFree;GpoListFree;HashFree"));
 
     reset();  // nothing visible: an empty tree, nothing to release but the hash
     EXPECT_EQ(call(list_tree_by_uid_v1, Json::Value()), "ok []");
@@ -356,36 +329,18 @@ TEST(TreeFetch, answersTheWholeTreeInOnePass) {
 }
 
 TEST(TreeFetch, survivesEveryFailureOfThePlatform) {
-    const auto quiet = [](int) { return std::vector<std::string>(); };
-    const auto failed = [](const std::vector<std::string>& exprs) {
-        return [exprs](int err) {
-            std::vector<std::string> lines;
-            for (const std::string& expr : exprs) { lines.push_back(failedCall(expr, err)); }
-            return lines;
-        };
-    };
-    const auto denied = [](const std::string& expr) {
-        return [expr](int err) {
-            return err == EACCES ? std::vector<std::string>{accessDenied(expr)} : std::vector<std::string>();
-        };
-    };
-    // The policy without settings is worth a line whenever an old refusal is still in errno, and so are the kinds that
-    // the nesting compares; with a fresh errno neither is.
-    const std::string outer = "0 >add_info_to_node(jDataOu, jDataGpo)";
-    const std::string outerKx = "0 >add_info_to_node(jDataKx, jDataGpo)";
-    const std::string inner = "0 > get_delegate_by_node(jArray[i])";
-    const auto decorated = [&](const std::string& expr) {
+    const auto decorated = [](const std::string& expr) {
         return [=](int err) {
-            return failed({expr, inner,
-                           std::count(platform.calls.begin(), platform.calls.end(), "DelegateListByTarget 3 1")
-                               ? outerKx
-                               : outer})(err);
+            const bool isServer = std::count(platform.calls.begin(), platform.calls.end(), "DelegateListByTarget 3 1");
+            return failedCalls({expr, "0 > get_delegate_by_node(jArray[i])",
+                                std::string("0 >add_info_to_node(jData") + (isServer ? "Kx" : "Ou") + ", jDataGpo)"})(
+                err);
         };
     };
     const std::string refused = "error 117";
     const auto link = [&](const std::string& expr) {
         return [=](int err) {
-            std::vector<std::string> lines = denied(expr)(err);
+            Lines lines = deniedAccess(expr)(err);
             // errno stays: nesting then compares kinds with a line for each mismatch.
             while (err == EACCES && lines.size() < platform.logs.size()) {
                 lines.push_back(accessDenied("!IsJsonParentTypeMatch(jParent, jChild)"));
@@ -403,19 +358,19 @@ TEST(TreeFetch, survivesEveryFailureOfThePlatform) {
               {"HashSetValue",
                {refused,
                 [&](int err) {
-                    return failed({"0 > VLIBCSzHashSetValue(&pHash, \"" +
-                                   std::string(platform.calls.end()[-2] == "HashSetValue ugid"
-                                                   ? "ugid\", szUid)"
-                                                   : "user_type\", szUserType)")})(err);
+                    return failedCalls({"0 > VLIBCSzHashSetValue(&pHash, \"" +
+                                        std::string(platform.calls.end()[-2] == "HashSetValue ugid"
+                                                        ? "ugid\", szUid)"
+                                                        : "user_type\", szUserType)")})(err);
                 }}},
               {"ListTreeByUidHash",
-               {refused, denied("0 > VELQZEMListTreeByUidHash(pHash, &pHeadOu, &pHeadKx, &pHeadGpo)")}},
-              {"OuStructToJson", {refused, quiet}},
-              {"KxStructToJson", {refused, quiet}},
-              {"GpoStructToJson", {refused, quiet}},
-              {"GetUIVersion", {refused, failed({"jUIVersion.isNull()"})}},
+               {refused, deniedAccess("0 > VELQZEMListTreeByUidHash(pHash, &pHeadOu, &pHeadKx, &pHeadGpo)")}},
+              {"OuStructToJson", {refused, noLines()}},
+              {"KxStructToJson", {refused, noLines()}},
+              {"GpoStructToJson", {refused, noLines()}},
+              {"GetUIVersion", {refused, failedCalls({"jUIVersion.isNull()"})}},
               {"GpoGetWithVersionConvert",
-               {refused, failed({"0 > VELQZEMGpoGetWithVersionConvert(jDataGpo[i][\"setting\"], jUIVersion)"})}},
+               {refused, failedCalls({"0 > VELQZEMGpoGetWithVersionConvert(jDataGpo[i][\"setting\"], jUIVersion)"})}},
               {"DelegateListByTarget",
                {refused, decorated("0 > VELQZEMDelegateListByTarget(id, (int)nodeType, &pDelegateHead, &count)")}},
               {"DelegateUpdateExtraInfoList",
@@ -424,8 +379,9 @@ TEST(TreeFetch, survivesEveryFailureOfThePlatform) {
                {refused, decorated("0 > VELQZEMDelegateItemGetUserType(&userType, pDelegate)")}},
               {"DelegateItemGetUGID", {refused, decorated("0 > VELQZEMDelegateItemGetUGID(&ugid, pDelegate)")}},
               {"GpoAlloc",
-               {refused, failed({"NULL == (pGpo = VELQZEMGpoAlloc())", "0 > get_gpo_info_by_node(jArray[i], jGpoArray)",
-                                 outer})}},
+               {refused,
+                failedCalls({"NULL == (pGpo = VELQZEMGpoAlloc())", "0 > get_gpo_info_by_node(jArray[i], jGpoArray)",
+                             "0 >add_info_to_node(jDataOu, jDataGpo)"})}},
               {"GpoGet", {"", link("0 >VELQZEMGpoGet(gpoId, pGpo)")}},
               {"GpoItemGetName", {"", link("0 > VELQZEMGpoItemGetName(_SAS(szBuf), pGpo)")}},
               {"GpoItemGetDescription", {"", link("0 > VELQZEMGpoItemGetDescription(_SAS(szBuf), pGpo)")}},
@@ -437,7 +393,7 @@ TEST(TreeFetch, keepsWhatAnOddStoreAnswers) {
         const char* szGroups;
         const char* szPolicies;
         std::string result;
-        std::vector<std::string> logs;
+        Lines logs;
     } cases[] = {
         {"[7]",
          "[]",
