@@ -1,0 +1,248 @@
+#!/usr/bin/env python3
+"""Kills the server with SIGKILL at random moments while clients change groups, and checks each time that the database is
+whole, the fleet sound, and every change there that was answered with success.
+
+usage: tools/crash_test.py BUILD_DIR [--rounds 50] [--seed N]
+"""
+import argparse
+import http.client
+import json
+import pathlib
+import random
+import shutil
+import sqlite3
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+WRITERS = 6
+POLICIES = range(1, 9)  # of the sample fleet
+
+# Each gives a row for each fault.
+FAULTS = {
+    "database": "SELECT integrity_check FROM pragma_integrity_check WHERE integrity_check <> 'ok'",
+    "no such parent": "SELECT * FROM pragma_foreign_key_check",
+    "not below the root": "WITH RECURSIVE below (id) AS (SELECT 0 UNION SELECT o.id FROM ou o JOIN below b"
+                          " ON o.parent_id = b.id) SELECT id, name FROM ou WHERE id NOT IN below",
+    "siblings of one name": "SELECT parent_id, name FROM ou WHERE id <> 0 GROUP BY 1, 2 HAVING COUNT(*) > 1",
+    "delegate of no group": "SELECT * FROM delegate WHERE node_type = 2 AND node_id NOT IN (SELECT id FROM ou)",
+    "link to no policy": "SELECT links, value FROM (SELECT linked_gpo AS links FROM ou UNION ALL SELECT linked_gpo"
+                         " FROM kx), json_each(iif(links = '', '{}', links), '$.order')"
+                         " WHERE json_extract(value, '$.id') NOT IN (SELECT id FROM gpo)",
+}
+
+
+def find_faults(database):
+    """What is wrong with the store's file, as texts."""
+    return [f"{what}: {row}" for what, query in FAULTS.items() for row in database.execute(query)]
+
+
+class Store:
+    """A store with the sample fleet in a folder that goes with it, the server's log beside it."""
+
+    def __init__(self, build, folder):
+        self.program = pathlib.Path(build).resolve() / "zemhost"
+        self.folder = pathlib.Path(folder)
+        self.path = self.folder / "store.db"
+        self.log = self.folder / "log"
+
+    def run(self, *arguments):
+        done = subprocess.run([self.program, *arguments, "--store", f"sqlite:{self.path}"], timeout=120,
+                              capture_output=True, text=True)
+        if done.returncode != 0:
+            raise RuntimeError(f"zemhost {arguments[0]} failed: {done.stderr}")
+        return done.stdout
+
+    def fill(self):
+        self.run("load", str(ROOT / "fleets/sample.json"))
+
+    def token(self, account):
+        return self.run("token", account).strip()
+
+
+class Server:
+    """A running `zemhost serve`, our own child."""
+
+    def __init__(self, store, **options):
+        with open(store.log, "ab") as log:
+            self.process = subprocess.Popen(
+                [store.program, "serve", "--listen", "127.0.0.1:0", "--store", f"sqlite:{store.path}"],
+                stdout=subprocess.PIPE, stderr=log, text=True, **options)
+        line = self.process.stdout.readline()
+        if "listening on " not in line:
+            self.end()
+            raise RuntimeError(f"the server did not start: {store.log.read_text(errors='replace')}")
+        self.port = int(line.rsplit(":", 1)[1])
+
+    def connect(self):
+        return http.client.HTTPConnection("127.0.0.1", self.port, timeout=30)
+
+    def end(self, kill=True):
+        """Ends the process and gives its exit status."""
+        self.process.kill() if kill else self.process.terminate()
+        self.process.stdout.close()
+        return self.process.wait(timeout=60)
+
+
+def call(connection, token, api_method, params):
+    """The answer of a method: (HTTP status, envelope)."""
+    api, method = api_method.split()
+    connection.request("POST", f"/webapi/VELQ.ZEM.{api}/1/{method}", json.dumps(params),
+                       {"Authorization": f"Bearer {token}"})
+    response = connection.getresponse()
+    return response.status, json.loads(response.read())
+
+
+def below(groups, top):
+    """The group and all under it."""
+    found = {top}
+    while True:
+        more = {id for id, group in groups.items() if group[0] in found} - found
+        if not more:
+            return found
+        found |= more
+
+
+class Writer(threading.Thread):
+    """Changes groups below one of its own until the server is gone, and keeps what they must look like.
+
+    groups: by identifier, (parent, name, desc, linked policies), as the answers said. pending: the steps of the request
+    that has no answer yet, each from the groups before it to those after it; ids gives those of new groups.
+    """
+
+    def __init__(self, home, groups, server, token, seed):
+        super().__init__()
+        self.home, self.groups, self.server, self.token = home, groups, server, token
+        self.random = random.Random(seed)
+        self.pending, self.answered, self.refused = [], 0, []
+
+    def run(self):
+        connection = self.server.connect()
+        while True:
+            method, params, steps = self.choose()
+            self.pending = steps
+            try:
+                status, answer = call(connection, self.token, "KXGroup " + method, params)
+            except (OSError, http.client.HTTPException, ValueError):
+                return
+            if status != 200 or not answer["success"]:
+                self.refused.append(f"{method} {params}: {status} {answer}")
+                return
+            new_ids = answer["data"]["ids"] if method == "create" else []
+            *_, self.groups = self.states(new_ids)
+            self.pending = []
+            self.answered += 1
+
+    def states(self, new_ids):
+        """The groups before the pending request and after each of its steps."""
+        groups, ids = self.groups, iter(new_ids)
+        yield groups
+        for step in self.pending:
+            groups = step(groups, ids)
+            yield groups
+
+    def choose(self):
+        """A request that must succeed: its method, parameters and steps."""
+        others = [id for id in self.groups if id != self.home]
+        kind = self.random.choice(["create", "set", "set", "move", "delete"])
+        if kind == "create" or len(others) < 3:
+            return self.create()
+        target = self.random.choice(others)
+        if kind == "delete" and len(others) > 15:
+            gone = below(self.groups, target)
+            return "delete", {"node_id": target}, [lambda groups, _: {id: group for id, group in groups.items()
+                                                                      if id not in gone}]
+        parent, name, _, links = self.groups[target]
+        if kind == "move":
+            parent = self.random.choice([id for id in self.groups if id not in below(self.groups, target)])
+        else:
+            links = self.random.sample(POLICIES, self.random.randint(0, 3))
+        desc = self.random.choice(["", "'; DELETE FROM ou; --", "\u20ac" * self.random.randint(1, 2000)])
+        params = {"node_id": target, "parent_id": parent, "desc": desc,
+                  "linked_gpo": {"order": [{"id": id} for id in links]}}
+        return "set", params, [lambda groups, _: {**groups, target: (parent, name, desc, links)}]
+
+    def create(self):
+        parent = self.random.choice(list(self.groups))
+        names = [f"{self.random.getrandbits(64):x}" for _ in range(self.random.randint(1, 3))]
+        records = [{"name": name, "parent_id": parent} for name in names]
+        return "create", {"multiple_data": records}, [
+            lambda groups, ids, name=name: {**groups, next(ids, None): (parent, name, "", [])} for name in names]
+
+    def check(self, stored):
+        """Takes over what is stored. Returns what is wrong with it, and how many steps of the last request are there."""
+        for steps, expected in enumerate(self.states(sorted(stored.keys() - self.groups.keys()))):
+            if stored == expected:
+                self.groups = stored
+                return None, steps
+        return f"below {self.home}: stored {stored}\nanswered {self.groups}\nand {len(self.pending)} steps more", 0
+
+
+def read_groups(database, home):
+    rows = database.execute("SELECT id, parent_id, name, desc, linked_gpo FROM ou").fetchall()
+    groups = {row[0]: (*row[1:4], [link["id"] for link in json.loads(row[4] or "{}").get("order", [])]) for row in rows}
+    return {id: groups[id] for id in below(groups, home)}
+
+
+def play_round(store, token, homes, chance, totals):
+    """Serves, kills, and checks a copy, so that the next server finds the files as the killed one left them."""
+    server = Server(store)
+    writers = [Writer(home, groups, server, token, chance.random()) for home, groups in homes.items()]
+    for writer in writers:
+        writer.start()
+    time.sleep(chance.uniform(0.05, 0.8))
+    server.end()
+    for writer in writers:
+        writer.join()
+    copy = store.folder / "copy"
+    copy.mkdir()
+    for path in store.folder.glob("store.db*"):
+        if not path.name.endswith("-shm"):
+            shutil.copy(path, copy)
+    database = sqlite3.connect(copy / "store.db")
+    faults = find_faults(database)
+    for writer in writers:
+        fault, steps = writer.check(read_groups(database, writer.home))
+        faults += writer.refused + ([fault] if fault else [])
+        homes[writer.home] = writer.groups
+        totals["answered"] += writer.answered
+        totals["cut"] += bool(writer.pending)
+        totals["kept"] += steps > 0
+    database.close()
+    shutil.rmtree(copy)
+    return faults
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("build")
+    parser.add_argument("--rounds", type=int, default=50)
+    parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(10**6))
+    options = parser.parse_args()
+    chance = random.Random(options.seed)
+    print(f"seed {options.seed}")
+    totals = dict.fromkeys(["answered", "cut", "kept"], 0)
+    start = time.monotonic()
+    with tempfile.TemporaryDirectory() as folder:
+        store = Store(options.build, folder)
+        store.fill()
+        params = json.dumps({"multiple_data": [{"name": f"writer {i}", "parent_id": 1} for i in range(WRITERS)]})
+        made = json.loads(store.run("call", "VELQ.ZEM.KXGroup", "create", "--params", params, "--as", "admin"))
+        homes = {id: {id: (1, f"writer {i}", "", [])} for i, id in enumerate(made["data"]["ids"])}
+        token = store.token("admin")
+        for number in range(options.rounds):
+            faults = play_round(store, token, homes, chance, totals)
+            if faults:
+                print(f"round {number + 1}:", *faults, sep="\n")
+                return 1
+        store.run("tree", "--as", "admin")
+    print(f"{options.rounds} kills, {totals['answered']} changes answered and all there, {totals['cut']} cut off, "
+          f"{totals['kept']} of these there; {time.monotonic() - start:.0f} s")
+    return 0 if totals["answered"] else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

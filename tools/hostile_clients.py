@@ -1,0 +1,339 @@
+#!/usr/bin/env python3
+"""Attacks the server over loopback in a dozen ways while a well-behaved client measures how it is served, then fills the
+disk, takes away the right to write, and looks for tokens where none may be.
+
+usage: tools/hostile_clients.py BUILD_DIR [--seconds 60]
+"""
+import argparse
+import gzip
+import json
+import multiprocessing
+import os
+import pathlib
+import random
+import resource
+import socket
+import sqlite3
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+sys.dont_write_bytecode = True
+from crash_test import Server, Store, call, find_faults  # noqa: E402, without a cache of it beside the sources
+
+MAX_MEMORY_MB = 512  # 64 of bodies, a head of 32 KiB for each of 8192 connections, and the tree
+MAX_SECONDS = 5.0  # for a request of the well-behaved client
+MAX_RELEASE = 20.0  # seconds until the connections of the attacks are gone
+BLOCK = b" " * 65536
+
+
+def head(token, *lines, path="/webapi/VELQ.ZEM.KXGroup/1/create"):
+    return "\r\n".join([f"POST {path} HTTP/1.1", "Host: x", f"Authorization: Bearer {token}", *lines, "", ""]).encode()
+
+
+TREE = "/webapi/VELQ.ZEM.Tree/1/get"
+
+
+# What is sent on one connection after the other, each a generator of pieces. At its end the connection is closed.
+
+
+def slow_heads(_, token):
+    for byte in head(token, "Content-Length: 0"):
+        yield bytes([byte])
+
+
+def slow_bodies(_, token):
+    yield head(token, "Content-Length: 4000000")
+    while True:
+        yield b" "
+
+
+def nothing(_, token):
+    while True:
+        yield b""
+
+
+def endless_line(_, token):
+    yield head(token)[:-4] + b"\r\nX: "
+    while True:
+        yield BLOCK
+
+
+def endless_headers(_, token):
+    yield head(token)[:-2]
+    while True:
+        yield b"X: y\r\n" * 1000
+
+
+def huge_body(_, token):
+    yield head(token, "Content-Length: 100000000")
+    while True:
+        yield BLOCK
+
+
+def endless_chunks(_, token):
+    yield head(token, "Transfer-Encoding: chunked")
+    while True:
+        yield b"10000\r\n" + BLOCK + b"\r\n"
+
+
+def many_bodies(_, token):
+    yield head(token, "Content-Length: 4000000")
+    for _ in range(60):
+        yield BLOCK
+    while True:
+        yield b""
+
+
+def compressed(_, token):
+    bomb = gzip.compress(bytes(10**7))
+    for encoding in ["Content-Encoding: gzip", "Transfer-Encoding: gzip, chunked"]:
+        yield head(token, encoding, f"Content-Length: {len(bomb)}") + bomb
+
+
+def garbage(_, token):
+    yield head(token, "Content-Length: 0", path=TREE) * 20
+    yield b"GET / HTTP/1.1\r\n\r\n" * 200
+    yield random.randbytes(2000) + b"\r\n\r\n"
+
+
+def half_closed(connection, token):
+    yield head(token, "Content-Length: 100", path=TREE)
+    connection.shutdown(socket.SHUT_WR)
+    for _ in range(20):
+        yield b""
+
+
+def resets(connection, token):
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, b"\1\0\0\0\0\0\0\0")
+    yield head(token, "Content-Length: 0", path=TREE)
+
+
+def unread_answers(_, token):
+    while True:
+        yield head(token, "Content-Length: 0", path=TREE) * 20
+
+
+# Each with the connections that it keeps open, and the seconds between two pieces.
+ATTACKS = [(slow_heads, 500, 0.1), (slow_bodies, 500, 0.1), (nothing, 4000, 0.1), (endless_line, 20, 0.01),
+           (endless_headers, 20, 0.01), (huge_body, 10, 0.01), (endless_chunks, 10, 0.01), (many_bodies, 100, 0.01),
+           (compressed, 20, 0.02), (garbage, 20, 0.05), (half_closed, 200, 0.05), (resets, 50, 0.02),
+           (unread_answers, 200, 0.1)]
+
+
+def attack(port, token, pieces, connections, pause, until):
+    """Runs in a process of its own."""
+    os.nice(5)  # what is measured is the server's time, not the processor's that we take away
+    slots = [None] * connections
+    while time.monotonic() < until:
+        for i, slot in enumerate(slots):
+            try:
+                if slot is None:
+                    connection = socket.create_connection(("127.0.0.1", port), timeout=1)
+                    connection.setblocking(False)
+                    slots[i] = slot = connection, pieces(connection, token)
+                slot[0].send(next(slot[1]))
+            except BlockingIOError:
+                pass
+            except (OSError, StopIteration):
+                if slot is not None:
+                    slot[0].close()
+                slots[i] = None
+            if time.monotonic() >= until:
+                break
+        time.sleep(pause)
+
+
+def measure(server, token, until):
+    """Milliseconds of one request after the other, each on a connection of its own."""
+    times = []
+    while time.monotonic() < until:
+        start = time.monotonic()
+        connection = server.connect()
+        status, answer = call(connection, token, "Tree get", {})
+        connection.close()
+        times.append(1000 * (time.monotonic() - start))
+        if status != 200 or not answer["success"] or times[-1] > 1000 * MAX_SECONDS:
+            raise RuntimeError(f"the well-behaved client got {status} {str(answer)[:200]} after {times[-1]:.0f} ms")
+        time.sleep(0.005)
+    return times
+
+
+def peak_memory(server):
+    status = pathlib.Path(f"/proc/{server.process.pid}/status").read_text()
+    return int(status.split("VmHWM:")[1].split()[0]) / 1024
+
+
+def descriptors(server):
+    return len(os.listdir(f"/proc/{server.process.pid}/fd"))
+
+
+def show(what, times, server):
+    print(f"{what:16} {len(times):5} requests, median {statistics.median(times):6.1f} ms, worst {max(times):7.1f} ms; "
+          f"{descriptors(server):5} descriptors, peak memory {peak_memory(server):4.0f} MB", flush=True)
+
+
+def withstand(server, token, seconds):
+    """Every attack in turn, each for its share of the time."""
+    share = seconds / (len(ATTACKS) + 1)
+    show("(none)", measure(server, token, time.monotonic() + share), server)
+    for pieces, connections, pause in ATTACKS:
+        until = time.monotonic() + share
+        attacker = multiprocessing.Process(target=attack,
+                                           args=(server.port, token, pieces, connections, pause, until))
+        attacker.start()
+        try:
+            show(pieces.__name__, measure(server, token, until), server)
+        finally:
+            attacker.join(timeout=10)
+            attacker.kill()
+
+
+def await_release(server, before):
+    start = time.monotonic()
+    while descriptors(server) > before:
+        if time.monotonic() > start + MAX_RELEASE:
+            raise RuntimeError(f"{descriptors(server) - before} connections are still open")
+        time.sleep(0.1)
+    print(f"connections released after {time.monotonic() - start:.1f} s")
+
+
+def status_of(server, data):
+    """The status of the answer to these bytes; 0 when the connection is closed without one."""
+    with socket.create_connection(("127.0.0.1", server.port), timeout=20) as connection:
+        connection.sendall(data)
+        answer = connection.recv(65536)
+    return int(answer.split()[1]) if answer.startswith(b"HTTP/1.") else 0
+
+
+def refuse_odd_requests(server, token):
+    good = head(token, "Content-Length: 0", path=TREE)
+    secret = token.encode()
+    refused = [400, 401, 404, 413]
+    either = [200, *refused]  # the library may end a text at its first NUL, and take the first of two lengths
+    requests = [
+        ("no fault", [200], good),
+        ("SQL as token", [401], head("' OR '1'='1' --".ljust(64), "Content-Length: 0", path=TREE)),
+        ("NUL in the path", refused, good.replace(b"Tree", b"Tr\0ee")),
+        ("NUL after the path", either, good.replace(b"/get", b"/get\0x")),
+        ("bytes in the path", refused, good.replace(b"/get", b"/get\xff\xc0\x9b")),
+        ("NUL in the token", refused, good.replace(secret, secret[:63] + b"\0")),
+        ("NUL after the token", either, good.replace(secret, secret + b"\0x")),
+        ("bytes in the token", refused, good.replace(secret, secret[:62] + b"\xc3\xa9")),
+        ("NUL in a length", either, good.replace(b"Length: 0", b"Length: 0\0")),
+        ("negative length", refused, good.replace(b"Length: 0", b"Length: -1")),
+        ("length past 64 bits", refused, good.replace(b"Length: 0", b"Length: 18446744073709551616")),
+        ("two lengths", either, good.replace(b"Length: 0", b"Length: 0\r\nContent-Length: 2")),
+        ("length and chunks", either, good.replace(b"Length: 0", b"Length: 2\r\nTransfer-Encoding: chunked") +
+         b"0\r\n\r\n"),
+        ("wrong chunks", refused, good.replace(b"Content-Length: 0", b"Transfer-Encoding: chunked") + b"zz\r\n\r\n"),
+    ]
+    for what, expected, data in requests:
+        status = status_of(server, data)
+        if status not in expected:
+            raise RuntimeError(f"{what}: answered {status}")
+    print(f"{len(requests) - 1} odd requests, none served that should not be")
+
+
+def fill_disk(store_in, build):
+    """On a small file system: changes are refused once it is full, none is lost, and they go on when there is room."""
+    disk = store_in / "disk"
+    disk.mkdir()
+    if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=3m", "none", disk], capture_output=True).returncode != 0:
+        print("full disk: skipped, no right to mount")
+        return
+    server = None
+    try:
+        store = Store(build, disk)
+        store.log = store_in / "disk.log"
+        store.fill()
+        token = store.token("admin")
+        server = Server(store)
+        connection = server.connect()
+
+        def create(name):
+            params = {"id": 0, "parent_id": 1, "name": name, "desc": "x" * 50000}
+            return call(connection, token, "KXGroup create", params)
+
+        answers = [create(f"n{i}") for i in range(100)]
+        made = {f"n{i}" for i, (_, answer) in enumerate(answers) if answer["success"]}
+        tree_status, tree = call(connection, token, "Tree get", {})
+        subprocess.run(["mount", "-o", "remount,size=20m", disk], check=True)
+        after = create("with room")[1]
+        server.end(kill=False)
+        server = None
+        with sqlite3.connect(store.path) as database:
+            faults = find_faults(database)
+            stored = {row[0] for row in database.execute("SELECT name FROM ou WHERE name GLOB 'n[0-9]*'")}
+        database.close()
+        refusals = {(status, answer["error"]["code"]) for status, answer in answers if not answer["success"]}
+        if faults or stored != made or len(made) == 100 or not tree["success"] or not after["success"]:
+            raise RuntimeError(f"full disk: {faults}, {len(made)} answered, {len(stored)} stored, tree {tree_status}, "
+                               f"with room again {after}")
+        print(f"full disk: {len(made)} changes stored, {100 - len(made)} refused with {refusals}, then one more stored")
+    finally:
+        if server is not None:
+            server.end()
+        subprocess.run(["umount", disk], check=True)
+
+
+def forbid_writing(store):
+    """A file that the server may only read: whatever it answers, the file stays as it is."""
+    store.path.chmod(0o444)
+    store.folder.chmod(0o555)
+    before = store.path.read_bytes()
+    options = {"user": 65534, "group": 65534, "extra_groups": []} if os.geteuid() == 0 else {}
+    try:
+        Server(store, **options).end()
+        outcome = "served"
+    except RuntimeError as e:
+        outcome = str(e).splitlines()[-1]
+    store.folder.chmod(0o755)
+    if store.path.read_bytes() != before:
+        raise RuntimeError("the read-only file was changed")
+    print(f"read-only file unchanged: {outcome}")
+
+
+def find_tokens(server, store, tokens):
+    places = [store.log, *store.folder.glob("store.db*"), *map(pathlib.Path, [f"/proc/{server.process.pid}/cmdline",
+                                                                            f"/proc/{server.process.pid}/environ"])]
+    found = [str(place) for place in places for token in tokens if token.encode() in place.read_bytes()]
+    if found:
+        raise RuntimeError(f"tokens found in {found}")
+    print(f"no token in {len(places)} places")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("build")
+    parser.add_argument("--seconds", type=float, default=60)
+    options = parser.parse_args()
+    limit = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (limit[1], limit[1]))
+    with tempfile.TemporaryDirectory(prefix="zem-") as folder:
+        store = Store(options.build, folder)
+        store.fill()
+        tokens = [store.token(name) for name in ["m.okafor", "admin"]]
+        server = Server(store)
+        try:
+            measure(server, tokens[-1], time.monotonic() + 0.2)
+            before = descriptors(server)
+            withstand(server, tokens[-1], options.seconds)
+            await_release(server, before)
+            refuse_odd_requests(server, tokens[-1])
+            find_tokens(server, store, tokens)
+            if peak_memory(server) > MAX_MEMORY_MB:
+                raise RuntimeError(f"{peak_memory(server):.0f} MB of memory")
+        finally:
+            status = server.end(kill=False)
+        if status != 0:
+            raise RuntimeError(f"the server ended with status {status}")
+        fill_disk(store.folder, options.build)
+        forbid_writing(store)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
