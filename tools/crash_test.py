@@ -37,7 +37,10 @@ FAULTS = {
 
 def find_faults(database):
     """What is wrong with the store's file, as texts."""
-    return [f"{what}: {row}" for what, query in FAULTS.items() for row in database.execute(query)]
+    try:
+        return [f"{what}: {row}" for what, query in FAULTS.items() for row in database.execute(query)]
+    except sqlite3.DatabaseError as e:
+        return [str(e)]
 
 
 class Store:
@@ -160,7 +163,8 @@ class Writer(threading.Thread):
             parent = self.random.choice([id for id in self.groups if id not in below(self.groups, target)])
         else:
             links = self.random.sample(POLICIES, self.random.randint(0, 3))
-        desc = self.random.choice(["", "'; DELETE FROM ou; --", "\u20ac" * self.random.randint(1, 2000)])
+        # Long ones take many pages, and some time to write.
+        desc = self.random.choice(["", "'; DELETE FROM ou; --", "\u20ac" * self.random.randint(1, 100000)])
         params = {"node_id": target, "parent_id": parent, "desc": desc,
                   "linked_gpo": {"order": [{"id": id} for id in links]}}
         return "set", params, [lambda groups, _: {**groups, target: (parent, name, desc, links)}]
@@ -204,7 +208,7 @@ def play_round(store, token, homes, chance, totals):
             shutil.copy(path, copy)
     database = sqlite3.connect(copy / "store.db")
     faults = find_faults(database)
-    for writer in writers:
+    for writer in [] if faults else writers:
         fault, steps = writer.check(read_groups(database, writer.home))
         faults += writer.refused + ([fault] if fault else [])
         homes[writer.home] = writer.groups
