@@ -18,9 +18,12 @@
 #include <cstring>
 #include <ctime>
 #include <iostream>
+#include <list>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
+#include <unordered_map>
 #include <utility>
 
 #include <microhttpd.h>
@@ -47,8 +50,49 @@ constexpr uint64_t kMaxBody = 4 << 20;
 constexpr uint64_t kMaxDiscarded = 256 << 20;
 constexpr uint64_t kMaxAllBodies = 64 << 20;
 
+// Sockets on which no request of a known account is under way, the longest waiting first. Any number of them could stay
+// by sending a byte now and then, and keep all others out: when there are too many, the first one makes room.
+class Waiting {
+public:
+    explicit Waiting(size_t most) : m_most(most) {}
+
+    // The library's C code calls this: no exception may leave it. A socket that finds no memory is shut down.
+    void add(int fd) noexcept
+    try {
+        std::list<int> added{fd};
+        const std::lock_guard lock(m_mutex);
+        if (!m_places.try_emplace(fd, added.begin()).second) {
+            return;
+        }
+        m_sockets.splice(m_sockets.end(), added);
+        if (m_sockets.size() > m_most) {
+            shutdown(m_sockets.front(), SHUT_RDWR);  // the thread that serves it then closes it
+            m_places.erase(m_sockets.front());
+            m_sockets.pop_front();
+        }
+    } catch (const std::exception&) {
+        shutdown(fd, SHUT_RDWR);
+    }
+
+    // To be called before the socket is closed, when its number may come to name another.
+    void remove(int fd)
+    {
+        const std::lock_guard lock(m_mutex);
+        if (const auto place = m_places.extract(fd)) {
+            m_sockets.erase(place.mapped());
+        }
+    }
+
+private:
+    const size_t m_most;
+    std::mutex m_mutex;
+    std::list<int> m_sockets;
+    std::unordered_map<int, std::list<int>::iterator> m_places;
+};
+
 struct Server {
     const ModuleSet& modules;
+    Waiting waiting;
     std::atomic<uint64_t> bodyBytes{0};  // of all bodies that are held
     std::atomic<int> requests{0};        // whose answer has not gone out yet
     std::atomic<bool> isStopping{false};
@@ -82,6 +126,7 @@ struct Exchange {
     int refused = 0;  // HTTP status of the refusal, 0 for none
     std::string body;
     uint64_t arrived = 0;  // bytes of the body, thrown away ones too
+    bool isLast = false;   // the connection cannot be used for another
     bool isAnswered = false;
 };
 
@@ -99,6 +144,11 @@ void logLine(const Exchange& exchange, const std::string& code)
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), line.size());
 }
 
+int socketOf(MHD_Connection* pConnection)
+{
+    return MHD_get_connection_info(pConnection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+}
+
 // The value of a request header, "" when there is none.
 const char* header(MHD_Connection* pConnection, const char* szName)
 {
@@ -109,6 +159,20 @@ const char* header(MHD_Connection* pConnection, const char* szName)
 uint64_t declaredLength(MHD_Connection* pConnection)
 {
     return strtoull(header(pConnection, MHD_HTTP_HEADER_CONTENT_LENGTH), nullptr, 10);
+}
+
+// Whether the head gives more than one end of the body: a proxy in front may have read another than the library does.
+bool isBodyAmbiguous(MHD_Connection* pConnection)
+{
+    int ends = 0;
+    const auto count = [](void* pEnds, MHD_ValueKind, const char* szName, const char*) {
+        const bool isEnd = 0 == strcasecmp(szName, MHD_HTTP_HEADER_CONTENT_LENGTH) ||
+                           0 == strcasecmp(szName, MHD_HTTP_HEADER_TRANSFER_ENCODING);
+        *static_cast<int*>(pEnds) += isEnd ? 1 : 0;
+        return MHD_YES;
+    };
+    MHD_get_connection_values(pConnection, MHD_HEADER_KIND, count, &ends);
+    return 1 < ends;
 }
 
 bool sendsBodyUnasked(MHD_Connection* pConnection)
@@ -137,6 +201,10 @@ void resolvePath(const char* szPath, Exchange& exchange)
 int judgeHead(MHD_Connection* pConnection, const char* szUrl, const char* szMethod, Exchange& exchange)
 {
     resolvePath(szUrl, exchange);
+    exchange.isLast = isBodyAmbiguous(pConnection);
+    if (exchange.isLast) {
+        return MHD_HTTP_BAD_REQUEST;
+    }
     if (nullptr == exchange.pRow) {
         return MHD_HTTP_NOT_FOUND;
     }
@@ -204,8 +272,8 @@ MHD_Response* makeResponse(const Answer& outcome, std::unique_ptr<std::string> t
 MHD_Result respond(MHD_Connection* pConnection, Exchange& exchange)
 {
     Answer outcome = answer(exchange);
-    MHD_Response* pResponse =
-        makeResponse(outcome, std::make_unique<std::string>(std::move(outcome.text)), exchange.server.isStopping);
+    MHD_Response* pResponse = makeResponse(outcome, std::make_unique<std::string>(std::move(outcome.text)),
+                                           exchange.isLast || exchange.server.isStopping);
     const MHD_Result queued = MHD_queue_response(pConnection, static_cast<unsigned>(outcome.status), pResponse);
     MHD_destroy_response(pResponse);
     exchange.isAnswered = true;
@@ -221,7 +289,11 @@ MHD_Result beginRequest(MHD_Connection* pConnection, const char* szUrl, const ch
         std::cerr << "zemhost: a request could not be checked: " + printable(e.what()) + "\n";
         exchange.refused = MHD_HTTP_INTERNAL_SERVER_ERROR;
     }
-    return 0 == exchange.refused || sendsBodyUnasked(pConnection) ? MHD_YES : respond(pConnection, exchange);
+    if (0 == exchange.refused) {
+        exchange.server.waiting.remove(socketOf(pConnection));
+        return MHD_YES;
+    }
+    return sendsBodyUnasked(pConnection) ? MHD_YES : respond(pConnection, exchange);
 }
 
 MHD_Result receiveBody(const char* pData, size_t size, Exchange& exchange)
@@ -258,8 +330,20 @@ MHD_Result onRequest(void* pServer, MHD_Connection* pConnection, const char* szU
     }
 }
 
-void onCompleted(void*, MHD_Connection*, void** ppExchange, MHD_RequestTerminationCode)
+// The library calls this when it has taken a connection, and before it closes the socket.
+void onConnection(void* pServer, MHD_Connection* pConnection, void**, MHD_ConnectionNotificationCode code)
 {
+    Waiting& waiting = static_cast<Server*>(pServer)->waiting;
+    if (MHD_CONNECTION_NOTIFY_STARTED == code) {
+        waiting.add(socketOf(pConnection));
+    } else {
+        waiting.remove(socketOf(pConnection));
+    }
+}
+
+void onCompleted(void* pServer, MHD_Connection* pConnection, void** ppExchange, MHD_RequestTerminationCode)
+{
+    static_cast<Server*>(pServer)->waiting.add(socketOf(pConnection));
     const std::unique_ptr<Exchange> exchange(static_cast<Exchange*>(std::exchange(*ppExchange, nullptr)));
     if (nullptr != exchange && !exchange->isAnswered) {
         logLine(*exchange, "cut");
@@ -324,18 +408,19 @@ unsigned reserveDescriptors()
     return static_cast<unsigned>(std::min(kMaxConnections, limit.rlim_cur - others));
 }
 
-MHD_Daemon* startDaemon(Server& server, int listenFd)
+MHD_Daemon* startDaemon(Server& server, int listenFd, unsigned connections)
 {
     MHD_Daemon* pDaemon =
         MHD_start_daemon(MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_ITC, 0, nullptr, nullptr, onRequest, &server,  //
                          MHD_OPTION_LISTEN_SOCKET, listenFd,                                                    //
                          MHD_OPTION_THREAD_POOL_SIZE, std::max(4u, std::thread::hardware_concurrency()),        //
-                         MHD_OPTION_CONNECTION_LIMIT, reserveDescriptors(),                                     //
+                         MHD_OPTION_CONNECTION_LIMIT, connections,                                              //
                          MHD_OPTION_CONNECTION_MEMORY_LIMIT, kHeaderMemory,                                     //
                          MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,                                           //
                          MHD_OPTION_STRICT_FOR_CLIENT, 1,                                                       //
                          MHD_OPTION_UNESCAPE_CALLBACK, keepEscapes, nullptr,                                    //
-                         MHD_OPTION_NOTIFY_COMPLETED, onCompleted, nullptr,                                     //
+                         MHD_OPTION_NOTIFY_COMPLETED, onCompleted, &server,                                     //
+                         MHD_OPTION_NOTIFY_CONNECTION, onConnection, &server,                                   //
                          MHD_OPTION_END);
     if (nullptr == pDaemon) {
         throw std::runtime_error(std::string("the HTTP server cannot be started: ") + strerror(errno));
@@ -377,8 +462,9 @@ void serve(const ModuleSet& modules, const std::string& address, bool allowRemot
     sigaddset(&stopSignals, SIGINT);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);  // also in the threads that start from here on
 
-    Server server{modules};
-    MHD_Daemon* pDaemon = startDaemon(server, listenOn(address, allowRemote));
+    const unsigned connections = reserveDescriptors();
+    Server server{modules, Waiting(connections / 2)};
+    MHD_Daemon* pDaemon = startDaemon(server, listenOn(address, allowRemote), connections);
     std::cout << "listening on http://" << address.substr(0, address.rfind(':')) << ':' << portOf(pDaemon) << std::endl;
     int received = 0;
     sigwait(&stopSignals, &received);

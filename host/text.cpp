@@ -3,6 +3,8 @@
 
 #include <cstdio>
 
+#include "standin/store/json_text.h"
+
 namespace host {
 
 namespace {
@@ -17,11 +19,12 @@ bool isC1Control(std::string_view text, size_t at)
 
 std::string escaped(std::string_view text, unsigned char firstPlain)
 {
+    const bool isUtf8 = standin::isPlainText(text.data(), text.data() + text.size());
     std::string out;
     for (size_t i = 0; i < text.size(); i++) {
         const auto byte = static_cast<unsigned char>(text[i]);
-        const bool isControl =
-            byte < firstPlain || 0x7F == byte || isC1Control(text, i) || (i > 0 && isC1Control(text, i - 1));
+        const bool isControl = byte < firstPlain || 0x7F == byte || isC1Control(text, i) ||
+                               (i > 0 && isC1Control(text, i - 1)) || (!isUtf8 && 0x80 <= byte);
         if (!isControl && '\\' != text[i]) {
             out += text[i];
             continue;
