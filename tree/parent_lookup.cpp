@@ -12,6 +12,7 @@
 namespace {
 
 constexpr size_t noNode = SIZE_MAX;
+const Json::StaticString szMarker("find_parent");  // not copied for every node; it never leaves the source array
 
 // Nodes are numbered in the order in which they are met, the source first. The index gives the number of the node with
 // a kind and an identifier, noNode for one that cannot be a parent.
@@ -51,6 +52,8 @@ int read_link(const Json::Value& jNode, NodeKey* pKey)
 int index_source(Json::Value& jSrc, NodeIndex& index, NodeList& nodes, std::vector<NodeKey>& links)
 {
     index.reserve(jSrc.size());
+    nodes.reserve(jSrc.size());
+    links.reserve(jSrc.size());
     for (Json::Value& jNode : jSrc) {
         const Json::Value* pjChildren = find_member(jNode, "children");
         NodeKey link;
@@ -63,15 +66,18 @@ int index_source(Json::Value& jSrc, NodeIndex& index, NodeList& nodes, std::vect
     return 0;
 }
 
-// Indexes the nodes of a tree, all levels. Like the search it gives a leaf a null "children".
+// Indexes the nodes of a tree, all levels.
 int index_tree(Json::Value& jNodes, NodeIndex& index, NodeList& nodes)
 {
     for (Json::Value& jNode : jNodes) {
         if (0 > index_node(jNode, index, nodes)) {
             return -1;
         }
-        Json::Value& jChildren = jNode["children"];
-        if (!jChildren.isNull() && (!jChildren.isArray() || 0 > index_tree(jChildren, index, nodes))) {
+        const Json::Value* pjChildren = find_member(jNode, "children");
+        if (NULL == pjChildren || pjChildren->isNull()) {
+            continue;
+        }
+        if (!pjChildren->isArray() || 0 > index_tree(jNode["children"], index, nodes)) {
             return -1;
         }
     }
@@ -144,7 +150,7 @@ int hang_by_lookup(Json::Value& jSrc, Json::Value& jDst)
         if (NULL != pjParent) {
             nodes[i] = &(*pjParent)["children"].append(std::move(jChild));
             jChild = Json::Value(Json::objectValue);
-            jChild["find_parent"] = 1;
+            jChild[szMarker] = 1;
         }
         ++i;
     }
