@@ -211,12 +211,13 @@ TEST(Decoration, attachesTheDelegatesThatCanBeShown) {
          "{'user_type':-9,'name':'ann','domainName':7,'domainType':null,'ugid':7}]",
          0},
         {{{2, 7, ""},
+          {2, 7, "{}"},
           {2, 7, "{\"domainType\":1}"},
           {2, 7, "[1]"},
           {2, 7, "{\"domainType\":1,\"domainName\":1}"},
           {2, 7, whole + "x"}},
          "'before'",
-         5},
+         6},
     };
     for (const auto& c : cases) {
         reset();
