@@ -66,28 +66,22 @@ int index_source(Json::Value& jSrc, NodeIndex& index, NodeList& nodes, std::vect
     return 0;
 }
 
-// Indexes the nodes of a tree, all levels.
-int index_tree(Json::Value& jNodes, NodeIndex& index, NodeList& nodes)
+// Indexes the nodes of a tree, all levels. Only at the top level a marker has a meaning.
+int index_tree(Json::Value& jNodes, bool isTop, NodeIndex& index, NodeList& nodes)
 {
     for (Json::Value& jNode : jNodes) {
-        if (0 > index_node(jNode, index, nodes)) {
+        if (0 > index_node(jNode, index, nodes) || (isTop && NULL != find_member(jNode, "find_parent"))) {
             return -1;
         }
         const Json::Value* pjChildren = find_member(jNode, "children");
         if (NULL == pjChildren || pjChildren->isNull()) {
             continue;
         }
-        if (!pjChildren->isArray() || 0 > index_tree(jNode["children"], index, nodes)) {
+        if (!pjChildren->isArray() || 0 > index_tree(jNode["children"], false, index, nodes)) {
             return -1;
         }
     }
     return 0;
-}
-
-bool has_marker(const Json::Value& jNodes)
-{
-    return std::any_of(jNodes.begin(), jNodes.end(),
-                       [](const Json::Value& jNode) { return NULL != find_member(jNode, "find_parent"); });
 }
 
 std::vector<size_t> find_parents(const std::vector<NodeKey>& links, const NodeIndex& index)
@@ -134,7 +128,7 @@ int hang_by_lookup(Json::Value& jSrc, Json::Value& jDst)
     if (EACCES == errno || 0 > index_source(jSrc, index, nodes, links)) {
         return -1;
     }
-    if (!isSelf && (has_marker(jDst) || 0 > index_tree(jDst, index, nodes))) {
+    if (!isSelf && 0 > index_tree(jDst, true, index, nodes)) {
         return -1;
     }
     std::vector<size_t> parents = find_parents(links, index);

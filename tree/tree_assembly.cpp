@@ -39,10 +39,12 @@ bool is_hung(const Json::Value& jNode)
     return NULL != pMarker && !pMarker->isNull();
 }
 
-void remove_marker(Json::Value& jNode)
+void remove_markers(Json::Value& jNodes)
 {
-    if (jNode.isObject()) {
-        jNode.removeMember("find_parent");
+    for (Json::Value& jNode : jNodes) {
+        if (jNode.isObject()) {
+            jNode.removeMember("find_parent");
+        }
     }
 }
 
@@ -72,14 +74,16 @@ void hang_by_search(Json::Value& jSrc, Json::Value& jDst)
     }
 }
 
-void collect_roots(Json::Value& jDst, Json::Value& jOut)
+void collect_roots(Json::Value& jDst, Json::Value& jOut, bool mayHaveMarkers)
 {
     jOut = Json::Value(Json::arrayValue);
     for (Json::Value& jNode : jDst) {
         if (!is_hung(jNode)) {
-            remove_marker(jNode);
             jOut.append(std::move(jNode));
         }
+    }
+    if (mayHaveMarkers) {
+        remove_markers(jOut);  // null ones
     }
 }
 
@@ -94,9 +98,6 @@ void append_orphans(Json::Value& jSrc, Json::Value& jDst)
     for (Json::Value* pjNode : orphans) {
         jDst.append(std::move(*pjNode));
     }
-    for (Json::Value& jNode : jDst) {
-        remove_marker(jNode);
-    }
 }
 
 }  // namespace
@@ -107,13 +108,17 @@ int ConvertTreeJsonToParent(Json::Value* pjSrc, Json::Value* pjDst, Json::Value*
         log_bad_parameter();
         return -1;
     }
-    if (0 > hang_by_lookup(*pjSrc, *pjDst)) {
+    const bool isSearch = 0 > hang_by_lookup(*pjSrc, *pjDst);
+    if (isSearch) {
         hang_by_search(*pjSrc, *pjDst);
     }
     if (NULL != pjOut) {
-        collect_roots(*pjDst, *pjOut);
-    } else {
-        append_orphans(*pjSrc, *pjDst);
+        collect_roots(*pjDst, *pjOut, isSearch);
+        return 0;
+    }
+    append_orphans(*pjSrc, *pjDst);
+    if (isSearch) {
+        remove_markers(*pjDst);  // the lookup takes no destination that has any
     }
     return 0;
 }
