@@ -49,6 +49,7 @@ constexpr seconds kMaxDrain{30};
 constexpr uint64_t kMaxBody = 4 << 20;
 constexpr uint64_t kMaxDiscarded = 256 << 20;
 constexpr uint64_t kMaxAllBodies = 64 << 20;
+constexpr uint64_t kSmallBody = 16 << 10;  // taken in also when large ones fill that
 
 // Sockets on which no request of a known account is under way, the longest waiting first. Any number of them could stay
 // by sending a byte now and then, and keep all others out: when there are too many, the first one makes room.
@@ -230,7 +231,8 @@ int appendBody(const char* pData, size_t size, Exchange& exchange)
         return MHD_HTTP_CONTENT_TOO_LARGE;
     }
     exchange.body.append(pData, size);
-    return (exchange.server.bodyBytes += size) > kMaxAllBodies ? MHD_HTTP_SERVICE_UNAVAILABLE : 0;
+    const bool isFull = (exchange.server.bodyBytes += size) > kMaxAllBodies;
+    return isFull && exchange.body.size() > kSmallBody ? MHD_HTTP_SERVICE_UNAVAILABLE : 0;
 }
 
 Answer answer(Exchange& exchange)
