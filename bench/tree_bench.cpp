@@ -9,7 +9,6 @@
 #include "tests/fake_platform.h"
 #include "tree/node_decoration.h"
 #include "tree/tree_assembly.h"
-#include "tree/tree_fetch.h"
 
 namespace {
 

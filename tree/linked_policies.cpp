@@ -1,6 +1,7 @@
 #include "tree/linked_policies.h"
 
 #include <cstring>
+#include <memory>
 
 #include "frame/failure_log.h"
 #include "frame/json_read.h"
@@ -46,43 +47,41 @@ void mark_linked(int64_t gpoId, Json::Value& jGpoArray, std::optional<PolicyInde
     }
 }
 
-// Copies name and description of the policy into the entry and takes "id" out; an entry whose policy cannot be read
-// keeps what it has got so far.
-void describe_link(Json::Value& jLink, int64_t gpoId, _tag_velq_zem_gpo_* pGpo)
+// Copies name and description of the policy into the entry and takes "id" out. Returns 0, or -1 when the policy cannot
+// be read: the entry keeps what it has got so far.
+int describe_link(Json::Value& jLink, int64_t gpoId, _tag_velq_zem_gpo_* pGpo)
 {
     char szBuf[4096];
 
     if (0 > VELQZEMGpoGet(gpoId, pGpo)) {
-        log_access_denied("0 >VELQZEMGpoGet(gpoId, pGpo)");
-        return;
+        return log_access_denied("0 >VELQZEMGpoGet(gpoId, pGpo)");
     }
     memset(szBuf, 0, sizeof(szBuf));
     if (0 > VELQZEMGpoItemGetName(szBuf, sizeof(szBuf), pGpo)) {
-        log_access_denied("0 > VELQZEMGpoItemGetName(_SAS(szBuf), pGpo)");
-        return;
+        return log_access_denied("0 > VELQZEMGpoItemGetName(_SAS(szBuf), pGpo)");
     }
     jLink["gpo_name"] = szBuf;
 
     memset(szBuf, 0, sizeof(szBuf));
     if (0 > VELQZEMGpoItemGetDescription(szBuf, sizeof(szBuf), pGpo)) {
-        log_access_denied("0 > VELQZEMGpoItemGetDescription(_SAS(szBuf), pGpo)");
-        return;
+        return log_access_denied("0 > VELQZEMGpoItemGetDescription(_SAS(szBuf), pGpo)");
     }
     jLink["gpo_desc"] = szBuf;
     jLink.removeMember("id");
+    return 0;
 }
 
-void resolve_link(Json::Value& jLink, Json::Value& jGpoArray, std::optional<PolicyIndex>& index,
-                  _tag_velq_zem_gpo_* pGpo)
+// Returns 0, or -1 when the entry is left as far as it got, which does not concern the other links of the node.
+int resolve_link(Json::Value& jLink, Json::Value& jGpoArray, std::optional<PolicyIndex>& index,
+                 _tag_velq_zem_gpo_* pGpo)
 {
     int64_t gpoId = 0;
     if (!jLink.isObject() || jLink["id"].isNull() || 0 > read_int64(jLink["id"], &gpoId)) {
-        log_access_denied("(*pjGpoLink)[i][\"id\"].isNull()");
-        return;
+        return log_access_denied("(*pjGpoLink)[i][\"id\"].isNull()");
     }
     jLink["gpo_id"] = Json::Value(gpoId);
     mark_linked(gpoId, jGpoArray, index);
-    describe_link(jLink, gpoId, pGpo);
+    return describe_link(jLink, gpoId, pGpo);
 }
 
 }  // namespace
@@ -96,21 +95,19 @@ int get_gpo_info_by_node(Json::Value& node, Json::Value& jGpoArray)
 int get_gpo_info_by_node(Json::Value& node, Json::Value& jGpoArray, std::optional<PolicyIndex>& index)
 {
     if (!node.isObject()) {
-        log_bad_parameter();
-        return -1;
+        return log_bad_parameter();
     }
     Json::Value* pjLinks = find_links(node);
     if (NULL == pjLinks) {
         return 0;
     }
     for (Json::Value& jLink : *pjLinks) {
-        _tag_velq_zem_gpo_* pGpo = VELQZEMGpoAlloc();
+        const std::unique_ptr<_tag_velq_zem_gpo_, void (*)(_tag_velq_zem_gpo_*)> pGpo(VELQZEMGpoAlloc(),
+                                                                                      VELQZEMGpoFree);
         if (NULL == pGpo) {
-            log_failed_call("NULL == (pGpo = VELQZEMGpoAlloc())");
-            return -1;
+            return log_failed_call("NULL == (pGpo = VELQZEMGpoAlloc())");
         }
-        resolve_link(jLink, jGpoArray, index, pGpo);
-        VELQZEMGpoFree(pGpo);
+        resolve_link(jLink, jGpoArray, index, pGpo.get());
     }
     return 0;
 }

@@ -5,8 +5,7 @@
 int postHandleNode(Json::Value& node)
 {
     if (!node.isObject()) {
-        log_bad_parameter();
-        return -1;
+        return log_bad_parameter();
     }
     node.removeMember("id");
 

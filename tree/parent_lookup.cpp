@@ -8,11 +8,11 @@
 
 #include "frame/json_read.h"
 #include "platform/velq_zem.h"
+#include "tree/hung_marker.h"
 
 namespace {
 
 constexpr size_t noNode = SIZE_MAX;
-const Json::StaticString szMarker("find_parent");  // not copied for every node; it never leaves the source array
 
 // Nodes are numbered in the order in which they are met, the source first. The index gives the number of the node with
 // a kind and an identifier, noNode for one that cannot be a parent.
@@ -25,14 +25,12 @@ typedef std::vector<Json::Value*> NodeList;
 
 int index_node(Json::Value& jNode, NodeIndex& index, NodeList& nodes)
 {
-    const Json::Value* pjType = find_member(jNode, "node_type");
-    const Json::Value* pjId = find_member(jNode, "id");
     NodeKey key;
-    if (NULL == pjType || 0 > read_int(*pjType, &key.first) || NULL == pjId || 0 > read_int64(*pjId, &key.second)) {
+    if (0 > read_member(jNode, "node_type", &key.first) || 0 > read_member(jNode, "id", &key.second)) {
         return -1;
     }
     // The kinds are compared as JSON values: one that is not a signed integer never matches.
-    const size_t number = Json::intValue == pjType->type() ? nodes.size() : noNode;
+    const size_t number = Json::intValue == jNode["node_type"].type() ? nodes.size() : noNode;
     nodes.push_back(&jNode);
     return index.emplace(key, number).second ? 0 : -1;
 }
@@ -40,12 +38,11 @@ int index_node(Json::Value& jNode, NodeIndex& index, NodeList& nodes)
 int read_link(const Json::Value& jNode, NodeKey* pKey)
 {
     const Json::Value* pjType = find_member(jNode, "parent_type");
-    const Json::Value* pjId = find_member(jNode, "parent_id");
     pKey->first = VELQ_ZEM_TYPE_OU;
     if (NULL != pjType && !pjType->isNull() && 0 > read_int(*pjType, &pKey->first)) {
         return -1;
     }
-    return NULL == pjId ? -1 : read_int64(*pjId, &pKey->second);
+    return read_member(jNode, "parent_id", &pKey->second);
 }
 
 // Indexes the source nodes and collects their parent links.
@@ -58,7 +55,7 @@ int index_source(Json::Value& jSrc, NodeIndex& index, NodeList& nodes, std::vect
         const Json::Value* pjChildren = find_member(jNode, "children");
         NodeKey link;
         if (0 > index_node(jNode, index, nodes) || 0 > read_link(jNode, &link) ||
-            (NULL != pjChildren && !pjChildren->isNull()) || NULL != find_member(jNode, "find_parent")) {
+            (NULL != pjChildren && !pjChildren->isNull()) || has_marker(jNode)) {
             return -1;
         }
         links.push_back(link);
@@ -70,7 +67,7 @@ int index_source(Json::Value& jSrc, NodeIndex& index, NodeList& nodes, std::vect
 int index_tree(Json::Value& jNodes, bool isTop, NodeIndex& index, NodeList& nodes)
 {
     for (Json::Value& jNode : jNodes) {
-        if (0 > index_node(jNode, index, nodes) || (isTop && NULL != find_member(jNode, "find_parent"))) {
+        if (0 > index_node(jNode, index, nodes) || (isTop && has_marker(jNode))) {
             return -1;
         }
         const Json::Value* pjChildren = find_member(jNode, "children");
@@ -144,7 +141,7 @@ int hang_by_lookup(Json::Value& jSrc, Json::Value& jDst)
         if (NULL != pjParent) {
             nodes[i] = &(*pjParent)["children"].append(std::move(jChild));
             jChild = Json::Value(Json::objectValue);
-            jChild[szMarker] = 1;
+            set_marker(jChild);
         }
         ++i;
     }

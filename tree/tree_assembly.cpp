@@ -8,6 +8,8 @@
 #include "frame/failure_log.h"
 #include "frame/json_read.h"
 #include "platform/velq_zem.h"
+#include "tree/hung_marker.h"
+#include "tree/node_postprocess.h"
 #include "tree/parent_lookup.h"
 
 namespace {
@@ -33,18 +35,10 @@ bool is_same_node(Json::Value& jLeft, Json::Value& jRight)
     return leftId == rightId;
 }
 
-bool is_hung(const Json::Value& jNode)
-{
-    const Json::Value* pMarker = find_member(jNode, "find_parent");
-    return NULL != pMarker && !pMarker->isNull();
-}
-
-void remove_markers(Json::Value& jNodes)
+void remove_top_markers(Json::Value& jNodes)
 {
     for (Json::Value& jNode : jNodes) {
-        if (jNode.isObject()) {
-            jNode.removeMember("find_parent");
-        }
+        remove_marker(jNode);
     }
 }
 
@@ -70,7 +64,7 @@ void hang_by_search(Json::Value& jSrc, Json::Value& jDst)
             continue;
         }
         (*pParent)["children"].append(jChild);
-        jChild["find_parent"] = 1;
+        set_marker(jChild);
     }
 }
 
@@ -83,7 +77,7 @@ void collect_roots(Json::Value& jDst, Json::Value& jOut, bool mayHaveMarkers)
         }
     }
     if (mayHaveMarkers) {
-        remove_markers(jOut);  // null ones
+        remove_top_markers(jOut);  // null ones
     }
 }
 
@@ -91,7 +85,7 @@ void append_orphans(Json::Value& jSrc, Json::Value& jDst)
 {
     std::vector<Json::Value*> orphans;  // found first: both may be the same array
     for (Json::Value& jNode : jSrc) {
-        if (NULL == find_member(jNode, "find_parent")) {
+        if (!has_marker(jNode)) {
             orphans.push_back(&jNode);
         }
     }
@@ -105,8 +99,7 @@ void append_orphans(Json::Value& jSrc, Json::Value& jDst)
 int ConvertTreeJsonToParent(Json::Value* pjSrc, Json::Value* pjDst, Json::Value* pjOut)
 {
     if (NULL == pjSrc || !pjSrc->isArray() || NULL == pjDst || !pjDst->isArray()) {
-        log_bad_parameter();
-        return -1;
+        return log_bad_parameter();
     }
     const bool isSearch = 0 > hang_by_lookup(*pjSrc, *pjDst);
     if (isSearch) {
@@ -118,7 +111,7 @@ int ConvertTreeJsonToParent(Json::Value* pjSrc, Json::Value* pjDst, Json::Value*
     }
     append_orphans(*pjSrc, *pjDst);
     if (isSearch) {
-        remove_markers(*pjDst);  // the lookup takes no destination that has any
+        remove_top_markers(*pjDst);  // the lookup takes no destination that has any
     }
     return 0;
 }
@@ -162,4 +155,31 @@ bool IsJsonParentTypeMatch(const Json::Value& jParent, const Json::Value& jChild
         return false;
     }
     return jParent["node_type"] == Json::Value(parentType);
+}
+
+int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, Json::Value& jData)
+{
+    if (!jDataOu.isArray() || !jDataKx.isArray() || !jDataGpo.isArray() || !jData.isArray()) {
+        return log_bad_parameter();
+    }
+    // Taken over, not copied: nobody looks at the flat arrays again.
+    Json::Value jOu(std::move(jDataOu));
+    Json::Value jKx(std::move(jDataKx));
+    Json::Value jGpo(std::move(jDataGpo));
+
+    if (0 > ConvertTreeJsonToParent(&jOu, &jOu, &jData)) {
+        return log_failed_call("0 >ConvertTreeJsonToParent(&jOu, &jOu, &jData)");
+    }
+    if (0 > ConvertTreeJsonToParent(&jKx, &jData, NULL)) {
+        return log_failed_call("0 >ConvertTreeJsonToParent(&jKx, &jData, NULL)");
+    }
+    if (0 > ConvertTreeJsonToParent(&jGpo, &jData, NULL)) {
+        return log_failed_call("0 >ConvertTreeJsonToParent(&jGpo, &jData, NULL)");
+    }
+    for (Json::Value& jNode : jData) {
+        if (0 > postHandleNode(jNode)) {
+            log_access_denied("0 > postHandleNode(jData[i])");
+        }
+    }
+    return 0;
 }
