@@ -2,32 +2,26 @@
 
 #include "frame/json_read.h"
 
-namespace {
-
-const Json::StaticString szMarker("find_parent");  // not copied for every node: the elements that carry it go first
-
-}  // namespace
-
 bool has_marker(const Json::Value& jNode)
 {
-    return NULL != find_member(jNode, szMarker.c_str());
+    return NULL != find_member(jNode, szHungMarker);
 }
 
 bool is_hung(const Json::Value& jNode)
 {
-    const Json::Value* pjMarker = find_member(jNode, szMarker.c_str());
+    const Json::Value* pjMarker = find_member(jNode, szHungMarker);
     return NULL != pjMarker && !pjMarker->isNull();
 }
 
 void set_marker(Json::Value& jNode)
 {
-    jNode[szMarker] = 1;
+    jNode[szHungMarker] = 1;
 }
 
 void remove_marker(Json::Value& jNode)
 {
     if (jNode.isObject()) {
-        jNode.removeMember(szMarker.c_str());
+        jNode.removeMember(szHungMarker);
     }
 }
 

@@ -4,6 +4,8 @@
 
 #include <json/value.h>
 
+constexpr char szHungMarker[] = "find_parent";  // the member that is the marker
+
 // Whether the node carries the marker, a null one included; and whether it counts as hung, which a null one does not.
 bool has_marker(const Json::Value& jNode);
 bool is_hung(const Json::Value& jNode);

@@ -9,14 +9,23 @@
 
 namespace {
 
+// Keys of a static string are not copied for every node.
+const Json::StaticString szLinkedGpo("linked_gpo");
+const Json::StaticString szOrder("order");
+const Json::StaticString szId("id");
+const Json::StaticString szGpoId("gpo_id");
+const Json::StaticString szGpoName("gpo_name");
+const Json::StaticString szGpoDesc("gpo_desc");
+const Json::StaticString szLinked("linked");
+
 // The node's link entries; null when it has none. Members that are looked up and missing are added as null.
 Json::Value* find_links(Json::Value& node)
 {
-    Json::Value& jLinkedGpo = node["linked_gpo"];
+    Json::Value& jLinkedGpo = node[szLinkedGpo];
     if (jLinkedGpo.empty() || !jLinkedGpo.isObject()) {
         return NULL;
     }
-    Json::Value& jOrder = jLinkedGpo["order"];
+    Json::Value& jOrder = jLinkedGpo[szOrder];
     return jOrder.empty() || !jOrder.isArray() ? NULL : &jOrder;
 }
 
@@ -29,7 +38,7 @@ PolicyIndex index_policies(Json::Value& jGpoArray)
     index.reserve(jGpoArray.size());
     for (Json::Value& jGpo : jGpoArray) {
         int64_t id = 0;
-        if (jGpo.isObject() && 0 == read_int64(jGpo["id"], &id)) {
+        if (jGpo.isObject() && 0 == read_int64(jGpo[szId], &id)) {
             index.emplace(id, &jGpo);
         }
     }
@@ -43,8 +52,9 @@ void mark_linked(int64_t gpoId, Json::Value& jGpoArray, std::optional<PolicyInde
     }
     const auto range = index->equal_range(gpoId);
     for (auto it = range.first; it != range.second; ++it) {
-        (*it->second)["linked"] = true;
+        (*it->second)[szLinked] = true;
     }
+    index->erase(range.first, range.second);  // once is enough
 }
 
 // Copies name and description of the policy into the entry and takes "id" out. Returns 0, or -1 when the policy cannot
@@ -60,13 +70,13 @@ int describe_link(Json::Value& jLink, int64_t gpoId, _tag_velq_zem_gpo_* pGpo)
     if (0 > VELQZEMGpoItemGetName(szBuf, sizeof(szBuf), pGpo)) {
         return log_access_denied("0 > VELQZEMGpoItemGetName(_SAS(szBuf), pGpo)");
     }
-    jLink["gpo_name"] = szBuf;
+    jLink[szGpoName] = szBuf;
 
     memset(szBuf, 0, sizeof(szBuf));
     if (0 > VELQZEMGpoItemGetDescription(szBuf, sizeof(szBuf), pGpo)) {
         return log_access_denied("0 > VELQZEMGpoItemGetDescription(_SAS(szBuf), pGpo)");
     }
-    jLink["gpo_desc"] = szBuf;
+    jLink[szGpoDesc] = szBuf;
     jLink.removeMember("id");
     return 0;
 }
@@ -76,10 +86,10 @@ int resolve_link(Json::Value& jLink, Json::Value& jGpoArray, std::optional<Polic
                  _tag_velq_zem_gpo_* pGpo)
 {
     int64_t gpoId = 0;
-    if (!jLink.isObject() || jLink["id"].isNull() || 0 > read_int64(jLink["id"], &gpoId)) {
+    if (!jLink.isObject() || jLink[szId].isNull() || 0 > read_int64(jLink[szId], &gpoId)) {
         return log_access_denied("(*pjGpoLink)[i][\"id\"].isNull()");
     }
-    jLink["gpo_id"] = Json::Value(gpoId);
+    jLink[szGpoId] = Json::Value(gpoId);
     mark_linked(gpoId, jGpoArray, index);
     return describe_link(jLink, gpoId, pGpo);
 }

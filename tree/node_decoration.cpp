@@ -9,6 +9,16 @@
 
 namespace {
 
+// Keys of a static string are not copied for every node.
+const Json::StaticString szId("id");
+const Json::StaticString szNodeType("node_type");
+const Json::StaticString szDelegate("delegate");
+const Json::StaticString szUserType("user_type");
+const Json::StaticString szName("name");
+const Json::StaticString szDomainType("domainType");
+const Json::StaticString szDomainName("domainName");
+const Json::StaticString szUgid("ugid");
+
 // Appends one delegate to the array, unless its extra information cannot be shown.
 int append_delegate(const _tag_velq_zem_delegate_* pDelegate, Json::Value& jDelegates)
 {
@@ -31,11 +41,11 @@ int append_delegate(const _tag_velq_zem_delegate_* pDelegate, Json::Value& jDele
         return 0;
     }
     Json::Value& jEntry = jDelegates.append(Json::Value(Json::objectValue));
-    jEntry["user_type"] = Json::Value(userType);
-    jEntry["name"] = jExtra["userNameCache"];
-    jEntry["domainType"] = jExtra["domainType"];
-    jEntry["domainName"] = jExtra["domainName"];
-    jEntry["ugid"] = Json::Value(ugid);
+    jEntry[szUserType] = Json::Value(userType);
+    jEntry[szName] = jExtra["userNameCache"];
+    jEntry[szDomainType] = jExtra["domainType"];
+    jEntry[szDomainName] = jExtra["domainName"];
+    jEntry[szUgid] = Json::Value(ugid);
     return 0;
 }
 
@@ -66,7 +76,7 @@ int get_delegate_by_node(Json::Value& node)
     }
     int64_t id = 0;
     int nodeType = 0;
-    if (0 > read_int64(node["id"], &id) || 0 > read_int(node["node_type"], &nodeType)) {
+    if (0 > read_int64(node[szId], &id) || 0 > read_int(node[szNodeType], &nodeType)) {
         return log_bad_parameter();
     }
     _tag_velq_zem_delegate_* pDelegateHead = NULL;
@@ -86,7 +96,7 @@ int get_delegate_by_node(Json::Value& node)
         }
     }
     if (!jDelegates.empty()) {
-        node["delegate"] = std::move(jDelegates);
+        node[szDelegate] = std::move(jDelegates);
     }
     return 0;
 }

@@ -68,7 +68,7 @@ void hang_by_search(Json::Value& jSrc, Json::Value& jDst)
     }
 }
 
-void collect_roots(Json::Value& jDst, Json::Value& jOut, bool mayHaveMarkers)
+void collect_roots(Json::Value& jDst, Json::Value& jOut)
 {
     jOut = Json::Value(Json::arrayValue);
     for (Json::Value& jNode : jDst) {
@@ -76,9 +76,7 @@ void collect_roots(Json::Value& jDst, Json::Value& jOut, bool mayHaveMarkers)
             jOut.append(std::move(jNode));
         }
     }
-    if (mayHaveMarkers) {
-        remove_top_markers(jOut);  // null ones
-    }
+    remove_top_markers(jOut);  // null ones
 }
 
 void append_orphans(Json::Value& jSrc, Json::Value& jDst)
@@ -94,25 +92,53 @@ void append_orphans(Json::Value& jSrc, Json::Value& jDst)
     }
 }
 
+// The three nestings node by node, for nodes that the lookup does not take.
+int nest_by_search(Json::Value& jOu, Json::Value& jKx, Json::Value& jGpo, Json::Value& jData)
+{
+    if (0 > ConvertTreeJsonToParent(&jOu, &jOu, &jData)) {
+        return log_failed_call("0 >ConvertTreeJsonToParent(&jOu, &jOu, &jData)");
+    }
+    if (0 > ConvertTreeJsonToParent(&jKx, &jData, NULL)) {
+        return log_failed_call("0 >ConvertTreeJsonToParent(&jKx, &jData, NULL)");
+    }
+    if (0 > ConvertTreeJsonToParent(&jGpo, &jData, NULL)) {
+        return log_failed_call("0 >ConvertTreeJsonToParent(&jGpo, &jData, NULL)");
+    }
+    for (Json::Value& jNode : jData) {
+        if (0 > postHandleNode(jNode)) {
+            log_access_denied("0 > postHandleNode(jData[i])");
+        }
+    }
+    return 0;
+}
+
 }  // namespace
+
+int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, Json::Value& jData)
+{
+    if (!jDataOu.isArray() || !jDataKx.isArray() || !jDataGpo.isArray() || !jData.isArray()) {
+        return log_bad_parameter();
+    }
+    // Taken over, not copied: nobody looks at the flat arrays again.
+    Json::Value jOu(std::move(jDataOu));
+    Json::Value jKx(std::move(jDataKx));
+    Json::Value jGpo(std::move(jDataGpo));
+
+    return 0 == nest_by_lookup(jOu, jKx, jGpo, jData) ? 0 : nest_by_search(jOu, jKx, jGpo, jData);
+}
 
 int ConvertTreeJsonToParent(Json::Value* pjSrc, Json::Value* pjDst, Json::Value* pjOut)
 {
     if (NULL == pjSrc || !pjSrc->isArray() || NULL == pjDst || !pjDst->isArray()) {
         return log_bad_parameter();
     }
-    const bool isSearch = 0 > hang_by_lookup(*pjSrc, *pjDst);
-    if (isSearch) {
-        hang_by_search(*pjSrc, *pjDst);
-    }
+    hang_by_search(*pjSrc, *pjDst);
     if (NULL != pjOut) {
-        collect_roots(*pjDst, *pjOut, isSearch);
+        collect_roots(*pjDst, *pjOut);
         return 0;
     }
     append_orphans(*pjSrc, *pjDst);
-    if (isSearch) {
-        remove_top_markers(*pjDst);  // the lookup takes no destination that has any
-    }
+    remove_top_markers(*pjDst);
     return 0;
 }
 
@@ -155,31 +181,4 @@ bool IsJsonParentTypeMatch(const Json::Value& jParent, const Json::Value& jChild
         return false;
     }
     return jParent["node_type"] == Json::Value(parentType);
-}
-
-int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, Json::Value& jData)
-{
-    if (!jDataOu.isArray() || !jDataKx.isArray() || !jDataGpo.isArray() || !jData.isArray()) {
-        return log_bad_parameter();
-    }
-    // Taken over, not copied: nobody looks at the flat arrays again.
-    Json::Value jOu(std::move(jDataOu));
-    Json::Value jKx(std::move(jDataKx));
-    Json::Value jGpo(std::move(jDataGpo));
-
-    if (0 > ConvertTreeJsonToParent(&jOu, &jOu, &jData)) {
-        return log_failed_call("0 >ConvertTreeJsonToParent(&jOu, &jOu, &jData)");
-    }
-    if (0 > ConvertTreeJsonToParent(&jKx, &jData, NULL)) {
-        return log_failed_call("0 >ConvertTreeJsonToParent(&jKx, &jData, NULL)");
-    }
-    if (0 > ConvertTreeJsonToParent(&jGpo, &jData, NULL)) {
-        return log_failed_call("0 >ConvertTreeJsonToParent(&jGpo, &jData, NULL)");
-    }
-    for (Json::Value& jNode : jData) {
-        if (0 > postHandleNode(jNode)) {
-            log_access_denied("0 > postHandleNode(jData[i])");
-        }
-    }
-    return 0;
 }
