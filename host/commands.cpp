@@ -60,7 +60,10 @@ Handler handlerOf(const ModuleSet& modules, const std::string& api, int64_t vers
 
 int printAnswer(const Answer& answer)
 {
-    std::cout << answer.text << '\n';
+    for (const std::string& part : answer.parts) {
+        std::cout << part;
+    }
+    std::cout << '\n';
     return 0 == answer.code ? 0 : 1;
 }
 

@@ -250,19 +250,26 @@ Answer answer(Exchange& exchange)
     return answerRequest(exchange.pRow->pHandler, exchange.account, std::move(jParams));
 }
 
-MHD_Response* makeResponse(const Answer& outcome, std::unique_ptr<std::string> text, bool isLast)
+// The response owns the parts: what is sent is not copied once more.
+MHD_Response* makeResponse(int status, std::vector<std::string> parts, bool isLast)
 {
-    MHD_Response* pResponse = MHD_create_response_from_buffer_with_free_callback_cls(
-        text->size(), text->data(), [](void* pText) { delete static_cast<std::string*>(pText); }, text.get());
+    auto pParts = std::make_unique<std::vector<std::string>>(std::move(parts));
+    std::vector<MHD_IoVec> pieces;
+    for (const std::string& part : *pParts) {
+        pieces.push_back({part.data(), part.size()});
+    }
+    MHD_Response* pResponse = MHD_create_response_from_iovec(
+        pieces.data(), static_cast<unsigned>(pieces.size()),
+        [](void* pOwned) { delete static_cast<std::vector<std::string>*>(pOwned); }, pParts.get());
     if (nullptr == pResponse) {
         throw std::bad_alloc();
     }
-    static_cast<void>(text.release());  // the response's now
+    static_cast<void>(pParts.release());  // the response's now
     MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
-    if (MHD_HTTP_METHOD_NOT_ALLOWED == outcome.status) {
+    if (MHD_HTTP_METHOD_NOT_ALLOWED == status) {
         MHD_add_response_header(pResponse, MHD_HTTP_HEADER_ALLOW, MHD_HTTP_METHOD_POST);
     }
-    if (MHD_HTTP_UNAUTHORIZED == outcome.status) {
+    if (MHD_HTTP_UNAUTHORIZED == status) {
         MHD_add_response_header(pResponse, MHD_HTTP_HEADER_WWW_AUTHENTICATE, "Bearer");
     }
     if (isLast) {
@@ -274,8 +281,8 @@ MHD_Response* makeResponse(const Answer& outcome, std::unique_ptr<std::string> t
 MHD_Result respond(MHD_Connection* pConnection, Exchange& exchange)
 {
     Answer outcome = answer(exchange);
-    MHD_Response* pResponse = makeResponse(outcome, std::make_unique<std::string>(std::move(outcome.text)),
-                                           exchange.isLast || exchange.server.isStopping);
+    MHD_Response* pResponse =
+        makeResponse(outcome.status, std::move(outcome.parts), exchange.isLast || exchange.server.isStopping);
     const MHD_Result queued = MHD_queue_response(pConnection, static_cast<unsigned>(outcome.status), pResponse);
     MHD_destroy_response(pResponse);
     exchange.isAnswered = true;

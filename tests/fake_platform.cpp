@@ -219,6 +219,12 @@ std::vector<std::string> mallocHash(int err) {
     return lines;
 }
 
+std::string compact(const Json::Value& jValue) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    return Json::writeString(builder, jValue);
+}
+
 Json::Value json(std::string text) {
     for (char& c : text) { c = c == '\'' ? '"' : c; }
     Json::Value value;
@@ -237,9 +243,7 @@ std::string call(Handler handler, const Json::Value& jParams, uint32_t uid) {
         EXPECT_TRUE(response.GetData().isNull());
         return "error " + std::to_string(response.GetErrorCode());
     }
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    std::string text = Json::writeString(builder, response.GetData());
+    std::string text = response.TakeData()[0];
     for (char& c : text) { c = c == '"' ? '\'' : c; }
     return "ok " + text;
 }
@@ -380,21 +384,23 @@ void VELQ::APIResponse::SetError(int code, const Json::Value& jData) {
     note("SetError", std::to_string(code));
     m_success = false;
     m_errorCode = code;
-    m_jData = jData;
+    m_data = {compact(jData)};
 }
 
 void VELQ::APIResponse::SetSuccess(const Json::Value& jData) {
     note("SetSuccess");
     m_success = true;
     m_errorCode = 0;
-    m_jData = jData;
+    m_data = {compact(jData)};
 }
 
 bool VELQ::APIResponse::IsSuccess() const { return m_success; }
 
 int VELQ::APIResponse::GetErrorCode() const { return m_errorCode; }
 
-const Json::Value& VELQ::APIResponse::GetData() const { return m_jData; }
+std::vector<std::string> VELQ::APIResponse::TakeData() { return std::exchange(m_data, {}); }
+
+Json::Value VELQ::APIResponse::GetData() const { return m_data.empty() ? Json::Value() : json(m_data[0]); }
 
 Json::Value GetUIVersion(int flag) {
     return fails("GetUIVersion", std::to_string(flag)) ? Json::Value() : platform.uiVersion;

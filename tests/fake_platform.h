@@ -70,6 +70,9 @@ std::string badParameter(int err, const std::string& file = "webapi_zem_ou.cpp")
 std::string accessDenied(const std::string& expr);
 Lines mallocHash(int err);
 
+// The value as JSON text on one line.
+std::string compact(const Json::Value& jValue);
+
 // The JSON value of a text with ' in place of ".
 Json::Value json(std::string text);
 

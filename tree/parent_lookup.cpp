@@ -55,7 +55,7 @@ constexpr std::pair<std::string_view, const Json::Value * LinkMembers::*> linkMe
 LinkMembers find_link_members(const Json::Value& jNode)
 {
     LinkMembers found;
-    for (auto it = jNode.begin(); it != jNode.end(); ++it) {
+    for (auto it = jNode.begin(), end = jNode.end(); it != end; ++it) {
         const char* szEnd = NULL;
         const char* szName = it.memberName(&szEnd);
         const std::string_view name(szName, static_cast<size_t>(szEnd - szName));
