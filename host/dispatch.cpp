@@ -1,4 +1,4 @@
-// Parsing parameters, calling handlers, writing envelopes.
+// Whatever a handler throws ends here, and its text is for the operator only; the client gets a code.
 #include "host/dispatch.h"
 
 #include <cerrno>
