@@ -10,22 +10,24 @@
 #include "frame/json_read.h"
 #include "platform/velq_zem.h"
 #include "tree/hung_marker.h"
-#include "tree/node_postprocess.h"
 
 namespace {
 
 constexpr size_t noNode = SIZE_MAX;
 
-typedef std::pair<int, int64_t> NodeKey;  // kind and identifier
+// Keys of a static string are not copied for every node.
+const Json::StaticString szChildren("children");
+const Json::StaticString szExpanded("expanded");
+const Json::StaticString szLoaded("loaded");
+
 typedef std::unordered_map<NodeKey, size_t, decltype([](const NodeKey& key) {
                                return static_cast<size_t>(key.second) * 31 + static_cast<size_t>(key.first);
                            })>
     NodeIndex;
 
-// All nodes, numbered from 0: the groups, then the servers, then the policies, each in the order of its array.
+// All nodes, numbered from 0: the groups, then the servers, then the policies.
 struct Forest {
-    std::vector<Json::Value*> nodes;
-    std::vector<NodeKey> links;         // the parents that they name
+    std::vector<const NodeLink*> nodes;
     NodeIndex index;                    // the number of a node, noNode for one that cannot be a parent
     std::vector<size_t> parents;        // by number, noNode for a node of the top level
     std::vector<size_t> firstChildren;  // by number; noNode for a leaf
@@ -51,7 +53,7 @@ constexpr std::pair<std::string_view, const Json::Value * LinkMembers::*> linkMe
     {szHungMarker, &LinkMembers::pjMarker},
 };
 
-// Walks over the members once: quicker than six lookups in a node that has left the cache.
+// Walks over the members once, which is quicker than six lookups.
 LinkMembers find_link_members(const Json::Value& jNode)
 {
     LinkMembers found;
@@ -62,40 +64,35 @@ LinkMembers find_link_members(const Json::Value& jNode)
         for (const auto& [linkName, pMember] : linkMembers) {
             if (name == linkName) {
                 found.*pMember = &*it;
+                break;
             }
         }
     }
     return found;
 }
 
-int add_node(Json::Value& jNode, Forest& forest)
+int read_keys(const LinkMembers& members, NodeLink* pLink)
 {
-    if (!jNode.isObject()) {
+    if (NULL == members.pjId || NULL == members.pjType || NULL == members.pjParentId ||
+        0 > read_int(*members.pjType, &pLink->self.first) || 0 > read_int64(*members.pjId, &pLink->self.second) ||
+        0 > read_int64(*members.pjParentId, &pLink->parent.second)) {
         return -1;
     }
-    const LinkMembers members = find_link_members(jNode);
-    NodeKey key;
-    NodeKey link(VELQ_ZEM_TYPE_OU, 0);
-    if (NULL == members.pjId || NULL == members.pjType || NULL == members.pjParentId || NULL != members.pjMarker ||
-        (NULL != members.pjChildren && !members.pjChildren->isNull()) || 0 > read_int(*members.pjType, &key.first) ||
-        0 > read_int64(*members.pjId, &key.second) || 0 > read_int64(*members.pjParentId, &link.second)) {
-        return -1;
+    pLink->canBeParent = Json::intValue == members.pjType->type();
+    pLink->parent.first = VELQ_ZEM_TYPE_OU;
+    if (NULL == members.pjParentType || members.pjParentType->isNull()) {
+        return 0;
     }
-    if (NULL != members.pjParentType && !members.pjParentType->isNull() &&
-        0 > read_int(*members.pjParentType, &link.first)) {
-        return -1;
-    }
-    // The kinds are compared as JSON values: one that is not a signed integer never matches.
-    const size_t number = Json::intValue == members.pjType->type() ? forest.nodes.size() : noNode;
-    forest.nodes.push_back(&jNode);
-    forest.links.push_back(link);
-    return forest.index.emplace(key, number).second ? 0 : -1;
+    return read_int(*members.pjParentType, &pLink->parent.first);
 }
 
-int add_nodes(Json::Value& jNodes, Forest& forest)
+// Numbers the nodes and indexes them.
+int add_nodes(const std::vector<NodeLink>& links, Forest& forest)
 {
-    for (Json::Value& jNode : jNodes) {
-        if (0 > add_node(jNode, forest)) {
+    for (const NodeLink& link : links) {
+        const size_t number = link.canBeParent ? forest.nodes.size() : noNode;
+        forest.nodes.push_back(&link);
+        if (!forest.index.emplace(link.self, number).second) {
             return -1;
         }
     }
@@ -108,7 +105,7 @@ void find_parents(size_t begin, size_t end, bool isInPlace, Forest& forest)
 {
     const size_t known = isInPlace ? end : begin;
     for (size_t node = begin; node < end; ++node) {
-        const auto it = forest.index.find(forest.links[node]);
+        const auto it = forest.index.find(forest.nodes[node]->parent);
         const size_t parent = forest.index.end() == it ? noNode : it->second;
         const bool isHung = parent < node && noNode != forest.parents[parent];
         forest.parents.push_back(parent < known || isHung ? parent : noNode);
@@ -150,33 +147,59 @@ void chain_children(Forest& forest)
     }
 }
 
-// Moves the node with its subtree to the end of its siblings.
+// Gives the node its display members and moves it, with its subtree, to the end of its siblings.
 void place_node(size_t node, const Forest& forest, Json::Value& jSiblings)
 {
-    Json::Value& jNode = jSiblings.append(std::move(*forest.nodes[node]));
-    if (noNode != forest.firstChildren[node]) {
-        jNode["children"] = Json::Value(Json::arrayValue);
+    const NodeLink& link = *forest.nodes[node];
+    const bool isLeaf = noNode == forest.firstChildren[node];
+    link.pjNode->removeMember("id");
+    *link.pjExpanded = !isLeaf;
+    if (isLeaf) {
+        (*link.pjNode)[szLoaded] = true;
+    } else {
+        *link.pjChildren = Json::Value(Json::arrayValue);
     }
-    Json::Value* pjChildren = shape_node(jNode);
+    jSiblings.append(std::move(*link.pjNode));
     for (size_t child = forest.firstChildren[node]; noNode != child; child = forest.nextSiblings[child]) {
-        place_node(child, forest, *pjChildren);
+        place_node(child, forest, *link.pjChildren);
     }
 }
 
 }  // namespace
 
-int nest_by_lookup(Json::Value& jOu, Json::Value& jKx, Json::Value& jGpo, Json::Value& jData)
+int read_node_link(Json::Value& jNode, std::vector<NodeLink>& links)
+{
+    NodeLink link;
+    if (!jNode.isObject()) {
+        return -1;
+    }
+    const LinkMembers members = find_link_members(jNode);
+    if (NULL != members.pjMarker || (NULL != members.pjChildren && !members.pjChildren->isNull()) ||
+        0 > read_keys(members, &link)) {
+        return -1;
+    }
+    link.pjNode = &jNode;
+    link.pjChildren = &jNode[szChildren];
+    link.pjExpanded = &jNode[szExpanded];
+    links.push_back(link);
+    return 0;
+}
+
+int nest_by_lookup(const NodeLinks& links, Json::Value& jData)
 {
     Forest forest;
-    const size_t servers = jOu.size();
-    const size_t policies = servers + jKx.size();
-    const size_t end = policies + jGpo.size();
+    const size_t servers = links.groups.size();
+    const size_t policies = servers + links.servers.size();
+    const size_t end = policies + links.policies.size();
 
+    if (EACCES == errno || !links.isUsable) {
+        return -1;
+    }
     forest.nodes.reserve(end);
-    forest.links.reserve(end);
     forest.index.reserve(end);
     forest.parents.reserve(end);
-    if (EACCES == errno || 0 > add_nodes(jOu, forest) || 0 > add_nodes(jKx, forest) || 0 > add_nodes(jGpo, forest)) {
+    if (0 > add_nodes(links.groups, forest) || 0 > add_nodes(links.servers, forest) ||
+        0 > add_nodes(links.policies, forest)) {
         return -1;
     }
     find_parents(0, servers, true, forest);

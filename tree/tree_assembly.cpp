@@ -10,7 +10,6 @@
 #include "platform/velq_zem.h"
 #include "tree/hung_marker.h"
 #include "tree/node_postprocess.h"
-#include "tree/parent_lookup.h"
 
 namespace {
 
@@ -92,6 +91,16 @@ void append_orphans(Json::Value& jSrc, Json::Value& jDst)
     }
 }
 
+void read_links(Json::Value& jArray, std::vector<NodeLink>& nodes, NodeLinks& links)
+{
+    if (!jArray.isArray()) {
+        return;
+    }
+    for (Json::Value& jNode : jArray) {
+        links.isUsable = 0 == read_node_link(jNode, nodes) && links.isUsable;
+    }
+}
+
 // The three nestings node by node, for nodes that the lookup does not take.
 int nest_by_search(Json::Value& jOu, Json::Value& jKx, Json::Value& jGpo, Json::Value& jData)
 {
@@ -116,6 +125,16 @@ int nest_by_search(Json::Value& jOu, Json::Value& jKx, Json::Value& jGpo, Json::
 
 int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, Json::Value& jData)
 {
+    NodeLinks links;
+    read_links(jDataOu, links.groups, links);
+    read_links(jDataKx, links.servers, links);
+    read_links(jDataGpo, links.policies, links);
+    return BuildTreeJson(jDataOu, jDataKx, jDataGpo, links, jData);
+}
+
+int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, const NodeLinks& links,
+                  Json::Value& jData)
+{
     if (!jDataOu.isArray() || !jDataKx.isArray() || !jDataGpo.isArray() || !jData.isArray()) {
         return log_bad_parameter();
     }
@@ -124,7 +143,7 @@ int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jData
     Json::Value jKx(std::move(jDataKx));
     Json::Value jGpo(std::move(jDataGpo));
 
-    return 0 == nest_by_lookup(jOu, jKx, jGpo, jData) ? 0 : nest_by_search(jOu, jKx, jGpo, jData);
+    return 0 == nest_by_lookup(links, jData) ? 0 : nest_by_search(jOu, jKx, jGpo, jData);
 }
 
 int ConvertTreeJsonToParent(Json::Value* pjSrc, Json::Value* pjDst, Json::Value* pjOut)

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "frame/failure_log.h"
 #include "frame/handler_frame.h"
@@ -69,10 +70,18 @@ const Record* next_record(const Record* pRecord)
     return pNext;
 }
 
+// The nodes of a tree as they come from the store, and what nesting reads of them while they are in the cache.
+struct FlatNodes {
+    Json::Value jDataOu{Json::arrayValue};
+    Json::Value jDataKx{Json::arrayValue};
+    Json::Value jDataGpo{Json::arrayValue};
+    NodeLinks links;
+};
+
 // Appends the records of a chain to the array as node objects, in chain order.
 template <typename Record>
 int chain_to_json(const Record* pHead, int (*pStructToJson)(const Record*, const Json::Value&, Json::Value&),
-                  Json::Value& jArray)
+                  Json::Value& jArray, std::vector<NodeLink>& links, bool* pIsUsable)
 {
     for (const Record* pRecord = pHead; NULL != pRecord; pRecord = next_record(pRecord)) {
         const Json::Value jSearchArray;
@@ -80,8 +89,11 @@ int chain_to_json(const Record* pHead, int (*pStructToJson)(const Record*, const
         if (0 > pStructToJson(pRecord, jSearchArray, jNode)) {
             return -1;
         }
-        remove_markers_below(jNode);  // the nesting would pass such a node over
-        jArray.append(std::move(jNode));
+        Json::Value& jAppended = jArray.append(std::move(jNode));
+        if (0 > read_node_link(jAppended, links)) {
+            *pIsUsable = false;
+            remove_markers_below(jAppended);  // the nesting would pass such a node over
+        }
     }
     return 0;
 }
@@ -107,31 +119,10 @@ int convert_settings(Json::Value& jDataGpo)
     return 0;
 }
 
-// Decorates the nodes and nests them into jData. What nesting cannot place is logged and is no failure.
-int make_tree(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, Json::Value& jData)
+// Lists what the uid may see as flat arrays of nodes.
+int fetch_nodes(uint32_t uid, TreeHandles* pHandles, FlatNodes* pNodes)
 {
-    if (0 > convert_settings(jDataGpo)) {
-        return -1;
-    }
-    if (0 > add_info_to_node(jDataOu, jDataGpo)) {
-        return log_failed_call("0 >add_info_to_node(jDataOu, jDataGpo)");
-    }
-    if (0 > add_info_to_node(jDataKx, jDataGpo)) {
-        return log_failed_call("0 >add_info_to_node(jDataKx, jDataGpo)");
-    }
-    for (Json::Value& jKx : jDataKx) {
-        jKx.removeMember("sid");
-    }
-    BuildTreeJson(jDataOu, jDataKx, jDataGpo, jData);
-    return 0;
-}
-
-// Lists what the uid may see and makes the tree of it.
-int fetch_tree(uint32_t uid, TreeHandles* pHandles, Json::Value& jData)
-{
-    Json::Value jDataOu(Json::arrayValue);
-    Json::Value jDataKx(Json::arrayValue);
-    Json::Value jDataGpo(Json::arrayValue);
+    NodeLinks& links = pNodes->links;
 
     if (0 > make_query(uid, pHandles)) {
         return -1;
@@ -139,12 +130,32 @@ int fetch_tree(uint32_t uid, TreeHandles* pHandles, Json::Value& jData)
     if (0 > VELQZEMListTreeByUidHash(pHandles->pHash, &pHandles->pHeadOu, &pHandles->pHeadKx, &pHandles->pHeadGpo)) {
         return log_access_denied("0 > VELQZEMListTreeByUidHash(pHash, &pHeadOu, &pHeadKx, &pHeadGpo)");
     }
-    if (0 > chain_to_json(pHandles->pHeadOu, VELQZEMOuStructToJson, jDataOu) ||
-        0 > chain_to_json(pHandles->pHeadKx, VELQZEMKxStructToJson, jDataKx) ||
-        0 > chain_to_json(pHandles->pHeadGpo, VELQZEMGpoStructToJson, jDataGpo)) {
+    if (0 > chain_to_json(pHandles->pHeadOu, VELQZEMOuStructToJson, pNodes->jDataOu, links.groups, &links.isUsable) ||
+        0 > chain_to_json(pHandles->pHeadKx, VELQZEMKxStructToJson, pNodes->jDataKx, links.servers, &links.isUsable) ||
+        0 > chain_to_json(pHandles->pHeadGpo, VELQZEMGpoStructToJson, pNodes->jDataGpo, links.policies,
+                          &links.isUsable)) {
         return -1;
     }
-    return make_tree(jDataOu, jDataKx, jDataGpo, jData);
+    return 0;
+}
+
+// Decorates the nodes and nests them into jData. What nesting cannot place is logged and is no failure.
+int make_tree(FlatNodes* pNodes, Json::Value& jData)
+{
+    if (0 > convert_settings(pNodes->jDataGpo)) {
+        return -1;
+    }
+    if (0 > add_info_to_node(pNodes->jDataOu, pNodes->jDataGpo)) {
+        return log_failed_call("0 >add_info_to_node(jDataOu, jDataGpo)");
+    }
+    if (0 > add_info_to_node(pNodes->jDataKx, pNodes->jDataGpo)) {
+        return log_failed_call("0 >add_info_to_node(jDataKx, jDataGpo)");
+    }
+    for (Json::Value& jKx : pNodes->jDataKx) {
+        jKx.removeMember("sid");
+    }
+    BuildTreeJson(pNodes->jDataOu, pNodes->jDataKx, pNodes->jDataGpo, pNodes->links, jData);
+    return 0;
 }
 
 }  // namespace
@@ -152,6 +163,7 @@ int fetch_tree(uint32_t uid, TreeHandles* pHandles, Json::Value& jData)
 void list_tree_by_uid_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
 {
     Json::Value jData(Json::arrayValue);
+    FlatNodes nodes;
     TreeHandles handles;
     uint32_t uid = 0;
 
@@ -159,7 +171,8 @@ void list_tree_by_uid_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
         return;
     }
     const std::unique_ptr<TreeHandles, void (*)(TreeHandles*)> pRelease(&handles, release_handles);
-    if (0 > begin_request(*req, *resp, &uid) || 0 > fetch_tree(uid, &handles, jData)) {
+    if (0 > begin_request(*req, *resp, &uid) || 0 > fetch_nodes(uid, &handles, &nodes) ||
+        0 > make_tree(&nodes, jData)) {
         return;
     }
     resp->SetSuccess(jData);
