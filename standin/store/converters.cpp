@@ -1,14 +1,17 @@
-// Allocation, release and JSON conversion of the three kinds of record.
+// What the three kinds of record have in common outside the database: allocation, release and conversion from and to
+// JSON, written once over the kinds' tables of fields.
 #include <algorithm>
 #include <new>
 
+#include "standin/store/errors.h"
 #include "standin/store/json_text.h"
+#include "standin/store/records.h"
 #include "standin/store/snapshot.h"
 
 namespace standin {
 namespace {
 
-template <class R>
+template <typename R>
 R* alloc()
 {
     R* pRecord = new (std::nothrow) R;
@@ -18,7 +21,7 @@ R* alloc()
     return pRecord;
 }
 
-template <class R>
+template <typename R>
 void freeList(R** ppHead)
 {
     if (ppHead == nullptr) {
@@ -31,7 +34,7 @@ void freeList(R** ppHead)
     errno = saved;
 }
 
-template <class R>
+template <typename R>
 int jsonToStruct(const Json::Value& jRecord, R* pRecord)
 {
     return guarded([&] {
@@ -57,32 +60,36 @@ bool isWanted(const Json::Value& jSearchArray, const char* szName)
                        [szName](const Json::Value& jName) { return jName == Json::Value(Json::StaticString(szName)); });
 }
 
-template <class R>
-void writeField(const Field<R>& field, const R& record, Json::Value& jOut)
+// writeMember: the field becomes a member of jOut, but for an empty JSON text.
+
+template <typename R>
+void writeMember(const Field<R>& field, int64_t value, Json::Value& jOut)
+{
+    jOut[Json::StaticString(field.name)] = Json::Value(static_cast<Json::Int64>(value));
+}
+
+template <typename R>
+void writeMember(const Field<R>& field, const VLIBCString& text, Json::Value& jOut)
 {
     const Json::StaticString key(field.name);
-    if (field.number) {
-        jOut[key] = Json::Value(static_cast<Json::Int64>(record.*field.number));
-    } else if (field.flag) {
-        jOut[key] = Json::Value(record.*field.flag);
-    } else if (field.rule == Rule::plain) {
-        jOut[key] = Json::Value((record.*field.text).c_str());
-    } else if (!(record.*field.text).empty()) {
-        jOut[key] = parseJson((record.*field.text).c_str());
+    if (field.rule == Rule::plain) {
+        jOut[key] = Json::Value(text.c_str());
+    } else if (!text.empty()) {
+        jOut[key] = parseJson(text.c_str());
     }
 }
 
-template <class R>
+template <typename R>
 Json::Value toJson(const R& record, const Json::Value& jSearchArray)
 {
     Json::Value jRecord(Json::objectValue);
-    for (const Field<R>& field : Kind<R>::fields) {
+    for (const Field<R>& field : Kind<R>::kFields) {
         if (isWanted(jSearchArray, field.name)) {
-            writeField(field, record, jRecord);
+            std::visit([&](auto member) { writeMember(field, record.*member, jRecord); }, field.member);
         }
     }
     const std::pair<const char*, Json::Int64> derived[] = {
-        {"node_id", record.id}, {"node_type", Kind<R>::type}, {"parent_type", VELQ_ZEM_TYPE_OU}};
+        {"node_id", record.id}, {"node_type", Kind<R>::kType}, {"parent_type", VELQ_ZEM_TYPE_OU}};
     for (const auto& [szName, value] : derived) {
         if (isWanted(jSearchArray, szName)) {
             jRecord[Json::StaticString(szName)] = Json::Value(value);
@@ -91,7 +98,7 @@ Json::Value toJson(const R& record, const Json::Value& jSearchArray)
     return jRecord;
 }
 
-template <class R>
+template <typename R>
 int structToJson(const R* pRecord, const Json::Value& jSearchArray, Json::Value& jOut)
 {
     return guarded([&] {
@@ -182,13 +189,12 @@ int VELQZEMGpoStructToJson(const _tag_velq_zem_gpo_* pGpo, const Json::Value& jS
     return structToJson(pGpo, jSearchArray, jOut);
 }
 
-// The links of a request: an array stands for the object that holds it as "order".
 int VELQZEMHttpReqToJsonForLinkedGpo(const Json::Value& jValue, Json::Value& jRecord)
 {
     return guarded([&] {
         require(jRecord.isNull() || jRecord.isObject(), EINVAL);
         Json::Value jLinks;
-        if (jValue.isArray()) {
+        if (jValue.isArray()) {  // stands for the object that holds it as "order"
             jLinks["order"] = jValue;
         } else {
             jLinks = jValue;

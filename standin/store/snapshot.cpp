@@ -1,4 +1,3 @@
-// The tree listing's snapshot, one per thread.
 #include "standin/store/snapshot.h"
 
 #include <algorithm>
