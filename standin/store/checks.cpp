@@ -1,3 +1,4 @@
+// A record's texts are checked by its kind's table of fields; what they refer to, by SQL.
 #include "standin/store/checks.h"
 
 #include "standin/store/errors.h"

@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <new>
+#include <string>
 
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
@@ -23,7 +24,10 @@ int errnoOfDatabase(const soci::soci_error& error)
 
 Refusal::Refusal(int errnoValue) : std::runtime_error(std::strerror(errnoValue)), code(errnoValue) {}
 
-BadInput::BadInput(const std::string& place, const std::string& why) : std::runtime_error(place + ": " + why) {}
+BadInput::BadInput(std::string_view place, std::string_view why)
+    : std::runtime_error(std::string(place) + ": " + std::string(why))
+{
+}
 
 void require(bool condition, int errnoValue)
 {
@@ -32,7 +36,7 @@ void require(bool condition, int errnoValue)
     }
 }
 
-void demand(bool condition, const std::string& place, const std::string& why)
+void demand(bool condition, std::string_view place, std::string_view why)
 {
     if (!condition) {
         throw BadInput(place, why);

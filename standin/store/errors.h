@@ -4,7 +4,7 @@
 
 #include <cerrno>
 #include <stdexcept>
-#include <string>
+#include <string_view>
 
 namespace standin {
 
@@ -16,14 +16,14 @@ struct Refusal : std::runtime_error {
 
 // A JSON value or a text that cannot be used. place: member path of the value, "delegate[1].ugid"; why: for people.
 struct BadInput : std::runtime_error {
-    BadInput(const std::string& place, const std::string& why);
+    BadInput(std::string_view place, std::string_view why);
 };
 
 // Throws Refusal with that errno value unless the condition holds.
 void require(bool condition, int errnoValue);
 
 // Throws BadInput, with the place, unless the condition holds.
-void demand(bool condition, const std::string& place, const std::string& why);
+void demand(bool condition, std::string_view place, std::string_view why);
 
 // The errno value for the exception being handled; to be called in a catch block only. EINVAL for BadInput, EBUSY,
 // ENOMEM or EIO for what the database reports, EIO for anything unknown.

@@ -1,3 +1,4 @@
+// A reader is made for each text, with the caller's limit; that costs little beside the reading.
 #include "standin/store/json_reader.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Every refusal names the member at fault, and the entry where it is a list.
 #include "standin/store/json_text.h"
 
 #include <cstring>

@@ -16,7 +16,8 @@ namespace standin {
 // The value as JSON text on one line. Throws BadInput when the text could not be read back.
 std::string jsonText(const Json::Value& jValue);
 
-// The value of a JSON text that the store wrote, any kind of value. Throws Refusal EINVAL when it is none.
+// The value, of any kind, of a JSON text that a record holds: once stored it was checked, so it is read with the
+// library's lenient defaults, through one reader for each thread. Throws Refusal EINVAL when it is none.
 Json::Value parseJson(const char* szText);
 
 // The identifiers of "linked_gpo", null or {"order":[{"id":N},...]}, in their order. Throws BadInput for another form.
@@ -33,7 +34,8 @@ std::vector<int64_t> delegateUgids(const Json::Value& jDelegates, const std::fun
 int settingVersion(const Json::Value& jSetting);
 
 // Lays those members of the object over the record that the kind takes from outside; a null member counts as absent,
-// but that it clears a JSON text. Throws BadInput; the record may then hold some of the members.
+// but that it clears a JSON text. Throws BadInput; the record may then hold some of the members. For groups, servers,
+// policies and accounts.
 template <typename R>
 void layMembers(const Json::Value& jRecord, R& record);
 

@@ -1,3 +1,4 @@
+// Delegation reaches down the tree: SQL walks up from the group in question, or down from what is delegated.
 #include "standin/store/rights.h"
 
 #include "platform/velq_core.h"

@@ -1,3 +1,4 @@
+// One snapshot for each thread, so that listings on several threads neither wait for one another nor mix.
 #include "standin/store/snapshot.h"
 
 #include <algorithm>

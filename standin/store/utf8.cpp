@@ -1,3 +1,4 @@
+// The decoder is Boost.Locale's, which is all in its header and needs no locale.
 #include "standin/store/utf8.h"
 
 #include <boost/locale/utf.hpp>
