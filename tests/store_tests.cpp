@@ -7,8 +7,10 @@
 #include <thread>
 
 #include "platform/velq_zem.h"
-#include "standin/store/database.h"
+#include "standin/store/schema.h"
+#include "standin/store/statement.h"
 #include "standin/store/store.h"
+#include "standin/store/transaction.h"
 
 namespace {
 
@@ -369,7 +371,7 @@ TEST_P(StoreTest, EverythingOutlivesReopening) {
     ASSERT_EQ(0, create(R"({"name":"next"})", &id));
     EXPECT_EQ(6, id);  // not that of a deleted group
     runSql("UPDATE meta SET value = 2 WHERE name = 'version'");
-    EXPECT_THROW(standin::prepareSchema(false), std::runtime_error);
+    EXPECT_THROW(standin::prepareSchema(), std::runtime_error);
     runSql("UPDATE meta SET value = 1 WHERE name = 'version'");
 }
 
