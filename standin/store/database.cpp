@@ -21,7 +21,8 @@ constexpr char kSqlitePrefix[] = "sqlite:";
 constexpr char kPostgresPrefix[] = "postgresql://";
 
 struct Database {
-    bool postgres;
+    explicit Database(bool isPostgresql) : postgres(isPostgresql) {}
+    const bool postgres;
     soci::connection_pool pool{kConnections};
 };
 
