@@ -76,6 +76,9 @@ void openDatabase(const std::string& url)
     if (!postgres && !sqlite) {
         throw std::runtime_error("a store is named sqlite:PATH or postgresql://...");
     }
+    // A connection of the pool is used by one thread at a time: locking it again for every column is a waste. This has
+    // no effect, and does no harm, when the library is in use already.
+    sqlite_api::sqlite3_config(SQLITE_CONFIG_MULTITHREAD);
     auto pDatabase = std::make_unique<Database>(postgres);
     for (size_t slot = 0; slot < kConnections; ++slot) {
         connect(pDatabase->pool.at(slot), url, postgres);

@@ -1,6 +1,7 @@
 // Every refusal names the member at fault, and the entry where it is a list.
 #include "standin/store/json_text.h"
 
+#include <array>
 #include <charconv>
 #include <cstring>
 #include <memory>
@@ -65,36 +66,59 @@ void takeMember(const Field<R>& field, const Json::Value& jValue, VLIBCString& t
     }
 }
 
-// Reads {"order":[{"id":N},...]} as jsonText writes it. False, jLinks of no use, for any other text.
-bool readPlainLinks(std::string_view text, Json::Value& jLinks)
+// Reads the identifiers out of {"order":[{"id":N},...]} as jsonText writes it. False for any other text.
+bool readPlainLinks(std::string_view text, std::vector<int64_t>& ids)
 {
-    static const Json::StaticString kOrder("order");
-    static const Json::StaticString kId("id");
     constexpr std::string_view kBegin = "{\"order\":[";
     constexpr std::string_view kBefore = "{\"id\":";
-    constexpr std::string_view kEnd = "]}";
-
     if (!text.starts_with(kBegin)) {
         return false;
     }
     text.remove_prefix(kBegin.size());
-    jLinks = Json::Value(Json::objectValue);
-    Json::Value& jOrder = jLinks[kOrder] = Json::Value(Json::arrayValue);
     for (bool isMore = true; isMore;) {
-        int64_t id = 0;
         const char* pEnd = text.data() + text.size();
         if (!text.starts_with(kBefore)) {
             return false;
         }
-        const auto [pStop, error] = std::from_chars(text.data() + kBefore.size(), pEnd, id);
+        const auto [pStop, error] = std::from_chars(text.data() + kBefore.size(), pEnd, ids.emplace_back());
         if (error != std::errc() || pEnd - pStop < 2 || *pStop != '}') {
             return false;
         }
-        jOrder.append(Json::Value(Json::objectValue))[kId] = Json::Value(Json::Int64{id});
         isMore = pStop[1] == ',';
         text.remove_prefix(static_cast<size_t>(pStop - text.data()) + (isMore ? 2 : 1));
     }
-    return text == kEnd;
+    return text == "]}";
+}
+
+// Links to that many policies, whose identifiers are to be filled in.
+Json::Value blankLinks(size_t count)
+{
+    Json::Value jLink(Json::objectValue);
+    jLink[Json::StaticString("id")] = 0;
+    Json::Value jLinks(Json::objectValue);
+    Json::Value& jOrder = jLinks[Json::StaticString("order")] = Json::Value(Json::arrayValue);
+    while (jOrder.size() < count) {
+        jOrder.append(jLink);
+    }
+    return jLinks;
+}
+
+Json::Value linksTo(const std::vector<int64_t>& ids)
+{
+    // Most nodes have few links: copying a value is several times as fast as making it.
+    static const std::array<Json::Value, 9> kBlanks = [] {
+        std::array<Json::Value, 9> blanks;
+        for (size_t count = 0; count < blanks.size(); ++count) {
+            blanks[count] = blankLinks(count);
+        }
+        return blanks;
+    }();
+    Json::Value jLinks(ids.size() < kBlanks.size() ? kBlanks[ids.size()] : blankLinks(ids.size()));
+    auto id = ids.begin();
+    for (Json::Value& jLink : *jLinks.begin()) {
+        *jLink.begin() = Json::Value(Json::Int64{*id++});
+    }
+    return jLinks;
 }
 
 std::string entry(const char* szList, Json::ArrayIndex index)
@@ -130,8 +154,15 @@ Json::Value parseJson(const char* szText)
 
 Json::Value parseLinks(const char* szText)
 {
-    Json::Value jLinks;
-    return readPlainLinks(szText, jLinks) ? jLinks : parseJson(szText);
+    thread_local std::vector<int64_t> tIds;
+    tIds.clear();
+    return readPlainLinks(szText, tIds) ? linksTo(tIds) : parseJson(szText);
+}
+
+std::vector<int64_t> parseLinkIds(const char* szText)
+{
+    std::vector<int64_t> ids;
+    return readPlainLinks(szText, ids) ? ids : linkIds(parseJson(szText));
 }
 
 std::vector<int64_t> linkIds(const Json::Value& jLinks)

@@ -23,6 +23,9 @@ Json::Value parseJson(const char* szText);
 // The same for the text of policy links. Most have one form, which is read several times as fast as the library does.
 Json::Value parseLinks(const char* szText);
 
+// The identifiers of the policies that such a text links, in their order.
+std::vector<int64_t> parseLinkIds(const char* szText);
+
 // The identifiers of "linked_gpo", null or {"order":[{"id":N},...]}, in their order. Throws BadInput for another form.
 std::vector<int64_t> linkIds(const Json::Value& jLinks);
 

@@ -101,7 +101,7 @@ void addLinks(const Chain<R>& pHead, std::unordered_set<int64_t>& policyIds)
 {
     for (const R* pRecord = pHead.get(); pRecord != nullptr; pRecord = pRecord->pNext) {
         if (!pRecord->linkedGpo.empty()) {
-            const std::vector<int64_t> ids = linkIds(parseJson(pRecord->linkedGpo.c_str()));
+            const std::vector<int64_t> ids = parseLinkIds(pRecord->linkedGpo.c_str());
             policyIds.insert(ids.begin(), ids.end());
         }
     }

@@ -140,13 +140,15 @@ Chain<R> readChain(Reader<R>&& reader, const std::function<bool(const R&)>& isWa
 {
     Chain<R> pHead;
     R* pEnd = nullptr;
-    for (R record; reader.next(record);) {
-        if (isWanted && !isWanted(record)) {
+    auto pNew = std::make_unique<R>();
+    while (reader.next(*pNew)) {
+        if (isWanted && !isWanted(*pNew)) {
             continue;
         }
-        R* pNew = new R(record);
-        pEnd == nullptr ? pHead.reset(pNew) : void(pEnd->pNext = pNew);
-        pEnd = pNew;
+        R* pAdded = pNew.release();
+        pEnd == nullptr ? pHead.reset(pAdded) : void(pEnd->pNext = pAdded);
+        pEnd = pAdded;
+        pNew = std::make_unique<R>();
     }
     return pHead;
 }
