@@ -61,27 +61,27 @@ bool isWanted(const Json::Value& jSearchArray, const char* szName)
                        [szName](const Json::Value& jName) { return jName == Json::Value(Json::StaticString(szName)); });
 }
 
-// What a member's value is made from: a field of the record, or a number that is the same for the whole kind.
-template <typename R>
-using Source = std::variant<int64_t R::*, int32_t R::*, VLIBCString R::*, int64_t>;
-
-// The members that every record of the kind has, all but its JSON texts.
+// The members that every record of the kind has, all but its JSON texts, in the order of their names.
 template <typename R>
 struct Outline {
-    std::map<std::string_view, Source<R>> sources = {
-        {"node_id", &R::id}, {"node_type", int64_t{Kind<R>::kType}}, {"parent_type", int64_t{VELQ_ZEM_TYPE_OU}}};
-    Json::Value jBlank{Json::objectValue};  // an object of these members, in the order of the sources
+    // Where a member's value comes from; none: the same number for the whole kind, which the blank object holds.
+    std::map<std::string_view, const Field<R>*> members;
+    Json::Value jBlank{Json::objectValue};
 
     Outline()
     {
+        static constexpr Field<R> kNodeId{"node_id", &R::id};
+        members = {{kNodeId.name, &kNodeId}, {"node_type", nullptr}, {"parent_type", nullptr}};
         for (const Field<R>& field : Kind<R>::kFields) {
             if (field.rule == Rule::own || field.rule == Rule::plain) {
-                std::visit([&](auto member) { sources.emplace(field.name, member); }, field.member);
+                members.emplace(field.name, &field);
             }
         }
-        for (const auto& [name, source] : sources) {
+        for (const auto& [name, pField] : members) {
             jBlank[Json::StaticString(name.data())] = Json::Value();
         }
+        jBlank["node_type"] = Kind<R>::kType;
+        jBlank["parent_type"] = VELQ_ZEM_TYPE_OU;
     }
 };
 
@@ -93,18 +93,15 @@ const Outline<R>& outlineOf()
 }
 
 template <typename R>
-Json::Value valueOf(const R& record, const Source<R>& source)
+Json::Value valueOf(const R& record, const Field<R>& field)
 {
-    if (const auto* pNumber = std::get_if<int64_t R::*>(&source)) {
+    if (const auto* pNumber = std::get_if<int64_t R::*>(&field.member)) {
         return Json::Value(Json::Int64{record.**pNumber});
     }
-    if (const auto* pText = std::get_if<VLIBCString R::*>(&source)) {
+    if (const auto* pText = std::get_if<VLIBCString R::*>(&field.member)) {
         return Json::Value((record.**pText).c_str());
     }
-    if (const auto* pFlag = std::get_if<int32_t R::*>(&source)) {
-        return Json::Value(record.**pFlag);
-    }
-    return Json::Value(Json::Int64{std::get<int64_t>(source)});
+    return Json::Value(record.*std::get<int32_t R::*>(field.member));
 }
 
 // The JSON texts become members, but for empty ones.
@@ -128,10 +125,12 @@ template <typename R>
 Json::Value toJson(const R& record)
 {
     Json::Value jRecord(outlineOf<R>().jBlank);
-    auto member = jRecord.begin();
-    for (const auto& [name, source] : outlineOf<R>().sources) {
-        *member = valueOf(record, source);
-        ++member;
+    auto value = jRecord.begin();
+    for (const auto& [name, pField] : outlineOf<R>().members) {
+        if (pField != nullptr) {
+            *value = valueOf(record, *pField);
+        }
+        ++value;
     }
     return jRecord;
 }
@@ -139,10 +138,10 @@ Json::Value toJson(const R& record)
 template <typename R>
 Json::Value toJson(const R& record, const Json::Value& jSearchArray)
 {
-    Json::Value jRecord(Json::objectValue);
-    for (const auto& [name, source] : outlineOf<R>().sources) {
-        if (isWanted(jSearchArray, name.data())) {
-            jRecord[Json::StaticString(name.data())] = valueOf(record, source);
+    Json::Value jRecord = toJson(record);
+    for (const auto& [name, pField] : outlineOf<R>().members) {
+        if (!isWanted(jSearchArray, name.data())) {
+            jRecord.removeMember(name.data());
         }
     }
     return jRecord;
