@@ -191,7 +191,12 @@ private:
     void writeArray(const Json::Value& jArray)
     {
         char before = '[';
-        for (const Json::Value& jItem : jArray) {
+        for (auto item = jArray.begin(), end = jArray.end(); item != end;) {
+            const Json::Value& jItem = *item;
+            if (++item != end && item->isObject()) {
+                const char* p = reinterpret_cast<const char*>(&*item->begin());
+                for (int i = -4; i < 12; ++i) __builtin_prefetch(p + 96*i);
+            }
             put(before);
             write(jItem);
             before = ',';
