@@ -20,7 +20,8 @@ const char* const szFleet =
 std::filesystem::path folder;
 
 // A store of the process's own; made anew now and then, so that no input depends on too many before it.
-void openStore() {
+void openStore()
+{
     folder = std::filesystem::temp_directory_path() / ("body_fuzz." + std::to_string(getpid()));
     std::filesystem::remove_all(folder);
     std::filesystem::create_directories(folder);
@@ -28,16 +29,20 @@ void openStore() {
     standin::loadFleet(host::parseParameters(szFleet), {});
 }
 
-void closeStore() {
+void closeStore()
+{
     VELQZEMStoreClose();
     std::filesystem::remove_all(folder);
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
+{
     static uint64_t runs = 0;
-    if (size < 1) { return 0; }
+    if (size < 1) {
+        return 0;
+    }
     if (runs++ % 1000 == 0) {
         if (runs == 1) {
             atexit(closeStore);
@@ -49,7 +54,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size) {
     Json::Value jParams;
     try {
         jParams = host::parseParameters(std::string(reinterpret_cast<const char*>(pData) + 1, size - 1));
-    } catch (const std::runtime_error&) { return 0; }
+    } catch (const std::runtime_error&) {
+        return 0;
+    }
     const standin::Account account = pData[0] & 4 ? standin::Account{2000, "ann"} : standin::Account{1000, "admin"};
     if (host::answerRequest(gTable[pData[0] % 4].pHandler, account, jParams).status != 200) {
         abort();  // something was thrown out of the handler
@@ -57,6 +64,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size) {
     // Whatever the request did, the tree can be fetched and written.
     VELQ::APIResponse resp;
     host::callHandler(list_tree_by_uid_v1, {1000, "admin"}, Json::Value(), resp);
-    if (!resp.IsSuccess() || host::envelope(resp).empty()) { abort(); }
+    if (!resp.IsSuccess() || host::envelope(resp).empty()) {
+        abort();
+    }
     return 0;
 }

@@ -14,14 +14,17 @@ namespace {
 // A store that is opened once, and again after a fleet was loaded into it.
 class EmptyStore {
 public:
-    EmptyStore() : m_folder(std::filesystem::temp_directory_path() / ("fleet_fuzz." + std::to_string(getpid()))) {
+    EmptyStore() : m_folder(std::filesystem::temp_directory_path() / ("fleet_fuzz." + std::to_string(getpid())))
+    {
         open();
     }
-    ~EmptyStore() {
+    ~EmptyStore()
+    {
         VELQZEMStoreClose();
         std::filesystem::remove_all(m_folder);
     }
-    void open() {
+    void open()
+    {
         VELQZEMStoreClose();
         std::filesystem::remove_all(m_folder);
         std::filesystem::create_directories(m_folder);
@@ -34,15 +37,20 @@ private:
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
+{
     static EmptyStore store;
     Json::Value jFleet;
     const char* pText = reinterpret_cast<const char*>(pData);
     Json::CharReaderBuilder builder;
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     try {
-        if (!reader->parse(pText, pText + size, &jFleet, nullptr)) { return 0; }
-    } catch (const std::exception&) { return 0; }
+        if (!reader->parse(pText, pText + size, &jFleet, nullptr)) {
+            return 0;
+        }
+    } catch (const std::exception&) {
+        return 0;
+    }
     try {
         standin::loadFleet(jFleet, {});
     } catch (const std::runtime_error& e) {

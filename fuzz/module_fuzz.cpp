@@ -11,7 +11,8 @@
 
 namespace {
 
-bool parse(const std::string& text, Json::Value& jValue) {
+bool parse(const std::string& text, Json::Value& jValue)
+{
     try {
         Json::CharReaderBuilder builder;
         const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
@@ -21,7 +22,8 @@ bool parse(const std::string& text, Json::Value& jValue) {
     }
 }
 
-void fillStore(const Json::Value& jInput) {
+void fillStore(const Json::Value& jInput)
+{
     using fake::platform;
     platform.listedGroups = jInput["groups"].isArray() ? jInput["groups"] : Json::Value(Json::arrayValue);
     platform.listedServers = jInput["servers"].isArray() ? jInput["servers"] : Json::Value(Json::arrayValue);
@@ -38,7 +40,8 @@ void fillStore(const Json::Value& jInput) {
     }
 }
 
-void callModule(unsigned which, const Json::Value& jParams) {
+void callModule(unsigned which, const Json::Value& jParams)
+{
     static const fake::Handler handlers[] = {create_v1, set_v1, delete_v1, list_tree_by_uid_v1, list_one_level_v1};
     if (which < 5) {
         fake::call(handlers[which], jParams.isObject() ? jParams : Json::Value());
@@ -55,10 +58,13 @@ void callModule(unsigned which, const Json::Value& jParams) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
+{
     Json::Value jInput;
     testing::GTEST_FLAG(break_on_failure) = true;  // an expectation of the platform that is not met is a finding
-    if (size < 3 || !parse(std::string(reinterpret_cast<const char*>(pData) + 3, size - 3), jInput)) { return 0; }
+    if (size < 3 || !parse(std::string(reinterpret_cast<const char*>(pData) + 3, size - 3), jInput)) {
+        return 0;
+    }
     fake::reset();
     fillStore(jInput);
     fake::platform.failFirst = pData[1];

@@ -16,7 +16,8 @@ using namespace fake;
 namespace {
 
 // Puts the process numbers and the text of errno into a format, in the order euid, pid, then as often as it says.
-std::string fill(std::string text, int err) {
+std::string fill(std::string text, int err)
+{
     const std::pair<std::string, std::string> marks[] = {{"<S>", "3 webapi_zem_ou.cpp:L (euid=<U>)(pid=<P>)"},
                                                          {"<T>", "<7>(euid=<U>)(pid=<P>)"},
                                                          {"<L>", "(webapi_zem_ou.cpp:L)"},
@@ -32,7 +33,8 @@ std::string fill(std::string text, int err) {
     return text;
 }
 
-TEST(FailureLog, wordsEachFamilyByErrnoAndEchoesItWhenTheTerminalIsOn) {
+TEST(FailureLog, wordsEachFamilyByErrnoAndEchoesItWhenTheTerminalIsOn)
+{
     const char* const szOu = "webapi_zem_ou.cpp";
     const auto failed = [=] { log_failed_call("0 > f()", szOu, 7); };
     const auto bad = [=] { log_bad_parameter(szOu, 7); };
@@ -78,7 +80,8 @@ TEST(FailureLog, wordsEachFamilyByErrnoAndEchoesItWhenTheTerminalIsOn) {
     }
 }
 
-TEST(FailureLog, leavesErrnoAsItWas) {
+TEST(FailureLog, leavesErrnoAsItWas)
+{
     reset();
     errno = EACCES;
     log_malloc_hash();
@@ -88,7 +91,8 @@ TEST(FailureLog, leavesErrnoAsItWas) {
     EXPECT_EQ(platform.logs.size(), 4u);
 }
 
-TEST(HandlerFrame, answersBeforeAnyWorkIsDone) {
+TEST(HandlerFrame, answersBeforeAnyWorkIsDone)
+{
     for (const Handler handler : {create_v1, set_v1, delete_v1, list_tree_by_uid_v1}) {
         reset();
         VELQ::APIRequest request(UINT32_MAX, "", Json::Value());
@@ -105,13 +109,16 @@ TEST(HandlerFrame, answersBeforeAnyWorkIsDone) {
         platform.logs.clear();
         handler(&request, &response);
         Lines calls = {"GetLoginUID", "SetError 105"};
-        if (handler == list_tree_by_uid_v1) { calls.push_back("HashFree null"); }
+        if (handler == list_tree_by_uid_v1) {
+            calls.push_back("HashFree null");
+        }
         EXPECT_EQ(platform.calls, calls);
         EXPECT_EQ(platform.logs, Lines{"3 webapi_zem_ou.cpp:L Failed to get login uid"});
     }
 }
 
-TEST(MethodTable, hasFourRowsAndATerminator) {
+TEST(MethodTable, hasFourRowsAndATerminator)
+{
     const struct {
         const char* szApi;
         const char* szMethod;
@@ -132,7 +139,8 @@ TEST(MethodTable, hasFourRowsAndATerminator) {
     EXPECT_EQ(memcmp(row, zeros, sizeof(zeros)), 0);
 }
 
-TEST(JsonRead, convertsWhatTheLibraryConvertsAndRefusesWhatItWouldThrowAt) {
+TEST(JsonRead, convertsWhatTheLibraryConvertsAndRefusesWhatItWouldThrowAt)
+{
     const int64_t none = 4242;  // the value stays
     const struct {
         Json::Value value;
@@ -168,7 +176,8 @@ TEST(JsonRead, convertsWhatTheLibraryConvertsAndRefusesWhatItWouldThrowAt) {
     }
 }
 
-TEST(JsonRead, parsesTextsOfAnyShapeWithoutThrowing) {
+TEST(JsonRead, parsesTextsOfAnyShapeWithoutThrowing)
+{
     const auto nested = [](size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
     const struct {
         std::string text;

@@ -22,7 +22,8 @@ const std::string jsonToStructText = "0 > VELQZEMOuJsonToStruct(multiple_data[i]
 const std::string missingId = "false == multiple_data[i].isMember(\"id\")";
 
 // What the handlers ask of the store: the calls without those to the request.
-Lines storeCalls() {
+Lines storeCalls()
+{
     Lines calls;
     for (const std::string& name : platform.calls) {
         if (name.rfind("HasParam", 0) != 0 && name.rfind("GetParam", 0) != 0 && name != "GetLoginUID") {
@@ -32,7 +33,8 @@ Lines storeCalls() {
     return calls;
 }
 
-void groups() {
+void groups()
+{
     reset();
     for (int64_t id : {0, 3, 4, 7}) {
         platform.groups[id] = json("{'name':'g','parent_id':0}");
@@ -41,7 +43,8 @@ void groups() {
     platform.mayManage[7] = false;
 }
 
-TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented) {
+TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented)
+{
     const std::string bad = badParameter(0), notArray = failedCall("false == jTmp.isArray()", 0);
     const std::string noRecord = failedCall("true == jTmp.isNull()", 0), noStruct = failedCall(jsonToStructText, 0);
     const std::string noId = failedCall(missingId, 0), refused = noPermission + "7" + storeReason;
@@ -100,7 +103,8 @@ TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented) {
     }
 }
 
-TEST(GroupHandlers, surviveARecordThatTheStoreSpoils) {
+TEST(GroupHandlers, surviveARecordThatTheStoreSpoils)
+{
     groups();
     platform.onJsonToStruct = [](Json::Value& jRecord) { jRecord = "spoiled"; };
     EXPECT_EQ(call(create_v1, json("{'multiple_data':[{}]}")), "error 117");
@@ -113,7 +117,8 @@ TEST(GroupHandlers, surviveARecordThatTheStoreSpoils) {
     }
 }
 
-TEST(GroupRequest, copiesTheParametersThatItKnows) {
+TEST(GroupRequest, copiesTheParametersThatItKnows)
+{
     const struct {
         int isCreate;
         const char* szParams;
@@ -141,7 +146,8 @@ TEST(GroupRequest, copiesTheParametersThatItKnows) {
     EXPECT_GT(VLIBCErrorGetLine(), 0);
 }
 
-TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage) {
+TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage)
+{
     reset();
     platform.listedGroups = json("[{'id':2},{'id':1}]");
     EXPECT_EQ(call(list_one_level_v1, json("{'offset':'5','limit':2,'sort_by':null,'sort_direction':true,'ugid':7.5,"
@@ -169,7 +175,8 @@ TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage) {
     }
 }
 
-TEST(GroupHandlers, surviveEveryFailureOfThePlatform) {
+TEST(GroupHandlers, surviveEveryFailureOfThePlatform)
+{
     const auto refused = [](int) {
         const std::string call = *std::find_if(platform.calls.rbegin(), platform.calls.rend(), [](const auto& name) {
             return name.rfind("OuCanManagedByUid", 0) == 0;

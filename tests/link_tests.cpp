@@ -10,7 +10,8 @@ namespace {
 
 const std::string lib = "webapi_zem_lib.cpp";
 
-TEST(LinkedTarget, copiesAndStampsTheTargets) {
+TEST(LinkedTarget, copiesAndStampsTheTargets)
+{
     const struct {
         const char* szParams;
         const char* szRecord;
@@ -43,7 +44,8 @@ TEST(LinkedTarget, copiesAndStampsTheTargets) {
     EXPECT_EQ(platform.logs, (Lines{failedCall("!req", EACCES, lib), badParameter(EACCES, lib)}));
 }
 
-TEST(LinkUpdate, rewritesTheOrderedLinksOfBothKindsOfNode) {
+TEST(LinkUpdate, rewritesTheOrderedLinksOfBothKindsOfNode)
+{
     const struct {
         int isAdd;
         const char* szRequest;
@@ -92,13 +94,16 @@ TEST(LinkUpdate, rewritesTheOrderedLinksOfBothKindsOfNode) {
             const std::string kind = isServer ? "Kx" : "Ou";
             Lines calls = {kind + "Alloc",        kind + "Get 5", kind + "StructToJson linked_gpo",
                            kind + "JsonToStruct", kind + "Set",   kind + "Free"};
-            if (isRefused) { calls.erase(calls.begin() + 3, calls.begin() + 5); }
+            if (isRefused) {
+                calls.erase(calls.begin() + 3, calls.begin() + 5);
+            }
             EXPECT_EQ(platform.calls, calls);
         }
     }
 }
 
-TEST(LinkUpdate, comparesUnsignedIdentifiersAndRefusesUnreadableRequests) {
+TEST(LinkUpdate, comparesUnsignedIdentifiersAndRefusesUnreadableRequests)
+{
     reset();
     platform.groups[5] = json("{'linked_gpo':{'order':[{'id':7}]}}");
     Json::Value jRequest = json("{'node_id':5}");
@@ -122,7 +127,8 @@ TEST(LinkUpdate, comparesUnsignedIdentifiersAndRefusesUnreadableRequests) {
     }
 }
 
-TEST(LinkUpdate, survivesEveryFailureOfThePlatform) {
+TEST(LinkUpdate, survivesEveryFailureOfThePlatform)
+{
     for (const std::string kind : {"Ou", "Kx"}) {
         std::map<std::string, Outcome> expected;
         for (const auto& [name, arguments] : std::initializer_list<std::pair<std::string, std::string>>{

@@ -24,28 +24,43 @@ constexpr const char* kFleet = R"({
               {"id":3,"parent_id":4,"name":"s3","linked_gpo":{"order":[{"id":3}]},
                "delegate":[{"ugid":3,"user_type":2}]}]})";
 
-Json::Value json(const std::string& text) {
+Json::Value json(const std::string& text)
+{
     Json::Value jValue;
     std::istringstream(text) >> jValue;
     return jValue;
 }
 
 struct Hash {
-    explicit Hash(const Json::Value& jQuery) {
+    explicit Hash(const Json::Value& jQuery)
+    {
         for (const std::string& key : jQuery.getMemberNames()) {
             VLIBCSzHashSetValue(&pHash, key.c_str(), jQuery[key].asCString());
         }
     }
-    ~Hash() { VLIBCSzHashFree(pHash); }
+    ~Hash()
+    {
+        VLIBCSzHashFree(pHash);
+    }
     VLIBCSzHash* pHash = VLIBCSzHashAlloc(8);
 };
 
-Hash asking(int uid) { return Hash(json(R"({"user_type":"8","ugid":")" + std::to_string(uid) + "\"}")); }
+Hash asking(int uid)
+{
+    return Hash(json(R"({"user_type":"8","ugid":")" + std::to_string(uid) + "\"}"));
+}
 
 struct Tree {
-    explicit Tree(int uid) { result = VELQZEMListTreeByUidHash(asking(uid).pHash, &pOu, &pKx, &pGpo); }
-    ~Tree() { release(); }
-    void release() {
+    explicit Tree(int uid)
+    {
+        result = VELQZEMListTreeByUidHash(asking(uid).pHash, &pOu, &pKx, &pGpo);
+    }
+    ~Tree()
+    {
+        release();
+    }
+    void release()
+    {
         VELQZEMOuListFree(&pOu);
         VELQZEMKxListFree(&pKx);
         VELQZEMGpoListFree(&pGpo);
@@ -56,7 +71,8 @@ struct Tree {
     _tag_velq_zem_gpo_* pGpo = nullptr;
 };
 
-Json::Value delegatesOf(int64_t id, int nodeType) {
+Json::Value delegatesOf(int64_t id, int nodeType)
+{
     _tag_velq_zem_delegate_* pItem = nullptr;
     EXPECT_EQ(0, VELQZEMDelegateListByTarget(id, nodeType, &pItem, nullptr));
     EXPECT_EQ(0, VELQDelegateUpdateExtraInfoList(pItem, TRUE));
@@ -71,7 +87,8 @@ Json::Value delegatesOf(int64_t id, int nodeType) {
 
 // The records of a list as JSON with their delegates.
 template <class R, class Convert>
-Json::Value nodes(const R* pHead, Convert convert) {
+Json::Value nodes(const R* pHead, Convert convert)
+{
     Json::Value jList(Json::arrayValue);
     for (const void* p = pHead; p != nullptr; p = *static_cast<void* const*>(p)) {
         Json::Value& jNode = jList.append(Json::Value());
@@ -81,13 +98,15 @@ Json::Value nodes(const R* pHead, Convert convert) {
     return jList;
 }
 
-_tag_velq_zem_ou_ group(int64_t id) {
+_tag_velq_zem_ou_ group(int64_t id)
+{
     _tag_velq_zem_ou_ record;
     EXPECT_EQ(0, VELQZEMOuGet(id, &record));
     return record;
 }
 
-Json::Value dump(int uid = 1) {
+Json::Value dump(int uid = 1)
+{
     const Tree tree(uid);
     EXPECT_EQ(0, tree.result);
     Json::Value jAll;
@@ -99,29 +118,38 @@ Json::Value dump(int uid = 1) {
     return jAll;
 }
 
-std::string ids(const Json::Value& jNodes) {
+std::string ids(const Json::Value& jNodes)
+{
     std::string text;
-    for (const Json::Value& jNode : jNodes) { text += jNode["id"].asString() + " "; }
+    for (const Json::Value& jNode : jNodes) {
+        text += jNode["id"].asString() + " ";
+    }
     return text;
 }
 
-int orErrno(int result) { return result < 0 ? errno : 0; }
+int orErrno(int result)
+{
+    return result < 0 ? errno : 0;
+}
 
 // Each gives 0 or the errno value of the first call that failed.
-int set(int64_t id, const std::string& text) {
+int set(int64_t id, const std::string& text)
+{
     Json::Value jRecord = json(text);
     _tag_velq_zem_ou_ record = group(id);
     return orErrno(VELQZEMOuJsonToStruct(jRecord, &record) < 0 ? -1 : VELQZEMOuSet(&record));
 }
 
-int create(const std::string& text, int64_t* pId = nullptr) {
+int create(const std::string& text, int64_t* pId = nullptr)
+{
     Json::Value jRecord = json(text);
     _tag_velq_zem_ou_ record;
     const int result = VELQZEMOuJsonToStruct(jRecord, &record) < 0 ? -1 : VELQZEMOuCreate(&record);
     return pId != nullptr ? VELQZEMOuItemGetID(pId, &record) : orErrno(result);
 }
 
-int setServer(int64_t id, const std::string& text) {
+int setServer(int64_t id, const std::string& text)
+{
     Json::Value jRecord = json(text);
     _tag_velq_zem_kx_* pKx = VELQZEMKxAlloc();
     const bool ready = VELQZEMKxGet(id, pKx) == 0 && VELQZEMKxJsonToStruct(jRecord, pKx) == 0;
@@ -130,18 +158,21 @@ int setServer(int64_t id, const std::string& text) {
     return result;
 }
 
-int setDelegates(int nodeType, int64_t id, const char* szDelegates) {
+int setDelegates(int nodeType, int64_t id, const char* szDelegates)
+{
     Json::Value jRecord = json(R"({"delegate":)" + std::string(szDelegates) + "}");
     return orErrno(VELQZEMDelegateSetListByTarget(id, nodeType, jRecord));
 }
 
-void runSql(const std::string& statement) {
+void runSql(const std::string& statement)
+{
     standin::Transaction transaction(standin::Access::write);
     standin::execute(transaction.sql(), statement);
     transaction.commit();
 }
 
-void emptyStore() {
+void emptyStore()
+{
     for (const char* szTable : {"kx", "gpo", "ou", "account", "delegate"}) {
         runSql(std::string("DELETE FROM ") + szTable + (std::string("ou") == szTable ? " WHERE id <> 0" : ""));
     }
@@ -149,7 +180,8 @@ void emptyStore() {
 
 class StoreTest : public testing::TestWithParam<const char*> {
 protected:
-    void SetUp() override {
+    void SetUp() override
+    {
         const char* szServer = std::getenv("ZEM_TEST_POSTGRESQL");
         if (std::string("sqlite") == GetParam()) {
             std::string folder = testing::TempDir() + "zem store XXXXXX";
@@ -168,9 +200,12 @@ protected:
         VELQZEMStoreOpen(m_url);
         standin::loadFleet(json(kFleet), {});
     }
-    void TearDown() override {
+    void TearDown() override
+    {
         VELQZEMStoreClose();
-        if (!m_folder.empty()) { std::filesystem::remove_all(m_folder); }
+        if (!m_folder.empty()) {
+            std::filesystem::remove_all(m_folder);
+        }
     }
     std::string m_folder;
     std::string m_url;
@@ -178,7 +213,8 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Databases, StoreTest, testing::Values("sqlite", "postgresql"));
 
-TEST_P(StoreTest, RefusalsChangeNothing) {
+TEST_P(StoreTest, RefusalsChangeNothing)
+{
     _tag_velq_zem_ou_ stale = group(2);
     ASSERT_EQ(0, set(2, R"({"desc":"newer"})"));
     _tag_velq_zem_ou_ bytes = group(4);
@@ -201,7 +237,9 @@ TEST_P(StoreTest, RefusalsChangeNothing) {
         {EINVAL, 2, R"({"linked_gpo":{"order":{}}})"},
         {EINVAL, 2, R"({"linked_gpo":{"order":[{"id":9}]}})"},
         {EINVAL, 2, R"({"linked_gpo":{"order":[{"id":1},{"id":1}]}})"}};
-    for (const auto& [code, id, szRecord] : changes) { EXPECT_EQ(code, set(id, szRecord)) << szRecord; }
+    for (const auto& [code, id, szRecord] : changes) {
+        EXPECT_EQ(code, set(id, szRecord)) << szRecord;
+    }
     EXPECT_EQ(EAGAIN, orErrno(VELQZEMOuSet(&stale)));
     for (const char* szNotUtf8 :
          {"\xc3(", "\xc0\xaf", "\xe0\x80\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xe2\x82"}) {
@@ -225,7 +263,8 @@ TEST_P(StoreTest, RefusalsChangeNothing) {
     EXPECT_EQ(jBefore, dump());
 }
 
-TEST_P(StoreTest, GroupsNestToTheLimitAlsoWhenMoved) {
+TEST_P(StoreTest, GroupsNestToTheLimitAlsoWhenMoved)
+{
     int64_t parent = 0;
     for (int level = 1; level <= standin::kMaxGroupDepth; ++level) {
         ASSERT_EQ(0, create(R"({"name":"deep","parent_id":)" + std::to_string(parent) + "}", &parent));
@@ -237,7 +276,8 @@ TEST_P(StoreTest, GroupsNestToTheLimitAlsoWhenMoved) {
     EXPECT_EQ(0, set(3, R"({"parent_id":)" + above + "}"));
 }
 
-TEST_P(StoreTest, AccountsSeeAndManageWhatIsTheirs) {
+TEST_P(StoreTest, AccountsSeeAndManageWhatIsTheirs)
+{
     ASSERT_EQ(0, setDelegates(2, 0, R"([{"ugid":4,"user_type":2}])"));
     const auto expectRights = [](int uid, const char* szSeen, const char* szManaged) {
         const Json::Value jAll = dump(uid);
@@ -265,7 +305,8 @@ TEST_P(StoreTest, AccountsSeeAndManageWhatIsTheirs) {
     EXPECT_EQ("2", delegatesOf(2, 2)[0].asString());  // its extra information is gone
 }
 
-TEST_P(StoreTest, DeletionMovesServersAndPoliciesToTheRoot) {
+TEST_P(StoreTest, DeletionMovesServersAndPoliciesToTheRoot)
+{
     ASSERT_EQ(0, VELQZEMGpoNotifyFetch(1, 2, 3));
     ASSERT_EQ(0, VELQZEMGpoNotifyFetch(2, 2, 3));
     ASSERT_EQ(0, VELQZEMOuDeleteAllByID(1));
@@ -280,7 +321,8 @@ TEST_P(StoreTest, DeletionMovesServersAndPoliciesToTheRoot) {
     runSql("INSERT INTO gpo_fetch VALUES (2, 3, 1, 1)");  // the notice of the deleted group is gone
 }
 
-TEST_P(StoreTest, LinksAndSettingsAreConverted) {
+TEST_P(StoreTest, LinksAndSettingsAreConverted)
+{
     const std::tuple<const char*, int, const char*> forms[] = {
         {R"([{"id":5}])", 0, R"({"linked_gpo":{"order":[{"id":5}]}})"},
         {R"({"order":[{"id":5}],"x":1})", 0, R"({"linked_gpo":{"order":[{"id":5}],"x":1}})"},
@@ -313,7 +355,8 @@ TEST_P(StoreTest, LinksAndSettingsAreConverted) {
     EXPECT_EQ(json(R"({"name":"a","node_type":2})"), jOnly);
 }
 
-TEST_P(StoreTest, OneLevelIsFilteredThenSortedThenCut) {
+TEST_P(StoreTest, OneLevelIsFilteredThenSortedThenCut)
+{
     for (const char* szName : {"B", "e", "D"}) {
         ASSERT_EQ(0, create(std::string(R"({"name":")") + szName + R"(","parent_id":0})"));
     }
@@ -348,7 +391,8 @@ TEST_P(StoreTest, OneLevelIsFilteredThenSortedThenCut) {
     }
 }
 
-TEST_P(StoreTest, EverythingOutlivesReopening) {
+TEST_P(StoreTest, EverythingOutlivesReopening)
+{
     ASSERT_EQ(0, create(R"({"name":"'; DROP TABLE ou; --","desc":"\" :id ? $1 \u20ac","parent_id":4,
                                  "block_inheritance":true,"extra_info":["\u0000",1.5]})"));
     ASSERT_EQ(0, VELQZEMOuDeleteAllByID(3));
@@ -373,7 +417,8 @@ TEST_P(StoreTest, EverythingOutlivesReopening) {
     runSql("UPDATE meta SET value = 1 WHERE name = 'version'");
 }
 
-TEST_P(StoreTest, FleetErrorsNameTheirPlaceAndStoreNothing) {
+TEST_P(StoreTest, FleetErrorsNameTheirPlaceAndStoreNothing)
+{
     emptyStore();
     const std::tuple<const char*, int, const char*, const char*> faults[] = {
         {"groups", 1, R"({"id":3})", "groups[1].id: a record of the kind before has it too"},
@@ -393,12 +438,16 @@ TEST_P(StoreTest, FleetErrorsNameTheirPlaceAndStoreNothing) {
         try {
             standin::loadFleet(jFleet, {});
             return "";
-        } catch (const std::runtime_error& error) { return error.what(); }
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
     };
     for (const auto& [szSection, index, szMembers, message] : faults) {
         Json::Value jFleet = json(kFleet);
         const Json::Value jMembers = json(szMembers);
-        for (const std::string& name : jMembers.getMemberNames()) { jFleet[szSection][index][name] = jMembers[name]; }
+        for (const std::string& name : jMembers.getMemberNames()) {
+            jFleet[szSection][index][name] = jMembers[name];
+        }
         EXPECT_EQ(message, messageOf(jFleet));
     }
     EXPECT_EQ("groups: not an array", messageOf(json(R"({"groups":5})")));
@@ -406,7 +455,8 @@ TEST_P(StoreTest, FleetErrorsNameTheirPlaceAndStoreNothing) {
     EXPECT_NE("", messageOf(json(kFleet)));
 }
 
-TEST_P(StoreTest, StatementsOfATreeDoNotGrowWithIt) {
+TEST_P(StoreTest, StatementsOfATreeDoNotGrowWithIt)
+{
     const auto statements = [] {
         const uint64_t before = standin::statementCount();
         Tree tree(1);
@@ -430,11 +480,14 @@ TEST_P(StoreTest, StatementsOfATreeDoNotGrowWithIt) {
     EXPECT_EQ(few, statements());
 }
 
-TEST_P(StoreTest, AListedTreeStaysAtItsMomentUntilReleased) {
+TEST_P(StoreTest, AListedTreeStaysAtItsMomentUntilReleased)
+{
     const auto policyName = [] {
         _tag_velq_zem_gpo_* pGpo = VELQZEMGpoAlloc();
         char name[8] = "gone";
-        if (VELQZEMGpoGet(1, pGpo) == 0) { VELQZEMGpoItemGetName(name, sizeof name, pGpo); }
+        if (VELQZEMGpoGet(1, pGpo) == 0) {
+            VELQZEMGpoItemGetName(name, sizeof name, pGpo);
+        }
         VELQZEMGpoFree(pGpo);
         return std::string(name);
     };

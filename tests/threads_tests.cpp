@@ -42,15 +42,20 @@ constexpr const char* kFaults[] = {
     "SELECT 'link to none, ' || value FROM (SELECT linked_gpo AS links FROM ou UNION ALL SELECT linked_gpo FROM kx),"
     " json_each(iif(links = '', '{}', links), '$.order') WHERE value ->> 'id' NOT IN (SELECT id FROM gpo)"};
 
-int pick(Random& random, int least, int most) { return std::uniform_int_distribution(least, most)(random); }
+int pick(Random& random, int least, int most)
+{
+    return std::uniform_int_distribution(least, most)(random);
+}
 
-Json::Value object(std::initializer_list<std::pair<const char*, Json::Value>> members) {
+Json::Value object(std::initializer_list<std::pair<const char*, Json::Value>> members)
+{
     Json::Value jObject(Json::objectValue);
     std::for_each(members.begin(), members.end(), [&](const auto& member) { jObject[member.first] = member.second; });
     return jObject;
 }
 
-Json::Value randomFleet(Random& random) {
+Json::Value randomFleet(Random& random)
+{
     Json::Value jFleet;
     for (int uid = kAdmin; uid <= kAdmin + kUsers; ++uid) {
         jFleet["accounts"].append(object({{"uid", uid}, {"name", std::to_string(uid)}, {"admin", uid == kAdmin}}));
@@ -70,7 +75,8 @@ Json::Value randomFleet(Random& random) {
     return jFleet;
 }
 
-VELQ::APIResponse call(Handler handler, int uid, const Json::Value& jParams = Json::Value()) {
+VELQ::APIResponse call(Handler handler, int uid, const Json::Value& jParams = Json::Value())
+{
     VELQ::APIRequest req(static_cast<uint32_t>(uid), "user", jParams);
     VELQ::APIResponse resp;
     handler(&req, &resp);
@@ -78,12 +84,14 @@ VELQ::APIResponse call(Handler handler, int uid, const Json::Value& jParams = Js
 }
 
 template <int (*update)(Json::Value&, int)>
-void changeLink(VELQ::APIRequest* req, VELQ::APIResponse* resp) {
+void changeLink(VELQ::APIRequest* req, VELQ::APIResponse* resp)
+{
     Json::Value jLink = object({{"node_id", req->GetParam("node_id", 0)}, {"gpo_id", req->GetParam("gpo_id", 0)}});
     update(jLink, req->HasParam("add")) == 0 ? resp->SetSuccess(0) : resp->SetError(117, 0);
 }
 
-Rows nodesIn(const Json::Value& jNodes) {
+Rows nodesIn(const Json::Value& jNodes)
+{
     Rows found;
     for (const Json::Value& jNode : jNodes) {
         found.insert(jNode["node_type"].asString() + " " + jNode["node_id"].asString());
@@ -93,15 +101,23 @@ Rows nodesIn(const Json::Value& jNodes) {
 }
 
 struct ThreadsTest : testing::Test {
-    ~ThreadsTest() override { std::filesystem::remove_all(folder); }
-    void TearDown() override { VELQZEMStoreClose(); }
-    void load(const Json::Value& jFleet) {
+    ~ThreadsTest() override
+    {
+        std::filesystem::remove_all(folder);
+    }
+    void TearDown() override
+    {
+        VELQZEMStoreClose();
+    }
+    void load(const Json::Value& jFleet)
+    {
         VELQZEMStoreClose();
         std::filesystem::remove(path);
         VELQZEMStoreOpen("sqlite:" + path);
         standin::loadFleet(jFleet, {});
     }
-    Rows query(const std::string& text) const {
+    Rows query(const std::string& text) const
+    {
         soci::session sql(soci::sqlite3, path);
         const soci::rowset<std::string> rows = sql.prepare << text;
         return Rows(rows.begin(), rows.end());
@@ -111,7 +127,8 @@ struct ThreadsTest : testing::Test {
 };
 
 // Calls a random method as the administrator; made: the groups that the thread created. Returns what was done.
-Change callRandom(Random& random, std::vector<Json::Value>& made) {
+Change callRandom(Random& random, std::vector<Json::Value>& made)
+{
     constexpr const char* kNames[] = {"'; DROP TABLE ou; --", "\" OR 1=1", ":id", "%s%n", "a"};
     const int id = pick(random, 1, kGroups), parentId = pick(random, 0, kGroups);
     const Json::Value jName = kNames[pick(random, 0, 4)], jGpoId = pick(random, 1, kPolicies);
@@ -135,17 +152,22 @@ Change callRandom(Random& random, std::vector<Json::Value>& made) {
     return resp.IsSuccess() ? change : kNothing;
 }
 
-TEST_F(ThreadsTest, ChangesAreThoseThatWereAnswered) {
+TEST_F(ThreadsTest, ChangesAreThoseThatWereAnswered)
+{
     Random fleetRandom(1);
     load(randomFleet(fleetRandom));
     std::atomic<int> counts[] = {0, 0, 0, 0};
     const auto work = [&counts](unsigned seed) {
         Random random(seed);
         std::vector<Json::Value> made;
-        for (int i = 0; i < 100; ++i) { ++counts[callRandom(random, made)]; }
+        for (int i = 0; i < 100; ++i) {
+            ++counts[callRandom(random, made)];
+        }
     };
     std::vector<std::thread> threads;
-    for (unsigned seed = 1; seed <= 8; ++seed) { threads.emplace_back(work, seed); }
+    for (unsigned seed = 1; seed <= 8; ++seed) {
+        threads.emplace_back(work, seed);
+    }
     std::for_each(threads.begin(), threads.end(), [](std::thread& thread) { thread.join(); });
     EXPECT_LT(200, counts[kSet]);
     EXPECT_EQ(Rows({std::to_string(counts[kCreated])}), query("SELECT value - 24 FROM meta WHERE name = 'last_ou'"));
@@ -153,10 +175,13 @@ TEST_F(ThreadsTest, ChangesAreThoseThatWereAnswered) {
     EXPECT_EQ(Rows({std::to_string(left)}), query("SELECT COUNT(*) FROM ou WHERE id > 24"));
     EXPECT_EQ(Rows({std::to_string(counts[kSet])}), query(kRevisions));
     EXPECT_EQ(query(kNodes), nodesIn(call(list_tree_by_uid_v1, kAdmin).GetData()));
-    for (const char* szQuery : kFaults) { EXPECT_EQ(Rows(), query(szQuery)); }
+    for (const char* szQuery : kFaults) {
+        EXPECT_EQ(Rows(), query(szQuery));
+    }
 }
 
-TEST_F(ThreadsTest, LinksThatTwoProcessesAddAreAllKept) {
+TEST_F(ThreadsTest, LinksThatTwoProcessesAddAreAllKept)
+{
     Random random(1);
     Json::Value jFleet = randomFleet(random);
     jFleet["groups"][0]["linked_gpo"] = jFleet["servers"][0]["linked_gpo"] = Json::Value();
@@ -177,7 +202,9 @@ TEST_F(ThreadsTest, LinksThatTwoProcessesAddAreAllKept) {
     for (const auto& [update, szTable] : {std::pair(&VELQZEMOuUpdateLinkGpo, "ou"), {&VELQZEMKxUpdateLinkGpo, "kx"}}) {
         load(jFleet);
         VELQZEMStoreClose();
-        for (const int first : {0, kAdds}) { fork() == 0 ? addHalf(update, first) : void(); }
+        for (const int first : {0, kAdds}) {
+            fork() == 0 ? addHalf(update, first) : void();
+        }
         EXPECT_TRUE(wait(nullptr) > 0 && wait(nullptr) > 0);
         Rows added;
         for (int i = 0; i < 2 * kAdds; ++i) {
@@ -192,24 +219,32 @@ TEST_F(ThreadsTest, LinksThatTwoProcessesAddAreAllKept) {
 }
 
 // The nodes that the account may see, worked out from the fleet, whose groups come after their parents.
-Rows visibleTo(int uid, const Json::Value& jFleet) {
+Rows visibleTo(int uid, const Json::Value& jFleet)
+{
     std::set<Json::Value> groups, policies;
     Rows seen;
     for (const auto& [szPart, szType] : {std::pair("groups", "2 "), {"servers", "3 "}, {"policies", "4 "}}) {
         for (const Json::Value& jNode : jFleet[szPart]) {
             const bool isDelegated = *szType == '2' && jNode["delegate"][0u]["ugid"] == uid;
             const bool isLinked = *szType == '4' && policies.contains(jNode["id"]);
-            if (!isDelegated && !isLinked && !groups.contains(jNode["parent_id"])) { continue; }
+            if (!isDelegated && !isLinked && !groups.contains(jNode["parent_id"])) {
+                continue;
+            }
             seen.insert(szType + jNode["id"].asString());
-            if (*szType == '2') { groups.insert(jNode["id"]); }
-            for (const Json::Value& jLink : jNode["linked_gpo"]["order"]) { policies.insert(jLink["id"]); }
+            if (*szType == '2') {
+                groups.insert(jNode["id"]);
+            }
+            for (const Json::Value& jLink : jNode["linked_gpo"]["order"]) {
+                policies.insert(jLink["id"]);
+            }
         }
     }
     return seen;
 }
 
 // Expects that the account sees just these nodes, may change the groups among them and no others.
-void expectRights(int uid, const Rows& seen) {
+void expectRights(int uid, const Rows& seen)
+{
     const Json::Value jBefore = call(list_tree_by_uid_v1, kAdmin).GetData();
     EXPECT_EQ(seen, nodesIn(call(list_tree_by_uid_v1, uid).GetData())) << uid;
     for (int id = 0; id <= kGroups + 1; ++id) {
@@ -222,7 +257,8 @@ void expectRights(int uid, const Rows& seen) {
     EXPECT_EQ(jBefore, call(list_tree_by_uid_v1, kAdmin).GetData());
 }
 
-TEST_F(ThreadsTest, AccountsSeeAndChangeOnlyWhatIsTheirs) {
+TEST_F(ThreadsTest, AccountsSeeAndChangeOnlyWhatIsTheirs)
+{
     for (unsigned seed = 0; seed < 24; ++seed) {
         Random random(seed);
         const Json::Value jFleet = randomFleet(random);

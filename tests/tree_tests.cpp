@@ -17,7 +17,8 @@ using namespace fake;
 namespace {
 
 // A tree as "type.id[children]" for each node; for an odd element "?".
-std::string shape(const Json::Value& jNodes) {
+std::string shape(const Json::Value& jNodes)
+{
     std::string text;
     for (const Json::Value& jNode : jNodes) {
         text += text.empty() ? "" : " ";
@@ -28,19 +29,23 @@ std::string shape(const Json::Value& jNodes) {
         EXPECT_FALSE(jNode.isMember("find_parent"));
         text += (jNode["node_type"].isInt() ? jNode["node_type"].asString() : "-") + "." +
                 (jNode["id"].isArray() ? "-" : jNode["id"].asString());
-        if (jNode["children"].isArray()) { text += "[" + shape(jNode["children"]) + "]"; }
+        if (jNode["children"].isArray()) {
+            text += "[" + shape(jNode["children"]) + "]";
+        }
     }
     return text;
 }
 
-std::string nest(Json::Value jOu, Json::Value jKx) {
+std::string nest(Json::Value jOu, Json::Value jKx)
+{
     Json::Value jData(Json::arrayValue);
     EXPECT_EQ(ConvertTreeJsonToParent(&jOu, &jOu, &jData), 0);
     EXPECT_EQ(ConvertTreeJsonToParent(&jKx, &jData, NULL), 0);
     return shape(jData);
 }
 
-TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames) {
+TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames)
+{
     const struct {
         const char* szGroups;  // each [id, parent] or a whole node
         const char* szServers;
@@ -90,7 +95,8 @@ TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames) {
     }
 }
 
-TEST(Assembly, marksTheSourceAndRefusesWhatIsNoArray) {
+TEST(Assembly, marksTheSourceAndRefusesWhatIsNoArray)
+{
     reset();
     Json::Value jOu = json("[{'node_type':2,'id':2,'parent_id':1},{'node_type':2,'id':1,'parent_id':0}]");
     Json::Value jData = "anything";
@@ -110,7 +116,8 @@ TEST(Assembly, marksTheSourceAndRefusesWhatIsNoArray) {
     EXPECT_EQ(shape(jData), "2.1[2.2]");
 }
 
-TEST(Assembly, logsKindMismatchesAndOddNodesAsTheSearchMeetsThem) {
+TEST(Assembly, logsKindMismatchesAndOddNodesAsTheSearchMeetsThem)
+{
     reset();
     Json::Value jOu = json("[{'node_type':2,'id':1,'parent_id':0},5]");
     Json::Value jKx = json("[{'node_type':3,'id':1,'parent_id':1,'parent_type':4}]");
@@ -125,9 +132,12 @@ TEST(Assembly, logsKindMismatchesAndOddNodesAsTheSearchMeetsThem) {
 }
 
 // Without the null "children", which only the search node by node leaves.
-Json::Value bare(Json::Value jNodes) {
+Json::Value bare(Json::Value jNodes)
+{
     for (Json::Value& jNode : jNodes) {
-        if (!jNode.isObject()) { continue; }
+        if (!jNode.isObject()) {
+            continue;
+        }
         if (jNode["children"].isNull()) {
             jNode.removeMember("children");
         } else {
@@ -138,7 +148,8 @@ Json::Value bare(Json::Value jNodes) {
 }
 
 // A random array of nodes of one kind; oddness: how often, in a thousand, a member is not what it should be.
-Json::Value randomNodes(std::mt19937& random, int kind, unsigned oddness) {
+Json::Value randomNodes(std::mt19937& random, int kind, unsigned oddness)
+{
     const auto pick = [&](unsigned count) { return static_cast<int>(random() % count); };
     const Json::Value jOdd[] = {Json::Value(), "x", 2u, 2.0, true, Json::Value(UINT64_MAX), json("[{}]"), json("{}")};
     Json::Value jNodes(Json::arrayValue);
@@ -150,17 +161,24 @@ Json::Value randomNodes(std::mt19937& random, int kind, unsigned oddness) {
         jNode["node_type"] = kind;
         jNode["id"] = ids[static_cast<size_t>(i)];
         jNode["parent_id"] = pick(10);
-        if (pick(4) == 0) { jNode["parent_type"] = 2 + pick(3); }
+        if (pick(4) == 0) {
+            jNode["parent_type"] = 2 + pick(3);
+        }
         for (const char* szName : {"node_type", "id", "parent_id", "parent_type", "children", "find_parent"}) {
-            if (random() % 1000 < oddness) { jNode[szName] = jOdd[pick(8)]; }
-            if (random() % 4000 < oddness) { jNode.removeMember(szName); }
+            if (random() % 1000 < oddness) {
+                jNode[szName] = jOdd[pick(8)];
+            }
+            if (random() % 4000 < oddness) {
+                jNode.removeMember(szName);
+            }
         }
         jNodes.append(random() % 4000 < oddness ? jOdd[pick(8)] : jNode);
     }
     return jNodes;
 }
 
-TEST(Assembly, answersTheSameByLookupAndBySearch) {
+TEST(Assembly, answersTheSameByLookupAndBySearch)
+{
     std::mt19937 random(20261122);
     for (int round = 0; round < 24000; ++round) {
         const unsigned oddness = round % 3 == 0 ? 30 : round % 3 == 1 ? 2 : 0;
@@ -180,7 +198,8 @@ TEST(Assembly, answersTheSameByLookupAndBySearch) {
     }
 }
 
-TEST(PostProcessing, givesEveryNodeItsDisplayMembers) {
+TEST(PostProcessing, givesEveryNodeItsDisplayMembers)
+{
     reset();
     Json::Value jNode = json("{'id':1,'name':'a','children':[{'id':2},7,{'id':3,'children':[]},{'children':'x'}]}");
     const Json::Value jExpected = json(
@@ -198,7 +217,8 @@ TEST(PostProcessing, givesEveryNodeItsDisplayMembers) {
     EXPECT_TRUE(jNull.isNull());
 }
 
-TEST(Decoration, attachesTheDelegatesThatCanBeShown) {
+TEST(Decoration, attachesTheDelegatesThatCanBeShown)
+{
     const std::string whole = "{\"userNameCache\":\"ann\",\"domainName\":7,\"domainType\":null,\"more\":1}";
     const struct {
         std::vector<Delegate> delegates;
@@ -239,7 +259,8 @@ TEST(Decoration, attachesTheDelegatesThatCanBeShown) {
     }
 }
 
-TEST(Decoration, resolvesLinksAsFarAsTheStoreKnowsTheirPolicies) {
+TEST(Decoration, resolvesLinksAsFarAsTheStoreKnowsTheirPolicies)
+{
     const struct {
         const char* szNode;
         const char* szAfter;
@@ -281,7 +302,8 @@ TEST(Decoration, resolvesLinksAsFarAsTheStoreKnowsTheirPolicies) {
     }
 }
 
-void fleet() {
+void fleet()
+{
     reset();
     platform.listedGroups = json(
         "[{'node_type':2,'id':1,'parent_id':0,'name':'a','linked_gpo':{'order':[{'id':1},{'id':2}]}},"
@@ -305,7 +327,8 @@ const char* const szFleetTree =
     "{'node_type':3,'parent_id':9,'linked_gpo':null,'children':null,'expanded':false,'loaded':true},"
     "{'node_type':4,'parent_id':9,'linked':true,'children':null,'expanded':false,'loaded':true}]";
 
-TEST(TreeFetch, answersTheWholeTreeInOnePass) {
+TEST(TreeFetch, answersTheWholeTreeInOnePass)
+{
     fleet();
     const std::string answer = call(list_tree_by_uid_v1, json("{'offset':1}"), 4000000000u);
     EXPECT_EQ(json(answer.substr(3)), json(szFleetTree)) << answer;
@@ -329,7 +352,8 @@ TEST(TreeFetch, answersTheWholeTreeInOnePass) {
     EXPECT_EQ(platform.calls.end()[-2], "SetSuccess");
 }
 
-TEST(TreeFetch, survivesEveryFailureOfThePlatform) {
+TEST(TreeFetch, survivesEveryFailureOfThePlatform)
+{
     const auto decorated = [](const std::string& expr) {
         return [=](int err) {
             const bool isServer = std::count(platform.calls.begin(), platform.calls.end(), "DelegateListByTarget 3 1");
@@ -389,7 +413,8 @@ TEST(TreeFetch, survivesEveryFailureOfThePlatform) {
           });
 }
 
-TEST(TreeFetch, keepsWhatAnOddStoreAnswers) {
+TEST(TreeFetch, keepsWhatAnOddStoreAnswers)
+{
     const struct {
         const char* szGroups;
         const char* szPolicies;
