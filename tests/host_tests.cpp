@@ -22,7 +22,8 @@ constexpr char kModule[] = BUILD_DIR "/webapi_zem_ou.so";
 constexpr char kTreePath[] = "/webapi/VELQ.ZEM.Tree/1/get";
 constexpr char kCreatePath[] = "/webapi/VELQ.ZEM.KXGroup/1/create";
 
-std::string readAll(const std::filesystem::path& path) {
+std::string readAll(const std::filesystem::path& path)
+{
     std::ostringstream text;
     text << std::ifstream(path).rdbuf();
     return text.str();
@@ -36,31 +37,45 @@ struct Reply {
 // Each test has a folder with a store of its own, and stops the server that it started.
 class HostTest : public testing::Test {
 protected:
-    void SetUp() override {
+    void SetUp() override
+    {
         std::string path = testing::TempDir() + "zemhost-XXXXXX";
         ASSERT_NE(nullptr, mkdtemp(path.data()));
         folder = path;
     }
-    void TearDown() override {
+    void TearDown() override
+    {
         stop();
         std::filesystem::remove_all(folder);
     }
 
     // zemhost on the test's store, ended after two minutes at the latest. arguments: shell text.
-    std::string command(const std::string& arguments) const {
+    std::string command(const std::string& arguments) const
+    {
         return "cd " + folder.string() + " && exec timeout 120 " BUILD_DIR "/zemhost " + arguments;
     }
     // Runs a command that is to exit with that status; standard output and error together.
-    std::string run(int status, const std::string& arguments) const {
+    std::string run(int status, const std::string& arguments) const
+    {
         const int waited = system((command(arguments) + " >output 2>&1").c_str());
         EXPECT_EQ(status, WIFEXITED(waited) ? WEXITSTATUS(waited) : -1) << arguments;
         return readAll(folder / "output");
     }
-    void write(const std::string& name, const std::string& text) const { std::ofstream(folder / name) << text; }
-    void load() const { run(0, std::string("load ") + kSample); }
-    std::string tokenOf(const std::string& account) const { return run(0, "token " + account).substr(0, 64); }
+    void write(const std::string& name, const std::string& text) const
+    {
+        std::ofstream(folder / name) << text;
+    }
+    void load() const
+    {
+        run(0, std::string("load ") + kSample);
+    }
+    std::string tokenOf(const std::string& account) const
+    {
+        return run(0, "token " + account).substr(0, 64);
+    }
 
-    void serve(const std::string& arguments = "") {
+    void serve(const std::string& arguments = "")
+    {
         char szBase[64] = "";
         const std::string serving = command("serve --listen 127.0.0.1:0 " + arguments + " 2>log");
         m_pServer = popen(("echo $$; " + serving).c_str(), "re");
@@ -68,15 +83,19 @@ protected:
         m_base = szBase;
     }
     // The server's exit status.
-    int stop() {
-        if (nullptr == m_pServer) { return -1; }
+    int stop()
+    {
+        if (nullptr == m_pServer) {
+            return -1;
+        }
         kill(m_serverPid, SIGTERM);
         const int waited = pclose(std::exchange(m_pServer, nullptr));
         return WIFEXITED(waited) ? WEXITSTATUS(waited) : -1;
     }
 
     // Compiles test.so, a module with one method, "Test" 1 "run". handler: a C++ expression.
-    void buildModule(const std::string& handler) const {
+    void buildModule(const std::string& handler) const
+    {
         write("test.cpp", R"(#include <unistd.h>
             struct Row { const char* api; long version; const char* method; void (*handler)(void*, void*); };
             static Row rows[] = {{"Test", 1, "run", )" +
@@ -86,10 +105,13 @@ protected:
     }
 
     Reply request(const std::string& path, const std::string& token, const std::string& body = "",
-                  const char* szMethod = "POST", const Strings& headers = {}) const {
+                  const char* szMethod = "POST", const Strings& headers = {}) const
+    {
         const std::unique_ptr<CURL, void (*)(CURL*)> curl(curl_easy_init(), curl_easy_cleanup);
         curl_slist* pHeaders = curl_slist_append(nullptr, ("Authorization: Bearer " + token).c_str());
-        for (const std::string& header : headers) { pHeaders = curl_slist_append(pHeaders, header.c_str()); }
+        for (const std::string& header : headers) {
+            pHeaders = curl_slist_append(pHeaders, header.c_str());
+        }
         std::string text;
         const auto append = +[](char* pData, size_t, size_t count, std::string* pText) {
             pText->append(pData, count);
@@ -121,14 +143,16 @@ private:
 
 // Calls visit with every node and the identifier of the group above it, 0 at the top.
 void forEachNode(const Json::Value& jNodes, const std::function<void(const Json::Value&, int64_t)>& visit,
-                 int64_t parentId = 0) {
+                 int64_t parentId = 0)
+{
     for (const Json::Value& jNode : jNodes) {
         visit(jNode, parentId);
         forEachNode(jNode["children"], visit, jNode["node_id"].asInt64());
     }
 }
 
-TEST_F(HostTest, AdministratorSeesEveryNodeOnceUnderItsParent) {
+TEST_F(HostTest, AdministratorSeesEveryNodeOnceUnderItsParent)
+{
     load();
     serve();
     const Reply reply = request(kTreePath, tokenOf("admin"));
@@ -151,7 +175,8 @@ TEST_F(HostTest, AdministratorSeesEveryNodeOnceUnderItsParent) {
     EXPECT_EQ(expected, seen);
 }
 
-TEST_F(HostTest, DelegateSeesAndChangesOnlyItsGroups) {
+TEST_F(HostTest, DelegateSeesAndChangesOnlyItsGroups)
+{
     load();
     serve();
     const std::string token = tokenOf("m.okafor");
@@ -160,12 +185,15 @@ TEST_F(HostTest, DelegateSeesAndChangesOnlyItsGroups) {
     EXPECT_TRUE(request(kCreatePath, token, R"({"id":0,"parent_id":3,"name":"Lab"})").jBody["success"].asBool());
     std::set<std::string> groups;
     forEachNode(request(kTreePath, token).jBody["data"], [&](const Json::Value& jNode, int64_t) {
-        if (2 == jNode["node_type"].asInt()) { groups.insert(jNode["name"].asString()); }
+        if (2 == jNode["node_type"].asInt()) {
+            groups.insert(jNode["name"].asString());
+        }
     });
     EXPECT_EQ((std::set<std::string>{"Web", "Web staging", "Warehouses", "Lab"}), groups);
 }
 
-TEST_F(HostTest, BadRequestsAreRefusedAndTheNextIsServed) {
+TEST_F(HostTest, BadRequestsAreRefusedAndTheNextIsServed)
+{
     load();
     buildModule("[](void*, void*) { throw 1; }");
     serve(std::string("--module test.so --module ") + kModule);
@@ -214,7 +242,8 @@ TEST_F(HostTest, BadRequestsAreRefusedAndTheNextIsServed) {
     EXPECT_EQ(std::string::npos, log.find(token)) << log;
 }
 
-TEST_F(HostTest, BrokenFleetsSayWhereAndChangeNothing) {
+TEST_F(HostTest, BrokenFleetsSayWhereAndChangeNothing)
+{
     const std::string sample = readAll(kSample);
     const auto replaced = [&](const std::string& from, const std::string& to) {
         return std::string(sample).replace(sample.find(from), from.size(), to);
@@ -241,7 +270,8 @@ TEST_F(HostTest, BrokenFleetsSayWhereAndChangeNothing) {
     EXPECT_EQ(tree, run(0, "tree --as admin"));
 }
 
-TEST_F(HostTest, TerminationFinishesWhatIsRunning) {
+TEST_F(HostTest, TerminationFinishesWhatIsRunning)
+{
     load();
     buildModule("[](void*, void*) { sleep(2); }");
     serve("--module test.so");
@@ -252,7 +282,8 @@ TEST_F(HostTest, TerminationFinishesWhatIsRunning) {
     EXPECT_EQ(200, reply.get().status);
 }
 
-TEST_F(HostTest, CommandsShowWhatTheyChanged) {
+TEST_F(HostTest, CommandsShowWhatTheyChanged)
+{
     load();
     run(0, "link add group 12 8");
     EXPECT_NE(std::string::npos, run(0, "tree --as admin").find("group Retired  policies: Early updates\n"));
@@ -263,7 +294,8 @@ TEST_F(HostTest, CommandsShowWhatTheyChanged) {
     EXPECT_EQ(std::string::npos, page.find("\"Headquarters\"")) << page;
 }
 
-TEST_F(HostTest, CommandsThatCannotWorkSayWhy) {
+TEST_F(HostTest, CommandsThatCannotWorkSayWhy)
+{
     load();
     write("text.so", "no module");
     buildModule("nullptr");
