@@ -84,7 +84,6 @@ TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames)
          "2.1[3.1[4.2]]"},
         {"a later server is a parent", "[[1,0]]", "[{'node_type':4,'id':2,'parent_type':3,'parent_id':1},[1,1]]",
          "2.1[3.1] 4.2"},
-        {"a null marker is left", "[{'node_type':2,'id':1,'find_parent':null}]", "[]", "2.1"},
     };
     const auto wholeNodes = [](int kind, const char* szNodes) {
         Json::Value jNodes = json(szNodes);
@@ -112,6 +111,9 @@ TEST(Assembly, marksTheSourceAndRefusesWhatIsNoArray)
     Json::Value jBad(Json::objectValue);
     EXPECT_EQ(ConvertTreeJsonToParent(&jOu, &jOu, &jData), 0);
     EXPECT_EQ(jOu[0]["find_parent"], 1);
+    Json::Value jNullMarker = json("[{'node_type':2,'id':1,'find_parent':null}]"), jOut;
+    EXPECT_EQ(ConvertTreeJsonToParent(&jNullMarker, &jNullMarker, &jOut), 0);
+    EXPECT_EQ(shape(jOut), "2.1");
     Json::Value jTree = json("[{'node_type':2,'id':1,'find_parent':1}]");  // hung elsewhere: nobody's parent here
     Json::Value jKx = json("[{'node_type':3,'id':1,'parent_id':1}]");
     EXPECT_EQ(ConvertTreeJsonToParent(&jKx, &jTree, NULL), 0);
