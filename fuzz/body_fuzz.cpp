@@ -1,42 +1,29 @@
 // Bytes as the body of an HTTP request to each method, over the real store. Input: the method and the account, the
 // body.
 #include "host/dispatch.h"
-#include "tests/support.h"
+#include "tests/temp_store.h"
 
 namespace {
 
-// A store with a small fleet, in a folder of its own.
-struct Store {
-    Store()
-    {
-        VELQZEMStoreOpen("sqlite:" + folder.path + "/fleet.db");
-        const char* const szFleet =
-            "{'accounts':[{'uid':1000,'name':'admin','admin':true},{'uid':2000,'name':'ann','admin':false}],"
-            "'groups':[{'id':1,'parent_id':0,'name':'a','delegate':[{'ugid':2000,'user_type':2}]},"
-            "{'id':2,'parent_id':1,'name':'b'},{'id':3,'parent_id':0,'name':'c'}],"
-            "'policies':[{'id':1,'name':'p','desc':'','parent_id':0,'setting':{'version':1}}],"
-            "'servers':[{'id':1,'parent_id':2,'name':'s','address':''}]}";
-        standin::loadFleet(test::json(szFleet), {});
-    }
-    ~Store()
-    {
-        VELQZEMStoreClose();
-    }
-    const test::TempFolder folder;
-};
+const char* const szFleet =
+    "{'accounts':[{'uid':1000,'name':'admin','admin':true},{'uid':2000,'name':'ann','admin':false}],"
+    "'groups':[{'id':1,'parent_id':0,'name':'a','delegate':[{'ugid':2000,'user_type':2}]},"
+    "{'id':2,'parent_id':1,'name':'b'},{'id':3,'parent_id':0,'name':'c'}],"
+    "'policies':[{'id':1,'name':'p','desc':'','parent_id':0,'setting':{'version':1}}],"
+    "'servers':[{'id':1,'parent_id':2,'name':'s','address':''}]}";
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
 {
-    static std::unique_ptr<Store> pStore;
+    static std::unique_ptr<test::TempStore> pStore;
     static uint64_t runs = 0;
     if (size < 1) {
         return 0;
     }
     if (runs++ % 1000 == 0) {  // so that no input depends on too many before it
         pStore = nullptr;
-        pStore = std::make_unique<Store>();
+        pStore = std::make_unique<test::TempStore>(test::json(szFleet));
     }
     Json::Value jParams;
     try {

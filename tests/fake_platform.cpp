@@ -58,7 +58,8 @@ void note(const char* szName, const Arguments&... arguments)
     std::ostringstream text;
     text << szName;
     ((text << ' ' << arguments), ...);
-    platform.calls.push_back(text.str());
+    std::string call = text.str();
+    platform.calls.push_back(call.erase(call.find_last_not_of(' ') + 1));  // an empty argument is none
 }
 
 // Notes a call that can fail. True: this one is to fail, errno is set.
@@ -114,6 +115,14 @@ void makeList(const Json::Value& jNodes, Record*& pHead)
         pRecord->pNext = std::exchange(pHead, pRecord);
         nodeOf[pRecord] = jNodes[i];
     }
+}
+
+int setValue(VLIBCSzHash*& pHash, const char* szKey, const char* szValue)
+{
+    VLIBCSzHash* pReplaced = hold(new VLIBCSzHash(*pHash));  // the handle changes with every value
+    pReplaced->values[szKey] = szValue;
+    release(std::exchange(pHash, pReplaced));
+    return 0;
 }
 
 int orMissing(bool isFound)
@@ -294,38 +303,40 @@ VLIBCString::VLIBCString(const VLIBCString& other) = default;
 VLIBCString& VLIBCString::operator=(const VLIBCString& other) = default;
 VLIBCString::~VLIBCString() = default;
 
-const char* VLIBCString::c_str() const
-{
-    return m_pText ? m_pText->c_str() : "";
-}
-
 void VLIBCErrSetEx(int code, const char* szFile, int line)
 {
     lastError = {code, szFile, line};
 }
 
-// A function that is noted and gives a value; one that can fail, and gives a result when it does not. Arguments behind
-// the value are noted with it.
-#define NOTED(function, value, ...)                \
-    function                                       \
-    {                                              \
-        note(__func__ __VA_OPT__(, ) __VA_ARGS__); \
-        return value;                              \
+// A function that gives a value; one that is noted, too; one that can fail and gives a value when it does not.
+// Arguments behind the value are noted with it.
+#define GIVES(function, value) \
+    function                   \
+    {                          \
+        return value;          \
     }
-#define FALLIBLE(function, result, ...)                                  \
-    function                                                             \
-    {                                                                    \
-        return fails(__func__ __VA_OPT__(, ) __VA_ARGS__) ? -1 : result; \
-    }
+#define NOTED(function, value, ...) GIVES(function, (note(__func__ __VA_OPT__(, ) __VA_ARGS__), value))
+#define FALLIBLE(function, failure, value, ...) \
+    GIVES(function, fails(__func__ __VA_OPT__(, ) __VA_ARGS__) ? failure : value)
 
+GIVES(const char* VLIBCString::c_str() const, m_pText ? m_pText->c_str() : "")
 NOTED(int VLIBCErrGet(void), lastError.code)
 NOTED(const char* VLIBCErrorGetFile(void), lastError.szFile)
 NOTED(int VLIBCErrorGetLine(void), lastError.line)
+FALLIBLE(VLIBCSzHash* VLIBCSzHashAlloc(int size), nullptr, hold(new VLIBCSzHash), size)
+FALLIBLE(int VLIBCSzHashSetValue(VLIBCSzHash** ppHash, const char* szKey, const char* szValue), -1,
+         setValue(*ppHash, szKey, szValue), szKey)
+NOTED(void VLIBCSzHashFree(VLIBCSzHash* pHash), release(pHash), pHash == nullptr ? "null" : "")
+FALLIBLE(Json::Value GetUIVersion(int flag), Json::Value(), platform.uiVersion, flag)
+
 NOTED(uint32_t VELQ::APIRequest::GetLoginUID() const, m_loginUid)
 NOTED(std::string VELQ::APIRequest::GetLoginUserName() const, m_loginUserName)
-NOTED(bool VELQ::APIRequest::HasParam(const std::string& name) const, m_jParams.isMember(name), name)
-NOTED(Json::Value VELQ::APIRequest::GetParam(const std::string& name, const Json::Value& jDefault) const,
-      m_jParams.get(name, jDefault), name)
+GIVES(bool VELQ::APIRequest::HasParam(const std::string& name) const, m_jParams.isMember(name))
+GIVES(Json::Value VELQ::APIRequest::GetParam(const std::string& name, const Json::Value& jDefault) const,
+      m_jParams.get(name, jDefault))
+GIVES(bool VELQ::APIResponse::IsSuccess() const, m_success)
+GIVES(int VELQ::APIResponse::GetErrorCode() const, m_errorCode)
+GIVES(const Json::Value& VELQ::APIResponse::GetData() const, m_jData)
 
 VELQ::APIRequest::APIRequest(uint32_t loginUid, std::string loginUserName, Json::Value jParams)
     : m_loginUid(loginUid), m_loginUserName(std::move(loginUserName)), m_jParams(std::move(jParams))
@@ -348,74 +359,21 @@ void VELQ::APIResponse::SetSuccess(const Json::Value& jData)
     m_jData = jData;
 }
 
-bool VELQ::APIResponse::IsSuccess() const
-{
-    return m_success;
-}
-
-int VELQ::APIResponse::GetErrorCode() const
-{
-    return m_errorCode;
-}
-
-const Json::Value& VELQ::APIResponse::GetData() const
-{
-    return m_jData;
-}
-
-Json::Value GetUIVersion(int flag)
-{
-    return fails("GetUIVersion", flag) ? Json::Value() : platform.uiVersion;
-}
-
-VLIBCSzHash* VLIBCSzHashAlloc(int size)
-{
-    return fails(__func__, size) ? nullptr : hold(new VLIBCSzHash);
-}
-
-int VLIBCSzHashSetValue(VLIBCSzHash** ppHash, const char* szKey, const char* szValue)
-{
-    if (fails(__func__, szKey)) {
-        return -1;
-    }
-    VLIBCSzHash* pReplaced = hold(new VLIBCSzHash(**ppHash));  // the handle changes with every call
-    pReplaced->values[szKey] = szValue;
-    release(std::exchange(*ppHash, pReplaced));
-    return 0;
-}
-
-void VLIBCSzHashFree(VLIBCSzHash* pHash)
-{
-    note(pHash == nullptr ? "HashFree null" : "HashFree");
-    release(pHash);
-}
-
 // --- The store
 
 // What every kind of record has.
-#define RECORD_FUNCTIONS(Kind, Record)                                                                             \
-    Record* VELQZEM##Kind##Alloc(void)                                                                             \
-    {                                                                                                              \
-        return fails(__func__) ? nullptr : hold(new Record);                                                       \
-    }                                                                                                              \
-    void VELQZEM##Kind##Free(Record* pRecord)                                                                      \
-    {                                                                                                              \
-        note(pRecord == nullptr ? #Kind "Free null" : #Kind "Free");                                               \
-        release(pRecord);                                                                                          \
-    }                                                                                                              \
-    void VELQZEM##Kind##ListFree(Record** ppHead)                                                                  \
-    {                                                                                                              \
-        note(__func__);                                                                                            \
-        releaseList(*ppHead);                                                                                      \
-    }                                                                                                              \
-    FALLIBLE(int VELQZEM##Kind##StructToJson(const Record* pRecord, const Json::Value& jNames, Json::Value& jOut), \
-             toJson(pRecord, jNames, jOut), jNames.isNull() ? "all" : jNames[0].asString())
+#define RECORD_FUNCTIONS(Kind, Record)                                                                                 \
+    FALLIBLE(Record* VELQZEM##Kind##Alloc(void), nullptr, hold(new Record))                                            \
+    NOTED(void VELQZEM##Kind##Free(Record* pRecord), release(pRecord), pRecord == nullptr ? "null" : "")               \
+    NOTED(void VELQZEM##Kind##ListFree(Record** ppHead), releaseList(*ppHead))                                         \
+    FALLIBLE(int VELQZEM##Kind##StructToJson(const Record* pRecord, const Json::Value& jNames, Json::Value& jOut), -1, \
+             toJson(pRecord, jNames, jOut), jNames.isNull() ? "" : jNames[0].asString())
 
 // What those kinds have that the module changes.
-#define STORED_FUNCTIONS(Kind, Record, nodes)                                                   \
-    FALLIBLE(int VELQZEM##Kind##Get(int64_t id, Record* pRecord), load(nodes, id, pRecord), id) \
-    FALLIBLE(int VELQZEM##Kind##Set(Record* pRecord), store(nodes, pRecord))                    \
-    FALLIBLE(int VELQZEM##Kind##JsonToStruct(Json::Value& jRecord, Record* pRecord), toRecord(jRecord, pRecord))
+#define STORED_FUNCTIONS(Kind, Record, nodes)                                                       \
+    FALLIBLE(int VELQZEM##Kind##Get(int64_t id, Record* pRecord), -1, load(nodes, id, pRecord), id) \
+    FALLIBLE(int VELQZEM##Kind##Set(Record* pRecord), -1, store(nodes, pRecord))                    \
+    FALLIBLE(int VELQZEM##Kind##JsonToStruct(Json::Value& jRecord, Record* pRecord), -1, toRecord(jRecord, pRecord))
 
 RECORD_FUNCTIONS(Ou, _tag_velq_zem_ou_)
 RECORD_FUNCTIONS(Kx, _tag_velq_zem_kx_)
@@ -423,31 +381,31 @@ RECORD_FUNCTIONS(Gpo, _tag_velq_zem_gpo_)
 STORED_FUNCTIONS(Ou, _tag_velq_zem_ou_, platform.groups)
 STORED_FUNCTIONS(Kx, _tag_velq_zem_kx_, platform.servers)
 
-FALLIBLE(int VELQZEMOuCreate(_tag_velq_zem_ou_* pOu), create(pOu))
-FALLIBLE(int VELQZEMOuDeleteAllByID(int64_t id), (platform.groups.erase(id), 0), id)
-FALLIBLE(int VELQZEMOuItemGetID(int64_t* pId, const _tag_velq_zem_ou_* pOu), (*pId = pOu->id, 0))
-FALLIBLE(int VELQZEMHttpReqToJsonForLinkedGpo(const Json::Value& jValue, Json::Value& jRecord),
+FALLIBLE(int VELQZEMOuCreate(_tag_velq_zem_ou_* pOu), -1, create(pOu))
+FALLIBLE(int VELQZEMOuDeleteAllByID(int64_t id), -1, (platform.groups.erase(id), 0), id)
+FALLIBLE(int VELQZEMOuItemGetID(int64_t* pId, const _tag_velq_zem_ou_* pOu), -1, (*pId = pOu->id, 0))
+FALLIBLE(int VELQZEMHttpReqToJsonForLinkedGpo(const Json::Value& jValue, Json::Value& jRecord), -1,
          (jRecord["linked_gpo"] = jValue, 0))
-FALLIBLE(int VELQZEMGpoGet(int64_t id, _tag_velq_zem_gpo_* pGpo),
+FALLIBLE(int VELQZEMGpoGet(int64_t id, _tag_velq_zem_gpo_* pGpo), -1,
          (pGpo->id = id, orMissing(platform.policies.contains(id))), id)
-FALLIBLE(int VELQZEMGpoItemGetName(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo),
+FALLIBLE(int VELQZEMGpoItemGetName(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo), -1,
          copyText(platform.policies[pGpo->id].first, szBuf, cbBuf))
-FALLIBLE(int VELQZEMGpoItemGetDescription(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo),
+FALLIBLE(int VELQZEMGpoItemGetDescription(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo), -1,
          copyText(platform.policies[pGpo->id].second, szBuf, cbBuf))
-FALLIBLE(int VELQZEMGpoGetWithVersionConvert(Json::Value& jSetting, Json::Value& jUIVersion),
+FALLIBLE(int VELQZEMGpoGetWithVersionConvert(Json::Value& jSetting, Json::Value& jUIVersion), -1,
          (jSetting = jUIVersion, 0))
-FALLIBLE(int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id), 0, uid, nodeType, id)
-FALLIBLE(int VELQZEMDelegateListByTarget(int64_t id, int nodeType, _tag_velq_zem_delegate_** ppHead, int* pCount),
+FALLIBLE(int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id), -1, 0, uid, nodeType, id)
+FALLIBLE(int VELQZEMDelegateListByTarget(int64_t id, int nodeType, _tag_velq_zem_delegate_** ppHead, int* pCount), -1,
          listDelegates(id, nodeType, ppHead, pCount), nodeType, id)
-FALLIBLE(int VELQDelegateUpdateExtraInfoList(_tag_velq_zem_delegate_* pHead, BOOL flag), 0, listedKind,
+FALLIBLE(int VELQDelegateUpdateExtraInfoList(_tag_velq_zem_delegate_* pHead, BOOL flag), -1, 0, listedKind,
          pHead == nullptr ? "null" : "list", flag == TRUE ? "TRUE" : "FALSE")
-FALLIBLE(int VELQZEMDelegateItemGetUserType(int64_t* pUserType, const _tag_velq_zem_delegate_* pItem),
+FALLIBLE(int VELQZEMDelegateItemGetUserType(int64_t* pUserType, const _tag_velq_zem_delegate_* pItem), -1,
          (*pUserType = pItem->userType, 0))
-FALLIBLE(int VELQZEMDelegateItemGetUGID(uint64_t* pUgid, const _tag_velq_zem_delegate_* pItem),
+FALLIBLE(int VELQZEMDelegateItemGetUGID(uint64_t* pUgid, const _tag_velq_zem_delegate_* pItem), -1,
          (*pUgid = pItem->ugid, 0))
 NOTED(_tag_velq_zem_delegate_* VELQZEMDelegateNext(const _tag_velq_zem_delegate_* pItem), pItem->pNext)
-FALLIBLE(int VELQZEMDelegateOverrideListByTarget(int64_t id, int nodeType, Json::Value&), 0, nodeType, id)
-FALLIBLE(int VELQZEMDelegateSetListByTarget(int64_t id, int nodeType, Json::Value&), 0, nodeType, id)
+FALLIBLE(int VELQZEMDelegateOverrideListByTarget(int64_t id, int nodeType, Json::Value&), -1, 0, nodeType, id)
+FALLIBLE(int VELQZEMDelegateSetListByTarget(int64_t id, int nodeType, Json::Value&), -1, 0, nodeType, id)
 
 int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id)
 {
@@ -458,26 +416,11 @@ int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id)
     return 0;
 }
 
-int VELQZEMListTreeByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppOu, _tag_velq_zem_kx_** ppKx,
-                             _tag_velq_zem_gpo_** ppGpo)
-{
-    platform.hash = pHash->values;
-    if (fails(__func__)) {
-        return -1;
-    }
-    makeList(platform.listedGroups, *ppOu);
-    makeList(platform.listedServers, *ppKx);
-    makeList(platform.listedPolicies, *ppGpo);
-    return 0;
-}
-
-int VELQZEMListOneLevelByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppHead, int* pTotal, int* pCount)
-{
-    platform.hash = pHash->values;
-    EXPECT_TRUE(pTotal == nullptr && pCount == nullptr);
-    if (fails(__func__)) {
-        return -1;
-    }
-    makeList(platform.listedGroups, *ppHead);
-    return 0;
-}
+FALLIBLE(int VELQZEMListTreeByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppOu, _tag_velq_zem_kx_** ppKx,
+                                      _tag_velq_zem_gpo_** ppGpo),
+         -1,
+         (platform.hash = pHash->values, makeList(platform.listedGroups, *ppOu),
+          makeList(platform.listedServers, *ppKx), makeList(platform.listedPolicies, *ppGpo), 0))
+FALLIBLE(int VELQZEMListOneLevelByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppHead, int* pTotal, int* pCount), -1,
+         (platform.hash = pHash->values, makeList(platform.listedGroups, *ppHead), 0),
+         pTotal == nullptr && pCount == nullptr ? "" : "counted")

@@ -13,8 +13,7 @@
 #include <thread>
 
 #include "include/webapi_zem_lib.h"
-#include "standin/store/store.h"
-#include "tests/support.h"
+#include "tests/temp_store.h"
 
 using namespace test;
 
@@ -88,25 +87,18 @@ Json::Value treeOf(int uid)
 }
 
 struct ThreadsTest : testing::Test {
-    void TearDown() override
-    {
-        VELQZEMStoreClose();
-    }
     void load(const Json::Value& jFleet)
     {
-        VELQZEMStoreClose();
-        std::filesystem::remove(path);
-        VELQZEMStoreOpen("sqlite:" + path);
-        standin::loadFleet(jFleet, {});
+        pStore = nullptr;
+        pStore = std::make_unique<TempStore>(jFleet);
     }
     Rows query(const std::string& text) const
     {
-        soci::session sql(soci::sqlite3, path);
+        soci::session sql(soci::sqlite3, pStore->path);
         const soci::rowset<std::string> rows = sql.prepare << text;
         return Rows(rows.begin(), rows.end());
     }
-    const TempFolder folder;
-    const std::string path = folder.path + "/store.db";
+    std::unique_ptr<TempStore> pStore;
 };
 
 // Makes a random call as the administrator; made: the groups that the thread created. Returns what was done.
@@ -181,7 +173,7 @@ TEST_F(ThreadsTest, linksThatTwoProcessesAddAreAllKept)
     auto* pResults = static_cast<int*>(
         mmap(nullptr, 2 * kAdds * sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     const auto addHalf = [&](int (*update)(Json::Value&, int), int first) noexcept {
-        VELQZEMStoreOpen("sqlite:" + path);
+        VELQZEMStoreOpen("sqlite:" + pStore->path);
         for (int i = first; i < first + kAdds; ++i) {
             Json::Value jLink = json("{'node_id':1,'gpo_id':%}", kPolicies + 1 + i);
             pResults[i] = update(jLink, 1);
@@ -255,7 +247,7 @@ TEST_F(ThreadsTest, accountsSeeAndChangeOnlyWhatIsTheirs)
         load(jFleet);
         for (int uid = kAdmin + 1; uid <= kAdmin + kUsers; ++uid) {
             expectRights(uid, visibleTo(uid, jFleet));
-            soci::session(soci::sqlite3, path) << "DELETE FROM account WHERE uid = " << uid;
+            soci::session(soci::sqlite3, pStore->path) << "DELETE FROM account WHERE uid = " << uid;
             expectRights(uid, Rows());
         }
     }

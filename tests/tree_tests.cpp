@@ -336,17 +336,16 @@ TEST(TreeFetch, answersTheWholeTreeInOnePass)
     EXPECT_EQ(platform.hash, (std::map<std::string, std::string>{{"ugid", "4000000000"}, {"user_type", "8"}}));
     EXPECT_TRUE(platform.logs.empty());
     const std::string policy = ";GpoItemGetName;GpoItemGetDescription;GpoFree;";
-    EXPECT_EQ(
-        platform.calls,
-        split("GetLoginUID;SetError 117;HashAlloc 512;HashSetValue ugid;HashSetValue user_type;"
-              "ListTreeByUidHash;OuStructToJson all;OuStructToJson all;KxStructToJson all;"
-              "KxStructToJson all;GpoStructToJson all;GpoStructToJson all;GetUIVersion 0;GpoGetWithVersionConvert;"
-              "DelegateListByTarget 2 1;DelegateUpdateExtraInfoList 2 null TRUE;GpoAlloc;GpoGet 1" +
-              policy + "GpoAlloc;GpoGet 2" + policy +
-              "DelegateListByTarget 2 2;DelegateUpdateExtraInfoList 2 null TRUE;"
-              "DelegateListByTarget 3 1;DelegateUpdateExtraInfoList 3 list TRUE;DelegateItemGetUserType;"
-              "DelegateItemGetUGID;DelegateNext;DelegateListByTarget 3 2;"
-              "DelegateUpdateExtraInfoList 3 null TRUE;SetSuccess;OuListFree;KxListFree;GpoListFree;HashFree"));
+    EXPECT_EQ(platform.calls,
+              split("GetLoginUID;SetError 117;HashAlloc 512;HashSetValue ugid;HashSetValue user_type;"
+                    "ListTreeByUidHash;OuStructToJson;OuStructToJson;KxStructToJson;"
+                    "KxStructToJson;GpoStructToJson;GpoStructToJson;GetUIVersion 0;GpoGetWithVersionConvert;"
+                    "DelegateListByTarget 2 1;DelegateUpdateExtraInfoList 2 null TRUE;GpoAlloc;GpoGet 1" +
+                    policy + "GpoAlloc;GpoGet 2" + policy +
+                    "DelegateListByTarget 2 2;DelegateUpdateExtraInfoList 2 null TRUE;"
+                    "DelegateListByTarget 3 1;DelegateUpdateExtraInfoList 3 list TRUE;DelegateItemGetUserType;"
+                    "DelegateItemGetUGID;DelegateNext;DelegateListByTarget 3 2;"
+                    "DelegateUpdateExtraInfoList 3 null TRUE;SetSuccess;OuListFree;KxListFree;GpoListFree;HashFree"));
 
     reset();  // nothing visible: an empty tree, nothing to release but the hash
     EXPECT_EQ(call("Tree get", Json::Value()), "ok []");
