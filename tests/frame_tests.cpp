@@ -42,11 +42,7 @@ TEST(FailureLog, wordsEachFamilyByErrnoAndEchoesItWhenTheTerminalIsOn)
     const auto bad = [] { log_bad_parameter(szSourceOu, 7); };
     const auto denied = [] { log_access_denied("0 > f()", szSourceOu, 7); };
     const auto noHash = [] { log_malloc_hash(szSourceOu, 7); };
-    const struct {
-        std::function<void()> log;
-        int err;
-        std::string line, terminal;
-    } cases[] = {
+    const std::tuple<std::function<void()>, int, std::string, std::string> cases[] = {
         {failed, EACCES, "<S>(<M>)(<O>:7)(<M>)!!Failed [0 > f()], err=<M>\n\n",
          "<T>(<O>:7)(<M>)!!Failed [0 > f()], err=<M>\n\n"},
         {failed, 0, "<S>(<O>:7)(<M>)Failed [0 > f()], err=<M>\n\n", "<T>(<O>:7)(<M>)Failed [0 > f()], err=<M>\n\n"},
@@ -70,17 +66,17 @@ TEST(FailureLog, wordsEachFamilyByErrnoAndEchoesItWhenTheTerminalIsOn)
         {[] { log_notify_failed(UINT32_MAX, INT64_MIN, 7); }, 0,
          "<O>:7 fail to VELQZEMGpoNotifyFetch uid=4294967295 id=-9223372036854775808", ""},
     };
-    for (const auto& c : cases) {
+    for (const auto& [log, err, line, terminal] : cases) {
         for (const int echo : {0, 1}) {
             reset();
             giTerminalDebug = echo;
-            errno = c.err;
+            errno = err;
             testing::internal::CaptureStdout();
-            c.log();
-            EXPECT_EQ(errno, c.err) << c.line;
+            log();
+            EXPECT_EQ(errno, err) << line;
             fflush(stdout);
-            EXPECT_EQ(testing::internal::GetCapturedStdout(), echo ? fill(c.terminal, c.err) : "");
-            EXPECT_EQ(platform.rawLogs, fill(c.line, c.err));
+            EXPECT_EQ(testing::internal::GetCapturedStdout(), echo ? fill(terminal, err) : "");
+            EXPECT_EQ(platform.rawLogs, fill(line, err));
         }
     }
 }
@@ -124,10 +120,7 @@ TEST(MethodTable, hasFourRowsAndEndsWithZeros)
 TEST(JsonRead, convertsWhatTheLibraryConvertsAndRefusesWhatItWouldThrowAt)
 {
     const int64_t none = 4242;  // the value stays
-    const struct {
-        Json::Value value;
-        int64_t asInt64, asInt;
-    } cases[] = {
+    const std::tuple<Json::Value, int64_t, int64_t> cases[] = {
         {Json::Value(), 0, 0},
         {true, 1, 1},
         {-7, -7, -7},
@@ -148,24 +141,20 @@ TEST(JsonRead, convertsWhatTheLibraryConvertsAndRefusesWhatItWouldThrowAt)
         {Json::Value(Json::arrayValue), none, none},
         {Json::Value(Json::objectValue), none, none},
     };
-    for (const auto& c : cases) {
+    for (const auto& [jValue, asInt64, asInt] : cases) {
         int64_t wide = none;
         int narrow = none;
-        EXPECT_EQ(read_int64(c.value, &wide), c.asInt64 == none ? -1 : 0) << c.value;
-        EXPECT_EQ(wide, c.asInt64) << c.value;
-        EXPECT_EQ(read_int(c.value, &narrow), c.asInt == none ? -1 : 0) << c.value;
-        EXPECT_EQ(narrow, c.asInt) << c.value;
+        EXPECT_EQ(read_int64(jValue, &wide), asInt64 == none ? -1 : 0) << jValue;
+        EXPECT_EQ(wide, asInt64) << jValue;
+        EXPECT_EQ(read_int(jValue, &narrow), asInt == none ? -1 : 0) << jValue;
+        EXPECT_EQ(narrow, asInt) << jValue;
     }
 }
 
 TEST(JsonRead, parsesTextsOfAnyShapeWithoutThrowing)
 {
     const auto nested = [](size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
-    const struct {
-        const char* szFault;
-        std::string text;
-        bool isValid;
-    } cases[] = {
+    const std::tuple<const char*, std::string, bool> cases[] = {
         {"brackets in a text are counted", "{\"a\":[1,\"]\\\"[\"]}", true},
         {"a bare number is refused", " 7 ", true},
         {"the reader's errno comes through", "1e-400", true},
@@ -180,12 +169,12 @@ TEST(JsonRead, parsesTextsOfAnyShapeWithoutThrowing)
         {"an escape at the end is read over", "\"\\", false},
         {"a bracket in a text makes up for one outside", "\"]\"" + nested(5000), false},
     };
-    for (const auto& c : cases) {
+    for (const auto& [szFault, text, isValid] : cases) {
         Json::Value jValue = "before";
         errno = EACCES;
-        EXPECT_EQ(fromString(jValue, c.text), c.isValid ? 0 : -1) << c.szFault;
-        EXPECT_EQ(jValue.isNull(), !c.isValid) << c.szFault;
-        EXPECT_EQ(errno, EACCES) << c.szFault;
+        EXPECT_EQ(fromString(jValue, text), isValid ? 0 : -1) << szFault;
+        EXPECT_EQ(jValue.isNull(), !isValid) << szFault;
+        EXPECT_EQ(errno, EACCES) << szFault;
     }
 }
 

@@ -36,11 +36,8 @@ TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented)
     const auto create = [&](const std::string& parent, const std::string& id) {
         return "OuJsonToStruct;" + may + parent + ";OuCreate;OuItemGetID;DelegateOverrideListByTarget 2 " + id + ";";
     };
-    const struct {
-        const char *szFault, *szMethod, *szParams, *szResult;
-        std::string log;    // empty: none
-        std::string calls;  // after "SetError 117"
-    } cases[] = {
+    // What is special, the request, its answer, the log line, the calls after "SetError 117".
+    const std::tuple<const char*, const char*, const char*, const char*, std::string, std::string> cases[] = {
         {"no identifier", "delete", "{}", "error 101", "", "SetError 101"},
         {"none of several", "delete", "{'node_id':[]}", "ok null", "", "SetSuccess"},
         {"one", "delete", "{'node_id':3}", "ok null", "", delete3 + "SetSuccess"},
@@ -77,37 +74,32 @@ TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented)
         {"a text as id", "set", "{'multiple_data':[{'id':'3'}]}", "error 101", bad, "OuAlloc;SetError 101;OuFree"},
         {"too large", "set", "{'node_id':1e300}", "error 101", bad, "OuAlloc;SetError 101;OuFree"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.szMethod) + ": " + c.szFault);
+    for (const auto& [szFault, szMethod, szParams, szResult, log, calls] : cases) {
+        SCOPED_TRACE(std::string(szMethod) + ": " + szFault);
         groups();
-        EXPECT_EQ(call(std::string("KXGroup ") + c.szMethod, json(c.szParams)), c.szResult);
-        EXPECT_EQ(platform.logs, c.log.empty() ? Lines() : Lines{c.log});
-        EXPECT_EQ(platform.calls, split("GetLoginUID;SetError 117;" + c.calls));
+        EXPECT_EQ(call(std::string("KXGroup ") + szMethod, json(szParams)), szResult);
+        EXPECT_EQ(platform.logs, split(log));
+        EXPECT_EQ(platform.calls, split("GetLoginUID;SetError 117;" + calls));
     }
 }
 
 TEST(GroupHandlers, surviveARecordThatTheStoreSpoils)
 {
-    const struct {
-        const char *szMethod, *szSpoiled, *szResult;
-        std::string log;
-    } cases[] = {{"KXGroup create", "'spoiled'", "error 117", jsonToStruct},
-                 {"KXGroup set", "{'id':'spoiled','delegate':[]}", "error 101", "bad parameter"},
-                 {"KXGroup set", "{'delegate':[]}", "error 101", "bad parameter"}};
-    for (const auto& c : cases) {
+    const std::tuple<const char*, const char*, const char*, std::string> cases[] = {
+        {"KXGroup create", "'spoiled'", "error 117", jsonToStruct},
+        {"KXGroup set", "{'id':'spoiled','delegate':[]}", "error 101", "bad parameter"},
+        {"KXGroup set", "{'delegate':[]}", "error 101", "bad parameter"}};
+    for (const auto& [szMethod, szSpoiled, szResult, log] : cases) {
         groups();
-        platform.onJsonToStruct = [&](Json::Value& jRecord) { jRecord = json(c.szSpoiled); };
-        EXPECT_EQ(call(c.szMethod, json("{'multiple_data':[{'id':3,'delegate':[]}]}")), c.szResult) << c.szSpoiled;
-        EXPECT_EQ(platform.logs, Lines{c.log}) << c.szSpoiled;
+        platform.onJsonToStruct = [jSpoiled = json(szSpoiled)](Json::Value& jRecord) { jRecord = jSpoiled; };
+        EXPECT_EQ(call(szMethod, json("{'multiple_data':[{'id':3,'delegate':[]}]}")), szResult) << szSpoiled;
+        EXPECT_EQ(platform.logs, Lines{log}) << szSpoiled;
     }
 }
 
 TEST(GroupRequest, copiesTheParametersThatItKnows)
 {
-    const struct {
-        int isCreate;
-        const char *szParams, *szRecord;
-    } cases[] = {
+    const std::tuple<int, const char*, const char*> cases[] = {
         {0, "{}", "{'id':null,'name':null,'parent_id':null}"},
         {2, "{'desc':[1],'id':9,'other':1}", "{'id':null,'name':null,'parent_id':null,'desc':[1]}"},
         {1, "{'id':0,'name':'n','parent_id':3}", "{'id':null,'name':'n','parent_id':3}"},
@@ -118,9 +110,9 @@ TEST(GroupRequest, copiesTheParametersThatItKnows)
          "'delegate':null,'desc':''}"},
     };
     reset();
-    for (const auto& c : cases) {
-        VELQ::APIRequest request(1000, "bob", json(c.szParams));
-        EXPECT_EQ(VELQZEMOuHttpReqToJson(&request, c.isCreate), json(c.szRecord));
+    for (const auto& [isCreate, szParams, szRecord] : cases) {
+        VELQ::APIRequest request(1000, "bob", json(szParams));
+        EXPECT_EQ(VELQZEMOuHttpReqToJson(&request, isCreate), json(szRecord));
     }
     EXPECT_TRUE(VELQZEMOuHttpReqToJson(nullptr, 0).isNull());
     EXPECT_EQ(platform.logs, Lines{"Invaild Argument (__null != req)=[0]\n"});
@@ -134,11 +126,7 @@ TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage)
     const std::string keys =
         "HashSetValue offset;HashSetValue limit;HashSetValue sort_by;HashSetValue sort_direction;"
         "HashSetValue ugid;HashSetValue user_type;";
-    const struct {
-        const char *szParams, *szGroups, *szResult;
-        std::map<std::string, std::string> hash;
-        std::string calls;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*, std::map<std::string, std::string>, std::string> cases[] = {
         {"{'offset':'5','limit':2,'sort_by':null,'sort_direction':true,'ugid':7.5,'user_type':8,'other':[]}",
          "[{'id':2},{'id':1}]",
          "ok {'count':2,'objects':[{'id':2},{'id':1}],'offset':'5','total':0}",
@@ -153,12 +141,12 @@ TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage)
         {"{'ugid':{}}", "[]", "error 500", {}, "SetError 117;SetError 500"},
         {"{'ugid':'1\\u0000'}", "[]", "error 500", {}, "SetError 117;SetError 500"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [szParams, szGroups, szResult, hash, calls] : cases) {
         reset();
-        platform.listedGroups = json(c.szGroups);
-        EXPECT_EQ(call(list_one_level_v1, json(c.szParams)), c.szResult);
-        EXPECT_EQ(platform.hash, c.hash) << c.szParams;
-        EXPECT_EQ(platform.calls, split("HashAlloc 512;" + c.calls + ";HashFree")) << c.szParams;
+        platform.listedGroups = json(szGroups);
+        EXPECT_EQ(call(list_one_level_v1, json(szParams)), szResult);
+        EXPECT_EQ(platform.hash, hash) << szParams;
+        EXPECT_EQ(platform.calls, split("HashAlloc 512;" + calls + ";HashFree")) << szParams;
     }
 }
 
@@ -176,11 +164,7 @@ TEST(GroupHandlers, surviveEveryFailureOfThePlatform)
     };
     Outcomes creatingSeveral = creating;
     creatingSeveral["OuItemGetID"].result = "ok {'ids':[0]}";
-    const struct {
-        Handler handler;
-        const char* szParams;
-        Outcomes outcomes;
-    } scenarios[] = {
+    const std::tuple<Handler, const char*, Outcomes> scenarios[] = {
         {handlerOf("KXGroup delete"),
          "{'node_id':[3,4]}",
          {{"OuCanManagedByUid", {"error 414", refused}},
@@ -207,7 +191,7 @@ TEST(GroupHandlers, surviveEveryFailureOfThePlatform)
     for (const auto& [handler, szParams, outcomes] : scenarios) {
         SCOPED_TRACE(szParams);
         sweep(
-            groups, [&] { return call(handler, json(szParams)); }, outcomes);
+            groups, [run = handler, jParams = json(szParams)] { return call(run, jParams); }, outcomes);
     }
 }
 

@@ -1,4 +1,5 @@
 // The policy links that other modules maintain through the module.
+#include <array>
 #include <cerrno>
 
 #include <gtest/gtest.h>
@@ -15,9 +16,7 @@ const Lines badParameter = {"lib: bad parameter"};
 
 TEST(LinkedTarget, copiesAndStampsTheTargets)
 {
-    const struct {
-        const char *szFault, *szParams, *szRecord, *szAfter;
-    } cases[] = {
+    const std::array<const char*, 4> cases[] = {
         {"what is not sent is made up", "{}", "{'id':9}", "{'id':9}"},
         {"an old stamp stays", "{'target_add':[{'node_id':3},{'node_id':4,'gpo_id':1}]}", "{'id':9,'target_remove':7}",
          "{'id':9,'target_remove':7,'target_add':[{'node_id':3,'gpo_id':9},{'node_id':4,'gpo_id':9}]}"},
@@ -31,12 +30,12 @@ TEST(LinkedTarget, copiesAndStampsTheTargets)
          "{'target_add':null,'target_remove':[]}"},
     };
     reset();
-    for (const auto& c : cases) {
-        VELQ::APIRequest request(1000, "bob", json(c.szParams));
-        Json::Value jOut = json(c.szRecord);
+    for (const auto& [szFault, szParams, szRecord, szAfter] : cases) {
+        VELQ::APIRequest request(1000, "bob", json(szParams));
+        Json::Value jOut = json(szRecord);
         VELQZEMHttpReqToJsonForLinkedTarget(&request, jOut);
-        EXPECT_EQ(jOut, json(c.szAfter)) << c.szFault;
-        EXPECT_TRUE(platform.logs.empty()) << c.szFault;
+        EXPECT_EQ(jOut, json(szAfter)) << szFault;
+        EXPECT_TRUE(platform.logs.empty()) << szFault;
     }
     VELQ::APIRequest request(1000, "bob", json("{'target_add':[]}"));
     Json::Value jText = "text";
@@ -49,11 +48,8 @@ TEST(LinkedTarget, copiesAndStampsTheTargets)
 
 TEST(LinkUpdate, rewritesTheOrderedLinksOfBothKindsOfNode)
 {
-    const struct {
-        const char* szFault;
-        int isAdd;
-        const char *szGpoId, *szBefore, *szAfter;  // "linked_gpo"; "": none; after nullptr: refused
-    } cases[] = {
+    // isAdd, the policy, "linked_gpo" before and after; "": none; nullptr: refused.
+    const std::tuple<const char*, int, const char*, const char*, const char*> cases[] = {
         {"no place for the first", 1, "7", "", "{'order':[{'id':7}]}"},
         {"only 1 adds", 2, "7", "null", "{'order':[{'id':7}]}"},
         {"other members are lost", 1, "7", "{'x':1,'order':null}", "{'x':1,'order':[{'id':7}]}"},
@@ -77,17 +73,17 @@ TEST(LinkUpdate, rewritesTheOrderedLinksOfBothKindsOfNode)
     const auto node = [](const std::string& links) {
         return json(links.empty() ? "{'name':'n'}" : "{'name':'n','linked_gpo':" + links + "}");
     };
-    for (const auto& c : cases) {
+    for (const auto& [szFault, isAdd, szGpoId, szBefore, szAfter] : cases) {
         for (const std::string kind : {"Ou", "Kx"}) {
-            SCOPED_TRACE(kind + ": " + c.szFault);
+            SCOPED_TRACE(kind + ": " + szFault);
             reset();
             Json::Value& jNode = (kind == "Kx" ? platform.servers : platform.groups)[5];
-            jNode = node(c.szBefore);
-            Json::Value jRequest = json("{'node_id':5,'gpo_id':%}", c.szGpoId);
-            const int result = (kind == "Kx" ? VELQZEMKxUpdateLinkGpo : VELQZEMOuUpdateLinkGpo)(jRequest, c.isAdd);
-            const bool isDone = c.szAfter != nullptr;
+            jNode = node(szBefore);
+            Json::Value jRequest = json("{'node_id':5,'gpo_id':%}", szGpoId);
+            const int result = (kind == "Kx" ? VELQZEMKxUpdateLinkGpo : VELQZEMOuUpdateLinkGpo)(jRequest, isAdd);
+            const bool isDone = szAfter != nullptr;
             EXPECT_EQ(result, isDone ? 0 : -1);
-            EXPECT_EQ(jNode, node(isDone ? c.szAfter : c.szBefore));
+            EXPECT_EQ(jNode, node(isDone ? szAfter : szBefore));
             EXPECT_EQ(platform.logs, isDone ? Lines() : badParameter);
             Lines calls = {kind + "Alloc", kind + "Get 5", kind + "StructToJson linked_gpo", kind + "Free"};
             if (isDone) {

@@ -223,13 +223,7 @@ TEST_P(StoreTest, refusalsChangeNothing)
     ASSERT_EQ(set(2, "{'desc':'newer'}"), 0);
     _tag_velq_zem_ou_ bytes = group(4);
     const Json::Value jBefore = dump();
-    const struct {
-        const char* szFault;
-        int code;
-        Change* change;
-        int64_t id;
-        const char* szRecord = "";
-    } cases[] = {
+    const std::tuple<const char*, int, Change*, int64_t, const char*> cases[] = {
         {"the root moves", EINVAL, set, 0, "{'parent_id':1}"},
         {"below itself", EINVAL, set, 1, "{'parent_id':1}"},
         {"below its sub-group", EINVAL, set, 1, "{'parent_id':3}"},
@@ -250,8 +244,8 @@ TEST_P(StoreTest, refusalsChangeNothing)
         {"no such parent", ENOENT, create, 9, "{'name':'n'}"},
         {"a sibling's name", EEXIST, create, 1, "{'name':'b'}"},
         {"no name", EINVAL, create, 1, "{}"},
-        {"the root is deleted", EINVAL, deleteAll, 0},
-        {"no such group", ENOENT, deleteAll, 9},
+        {"the root is deleted", EINVAL, deleteAll, 0, ""},
+        {"no such group", ENOENT, deleteAll, 9, ""},
         {"no such parent", ENOENT, setServer, 1, "{'parent_id':9}"},
         {"an unknown policy", EINVAL, setServer, 1, "{'linked_gpo':{'order':[{'id':9}]}}"},
         {"no delegates", EINVAL, setDelegates<2>, 2, "5"},
@@ -261,10 +255,10 @@ TEST_P(StoreTest, refusalsChangeNothing)
         {"named twice", EINVAL, setDelegates<2>, 2, "[{'ugid':2,'user_type':2},{'ugid':2,'user_type':2}]"},
         {"no such group", ENOENT, setDelegates<2>, 9, "[]"},
         {"a policy's delegates", EINVAL, setDelegates<4>, 1, "[]"},
-        {"no such group", ENOENT, notify, 9},
+        {"no such group", ENOENT, notify, 9, ""},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.change(c.id, c.szRecord), c.code) << c.szFault << ": " << c.szRecord;
+    for (const auto& [szFault, code, change, id, szRecord] : cases) {
+        EXPECT_EQ(change(id, szRecord), code) << szFault << ": " << szRecord;
     }
     EXPECT_EQ(orErrno(VELQZEMOuSet(&stale)), EAGAIN);
     for (const char* szNotUtf8 :

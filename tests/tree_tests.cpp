@@ -1,5 +1,6 @@
 // The tree: nesting, display members, decoration, and the handler as a whole.
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <numeric>
 #include <random>
@@ -51,11 +52,8 @@ std::string nest(Json::Value jOu, Json::Value jKx)
 
 TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames)
 {
-    const struct {
-        const char* szFault;
-        const char *szGroups, *szServers;  // each [id, parent] or a whole node
-        const char* szTree;
-    } cases[] = {
+    // Groups and servers, each [id, parent] or a whole node, and the tree.
+    const std::array<const char*, 4> cases[] = {
         {"something out of nothing", "[]", "[]", ""},
         {"parents first", "[[1,0],[2,1],[3,2]]", "[]", "2.1[2.2[2.3]]"},
         {"children first", "[[3,2],[2,1],[1,0]]", "[]", "2.1[2.2[2.3]]"},
@@ -94,11 +92,11 @@ TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames)
         }
         return jNodes;
     };
-    for (const auto& c : cases) {
+    for (const auto& [szFault, szGroups, szServers, szTree] : cases) {
         for (const int err : {0, EACCES}) {
             reset();
             errno = err;
-            EXPECT_EQ(nest(wholeNodes(2, c.szGroups), wholeNodes(3, c.szServers)), c.szTree) << c.szFault << err;
+            EXPECT_EQ(nest(wholeNodes(2, szGroups), wholeNodes(3, szServers)), szTree) << szFault << err;
         }
     }
 }
@@ -264,10 +262,8 @@ TEST(Decoration, attachesTheDelegatesThatCanBeShown)
 
 TEST(Decoration, resolvesLinksAsFarAsTheStoreKnowsTheirPolicies)
 {
-    const struct {
-        const char *szFault, *szNode, *szAfter;
-        const char* szPolicies;  // identifiers that end up linked
-    } cases[] = {
+    // A node before and after, the identifiers of the policies that end up linked.
+    const std::array<const char*, 4> cases[] = {
         {"no links", "{}", "{'linked_gpo':null}", "[]"},
         {"links that are no object", "{'linked_gpo':[1]}", "{'linked_gpo':[1]}", "[]"},
         {"no order", "{'linked_gpo':{'x':1}}", "{'linked_gpo':{'x':1,'order':null}}", "[]"},
@@ -280,13 +276,13 @@ TEST(Decoration, resolvesLinksAsFarAsTheStoreKnowsTheirPolicies)
          "{'linked_gpo':{'order':[{'id':null},null,3,{'id':null},{'id':'1'}]}}", "[]"},
         {"policy 0", "{'linked_gpo':{'order':[{'id':0}]}}", "{'linked_gpo':{'order':[{'id':0,'gpo_id':0}]}}", "[null]"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [szFault, szNode, szAfter, szPolicies] : cases) {
         reset();
         platform.policies[1] = {"one", "first"};
         Json::Value jGpo = json("[{'id':1},4,{'id':2},{'id':1},{'id':'1'},{'id':7},{}]");
-        Json::Value jNode = json(c.szNode), jNull, jNoArray = 7;
-        EXPECT_EQ(get_gpo_info_by_node(jNode, jGpo), 0) << c.szFault;
-        EXPECT_EQ(jNode, json(c.szAfter)) << c.szFault;
+        Json::Value jNode = json(szNode), jNull, jNoArray = 7;
+        EXPECT_EQ(get_gpo_info_by_node(jNode, jGpo), 0) << szFault;
+        EXPECT_EQ(jNode, json(szAfter)) << szFault;
         Json::Value jLinked(Json::arrayValue);
         for (const Json::Value& jPolicy : jGpo) {
             if (jPolicy.isObject() && jPolicy.isMember("linked")) {
@@ -294,9 +290,9 @@ TEST(Decoration, resolvesLinksAsFarAsTheStoreKnowsTheirPolicies)
                 jLinked.append(jPolicy["id"]);
             }
         }
-        EXPECT_EQ(jLinked, json(c.szPolicies)) << c.szFault;
-        jNode = json(c.szNode);
-        EXPECT_EQ(get_gpo_info_by_node(jNode, jNoArray), 0) << c.szFault;
+        EXPECT_EQ(jLinked, json(szPolicies)) << szFault;
+        jNode = json(szNode);
+        EXPECT_EQ(get_gpo_info_by_node(jNode, jNoArray), 0) << szFault;
         EXPECT_EQ(get_gpo_info_by_node(jNull, jGpo), -1);
     }
     reset();
@@ -401,11 +397,8 @@ TEST(TreeFetch, survivesEveryFailureOfThePlatform)
 
 TEST(TreeFetch, keepsWhatAnOddStoreAnswers)
 {
-    const struct {
-        const char* szFault;
-        const char *szGroups, *szPolicies;
-        std::string result, logs;  // without errno
-    } cases[] = {
+    // Groups, policies, the answer, the log lines without errno.
+    const std::array<const char*, 5> cases[] = {
         {"a group that is no object", "[7]", "[]", "error 117",
          "bad parameter;Failed [0 > get_delegate_by_node(jArray[i])];Failed [0 >add_info_to_node(jDataOu, jDataGpo)]"},
         {"markers that come with a record",
@@ -417,15 +410,15 @@ TEST(TreeFetch, keepsWhatAnOddStoreAnswers)
          "denied: Failed [!jDataGpo[i].isMember(\"setting\")];bad parameter;"
          "denied: Failed [0 > postHandleNode(jData[i])]"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [szFault, szGroups, szPolicies, szAnswer, szLogs] : cases) {
         reset();
-        platform.listedGroups = json(c.szGroups);
-        platform.listedPolicies = json(c.szPolicies);
+        platform.listedGroups = json(szGroups);
+        platform.listedPolicies = json(szPolicies);
         errno = EACCES;
-        EXPECT_EQ(call("Tree get", Json::Value()), c.result) << c.szFault;
-        Lines logs = split(c.logs);
+        EXPECT_EQ(call("Tree get", Json::Value()), szAnswer) << szFault;
+        Lines logs = split(szLogs);
         std::transform(logs.begin(), logs.end(), logs.begin(), [](auto& line) { return withErrno(line, EACCES); });
-        EXPECT_EQ(platform.logs, logs) << c.szFault;
+        EXPECT_EQ(platform.logs, logs) << szFault;
     }
     Json::Value jArray(Json::arrayValue);
     Json::Value jBad;
