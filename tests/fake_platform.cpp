@@ -23,9 +23,7 @@ struct _tag_velq_zem_gpo_ {
     int64_t id = -1;
 };
 
-struct VLIBCSzHash {
-    std::map<std::string, std::string> values;
-};
+struct VLIBCSzHash {};
 
 int giTerminalDebug = 0;
 fake::Platform fake::platform;
@@ -117,11 +115,10 @@ void makeList(const Json::Value& jNodes, Record*& pHead)
     }
 }
 
-int setValue(VLIBCSzHash*& pHash, const char* szKey, const char* szValue)
+// The handle changes with every value.
+int renew(VLIBCSzHash*& pHash)
 {
-    VLIBCSzHash* pReplaced = hold(new VLIBCSzHash(*pHash));  // the handle changes with every value
-    pReplaced->values[szKey] = szValue;
-    release(std::exchange(pHash, pReplaced));
+    release(std::exchange(pHash, hold(new VLIBCSzHash)));
     return 0;
 }
 
@@ -324,8 +321,8 @@ NOTED(int VLIBCErrGet(void), lastError.code)
 NOTED(const char* VLIBCErrorGetFile(void), lastError.szFile)
 NOTED(int VLIBCErrorGetLine(void), lastError.line)
 FALLIBLE(VLIBCSzHash* VLIBCSzHashAlloc(int size), nullptr, hold(new VLIBCSzHash), size)
-FALLIBLE(int VLIBCSzHashSetValue(VLIBCSzHash** ppHash, const char* szKey, const char* szValue), -1,
-         setValue(*ppHash, szKey, szValue), szKey)
+FALLIBLE(int VLIBCSzHashSetValue(VLIBCSzHash** ppHash, const char* szKey, const char* szValue), -1, renew(*ppHash),
+         szKey, szValue)
 NOTED(void VLIBCSzHashFree(VLIBCSzHash* pHash), release(pHash), pHash == nullptr ? "null" : "")
 FALLIBLE(Json::Value GetUIVersion(int flag), Json::Value(), platform.uiVersion, flag)
 
@@ -419,8 +416,9 @@ int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id)
 FALLIBLE(int VELQZEMListTreeByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppOu, _tag_velq_zem_kx_** ppKx,
                                       _tag_velq_zem_gpo_** ppGpo),
          -1,
-         (platform.hash = pHash->values, makeList(platform.listedGroups, *ppOu),
-          makeList(platform.listedServers, *ppKx), makeList(platform.listedPolicies, *ppGpo), 0))
+         (makeList(platform.listedGroups, *ppOu), makeList(platform.listedServers, *ppKx),
+          makeList(platform.listedPolicies, *ppGpo), 0),
+         platform.held.contains(pHash) ? "" : "hash")
 FALLIBLE(int VELQZEMListOneLevelByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppHead, int* pTotal, int* pCount), -1,
-         (platform.hash = pHash->values, makeList(platform.listedGroups, *ppHead), 0),
-         pTotal == nullptr && pCount == nullptr ? "" : "counted")
+         (makeList(platform.listedGroups, *ppHead), 0), platform.held.contains(pHash) ? "" : "hash",
+         pTotal == nullptr && pCount == nullptr ? "" : "counts")

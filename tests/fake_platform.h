@@ -37,10 +37,9 @@ struct Platform {
 
     // What happened. A call is noted as "Name argument ...", without the platform's prefixes.
     Lines calls;
-    Lines fallible;                           // those that can fail
-    Lines logs;                               // syslog lines, in their short form
-    std::string rawLogs;                      // syslog lines as they are
-    std::map<std::string, std::string> hash;  // what the query hash held when it was used
+    Lines fallible;       // those that can fail
+    Lines logs;           // syslog lines, in their short form
+    std::string rawLogs;  // syslog lines as they are
 
     // Which fallible calls fail, counted from 1, and the errno that they leave.
     size_t failFirst = 0, failLast = 0;

@@ -1,4 +1,6 @@
 // Group create, set, delete, the request conversion, and the one-level listing.
+#include <array>
+
 #include <gtest/gtest.h>
 
 #include "platform/velq_core.h"
@@ -123,30 +125,21 @@ TEST(GroupRequest, copiesTheParametersThatItKnows)
 
 TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage)
 {
-    const std::string keys =
-        "HashSetValue offset;HashSetValue limit;HashSetValue sort_by;HashSetValue sort_direction;"
-        "HashSetValue ugid;HashSetValue user_type;";
-    const std::tuple<const char*, const char*, const char*, std::map<std::string, std::string>, std::string> cases[] = {
+    const std::array<std::string, 4> cases[] = {
         {"{'offset':'5','limit':2,'sort_by':null,'sort_direction':true,'ugid':7.5,'user_type':8,'other':[]}",
-         "[{'id':2},{'id':1}]",
-         "ok {'count':2,'objects':[{'id':2},{'id':1}],'offset':'5','total':0}",
-         {{"offset", "5"},
-          {"limit", "2"},
-          {"sort_by", ""},
-          {"sort_direction", "true"},
-          {"ugid", "7.5"},
-          {"user_type", "8"}},
-         keys + "ListOneLevelByUidHash;OuStructToJson;OuStructToJson;SetSuccess;OuListFree"},
-        {"{}", "[]", "ok {'count':0,'objects':[],'offset':null,'total':0}", {}, "ListOneLevelByUidHash;SetSuccess"},
-        {"{'ugid':{}}", "[]", "error 500", {}, "SetError 117;SetError 500"},
-        {"{'ugid':'1\\u0000'}", "[]", "error 500", {}, "SetError 117;SetError 500"},
+         "[{'id':2},{'id':1}]", "ok {'count':2,'objects':[{'id':2},{'id':1}],'offset':'5','total':0}",
+         "HashSetValue offset 5;HashSetValue limit 2;HashSetValue sort_by;HashSetValue sort_direction "
+         "true;HashSetValue "
+         "ugid 7.5;HashSetValue user_type 8;ListOneLevelByUidHash;OuStructToJson;OuStructToJson;SetSuccess;OuListFree"},
+        {"{}", "[]", "ok {'count':0,'objects':[],'offset':null,'total':0}", "ListOneLevelByUidHash;SetSuccess"},
+        {"{'ugid':{}}", "[]", "error 500", "SetError 117;SetError 500"},
+        {"{'ugid':'1\\u0000'}", "[]", "error 500", "SetError 117;SetError 500"},
     };
-    for (const auto& [szParams, szGroups, szResult, hash, calls] : cases) {
+    for (const auto& [params, groups, result, calls] : cases) {
         reset();
-        platform.listedGroups = json(szGroups);
-        EXPECT_EQ(call(list_one_level_v1, json(szParams)), szResult);
-        EXPECT_EQ(platform.hash, hash) << szParams;
-        EXPECT_EQ(platform.calls, split("HashAlloc 512;" + calls + ";HashFree")) << szParams;
+        platform.listedGroups = json(groups);
+        EXPECT_EQ(call(list_one_level_v1, json(params)), result);
+        EXPECT_EQ(platform.calls, split("HashAlloc 512;" + calls + ";HashFree")) << params;
     }
 }
 

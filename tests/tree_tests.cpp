@@ -329,11 +329,10 @@ TEST(TreeFetch, answersTheWholeTreeInOnePass)
     fleet();
     const std::string answer = call("Tree get", json("{'offset':1}"), 4000000000u);
     EXPECT_EQ(json(answer.substr(3)), json(szFleetTree)) << answer;
-    EXPECT_EQ(platform.hash, (std::map<std::string, std::string>{{"ugid", "4000000000"}, {"user_type", "8"}}));
     EXPECT_TRUE(platform.logs.empty());
     const std::string policy = ";GpoItemGetName;GpoItemGetDescription;GpoFree;";
     EXPECT_EQ(platform.calls,
-              split("GetLoginUID;SetError 117;HashAlloc 512;HashSetValue ugid;HashSetValue user_type;"
+              split("GetLoginUID;SetError 117;HashAlloc 512;HashSetValue ugid 4000000000;HashSetValue user_type 8;"
                     "ListTreeByUidHash;OuStructToJson;OuStructToJson;KxStructToJson;"
                     "KxStructToJson;GpoStructToJson;GpoStructToJson;GetUIVersion 0;GpoGetWithVersionConvert;"
                     "DelegateListByTarget 2 1;DelegateUpdateExtraInfoList 2 null TRUE;GpoAlloc;GpoGet 1" +
@@ -360,14 +359,13 @@ TEST(TreeFetch, survivesEveryFailureOfThePlatform)
     };
     const std::string list = "0 > VELQZEMDelegateListByTarget(id, (int)nodeType, &pDelegateHead, &count)";
     const std::string update = "0 > VELQDelegateUpdateExtraInfoList(pDelegateHead, TRUE)";
-    const std::string hash = "0 > VLIBCSzHashSetValue(&pHash, \"$\", ";
     const std::string noPolicy =
         ";Failed [0 > get_gpo_info_by_node(jArray[i], jGpoArray)];"
         "Failed [0 >add_info_to_node(jDataOu, jDataGpo)]";
     const Outcomes outcomes = {
         {"HashAlloc", {"error 117", "denied: Fail EACESS;malloc hash failed"}},
-        {"HashSetValue ugid", failed(hash + "szUid)")},
-        {"HashSetValue user_type", failed(hash + "szUserType)")},
+        {"HashSetValue ugid", failed("0 > VLIBCSzHashSetValue(&pHash, \"ugid\", szUid)")},
+        {"HashSetValue user_type", failed("0 > VLIBCSzHashSetValue(&pHash, \"user_type\", szUserType)")},
         {"ListTreeByUidHash",
          {"error 117", "denied: Failed [0 > VELQZEMListTreeByUidHash(pHash, &pHeadOu, &pHeadKx, &pHeadGpo)]"}},
         {"OuStructToJson", {"error 117", ""}},
