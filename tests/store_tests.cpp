@@ -24,25 +24,22 @@ constexpr const char* kFleet = R"({
               {"id":3,"parent_id":4,"name":"s3","linked_gpo":{"order":[{"id":3}]},
                "delegate":[{"ugid":3,"user_type":2}]}]})";
 
-struct Hash {
-    explicit Hash(const Json::Value& jQuery)
-    {
-        for (const std::string& key : jQuery.getMemberNames()) {
-            VLIBCSzHashSetValue(&pHash, key.c_str(), jQuery[key].asCString());
-        }
-    }
-    ~Hash()
-    {
-        VLIBCSzHashFree(pHash);
-    }
+using Hash = std::unique_ptr<VLIBCSzHash, decltype([](VLIBCSzHash* pHash) { VLIBCSzHashFree(pHash); })>;
+
+Hash hashOf(const Json::Value& jQuery)
+{
     VLIBCSzHash* pHash = VLIBCSzHashAlloc(8);
-};
+    for (const std::string& key : jQuery.getMemberNames()) {
+        VLIBCSzHashSetValue(&pHash, key.c_str(), jQuery[key].asCString());
+    }
+    return Hash(pHash);
+}
 
 struct Tree {
     explicit Tree(int uid)
     {
-        const Hash query(json("{'user_type':'8','ugid':'%'}", uid));
-        EXPECT_EQ(VELQZEMListTreeByUidHash(query.pHash, &pOu, &pKx, &pGpo), 0);
+        const Hash pHash = hashOf(json("{'user_type':'8','ugid':'%'}", uid));
+        EXPECT_EQ(VELQZEMListTreeByUidHash(pHash.get(), &pOu, &pKx, &pGpo), 0);
     }
     ~Tree()
     {
@@ -368,7 +365,7 @@ TEST_P(StoreTest, oneLevelIsFilteredThenSortedThenCut)
     for (const auto& [szQuery, names, expectedTotal] : pages) {
         _tag_velq_zem_ou_* pHead = nullptr;
         int total = -1, count = -1;
-        ASSERT_EQ(VELQZEMListOneLevelByUidHash(Hash(json(szQuery)).pHash, &pHead, &total, &count), 0) << szQuery;
+        ASSERT_EQ(VELQZEMListOneLevelByUidHash(hashOf(json(szQuery)).get(), &pHead, &total, &count), 0) << szQuery;
         std::string found;
         for (const _tag_velq_zem_ou_* p = pHead; p != nullptr; p = p->pNext, --count) {
             found += std::string(p->name.c_str()) + " ";
@@ -382,7 +379,7 @@ TEST_P(StoreTest, oneLevelIsFilteredThenSortedThenCut)
          {"{'offset':'-1'}", "{'limit':'0'}", "{'limit':'1x'}", "{'limit':''}", "{'sort_by':'desc'}",
           "{'sort_direction':'up'}", "{'ugid':'4294967296'}", "{'ugid':'+1'}", "{'user_type':'2'}"}) {
         _tag_velq_zem_ou_* pHead = nullptr;
-        EXPECT_EQ(orErrno(VELQZEMListOneLevelByUidHash(Hash(json(szQuery)).pHash, &pHead, nullptr, nullptr)), EINVAL);
+        EXPECT_EQ(orErrno(VELQZEMListOneLevelByUidHash(hashOf(json(szQuery)).get(), &pHead, nullptr, nullptr)), EINVAL);
     }
 }
 

@@ -52,7 +52,7 @@ std::string nest(Json::Value jOu, Json::Value jKx)
 
 TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames)
 {
-    // Groups and servers, each [id, parent] or a whole node, and the tree.
+    // Groups and servers, each [id, parent] with further members or a whole node, and the tree.
     const std::array<const char*, 4> cases[] = {
         {"something out of nothing", "[]", "[]", ""},
         {"parents first", "[[1,0],[2,1],[3,2]]", "[]", "2.1[2.2[2.3]]"},
@@ -62,32 +62,31 @@ TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames)
         {"a cycle opens elsewhere than at its last node", "[[1,3],[2,1],[3,2],[4,1]]", "[]", "2.3[2.1[2.2 2.4]]"},
         {"orphans are lost or out of order", "[[1,7]]", "[[1,7],[2,1],[3,8]]", "2.1[3.2] 3.1 3.3"},
         {"0 is no identifier", "[[0,9],[1,0]]", "[{'node_type':3,'id':4}]", "2.0[2.1 3.4]"},
-        {"a null kind is not a group's", "[[1,0],{'node_type':2,'id':2,'parent_id':1,'parent_type':null}]", "[]",
-         "2.1[2.2]"},
-        {"the parent's kind is ignored", "[[1,0],{'node_type':2,'id':2,'parent_id':1,'parent_type':3}]", "[]",
-         "2.1 2.2"},
-        {"a text is read as a kind", "[[1,0],{'node_type':2,'id':2,'parent_id':1,'parent_type':'x'}]", "[]", "2.1 2.2"},
-        {"a text is read as a parent", "[[1,0],{'node_type':2,'id':2,'parent_id':'1'}]", "[]", "2.1 2.2"},
-        {"a text is read as the own kind", "[{'node_type':'2','id':1,'parent_id':0},[2,1]]", "[]", "-.1 2.2"},
-        {"an array is read as identifier", "[{'node_type':2,'id':[],'parent_id':2},[2,0],[3,0]]", "[]", "2.2[2.-] 2.3"},
-        {"a real is a kind", "[{'node_type':2.0,'id':1,'parent_id':0},[2,1]]", "[]", "2.0.1 2.2"},
-        {"children that are a text", "[{'node_type':2,'id':1,'parent_id':0,'children':'x'},[2,1]]", "[]", "2.1 2.2"},
-        {"children that came along are no parents",
-         "[{'node_type':2,'id':1,'parent_id':0,'children':[{'node_type':2,'id':7}]},[2,7]]", "[]", "2.1[2.7[2.2]]"},
-        {"a node hangs below its own child",
-         "[{'node_type':2,'id':'x','parent_id':7,'children':[{'node_type':2,'id':7}]}]", "[]", "2.x[2.7]"},
+        {"a null kind is not a group's", "[[1,0],[2,1,{'parent_type':null}]]", "[]", "2.1[2.2]"},
+        {"the parent's kind is ignored", "[[1,0],[2,1,{'parent_type':3}]]", "[]", "2.1 2.2"},
+        {"a text is read as the parent's kind", "[[1,0],[2,1,{'parent_type':'x'}]]", "[]", "2.1 2.2"},
+        {"a text is read as a parent", "[[1,0],[2,'1']]", "[]", "2.1 2.2"},
+        {"a text is read as a kind", "[[1,0,{'node_type':'2'}],[2,1]]", "[]", "-.1 2.2"},
+        {"an array is read as an identifier", "[[[],2],[2,0],[3,0]]", "[]", "2.2[2.-] 2.3"},
+        {"a real is a kind", "[[1,0,{'node_type':2.0}],[2,1]]", "[]", "2.0.1 2.2"},
+        {"children that are a text", "[[1,0,{'children':'x'}],[2,1]]", "[]", "2.1 2.2"},
+        {"children that came along are no parents", "[[1,0,{'children':[{'node_type':2,'id':7}]}],[2,7]]", "[]",
+         "2.1[2.7[2.2]]"},
+        {"a node hangs below its own child", "[['x',7,{'children':[{'node_type':2,'id':7}]}]]", "[]", "2.x[2.7]"},
         {"what is no node is lost", "[null,7,[1,0],[2,1]]", "[null]", "? ? 2.1[2.2] ?"},
         {"of two alike the second is the parent", "[[1,0],[1,0],[2,1]]", "[]", "2.1[2.2] 2.1"},
-        {"a server is nobody's parent", "[[1,0]]", "[[1,1],{'node_type':4,'id':2,'parent_type':3,'parent_id':1}]",
-         "2.1[3.1[4.2]]"},
-        {"a later server is a parent", "[[1,0]]", "[{'node_type':4,'id':2,'parent_type':3,'parent_id':1},[1,1]]",
-         "2.1[3.1] 4.2"},
+        {"a server is no parent", "[[1,0]]", "[[1,1],[2,1,{'node_type':4,'parent_type':3}]]", "2.1[3.1[4.2]]"},
+        {"a later server is one", "[[1,0]]", "[[2,1,{'node_type':4,'parent_type':3}],[1,1]]", "2.1[3.1] 4.2"},
     };
     const auto wholeNodes = [](int kind, const char* szNodes) {
         Json::Value jNodes = json(szNodes);
         for (Json::Value& jNode : jNodes) {
             if (jNode.isArray()) {
-                jNode = json("{'node_type':%,'id':%,'parent_id':%}", kind, jNode[0], jNode[1]);
+                Json::Value jWhole = json("{'node_type':%,'id':%,'parent_id':%}", kind, jNode[0], jNode[1]);
+                for (const std::string& name : jNode[2].getMemberNames()) {
+                    jWhole[name] = jNode[2][name];
+                }
+                jNode = jWhole;
             }
         }
         return jNodes;
@@ -139,22 +138,6 @@ TEST(Assembly, logsKindMismatchesAndOddNodesAsTheSearchMeetsThem)
     EXPECT_EQ(platform.logs, Lines(2, badParameter));
 }
 
-// Without the null "children", which only the search node by node leaves.
-Json::Value bare(Json::Value jNodes)
-{
-    for (Json::Value& jNode : jNodes) {
-        if (!jNode.isObject()) {
-            continue;
-        }
-        if (jNode["children"].isNull()) {
-            jNode.removeMember("children");
-        } else {
-            jNode["children"] = bare(jNode["children"]);
-        }
-    }
-    return jNodes;
-}
-
 // A random array of nodes of one kind; oddness: how often, in a thousand, a member is not what it should be.
 Json::Value randomNodes(std::mt19937& random, int kind, unsigned oddness)
 {
@@ -167,7 +150,7 @@ Json::Value randomNodes(std::mt19937& random, int kind, unsigned oddness)
     for (int i = pick(10); i-- > 0;) {
         Json::Value jNode;
         jNode["node_type"] = kind;
-        jNode["id"] = ids[static_cast<size_t>(i)];
+        jNode["id"] = jNode["node_id"] = ids[static_cast<size_t>(i)];
         jNode["parent_id"] = pick(10);
         if (pick(4) == 0) {
             jNode["parent_type"] = 2 + pick(3);
@@ -198,11 +181,9 @@ TEST(Assembly, answersTheSameByLookupAndBySearch)
             Json::Value jCopies[] = {jLists[0], jLists[1], jLists[2]};
             jTrees[way] = Json::Value(Json::arrayValue);
             errno = way == 0 ? 0 : EACCES;  // with it every kind mismatch is logged, which takes the search
-            ConvertTreeJsonToParent(&jCopies[0], &jCopies[0], &jTrees[way]);
-            ConvertTreeJsonToParent(&jCopies[1], &jTrees[way], NULL);
-            ConvertTreeJsonToParent(&jCopies[2], &jTrees[way], NULL);
+            EXPECT_EQ(BuildTreeJson(jCopies[0], jCopies[1], jCopies[2], jTrees[way]), 0);
         }
-        ASSERT_EQ(bare(jTrees[0]), bare(jTrees[1])) << round << jLists[0] << jLists[1] << jLists[2];
+        ASSERT_EQ(jTrees[0], jTrees[1]) << round << jLists[0] << jLists[1] << jLists[2];
     }
     reset();
 }
