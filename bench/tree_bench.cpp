@@ -9,7 +9,6 @@
 #include "tests/fake_platform.h"
 #include "tree/node_decoration.h"
 #include "tree/tree_assembly.h"
-#include "tree/tree_fetch.h"
 
 namespace {
 
@@ -67,9 +66,7 @@ void decorate(Nodes& nodes)
 
 void assemble(Nodes& nodes, Json::Value& jData)
 {
-    ConvertTreeJsonToParent(&nodes.jOu, &nodes.jOu, &jData);
-    ConvertTreeJsonToParent(&nodes.jKx, &jData, NULL);
-    ConvertTreeJsonToParent(&nodes.jGpo, &jData, NULL);
+    BuildTreeJson(nodes.jOu, nodes.jKx, nodes.jGpo, jData);
 }
 
 // Measures one step of the tree's making against a copy of the answer, in turns.

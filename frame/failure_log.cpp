@@ -1,5 +1,4 @@
-// The formats are read by people and by log filters: they are fixed to the byte. "%m" is the text of errno, so errno is
-// put back before each line: syslog and printf may change it.
+// The formats are read by people and by log filters: they are fixed to the byte.
 #include "frame/failure_log.h"
 
 #include <cerrno>
@@ -10,125 +9,142 @@
 
 #include "platform/velq_core.h"
 
-void log_failed_call(const char* szExpr, const char* szFile, int line)
+namespace {
+
+// Writes one line with errno as it was at the failure, which "%m" puts into words: syslog and printf may change it.
+template <typename Write>
+void write_line(int err, Write write)
+{
+    errno = err;
+    write();
+    errno = err;
+}
+
+// The same for a line on the terminal, when it is wanted.
+template <typename Write>
+void write_echo(int err, Write write)
+{
+    if (giTerminalDebug) {
+        write_line(err, write);
+    }
+}
+
+}  // namespace
+
+int log_failed_call(const char* szExpr, const char* szFile, int line)
 {
     const int err = errno;
     const uid_t euid = geteuid();
     const pid_t pid = getpid();
 
-    syslog(LOG_ERR,
-           EACCES == err ? "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)!!Failed [%s], err=%m\n\n"
-           : 0 == err    ? "%s:%d (euid=%u)(pid=%d)(%s:%d)(%m)Failed [%s], err=%m\n\n"
-                         : "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)Failed [%s], err=%m\n\n",
-           szFile, line, euid, pid, szFile, line, szExpr);
-    errno = err;
-    if (giTerminalDebug) {
+    write_line(err, [=] {
+        syslog(LOG_ERR,
+               EACCES == err ? "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)!!Failed [%s], err=%m\n\n"
+               : 0 == err    ? "%s:%d (euid=%u)(pid=%d)(%s:%d)(%m)Failed [%s], err=%m\n\n"
+                             : "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)Failed [%s], err=%m\n\n",
+               szFile, line, euid, pid, szFile, line, szExpr);
+    });
+    write_echo(err, [=] {
         printf(EACCES == err ? "(%s:%d)(euid=%u)(pid=%d)(%s:%d)(%m)!!Failed [%s], err=%m\n\n"
                              : "(%s:%d)(euid=%u)(pid=%d)(%s:%d)(%m)Failed [%s], err=%m\n\n",
                szFile, line, euid, pid, szFile, line, szExpr);
-    }
-    errno = err;
+    });
+    return -1;
 }
 
-void log_bad_parameter(const char* szFile, int line)
+int log_bad_parameter(const char* szFile, int line)
 {
     const int err = errno;
     const uid_t euid = geteuid();
     const pid_t pid = getpid();
 
-    syslog(LOG_ERR,
-           0 != err ? "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)bad parameter\n\n"
-                    : "%s:%d (euid=%u)(pid=%d)(%s:%d)(%m)bad parameter\n\n",
-           szFile, line, euid, pid, szFile, line);
-    errno = err;
-    if (giTerminalDebug) {
+    write_line(err, [=] {
+        syslog(LOG_ERR,
+               0 != err ? "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)bad parameter\n\n"
+                        : "%s:%d (euid=%u)(pid=%d)(%s:%d)(%m)bad parameter\n\n",
+               szFile, line, euid, pid, szFile, line);
+    });
+    write_echo(err, [=] {
         printf("(%s:%d)(euid=%u)(pid=%d)(%s:%d)(%m)bad parameter\n\n", szFile, line, euid, pid, szFile, line);
-    }
-    errno = err;
+    });
+    return -1;
 }
 
-void log_access_denied(const char* szExpr, const char* szFile, int line)
+int log_access_denied(const char* szExpr, const char* szFile, int line)
 {
     const int err = errno;
     if (EACCES != err) {
-        return;
+        return -1;
     }
     const uid_t euid = geteuid();
     const pid_t pid = getpid();
 
-    syslog(LOG_ERR, "%s:%d (euid=%u)(pid=%d)(%m)!!Failed [%s], err=%m\n", szFile, line, euid, pid, szExpr);
-    errno = err;
-    if (giTerminalDebug) {
-        printf("(%s:%d)(euid=%u)(pid=%d)!!Failed [%s], err=%m\n", szFile, line, euid, pid, szExpr);
-    }
-    errno = err;
+    write_line(err, [=] {
+        syslog(LOG_ERR, "%s:%d (euid=%u)(pid=%d)(%m)!!Failed [%s], err=%m\n", szFile, line, euid, pid, szExpr);
+    });
+    write_echo(err,
+               [=] { printf("(%s:%d)(euid=%u)(pid=%d)!!Failed [%s], err=%m\n", szFile, line, euid, pid, szExpr); });
+    return -1;
 }
 
-void log_malloc_hash(const char* szFile, int line)
+int log_malloc_hash(const char* szFile, int line)
 {
     const int err = errno;
     const uid_t euid = geteuid();
     const pid_t pid = getpid();
 
     if (EACCES == err) {
-        syslog(LOG_ERR, "%s:%d (euid=%u)(pid=%d)(%m)!!Fail EACESS, err=%m\n", szFile, line, euid, pid);
-        errno = err;
-        if (giTerminalDebug) {
-            printf("(%s:%d)(euid=%u)(pid=%d)!!Fail EACESS, err=%m\n", szFile, line, euid, pid);
-        }
-        errno = err;
+        write_line(err, [=] {
+            syslog(LOG_ERR, "%s:%d (euid=%u)(pid=%d)(%m)!!Fail EACESS, err=%m\n", szFile, line, euid, pid);
+        });
+        write_echo(err, [=] { printf("(%s:%d)(euid=%u)(pid=%d)!!Fail EACESS, err=%m\n", szFile, line, euid, pid); });
     }
-    syslog(LOG_ERR,
-           0 != err ? "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)malloc hash failed\n\n"
-                    : "%s:%d (euid=%u)(pid=%d)(%s:%d)(%m)malloc hash failed\n\n",
-           szFile, line, euid, pid, szFile, line);
-    errno = err;
-    if (giTerminalDebug) {
+    write_line(err, [=] {
+        syslog(LOG_ERR,
+               0 != err ? "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)malloc hash failed\n\n"
+                        : "%s:%d (euid=%u)(pid=%d)(%s:%d)(%m)malloc hash failed\n\n",
+               szFile, line, euid, pid, szFile, line);
+    });
+    write_echo(err, [=] {
         printf("(%s:%d)(euid=%u)(pid=%d)(%s:%d)(%m)malloc hash failed\n\n", szFile, line, euid, pid, szFile, line);
-    }
-    errno = err;
+    });
+    return -1;
 }
 
 void log_null_request(const VELQ::APIRequest* req, const VELQ::APIResponse* resp, int line)
 {
-    const int err = errno;
-    syslog(LOG_ERR, "%s:%d req=%p or resp=%p is NULL", szSourceOu, line, static_cast<const void*>(req),
-           static_cast<const void*>(resp));
-    errno = err;
+    write_line(errno, [=] {
+        syslog(LOG_ERR, "%s:%d req=%p or resp=%p is NULL", szSourceOu, line, static_cast<const void*>(req),
+               static_cast<const void*>(resp));
+    });
 }
 
 void log_no_login_uid(int line)
 {
-    const int err = errno;
-    syslog(LOG_ERR, "%s:%d Failed to get login uid", szSourceOu, line);
-    errno = err;
+    write_line(errno, [=] { syslog(LOG_ERR, "%s:%d Failed to get login uid", szSourceOu, line); });
 }
 
 void log_no_permission(const char* szUser, int64_t groupId, int errCode, const char* szErrFile, int errLine, int line)
 {
-    const int err = errno;
-    syslog(LOG_ERR, "%s:%d No permission for normal user [%s] on group [%ld]. [0x%04X %s:%d]", szSourceOu, line, szUser,
-           groupId, static_cast<unsigned>(errCode), szErrFile, errLine);
-    errno = err;
+    write_line(errno, [=] {
+        syslog(LOG_ERR, "%s:%d No permission for normal user [%s] on group [%ld]. [0x%04X %s:%d]", szSourceOu, line,
+               szUser, groupId, static_cast<unsigned>(errCode), szErrFile, errLine);
+    });
 }
 
 void log_root_delete(int line)
 {
-    const int err = errno;
-    syslog(LOG_ERR, "%s:%d Deleting ROOT OU is not allowed.", szSourceOu, line);
-    errno = err;
+    write_line(errno, [=] { syslog(LOG_ERR, "%s:%d Deleting ROOT OU is not allowed.", szSourceOu, line); });
 }
 
 void log_notify_failed(uint32_t uid, int64_t groupId, int line)
 {
-    const int err = errno;
-    syslog(LOG_ERR, "%s:%d fail to VELQZEMGpoNotifyFetch uid=%u id=%ld", szSourceOu, line, uid, groupId);
-    errno = err;
+    write_line(errno, [=] {
+        syslog(LOG_ERR, "%s:%d fail to VELQZEMGpoNotifyFetch uid=%u id=%ld", szSourceOu, line, uid, groupId);
+    });
 }
 
 void log_invalid_argument(const char* szExpr, int line)
 {
-    const int err = errno;
-    syslog(LOG_ERR, "%s:%d Invaild Argument (%s)=[%d]\n", szSourceOu, line, szExpr, 0);
-    errno = err;
+    write_line(errno, [=] { syslog(LOG_ERR, "%s:%d Invaild Argument (%s)=[%d]\n", szSourceOu, line, szExpr, 0); });
 }

@@ -13,19 +13,22 @@
 constexpr char szSourceOu[] = "webapi_zem_ou.cpp";
 constexpr char szSourceLib[] = "webapi_zem_lib.cpp";
 
-// --- Families. szExpr: the text of the check that failed.
+// --- Families. Each returns -1, the result of the function that failed.
+//
+// szExpr: the text under which log filters know the check, spaces and old names included. It is not always the check in
+// the code, which may be written in another way or look at more: the text stays as it is when the code changes.
 
 // A check that failed, typically a call into the platform.
-void log_failed_call(const char* szExpr, const char* szFile = szSourceOu, int line = __builtin_LINE());
+int log_failed_call(const char* szExpr, const char* szFile = szSourceOu, int line = __builtin_LINE());
 
 // An argument that a function refuses on entry.
-void log_bad_parameter(const char* szFile = szSourceOu, int line = __builtin_LINE());
+int log_bad_parameter(const char* szFile = szSourceOu, int line = __builtin_LINE());
 
 // A failure that is worth a line only when it is a refusal of access: writes nothing unless errno is EACCES.
-void log_access_denied(const char* szExpr, const char* szFile = szSourceOu, int line = __builtin_LINE());
+int log_access_denied(const char* szExpr, const char* szFile = szSourceOu, int line = __builtin_LINE());
 
 // A string hash that could not be allocated.
-void log_malloc_hash(const char* szFile = szSourceOu, int line = __builtin_LINE());
+int log_malloc_hash(const char* szFile = szSourceOu, int line = __builtin_LINE());
 
 // --- Plain lines
 

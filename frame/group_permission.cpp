@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "frame/error_codes.h"
 #include "frame/failure_log.h"
 #include "platform/velq_core.h"
 #include "platform/velq_zem.h"
@@ -12,7 +13,7 @@ int check_group_permission(const VELQ::APIRequest& req, VELQ::APIResponse& resp,
     if (0 != VELQZEMOuCanManagedByUid(uid, groupId)) {
         return 0;
     }
-    resp.SetError(414, Json::Value());
+    resp.SetError(errPermission, Json::Value());
 
     const int errLine = VLIBCErrorGetLine();
     const char* szErrFile = VLIBCErrorGetFile();

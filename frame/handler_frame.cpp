@@ -1,5 +1,6 @@
 #include "frame/handler_frame.h"
 
+#include "frame/error_codes.h"
 #include "frame/failure_log.h"
 
 int check_request(const VELQ::APIRequest* req, const VELQ::APIResponse* resp, int line)
@@ -16,9 +17,9 @@ int begin_request(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t
     *pUid = req.GetLoginUID();
     if (UINT32_MAX == *pUid) {
         log_no_login_uid(line);
-        resp.SetError(105, Json::Value());
+        resp.SetError(errLogin, Json::Value());
         return -1;
     }
-    resp.SetError(117, Json::Value());
+    resp.SetError(errFailed, Json::Value());
     return 0;
 }

@@ -85,6 +85,18 @@ const Json::Value* find_member(const Json::Value& jValue, const char* szName)
     return jValue.isObject() ? jValue.find(szName, szName + strlen(szName)) : NULL;
 }
 
+int read_member(const Json::Value& jValue, const char* szName, int64_t* pValue)
+{
+    const Json::Value* pjMember = find_member(jValue, szName);
+    return NULL == pjMember ? -1 : read_int64(*pjMember, pValue);
+}
+
+int read_member(const Json::Value& jValue, const char* szName, int* pValue)
+{
+    const Json::Value* pjMember = find_member(jValue, szName);
+    return NULL == pjMember ? -1 : read_int(*pjMember, pValue);
+}
+
 int fromString(Json::Value& jValue, const std::string& text)
 {
     const int err = errno;  // the reader's number conversion changes it

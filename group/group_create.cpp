@@ -17,16 +17,14 @@ int read_records(VELQ::APIRequest& req, Json::Value& jRecords, bool* pIsMultiple
     if (*pIsMultiple) {
         Json::Value jTmp = req.GetParam("multiple_data", Json::Value());
         if (!jTmp.isArray()) {
-            log_failed_call("false == jTmp.isArray()");
-            return -1;
+            return log_failed_call("false == jTmp.isArray()");
         }
         jRecords.swap(jTmp);
         return 0;
     }
     Json::Value jTmp = VELQZEMOuHttpReqToJson(&req, createMode);
     if (jTmp.isNull()) {
-        log_failed_call("true == jTmp.isNull()");
-        return -1;
+        return log_failed_call("true == jTmp.isNull()");
     }
     jRecords.append(std::move(jTmp));
     return 0;
@@ -36,10 +34,9 @@ int set_delegates(Json::Value& jRecord)
 {
     int64_t id = 0;
     if (0 > read_int64(jRecord["id"], &id) || 0 > VELQZEMDelegateOverrideListByTarget(id, VELQ_ZEM_TYPE_OU, jRecord)) {
-        log_failed_call(
+        return log_failed_call(
             "0 > VELQZEMDelegateOverrideListByTarget((long)multiple_data[i][\"id\"].asInt64(), VELQ_ZEM_TYPE_OU, "
             "(multiple_data[i]))");
-        return -1;
     }
     return 0;
 }
@@ -52,15 +49,13 @@ int create_group(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t 
 
     // A record that is not an object, before or after the store had it in its hands, could not take the "id" below.
     if (!jRecord.isObject() || 0 > VELQZEMOuJsonToStruct(jRecord, &ou) || !jRecord.isObject()) {
-        log_failed_call("0 > VELQZEMOuJsonToStruct(multiple_data[i], &ou)");
-        return -1;
+        return log_failed_call("0 > VELQZEMOuJsonToStruct(multiple_data[i], &ou)");
     }
     if (0 > check_group_permission(req, resp, uid, ou.parentId)) {
         return -1;
     }
     if (0 > VELQZEMOuCreate(&ou)) {
-        log_failed_call("0 > VELQZEMOuCreate(&ou)");
-        return -1;
+        return log_failed_call("0 > VELQZEMOuCreate(&ou)");
     }
     VELQZEMOuItemGetID(pNewId, &ou);
     jRecord["id"] = Json::Value(*pNewId);

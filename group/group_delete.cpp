@@ -1,4 +1,5 @@
 // The handler of "VELQ.ZEM.KXGroup" "delete": deletes one group, or several in one request.
+#include "frame/error_codes.h"
 #include "frame/failure_log.h"
 #include "frame/group_permission.h"
 #include "frame/handler_frame.h"
@@ -12,7 +13,7 @@ namespace {
 int read_ids(const VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& jIds)
 {
     if (!req.HasParam("node_id")) {
-        resp.SetError(101, Json::Value());
+        resp.SetError(errParameter, Json::Value());
         return -1;
     }
     Json::Value jTmp = req.GetParam("node_id", Json::Value());
@@ -30,20 +31,19 @@ int delete_group(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t 
 
     if (0 > read_int64(jId, &tmpID)) {
         log_bad_parameter();
-        resp.SetError(101, Json::Value());
+        resp.SetError(errParameter, Json::Value());
         return -1;
     }
     if (0 == tmpID) {
         log_root_delete();
-        resp.SetError(101, Json::Value());
+        resp.SetError(errParameter, Json::Value());
         return -1;
     }
     if (0 > check_group_permission(req, resp, uid, tmpID)) {
         return -1;
     }
     if (0 > VELQZEMOuDeleteAllByID(tmpID)) {
-        log_failed_call("0 > VELQZEMOuDeleteAllByID(tmpID)");
-        return -1;
+        return log_failed_call("0 > VELQZEMOuDeleteAllByID(tmpID)");
     }
     return 0;
 }

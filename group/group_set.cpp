@@ -1,4 +1,7 @@
 // The handler of "VELQ.ZEM.KXGroup" "set": changes one group, or several in one request.
+#include <memory>
+
+#include "frame/error_codes.h"
 #include "frame/failure_log.h"
 #include "frame/group_permission.h"
 #include "frame/handler_frame.h"
@@ -16,7 +19,7 @@ int read_records(VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& jR
     if (req.HasParam("multiple_data")) {
         Json::Value jTmp = req.GetParam("multiple_data", Json::Value());
         if (!jTmp.isArray()) {
-            resp.SetError(101, Json::Value());
+            resp.SetError(errParameter, Json::Value());
             return -1;
         }
         jRecords.swap(jTmp);
@@ -24,20 +27,19 @@ int read_records(VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& jR
     }
     Json::Value jTmp = VELQZEMOuHttpReqToJson(&req, updateMode);
     if (jTmp.isNull()) {
-        resp.SetError(101, Json::Value());
+        resp.SetError(errParameter, Json::Value());
         return -1;
     }
     jRecords.append(std::move(jTmp));
     return 0;
 }
 
-// Reads the record's "id"; one that is no signed 64-bit integer is answered with error 101.
+// Reads the record's "id"; one that is no signed 64-bit integer is answered as a parameter that cannot be used.
 int read_id(const Json::Value& jRecord, VELQ::APIResponse& resp, int64_t* pId)
 {
-    const Json::Value* pjId = find_member(jRecord, "id");
-    if (NULL == pjId || 0 > read_int64(*pjId, pId)) {
+    if (0 > read_member(jRecord, "id", pId)) {
         log_bad_parameter();
-        resp.SetError(101, Json::Value());
+        resp.SetError(errParameter, Json::Value());
         return -1;
     }
     return 0;
@@ -47,16 +49,13 @@ int read_id(const Json::Value& jRecord, VELQ::APIResponse& resp, int64_t* pId)
 int store_group(int64_t tmpID, Json::Value& jRecord, _tag_velq_zem_ou_* pOu)
 {
     if (0 > VELQZEMOuGet(tmpID, pOu)) {
-        log_failed_call("0 > VELQZEMOuGet(tmpID, pOu)");
-        return -1;
+        return log_failed_call("0 > VELQZEMOuGet(tmpID, pOu)");
     }
     if (0 > VELQZEMOuJsonToStruct(jRecord, pOu)) {
-        log_failed_call("0 > VELQZEMOuJsonToStruct(multiple_data[i], pOu)");
-        return -1;
+        return log_failed_call("0 > VELQZEMOuJsonToStruct(multiple_data[i], pOu)");
     }
     if (0 > VELQZEMOuSet(pOu)) {
-        log_failed_call("0 > VELQZEMOuSet(pOu)");
-        return -1;
+        return log_failed_call("0 > VELQZEMOuSet(pOu)");
     }
     return 0;
 }
@@ -72,10 +71,9 @@ int set_delegates(Json::Value& jRecord, VELQ::APIResponse& resp)
         return -1;
     }
     if (0 > VELQZEMDelegateSetListByTarget(id, VELQ_ZEM_TYPE_OU, jRecord)) {
-        log_failed_call(
+        return log_failed_call(
             "0 > VELQZEMDelegateSetListByTarget((long)multiple_data[i][\"id\"].asInt64(), VELQ_ZEM_TYPE_OU, "
             "(multiple_data[i]))");
-        return -1;
     }
     return 0;
 }
@@ -86,8 +84,7 @@ int set_group(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t uid
     int64_t tmpID = 0;
 
     if (NULL == find_member(jRecord, "id")) {
-        log_failed_call("false == multiple_data[i].isMember(\"id\")");
-        return -1;
+        return log_failed_call("false == multiple_data[i].isMember(\"id\")");
     }
     if (0 > read_id(jRecord, resp, &tmpID) || 0 > check_group_permission(req, resp, uid, tmpID) ||
         0 > store_group(tmpID, jRecord, pOu) || 0 > set_delegates(jRecord, resp)) {
@@ -122,13 +119,12 @@ void set_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
         0 > read_records(*req, *resp, jRecords)) {
         return;
     }
-    _tag_velq_zem_ou_* pOu = VELQZEMOuAlloc();
+    const std::unique_ptr<_tag_velq_zem_ou_, void (*)(_tag_velq_zem_ou_*)> pOu(VELQZEMOuAlloc(), VELQZEMOuFree);
     if (NULL == pOu) {
         log_failed_call("NULL == (pOu = VELQZEMOuAlloc())");
         return;
     }
-    if (0 == set_groups(*req, *resp, uid, jRecords, pOu)) {
+    if (0 == set_groups(*req, *resp, uid, jRecords, pOu.get())) {
         resp->SetSuccess(Json::Value());
     }
-    VELQZEMOuFree(pOu);
 }

@@ -1,4 +1,4 @@
-// The program's commands.
+// A command loads modules, finds the account, calls what the modules offer and prints what comes of it.
 #include "host/commands.h"
 
 #include <unistd.h>
@@ -27,24 +27,23 @@ namespace {
 
 constexpr uint32_t kLoggedInAccount = 8;  // "user_type" of a listing's query
 
-ModuleSet loadModules(const Options& options)
+ModuleSet loadModules(const ModulePaths& paths)
 {
-    std::vector<std::string> paths = options.modules;
-    if (paths.empty()) {
-        paths.push_back(std::filesystem::read_symlink("/proc/self/exe").parent_path() / "webapi_zem_ou.so");
-    }
     ModuleSet modules;
     for (const std::string& path : paths) {
         modules.load(path);
     }
+    if (paths.empty()) {
+        modules.load(std::filesystem::read_symlink("/proc/self/exe").parent_path() / "webapi_zem_ou.so");
+    }
     return modules;
 }
 
-standin::Account accountOf(const Options& options)
+standin::Account accountOf(const std::string& name)
 {
-    const auto account = standin::findAccountByName(options.account);
+    const auto account = standin::findAccountByName(name);
     if (!account) {
-        throw std::runtime_error("there is no account \"" + options.account + "\"");
+        throw std::runtime_error("there is no account \"" + name + "\"");
     }
     return *account;
 }
@@ -52,7 +51,7 @@ standin::Account accountOf(const Options& options)
 Handler handlerOf(const ModuleSet& modules, const std::string& api, int64_t version, const std::string& method)
 {
     const VELQ::APIMethod* pRow = modules.find(api, version, method);
-    if (nullptr == pRow) {
+    if (pRow == nullptr) {
         throw std::runtime_error("no module offers " + api + " " + std::to_string(version) + " " + method);
     }
     return pRow->pHandler;
@@ -60,8 +59,11 @@ Handler handlerOf(const ModuleSet& modules, const std::string& api, int64_t vers
 
 int printAnswer(const Answer& answer)
 {
-    std::cout << answer.text << '\n';
-    return 0 == answer.code ? 0 : 1;
+    for (const std::string& part : answer.parts) {
+        std::cout << part;
+    }
+    std::cout << '\n';
+    return answer.code == 0 ? 0 : 1;
 }
 
 Json::Value parseFleet(const std::string& path)
@@ -88,15 +90,15 @@ Json::Value parseFleet(const std::string& path)
 
 }  // namespace
 
-int serveModules(const Options& options)
+int serveModules(const ModulePaths& modules, const std::string& address, bool allowRemote)
 {
-    serve(loadModules(options), options.listen, options.allowRemote);
+    serve(loadModules(modules), address, allowRemote);
     return 0;
 }
 
-int loadFleetFile(const Options& options)
+int loadFleetFile(const std::string& path)
 {
-    const Json::Value jFleet = parseFleet(options.file);
+    const Json::Value jFleet = parseFleet(path);
     const bool isTerminal = isatty(STDERR_FILENO);
     try {
         standin::loadFleet(jFleet, [isTerminal](size_t done, size_t total) {
@@ -105,7 +107,7 @@ int loadFleetFile(const Options& options)
             }
         });
     } catch (const std::runtime_error& e) {
-        throw std::runtime_error(options.file + ": " + e.what());
+        throw std::runtime_error(path + ": " + e.what());
     }
     const char* szBefore = "loaded ";
     for (const char* szPart : {"accounts", "groups", "policies", "servers"}) {
@@ -115,24 +117,24 @@ int loadFleetFile(const Options& options)
     return 0;
 }
 
-int printToken(const Options& options)
+int printToken(const std::string& account)
 {
-    std::cout << issueToken(accountOf(options)) << '\n';
+    std::cout << issueToken(accountOf(account)) << '\n';
     return 0;
 }
 
-int callMethod(const Options& options)
+int callMethod(const ModulePaths& modules, const MethodCall& call)
 {
-    const ModuleSet modules = loadModules(options);
-    const Handler handler = handlerOf(modules, options.api, options.version, options.method);
-    return printAnswer(answerRequest(handler, accountOf(options), parseParameters(options.params)));
+    const ModuleSet loaded = loadModules(modules);
+    const Handler handler = handlerOf(loaded, call.api, call.version, call.method);
+    return printAnswer(answerRequest(handler, accountOf(call.account), parseParameters(call.params)));
 }
 
-int printTree(const Options& options)
+int printTree(const ModulePaths& modules, const std::string& account)
 {
-    const ModuleSet modules = loadModules(options);
+    const ModuleSet loaded = loadModules(modules);
     VELQ::APIResponse resp;
-    callHandler(handlerOf(modules, "VELQ.ZEM.Tree", 1, "get"), accountOf(options), Json::Value(), resp);
+    callHandler(handlerOf(loaded, "VELQ.ZEM.Tree", 1, "get"), accountOf(account), Json::Value(), resp);
     if (!resp.IsSuccess()) {
         return printAnswer({200, resp.GetErrorCode(), envelope(resp)});
     }
@@ -140,29 +142,29 @@ int printTree(const Options& options)
     return 0;
 }
 
-int printOneLevel(const Options& options)
+int printOneLevel(const ModulePaths& modules, const std::string& account, const Json::Value& jPaging)
 {
-    const ModuleSet modules = loadModules(options);
-    const auto handler = reinterpret_cast<Handler>(modules.symbol("list_one_level_v1"));
-    const standin::Account account = accountOf(options);
-    Json::Value jParams = options.jPaging;
-    jParams["ugid"] = account.uid;
+    const ModuleSet loaded = loadModules(modules);
+    const auto handler = reinterpret_cast<Handler>(loaded.symbol("list_one_level_v1"));
+    const standin::Account caller = accountOf(account);
+    Json::Value jParams = jPaging;
+    jParams["ugid"] = caller.uid;
     jParams["user_type"] = kLoggedInAccount;
-    return printAnswer(answerRequest(handler, account, std::move(jParams)));
+    return printAnswer(answerRequest(handler, caller, std::move(jParams)));
 }
 
-int changeLink(const Options& options)
+int changeLink(const ModulePaths& modules, const LinkChange& change)
 {
-    const ModuleSet modules = loadModules(options);
-    const char* szName = "group" == options.kind ? "VELQZEMOuUpdateLinkGpo" : "VELQZEMKxUpdateLinkGpo";
-    const auto update = reinterpret_cast<int (*)(Json::Value&, int)>(modules.symbol(szName));
+    const ModuleSet loaded = loadModules(modules);
+    const char* szName = change.kind == "group" ? "VELQZEMOuUpdateLinkGpo" : "VELQZEMKxUpdateLinkGpo";
+    const auto update = reinterpret_cast<int (*)(Json::Value&, int)>(loaded.symbol(szName));
     Json::Value jLink;
-    jLink["node_id"] = Json::Int64{options.nodeId};
-    jLink["gpo_id"] = Json::Int64{options.policyId};
+    jLink["node_id"] = Json::Int64{change.nodeId};
+    jLink["gpo_id"] = Json::Int64{change.policyId};
     errno = 0;
-    if (0 > update(jLink, "add" == options.action)) {
-        throw std::runtime_error("the links of " + options.kind + " " + std::to_string(options.nodeId) +
-                                 " were not changed: " + (0 == errno ? "refused" : strerror(errno)));
+    if (update(jLink, change.action == "add") < 0) {
+        throw std::runtime_error("the links of " + change.kind + " " + std::to_string(change.nodeId) +
+                                 " were not changed: " + (errno == 0 ? "refused" : strerror(errno)));
     }
     return 0;
 }

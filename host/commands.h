@@ -13,28 +13,41 @@
 
 namespace host {
 
-// What the command line says; each command reads the part that is its own.
-struct Options {
-    std::string store = "sqlite:zem.db";
-    std::vector<std::string> modules;  // files; none: webapi_zem_ou.so beside the program
-    std::string account;               // name
-    std::string listen = "127.0.0.1:8480";
-    bool allowRemote = false;
-    std::string file;
+// Files of the modules that a command loads; none: webapi_zem_ou.so beside the program.
+using ModulePaths = std::vector<std::string>;
+
+// Until SIGTERM or SIGINT. address, allowRemote: as for openListenSocket.
+int serveModules(const ModulePaths& modules, const std::string& address, bool allowRemote);
+
+// Into a store that holds no fleet yet, all or nothing. path: the fleet file's.
+int loadFleetFile(const std::string& path);
+
+// A new one; an earlier one stops working. account: its name, here and below.
+int printToken(const std::string& account);
+
+struct MethodCall {
+    std::string account;
     std::string api, method;
     int64_t version = 1;
-    std::string params;                                    // JSON text
-    Json::Value jPaging = Json::Value(Json::objectValue);  // parameters of the one-level listing
-    std::string action, kind;                              // "add" or "remove"; "group" or "server"
-    int64_t nodeId = 0, policyId = 0;
+    std::string params;  // text of a JSON object; empty: none
 };
 
-int serveModules(const Options& options);   // until SIGTERM or SIGINT
-int loadFleetFile(const Options& options);  // into a store that holds no fleet yet, all or nothing
-int printToken(const Options& options);     // a new one for the account
-int callMethod(const Options& options);
-int printTree(const Options& options);
-int printOneLevel(const Options& options);
-int changeLink(const Options& options);
+int callMethod(const ModulePaths& modules, const MethodCall& call);
+
+// The tree that the account sees, drawn for people.
+int printTree(const ModulePaths& modules, const std::string& account);
+
+// The topmost groups that the account sees. jPaging: an object with those of the listing's parameters "offset",
+// "limit", "sort_by" and "sort_direction" that are given.
+int printOneLevel(const ModulePaths& modules, const std::string& account, const Json::Value& jPaging);
+
+struct LinkChange {
+    std::string action;  // "add" or "remove"
+    std::string kind;    // of the node: "group" or "server"
+    int64_t nodeId = 0;
+    int64_t policyId = 0;
+};
+
+int changeLink(const ModulePaths& modules, const LinkChange& change);
 
 }  // namespace host

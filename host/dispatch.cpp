@@ -1,15 +1,13 @@
-// Parsing parameters, calling handlers, writing envelopes.
+// Whatever a handler throws ends here, and its text is for the operator only; the client gets a code.
 #include "host/dispatch.h"
 
 #include <cerrno>
 #include <iostream>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 #include <utility>
 
 #include <json/reader.h>
-#include <json/writer.h>
 
 #include "host/text.h"
 #include "platform/velq_core.h"
@@ -92,24 +90,18 @@ Answer answerRequest(Handler handler, const standin::Account& account, Json::Val
 
 Answer refusal(int status)
 {
-    return {status, status, errorEnvelope(status)};
+    return {status, status, {errorEnvelope(status)}};
 }
 
-std::string envelope(const VELQ::APIResponse& resp)
+std::vector<std::string> envelope(VELQ::APIResponse& resp)
 {
     if (!resp.IsSuccess()) {
-        return errorEnvelope(resp.GetErrorCode());
+        return {errorEnvelope(resp.GetErrorCode())};
     }
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = true;
-    builder["precision"] = 17;
-    std::ostringstream out;
-    out.exceptions(std::ios::badbit | std::ios::failbit);  // running out of memory must not cut the answer short
-    out << "{\"success\":true,\"data\":";
-    std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter())->write(resp.GetData(), &out);
-    out << '}';
-    return std::move(out).str();
+    std::vector<std::string> parts = resp.TakeData();
+    parts.insert(parts.begin(), "{\"success\":true,\"data\":");
+    parts.emplace_back("}");
+    return parts;
 }
 
 }  // namespace host

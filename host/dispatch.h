@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <json/value.h>
 
@@ -15,9 +16,9 @@ namespace host {
 using Handler = void (*)(VELQ::APIRequest*, VELQ::APIResponse*);
 
 struct Answer {
-    int status = 200;  // HTTP status
-    int code = 0;      // error code in the envelope, 0 on success
-    std::string text;  // the envelope, JSON on one line
+    int status = 200;                // HTTP status
+    int code = 0;                    // error code in the envelope, 0 on success
+    std::vector<std::string> parts;  // the envelope, JSON on one line, in pieces to be sent one after the other
 };
 
 // The parameters of a request. body: a JSON object's text; an empty one means none, and gives a null value.
@@ -35,7 +36,7 @@ Answer answerRequest(Handler handler, const standin::Account& account, Json::Val
 // The answer to a request that reaches no handler. status: the HTTP status, which is its code as well.
 Answer refusal(int status);
 
-// The envelope of an outcome. Throws std::exception when memory runs out.
-std::string envelope(const VELQ::APIResponse& resp);
+// The envelope of an outcome, in pieces; the outcome's data goes into it. Throws std::exception when memory runs out.
+std::vector<std::string> envelope(VELQ::APIResponse& resp);
 
 }  // namespace host

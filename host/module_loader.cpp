@@ -1,4 +1,4 @@
-// Loading modules, and the checks that a method table must pass.
+// A method table is checked row by row before anything is dispatched by it.
 #include "host/module_loader.h"
 
 #include <dlfcn.h>
@@ -14,7 +14,7 @@ constexpr size_t kMaxRows = 1000;  // no real table comes near: one this long la
 
 bool isEnd(const VELQ::APIMethod& row)
 {
-    return nullptr == row.szApi && 0 == row.version && nullptr == row.szMethod && nullptr == row.pHandler;
+    return row.szApi == nullptr && row.version == 0 && row.szMethod == nullptr && row.pHandler == nullptr;
 }
 
 }  // namespace
@@ -23,15 +23,15 @@ void ModuleSet::load(const std::string& path)
 {
     // dlopen would look a name without a slash up in the library folders.
     m_handles.push_back(dlopen(std::filesystem::absolute(path).c_str(), RTLD_NOW | RTLD_LOCAL));
-    if (nullptr == m_handles.back()) {
+    if (m_handles.back() == nullptr) {
         throw std::runtime_error("cannot load module " + path + ": " + dlerror());
     }
     const auto getTable = reinterpret_cast<VELQ::APIMethod* (*)()>(dlsym(m_handles.back(), "GetAPITable"));
-    const VELQ::APIMethod* pTable = nullptr == getTable ? nullptr : getTable();
-    if (nullptr == pTable) {
+    const VELQ::APIMethod* pTable = getTable == nullptr ? nullptr : getTable();
+    if (pTable == nullptr) {
         throw std::runtime_error("module " + path + " refused: it has no method table (GetAPITable)");
     }
-    for (size_t i = 0; !isEnd(pTable[i]); i++) {
+    for (size_t i = 0; !isEnd(pTable[i]); ++i) {
         try {
             if (i >= kMaxRows) {
                 throw std::runtime_error("comes after " + std::to_string(kMaxRows) + " others without an end");
@@ -46,7 +46,7 @@ void ModuleSet::load(const std::string& path)
 
 void ModuleSet::takeOver(const VELQ::APIMethod& row)
 {
-    if (nullptr == row.szApi || nullptr == row.szMethod || nullptr == row.pHandler) {
+    if (row.szApi == nullptr || row.szMethod == nullptr || row.pHandler == nullptr) {
         throw std::runtime_error("lacks a name or the handler");
     }
     if (!m_methods.emplace(std::tuple(row.szApi, row.version, row.szMethod), &row).second) {
@@ -58,7 +58,7 @@ void ModuleSet::takeOver(const VELQ::APIMethod& row)
 const VELQ::APIMethod* ModuleSet::find(std::string_view api, int64_t version, std::string_view method) const
 {
     const auto it = m_methods.find({api, version, method});
-    return m_methods.end() == it ? nullptr : it->second;
+    return it == m_methods.end() ? nullptr : it->second;
 }
 
 void* ModuleSet::symbol(const char* szName) const

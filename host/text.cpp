@@ -1,4 +1,4 @@
-// Escaping of what is printed.
+// What a client sends could hold the control sequences of a terminal, or line ends that fake a line of the log.
 #include "host/text.h"
 
 #include <cstdio>
@@ -14,7 +14,7 @@ constexpr size_t kMaxLogField = 80;
 // U+0080 to U+009F (C2 80 to C2 9F) are control characters as well.
 bool isC1Control(std::string_view text, size_t at)
 {
-    return at + 1 < text.size() && '\xC2' == text[at] && static_cast<unsigned char>(text[at + 1]) < 0xA0;
+    return at + 1 < text.size() && text[at] == '\xC2' && static_cast<unsigned char>(text[at + 1]) < 0xA0;
 }
 
 std::string escaped(std::string_view text, unsigned char firstPlain)

@@ -1,4 +1,4 @@
-// Making and recognising bearer tokens.
+// A token is looked up by its hash, so that neither the store's file nor the time of a look-up tells one.
 #include "host/tokens.h"
 
 #include <strings.h>
@@ -45,11 +45,11 @@ std::string issueToken(const standin::Account& account)
 
 std::optional<standin::Account> accountOfBearer(const char* szHeader)
 {
-    if (nullptr == szHeader || 0 != strncasecmp(szHeader, kScheme.data(), kScheme.size())) {
+    if (szHeader == nullptr || strncasecmp(szHeader, kScheme.data(), kScheme.size()) != 0) {
         return std::nullopt;
     }
     const std::string_view token = szHeader + kScheme.size();
-    return kDigits == token.size() ? standin::findAccountByToken(hashOf(token)) : std::nullopt;
+    return token.size() == kDigits ? standin::findAccountByToken(hashOf(token)) : std::nullopt;
 }
 
 }  // namespace host

@@ -55,15 +55,15 @@ struct Drawing {
     {
         const Json::Value& jType = member(jNode, "node_type");
         const auto it = kKinds.find(jType.isInt() ? jType.asInt() : -1);
-        const std::string kind = kKinds.end() == it ? "node" : it->second;
+        const std::string kind = it == kKinds.end() ? "node" : it->second;
         const Json::Value& jDelegates = arrayMember(jNode, "delegate");
         const Json::Value& jLinks = arrayMember(member(jNode, "linked_gpo"), "order");
-        counts[kind]++;
+        ++counts[kind];
         counts["link"] += jLinks.size();
         counts["delegate"] += jDelegates.size();
         out << std::string(2 * depth, ' ') << kind << ' ' << label(jNode, "name", "node_id")
             << labels("  delegates: ", jDelegates, "name", "ugid") << labels("  policies: ", jLinks, "gpo_name", "id")
-            << (Json::Value(true) == member(jNode, "linked") ? " (linked)" : "") << '\n';
+            << (member(jNode, "linked") == Json::Value(true) ? " (linked)" : "") << '\n';
         for (const Json::Value& jChild : arrayMember(jNode, "children")) {
             add(jChild, depth + 1);
         }

@@ -1,5 +1,7 @@
 // Adding a policy to, and removing it from, the ordered links of a node: one read-modify-write of its record. Groups
 // and servers differ only in the store calls.
+#include <memory>
+
 #include "frame/failure_log.h"
 #include "frame/json_read.h"
 #include "include/webapi_zem_lib.h"
@@ -113,17 +115,14 @@ int rewrite_links(const RecordCalls<Record>& calls, Record* pNode, int64_t nodeI
     Json::Value jSearchArray(Json::arrayValue);
 
     if (0 > calls.pGet(nodeId, pNode)) {
-        log_failed_call(calls.szGet, szSourceLib);
-        return -1;
+        return log_failed_call(calls.szGet, szSourceLib);
     }
     jSearchArray.append("linked_gpo");
     if (0 > calls.pStructToJson(pNode, jSearchArray, jNode)) {
-        log_failed_call(calls.szStructToJson, szSourceLib);
-        return -1;
+        return log_failed_call(calls.szStructToJson, szSourceLib);
     }
     if (!is_link_field(jNode)) {
-        log_bad_parameter(szSourceLib);
-        return -1;
+        return log_bad_parameter(szSourceLib);
     }
     if (isAdd) {
         add_link(jNode, gpoId, jGpoId);
@@ -131,12 +130,10 @@ int rewrite_links(const RecordCalls<Record>& calls, Record* pNode, int64_t nodeI
         remove_link(jNode, gpoId);
     }
     if (0 > calls.pJsonToStruct(jNode, pNode)) {
-        log_failed_call(calls.szJsonToStruct, szSourceLib);
-        return -1;
+        return log_failed_call(calls.szJsonToStruct, szSourceLib);
     }
     if (0 > calls.pSet(pNode)) {
-        log_failed_call(calls.szSet, szSourceLib);
-        return -1;
+        return log_failed_call(calls.szSet, szSourceLib);
     }
     return 0;
 }
@@ -146,20 +143,19 @@ int update_link(const RecordCalls<Record>& calls, const Json::Value& jData, bool
 {
     int64_t nodeId = 0;
     int64_t gpoId = 0;
-    int result = -1;
 
     if (0 > read_id(jData, "node_id", &nodeId) || 0 > read_id(jData, "gpo_id", &gpoId)) {
-        log_bad_parameter(szSourceLib);
-        return -1;
+        return log_bad_parameter(szSourceLib);
     }
-    Record* pNode = calls.pAlloc();
+    Record* pNode = NULL;
+    const auto release = [&calls](Record** ppNode) { calls.pFree(*ppNode); };  // called with a null record, too
+    const std::unique_ptr<Record*, decltype(release)> pRelease(&pNode, release);
+
+    pNode = calls.pAlloc();
     if (NULL == pNode) {
-        log_failed_call(calls.szAlloc, szSourceLib);
-    } else {
-        result = rewrite_links(calls, pNode, nodeId, gpoId, jData["gpo_id"], isAdd);
+        return log_failed_call(calls.szAlloc, szSourceLib);
     }
-    calls.pFree(pNode);
-    return result;
+    return rewrite_links(calls, pNode, nodeId, gpoId, jData["gpo_id"], isAdd);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include <json/value.h>
 
@@ -39,21 +40,27 @@ private:
 // The outcome of one request. The last SetError or SetSuccess decides.
 class APIResponse {
 public:
-    // Makes the response an error with that code and a copy of jData.
+    // Makes the response an error with that code and jData, which stays the caller's: its text is taken.
     void SetError(int code, const Json::Value& jData);
 
-    // Makes the response a success that carries a copy of jData.
+    // Makes the response a success that carries jData; likewise.
     void SetSuccess(const Json::Value& jData);
 
-    // What a server reads back. A response that was never set is an error with code 0.
+    // What a server reads back. A response that was never set is an error with code 0 and no data.
     bool IsSuccess() const;
-    int GetErrorCode() const;            // 0 on success
-    const Json::Value& GetData() const;  // valid until the response is set again or destroyed
+    int GetErrorCode() const;  // 0 on success
+
+    // The data's JSON text on one line, in pieces to be sent one after the other. They become the caller's; the response
+    // has no data any more.
+    std::vector<std::string> TakeData();
+
+    // The data, read again from its text: for who looks into it. Null when there is none.
+    Json::Value GetData() const;
 
 private:
     bool m_success = false;
     int m_errorCode = 0;
-    Json::Value m_jData;
+    std::vector<std::string> m_data;
 };
 
 // One row of a module's method table, 32 bytes. A table ends with a row of all zeros.

@@ -207,6 +207,13 @@ int listDelegates(int64_t id, int nodeType, _tag_velq_zem_delegate_** ppHead, in
     return 0;
 }
 
+std::string compact(const Json::Value& jValue)
+{
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    return Json::writeString(builder, jValue);
+}
+
 // The short form of a line; checks that it begins with one of the two sources and a line number, and that the second
 // place of a family's line is the same as the first.
 std::string shortForm(const std::string& line, int err)
@@ -258,14 +265,12 @@ Lines fake::split(const std::string& text)
 
 std::string fake::call(test::Handler handler, const Json::Value& jParams, uint32_t uid)
 {
-    const VELQ::APIResponse response = test::answerOf(handler, jParams, uid);
+    VELQ::APIResponse response = test::answerOf(handler, jParams, uid);
     if (!response.IsSuccess()) {
         EXPECT_TRUE(response.GetData().isNull());
         return "error " + std::to_string(response.GetErrorCode());
     }
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    std::string text = Json::writeString(builder, response.GetData());
+    std::string text = response.TakeData()[0];
     std::replace(text.begin(), text.end(), '"', '\'');
     return "ok " + text;
 }
@@ -333,7 +338,8 @@ GIVES(Json::Value VELQ::APIRequest::GetParam(const std::string& name, const Json
       m_jParams.get(name, jDefault))
 GIVES(bool VELQ::APIResponse::IsSuccess() const, m_success)
 GIVES(int VELQ::APIResponse::GetErrorCode() const, m_errorCode)
-GIVES(const Json::Value& VELQ::APIResponse::GetData() const, m_jData)
+GIVES(Json::Value VELQ::APIResponse::GetData() const, m_data.empty() ? Json::Value() : test::json(m_data[0]))
+GIVES(std::vector<std::string> VELQ::APIResponse::TakeData(), std::exchange(m_data, {}))
 
 VELQ::APIRequest::APIRequest(uint32_t loginUid, std::string loginUserName, Json::Value jParams)
     : m_loginUid(loginUid), m_loginUserName(std::move(loginUserName)), m_jParams(std::move(jParams))
@@ -345,7 +351,7 @@ void VELQ::APIResponse::SetError(int code, const Json::Value& jData)
     note("SetError", code);
     m_success = false;
     m_errorCode = code;
-    m_jData = jData;
+    m_data = {compact(jData)};
 }
 
 void VELQ::APIResponse::SetSuccess(const Json::Value& jData)
@@ -353,7 +359,7 @@ void VELQ::APIResponse::SetSuccess(const Json::Value& jData)
     note("SetSuccess");
     m_success = true;
     m_errorCode = 0;
-    m_jData = jData;
+    m_data = {compact(jData)};
 }
 
 // --- The store

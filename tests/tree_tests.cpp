@@ -12,7 +12,6 @@
 #include "tree/node_decoration.h"
 #include "tree/node_postprocess.h"
 #include "tree/tree_assembly.h"
-#include "tree/tree_fetch.h"
 
 using namespace fake;
 using namespace test;

@@ -7,17 +7,17 @@ usage: tools/crash_test.py BUILD_DIR [--rounds 50] [--seed N]
 import argparse
 import http.client
 import json
-import pathlib
 import random
 import shutil
 import sqlite3
-import subprocess
 import sys
 import tempfile
 import threading
 import time
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+sys.dont_write_bytecode = True  # no cache beside the sources
+from zemhost import Server, Store, call  # noqa: E402
+
 WRITERS = 6
 POLICIES = range(1, 9)  # of the sample fleet
 
@@ -41,62 +41,6 @@ def find_faults(database):
         return [f"{what}: {row}" for what, query in FAULTS.items() for row in database.execute(query)]
     except sqlite3.DatabaseError as e:
         return [str(e)]
-
-
-class Store:
-    """A store with the sample fleet in a folder that goes with it, the server's log beside it."""
-
-    def __init__(self, build, folder):
-        self.program = pathlib.Path(build).resolve() / "zemhost"
-        self.folder = pathlib.Path(folder)
-        self.path = self.folder / "store.db"
-        self.log = self.folder / "log"
-
-    def run(self, *arguments):
-        done = subprocess.run([self.program, *arguments, "--store", f"sqlite:{self.path}"], timeout=120,
-                              capture_output=True, text=True)
-        if done.returncode != 0:
-            raise RuntimeError(f"zemhost {arguments[0]} failed: {done.stderr}")
-        return done.stdout
-
-    def fill(self):
-        self.run("load", str(ROOT / "fleets/sample.json"))
-
-    def token(self, account):
-        return self.run("token", account).strip()
-
-
-class Server:
-    """A running `zemhost serve`, our own child."""
-
-    def __init__(self, store, **options):
-        with open(store.log, "ab") as log:
-            self.process = subprocess.Popen(
-                [store.program, "serve", "--listen", "127.0.0.1:0", "--store", f"sqlite:{store.path}"],
-                stdout=subprocess.PIPE, stderr=log, text=True, **options)
-        line = self.process.stdout.readline()
-        if "listening on " not in line:
-            self.end()
-            raise RuntimeError(f"the server did not start: {store.log.read_text(errors='replace')}")
-        self.port = int(line.rsplit(":", 1)[1])
-
-    def connect(self):
-        return http.client.HTTPConnection("127.0.0.1", self.port, timeout=30)
-
-    def end(self, kill=True):
-        """Ends the process and gives its exit status."""
-        self.process.kill() if kill else self.process.terminate()
-        self.process.stdout.close()
-        return self.process.wait(timeout=60)
-
-
-def call(connection, token, api_method, params):
-    """The answer of a method: (HTTP status, envelope)."""
-    api, method = api_method.split()
-    connection.request("POST", f"/webapi/VELQ.ZEM.{api}/1/{method}", json.dumps(params),
-                       {"Authorization": f"Bearer {token}"})
-    response = connection.getresponse()
-    return response.status, json.loads(response.read())
 
 
 def below(groups, top):
@@ -198,15 +142,15 @@ def play_round(store, token, homes, chance, totals):
     for writer in writers:
         writer.start()
     time.sleep(chance.uniform(0.05, 0.8))
-    server.end()
+    server.kill()
     for writer in writers:
         writer.join()
     copy = store.folder / "copy"
     copy.mkdir()
-    for path in store.folder.glob("store.db*"):
+    for path in store.folder.glob(store.path.name + "*"):
         if not path.name.endswith("-shm"):
             shutil.copy(path, copy)
-    database = sqlite3.connect(copy / "store.db")
+    database = sqlite3.connect(copy / store.path.name)
     faults = find_faults(database)
     for writer in [] if faults else writers:
         fault, steps = writer.check(read_groups(database, writer.home))

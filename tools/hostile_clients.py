@@ -5,6 +5,7 @@ disk, takes away the right to write, and looks for tokens where none may be.
 usage: tools/hostile_clients.py BUILD_DIR [--seconds 60]
 """
 import argparse
+import contextlib
 import gzip
 import json
 import multiprocessing
@@ -20,8 +21,9 @@ import sys
 import tempfile
 import time
 
-sys.dont_write_bytecode = True
-from crash_test import Server, Store, call, find_faults  # noqa: E402, without a cache of it beside the sources
+sys.dont_write_bytecode = True  # no cache beside the sources
+from crash_test import find_faults  # noqa: E402
+from zemhost import Server, Store, call  # noqa: E402
 
 MAX_MEMORY_MB = 512  # 64 of bodies, a head of 32 KiB for each of 8192 connections, and the tree
 MAX_SECONDS = 5.0  # for a request of the well-behaved client
@@ -250,13 +252,14 @@ def fill_disk(store_in, build):
     if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=3m", "none", disk], capture_output=True).returncode != 0:
         print("full disk: skipped, no right to mount")
         return
-    server = None
-    try:
+    with contextlib.ExitStack() as last:
+        last.callback(subprocess.run, ["umount", disk], check=True)
         store = Store(build, disk)
         store.log = store_in / "disk.log"
         store.fill()
         token = store.token("admin")
         server = Server(store)
+        last.callback(server.kill)
         connection = server.connect()
 
         def create(name):
@@ -268,8 +271,7 @@ def fill_disk(store_in, build):
         tree_status, tree = call(connection, token, "Tree get", {})
         subprocess.run(["mount", "-o", "remount,size=20m", disk], check=True)
         after = create("with room")[1]
-        server.end(kill=False)
-        server = None
+        server.stop()
         with sqlite3.connect(store.path) as database:
             faults = find_faults(database)
             stored = {row[0] for row in database.execute("SELECT name FROM ou WHERE name GLOB 'n[0-9]*'")}
@@ -279,10 +281,6 @@ def fill_disk(store_in, build):
             raise RuntimeError(f"full disk: {faults}, {len(made)} answered, {len(stored)} stored, tree {tree_status}, "
                                f"with room again {after}")
         print(f"full disk: {len(made)} changes stored, {100 - len(made)} refused with {refusals}, then one more stored")
-    finally:
-        if server is not None:
-            server.end()
-        subprocess.run(["umount", disk], check=True)
 
 
 def forbid_writing(store):
@@ -292,10 +290,12 @@ def forbid_writing(store):
     before = store.path.read_bytes()
     options = {"user": 65534, "group": 65534, "extra_groups": []} if os.geteuid() == 0 else {}
     try:
-        Server(store, **options).end()
-        outcome = "served"
+        server = Server(store, **options)
     except RuntimeError as e:
         outcome = str(e).splitlines()[-1]
+    else:
+        server.stop()
+        outcome = "served"
     store.folder.chmod(0o755)
     if store.path.read_bytes() != before:
         raise RuntimeError("the read-only file was changed")
@@ -303,8 +303,8 @@ def forbid_writing(store):
 
 
 def find_tokens(server, store, tokens):
-    places = [store.log, *store.folder.glob("store.db*"), *map(pathlib.Path, [f"/proc/{server.process.pid}/cmdline",
-                                                                            f"/proc/{server.process.pid}/environ"])]
+    process = pathlib.Path(f"/proc/{server.process.pid}")
+    places = [store.log, *store.folder.glob(store.path.name + "*"), process / "cmdline", process / "environ"]
     found = [str(place) for place in places for token in tokens if token.encode() in place.read_bytes()]
     if found:
         raise RuntimeError(f"tokens found in {found}")
@@ -334,9 +334,7 @@ def main():
             if peak_memory(server) > max_memory(server):
                 raise RuntimeError(f"{peak_memory(server):.0f} MB of memory")
         finally:
-            status = server.end(kill=False)
-        if status != 0:
-            raise RuntimeError(f"the server ended with status {status}")
+            server.stop()
         fill_disk(store.folder, options.build)
         forbid_writing(store)
     return 0

@@ -1,6 +1,7 @@
 #include "tree/linked_policies.h"
 
 #include <cstring>
+#include <memory>
 
 #include "frame/failure_log.h"
 #include "frame/json_read.h"
@@ -8,14 +9,23 @@
 
 namespace {
 
+// Keys of a static string are not copied for every node.
+const Json::StaticString szLinkedGpo("linked_gpo");
+const Json::StaticString szOrder("order");
+const Json::StaticString szId("id");
+const Json::StaticString szGpoId("gpo_id");
+const Json::StaticString szGpoName("gpo_name");
+const Json::StaticString szGpoDesc("gpo_desc");
+const Json::StaticString szLinked("linked");
+
 // The node's link entries; null when it has none. Members that are looked up and missing are added as null.
 Json::Value* find_links(Json::Value& node)
 {
-    Json::Value& jLinkedGpo = node["linked_gpo"];
+    Json::Value& jLinkedGpo = node[szLinkedGpo];
     if (jLinkedGpo.empty() || !jLinkedGpo.isObject()) {
         return NULL;
     }
-    Json::Value& jOrder = jLinkedGpo["order"];
+    Json::Value& jOrder = jLinkedGpo[szOrder];
     return jOrder.empty() || !jOrder.isArray() ? NULL : &jOrder;
 }
 
@@ -28,7 +38,7 @@ PolicyIndex index_policies(Json::Value& jGpoArray)
     index.reserve(jGpoArray.size());
     for (Json::Value& jGpo : jGpoArray) {
         int64_t id = 0;
-        if (jGpo.isObject() && 0 == read_int64(jGpo["id"], &id)) {
+        if (jGpo.isObject() && 0 == read_int64(jGpo[szId], &id)) {
             index.emplace(id, &jGpo);
         }
     }
@@ -42,47 +52,46 @@ void mark_linked(int64_t gpoId, Json::Value& jGpoArray, std::optional<PolicyInde
     }
     const auto range = index->equal_range(gpoId);
     for (auto it = range.first; it != range.second; ++it) {
-        (*it->second)["linked"] = true;
+        (*it->second)[szLinked] = true;
     }
+    index->erase(range.first, range.second);  // once is enough
 }
 
-// Copies name and description of the policy into the entry and takes "id" out; an entry whose policy cannot be read
-// keeps what it has got so far.
-void describe_link(Json::Value& jLink, int64_t gpoId, _tag_velq_zem_gpo_* pGpo)
+// Copies name and description of the policy into the entry and takes "id" out. Returns 0, or -1 when the policy cannot
+// be read: the entry keeps what it has got so far.
+int describe_link(Json::Value& jLink, int64_t gpoId, _tag_velq_zem_gpo_* pGpo)
 {
     char szBuf[4096];
 
     if (0 > VELQZEMGpoGet(gpoId, pGpo)) {
-        log_access_denied("0 >VELQZEMGpoGet(gpoId, pGpo)");
-        return;
+        return log_access_denied("0 >VELQZEMGpoGet(gpoId, pGpo)");
     }
     memset(szBuf, 0, sizeof(szBuf));
     if (0 > VELQZEMGpoItemGetName(szBuf, sizeof(szBuf), pGpo)) {
-        log_access_denied("0 > VELQZEMGpoItemGetName(_SAS(szBuf), pGpo)");
-        return;
+        return log_access_denied("0 > VELQZEMGpoItemGetName(_SAS(szBuf), pGpo)");
     }
-    jLink["gpo_name"] = szBuf;
+    jLink[szGpoName] = szBuf;
 
     memset(szBuf, 0, sizeof(szBuf));
     if (0 > VELQZEMGpoItemGetDescription(szBuf, sizeof(szBuf), pGpo)) {
-        log_access_denied("0 > VELQZEMGpoItemGetDescription(_SAS(szBuf), pGpo)");
-        return;
+        return log_access_denied("0 > VELQZEMGpoItemGetDescription(_SAS(szBuf), pGpo)");
     }
-    jLink["gpo_desc"] = szBuf;
+    jLink[szGpoDesc] = szBuf;
     jLink.removeMember("id");
+    return 0;
 }
 
-void resolve_link(Json::Value& jLink, Json::Value& jGpoArray, std::optional<PolicyIndex>& index,
-                  _tag_velq_zem_gpo_* pGpo)
+// Returns 0, or -1 when the entry is left as far as it got, which does not concern the other links of the node.
+int resolve_link(Json::Value& jLink, Json::Value& jGpoArray, std::optional<PolicyIndex>& index,
+                 _tag_velq_zem_gpo_* pGpo)
 {
     int64_t gpoId = 0;
-    if (!jLink.isObject() || jLink["id"].isNull() || 0 > read_int64(jLink["id"], &gpoId)) {
-        log_access_denied("(*pjGpoLink)[i][\"id\"].isNull()");
-        return;
+    if (!jLink.isObject() || jLink[szId].isNull() || 0 > read_int64(jLink[szId], &gpoId)) {
+        return log_access_denied("(*pjGpoLink)[i][\"id\"].isNull()");
     }
-    jLink["gpo_id"] = Json::Value(gpoId);
+    jLink[szGpoId] = Json::Value(gpoId);
     mark_linked(gpoId, jGpoArray, index);
-    describe_link(jLink, gpoId, pGpo);
+    return describe_link(jLink, gpoId, pGpo);
 }
 
 }  // namespace
@@ -96,21 +105,19 @@ int get_gpo_info_by_node(Json::Value& node, Json::Value& jGpoArray)
 int get_gpo_info_by_node(Json::Value& node, Json::Value& jGpoArray, std::optional<PolicyIndex>& index)
 {
     if (!node.isObject()) {
-        log_bad_parameter();
-        return -1;
+        return log_bad_parameter();
     }
     Json::Value* pjLinks = find_links(node);
     if (NULL == pjLinks) {
         return 0;
     }
     for (Json::Value& jLink : *pjLinks) {
-        _tag_velq_zem_gpo_* pGpo = VELQZEMGpoAlloc();
+        const std::unique_ptr<_tag_velq_zem_gpo_, void (*)(_tag_velq_zem_gpo_*)> pGpo(VELQZEMGpoAlloc(),
+                                                                                      VELQZEMGpoFree);
         if (NULL == pGpo) {
-            log_failed_call("NULL == (pGpo = VELQZEMGpoAlloc())");
-            return -1;
+            return log_failed_call("NULL == (pGpo = VELQZEMGpoAlloc())");
         }
-        resolve_link(jLink, jGpoArray, index, pGpo);
-        VELQZEMGpoFree(pGpo);
+        resolve_link(jLink, jGpoArray, index, pGpo.get());
     }
     return 0;
 }

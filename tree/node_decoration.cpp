@@ -9,6 +9,16 @@
 
 namespace {
 
+// Keys of a static string are not copied for every node.
+const Json::StaticString szId("id");
+const Json::StaticString szNodeType("node_type");
+const Json::StaticString szDelegate("delegate");
+const Json::StaticString szUserType("user_type");
+const Json::StaticString szName("name");
+const Json::StaticString szDomainType("domainType");
+const Json::StaticString szDomainName("domainName");
+const Json::StaticString szUgid("ugid");
+
 // Appends one delegate to the array, unless its extra information cannot be shown.
 int append_delegate(const _tag_velq_zem_delegate_* pDelegate, Json::Value& jDelegates)
 {
@@ -18,12 +28,10 @@ int append_delegate(const _tag_velq_zem_delegate_* pDelegate, Json::Value& jDele
 
     fromString(jExtra, pDelegate->extraInfo.c_str());
     if (0 > VELQZEMDelegateItemGetUserType(&userType, pDelegate)) {
-        log_failed_call("0 > VELQZEMDelegateItemGetUserType(&userType, pDelegate)");
-        return -1;
+        return log_failed_call("0 > VELQZEMDelegateItemGetUserType(&userType, pDelegate)");
     }
     if (0 > VELQZEMDelegateItemGetUGID(&ugid, pDelegate)) {
-        log_failed_call("0 > VELQZEMDelegateItemGetUGID(&ugid, pDelegate)");
-        return -1;
+        return log_failed_call("0 > VELQZEMDelegateItemGetUGID(&ugid, pDelegate)");
     }
     if (!jExtra.isObject() || !jExtra.isMember("domainType") || !jExtra.isMember("domainName") ||
         !jExtra.isMember("userNameCache")) {
@@ -33,11 +41,11 @@ int append_delegate(const _tag_velq_zem_delegate_* pDelegate, Json::Value& jDele
         return 0;
     }
     Json::Value& jEntry = jDelegates.append(Json::Value(Json::objectValue));
-    jEntry["user_type"] = Json::Value(userType);
-    jEntry["name"] = jExtra["userNameCache"];
-    jEntry["domainType"] = jExtra["domainType"];
-    jEntry["domainName"] = jExtra["domainName"];
-    jEntry["ugid"] = Json::Value(ugid);
+    jEntry[szUserType] = Json::Value(userType);
+    jEntry[szName] = jExtra["userNameCache"];
+    jEntry[szDomainType] = jExtra["domainType"];
+    jEntry[szDomainName] = jExtra["domainName"];
+    jEntry[szUgid] = Json::Value(ugid);
     return 0;
 }
 
@@ -48,17 +56,14 @@ int add_info_to_node(Json::Value& jArray, Json::Value& jGpoArray)
     std::optional<PolicyIndex> index;
 
     if (!jArray.isArray()) {
-        log_bad_parameter();
-        return -1;
+        return log_bad_parameter();
     }
     for (Json::Value& jNode : jArray) {
         if (0 > get_delegate_by_node(jNode)) {
-            log_failed_call("0 > get_delegate_by_node(jArray[i])");
-            return -1;
+            return log_failed_call("0 > get_delegate_by_node(jArray[i])");
         }
         if (0 > get_gpo_info_by_node(jNode, jGpoArray, index)) {
-            log_failed_call("0 > get_gpo_info_by_node(jArray[i], jGpoArray)");
-            return -1;
+            return log_failed_call("0 > get_gpo_info_by_node(jArray[i], jGpoArray)");
         }
     }
     return 0;
@@ -67,24 +72,20 @@ int add_info_to_node(Json::Value& jArray, Json::Value& jGpoArray)
 int get_delegate_by_node(Json::Value& node)
 {
     if (!node.isObject()) {
-        log_bad_parameter();
-        return -1;
+        return log_bad_parameter();
     }
     int64_t id = 0;
     int nodeType = 0;
-    if (0 > read_int64(node["id"], &id) || 0 > read_int(node["node_type"], &nodeType)) {
-        log_bad_parameter();
-        return -1;
+    if (0 > read_int64(node[szId], &id) || 0 > read_int(node[szNodeType], &nodeType)) {
+        return log_bad_parameter();
     }
     _tag_velq_zem_delegate_* pDelegateHead = NULL;
     int count = 0;
     if (0 > VELQZEMDelegateListByTarget(id, nodeType, &pDelegateHead, &count)) {
-        log_failed_call("0 > VELQZEMDelegateListByTarget(id, (int)nodeType, &pDelegateHead, &count)");
-        return -1;
+        return log_failed_call("0 > VELQZEMDelegateListByTarget(id, (int)nodeType, &pDelegateHead, &count)");
     }
     if (0 > VELQDelegateUpdateExtraInfoList(pDelegateHead, TRUE)) {
-        log_failed_call("0 > VELQDelegateUpdateExtraInfoList(pDelegateHead, TRUE)");
-        return -1;
+        return log_failed_call("0 > VELQDelegateUpdateExtraInfoList(pDelegateHead, TRUE)");
     }
     // The list is the store's: it is not released here.
     Json::Value jDelegates(Json::arrayValue);
@@ -95,7 +96,7 @@ int get_delegate_by_node(Json::Value& node)
         }
     }
     if (!jDelegates.empty()) {
-        node["delegate"] = std::move(jDelegates);
+        node[szDelegate] = std::move(jDelegates);
     }
     return 0;
 }

@@ -2,97 +2,114 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "frame/json_read.h"
 #include "platform/velq_zem.h"
+#include "tree/hung_marker.h"
 
 namespace {
 
 constexpr size_t noNode = SIZE_MAX;
-const Json::StaticString szMarker("find_parent");  // not copied for every node; it never leaves the source array
 
-// Nodes are numbered in the order in which they are met, the source first. The index gives the number of the node with
-// a kind and an identifier, noNode for one that cannot be a parent.
-typedef std::pair<int, int64_t> NodeKey;
+// Keys of a static string are not copied for every node.
+const Json::StaticString szChildren("children");
+const Json::StaticString szExpanded("expanded");
+const Json::StaticString szLoaded("loaded");
+
 typedef std::unordered_map<NodeKey, size_t, decltype([](const NodeKey& key) {
                                return static_cast<size_t>(key.second) * 31 + static_cast<size_t>(key.first);
                            })>
     NodeIndex;
-typedef std::vector<Json::Value*> NodeList;
 
-int index_node(Json::Value& jNode, NodeIndex& index, NodeList& nodes)
+// All nodes, numbered from 0: the groups, then the servers, then the policies.
+struct Forest {
+    std::vector<const NodeLink*> nodes;
+    NodeIndex index;                    // the number of a node, noNode for one that cannot be a parent
+    std::vector<size_t> parents;        // by number, noNode for a node of the top level
+    std::vector<size_t> firstChildren;  // by number; noNode for a leaf
+    std::vector<size_t> nextSiblings;   // by number; noNode for the last child
+};
+
+// The members that the nesting reads of a node.
+struct LinkMembers {
+    const Json::Value* pjId = NULL;
+    const Json::Value* pjType = NULL;
+    const Json::Value* pjParentId = NULL;
+    const Json::Value* pjParentType = NULL;
+    const Json::Value* pjChildren = NULL;
+    const Json::Value* pjMarker = NULL;
+};
+
+constexpr std::pair<std::string_view, const Json::Value * LinkMembers::*> linkMembers[] = {
+    {"id", &LinkMembers::pjId},
+    {"node_type", &LinkMembers::pjType},
+    {"parent_id", &LinkMembers::pjParentId},
+    {"parent_type", &LinkMembers::pjParentType},
+    {"children", &LinkMembers::pjChildren},
+    {szHungMarker, &LinkMembers::pjMarker},
+};
+
+// Walks over the members once, which is quicker than six lookups.
+LinkMembers find_link_members(const Json::Value& jNode)
 {
-    const Json::Value* pjType = find_member(jNode, "node_type");
-    const Json::Value* pjId = find_member(jNode, "id");
-    NodeKey key;
-    if (NULL == pjType || 0 > read_int(*pjType, &key.first) || NULL == pjId || 0 > read_int64(*pjId, &key.second)) {
-        return -1;
+    LinkMembers found;
+    for (auto it = jNode.begin(), end = jNode.end(); it != end; ++it) {
+        const char* szEnd = NULL;
+        const char* szName = it.memberName(&szEnd);
+        const std::string_view name(szName, static_cast<size_t>(szEnd - szName));
+        for (const auto& [linkName, pMember] : linkMembers) {
+            if (name == linkName) {
+                found.*pMember = &*it;
+                break;
+            }
+        }
     }
-    // The kinds are compared as JSON values: one that is not a signed integer never matches.
-    const size_t number = Json::intValue == pjType->type() ? nodes.size() : noNode;
-    nodes.push_back(&jNode);
-    return index.emplace(key, number).second ? 0 : -1;
+    return found;
 }
 
-int read_link(const Json::Value& jNode, NodeKey* pKey)
+int read_keys(const LinkMembers& members, NodeLink* pLink)
 {
-    const Json::Value* pjType = find_member(jNode, "parent_type");
-    const Json::Value* pjId = find_member(jNode, "parent_id");
-    pKey->first = VELQ_ZEM_TYPE_OU;
-    if (NULL != pjType && !pjType->isNull() && 0 > read_int(*pjType, &pKey->first)) {
+    if (NULL == members.pjId || NULL == members.pjType || NULL == members.pjParentId ||
+        0 > read_int(*members.pjType, &pLink->self.first) || 0 > read_int64(*members.pjId, &pLink->self.second) ||
+        0 > read_int64(*members.pjParentId, &pLink->parent.second)) {
         return -1;
     }
-    return NULL == pjId ? -1 : read_int64(*pjId, &pKey->second);
+    pLink->canBeParent = Json::intValue == members.pjType->type();
+    pLink->parent.first = VELQ_ZEM_TYPE_OU;
+    if (NULL == members.pjParentType || members.pjParentType->isNull()) {
+        return 0;
+    }
+    return read_int(*members.pjParentType, &pLink->parent.first);
 }
 
-// Indexes the source nodes and collects their parent links.
-int index_source(Json::Value& jSrc, NodeIndex& index, NodeList& nodes, std::vector<NodeKey>& links)
+// Numbers the nodes and indexes them.
+int add_nodes(const std::vector<NodeLink>& links, Forest& forest)
 {
-    index.reserve(jSrc.size());
-    nodes.reserve(jSrc.size());
-    links.reserve(jSrc.size());
-    for (Json::Value& jNode : jSrc) {
-        const Json::Value* pjChildren = find_member(jNode, "children");
-        NodeKey link;
-        if (0 > index_node(jNode, index, nodes) || 0 > read_link(jNode, &link) ||
-            (NULL != pjChildren && !pjChildren->isNull()) || NULL != find_member(jNode, "find_parent")) {
+    for (const NodeLink& link : links) {
+        const size_t number = link.canBeParent ? forest.nodes.size() : noNode;
+        forest.nodes.push_back(&link);
+        if (!forest.index.emplace(link.self, number).second) {
             return -1;
         }
-        links.push_back(link);
     }
     return 0;
 }
 
-// Indexes the nodes of a tree, all levels. Only at the top level a marker has a meaning.
-int index_tree(Json::Value& jNodes, bool isTop, NodeIndex& index, NodeList& nodes)
+// Finds the parents of the nodes from the number begin up to end, an array. A node of the array itself can be a parent
+// only when it was hung before its child's turn came; among the groups, which are nested in place, in any order.
+void find_parents(size_t begin, size_t end, bool isInPlace, Forest& forest)
 {
-    for (Json::Value& jNode : jNodes) {
-        if (0 > index_node(jNode, index, nodes) || (isTop && NULL != find_member(jNode, "find_parent"))) {
-            return -1;
-        }
-        const Json::Value* pjChildren = find_member(jNode, "children");
-        if (NULL == pjChildren || pjChildren->isNull()) {
-            continue;
-        }
-        if (!pjChildren->isArray() || 0 > index_tree(jNode["children"], false, index, nodes)) {
-            return -1;
-        }
+    const size_t known = isInPlace ? end : begin;
+    for (size_t node = begin; node < end; ++node) {
+        const auto it = forest.index.find(forest.nodes[node]->parent);
+        const size_t parent = forest.index.end() == it ? noNode : it->second;
+        const bool isHung = parent < node && noNode != forest.parents[parent];
+        forest.parents.push_back(parent < known || isHung ? parent : noNode);
     }
-    return 0;
-}
-
-std::vector<size_t> find_parents(const std::vector<NodeKey>& links, const NodeIndex& index)
-{
-    std::vector<size_t> parents;
-    parents.reserve(links.size());
-    for (const NodeKey& link : links) {
-        const auto it = index.find(link);
-        parents.push_back(index.end() == it ? noNode : it->second);
-    }
-    return parents;
 }
 
 // Takes its parent from the last node of each cycle: when its turn comes, the others hang below it already.
@@ -116,37 +133,86 @@ void open_cycles(std::vector<size_t>& parents)
     }
 }
 
+// Chains the children of each node in the order of their numbers.
+void chain_children(Forest& forest)
+{
+    forest.firstChildren.assign(forest.nodes.size(), noNode);
+    forest.nextSiblings.assign(forest.nodes.size(), noNode);
+    for (size_t node = forest.nodes.size(); node-- > 0;) {
+        const size_t parent = forest.parents[node];
+        if (noNode != parent) {
+            forest.nextSiblings[node] = forest.firstChildren[parent];
+            forest.firstChildren[parent] = node;
+        }
+    }
+}
+
+// Gives the node its display members and moves it, with its subtree, to the end of its siblings.
+void place_node(size_t node, const Forest& forest, Json::Value& jSiblings)
+{
+    const NodeLink& link = *forest.nodes[node];
+    const bool isLeaf = noNode == forest.firstChildren[node];
+    link.pjNode->removeMember("id");
+    *link.pjExpanded = !isLeaf;
+    if (isLeaf) {
+        (*link.pjNode)[szLoaded] = true;
+    } else {
+        *link.pjChildren = Json::Value(Json::arrayValue);
+    }
+    jSiblings.append(std::move(*link.pjNode));
+    for (size_t child = forest.firstChildren[node]; noNode != child; child = forest.nextSiblings[child]) {
+        place_node(child, forest, *link.pjChildren);
+    }
+}
+
 }  // namespace
 
-int hang_by_lookup(Json::Value& jSrc, Json::Value& jDst)
+int read_node_link(Json::Value& jNode, std::vector<NodeLink>& links)
 {
-    const bool isSelf = &jSrc == &jDst;
-    NodeIndex index;
-    NodeList nodes;
-    std::vector<NodeKey> links;
+    NodeLink link;
+    if (!jNode.isObject()) {
+        return -1;
+    }
+    const LinkMembers members = find_link_members(jNode);
+    if (NULL != members.pjMarker || (NULL != members.pjChildren && !members.pjChildren->isNull()) ||
+        0 > read_keys(members, &link)) {
+        return -1;
+    }
+    link.pjNode = &jNode;
+    link.pjChildren = &jNode[szChildren];
+    link.pjExpanded = &jNode[szExpanded];
+    links.push_back(link);
+    return 0;
+}
 
-    if (EACCES == errno || 0 > index_source(jSrc, index, nodes, links)) {
+int nest_by_lookup(const NodeLinks& links, Json::Value& jData)
+{
+    Forest forest;
+    const size_t servers = links.groups.size();
+    const size_t policies = servers + links.servers.size();
+    const size_t end = policies + links.policies.size();
+
+    if (EACCES == errno || !links.isUsable) {
         return -1;
     }
-    if (!isSelf && 0 > index_tree(jDst, true, index, nodes)) {
+    forest.nodes.reserve(end);
+    forest.index.reserve(end);
+    forest.parents.reserve(end);
+    if (0 > add_nodes(links.groups, forest) || 0 > add_nodes(links.servers, forest) ||
+        0 > add_nodes(links.policies, forest)) {
         return -1;
     }
-    std::vector<size_t> parents = find_parents(links, index);
-    if (isSelf) {
-        open_cycles(parents);
-    } else {
-        // A source node can be a parent only from when it has been hung itself.
-        std::fill_n(nodes.begin(), parents.size(), static_cast<Json::Value*>(NULL));
-    }
-    size_t i = 0;
-    for (Json::Value& jChild : jSrc) {
-        Json::Value* pjParent = noNode == parents[i] ? NULL : nodes[parents[i]];
-        if (NULL != pjParent) {
-            nodes[i] = &(*pjParent)["children"].append(std::move(jChild));
-            jChild = Json::Value(Json::objectValue);
-            jChild[szMarker] = 1;
+    find_parents(0, servers, true, forest);
+    open_cycles(forest.parents);
+    find_parents(servers, policies, false, forest);
+    find_parents(policies, end, false, forest);
+    chain_children(forest);
+
+    jData = Json::Value(Json::arrayValue);
+    for (size_t node = 0; node < end; ++node) {
+        if (noNode == forest.parents[node]) {
+            place_node(node, forest, jData);
         }
-        ++i;
     }
     return 0;
 }

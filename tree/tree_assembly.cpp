@@ -8,7 +8,8 @@
 #include "frame/failure_log.h"
 #include "frame/json_read.h"
 #include "platform/velq_zem.h"
-#include "tree/parent_lookup.h"
+#include "tree/hung_marker.h"
+#include "tree/node_postprocess.h"
 
 namespace {
 
@@ -33,18 +34,10 @@ bool is_same_node(Json::Value& jLeft, Json::Value& jRight)
     return leftId == rightId;
 }
 
-bool is_hung(const Json::Value& jNode)
-{
-    const Json::Value* pMarker = find_member(jNode, "find_parent");
-    return NULL != pMarker && !pMarker->isNull();
-}
-
-void remove_markers(Json::Value& jNodes)
+void remove_top_markers(Json::Value& jNodes)
 {
     for (Json::Value& jNode : jNodes) {
-        if (jNode.isObject()) {
-            jNode.removeMember("find_parent");
-        }
+        remove_marker(jNode);
     }
 }
 
@@ -70,11 +63,11 @@ void hang_by_search(Json::Value& jSrc, Json::Value& jDst)
             continue;
         }
         (*pParent)["children"].append(jChild);
-        jChild["find_parent"] = 1;
+        set_marker(jChild);
     }
 }
 
-void collect_roots(Json::Value& jDst, Json::Value& jOut, bool mayHaveMarkers)
+void collect_roots(Json::Value& jDst, Json::Value& jOut)
 {
     jOut = Json::Value(Json::arrayValue);
     for (Json::Value& jNode : jDst) {
@@ -82,16 +75,14 @@ void collect_roots(Json::Value& jDst, Json::Value& jOut, bool mayHaveMarkers)
             jOut.append(std::move(jNode));
         }
     }
-    if (mayHaveMarkers) {
-        remove_markers(jOut);  // null ones
-    }
+    remove_top_markers(jOut);  // null ones
 }
 
 void append_orphans(Json::Value& jSrc, Json::Value& jDst)
 {
     std::vector<Json::Value*> orphans;  // found first: both may be the same array
     for (Json::Value& jNode : jSrc) {
-        if (NULL == find_member(jNode, "find_parent")) {
+        if (!has_marker(jNode)) {
             orphans.push_back(&jNode);
         }
     }
@@ -100,26 +91,73 @@ void append_orphans(Json::Value& jSrc, Json::Value& jDst)
     }
 }
 
+void read_links(Json::Value& jArray, std::vector<NodeLink>& nodes, NodeLinks& links)
+{
+    if (!jArray.isArray()) {
+        return;
+    }
+    for (Json::Value& jNode : jArray) {
+        links.isUsable = 0 == read_node_link(jNode, nodes) && links.isUsable;
+    }
+}
+
+// The three nestings node by node, for nodes that the lookup does not take.
+int nest_by_search(Json::Value& jOu, Json::Value& jKx, Json::Value& jGpo, Json::Value& jData)
+{
+    if (0 > ConvertTreeJsonToParent(&jOu, &jOu, &jData)) {
+        return log_failed_call("0 >ConvertTreeJsonToParent(&jOu, &jOu, &jData)");
+    }
+    if (0 > ConvertTreeJsonToParent(&jKx, &jData, NULL)) {
+        return log_failed_call("0 >ConvertTreeJsonToParent(&jKx, &jData, NULL)");
+    }
+    if (0 > ConvertTreeJsonToParent(&jGpo, &jData, NULL)) {
+        return log_failed_call("0 >ConvertTreeJsonToParent(&jGpo, &jData, NULL)");
+    }
+    for (Json::Value& jNode : jData) {
+        if (0 > postHandleNode(jNode)) {
+            log_access_denied("0 > postHandleNode(jData[i])");
+        }
+    }
+    return 0;
+}
+
 }  // namespace
+
+int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, Json::Value& jData)
+{
+    NodeLinks links;
+    read_links(jDataOu, links.groups, links);
+    read_links(jDataKx, links.servers, links);
+    read_links(jDataGpo, links.policies, links);
+    return BuildTreeJson(jDataOu, jDataKx, jDataGpo, links, jData);
+}
+
+int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, const NodeLinks& links,
+                  Json::Value& jData)
+{
+    if (!jDataOu.isArray() || !jDataKx.isArray() || !jDataGpo.isArray() || !jData.isArray()) {
+        return log_bad_parameter();
+    }
+    // Taken over, not copied: nobody looks at the flat arrays again.
+    Json::Value jOu(std::move(jDataOu));
+    Json::Value jKx(std::move(jDataKx));
+    Json::Value jGpo(std::move(jDataGpo));
+
+    return 0 == nest_by_lookup(links, jData) ? 0 : nest_by_search(jOu, jKx, jGpo, jData);
+}
 
 int ConvertTreeJsonToParent(Json::Value* pjSrc, Json::Value* pjDst, Json::Value* pjOut)
 {
     if (NULL == pjSrc || !pjSrc->isArray() || NULL == pjDst || !pjDst->isArray()) {
-        log_bad_parameter();
-        return -1;
+        return log_bad_parameter();
     }
-    const bool isSearch = 0 > hang_by_lookup(*pjSrc, *pjDst);
-    if (isSearch) {
-        hang_by_search(*pjSrc, *pjDst);
-    }
+    hang_by_search(*pjSrc, *pjDst);
     if (NULL != pjOut) {
-        collect_roots(*pjDst, *pjOut, isSearch);
+        collect_roots(*pjDst, *pjOut);
         return 0;
     }
     append_orphans(*pjSrc, *pjDst);
-    if (isSearch) {
-        remove_markers(*pjDst);  // the lookup takes no destination that has any
-    }
+    remove_top_markers(*pjDst);
     return 0;
 }
 

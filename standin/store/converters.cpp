@@ -1,6 +1,8 @@
 // Allocation, release and JSON conversion of the three kinds of record.
 #include <algorithm>
+#include <charconv>
 #include <new>
+#include <string_view>
 
 #include "standin/store/json_text.h"
 #include "standin/store/snapshot.h"
@@ -57,6 +59,41 @@ bool isWanted(const Json::Value& jSearchArray, const char* szName)
                        [szName](const Json::Value& jName) { return jName == Json::Value(Json::StaticString(szName)); });
 }
 
+const Json::StaticString kOrder("order");
+const Json::StaticString kId("id");
+
+// Reads links in the one form that most have, {"order":[{"id":N},...]} without a space, several times as fast as the
+// JSON library. Returns false, jLinks of no use, for any other text.
+bool readPlainLinks(std::string_view text, Json::Value& jLinks)
+{
+    constexpr std::string_view kBegin = "{\"order\":[";
+    constexpr std::string_view kBefore = "{\"id\":";
+    if (!text.starts_with(kBegin) || !text.ends_with("]}")) {
+        return false;
+    }
+    text = text.substr(kBegin.size(), text.size() - kBegin.size() - 2);
+    jLinks = Json::Value(Json::objectValue);
+    Json::Value& jOrder = jLinks[kOrder] = Json::Value(Json::arrayValue);
+    while (text.starts_with(kBefore)) {
+        int64_t id = 0;
+        const char* pEnd = text.data() + text.size();
+        const auto [pStop, error] = std::from_chars(text.data() + kBefore.size(), pEnd, id);
+        if (error != std::errc() || pStop == pEnd || *pStop != '}') {
+            return false;
+        }
+        jOrder.append(Json::Value(Json::objectValue))[kId] = Json::Value(Json::Int64{id});
+        text.remove_prefix(static_cast<size_t>(pStop + 1 - text.data()));
+        if (text.empty()) {
+            return true;
+        }
+        if (!text.starts_with(",{")) {
+            return false;
+        }
+        text.remove_prefix(1);
+    }
+    return false;
+}
+
 template <class R>
 void writeField(const Field<R>& field, const R& record, Json::Value& jOut)
 {
@@ -68,7 +105,11 @@ void writeField(const Field<R>& field, const R& record, Json::Value& jOut)
     } else if (field.rule == Rule::plain) {
         jOut[key] = Json::Value((record.*field.text).c_str());
     } else if (!(record.*field.text).empty()) {
-        jOut[key] = parseJson((record.*field.text).c_str());
+        const char* szText = (record.*field.text).c_str();
+        Json::Value& jValue = jOut[key];
+        if (field.rule != Rule::links || !readPlainLinks(szText, jValue)) {
+            jValue = parseJson(szText);
+        }
     }
 }
 

@@ -1,7 +1,11 @@
 // The web API framework's request and response.
+#include <memory>
 #include <utility>
 
+#include <json/reader.h>
+
 #include "platform/velq_webapi.h"
+#include "standin/webapi/json_writer.h"
 
 namespace VELQ {
 
@@ -35,14 +39,14 @@ Json::Value APIRequest::GetParam(const std::string& name, const Json::Value& jDe
 
 void APIResponse::SetError(int code, const Json::Value& jData)
 {
-    m_jData = jData;
+    m_data = standin::writeJson(jData);
     m_success = false;
     m_errorCode = code;
 }
 
 void APIResponse::SetSuccess(const Json::Value& jData)
 {
-    m_jData = jData;
+    m_data = standin::writeJson(jData);
     m_success = true;
     m_errorCode = 0;
 }
@@ -57,9 +61,21 @@ int APIResponse::GetErrorCode() const
     return m_errorCode;
 }
 
-const Json::Value& APIResponse::GetData() const
+std::vector<std::string> APIResponse::TakeData()
 {
-    return m_jData;
+    return std::exchange(m_data, {});
+}
+
+Json::Value APIResponse::GetData() const
+{
+    std::string text;
+    for (const std::string& piece : m_data) {
+        text += piece;
+    }
+    Json::Value jData;
+    const std::unique_ptr<Json::CharReader> pReader(Json::CharReaderBuilder().newCharReader());
+    pReader->parse(text.data(), text.data() + text.size(), &jData, nullptr);
+    return jData;
 }
 
 }  // namespace VELQ

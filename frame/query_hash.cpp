@@ -1,0 +1,12 @@
+#include "frame/query_hash.h"
+
+#include "frame/failure_log.h"
+
+VLIBCSzHash* alloc_query_hash(int line)
+{
+    VLIBCSzHash* pHash = VLIBCSzHashAlloc(512);
+    if (NULL == pHash) {
+        log_malloc_hash(szSourceOu, line);
+    }
+    return pHash;
+}

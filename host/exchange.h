@@ -1,0 +1,69 @@
+// One request and its answer. A request is judged by its head before any of its body is taken in; the body of a refused
+// one is read and thrown away, so that the client gets to see its answer.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+#include <microhttpd.h>
+
+#include "host/dispatch.h"
+#include "host/module_loader.h"
+#include "host/request_body.h"
+#include "host/request_head.h"
+#include "host/waiting_sockets.h"
+
+namespace host {
+
+// What the exchanges of a server share. Any thread may use it.
+struct ServerState {
+    const ModuleSet& modules;
+    WaitingSockets waiting;
+    std::atomic<uint64_t> bodyBytes{0};   // of all bodies that are held
+    std::atomic<int> exchanges{0};        // how many there are
+    std::atomic<bool> isStopping{false};  // answers are the last on their connections
+};
+
+// From a request's head to the end of its answer; its log line is written with the answer, or at the end when there was
+// none. The library's callbacks make the calls, in the order in which they stand here, on the thread that serves the
+// connection. Each throws std::exception when it can do nothing for the request, and returns MHD_NO to have the
+// connection closed.
+class Exchange {
+public:
+    // server: outlives the exchange. pConnection: the library's; it lives until the exchange is over.
+    Exchange(ServerState& server, MHD_Connection* pConnection);
+    Exchange(const Exchange&) = delete;
+    Exchange& operator=(const Exchange&) = delete;
+    ~Exchange();
+
+    // The head has arrived. szPath, szMethod: as for judgeHead.
+    MHD_Result begin(const char* szPath, const char* szMethod);
+
+    // A piece of the body has arrived, of that many bytes.
+    MHD_Result receive(const char* pData, size_t size);
+
+    // The request is complete.
+    MHD_Result finish();
+
+private:
+    // The three steps of a request that is not refused. The first two touch neither the connection nor other exchanges.
+    Json::Value takeParameters();       // out of the body; throws std::exception when it is malformed
+    Answer runHandler();                // with the parameters
+    MHD_Result respond(Answer answer);  // on the connection's thread
+
+    ServerState& m_server;
+    MHD_Connection* const m_pConnection;
+    const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+    RequestHead m_head;
+    RequestBody m_body;
+    int m_refused = 0;       // HTTP status of the refusal, 0 for none
+    uint64_t m_arrived = 0;  // bytes of the body, thrown away ones too
+    bool m_isAnswered = false;
+};
+
+// The connection's socket; it stays the library's.
+int socketOf(MHD_Connection* pConnection);
+
+}  // namespace host

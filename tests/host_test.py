@@ -1,0 +1,202 @@
+#!/usr/bin/env python3
+"""The server's program as a process: the module that was built, a store in a temporary folder, requests over HTTP.
+
+usage: tests/host_test.py BUILD_DIR [option of unittest or HostTest.test_...]
+"""
+import concurrent.futures
+import contextlib
+import json
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+sys.dont_write_bytecode = True  # no cache beside the sources
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools"))
+from zemhost import SAMPLE, Server, Store, request  # noqa: E402
+
+BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
+MODULE = BUILD / "webapi_zem_ou.so"
+TREE = "/webapi/VELQ.ZEM.Tree/1/get"
+CREATE = "/webapi/VELQ.ZEM.KXGroup/1/create"
+FLEET = SAMPLE.read_text(encoding="utf-8")
+HUGE = b" " * (100 << 20)
+
+# The fault that a row catches, the status of the refusal, and what sets the request apart from one for the tree that is
+# served.
+REFUSALS = [
+    ("whoever has no token is served", 401, {"token": None}),
+    ("an empty token is somebody's", 401, {"token": ""}),
+    ("any token will do", 401, {"token": "0" * 64}),
+    ("a huge body hides from its sender that the token is unknown", 401, {"token": "x", "body": HUGE}),
+    ("a huge body is sent for nothing by who waits to be asked for it", 413,
+     {"body": None, "headers": {"Expect": "100-continue", "Content-Length": len(HUGE)}}),
+    ("a body has no limit, or its sender sees no answer", 413, {"body": HUGE}),
+    ("a body without a length has no limit", 413, {"body": (HUGE[:65536] for _ in range(1600))}),
+    ("the rest of a cut body is made up", 400, {"body": '{"name":'}),
+    ("what follows a value is overlooked", 400, {"body": "{}{}"}),
+    ("an array reaches the handler as parameters", 400, {"body": "[]"}),
+    ("one of two values is picked", 400, {"body": '{"name":"a","name":"b"}'}),
+    ("text that is not UTF-8 reaches the handler", 400, {"body": b'{"name":"\xc0\xaf"}'}),
+    ("nesting overflows the stack", 400, {"body": '{"a":' + "[" * 100000 + "]" * 100000 + "}"}),
+    ("compressed text is taken for JSON", 400, {"body": "{}", "headers": {"Content-Encoding": "gzip"}}),
+    ("a link to the address calls the method", 405, {"method": "GET"}),
+    ("a method that is not there asks for a token or another verb", 404,
+     {"path": "/webapi/VELQ.ZEM.Tree/1/drop", "token": None, "method": "GET"}),
+    ("any version is the first", 404, {"path": "/webapi/VELQ.ZEM.Tree/2/get"}),
+    ("a version may have a sign", 404, {"path": "/webapi/VELQ.ZEM.Tree/+1/get"}),
+    ("a version may begin with a zero", 404, {"path": "/webapi/VELQ.ZEM.Tree/01/get"}),
+    ("a version wraps around after 64 bits", 404, {"path": "/webapi/VELQ.ZEM.Tree/18446744073709551617/get"}),
+    ("a method has a second spelling with escapes", 404, {"path": "/webapi/VELQ.ZEM.Tree/1/%67et"}),
+    ("a long path overflows its buffer", 404, {"path": "/webapi/" + "x" * 10000 + "/1/get"}),
+    ("an exception of a handler ends the server", 500, {"path": "/webapi/Test/1/run"}),
+]
+
+# The fault of a fleet file, a text of the sample and what takes its place first, and what the message names.
+BROKEN_FLEETS = [
+    ("two groups of one identifier", '"id": 12, "parent_id": 0', '"id": 11, "parent_id": 0', "groups[11]"),
+    ("a parent that is not there", '"id": 12, "parent_id": 0', '"id": 12, "parent_id": 99', "groups[11]"),
+    ("groups under one another", '"id": 6, "parent_id": 0', '"id": 6, "parent_id": 10', "groups["),
+    ("a text as identifier", '"parent_id": 12, "name"', '"parent_id": "12", "name"', "servers[29]"),
+    ("a delegate without an account", '"ugid": 1001', '"ugid": 77', "groups[2]"),
+    ("an end in the middle", FLEET[len(FLEET) // 2:], "", "Line "),
+    ("nothing", FLEET, "", "empty"),
+    ("nesting that overflows the stack", FLEET, "[" * 5000 + "]" * 5000, "too deep"),
+]
+
+# The fault of a command, the command, and what its message names.
+VAIN_COMMANDS = [
+    ("an account that is not there", "tree --as nobody", 'no account "nobody"'),
+    ("a method that is not there", "call --as admin VELQ.ZEM.Tree drop", "no module offers"),
+    ("parameters of another type", "call --as admin VELQ.ZEM.Tree get --params []", "not a JSON object"),
+    ("an error as answer", 'call --as admin VELQ.ZEM.KXGroup delete --params {"node_id":0}', '"code":101'),
+    ("a policy that is not there", "link add group 12 99", "not changed"),
+    ("a kind of node without links", "link add policy 12 1", "policy"),
+    ("a folder as fleet file", "load .", "directory"),
+    ("an address that others reach", "serve --listen 0.0.0.0:0", "--allow-remote"),
+    ("an address without a port", "serve --listen localhost", "no address"),
+    ("a module that is not there", "tree --as admin --module none.so", "none.so"),
+    ("a module that is no shared object", "tree --as admin --module text.so", "text.so"),
+    ("a module without a table", f"tree --as admin --module {BUILD}/libvelqplatform.so", "GetAPITable"),
+    ("two modules with one method", f"tree --as admin --module {MODULE} --module {MODULE}", "duplicate"),
+    ("a table row without a handler", "tree --as admin --module test.so", "row 1"),
+]
+
+
+def each_node(nodes, parent=0):
+    """Every node of a tree, with the identifier of the group above it, 0 at the top."""
+    for node in nodes:
+        yield node, parent
+        yield from each_node(node["children"] or [], node["node_id"])
+
+
+class HostTest(unittest.TestCase):
+    """Each test has a store of its own and, once it has called serve, a server, which must end with status 0."""
+
+    def setUp(self):
+        self.store = Store(BUILD, self.enterContext(tempfile.TemporaryDirectory(prefix="zem-")))
+        self.store.fill()
+
+    def serve(self, *arguments, account="admin"):
+        """Starts the server. Gives a token of the account."""
+        self.server = Server(self.store, *arguments)
+        self.addCleanup(self.server.stop)
+        return self.store.token(account)
+
+    def request(self, path, token, *arguments, **options):
+        with contextlib.closing(self.server.connect()) as connection:
+            return request(connection, path, token, *arguments, **options)
+
+    def build_module(self, handler):
+        """Compiles test.so with one method, "Test" 1 "run". handler: a C++ expression."""
+        (self.store.folder / "test.cpp").write_text("""
+            #include <fcntl.h>
+            #include <unistd.h>
+            struct Row { const char* api; long version; const char* method; void (*handler)(void*, void*); };
+            static Row rows[] = {{"Test", 1, "run", %s}, {0, 0, 0, 0}};
+            extern "C" Row* GetAPITable() { return rows; }""" % handler)
+        subprocess.run(["c++", "-shared", "-fPIC", "-o", "test.so", "test.cpp"], cwd=self.store.folder, check=True,
+                       timeout=120)
+
+    def test_administrator_sees_every_node_once_under_its_parent(self):
+        status, answer = self.request(TREE, self.serve())
+        self.assertEqual((status, answer["success"]), (200, True))
+        records = [record for part in ["groups", "servers", "policies"] for record in json.loads(FLEET)[part]]
+        nodes = list(each_node(answer["data"]))
+        self.assertCountEqual([(node["name"], parent) for node, parent in nodes],
+                              [(record["name"], record["parent_id"]) for record in records])
+        self.assertFalse([node for node, _ in nodes if node.keys() & {"id", "find_parent", "sid"}])
+
+    def test_delegate_sees_and_changes_only_its_groups(self):
+        token = self.serve(account="m.okafor")
+        _, answer = self.request(CREATE, token, '{"id":0,"parent_id":6,"name":"Lab"}')
+        self.assertEqual(answer["error"]["code"], 414)
+        _, answer = self.request(CREATE, token, '{"id":0,"parent_id":3,"name":"Lab"}')
+        self.assertTrue(answer["success"])
+        _, answer = self.request(TREE, token)
+        groups = {node["name"] for node, _ in each_node(answer["data"]) if node["node_type"] == 2}
+        self.assertEqual(groups, {"Web", "Web staging", "Warehouses", "Lab"})
+
+    def test_bad_requests_are_refused_and_the_next_is_served(self):
+        self.build_module("[](void*, void*) { throw 1; }")
+        token = self.serve("--module", "test.so", "--module", MODULE)
+        good = {"path": TREE, "token": token}
+        for fault, expected, difference in REFUSALS:
+            with self.subTest(fault):
+                status, answer = self.request(**{**good, **difference})
+                self.assertEqual((status, answer), (expected, {"success": False, "error": {"code": expected}}))
+                self.assertTrue(self.request(**good)[1]["success"])
+        self.server.stop()
+        log = self.store.log.read_text(encoding="utf-8")
+        lines = re.findall(r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ (\S+ \S+ \S+ \S+) \d+$", log, re.MULTILINE)
+        self.assertCountEqual([int(line.split()[3]) for line in lines],
+                              [code for _, status, _ in REFUSALS for code in (status, 0)])
+        self.assertIn("admin VELQ.ZEM.Tree get 0", lines)
+        self.assertIn("- VELQ.ZEM.Tree get 401", lines)
+        self.assertNotIn(token, log)
+
+    def test_termination_finishes_what_is_running(self):
+        self.build_module('[](void*, void*) { close(creat("running", 0600)); sleep(2); }')
+        token = self.serve("--module", "test.so")
+        with concurrent.futures.ThreadPoolExecutor() as executor:
+            answer = executor.submit(self.request, "/webapi/Test/1/run", token)
+            limit = time.monotonic() + 30
+            while not (self.store.folder / "running").exists():
+                self.assertLess(time.monotonic(), limit)
+                time.sleep(0.01)
+            self.server.stop()
+            self.assertEqual(answer.result(timeout=60)[0], 200)
+
+    def test_broken_fleets_say_where_and_change_nothing(self):
+        self.store.path.unlink()
+        for fault, text, other, place in BROKEN_FLEETS:
+            with self.subTest(fault):
+                (self.store.folder / "broken.json").write_text(FLEET.replace(text, other, 1), encoding="utf-8")
+                self.assertIn(place, self.store.run("load", "broken.json", status=1))
+        self.store.fill()
+        tree = self.store.run("tree", "--as", "admin")
+        self.assertIn("\n12 groups, 30 servers, 8 policies, 22 links, 5 delegates\n", tree)
+        self.store.run("load", SAMPLE, status=1)  # the store holds a fleet now
+        self.assertEqual(self.store.run("tree", "--as", "admin"), tree)
+
+    def test_commands_show_what_they_changed(self):
+        for action, drawn in [("add", "group Retired  policies: Early updates\n"), ("remove", "group Retired\n")]:
+            self.store.run("link", action, "group", "12", "8")
+            self.assertIn(drawn, self.store.run("tree", "--as", "admin"))
+        page = self.store.run(*"list --as admin --sort-by name --offset 1 --limit 2".split())
+        self.assertRegex(page, '(?s)"Plants".*"Retired"')
+        self.assertNotIn('"Headquarters"', page)
+
+    def test_commands_that_cannot_work_say_why(self):
+        (self.store.folder / "text.so").write_text("no module")
+        self.build_module("nullptr")
+        for fault, command, reason in VAIN_COMMANDS:
+            with self.subTest(fault):
+                self.assertIn(reason, self.store.run(*command.split(), status=1))
+
+
+if __name__ == "__main__":
+    unittest.main()
