@@ -21,7 +21,7 @@ namespace {
 const std::string badParameter = withErrno("bad parameter", EACCES);
 const std::string mismatch = withErrno("denied: Failed [!IsJsonParentTypeMatch(jParent, jChild)]", EACCES);
 
-// A tree as "type.id[children]" for each node; for an odd element "?".
+// A tree as "type.id[children]" for each node, with its "node_id"; for an odd element "?".
 std::string shape(const Json::Value& jNodes)
 {
     std::string text;
@@ -33,7 +33,7 @@ std::string shape(const Json::Value& jNodes)
         }
         EXPECT_FALSE(jNode.isMember("find_parent"));
         text += (jNode["node_type"].isInt() ? jNode["node_type"].asString() : "-") + "." +
-                (jNode["id"].isArray() ? "-" : jNode["id"].asString());
+                (jNode["node_id"].isArray() ? "-" : jNode["node_id"].asString());
         if (jNode["children"].isArray()) {
             text += "[" + shape(jNode["children"]) + "]";
         }
@@ -41,17 +41,31 @@ std::string shape(const Json::Value& jNodes)
     return text;
 }
 
-std::string nest(Json::Value jOu, Json::Value jKx)
+// Nodes of one kind, each as [identifier, parent, further members] or as it stands.
+Json::Value nodes(int kind, const char* szNodes)
 {
-    Json::Value jData(Json::arrayValue);
-    EXPECT_EQ(ConvertTreeJsonToParent(&jOu, &jOu, &jData), 0);
-    EXPECT_EQ(ConvertTreeJsonToParent(&jKx, &jData, NULL), 0);
+    Json::Value jNodes = json(szNodes);
+    for (Json::Value& jNode : jNodes) {
+        if (jNode.isArray()) {
+            const Json::Value jShort = jNode;
+            jNode = json("{'node_type':%,'id':%,'node_id':%,'parent_id':%}", kind, jShort[0], jShort[0], jShort[1]);
+            for (const std::string& name : jShort[2].getMemberNames()) {
+                jNode[name] = jShort[2][name];
+            }
+        }
+    }
+    return jNodes;
+}
+
+std::string nest(const char* szGroups, const char* szServers)
+{
+    Json::Value jOu = nodes(2, szGroups), jKx = nodes(3, szServers), jGpo(Json::arrayValue), jData(Json::arrayValue);
+    EXPECT_EQ(BuildTreeJson(jOu, jKx, jGpo, jData), 0);
     return shape(jData);
 }
 
 TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames)
 {
-    // Groups and servers, each [id, parent] with further members or a whole node, and the tree.
     const std::array<const char*, 4> cases[] = {
         {"something out of nothing", "[]", "[]", ""},
         {"parents first", "[[1,0],[2,1],[3,2]]", "[]", "2.1[2.2[2.3]]"},
@@ -60,7 +74,7 @@ TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames)
         {"a node hangs below itself", "[[5,5],[1,0]]", "[]", "2.5 2.1"},
         {"a cycle opens elsewhere than at its last node", "[[1,3],[2,1],[3,2],[4,1]]", "[]", "2.3[2.1[2.2 2.4]]"},
         {"orphans are lost or out of order", "[[1,7]]", "[[1,7],[2,1],[3,8]]", "2.1[3.2] 3.1 3.3"},
-        {"0 is no identifier", "[[0,9],[1,0]]", "[{'node_type':3,'id':4}]", "2.0[2.1 3.4]"},
+        {"0 is no identifier", "[[0,9],[1,0]]", "[{'node_type':3,'id':4,'node_id':4}]", "2.0[2.1 3.4]"},
         {"a null kind is not a group's", "[[1,0],[2,1,{'parent_type':null}]]", "[]", "2.1[2.2]"},
         {"the parent's kind is ignored", "[[1,0],[2,1,{'parent_type':3}]]", "[]", "2.1 2.2"},
         {"a text is read as the parent's kind", "[[1,0],[2,1,{'parent_type':'x'}]]", "[]", "2.1 2.2"},
@@ -69,32 +83,20 @@ TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames)
         {"an array is read as an identifier", "[[[],2],[2,0],[3,0]]", "[]", "2.2[2.-] 2.3"},
         {"a real is a kind", "[[1,0,{'node_type':2.0}],[2,1]]", "[]", "2.0.1 2.2"},
         {"children that are a text", "[[1,0,{'children':'x'}],[2,1]]", "[]", "2.1 2.2"},
-        {"children that came along are no parents", "[[1,0,{'children':[{'node_type':2,'id':7}]}],[2,7]]", "[]",
-         "2.1[2.7[2.2]]"},
-        {"a node hangs below its own child", "[['x',7,{'children':[{'node_type':2,'id':7}]}]]", "[]", "2.x[2.7]"},
+        {"children that came along are no parents", "[[1,0,{'children':[{'node_type':2,'id':7,'node_id':7}]}],[2,7]]",
+         "[]", "2.1[2.7[2.2]]"},
+        {"a node hangs below its own child", "[[[],7,{'children':[{'node_type':2,'id':7,'node_id':7}]}]]", "[]",
+         "2.-[2.7]"},
         {"what is no node is lost", "[null,7,[1,0],[2,1]]", "[null]", "? ? 2.1[2.2] ?"},
         {"of two alike the second is the parent", "[[1,0],[1,0],[2,1]]", "[]", "2.1[2.2] 2.1"},
         {"a server is no parent", "[[1,0]]", "[[1,1],[2,1,{'node_type':4,'parent_type':3}]]", "2.1[3.1[4.2]]"},
         {"a later server is one", "[[1,0]]", "[[2,1,{'node_type':4,'parent_type':3}],[1,1]]", "2.1[3.1] 4.2"},
     };
-    const auto wholeNodes = [](int kind, const char* szNodes) {
-        Json::Value jNodes = json(szNodes);
-        for (Json::Value& jNode : jNodes) {
-            if (jNode.isArray()) {
-                Json::Value jWhole = json("{'node_type':%,'id':%,'parent_id':%}", kind, jNode[0], jNode[1]);
-                for (const std::string& name : jNode[2].getMemberNames()) {
-                    jWhole[name] = jNode[2][name];
-                }
-                jNode = jWhole;
-            }
-        }
-        return jNodes;
-    };
     for (const auto& [szFault, szGroups, szServers, szTree] : cases) {
-        for (const int err : {0, EACCES}) {
+        for (const int err : {0, EACCES}) {  // by lookup and by search
             reset();
             errno = err;
-            EXPECT_EQ(nest(wholeNodes(2, szGroups), wholeNodes(3, szServers)), szTree) << szFault << err;
+            EXPECT_EQ(nest(szGroups, szServers), szTree) << szFault << err;
         }
     }
 }
@@ -102,16 +104,15 @@ TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames)
 TEST(Assembly, marksTheSourceAndRefusesWhatIsNoArray)
 {
     reset();
-    Json::Value jOu = json("[{'node_type':2,'id':2,'parent_id':1},{'node_type':2,'id':1,'parent_id':0}]");
-    Json::Value jData = "anything";
+    Json::Value jOu = nodes(2, "[[2,1],[1,0]]"), jKx = nodes(3, "[[1,1]]");
+    Json::Value jData = "anything", jOut;
     Json::Value jBad(Json::objectValue);
     EXPECT_EQ(ConvertTreeJsonToParent(&jOu, &jOu, &jData), 0);
     EXPECT_EQ(jOu[0]["find_parent"], 1);
-    Json::Value jNullMarker = json("[{'node_type':2,'id':1,'find_parent':null}]"), jOut;
+    Json::Value jNullMarker = nodes(2, "[[1,0,{'find_parent':null}]]");
     EXPECT_EQ(ConvertTreeJsonToParent(&jNullMarker, &jNullMarker, &jOut), 0);
     EXPECT_EQ(shape(jOut), "2.1");
-    Json::Value jTree = json("[{'node_type':2,'id':1,'find_parent':1}]");  // hung elsewhere: nobody's parent here
-    Json::Value jKx = json("[{'node_type':3,'id':1,'parent_id':1}]");
+    Json::Value jTree = nodes(2, "[[1,0,{'find_parent':1}]]");  // hung elsewhere: nobody's parent here
     EXPECT_EQ(ConvertTreeJsonToParent(&jKx, &jTree, NULL), 0);
     EXPECT_EQ(shape(jTree), "2.1 3.1");
     for (const auto& [src, dst] :
@@ -126,11 +127,11 @@ TEST(Assembly, marksTheSourceAndRefusesWhatIsNoArray)
 TEST(Assembly, logsKindMismatchesAndOddNodesAsTheSearchMeetsThem)
 {
     reset();
-    Json::Value jOu = json("[{'node_type':2,'id':1,'parent_id':0},5]");
-    Json::Value jKx = json("[{'node_type':3,'id':1,'parent_id':1,'parent_type':4}]");
     errno = EACCES;
-    EXPECT_EQ(nest(jOu, jKx), "2.1 ? 3.1");
-    EXPECT_EQ(platform.logs, (Lines{badParameter, badParameter, mismatch, badParameter}));
+    EXPECT_EQ(nest("[[1,0],5]", "[[1,1,{'parent_type':4}]]"), "2.1 ? 3.1");
+    EXPECT_EQ(platform.logs, (Lines{badParameter, badParameter, mismatch, badParameter, badParameter,
+                                    withErrno("denied: Failed [0 > postHandleNode(jData[i])]", EACCES)}));
+    const Json::Value jOu = nodes(2, "[[1,0],5]");
     platform.logs.clear();
     EXPECT_FALSE(IsJsonParentTypeMatch(jOu[0], jOu[1]));
     EXPECT_FALSE(IsJsonParentTypeMatch(jOu[1], jOu[0]));
