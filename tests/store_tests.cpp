@@ -172,10 +172,12 @@ int notify(int64_t id, const std::string&)
     return orErrno(VELQZEMGpoNotifyFetch(1, 2, id));
 }
 
-void runSql(const std::string& statement)
+// In one transaction.
+template <typename... Texts>
+void runSql(const Texts&... statements)
 {
     standin::Transaction transaction(standin::Access::write);
-    standin::execute(transaction.sql(), statement);
+    (standin::execute(transaction.sql(), statements), ...);
     transaction.commit();
 }
 
@@ -198,8 +200,7 @@ protected:
         } else {
             m_url = szServer;
             VELQZEMStoreOpen(m_url);
-            runSql("DROP SCHEMA public CASCADE");
-            runSql("CREATE SCHEMA public");
+            runSql("DROP SCHEMA public CASCADE", "CREATE SCHEMA public");
         }
         VELQZEMStoreOpen(m_url);
         standin::loadFleet(json(kFleet), {});
