@@ -3,16 +3,14 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
-
-#include <json/reader.h>
 
 #include "host/dispatch.h"
 #include "host/http_server.h"
@@ -25,7 +23,7 @@ namespace host {
 
 namespace {
 
-constexpr uint32_t kLoggedInAccount = 8;  // "user_type" of a listing's query
+constexpr int kMaxNesting = 1000;  // of the values of a fleet file
 
 ModuleSet loadModules(const ModulePaths& paths)
 {
@@ -73,19 +71,13 @@ Json::Value parseFleet(const std::string& path)
     if (std::ifstream::traits_type::eof() == file.peek()) {
         throw std::runtime_error("cannot read " + path + ": " + (0 == errno ? "it is empty" : strerror(errno)));
     }
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    const std::string text(std::istreambuf_iterator<char>(file), {});
     Json::Value jFleet;
-    std::string errors;
-    try {
-        if (Json::parseFromStream(builder, file, &jFleet, &errors)) {
-            return jFleet;
-        }
-    } catch (const Json::Exception&) {
-        errors = "values are nested too deep";
+    std::string error;
+    if (!standin::readUntrustedJson(text, kMaxNesting, jFleet, error)) {
+        throw std::runtime_error(path + " is not JSON: " + error);
     }
-    std::replace(errors.begin(), errors.end(), '\n', ' ');
-    throw std::runtime_error(path + " is not JSON: " + errors);
+    return jFleet;
 }
 
 }  // namespace
@@ -149,7 +141,7 @@ int printOneLevel(const ModulePaths& modules, const std::string& account, const 
     const standin::Account caller = accountOf(account);
     Json::Value jParams = jPaging;
     jParams["ugid"] = caller.uid;
-    jParams["user_type"] = kLoggedInAccount;
+    jParams["user_type"] = standin::kLoginUserType;
     return printAnswer(answerRequest(handler, caller, std::move(jParams)));
 }
 

@@ -7,11 +7,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include <json/reader.h>
-
 #include "host/text.h"
 #include "platform/velq_core.h"
-#include "standin/store/json_text.h"
 
 namespace host {
 
@@ -22,21 +19,6 @@ constexpr int kMaxNesting = 200;
 std::string errorEnvelope(int code)
 {
     return "{\"success\":false,\"error\":{\"code\":" + std::to_string(code) + "}}";
-}
-
-// Whether the text is one JSON value in UTF-8, which goes to *pValue.
-bool parseText(const std::string& text, Json::Value* pValue)
-{
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    builder["stackLimit"] = kMaxNesting;
-    const std::unique_ptr<Json::CharReader> pReader(builder.newCharReader());
-    const char* pEnd = text.data() + text.size();
-    try {
-        return standin::isPlainText(text.data(), pEnd) && pReader->parse(text.data(), pEnd, pValue, nullptr);
-    } catch (const Json::Exception&) {
-        return false;  // the reader's answer to deep nesting
-    }
 }
 
 void reportException(const char* szWhat)
@@ -52,7 +34,8 @@ Json::Value parseParameters(const std::string& body)
         return Json::Value();
     }
     Json::Value jParams;
-    if (!parseText(body, &jParams) || !jParams.isObject()) {
+    std::string error;
+    if (!standin::readUntrustedJson(body, kMaxNesting, jParams, error) || !jParams.isObject()) {
         throw std::runtime_error("the parameters are not a JSON object");
     }
     return jParams;

@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "standin/store/json_text.h"
+#include "standin/store/store.h"
 
 namespace host {
 
@@ -19,7 +19,7 @@ bool isC1Control(std::string_view text, size_t at)
 
 std::string escaped(std::string_view text, unsigned char firstPlain)
 {
-    const bool isUtf8 = standin::isPlainText(text.data(), text.data() + text.size());
+    const bool isUtf8 = standin::isPlainText(text);
     std::string out;
     for (size_t i = 0; i < text.size(); i++) {
         const auto byte = static_cast<unsigned char>(text[i]);

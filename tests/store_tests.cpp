@@ -4,8 +4,10 @@
 #include <thread>
 
 #include "platform/velq_zem.h"
-#include "standin/store/database.h"
+#include "standin/store/schema.h"
+#include "standin/store/statement.h"
 #include "standin/store/store.h"
+#include "standin/store/transaction.h"
 #include "tests/support.h"
 
 using test::json;
@@ -407,7 +409,7 @@ TEST_P(StoreTest, everythingOutlivesReopening)
     ASSERT_EQ(create(0, "{'name':'next'}"), 0);
     EXPECT_EQ(gCreated, 6);  // not that of a deleted group
     runSql("UPDATE meta SET value = 2 WHERE name = 'version'");
-    EXPECT_THROW(standin::prepareSchema(false), std::runtime_error);
+    EXPECT_THROW(standin::prepareSchema(), std::runtime_error);
     runSql("UPDATE meta SET value = 1 WHERE name = 'version'");
 }
 

@@ -57,9 +57,8 @@ void mark_linked(int64_t gpoId, Json::Value& jGpoArray, std::optional<PolicyInde
     index->erase(range.first, range.second);  // once is enough
 }
 
-// Copies name and description of the policy into the entry and takes "id" out. Returns 0, or -1 when the policy cannot
-// be read: the entry keeps what it has got so far.
-int describe_link(Json::Value& jLink, int64_t gpoId, _tag_velq_zem_gpo_* pGpo)
+// Reads name and description of the policy; what cannot be read stays null.
+int read_policy(int64_t gpoId, _tag_velq_zem_gpo_* pGpo, Json::Value* pjName, Json::Value* pjDesc)
 {
     char szBuf[4096];
 
@@ -70,28 +69,63 @@ int describe_link(Json::Value& jLink, int64_t gpoId, _tag_velq_zem_gpo_* pGpo)
     if (0 > VELQZEMGpoItemGetName(szBuf, sizeof(szBuf), pGpo)) {
         return log_access_denied("0 > VELQZEMGpoItemGetName(_SAS(szBuf), pGpo)");
     }
-    jLink[szGpoName] = szBuf;
+    *pjName = szBuf;
 
     memset(szBuf, 0, sizeof(szBuf));
     if (0 > VELQZEMGpoItemGetDescription(szBuf, sizeof(szBuf), pGpo)) {
         return log_access_denied("0 > VELQZEMGpoItemGetDescription(_SAS(szBuf), pGpo)");
     }
-    jLink[szGpoDesc] = szBuf;
-    jLink.removeMember("id");
+    *pjDesc = szBuf;
     return 0;
+}
+
+// An object of the members of a resolved link.
+Json::Value make_resolved_link()
+{
+    Json::Value jLink(Json::objectValue);
+    jLink[szGpoDesc] = jLink[szGpoId] = jLink[szGpoName] = Json::Value();
+    return jLink;
+}
+
+// Puts what is known of the policy into the entry, whose "id" goes when that is all of it.
+void write_link(int64_t gpoId, Json::Value& jName, Json::Value& jDesc, Json::Value& jLink)
+{
+    static const Json::Value jResolved = make_resolved_link();
+
+    if (1 == jLink.size() && !jDesc.isNull()) {  // nothing but "id": a copy, filled in, is the quicker way
+        jLink = jResolved;
+        auto it = jLink.begin();  // in the order of the names
+        (it++)->swap(jDesc);
+        *it++ = Json::Value(gpoId);
+        it->swap(jName);
+        return;
+    }
+    jLink[szGpoId] = Json::Value(gpoId);
+    if (!jName.isNull()) {
+        jLink[szGpoName].swap(jName);
+    }
+    if (!jDesc.isNull()) {
+        jLink[szGpoDesc].swap(jDesc);
+        jLink.removeMember("id");
+    }
 }
 
 // Returns 0, or -1 when the entry is left as far as it got, which does not concern the other links of the node.
 int resolve_link(Json::Value& jLink, Json::Value& jGpoArray, std::optional<PolicyIndex>& index,
                  _tag_velq_zem_gpo_* pGpo)
 {
+    Json::Value jName;
+    Json::Value jDesc;
+    Json::Value* pjId = jLink.isObject() ? &jLink[szId] : NULL;
     int64_t gpoId = 0;
-    if (!jLink.isObject() || jLink[szId].isNull() || 0 > read_int64(jLink[szId], &gpoId)) {
+
+    if (NULL == pjId || pjId->isNull() || 0 > read_int64(*pjId, &gpoId)) {
         return log_access_denied("(*pjGpoLink)[i][\"id\"].isNull()");
     }
-    jLink[szGpoId] = Json::Value(gpoId);
     mark_linked(gpoId, jGpoArray, index);
-    return describe_link(jLink, gpoId, pGpo);
+    const int result = read_policy(gpoId, pGpo, &jName, &jDesc);
+    write_link(gpoId, jName, jDesc, jLink);
+    return result;
 }
 
 }  // namespace

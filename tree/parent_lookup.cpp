@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -34,56 +33,19 @@ struct Forest {
     std::vector<size_t> nextSiblings;   // by number; noNode for the last child
 };
 
-// The members that the nesting reads of a node.
-struct LinkMembers {
-    const Json::Value* pjId = NULL;
-    const Json::Value* pjType = NULL;
-    const Json::Value* pjParentId = NULL;
-    const Json::Value* pjParentType = NULL;
-    const Json::Value* pjChildren = NULL;
-    const Json::Value* pjMarker = NULL;
-};
-
-constexpr std::pair<std::string_view, const Json::Value * LinkMembers::*> linkMembers[] = {
-    {"id", &LinkMembers::pjId},
-    {"node_type", &LinkMembers::pjType},
-    {"parent_id", &LinkMembers::pjParentId},
-    {"parent_type", &LinkMembers::pjParentType},
-    {"children", &LinkMembers::pjChildren},
-    {szHungMarker, &LinkMembers::pjMarker},
-};
-
-// Walks over the members once, which is quicker than six lookups.
-LinkMembers find_link_members(const Json::Value& jNode)
+// Reads the node's identity and its parent link.
+int read_keys(const Json::Value& jNode, NodeLink* pLink)
 {
-    LinkMembers found;
-    for (auto it = jNode.begin(), end = jNode.end(); it != end; ++it) {
-        const char* szEnd = NULL;
-        const char* szName = it.memberName(&szEnd);
-        const std::string_view name(szName, static_cast<size_t>(szEnd - szName));
-        for (const auto& [linkName, pMember] : linkMembers) {
-            if (name == linkName) {
-                found.*pMember = &*it;
-                break;
-            }
-        }
-    }
-    return found;
-}
-
-int read_keys(const LinkMembers& members, NodeLink* pLink)
-{
-    if (NULL == members.pjId || NULL == members.pjType || NULL == members.pjParentId ||
-        0 > read_int(*members.pjType, &pLink->self.first) || 0 > read_int64(*members.pjId, &pLink->self.second) ||
-        0 > read_int64(*members.pjParentId, &pLink->parent.second)) {
+    const Json::Value* pjType = find_member(jNode, "node_type");
+    const Json::Value* pjParentType = find_member(jNode, "parent_type");
+    if (NULL == pjType || 0 > read_int(*pjType, &pLink->self.first) ||
+        0 > read_member(jNode, "id", &pLink->self.second) ||
+        0 > read_member(jNode, "parent_id", &pLink->parent.second)) {
         return -1;
     }
-    pLink->canBeParent = Json::intValue == members.pjType->type();
+    pLink->canBeParent = Json::intValue == pjType->type();
     pLink->parent.first = VELQ_ZEM_TYPE_OU;
-    if (NULL == members.pjParentType || members.pjParentType->isNull()) {
-        return 0;
-    }
-    return read_int(*members.pjParentType, &pLink->parent.first);
+    return NULL == pjParentType || pjParentType->isNull() ? 0 : read_int(*pjParentType, &pLink->parent.first);
 }
 
 // Numbers the nodes and indexes them.
@@ -170,12 +132,8 @@ void place_node(size_t node, const Forest& forest, Json::Value& jSiblings)
 int read_node_link(Json::Value& jNode, std::vector<NodeLink>& links)
 {
     NodeLink link;
-    if (!jNode.isObject()) {
-        return -1;
-    }
-    const LinkMembers members = find_link_members(jNode);
-    if (NULL != members.pjMarker || (NULL != members.pjChildren && !members.pjChildren->isNull()) ||
-        0 > read_keys(members, &link)) {
+    const Json::Value* pjChildren = find_member(jNode, "children");
+    if (has_marker(jNode) || (NULL != pjChildren && !pjChildren->isNull()) || 0 > read_keys(jNode, &link)) {
         return -1;
     }
     link.pjNode = &jNode;

@@ -1,4 +1,6 @@
-// Accounts and their tokens.
+// Who may log in: accounts by name or by the hash of their bearer token.
+#include <stdexcept>
+
 #include "standin/store/rows.h"
 
 namespace standin {
@@ -28,7 +30,6 @@ std::optional<Account> findAccountByToken(const std::string& tokenHash)
 
 void setAccountToken(uint32_t uid, const std::string& tokenHash)
 {
-    dropSnapshot();
     Transaction transaction(Access::write);
     const int64_t rows = change(transaction.sql(), "UPDATE account SET token_hash = :hash WHERE uid = :uid", tokenHash,
                                 static_cast<int64_t>(uid));

@@ -1,16 +1,18 @@
-// Allocation, release and JSON conversion of the three kinds of record.
+// What the three kinds of record have in common outside the database: allocation, release and conversion from and to
+// JSON, written once over the kinds' tables of fields.
 #include <algorithm>
-#include <charconv>
 #include <new>
 #include <string_view>
 
+#include "standin/store/errors.h"
 #include "standin/store/json_text.h"
+#include "standin/store/records.h"
 #include "standin/store/snapshot.h"
 
 namespace standin {
 namespace {
 
-template <class R>
+template <typename R>
 R* alloc()
 {
     R* pRecord = new (std::nothrow) R;
@@ -20,7 +22,7 @@ R* alloc()
     return pRecord;
 }
 
-template <class R>
+template <typename R>
 void freeList(R** ppHead)
 {
     if (ppHead == nullptr) {
@@ -33,7 +35,7 @@ void freeList(R** ppHead)
     errno = saved;
 }
 
-template <class R>
+template <typename R>
 int jsonToStruct(const Json::Value& jRecord, R* pRecord)
 {
     return guarded([&] {
@@ -59,85 +61,100 @@ bool isWanted(const Json::Value& jSearchArray, const char* szName)
                        [szName](const Json::Value& jName) { return jName == Json::Value(Json::StaticString(szName)); });
 }
 
-const Json::StaticString kOrder("order");
-const Json::StaticString kId("id");
+// What a member's value is made from: a field of the record, or a number that is the same for the whole kind.
+template <typename R>
+using Source = std::variant<int64_t R::*, int32_t R::*, VLIBCString R::*, int64_t>;
 
-// Reads links in the one form that most have, {"order":[{"id":N},...]} without a space, several times as fast as the
-// JSON library. Returns false, jLinks of no use, for any other text.
-bool readPlainLinks(std::string_view text, Json::Value& jLinks)
+// The members that every record of the kind has, all but its JSON texts.
+template <typename R>
+struct Outline {
+    std::map<std::string_view, Source<R>> sources = {
+        {"node_id", &R::id}, {"node_type", int64_t{Kind<R>::kType}}, {"parent_type", int64_t{VELQ_ZEM_TYPE_OU}}};
+    Json::Value jBlank{Json::objectValue};  // an object of these members, in the order of the sources
+
+    Outline()
+    {
+        for (const Field<R>& field : Kind<R>::kFields) {
+            if (field.rule == Rule::own || field.rule == Rule::plain) {
+                std::visit([&](auto member) { sources.emplace(field.name, member); }, field.member);
+            }
+        }
+        for (const auto& [name, source] : sources) {
+            jBlank[Json::StaticString(name.data())] = Json::Value();
+        }
+    }
+};
+
+template <typename R>
+const Outline<R>& outlineOf()
 {
-    constexpr std::string_view kBegin = "{\"order\":[";
-    constexpr std::string_view kBefore = "{\"id\":";
-    if (!text.starts_with(kBegin) || !text.ends_with("]}")) {
-        return false;
-    }
-    text = text.substr(kBegin.size(), text.size() - kBegin.size() - 2);
-    jLinks = Json::Value(Json::objectValue);
-    Json::Value& jOrder = jLinks[kOrder] = Json::Value(Json::arrayValue);
-    while (text.starts_with(kBefore)) {
-        int64_t id = 0;
-        const char* pEnd = text.data() + text.size();
-        const auto [pStop, error] = std::from_chars(text.data() + kBefore.size(), pEnd, id);
-        if (error != std::errc() || pStop == pEnd || *pStop != '}') {
-            return false;
-        }
-        jOrder.append(Json::Value(Json::objectValue))[kId] = Json::Value(Json::Int64{id});
-        text.remove_prefix(static_cast<size_t>(pStop + 1 - text.data()));
-        if (text.empty()) {
-            return true;
-        }
-        if (!text.starts_with(",{")) {
-            return false;
-        }
-        text.remove_prefix(1);
-    }
-    return false;
+    static const Outline<R> kOutline;
+    return kOutline;
 }
 
-template <class R>
-void writeField(const Field<R>& field, const R& record, Json::Value& jOut)
+template <typename R>
+Json::Value valueOf(const R& record, const Source<R>& source)
 {
-    const Json::StaticString key(field.name);
-    if (field.number) {
-        jOut[key] = Json::Value(static_cast<Json::Int64>(record.*field.number));
-    } else if (field.flag) {
-        jOut[key] = Json::Value(record.*field.flag);
-    } else if (field.rule == Rule::plain) {
-        jOut[key] = Json::Value((record.*field.text).c_str());
-    } else if (!(record.*field.text).empty()) {
-        const char* szText = (record.*field.text).c_str();
-        Json::Value& jValue = jOut[key];
-        if (field.rule != Rule::links || !readPlainLinks(szText, jValue)) {
-            jValue = parseJson(szText);
+    if (const auto* pNumber = std::get_if<int64_t R::*>(&source)) {
+        return Json::Value(Json::Int64{record.**pNumber});
+    }
+    if (const auto* pText = std::get_if<VLIBCString R::*>(&source)) {
+        return Json::Value((record.**pText).c_str());
+    }
+    if (const auto* pFlag = std::get_if<int32_t R::*>(&source)) {
+        return Json::Value(record.**pFlag);
+    }
+    return Json::Value(Json::Int64{std::get<int64_t>(source)});
+}
+
+// The JSON texts become members, but for empty ones.
+template <typename R>
+void writeJsonTexts(const R& record, const Json::Value& jSearchArray, Json::Value& jOut)
+{
+    for (const Field<R>& field : Kind<R>::kFields) {
+        if ((field.rule != Rule::json && field.rule != Rule::links) || !isWanted(jSearchArray, field.name)) {
+            continue;
+        }
+        const VLIBCString& text = record.*std::get<VLIBCString R::*>(field.member);
+        if (!text.empty()) {
+            jOut[Json::StaticString(field.name)] =
+                field.rule == Rule::links ? parseLinks(text.c_str()) : parseJson(text.c_str());
         }
     }
 }
 
-template <class R>
+// All members: the blank object is copied and filled in passing, a fraction of the work of adding them one by one.
+template <typename R>
+Json::Value toJson(const R& record)
+{
+    Json::Value jRecord(outlineOf<R>().jBlank);
+    auto member = jRecord.begin();
+    for (const auto& [name, source] : outlineOf<R>().sources) {
+        *member = valueOf(record, source);
+        ++member;
+    }
+    return jRecord;
+}
+
+template <typename R>
 Json::Value toJson(const R& record, const Json::Value& jSearchArray)
 {
     Json::Value jRecord(Json::objectValue);
-    for (const Field<R>& field : Kind<R>::fields) {
-        if (isWanted(jSearchArray, field.name)) {
-            writeField(field, record, jRecord);
-        }
-    }
-    const std::pair<const char*, Json::Int64> derived[] = {
-        {"node_id", record.id}, {"node_type", Kind<R>::type}, {"parent_type", VELQ_ZEM_TYPE_OU}};
-    for (const auto& [szName, value] : derived) {
-        if (isWanted(jSearchArray, szName)) {
-            jRecord[Json::StaticString(szName)] = Json::Value(value);
+    for (const auto& [name, source] : outlineOf<R>().sources) {
+        if (isWanted(jSearchArray, name.data())) {
+            jRecord[Json::StaticString(name.data())] = valueOf(record, source);
         }
     }
     return jRecord;
 }
 
-template <class R>
+template <typename R>
 int structToJson(const R* pRecord, const Json::Value& jSearchArray, Json::Value& jOut)
 {
     return guarded([&] {
         require(pRecord != nullptr && isSearchArray(jSearchArray) && (jOut.isNull() || jOut.isObject()), EINVAL);
-        Json::Value jRecord = toJson(*pRecord, jSearchArray);
+        Json::Value jRecord = jSearchArray.isNull() ? toJson(*pRecord) : toJson(*pRecord, jSearchArray);
+        writeJsonTexts(*pRecord, jSearchArray, jRecord);
         if (jOut.empty()) {
             jOut.swap(jRecord);
             return;
@@ -223,13 +240,12 @@ int VELQZEMGpoStructToJson(const _tag_velq_zem_gpo_* pGpo, const Json::Value& jS
     return structToJson(pGpo, jSearchArray, jOut);
 }
 
-// The links of a request: an array stands for the object that holds it as "order".
 int VELQZEMHttpReqToJsonForLinkedGpo(const Json::Value& jValue, Json::Value& jRecord)
 {
     return guarded([&] {
         require(jRecord.isNull() || jRecord.isObject(), EINVAL);
         Json::Value jLinks;
-        if (jValue.isArray()) {
+        if (jValue.isArray()) {  // stands for the object that holds it as "order"
             jLinks["order"] = jValue;
         } else {
             jLinks = jValue;

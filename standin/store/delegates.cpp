@@ -1,9 +1,11 @@
-// Delegates of groups and servers.
+// The delegates of groups and servers. While a thread keeps the snapshot of a listed tree they come from there, else
+// from the database.
 #include "standin/store/delegates.h"
 
-#include <vector>
+#include <functional>
 
 #include "standin/store/checks.h"
+#include "standin/store/json_text.h"
 #include "standin/store/rights.h"
 #include "standin/store/snapshot.h"
 

@@ -1,8 +1,9 @@
-// Delegates and account names, shared by the delegate calls, the tree listing and the fleet loader.
+// Delegates and account names as rows and as records, for the delegate calls, the tree listing and the fleet loader.
 #pragma once
 
 #include <vector>
 
+#include "standin/store/records.h"
 #include "standin/store/rows.h"
 
 namespace standin {
@@ -13,7 +14,8 @@ Delegate delegateOf(const DelegateRow& row);
 // The account's names as JSON object text, for the extra information of a delegate.
 VLIBCString extraInfoOf(const AccountRow& account);
 
-// Stores the accounts with these uids as the delegates of a node that has none.
+// Stores the accounts with these uids, in this order, as the delegates of a node that has none. Runs in the inserter's
+// transaction; throws soci::soci_error.
 void insertDelegates(Inserter<DelegateRow>& inserter, int nodeType, int64_t id, const std::vector<int64_t>& ugids);
 
 }  // namespace standin

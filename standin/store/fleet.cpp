@@ -1,10 +1,14 @@
-// The fleet loader: checks a whole fleet file, then stores it in one transaction.
+// The fleet loader: checks a whole fleet, then stores it in one transaction. What is wrong is told with its place in
+// the fleet.
+#include <ctime>
 #include <set>
+#include <stdexcept>
 #include <unordered_map>
 #include <unordered_set>
 
 #include "standin/store/delegates.h"
 #include "standin/store/json_text.h"
+#include "standin/store/rows.h"
 
 namespace standin {
 namespace {
@@ -25,7 +29,7 @@ struct Fleet {
 };
 
 // Runs the check of one record and puts its place into the text of what it throws.
-template <class Check>
+template <typename Check>
 void at(const char* szSection, size_t index, Check&& check)
 {
     try {
@@ -36,7 +40,7 @@ void at(const char* szSection, size_t index, Check&& check)
 }
 
 // Reads the records of a section; check(jItem, record) does what is special to its kind.
-template <class R, class Check>
+template <typename R, typename Check>
 void readSection(const Json::Value& jFleet, const char* szSection, std::vector<R>& records, Check&& check)
 {
     const Json::Value& jSection = jFleet[szSection];
@@ -63,18 +67,18 @@ void readAccounts(const Json::Value& jFleet, Fleet& fleet)
 }
 
 // What groups, policies and servers have in common.
-template <class R>
+template <typename R>
 void checkNode(const Json::Value& jItem, R& record, bool isNew)
 {
     demand(record.id >= 1 && record.id <= kHighestId, "id", "missing or not from 1 to 2^62 - 1");
     demand(isNew, "id", "a record of the kind before has it too");
     demand(!jItem["parent_id"].isNull(), "parent_id", "missing");
-    record.mtime = now();
+    record.mtime = std::time(nullptr);
     record.revision = 1;
 }
 
 // The delegates of a node, once its policy links are checked.
-template <class R>
+template <typename R>
 std::vector<int64_t> readRelations(const Json::Value& jItem, const R& record, const Fleet& fleet)
 {
     if (!record.linkedGpo.empty()) {
@@ -105,7 +109,7 @@ void readNodes(const Json::Value& jFleet, Fleet& fleet)
     });
 }
 
-template <class R>
+template <typename R>
 void checkParents(const char* szSection, const std::vector<R>& records, const Fleet& fleet)
 {
     for (size_t i = 0; i < records.size(); ++i) {
@@ -130,6 +134,8 @@ void checkSiblingNames(const Fleet& fleet)
 
 void checkDepths(const Fleet& fleet)
 {
+    const std::string tooDeep =
+        "more than " + std::to_string(kMaxGroupDepth) + " groups below one another, or a circle";
     for (size_t i = 0; i < fleet.groups.size(); ++i) {
         const Group& group = fleet.groups[i];
         int level = 1;
@@ -137,13 +143,13 @@ void checkDepths(const Fleet& fleet)
         at("groups", i, [&] {
             for (int64_t id = group.parentId; id != 0; id = parentOf(id)) {
                 demand(id != group.id, "parent_id", "leads round in a circle");
-                demand(++level <= kMaxGroupDepth, "parent_id", "more than 128 groups below one another, or a circle");
+                demand(++level <= kMaxGroupDepth, "parent_id", tooDeep);
             }
         });
     }
 }
 
-template <class R>
+template <typename R>
 void storeRecords(soci::session& sql, const std::vector<R>& records, const std::function<void()>& step)
 {
     Inserter<R> inserter(sql);
@@ -153,12 +159,12 @@ void storeRecords(soci::session& sql, const std::vector<R>& records, const std::
     }
 }
 
-template <class R>
+template <typename R>
 void storeDelegates(soci::session& sql, const std::vector<R>& records, const std::vector<std::vector<int64_t>>& lists)
 {
     Inserter<DelegateRow> inserter(sql);
     for (size_t i = 0; i < records.size(); ++i) {
-        insertDelegates(inserter, Kind<R>::type, records[i].id, lists[i]);
+        insertDelegates(inserter, Kind<R>::kType, records[i].id, lists[i]);
     }
 }
 
@@ -188,7 +194,6 @@ void loadFleet(const Json::Value& jFleet, const std::function<void(size_t, size_
     checkParents("servers", fleet.servers, fleet);
     checkSiblingNames(fleet);
     checkDepths(fleet);
-    dropSnapshot();
     Transaction transaction(Access::write);
     const int64_t held = number(transaction.sql(),
                                 "SELECT (SELECT COUNT(*) FROM account) + (SELECT COUNT(*) FROM gpo)"

@@ -1,5 +1,8 @@
-// Groups: load, change, create and delete.
+// Groups are loaded, changed, created and deleted here; the checks of the tree that they form are made in SQL.
+#include <ctime>
+
 #include "standin/store/checks.h"
+#include "standin/store/rows.h"
 
 namespace standin {
 namespace {
@@ -63,7 +66,7 @@ void createGroup(soci::session& sql, Group& group)
     checkDepth(sql, group.parentId, 1);
     execute(sql, "UPDATE meta SET value = value + 1 WHERE name = 'last_ou'");
     group.id = number(sql, "SELECT value FROM meta WHERE name = 'last_ou'");
-    group.mtime = now();
+    group.mtime = std::time(nullptr);
     group.revision = 1;
     Inserter<Group>(sql).insert(group);
 }
@@ -73,14 +76,15 @@ void deleteGroups(soci::session& sql, int64_t id)
     require(id != 0, EINVAL);
     require(hasNode(sql, VELQ_ZEM_TYPE_OU, id), ENOENT);
     const std::string below = "IN (SELECT id FROM below)";
+    const std::string ofGroup = " WHERE node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) + " AND node_id " + below;
     for (const char* szTable : {"kx", "gpo"}) {
         change(sql,
                std::string(kBelow) + "UPDATE " + szTable +
                    " SET parent_id = 0, revision = revision + 1, mtime = :now WHERE parent_id " + below,
-               id, now());
+               id, std::time(nullptr));
     }
     for (const char* szTable : {"delegate", "gpo_fetch"}) {
-        change(sql, std::string(kBelow) + "DELETE FROM " + szTable + " WHERE node_type = 2 AND node_id " + below, id);
+        change(sql, std::string(kBelow) + "DELETE FROM " + szTable + ofGroup, id);
     }
     change(sql, std::string(kBelow) + "DELETE FROM ou WHERE id " + below, id);
 }

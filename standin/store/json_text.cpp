@@ -1,43 +1,36 @@
-// Checking and reading of JSON values and texts.
+// Every refusal names the member at fault, and the entry where it is a list.
 #include "standin/store/json_text.h"
+
+#include <array>
+#include <charconv>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <unordered_set>
 
 #include <json/reader.h>
 #include <json/writer.h>
 
-#include <cstring>
-#include <memory>
-#include <unordered_set>
+#include "standin/store/errors.h"
+#include "standin/store/utf8.h"
 
 namespace standin {
 namespace {
 
-// Length of the UTF-8 sequence that the lead byte opens and the least code point it may hold; 0 for no lead byte.
-struct Sequence {
-    int length;
-    uint32_t least;
-};
+// takeMember: the value becomes the record's field. Throws BadInput.
 
-Sequence sequenceOf(unsigned char lead)
+template <typename R>
+void takeMember(const Field<R>& field, const Json::Value& jValue, int64_t& target)
 {
-    if (lead < 0x80) {
-        return {lead == 0 ? 0 : 1, 0};
-    }
-    if (lead < 0xc0 || lead > 0xf4) {
-        return {0, 0};
-    }
-    return lead < 0xe0 ? Sequence{2, 0x80} : lead < 0xf0 ? Sequence{3, 0x800} : Sequence{4, 0x10000};
-}
-
-void takeNumber(const char* szName, const Json::Value& jValue, int64_t& target)
-{
-    demand(jValue.isInt64(), szName, "not a 64-bit integer");
+    demand(jValue.isInt64(), field.name, "not a 64-bit integer");
     target = jValue.asInt64();
 }
 
-void takeFlag(const char* szName, const Json::Value& jValue, int32_t& target)
+template <typename R>
+void takeMember(const Field<R>& field, const Json::Value& jValue, int32_t& target)
 {
     const bool isBit = jValue.isBool() || (jValue.isInt() && (jValue.asInt() == 0 || jValue.asInt() == 1));
-    demand(isBit, szName, "neither a boolean nor 0 or 1");
+    demand(isBit, field.name, "neither a boolean nor 0 or 1");
     target = jValue.asBool() ? 1 : 0;
 }
 
@@ -46,8 +39,9 @@ void takeText(const char* szName, const Json::Value& jValue, VLIBCString& target
     const char* begin = nullptr;
     const char* end = nullptr;
     demand(jValue.isString() && jValue.getString(&begin, &end), szName, "not a text");
-    demand(isPlainText(begin, end), szName, "a text that is not UTF-8 or holds a NUL");
-    target = VLIBCString(std::string(begin, end));
+    const std::string text(begin, end);
+    demand(isPlainText(text), szName, "a text that is not UTF-8 or holds a NUL");
+    target = VLIBCString(text);
 }
 
 // Links are gone when the order is empty and nothing else is said about them.
@@ -62,36 +56,77 @@ void takeJson(Rule rule, const Json::Value& jValue, VLIBCString& target)
     target = none ? VLIBCString() : VLIBCString(jsonText(jValue));
 }
 
+template <typename R>
+void takeMember(const Field<R>& field, const Json::Value& jValue, VLIBCString& target)
+{
+    if (field.rule == Rule::plain) {
+        takeText(field.name, jValue, target);
+    } else {
+        takeJson(field.rule, jValue, target);
+    }
+}
+
+// Reads the identifiers out of {"order":[{"id":N},...]} as jsonText writes it. False for any other text.
+bool readPlainLinks(std::string_view text, std::vector<int64_t>& ids)
+{
+    constexpr std::string_view kBegin = "{\"order\":[";
+    constexpr std::string_view kBefore = "{\"id\":";
+    if (!text.starts_with(kBegin)) {
+        return false;
+    }
+    text.remove_prefix(kBegin.size());
+    for (bool isMore = true; isMore;) {
+        const char* pEnd = text.data() + text.size();
+        if (!text.starts_with(kBefore)) {
+            return false;
+        }
+        const auto [pStop, error] = std::from_chars(text.data() + kBefore.size(), pEnd, ids.emplace_back());
+        if (error != std::errc() || pEnd - pStop < 2 || *pStop != '}') {
+            return false;
+        }
+        isMore = pStop[1] == ',';
+        text.remove_prefix(static_cast<size_t>(pStop - text.data()) + (isMore ? 2 : 1));
+    }
+    return text == "]}";
+}
+
+// Links to that many policies, whose identifiers are to be filled in.
+Json::Value blankLinks(size_t count)
+{
+    Json::Value jLink(Json::objectValue);
+    jLink[Json::StaticString("id")] = 0;
+    Json::Value jLinks(Json::objectValue);
+    Json::Value& jOrder = jLinks[Json::StaticString("order")] = Json::Value(Json::arrayValue);
+    while (jOrder.size() < count) {
+        jOrder.append(jLink);
+    }
+    return jLinks;
+}
+
+Json::Value linksTo(const std::vector<int64_t>& ids)
+{
+    // Most nodes have few links: copying a value is several times as fast as making it.
+    static const std::array<Json::Value, 9> kBlanks = [] {
+        std::array<Json::Value, 9> blanks;
+        for (size_t count = 0; count < blanks.size(); ++count) {
+            blanks[count] = blankLinks(count);
+        }
+        return blanks;
+    }();
+    Json::Value jLinks(ids.size() < kBlanks.size() ? kBlanks[ids.size()] : blankLinks(ids.size()));
+    auto id = ids.begin();
+    for (Json::Value& jLink : *jLinks.begin()) {
+        *jLink.begin() = Json::Value(Json::Int64{*id++});
+    }
+    return jLinks;
+}
+
 std::string entry(const char* szList, Json::ArrayIndex index)
 {
     return std::string(szList) + "[" + std::to_string(index) + "]";
 }
 
 }  // namespace
-
-bool isPlainText(const char* begin, const char* end)
-{
-    while (begin != end) {
-        const auto lead = static_cast<unsigned char>(*begin);
-        const Sequence sequence = sequenceOf(lead);
-        if (sequence.length == 0 || end - begin < sequence.length) {
-            return false;
-        }
-        uint32_t point = sequence.length == 1 ? lead : lead & (0x7fU >> sequence.length);
-        for (int i = 1; i < sequence.length; ++i) {
-            const auto byte = static_cast<unsigned char>(begin[i]);
-            if ((byte & 0xc0) != 0x80) {
-                return false;
-            }
-            point = point << 6 | (byte & 0x3fU);
-        }
-        if (point < sequence.least || point > 0x10ffff || (point >= 0xd800 && point <= 0xdfff)) {
-            return false;
-        }
-        begin += sequence.length;
-    }
-    return true;
-}
 
 std::string jsonText(const Json::Value& jValue)
 {
@@ -117,11 +152,17 @@ Json::Value parseJson(const char* szText)
     return jValue;
 }
 
-void demand(bool condition, const std::string& place, const std::string& why)
+Json::Value parseLinks(const char* szText)
 {
-    if (!condition) {
-        throw BadInput(place, why);
-    }
+    thread_local std::vector<int64_t> tIds;
+    tIds.clear();
+    return readPlainLinks(szText, tIds) ? linksTo(tIds) : parseJson(szText);
+}
+
+std::vector<int64_t> parseLinkIds(const char* szText)
+{
+    std::vector<int64_t> ids;
+    return readPlainLinks(szText, ids) ? ids : linkIds(parseJson(szText));
 }
 
 std::vector<int64_t> linkIds(const Json::Value& jLinks)
@@ -153,13 +194,14 @@ std::vector<int64_t> delegateUgids(const Json::Value& jDelegates, const std::fun
     demand(jDelegates.isArray(), "delegate", "not an array");
     std::vector<int64_t> ugids;
     std::unordered_set<int64_t> seen;
+    const std::string notAnAccount = "not " + std::to_string(kDelegateUserType) + ", an account";
     for (Json::ArrayIndex i = 0; i < jDelegates.size(); ++i) {
         const Json::Value& jDelegate = jDelegates[i];
         const std::string place = entry("delegate", i);
         demand(jDelegate.isObject(), place, "not an object");
         const Json::Value& jUserType = jDelegate["user_type"];
         const Json::Value& jUgid = jDelegate["ugid"];
-        demand(jUserType.isInt() && jUserType.asInt() == kDelegateUserType, place + ".user_type", "not 2, an account");
+        demand(jUserType.isInt() && jUserType.asInt() == kDelegateUserType, place + ".user_type", notAnAccount);
         demand(jUgid.isInt64(), place + ".ugid", "not an integer");
         demand(isKnown(jUgid.asInt64()), place + ".ugid", "no account " + std::to_string(jUgid.asInt64()));
         demand(seen.insert(jUgid.asInt64()).second, place, "a delegate that is named before");
@@ -176,24 +218,16 @@ int settingVersion(const Json::Value& jSetting)
     return jVersion.asInt();
 }
 
-template <class R>
+template <typename R>
 void layMembers(const Json::Value& jRecord, R& record)
 {
-    for (const Field<R>& field : Kind<R>::fields) {
+    for (const Field<R>& field : Kind<R>::kFields) {
         const Json::Value* pValue = jRecord.find(field.name, field.name + std::strlen(field.name));
-        const bool isJson = field.rule == Rule::json || field.rule == Rule::links;
-        if (field.rule == Rule::own || pValue == nullptr || (pValue->isNull() && !isJson)) {
+        const bool clears = field.rule == Rule::json || field.rule == Rule::links;
+        if (field.rule == Rule::own || pValue == nullptr || (pValue->isNull() && !clears)) {
             continue;
         }
-        if (isJson) {
-            takeJson(field.rule, *pValue, record.*field.text);
-        } else if (field.text) {
-            takeText(field.name, *pValue, record.*field.text);
-        } else if (field.flag) {
-            takeFlag(field.name, *pValue, record.*field.flag);
-        } else {
-            takeNumber(field.name, *pValue, record.*field.number);
-        }
+        std::visit([&](auto member) { takeMember(field, *pValue, record.*member); }, field.member);
     }
 }
 

@@ -1,30 +1,30 @@
-// JSON and plain texts of requests and fleets: checked before they are stored, parsed when they are read.
+// JSON members and texts of records: checked before they are stored, parsed when they are read. Requests and fleets go
+// the same way. Any thread may call these functions.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <json/value.h>
 
-#include "standin/store/database.h"
 #include "standin/store/records.h"
 
 namespace standin {
 
-// Whether the bytes are UTF-8 without a NUL.
-bool isPlainText(const char* begin, const char* end);
-
 // The value as JSON text on one line. Throws BadInput when the text could not be read back.
 std::string jsonText(const Json::Value& jValue);
 
-// The value of a JSON text. Throws Refusal EINVAL when it is none.
+// The value, of any kind, of a JSON text that a record holds: once stored it was checked, so it is read with the
+// library's lenient defaults, through one reader for each thread. Throws Refusal EINVAL when it is none.
 Json::Value parseJson(const char* szText);
 
-// Throws BadInput, with the place, unless the condition holds.
-void demand(bool condition, const std::string& place, const std::string& why);
+// The same for the text of policy links. Most have one form, which is read several times as fast as the library does.
+Json::Value parseLinks(const char* szText);
+
+// The identifiers of the policies that such a text links, in their order.
+std::vector<int64_t> parseLinkIds(const char* szText);
 
 // The identifiers of "linked_gpo", null or {"order":[{"id":N},...]}, in their order. Throws BadInput for another form.
 std::vector<int64_t> linkIds(const Json::Value& jLinks);
@@ -40,8 +40,9 @@ std::vector<int64_t> delegateUgids(const Json::Value& jDelegates, const std::fun
 int settingVersion(const Json::Value& jSetting);
 
 // Lays those members of the object over the record that the kind takes from outside; a null member counts as absent,
-// but that it clears a JSON text. Throws BadInput; the record may then hold some of the members.
-template <class R>
+// but that it clears a JSON text. Throws BadInput; the record may then hold some of the members. For groups, servers,
+// policies and accounts.
+template <typename R>
 void layMembers(const Json::Value& jRecord, R& record);
 
 }  // namespace standin

@@ -11,6 +11,7 @@
 #include "standin/store/delegates.h"
 #include "standin/store/json_text.h"
 #include "standin/store/rights.h"
+#include "standin/store/rows.h"
 #include "standin/store/snapshot.h"
 
 namespace standin {
@@ -35,9 +36,8 @@ int64_t numberOf(const VLIBCSzHash* pHash, const char* szKey, int64_t least, int
 // The uid of the account that asks, -1 when the query names none.
 int64_t askingUid(const VLIBCSzHash* pHash)
 {
-    constexpr int64_t kLoggedIn = 8;
     const int64_t uid = numberOf(pHash, "ugid", 0, UINT32_MAX, -1);
-    return numberOf(pHash, "user_type", kLoggedIn, kLoggedIn, -1) == -1 ? -1 : uid;
+    return numberOf(pHash, "user_type", kLoginUserType, kLoginUserType, -1) == -1 ? -1 : uid;
 }
 
 struct Choice {
@@ -49,8 +49,8 @@ constexpr Choice kSortBy[] = {{"id", "id"}, {"name", "name"}, {"mtime", "mtime"}
 constexpr Choice kDirections[] = {{"asc", "ASC"}, {"desc", "DESC"}};
 
 // The SQL of the value of that key, of the first choice when the hash lacks it. Throws Refusal EINVAL for another.
-template <size_t count>
-std::string sqlOf(const VLIBCSzHash* pHash, const char* szKey, const Choice (&choices)[count],
+template <size_t kCount>
+std::string sqlOf(const VLIBCSzHash* pHash, const char* szKey, const Choice (&choices)[kCount],
                   int (*pCompare)(const char*, const char*))
 {
     const char* szValue = VLIBCSzHashGetValue(pHash, szKey);
@@ -58,7 +58,7 @@ std::string sqlOf(const VLIBCSzHash* pHash, const char* szKey, const Choice (&ch
         return choices[0].szSql;
     }
     const Choice* pFound = std::find_if(std::begin(choices), std::end(choices),
-                                        [&](const Choice& choice) { return 0 == pCompare(choice.szValue, szValue); });
+                                        [&](const Choice& choice) { return pCompare(choice.szValue, szValue) == 0; });
     require(pFound != std::end(choices), EINVAL);
     return pFound->szSql;
 }
@@ -96,12 +96,12 @@ struct Tree {
     std::unique_ptr<Snapshot> pSnapshot = std::make_unique<Snapshot>();
 };
 
-template <class R>
+template <typename R>
 void addLinks(const Chain<R>& pHead, std::unordered_set<int64_t>& policyIds)
 {
     for (const R* pRecord = pHead.get(); pRecord != nullptr; pRecord = pRecord->pNext) {
         if (!pRecord->linkedGpo.empty()) {
-            const std::vector<int64_t> ids = linkIds(parseJson(pRecord->linkedGpo.c_str()));
+            const std::vector<int64_t> ids = parseLinkIds(pRecord->linkedGpo.c_str());
             policyIds.insert(ids.begin(), ids.end());
         }
     }

@@ -1,7 +1,12 @@
-// Policies: load, texts, settings of the user interface's version, and the notices to fetch them.
+// Policies are loaded only, from a listed tree's snapshot where the thread keeps one; and the notices that servers are
+// to fetch theirs anew.
 #include <cstring>
+#include <ctime>
+#include <utility>
 
 #include "standin/store/checks.h"
+#include "standin/store/json_text.h"
+#include "standin/store/rows.h"
 #include "standin/store/snapshot.h"
 
 namespace standin {
@@ -85,6 +90,6 @@ int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id)
         change(sql,
                "INSERT INTO gpo_fetch (node_type, node_id, uid, mtime) VALUES (:type, :id, :uid, :mtime)"
                " ON CONFLICT (node_type, node_id) DO UPDATE SET uid = excluded.uid, mtime = excluded.mtime",
-               nodeType, id, static_cast<int64_t>(uid), now());
+               nodeType, id, static_cast<int64_t>(uid), std::time(nullptr));
     });
 }

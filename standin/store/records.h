@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <variant>
 
 #include "platform/velq_zem.h"
 #include "standin/store/store.h"
@@ -57,93 +58,97 @@ struct DelegateRow {
 // What a field's value is: written by the store alone, taken as it is, JSON text, or the JSON text of policy links.
 enum class Rule { own, plain, json, links };
 
-// One field: its name as JSON member and as column, and the member of the record, exactly one of the three.
-template <class R>
+// One field: its name as JSON member and as column, and the member of the record: a number, a flag (0 or 1) or a text.
+template <typename R>
 struct Field {
     const char* name;
+    std::variant<int64_t R::*, int32_t R::*, VLIBCString R::*> member;
     Rule rule = Rule::plain;
-    int64_t R::*number = nullptr;
-    int32_t R::*flag = nullptr;
-    VLIBCString R::*text = nullptr;
+
+    constexpr bool isText() const
+    {
+        return std::holds_alternative<VLIBCString R::*>(member);
+    }
 };
 
-template <class R>
+// What distinguishes the kinds of record: "node_type" where it is a node, the table, and the fields.
+template <typename R>
 struct Kind;
 
 template <>
 struct Kind<Group> {
-    static constexpr int type = VELQ_ZEM_TYPE_OU;
-    static constexpr const char* table = "ou";
-    static constexpr std::array<Field<Group>, 9> fields = {{
-        {.name = "id", .number = &Group::id},
-        {.name = "parent_id", .number = &Group::parentId},
-        {.name = "name", .text = &Group::name},
-        {.name = "desc", .text = &Group::desc},
-        {.name = "mtime", .rule = Rule::own, .number = &Group::mtime},
-        {.name = "revision", .rule = Rule::own, .number = &Group::revision},
-        {.name = "block_inheritance", .flag = &Group::blockInheritance},
-        {.name = "linked_gpo", .rule = Rule::links, .text = &Group::linkedGpo},
-        {.name = "extra_info", .rule = Rule::json, .text = &Group::extraInfo},
+    static constexpr int kType = VELQ_ZEM_TYPE_OU;
+    static constexpr const char* kTable = "ou";
+    static constexpr std::array<Field<Group>, 9> kFields = {{
+        {"id", &Group::id},
+        {"parent_id", &Group::parentId},
+        {"name", &Group::name},
+        {"desc", &Group::desc},
+        {"mtime", &Group::mtime, Rule::own},
+        {"revision", &Group::revision, Rule::own},
+        {"block_inheritance", &Group::blockInheritance},
+        {"linked_gpo", &Group::linkedGpo, Rule::links},
+        {"extra_info", &Group::extraInfo, Rule::json},
     }};
 };
 
 template <>
 struct Kind<Server> {
-    static constexpr int type = kServerType;
-    static constexpr const char* table = "kx";
-    static constexpr std::array<Field<Server>, 8> fields = {{
-        {.name = "id", .number = &Server::id},
-        {.name = "parent_id", .number = &Server::parentId},
-        {.name = "name", .text = &Server::name},
-        {.name = "address", .text = &Server::address},
-        {.name = "sid", .text = &Server::sid},
-        {.name = "mtime", .rule = Rule::own, .number = &Server::mtime},
-        {.name = "revision", .rule = Rule::own, .number = &Server::revision},
-        {.name = "linked_gpo", .rule = Rule::links, .text = &Server::linkedGpo},
+    static constexpr int kType = kServerType;
+    static constexpr const char* kTable = "kx";
+    static constexpr std::array<Field<Server>, 8> kFields = {{
+        {"id", &Server::id},
+        {"parent_id", &Server::parentId},
+        {"name", &Server::name},
+        {"address", &Server::address},
+        {"sid", &Server::sid},
+        {"mtime", &Server::mtime, Rule::own},
+        {"revision", &Server::revision, Rule::own},
+        {"linked_gpo", &Server::linkedGpo, Rule::links},
     }};
 };
 
 template <>
 struct Kind<Policy> {
-    static constexpr int type = kPolicyType;
-    static constexpr const char* table = "gpo";
-    static constexpr std::array<Field<Policy>, 7> fields = {{
-        {.name = "id", .number = &Policy::id},
-        {.name = "parent_id", .number = &Policy::parentId},
-        {.name = "name", .text = &Policy::name},
-        {.name = "desc", .text = &Policy::desc},
-        {.name = "mtime", .rule = Rule::own, .number = &Policy::mtime},
-        {.name = "revision", .rule = Rule::own, .number = &Policy::revision},
-        {.name = "setting", .rule = Rule::json, .text = &Policy::setting},
+    static constexpr int kType = kPolicyType;
+    static constexpr const char* kTable = "gpo";
+    static constexpr std::array<Field<Policy>, 7> kFields = {{
+        {"id", &Policy::id},
+        {"parent_id", &Policy::parentId},
+        {"name", &Policy::name},
+        {"desc", &Policy::desc},
+        {"mtime", &Policy::mtime, Rule::own},
+        {"revision", &Policy::revision, Rule::own},
+        {"setting", &Policy::setting, Rule::json},
     }};
 };
 
 template <>
 struct Kind<AccountRow> {
-    static constexpr const char* table = "account";
-    static constexpr std::array<Field<AccountRow>, 5> fields = {{
-        {.name = "uid", .number = &AccountRow::uid},
-        {.name = "name", .text = &AccountRow::name},
-        {.name = "admin", .flag = &AccountRow::admin},
-        {.name = "domain_name", .text = &AccountRow::domainName},
-        {.name = "domain_type", .text = &AccountRow::domainType},
+    static constexpr const char* kTable = "account";
+    static constexpr std::array<Field<AccountRow>, 5> kFields = {{
+        {"uid", &AccountRow::uid},
+        {"name", &AccountRow::name},
+        {"admin", &AccountRow::admin},
+        {"domain_name", &AccountRow::domainName},
+        {"domain_type", &AccountRow::domainType},
     }};
 };
 
 template <>
 struct Kind<DelegateRow> {
-    static constexpr const char* table = "delegate";
-    static constexpr std::array<Field<DelegateRow>, 5> fields = {{
-        {.name = "node_type", .number = &DelegateRow::nodeType},
-        {.name = "node_id", .number = &DelegateRow::nodeId},
-        {.name = "position", .number = &DelegateRow::position},
-        {.name = "ugid", .number = &DelegateRow::ugid},
-        {.name = "user_type", .number = &DelegateRow::userType},
+    static constexpr const char* kTable = "delegate";
+    static constexpr std::array<Field<DelegateRow>, 5> kFields = {{
+        {"node_type", &DelegateRow::nodeType},
+        {"node_id", &DelegateRow::nodeId},
+        {"position", &DelegateRow::position},
+        {"ugid", &DelegateRow::ugid},
+        {"user_type", &DelegateRow::userType},
     }};
 };
 
 // Releases the chain from pHead on; null is allowed.
-template <class R>
+template <typename R>
 void freeChain(R* pHead)
 {
     while (pHead != nullptr) {
@@ -154,7 +159,7 @@ void freeChain(R* pHead)
 }
 
 struct ChainFree {
-    template <class R>
+    template <typename R>
     void operator()(R* pHead) const
     {
         freeChain(pHead);
@@ -162,7 +167,7 @@ struct ChainFree {
 };
 
 // A chain of records that is not given away yet.
-template <class R>
+template <typename R>
 using Chain = std::unique_ptr<R, ChainFree>;
 
 }  // namespace standin

@@ -1,24 +1,28 @@
-// Rights: an administrator manages everything, another account the groups delegated to it and all below them.
+// Delegation reaches down the tree: SQL walks up from the group in question, or down from what is delegated.
 #include "standin/store/rights.h"
 
+#include "platform/velq_core.h"
 #include "platform/velq_zem.h"
+#include "standin/store/statement.h"
+#include "standin/store/store.h"
+#include "standin/store/transaction.h"
 
 namespace standin {
-
-const char* const kSeenGroups =
-    "WITH RECURSIVE seen (id) AS (SELECT node_id FROM delegate WHERE node_type = 2 AND user_type = 2 AND ugid = :uid"
-    " UNION SELECT o.id FROM ou o JOIN seen s ON o.parent_id = s.id) ";
-
 namespace {
 
-constexpr int kRefused = 0x0D01;  // last-error codes of the right to manage a group
-constexpr int kNoAnswer = 0x0D02;
+constexpr int kErrorRefused = 0x0D01;   // last-error code: the account may not manage the group, or is not known
+constexpr int kErrorNoAnswer = 0x0D02;  // last-error code: the store could not answer, errno says why
 
-const char* const kDelegatedAbove =
+// Condition on a row of "delegate": a group is delegated to the account with the uid that is its one parameter.
+const std::string kGroupOfAccount = "node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) +
+                                    " AND user_type = " + std::to_string(kDelegateUserType) + " AND ugid = :uid";
+
+// Counts the delegations to an account of the group of the first parameter and of those above it.
+const std::string kDelegatedAbove =
     "WITH RECURSIVE above (id) AS (SELECT id FROM ou WHERE id = :id"
     " UNION SELECT o.parent_id FROM ou o JOIN above a ON o.id = a.id) "
-    "SELECT COUNT(*) FROM delegate d JOIN above a ON d.node_id = a.id"
-    " WHERE d.node_type = 2 AND d.user_type = 2 AND d.ugid = :uid";
+    "SELECT COUNT(*) FROM delegate d JOIN above a ON d.node_id = a.id WHERE " +
+    kGroupOfAccount;
 
 bool canManage(soci::session& sql, int64_t uid, int64_t id)
 {
@@ -27,6 +31,9 @@ bool canManage(soci::session& sql, int64_t uid, int64_t id)
 }
 
 }  // namespace
+
+const std::string kSeenGroups = "WITH RECURSIVE seen (id) AS (SELECT node_id FROM delegate WHERE " + kGroupOfAccount +
+                                " UNION SELECT o.id FROM ou o JOIN seen s ON o.parent_id = s.id) ";
 
 Role roleOf(soci::session& sql, int64_t uid)
 {
@@ -40,14 +47,18 @@ Role roleOf(soci::session& sql, int64_t uid)
 
 }  // namespace standin
 
+using namespace standin;
+
 int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id)
 {
     bool allowed = false;
-    const int result = standin::reading([&](soci::session& sql) { allowed = standin::canManage(sql, uid, id); });
-    if (result == 0 && allowed) {
+    const bool answered = reading([&](soci::session& sql) { allowed = canManage(sql, uid, id); }) == 0;
+    if (answered && allowed) {
         return 1;
     }
-    errno = result == 0 ? EACCES : errno;
-    VLIBCErrSetEx(result == 0 ? standin::kRefused : standin::kNoAnswer, "rights.cpp", __LINE__);
+    if (answered) {
+        errno = EACCES;
+    }
+    VLIBCErrSetEx(answered ? kErrorRefused : kErrorNoAnswer, "rights.cpp", __LINE__);
     return 0;
 }

@@ -1,56 +1,49 @@
-// Records as rows: reading, inserting and updating, with the SQL made from the kind's table of fields.
+// Records as rows: reading, inserting and replacing them, with the SQL made from the kind's table of fields.
+//
+// What takes a session runs in the caller's transaction and throws Refusal, or soci::soci_error for what the database
+// reports; readRecord and changeRecord at the end are whole functions of the store, with a transaction of their own.
 #pragma once
 
 #include <array>
+#include <ctime>
 #include <functional>
 #include <string>
 
-#include "standin/store/database.h"
 #include "standin/store/records.h"
+#include "standin/store/statement.h"
+#include "standin/store/transaction.h"
 
 namespace standin {
 
 // The bound variables of one row, a cell per field.
-template <class R>
+template <typename R>
 class Row {
 public:
     void bindIn(Statement& statement) const
     {
-        for (size_t i = 0; i < fields.size(); ++i) {
-            fields[i].text ? statement.in(m_cells[i].text) : statement.in(m_cells[i].number);
+        for (size_t i = 0; i < kFields.size(); ++i) {
+            kFields[i].isText() ? statement.in(m_cells[i].text) : statement.in(m_cells[i].number);
         }
     }
 
     void bindOut(Statement& statement)
     {
-        for (size_t i = 0; i < fields.size(); ++i) {
-            fields[i].text ? statement.out(m_cells[i].text) : statement.out(m_cells[i].number);
+        for (size_t i = 0; i < kFields.size(); ++i) {
+            kFields[i].isText() ? statement.out(m_cells[i].text) : statement.out(m_cells[i].number);
         }
     }
 
     void take(const R& record)
     {
-        for (size_t i = 0; i < fields.size(); ++i) {
-            const Field<R>& field = fields[i];
-            if (field.text) {
-                m_cells[i].text = (record.*field.text).c_str();
-            } else {
-                m_cells[i].number = field.flag ? record.*field.flag : record.*field.number;
-            }
+        for (size_t i = 0; i < kFields.size(); ++i) {
+            std::visit([&](auto member) { m_cells[i].take(record.*member); }, kFields[i].member);
         }
     }
 
     void give(R& record) const
     {
-        for (size_t i = 0; i < fields.size(); ++i) {
-            const Field<R>& field = fields[i];
-            if (field.text) {
-                record.*field.text = VLIBCString(m_cells[i].text);
-            } else if (field.flag) {
-                record.*field.flag = static_cast<int32_t>(m_cells[i].number);
-            } else {
-                record.*field.number = m_cells[i].number;
-            }
+        for (size_t i = 0; i < kFields.size(); ++i) {
+            std::visit([&](auto member) { m_cells[i].give(record.*member); }, kFields[i].member);
         }
     }
 
@@ -58,17 +51,43 @@ private:
     struct Cell {
         int64_t number = 0;
         std::string text;
+
+        void take(int64_t value)
+        {
+            number = value;
+        }
+
+        void take(const VLIBCString& value)
+        {
+            text = value.c_str();
+        }
+
+        void give(int64_t& target) const
+        {
+            target = number;
+        }
+
+        void give(int32_t& target) const
+        {
+            target = static_cast<int32_t>(number);
+        }
+
+        void give(VLIBCString& target) const
+        {
+            target = VLIBCString(text);
+        }
     };
-    static constexpr const auto& fields = Kind<R>::fields;
-    std::array<Cell, Kind<R>::fields.size()> m_cells;
+
+    static constexpr const auto& kFields = Kind<R>::kFields;
+    std::array<Cell, Kind<R>::kFields.size()> m_cells;
 };
 
 // The kind's columns, each written as the pattern says with its name for '@', separated by commas.
-template <class R>
+template <typename R>
 std::string columns(const std::string& pattern)
 {
     std::string list;
-    for (const Field<R>& field : Kind<R>::fields) {
+    for (const Field<R>& field : Kind<R>::kFields) {
         list += list.empty() ? "" : ", ";
         for (const char c : pattern) {
             list += c == '@' ? std::string(field.name) : std::string(1, c);
@@ -78,17 +97,17 @@ std::string columns(const std::string& pattern)
 }
 
 // The records that a query gives, one after the other.
-template <class R>
+template <typename R>
 class Reader {
 public:
     // with: text before SELECT, rest: text after the table's name; parameters: theirs, which must outlive the reader.
-    template <class... Parameters>
+    template <typename... Parameters>
     Reader(soci::session& sql, const std::string& with, const std::string& rest, const Parameters&... parameters)
         : m_statement(sql)
     {
         (m_statement.in(parameters), ...);
         m_row.bindOut(m_statement);
-        m_statement.prepare(with + "SELECT " + columns<R>("\"@\"") + " FROM " + Kind<R>::table + " " + rest);
+        m_statement.prepare(with + "SELECT " + columns<R>("\"@\"") + " FROM " + Kind<R>::kTable + " " + rest);
     }
 
     // Fills the record, all fields but pNext, with the next row; false after the last one.
@@ -109,37 +128,39 @@ private:
 };
 
 // Loads the record of that identifier, all fields but pNext. Throws Refusal ENOENT.
-template <class R>
+template <typename R>
 void load(soci::session& sql, int64_t id, R& record)
 {
     require(Reader<R>(sql, "", "WHERE id = :id", id).next(record), ENOENT);
 }
 
 // The records that the reader gives and the condition, if there is one, holds for.
-template <class R>
+template <typename R>
 Chain<R> readChain(Reader<R>&& reader, const std::function<bool(const R&)>& isWanted = nullptr)
 {
     Chain<R> pHead;
     R* pEnd = nullptr;
-    for (R record; reader.next(record);) {
-        if (isWanted && !isWanted(record)) {
+    auto pNew = std::make_unique<R>();
+    while (reader.next(*pNew)) {
+        if (isWanted && !isWanted(*pNew)) {
             continue;
         }
-        R* pNew = new R(record);
-        pEnd == nullptr ? pHead.reset(pNew) : void(pEnd->pNext = pNew);
-        pEnd = pNew;
+        R* pAdded = pNew.release();
+        pEnd == nullptr ? pHead.reset(pAdded) : void(pEnd->pNext = pAdded);
+        pEnd = pAdded;
+        pNew = std::make_unique<R>();
     }
     return pHead;
 }
 
 // Stores new records through one prepared statement.
-template <class R>
+template <typename R>
 class Inserter {
 public:
     explicit Inserter(soci::session& sql) : m_statement(sql)
     {
         m_row.bindIn(m_statement);
-        m_statement.prepare(std::string("INSERT INTO ") + Kind<R>::table + " (" + columns<R>("\"@\"") + ") VALUES (" +
+        m_statement.prepare(std::string("INSERT INTO ") + Kind<R>::kTable + " (" + columns<R>("\"@\"") + ") VALUES (" +
                                 columns<R>(":@") + ")",
                             false);
     }
@@ -155,23 +176,25 @@ private:
     Statement m_statement;
 };
 
-// Writes the record over the stored one that has its identifier and the revision before its own. Throws Refusal EAGAIN
-// when there is none.
-template <class R>
-void update(soci::session& sql, const R& record)
+// Writes the record over the stored one that has its identifier and revision, and gives it its new time and revision.
+// Throws Refusal EAGAIN when there is none.
+template <typename R>
+void replace(soci::session& sql, R& record)
 {
+    const int64_t before = record.revision;
+    record.mtime = std::time(nullptr);
+    ++record.revision;
     Row<R> row;
     row.take(record);
-    const int64_t before = record.revision - 1;
     Statement statement(sql);
     row.bindIn(statement);
-    statement.in(before).prepare(std::string("UPDATE ") + Kind<R>::table + " SET " + columns<R>("\"@\" = :@") +
+    statement.in(before).prepare(std::string("UPDATE ") + Kind<R>::kTable + " SET " + columns<R>("\"@\" = :@") +
                                  " WHERE \"id\" = " + std::to_string(record.id) + " AND revision = :before");
     require(statement.change() == 1, EAGAIN);
 }
 
 // Loads the record of that identifier into the caller's, in a transaction of its own.
-template <class R>
+template <typename R>
 int readRecord(int64_t id, R* pRecord) noexcept
 {
     return reading([&](soci::session& sql) {
@@ -183,7 +206,7 @@ int readRecord(int64_t id, R* pRecord) noexcept
 }
 
 // Runs work(soci::session&, R&) in a writing transaction on a copy, which becomes the caller's record once committed.
-template <class R, class Work>
+template <typename R, typename Work>
 int changeRecord(R* pRecord, Work&& work) noexcept
 {
     if (pRecord == nullptr) {

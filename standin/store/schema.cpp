@@ -1,5 +1,12 @@
-// The tables of the store and their version.
-#include "standin/store/database.h"
+// The tables as SQL, in the dialect of either database, and the version that tells a program of another schema.
+#include "standin/store/schema.h"
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+#include "standin/store/statement.h"
+#include "standin/store/transaction.h"
 
 namespace standin {
 namespace {
@@ -36,24 +43,32 @@ constexpr const char* kSchema[] = {
 };
 
 // Texts sort by their bytes, as SQLite does by itself, whatever the locale of the database.
-std::string inDialect(std::string statement, bool postgres)
+std::string inDialect(std::string statement)
 {
     const std::string type = "TEXT ";
-    for (size_t at = 0; postgres && (at = statement.find(type, at)) != std::string::npos; at += type.size()) {
+    for (size_t at = 0; isPostgres() && (at = statement.find(type, at)) != std::string::npos; at += type.size()) {
         statement.insert(at + type.size(), "COLLATE \"C\" ");
     }
     return statement;
 }
 
+// This table comes first and by itself: every writing transaction locks it on PostgreSQL, the first one too.
+void createMeta()
+{
+    Connection connection;
+    execute(connection.sql(), "CREATE TABLE IF NOT EXISTS meta (name TEXT PRIMARY KEY, value BIGINT NOT NULL)");
+}
+
 }  // namespace
 
-void prepareSchema(bool postgres)
+void prepareSchema()
 {
+    createMeta();
     Transaction transaction(Access::write);
     soci::session& sql = transaction.sql();
     if (number(sql, "SELECT COUNT(*) FROM meta") == 0) {
-        for (const char* statement : kSchema) {
-            execute(sql, inDialect(statement, postgres));
+        for (const char* szStatement : kSchema) {
+            execute(sql, inDialect(szStatement));
         }
         change(sql, "INSERT INTO meta VALUES ('version', :version)", kSchemaVersion);
     }

@@ -1,5 +1,6 @@
-// Servers: load and change.
+// Servers come with a fleet; from then on they are loaded and changed, neither created nor deleted.
 #include "standin/store/checks.h"
+#include "standin/store/rows.h"
 
 using namespace standin;
 

@@ -1,4 +1,4 @@
-// The tree listing's snapshot, one per thread.
+// One snapshot for each thread, so that listings on several threads neither wait for one another nor mix.
 #include "standin/store/snapshot.h"
 
 #include <algorithm>

@@ -1,5 +1,6 @@
 // What a tree listing read besides its lists: policies, delegates and account names as of the same moment, kept for the
-// listing's thread until the last of its lists is released, so that decorating the nodes needs no further SQL.
+// listing's thread until the last of its lists is released or the thread writes, so that decorating the nodes needs no
+// further SQL. Each thread has one snapshot or none; every function here is about that of the calling thread.
 #pragma once
 
 #include <array>
@@ -21,15 +22,16 @@ struct Snapshot {
     std::unordered_map<uint64_t, VLIBCString> extraInfo;                          // of the accounts, by uid
 };
 
-// The calling thread's snapshot, null when it has none. Valid until the thread's next call of the store.
+// The snapshot, null when there is none. Valid until the thread keeps another one, releases a list or writes.
 const Snapshot* currentSnapshot();
 
-// Makes the snapshot the calling thread's. One without lists is not kept.
+// Takes the snapshot in place of an earlier one. One without lists is not kept.
 void keepSnapshot(std::unique_ptr<Snapshot> pSnapshot);
 
+// Releases the snapshot, if there is one.
 void dropSnapshot();
 
-// The list with that head is released.
+// Notes that the caller releases the list with that head; the snapshot goes with the last of its lists.
 void releaseFromSnapshot(const void* pHead);
 
 }  // namespace standin

@@ -1,6 +1,8 @@
-// The node store of this platform, on SQL: what a process needs beyond platform/velq_zem.h to open and fill it.
+// The node store of this platform, on SQL: what a process needs beyond platform/velq_zem.h to open and fill it, and the
+// store's own ways to read texts from outside. The one header of the store that others include.
 //
-// Every function here may be called by any thread and throws std::runtime_error, with a text for people, on failure.
+// Every function declared here may be called by any thread and throws std::runtime_error, with a text for people, when
+// the store fails or refuses; what it returns is the caller's.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +11,9 @@
 #include <string>
 
 #include <json/value.h>
+
+#include "standin/store/json_reader.h"
+#include "standin/store/utf8.h"
 
 // Opens the one store of the process: "sqlite:PATH" or "postgresql://...". The schema is created on first use; one of
 // another version is refused. Call it before any VELQZEM function and when no thread uses the store; opening another
@@ -23,6 +28,7 @@ namespace standin {
 constexpr int kServerType = 3;        // "node_type" of servers; groups are VELQ_ZEM_TYPE_OU
 constexpr int kPolicyType = 4;        // "node_type" of policies
 constexpr int kDelegateUserType = 2;  // "user_type" of a delegate: an account, the one kind there is
+constexpr int kLoginUserType = 8;     // "user_type" of a listing's query: a logged-in account, the one kind there is
 constexpr int kMaxGroupDepth = 128;   // levels of groups below the root
 
 struct Account {

@@ -1,44 +1,81 @@
 // The same bytes as the JSON library's stream writer without indentation, with 17 digits and UTF-8 as it is.
 #include "standin/webapi/json_writer.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string_view>
 
 namespace standin {
 namespace {
 
 constexpr size_t kPieceSize = 1 << 20;
-constexpr size_t kPieceSlack = 4 << 10;  // most values fit into what a piece has left over
+constexpr size_t kMostOfNumber = 32;  // characters
+constexpr size_t kMostOfEscape = 6;   // characters
+
+bool needsEscape(char c)
+{
+    return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\';
+}
+
+// Whether one of the eight bytes does; a byte is looked at by arithmetic on all of them at once.
+bool needsEscape(const char (&bytes)[8])
+{
+    constexpr uint64_t kEach = 0x0101010101010101;
+    constexpr uint64_t kHigh = 0x8080808080808080;
+    uint64_t word = 0;
+    std::memcpy(&word, bytes, sizeof(word));
+    const auto below = [word](uint64_t limit) { return (word - kEach * limit) & ~word & kHigh; };
+    const auto equals = [word](uint64_t byte) {
+        return ((word ^ (kEach * byte)) - kEach) & ~(word ^ (kEach * byte)) & kHigh;
+    };
+    return (below(0x20) | equals('"') | equals('\\')) != 0;
+}
+
+bool needsEscape(std::string_view text)
+{
+    while (text.size() >= 8) {
+        if (needsEscape(reinterpret_cast<const char(&)[8]>(*text.data()))) {
+            return true;
+        }
+        text.remove_prefix(8);
+    }
+    return std::any_of(text.begin(), text.end(), [](char c) { return needsEscape(c); });
+}
+
+std::string_view textOf(const Json::Value& jValue)
+{
+    const char* pBegin = nullptr;
+    const char* pEnd = nullptr;
+    jValue.getString(&pBegin, &pEnd);
+    return {pBegin, static_cast<size_t>(pEnd - pBegin)};
+}
 
 class Writer {
 public:
-    explicit Writer(std::vector<std::string>& pieces) : m_pieces(pieces)
-    {
-        open();
-    }
-
     void write(const Json::Value& jValue)
     {
         switch (jValue.type()) {
             case Json::nullValue:
-                m_text->append("null");
+                put("null");
                 break;
             case Json::booleanValue:
-                m_text->append(jValue.asBool() ? "true" : "false");
+                put(jValue.asBool() ? "true" : "false");
                 break;
             case Json::intValue:
-                writeNumber(jValue.asInt64());
+                putNumber(jValue.asInt64());
                 break;
             case Json::uintValue:
-                writeNumber(jValue.asUInt64());
+                putNumber(jValue.asUInt64());
                 break;
             case Json::realValue:
-                writeReal(jValue.asDouble());
+                putReal(jValue.asDouble());
                 break;
             case Json::stringValue:
-                writeText(textOf(jValue));
+                putText(textOf(jValue));
                 break;
             case Json::arrayValue:
                 writeArray(jValue);
@@ -49,112 +86,146 @@ public:
         }
     }
 
-private:
-    void open()
+    std::vector<std::string> takePieces()
     {
-        m_text = &m_pieces.emplace_back();
-        m_text->reserve(kPieceSize + kPieceSlack);
+        closePiece();
+        return std::move(m_pieces);
     }
 
-    static std::string_view textOf(const Json::Value& jValue)
+private:
+    // Makes room for that many characters, which the caller then writes at m_pNext.
+    void reserve(size_t size)
     {
-        const char* pBegin = nullptr;
-        const char* pEnd = nullptr;
-        jValue.getString(&pBegin, &pEnd);
-        return {pBegin, static_cast<size_t>(pEnd - pBegin)};
+        if (static_cast<size_t>(m_pEnd - m_pNext) < size) {
+            closePiece();
+            std::string& piece = m_pieces.emplace_back(std::max(size, kPieceSize), '\0');
+            m_pNext = piece.data();
+            m_pEnd = m_pNext + piece.size();
+        }
+    }
+
+    void closePiece()
+    {
+        if (!m_pieces.empty()) {
+            m_pieces.back().resize(m_pieces.back().size() - static_cast<size_t>(m_pEnd - m_pNext));
+        }
+        m_pNext = m_pEnd = nullptr;
+    }
+
+    void put(char c)
+    {
+        reserve(1);
+        *m_pNext++ = c;
+    }
+
+    void put(std::string_view text)
+    {
+        reserve(text.size());
+        m_pNext = std::copy(text.begin(), text.end(), m_pNext);
     }
 
     template <typename Number, typename... Format>
-    void writeNumber(Number number, Format... format)
+    void putNumber(Number number, Format... format)
     {
-        char digits[32];
-        const auto result = std::to_chars(digits, digits + sizeof(digits), number, format...);
-        m_text->append(digits, result.ptr);
+        reserve(kMostOfNumber);
+        m_pNext = std::to_chars(m_pNext, m_pNext + kMostOfNumber, number, format...).ptr;
     }
 
-    void writeReal(double number)
+    void putReal(double number)
     {
         if (!std::isfinite(number)) {
-            m_text->append(std::isnan(number) ? "null" : number < 0 ? "-1e+9999" : "1e+9999");
+            put(std::isnan(number) ? "null" : number < 0 ? "-1e+9999" : "1e+9999");
             return;
         }
-        const size_t before = m_text->size();
-        writeNumber(number, std::chars_format::general, 17);
-        if (m_text->find_first_of(".e", before) == std::string::npos) {
-            m_text->append(".0");  // it stays a fraction for who reads it
+        reserve(kMostOfNumber);
+        const char* pBegin = m_pNext;
+        putNumber(number, std::chars_format::general, 17);
+        if (std::string_view(pBegin, static_cast<size_t>(m_pNext - pBegin)).find_first_of(".e") ==
+            std::string_view::npos) {
+            put(".0");  // it stays a fraction for who reads it
         }
     }
 
-    void writeText(std::string_view text)
+    void putText(std::string_view text)
     {
-        m_text->push_back('"');
-        size_t plain = 0;  // what is not written yet and needs no escape begins here
-        for (size_t i = 0; i < text.size(); ++i) {
-            const auto byte = static_cast<unsigned char>(text[i]);
-            if (byte >= 0x20 && byte != '"' && byte != '\\') {
-                continue;
-            }
-            m_text->append(text, plain, i - plain);
-            writeEscape(byte);
-            plain = i + 1;
+        if (needsEscape(text)) {
+            putEscaped(text);
+            return;
         }
-        m_text->append(text, plain);
-        m_text->push_back('"');
+        reserve(text.size() + 2);
+        *m_pNext++ = '"';
+        m_pNext = std::copy(text.begin(), text.end(), m_pNext);
+        *m_pNext++ = '"';
     }
 
-    void writeEscape(unsigned char byte)
+    void putEscaped(std::string_view text)
     {
-        constexpr std::string_view kShort = "\"\"\\\\\bb\ff\nn\rr\tt";  // bytes, each with the letter of its escape
-        for (size_t i = 0; i < kShort.size(); i += 2) {
-            if (static_cast<unsigned char>(kShort[i]) == byte) {
-                m_text->append({'\\', kShort[i + 1]});
-                return;
+        reserve(text.size() * kMostOfEscape + 2);
+        *m_pNext++ = '"';
+        for (const char c : text) {
+            if (needsEscape(c)) {
+                putEscape(c);
+            } else {
+                *m_pNext++ = c;
             }
         }
+        *m_pNext++ = '"';
+    }
+
+    void putEscape(char c)
+    {
+        constexpr std::string_view kShort = "\"\\\b\f\n\r\t";
+        constexpr std::string_view kLetters = "\"\\bfnrt";
         constexpr char kDigits[] = "0123456789abcdef";
-        m_text->append({'\\', 'u', '0', '0', kDigits[byte >> 4], kDigits[byte & 15]});
+        const size_t at = kShort.find(c);
+        if (at != std::string_view::npos) {
+            put('\\');
+            put(kLetters[at]);
+            return;
+        }
+        put("\\u00");
+        put(kDigits[c >> 4 & 15]);
+        put(kDigits[c & 15]);
     }
 
     void writeArray(const Json::Value& jArray)
     {
         char before = '[';
         for (const Json::Value& jItem : jArray) {
-            m_text->push_back(before);
+            put(before);
             write(jItem);
             before = ',';
         }
-        m_text->append(before == '[' ? "[]" : "]");
+        put(before == '[' ? "[]" : "]");
     }
 
     void writeObject(const Json::Value& jObject)
     {
-        if (m_text->size() >= kPieceSize) {
-            open();
-        }
         char before = '{';
         for (auto member = jObject.begin(), end = jObject.end(); member != end; ++member) {
             const char* pEnd = nullptr;
             const char* szName = member.memberName(&pEnd);
-            m_text->push_back(before);
-            writeText({szName, static_cast<size_t>(pEnd - szName)});
-            m_text->push_back(':');
+            put(before);
+            putText({szName, static_cast<size_t>(pEnd - szName)});
+            put(':');
             write(*member);
             before = ',';
         }
-        m_text->append(before == '{' ? "{}" : "}");
+        put(before == '{' ? "{}" : "}");
     }
 
-    std::vector<std::string>& m_pieces;
-    std::string* m_text = nullptr;  // the last piece
+    std::vector<std::string> m_pieces;
+    char* m_pNext = nullptr;  // the end of what is written, in the last piece
+    char* m_pEnd = nullptr;   // the end of the last piece
 };
 
 }  // namespace
 
 std::vector<std::string> writeJson(const Json::Value& jValue)
 {
-    std::vector<std::string> pieces;
-    Writer(pieces).write(jValue);
-    return pieces;
+    Writer writer;
+    writer.write(jValue);
+    return writer.takePieces();
 }
 
 }  // namespace standin

@@ -1,4 +1,5 @@
-// The web API framework's request and response.
+// The web API framework's request, which always holds an object of parameters, and its response, which the last setter
+// decides.
 #include <memory>
 #include <utility>
 

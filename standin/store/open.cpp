@@ -1,0 +1,23 @@
+// Opening and closing the store: the database, its schema, and what the calling thread still keeps of another store.
+#include "standin/store/database.h"
+#include "standin/store/schema.h"
+#include "standin/store/snapshot.h"
+#include "standin/store/store.h"
+
+void VELQZEMStoreOpen(const std::string& url)
+{
+    VELQZEMStoreClose();
+    standin::openDatabase(url);
+    try {
+        standin::prepareSchema();
+    } catch (...) {
+        VELQZEMStoreClose();
+        throw;
+    }
+}
+
+void VELQZEMStoreClose()
+{
+    standin::dropSnapshot();
+    standin::closeDatabase();
+}
