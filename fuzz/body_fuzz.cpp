@@ -1,55 +1,36 @@
 // Bytes as the body of an HTTP request to each method, over the real store. Input: the method and the account, the
 // body.
-#include <cstdlib>
-#include <filesystem>
-
-#include <unistd.h>
-
 #include "host/dispatch.h"
-#include "include/webapi_zem_ou.h"
+#include "tests/temp_store.h"
 
 namespace {
 
 const char* const szFleet =
-    R"({"accounts":[{"uid":1000,"name":"admin","admin":true},{"uid":2000,"name":"ann","admin":false}],
-        "groups":[{"id":1,"parent_id":0,"name":"a","delegate":[{"ugid":2000,"user_type":2}]},
-                  {"id":2,"parent_id":1,"name":"b"},{"id":3,"parent_id":0,"name":"c"}],
-        "policies":[{"id":1,"name":"p","desc":"","parent_id":0,"setting":{"version":1}}],
-        "servers":[{"id":1,"parent_id":2,"name":"s","address":""}]})";
-
-std::filesystem::path folder;
-
-// A store of the process's own; made anew now and then, so that no input depends on too many before it.
-void openStore() {
-    folder = std::filesystem::temp_directory_path() / ("body_fuzz." + std::to_string(getpid()));
-    std::filesystem::remove_all(folder);
-    std::filesystem::create_directories(folder);
-    VELQZEMStoreOpen("sqlite:" + (folder / "fleet.db").string());
-    standin::loadFleet(host::parseParameters(szFleet), {});
-}
-
-void closeStore() {
-    VELQZEMStoreClose();
-    std::filesystem::remove_all(folder);
-}
+    "{'accounts':[{'uid':1000,'name':'admin','admin':true},{'uid':2000,'name':'ann','admin':false}],"
+    "'groups':[{'id':1,'parent_id':0,'name':'a','delegate':[{'ugid':2000,'user_type':2}]},"
+    "{'id':2,'parent_id':1,'name':'b'},{'id':3,'parent_id':0,'name':'c'}],"
+    "'policies':[{'id':1,'name':'p','desc':'','parent_id':0,'setting':{'version':1}}],"
+    "'servers':[{'id':1,'parent_id':2,'name':'s','address':''}]}";
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
+{
+    static std::unique_ptr<test::TempStore> pStore;
     static uint64_t runs = 0;
-    if (size < 1) { return 0; }
-    if (runs++ % 1000 == 0) {
-        if (runs == 1) {
-            atexit(closeStore);
-        } else {
-            closeStore();
-        }
-        openStore();
+    if (size < 1) {
+        return 0;
+    }
+    if (runs++ % 1000 == 0) {  // so that no input depends on too many before it
+        pStore = nullptr;
+        pStore = std::make_unique<test::TempStore>(test::json(szFleet));
     }
     Json::Value jParams;
     try {
         jParams = host::parseParameters(std::string(reinterpret_cast<const char*>(pData) + 1, size - 1));
-    } catch (const std::runtime_error&) { return 0; }
+    } catch (const std::runtime_error&) {
+        return 0;
+    }
     const standin::Account account = pData[0] & 4 ? standin::Account{2000, "ann"} : standin::Account{1000, "admin"};
     if (host::answerRequest(gTable[pData[0] % 4].pHandler, account, jParams).status != 200) {
         abort();  // something was thrown out of the handler
@@ -57,6 +38,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size) {
     // Whatever the request did, the tree can be fetched and written.
     VELQ::APIResponse resp;
     host::callHandler(list_tree_by_uid_v1, {1000, "admin"}, Json::Value(), resp);
-    if (!resp.IsSuccess() || host::envelope(resp).empty()) { abort(); }
+    if (!resp.IsSuccess() || host::envelope(resp).empty()) {
+        abort();
+    }
     return 0;
 }

@@ -3,34 +3,27 @@
 // ("params"), the stored nodes, the delegates' extra information and what a conversion does to a record ("spoil").
 #include <cerrno>
 
-#include <json/reader.h>
+#include <gtest/gtest.h>
 
 #include "include/webapi_zem_lib.h"
-#include "include/webapi_zem_ou.h"
 #include "tests/fake_platform.h"
 
 namespace {
 
-bool parse(const std::string& text, Json::Value& jValue) {
-    try {
-        Json::CharReaderBuilder builder;
-        const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-        return reader->parse(text.data(), text.data() + text.size(), &jValue, nullptr) && jValue.isObject();
-    } catch (const std::exception&) {
-        return false;  // nested too deep for the reader: no request arrives like that
-    }
-}
-
-void fillStore(const Json::Value& jInput) {
+void fillStore(const Json::Value& jInput)
+{
     using fake::platform;
-    platform.listedGroups = jInput["groups"].isArray() ? jInput["groups"] : Json::Value(Json::arrayValue);
-    platform.listedServers = jInput["servers"].isArray() ? jInput["servers"] : Json::Value(Json::arrayValue);
-    platform.listedPolicies = jInput["policies"].isArray() ? jInput["policies"] : Json::Value(Json::arrayValue);
+    const auto list = [&](const char* szName) {
+        return jInput[szName].isArray() ? jInput[szName] : Json::Value(Json::arrayValue);
+    };
+    platform.listedGroups = list("groups");
+    platform.listedServers = list("servers");
+    platform.listedPolicies = list("policies");
     platform.policies[1] = {"one", "first"};
-    platform.mayManage[7] = false;
+    platform.refused = {7};
     const std::string extra = jInput["extra"].isString() ? jInput["extra"].asString() : "";
     for (const int nodeType : {2, 3}) {
-        platform.delegates[{nodeType, 1}] = {{2, 7, extra}, {3, UINT64_MAX, "{\"domainType\":1}"}};
+        platform.delegates[{nodeType, 1}] = {{nullptr, 2, 7, extra}, {nullptr, 3, UINT64_MAX, "{\"domainType\":1}"}};
         (nodeType == 2 ? platform.groups : platform.servers)[1] = jInput["node"];
     }
     if (jInput.isMember("spoil")) {
@@ -38,8 +31,9 @@ void fillStore(const Json::Value& jInput) {
     }
 }
 
-void callModule(unsigned which, const Json::Value& jParams) {
-    static const fake::Handler handlers[] = {create_v1, set_v1, delete_v1, list_tree_by_uid_v1, list_one_level_v1};
+void callModule(unsigned which, const Json::Value& jParams)
+{
+    static const test::Handler handlers[] = {create_v1, set_v1, delete_v1, list_tree_by_uid_v1, list_one_level_v1};
     if (which < 5) {
         fake::call(handlers[which], jParams.isObject() ? jParams : Json::Value());
         return;
@@ -55,10 +49,13 @@ void callModule(unsigned which, const Json::Value& jParams) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
+{
     Json::Value jInput;
     testing::GTEST_FLAG(break_on_failure) = true;  // an expectation of the platform that is not met is a finding
-    if (size < 3 || !parse(std::string(reinterpret_cast<const char*>(pData) + 3, size - 3), jInput)) { return 0; }
+    if (size < 3 || !test::parse(reinterpret_cast<const char*>(pData) + 3, size - 3, jInput) || !jInput.isObject()) {
+        return 0;
+    }
     fake::reset();
     fillStore(jInput);
     fake::platform.failFirst = pData[1];

@@ -8,7 +8,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size);
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv)
+{
     int runs = 0;
     for (int i = 1; i < argc; ++i) {
         for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {

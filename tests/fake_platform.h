@@ -1,48 +1,45 @@
 // A scriptable double of the whole platform, and of syslog, for tests of the module alone.
 //
 // It records every call in order, lets chosen calls fail, and accounts for every record, list and hash that it gives
-// out. Nodes are plain JSON objects, so that a test can put any node into the store. One test at a time, one thread.
+// out: one that is released twice fails the test at once, one that is kept does so at the next reset(). It is as hard
+// on the module as the platform's contract allows: a hash's handle changes with each value, lists of delegates do not
+// outlive the next one, syslog changes errno. Nodes are plain JSON values, so that a test can put any node into the
+// store. One test at a time, one thread.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <json/value.h>
-#include <json/writer.h>
 
-#include "platform/velq_core.h"
-#include "platform/velq_webapi.h"
 #include "platform/velq_zem.h"
+#include "tests/support.h"
 
 namespace fake {
 
-struct Delegate {
-    int64_t userType;
-    uint64_t ugid;
-    std::string extraInfo;
-};
+using Lines = std::vector<std::string>;
 
 struct Platform {
     // The store, by identifier; the lists keep the order of the arrays.
     std::map<int64_t, Json::Value> groups, servers;
     std::map<int64_t, std::pair<std::string, std::string>> policies;  // name, description
-    std::map<std::pair<int, int64_t>, std::vector<Delegate>> delegates;
+    std::map<std::pair<int, int64_t>, std::vector<_tag_velq_zem_delegate_>> delegates;
     Json::Value listedGroups{Json::arrayValue}, listedServers{Json::arrayValue}, listedPolicies{Json::arrayValue};
-    std::map<int64_t, bool> mayManage;  // absent: yes
-    Json::Value uiVersion;
+    std::set<int64_t> refused;  // groups that nobody may manage
+    Json::Value uiVersion = test::json("{'major':3}");
     int64_t nextId = 100;
     std::function<void(Json::Value& jRecord)> onJsonToStruct;  // what an odd store does to a record in its hands
 
-    // What happened.
-    std::vector<std::string> calls;           // every call, "Name" or "Name argument"
-    std::vector<std::string> fallible;        // the names of those that can fail, in order
-    std::vector<std::string> logs;            // syslog lines, with places and process numbers made plain
-    std::map<std::string, std::string> hash;  // what the query hash held when it was used
+    // What happened. A call is noted as "Name argument ...", without the platform's prefixes.
+    Lines calls;
+    Lines fallible;       // those that can fail
+    Lines logs;           // syslog lines, in their short form
+    std::string rawLogs;  // syslog lines as they are
 
     // Which fallible calls fail, counted from 1, and the errno that they leave.
     size_t failFirst = 0, failLast = 0;
@@ -50,8 +47,7 @@ struct Platform {
 
     bool isQuiet = false;  // for measurements: no bookkeeping, no failures
 
-    // What is held by the module at this moment.
-    std::map<const void*, const char*> held;
+    std::set<const void*> held;  // what the module has to release
 };
 
 extern Platform platform;
@@ -59,39 +55,16 @@ extern Platform platform;
 // A fresh platform and errno 0, with no terminal echo.
 void reset();
 
-typedef std::vector<std::string> Lines;
+// The short form of a family's line: its text with errno behind it, but for 0: "Failed [0 > f()] (13)". "lib: " stands
+// before a line of the link functions, "denied: " before one that is only written when access is denied. The double
+// checks the place in front, which the short form lacks.
+std::string withErrno(const std::string& text, int err);
 
 // The texts between semicolons.
 Lines split(const std::string& text);
 
-// The lines that the module is expected to write, as Platform::logs has them. err: the errno that words them.
-std::string failedCall(const std::string& expr, int err, const std::string& file = "webapi_zem_ou.cpp");
-std::string badParameter(int err, const std::string& file = "webapi_zem_ou.cpp");
-std::string accessDenied(const std::string& expr);
-Lines mallocHash(int err);
-
-// The value as JSON text on one line.
-std::string compact(const Json::Value& jValue);
-
-// The JSON value of a text with ' in place of ".
-Json::Value json(std::string text);
-
-// The outcome of one handler call as text: "ok DATA" or "error CODE".
-typedef void (*Handler)(VELQ::APIRequest*, VELQ::APIResponse*);
-std::string call(Handler handler, const Json::Value& jParams, uint32_t uid = 1000);
-
-// Lets every fallible platform call of a scenario fail in turn, alone and together with all that follow, with errno 0,
-// 2 and 13. expected: by the name of the failing call, the outcome and the log lines for it failing alone. After each
-// round everything must have been released, and the scenario must succeed again.
-typedef std::function<Lines(int err)> Logs;
-struct Outcome {
-    std::string result;
-    Logs logs;
-};
-Logs noLines();
-Logs failedCalls(const Lines& exprs, const std::string& file = "webapi_zem_ou.cpp");
-Logs deniedAccess(const std::string& expr);
-void sweep(const std::function<void()>& prepare, const std::function<std::string()>& run,
-           const std::map<std::string, Outcome>& expected);
+// What a handler answers, as text with ' in place of ": "ok DATA" or "error CODE".
+std::string call(test::Handler handler, const Json::Value& jParams, uint32_t uid = 1000);
+std::string call(const std::string& method, const Json::Value& jParams, uint32_t uid = 1000);
 
 }  // namespace fake

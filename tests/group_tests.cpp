@@ -1,124 +1,107 @@
 // Group create, set, delete, the request conversion, and the one-level listing.
-#include <algorithm>
-#include <cerrno>
+#include <array>
 
-#include "include/webapi_zem_ou.h"
-#include "tests/fake_platform.h"
+#include <gtest/gtest.h>
+
+#include "platform/velq_core.h"
+#include "tests/sweep.h"
 
 using namespace fake;
+using namespace test;
 
 namespace {
 
-const std::string noPermission = "3 webapi_zem_ou.cpp:L No permission for normal user [bob] on group [";
 const std::string storeReason = "]. [0x0D01 store.cpp:77]";
-const std::string rootLine = "3 webapi_zem_ou.cpp:L Deleting ROOT OU is not allowed.";
-const std::string overrideText =
-    "0 > VELQZEMDelegateOverrideListByTarget((long)multiple_data[i][\"id\"].asInt64(), VELQ_ZEM_TYPE_OU, "
-    "(multiple_data[i]))";
-const std::string setListText =
-    "0 > VELQZEMDelegateSetListByTarget((long)multiple_data[i][\"id\"].asInt64(), VELQ_ZEM_TYPE_OU, "
-    "(multiple_data[i]))";
-const std::string jsonToStructText = "0 > VELQZEMOuJsonToStruct(multiple_data[i], &ou)";
-const std::string missingId = "false == multiple_data[i].isMember(\"id\")";
+const std::string refused = "No permission for normal user [bob] on group [$" + storeReason;
+const std::string rootLine = "Deleting ROOT OU is not allowed.";
+const std::string jsonToStruct = "Failed [0 > VELQZEMOuJsonToStruct(multiple_data[i], &ou)]";
 
-// What the handlers ask of the store: the calls without those to the request.
-Lines storeCalls() {
-    Lines calls;
-    for (const std::string& name : platform.calls) {
-        if (name.rfind("HasParam", 0) != 0 && name.rfind("GetParam", 0) != 0 && name != "GetLoginUID") {
-            calls.push_back(name);
-        }
-    }
-    return calls;
-}
-
-void groups() {
+void groups()
+{
     reset();
-    for (int64_t id : {0, 3, 4, 7}) {
-        platform.groups[id] = json("{'name':'g','parent_id':0}");
-        platform.groups[id]["id"] = Json::Value(id);
+    for (const int id : {0, 3, 4, 7}) {
+        platform.groups[id] = json("{'name':'g','parent_id':0,'id':%}", id);
     }
-    platform.mayManage[7] = false;
+    platform.refused = {7};
+    platform.listedGroups = json("[{'id':2},{'id':1}]");
 }
 
-TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented) {
-    const std::string bad = badParameter(0), notArray = failedCall("false == jTmp.isArray()", 0);
-    const std::string noRecord = failedCall("true == jTmp.isNull()", 0), noStruct = failedCall(jsonToStructText, 0);
-    const std::string noId = failedCall(missingId, 0), refused = noPermission + "7" + storeReason;
+TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented)
+{
+    const std::string bad = "bad parameter", notArray = "Failed [false == jTmp.isArray()]";
+    const std::string noRecord = "Failed [true == jTmp.isNull()]";
+    const std::string noId = "Failed [false == multiple_data[i].isMember(\"id\")]";
+    const std::string no7 = "No permission for normal user [bob] on group [7" + storeReason;
     const std::string may = "OuCanManagedByUid 1000 ", delete3 = may + "3;OuDeleteAllByID 3;";
-    const std::string refuse7 = may + "7;SetError 414;ErrorGetLine;ErrorGetFile;ErrGet;GetLoginUserName;";
-    const std::string set3 = "OuAlloc;" + may + "3;OuGet 3;OuJsonToStruct;OuSet;", end3 = "GpoNotifyFetch 1000 2 3;";
+    const std::string refuse7 = may + "7;SetError 414;ErrorGetLine;ErrorGetFile;ErrGet;GetLoginUserName";
+    const std::string set3 = "OuAlloc;" + may + "3;OuGet 3;OuJsonToStruct;OuSet;", notify3 = "GpoNotifyFetch 1000 2 3;";
     const auto create = [&](const std::string& parent, const std::string& id) {
         return "OuJsonToStruct;" + may + parent + ";OuCreate;OuItemGetID;DelegateOverrideListByTarget 2 " + id + ";";
     };
-    const struct {
-        Handler handler;
-        const char *szParams, *szResult;
-        std::string log;    // empty: none
-        std::string calls;  // after "SetError 117"
-    } cases[] = {
-        {delete_v1, "{}", "error 101", "", "SetError 101"},
-        {delete_v1, "{'node_id':[]}", "ok null", "", "SetSuccess"},
-        {delete_v1, "{'node_id':3}", "ok null", "", delete3 + "SetSuccess"},
-        {delete_v1, "{'node_id':[3,0,4]}", "error 101", rootLine, delete3 + "SetError 101"},
-        {delete_v1, "{'node_id':null}", "error 101", rootLine, "SetError 101"},
-        {delete_v1, "{'node_id':[3,7,4]}", "error 414", refused, delete3 + refuse7},
-        {delete_v1, "{'node_id':-5}", "ok null", "", may + "-5;OuDeleteAllByID -5;SetSuccess"},
-        {delete_v1, "{'node_id':'3'}", "error 101", bad, "SetError 101"},
-        {delete_v1, "{'node_id':18446744073709551615}", "error 101", bad, "SetError 101"},
-        {delete_v1, "{'node_id':{'id':3}}", "error 101", bad, "SetError 101"},
-        {delete_v1, "{'node_id':[3,[4]]}", "error 101", bad, delete3 + "SetError 101"},
+    // What is special, the request, its answer, the log line, the calls after "SetError 117".
+    const std::tuple<const char*, const char*, const char*, const char*, std::string, std::string> cases[] = {
+        {"no identifier", "delete", "{}", "error 101", "", "SetError 101"},
+        {"none of several", "delete", "{'node_id':[]}", "ok null", "", "SetSuccess"},
+        {"one", "delete", "{'node_id':3}", "ok null", "", delete3 + "SetSuccess"},
+        {"the root among others", "delete", "{'node_id':[3,0,4]}", "error 101", rootLine, delete3 + "SetError 101"},
+        {"null is the root", "delete", "{'node_id':null}", "error 101", rootLine, "SetError 101"},
+        {"another's among others", "delete", "{'node_id':[3,7,4]}", "error 414", no7, delete3 + refuse7},
+        {"negative", "delete", "{'node_id':-5}", "ok null", "", may + "-5;OuDeleteAllByID -5;SetSuccess"},
+        {"a text", "delete", "{'node_id':'3'}", "error 101", bad, "SetError 101"},
+        {"too large", "delete", "{'node_id':18446744073709551615}", "error 101", bad, "SetError 101"},
+        {"an object", "delete", "{'node_id':{'id':3}}", "error 101", bad, "SetError 101"},
+        {"an array inside", "delete", "{'node_id':[3,[4]]}", "error 101", bad, delete3 + "SetError 101"},
 
-        {create_v1, "{'multiple_data':[]}", "ok {'ids':[]}", "", "SetSuccess"},
-        {create_v1, "{'multiple_data':{}}", "error 117", notArray, ""},
-        {create_v1, "{'node_id':1,'name':'x','parent_id':0}", "error 117", noRecord, ""},
-        {create_v1, "{'id':1,'parent_id':0}", "error 117", noRecord, ""},
-        {create_v1, "{'id':1,'name':'x'}", "error 117", noRecord, ""},
-        {create_v1, "{'id':1,'name':'x','parent_id':3}", "ok {'ids':100}", "", create("3", "100") + "SetSuccess"},
-        {create_v1, "{'multiple_data':[{'parent_id':3},{'parent_id':4}],'id':0}", "ok {'ids':[100,101]}", "",
-         create("3", "100") + create("4", "101") + "SetSuccess"},
-        {create_v1, "{'multiple_data':[{'parent_id':3},{'parent_id':7},{'parent_id':4}]}", "error 414", refused,
-         create("3", "100") + "OuJsonToStruct;" + refuse7},
-        {create_v1, "{'multiple_data':[null]}", "error 117", noStruct, ""},
-        {create_v1, "{'multiple_data':[[]]}", "error 117", noStruct, ""},
+        {"none of several", "create", "{'multiple_data':[]}", "ok {'ids':[]}", "", "SetSuccess"},
+        {"no array", "create", "{'multiple_data':{}}", "error 117", notArray, ""},
+        {"no id", "create", "{'node_id':1,'name':'x','parent_id':0}", "error 117", noRecord, ""},
+        {"no name", "create", "{'id':1,'parent_id':0}", "error 117", noRecord, ""},
+        {"no parent", "create", "{'id':1,'name':'x'}", "error 117", noRecord, ""},
+        {"one: an identifier, no array", "create", "{'id':1,'name':'x','parent_id':3}", "ok {'ids':100}", "",
+         create("3", "100") + "SetSuccess"},
+        {"several, id ignored", "create", "{'multiple_data':[{'parent_id':3},{'parent_id':4}],'id':0}",
+         "ok {'ids':[100,101]}", "", create("3", "100") + create("4", "101") + "SetSuccess"},
+        {"another's parent after one's own", "create", "{'multiple_data':[{'parent_id':3},{'parent_id':7},{}]}",
+         "error 414", no7, create("3", "100") + "OuJsonToStruct;" + refuse7},
+        {"a null record", "create", "{'multiple_data':[null]}", "error 117", jsonToStruct, ""},
+        {"an array as record", "create", "{'multiple_data':[[]]}", "error 117", jsonToStruct, ""},
 
-        {set_v1, "{'multiple_data':[]}", "ok null", "", "OuAlloc;SetSuccess;OuFree"},
-        {set_v1, "{'multiple_data':{}}", "error 101", "", "SetError 101"},
-        {set_v1, "{'node_id':3,'name':'x'}", "ok null", "", set3 + end3 + "SetSuccess;OuFree"},
-        {set_v1, "{'multiple_data':[{'id':3,'delegate':[{'ugid':5}]},{'id':7},{'id':4}]}", "error 414", refused,
-         set3 + "DelegateSetListByTarget 2 3;" + end3 + refuse7 + "OuFree"},
-        {set_v1, "{'multiple_data':[{'name':'x'}]}", "error 117", noId, "OuAlloc;OuFree"},
-        {set_v1, "{'multiple_data':['x']}", "error 117", noId, "OuAlloc;OuFree"},
-        {set_v1, "{'multiple_data':[{'id':'3'}]}", "error 101", bad, "OuAlloc;SetError 101;OuFree"},
-        {set_v1, "{'node_id':1e300}", "error 101", bad, "OuAlloc;SetError 101;OuFree"},
+        {"none of several", "set", "{'multiple_data':[]}", "ok null", "", "OuAlloc;SetSuccess;OuFree"},
+        {"no array", "set", "{'multiple_data':{}}", "error 101", "", "SetError 101"},
+        {"one", "set", "{'node_id':3,'name':'x'}", "ok null", "", set3 + notify3 + "SetSuccess;OuFree"},
+        {"delegates kept back, another's", "set", "{'multiple_data':[{'id':3,'delegate':[{'ugid':5}]},{'id':7},{}]}",
+         "error 414", no7, set3 + "DelegateSetListByTarget 2 3;" + notify3 + refuse7 + ";OuFree"},
+        {"no id", "set", "{'multiple_data':[{'name':'x'}]}", "error 117", noId, "OuAlloc;OuFree"},
+        {"no record", "set", "{'multiple_data':['x']}", "error 117", noId, "OuAlloc;OuFree"},
+        {"a text as id", "set", "{'multiple_data':[{'id':'3'}]}", "error 101", bad, "OuAlloc;SetError 101;OuFree"},
+        {"too large", "set", "{'node_id':1e300}", "error 101", bad, "OuAlloc;SetError 101;OuFree"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [szFault, szMethod, szParams, szResult, log, calls] : cases) {
+        SCOPED_TRACE(std::string(szMethod) + ": " + szFault);
         groups();
-        EXPECT_EQ(call(c.handler, json(c.szParams)), c.szResult) << c.szParams;
-        EXPECT_EQ(platform.logs, c.log.empty() ? Lines() : Lines{c.log}) << c.szParams;
-        EXPECT_EQ(storeCalls(), split("SetError 117;" + c.calls)) << c.szParams;
+        EXPECT_EQ(call(std::string("KXGroup ") + szMethod, json(szParams)), szResult);
+        EXPECT_EQ(platform.logs, split(log));
+        EXPECT_EQ(platform.calls, split("GetLoginUID;SetError 117;" + calls));
     }
 }
 
-TEST(GroupHandlers, surviveARecordThatTheStoreSpoils) {
-    groups();
-    platform.onJsonToStruct = [](Json::Value& jRecord) { jRecord = "spoiled"; };
-    EXPECT_EQ(call(create_v1, json("{'multiple_data':[{}]}")), "error 117");
-    EXPECT_EQ(platform.logs, Lines{failedCall(jsonToStructText, 0)});
-    for (const char* szSpoiled : {"{'id':'spoiled','delegate':[]}", "{'delegate':[]}"}) {
+TEST(GroupHandlers, surviveARecordThatTheStoreSpoils)
+{
+    const std::tuple<const char*, const char*, const char*, std::string> cases[] = {
+        {"KXGroup create", "'spoiled'", "error 117", jsonToStruct},
+        {"KXGroup set", "{'id':'spoiled','delegate':[]}", "error 101", "bad parameter"},
+        {"KXGroup set", "{'delegate':[]}", "error 101", "bad parameter"}};
+    for (const auto& [szMethod, szSpoiled, szResult, log] : cases) {
         groups();
-        platform.onJsonToStruct = [=](Json::Value& jRecord) { jRecord = json(szSpoiled); };
-        EXPECT_EQ(call(set_v1, json("{'multiple_data':[{'id':3,'delegate':[]}]}")), "error 101");
-        EXPECT_EQ(platform.logs, Lines{badParameter(0)});
+        platform.onJsonToStruct = [jSpoiled = json(szSpoiled)](Json::Value& jRecord) { jRecord = jSpoiled; };
+        EXPECT_EQ(call(szMethod, json("{'multiple_data':[{'id':3,'delegate':[]}]}")), szResult) << szSpoiled;
+        EXPECT_EQ(platform.logs, Lines{log}) << szSpoiled;
     }
 }
 
-TEST(GroupRequest, copiesTheParametersThatItKnows) {
-    const struct {
-        int isCreate;
-        const char* szParams;
-        const char* szRecord;
-    } cases[] = {
+TEST(GroupRequest, copiesTheParametersThatItKnows)
+{
+    const std::tuple<int, const char*, const char*> cases[] = {
         {0, "{}", "{'id':null,'name':null,'parent_id':null}"},
         {2, "{'desc':[1],'id':9,'other':1}", "{'id':null,'name':null,'parent_id':null,'desc':[1]}"},
         {1, "{'id':0,'name':'n','parent_id':3}", "{'id':null,'name':'n','parent_id':3}"},
@@ -128,108 +111,80 @@ TEST(GroupRequest, copiesTheParametersThatItKnows) {
          "{'id':'5','name':1,'parent_id':{},'mtime':2,'block_inheritance':true,'linked_gpo':[4],'extra_info':{'a':1},"
          "'delegate':null,'desc':''}"},
     };
-    for (const auto& c : cases) {
-        reset();
-        VELQ::APIRequest request(1000, "bob", json(c.szParams));
-        EXPECT_EQ(VELQZEMOuHttpReqToJson(&request, c.isCreate), json(c.szRecord));
-        EXPECT_TRUE(platform.logs.empty());
+    reset();
+    for (const auto& [isCreate, szParams, szRecord] : cases) {
+        VELQ::APIRequest request(1000, "bob", json(szParams));
+        EXPECT_EQ(VELQZEMOuHttpReqToJson(&request, isCreate), json(szRecord));
     }
     EXPECT_TRUE(VELQZEMOuHttpReqToJson(nullptr, 0).isNull());
-    EXPECT_EQ(platform.logs, Lines{"3 webapi_zem_ou.cpp:L Invaild Argument (__null != req)=[0]\n"});
+    EXPECT_EQ(platform.logs, Lines{"Invaild Argument (__null != req)=[0]\n"});
     EXPECT_EQ(VLIBCErrGet(), 0x0D00);
     EXPECT_STREQ(VLIBCErrorGetFile(), "webapi_zem_ou.cpp");
     EXPECT_GT(VLIBCErrorGetLine(), 0);
 }
 
-TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage) {
-    reset();
-    platform.listedGroups = json("[{'id':2},{'id':1}]");
-    EXPECT_EQ(call(list_one_level_v1, json("{'offset':'5','limit':2,'sort_by':null,'sort_direction':true,'ugid':7.5,"
-                                           "'user_type':8,'other':[]}")),
-              "ok {'count':2,'objects':[{'id':2},{'id':1}],'offset':'5','total':0}");
-    EXPECT_EQ(platform.hash, (std::map<std::string, std::string>{{"offset", "5"},
-                                                                 {"limit", "2"},
-                                                                 {"sort_by", ""},
-                                                                 {"sort_direction", "true"},
-                                                                 {"ugid", "7.5"},
-                                                                 {"user_type", "8"}}));
-    EXPECT_EQ(storeCalls(), (Lines{"HashAlloc 512", "HashSetValue offset", "HashSetValue limit", "HashSetValue sort_by",
-                                   "HashSetValue sort_direction", "HashSetValue ugid", "HashSetValue user_type",
-                                   "ListOneLevelByUidHash", "OuStructToJson", "OuStructToJson", "SetSuccess",
-                                   "OuListFree", "HashFree"}));
-    reset();
-    EXPECT_EQ(call(list_one_level_v1, Json::Value(Json::objectValue)),
-              "ok {'count':0,'objects':[],'offset':null,'total':0}");
-    EXPECT_EQ(storeCalls(), (Lines{"HashAlloc 512", "ListOneLevelByUidHash", "SetSuccess", "HashFree"}));
-    reset();
-    for (const char* szParams : {"{'ugid':{}}", "{'ugid':'1\\u0000'}"}) {
+TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage)
+{
+    const std::array<std::string, 4> cases[] = {
+        {"{'offset':'5','limit':2,'sort_by':null,'sort_direction':true,'ugid':7.5,'user_type':8,'other':[]}",
+         "[{'id':2},{'id':1}]", "ok {'count':2,'objects':[{'id':2},{'id':1}],'offset':'5','total':0}",
+         "HashSetValue offset 5;HashSetValue limit 2;HashSetValue sort_by;HashSetValue sort_direction "
+         "true;HashSetValue "
+         "ugid 7.5;HashSetValue user_type 8;ListOneLevelByUidHash;OuStructToJson;OuStructToJson;SetSuccess;OuListFree"},
+        {"{}", "[]", "ok {'count':0,'objects':[],'offset':null,'total':0}", "ListOneLevelByUidHash;SetSuccess"},
+        {"{'ugid':{}}", "[]", "error 500", "SetError 117;SetError 500"},
+        {"{'ugid':'1\\u0000'}", "[]", "error 500", "SetError 117;SetError 500"},
+    };
+    for (const auto& [params, groups, result, calls] : cases) {
         reset();
-        EXPECT_EQ(call(list_one_level_v1, json(szParams)), "error 500");
-        EXPECT_EQ(storeCalls(), (Lines{"HashAlloc 512", "SetError 117", "SetError 500", "HashFree"}));
+        platform.listedGroups = json(groups);
+        EXPECT_EQ(call(list_one_level_v1, json(params)), result);
+        EXPECT_EQ(platform.calls, split("HashAlloc 512;" + calls + ";HashFree")) << params;
     }
 }
 
-TEST(GroupHandlers, surviveEveryFailureOfThePlatform) {
-    const auto refused = [](int) {
-        const std::string call = *std::find_if(platform.calls.rbegin(), platform.calls.rend(), [](const auto& name) {
-            return name.rfind("OuCanManagedByUid", 0) == 0;
-        });
-        return Lines{noPermission + call.substr(call.rfind(' ') + 1) + storeReason};
+TEST(GroupHandlers, surviveEveryFailureOfThePlatform)
+{
+    const auto failed = [](const std::string& expr) { return Outcome{"error 117", "Failed [" + expr + "]"}; };
+    const std::string delegates = "ListByTarget((long)multiple_data[i][\"id\"].asInt64(), VELQ_ZEM_TYPE_OU, ";
+    const Outcomes creating = {
+        {"HttpReqToJsonForLinkedGpo", {}},  // the record's conversion refuses what was refused here
+        {"OuJsonToStruct", {"error 117", jsonToStruct}},
+        {"OuCanManagedByUid", {"error 414", refused}},
+        {"OuCreate", failed("0 > VELQZEMOuCreate(&ou)")},
+        {"OuItemGetID", {"ok {'ids':0}", ""}},  // its result is not looked at
+        {"DelegateOverrideListByTarget", failed("0 > VELQZEMDelegateOverride" + delegates + "(multiple_data[i]))")},
     };
-    const struct {
-        Handler handler;
-        const char* szParams;
-        std::map<std::string, Outcome> expected;
-    } scenarios[] = {
-        {delete_v1,
+    Outcomes creatingSeveral = creating;
+    creatingSeveral["OuItemGetID"].result = "ok {'ids':[0]}";
+    const std::tuple<Handler, const char*, Outcomes> scenarios[] = {
+        {handlerOf("KXGroup delete"),
          "{'node_id':[3,4]}",
          {{"OuCanManagedByUid", {"error 414", refused}},
-          {"OuDeleteAllByID", {"error 117", failedCalls({"0 > VELQZEMOuDeleteAllByID(tmpID)"})}}}},
-        {create_v1,
-         "{'multiple_data':[{'parent_id':3}]}",
-         {{"OuItemGetID", {"ok {'ids':[0]}", noLines()}},  // its result is not looked at
-          {"OuJsonToStruct", {"error 117", failedCalls({jsonToStructText})}},
-          {"OuCanManagedByUid", {"error 414", refused}},
-          {"OuCreate", {"error 117", failedCalls({"0 > VELQZEMOuCreate(&ou)"})}},
-          {"DelegateOverrideListByTarget", {"error 117", failedCalls({overrideText})}}}},
-        {create_v1,
-         "{'id':1,'name':'x','parent_id':0,'linked_gpo':[]}",
-         {{"HttpReqToJsonForLinkedGpo", {"", noLines()}},
-          {"OuJsonToStruct", {"error 117", failedCalls({jsonToStructText})}},
-          {"OuCanManagedByUid", {"error 414", refused}},
-          {"OuCreate", {"error 117", failedCalls({"0 > VELQZEMOuCreate(&ou)"})}},
-          {"OuItemGetID", {"ok {'ids':0}", noLines()}},
-          {"DelegateOverrideListByTarget", {"error 117", failedCalls({overrideText})}}}},
-        {set_v1,
+          {"OuDeleteAllByID", failed("0 > VELQZEMOuDeleteAllByID(tmpID)")}}},
+        {handlerOf("KXGroup create"), "{'multiple_data':[{'parent_id':3}]}", creatingSeveral},
+        {handlerOf("KXGroup create"), "{'id':1,'name':'x','parent_id':0,'linked_gpo':[]}", creating},
+        {handlerOf("KXGroup set"),
          "{'multiple_data':[{'id':3,'delegate':[]},{'id':4}]}",
-         {{"OuAlloc", {"error 117", failedCalls({"NULL == (pOu = VELQZEMOuAlloc())"})}},
+         {{"OuAlloc", failed("NULL == (pOu = VELQZEMOuAlloc())")},
           {"OuCanManagedByUid", {"error 414", refused}},
-          {"OuGet", {"error 117", failedCalls({"0 > VELQZEMOuGet(tmpID, pOu)"})}},
-          {"OuJsonToStruct", {"error 117", failedCalls({"0 > VELQZEMOuJsonToStruct(multiple_data[i], pOu)"})}},
-          {"OuSet", {"error 117", failedCalls({"0 > VELQZEMOuSet(pOu)"})}},
-          {"DelegateSetListByTarget", {"error 117", failedCalls({setListText})}},
-          {"GpoNotifyFetch",
-           {"",
-            [](int) {
-                return Lines{"3 webapi_zem_ou.cpp:L fail to VELQZEMGpoNotifyFetch uid=1000 id=" +
-                             std::string(platform.fallible.size() > 7 && platform.failFirst < 8 ? "3" : "4")};
-            }}}}},
+          {"OuGet", failed("0 > VELQZEMOuGet(tmpID, pOu)")},
+          {"OuJsonToStruct", failed("0 > VELQZEMOuJsonToStruct(multiple_data[i], pOu)")},
+          {"OuSet", failed("0 > VELQZEMOuSet(pOu)")},
+          {"DelegateSetListByTarget", failed("0 > VELQZEMDelegateSet" + delegates + "(multiple_data[i]))")},
+          {"GpoNotifyFetch", {"", "fail to VELQZEMGpoNotifyFetch uid=1000 id=$"}}}},
         {list_one_level_v1,
          "{'offset':0,'ugid':1}",
-         {{"HashAlloc", {"error 500", mallocHash}},
-          {"HashSetValue", {"error 500", noLines()}},
+         {{"HashAlloc", {"error 500", "denied: Fail EACESS;malloc hash failed"}},
+          {"HashSetValue", {"error 500", ""}},
           {"ListOneLevelByUidHash",
-           {"error 500", deniedAccess("0 > VELQZEMListOneLevelByUidHash(pHash, &pHead, NULL, NULL)")}},
-          {"OuStructToJson", {"error 500", noLines()}}}},
+           {"error 500", "denied: Failed [0 > VELQZEMListOneLevelByUidHash(pHash, &pHead, NULL, NULL)]"}},
+          {"OuStructToJson", {"error 500", ""}}}},
     };
-    for (const auto& scenario : scenarios) {
-        SCOPED_TRACE(scenario.szParams);
-        const auto prepare = [&] {
-            groups();
-            platform.listedGroups = json("[{'id':2},{'id':1}]");
-        };
+    for (const auto& [handler, szParams, outcomes] : scenarios) {
+        SCOPED_TRACE(szParams);
         sweep(
-            prepare, [&] { return call(scenario.handler, json(scenario.szParams)); }, scenario.expected);
+            groups, [run = handler, jParams = json(szParams)] { return call(run, jParams); }, outcomes);
     }
 }
 

@@ -1,7 +1,6 @@
 // The module over one SQLite file that several threads and processes change at once: no change is lost or counted
 // twice, and nobody sees or changes what is not theirs. What the file holds is read back with plain SQL.
 #include <gtest/gtest.h>
-#include <json/json.h>
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
 #include <sys/mman.h>
@@ -9,20 +8,19 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <filesystem>
 #include <random>
 #include <set>
 #include <thread>
 
 #include "include/webapi_zem_lib.h"
-#include "include/webapi_zem_ou.h"
-#include "standin/store/store.h"
+#include "tests/temp_store.h"
+
+using namespace test;
 
 namespace {
 
 using Rows = std::multiset<std::string>;
 using Random = std::mt19937;
-using Handler = void (*)(VELQ::APIRequest*, VELQ::APIResponse*);
 enum Change { kCreated, kDeleted, kSet, kNothing };  // kSet: a group that was there first, or the links of a server
 
 constexpr int kAdmin = 1, kUsers = 4;  // the others have the uids 2 to 5
@@ -42,48 +40,39 @@ constexpr const char* kFaults[] = {
     "SELECT 'link to none, ' || value FROM (SELECT linked_gpo AS links FROM ou UNION ALL SELECT linked_gpo FROM kx),"
     " json_each(iif(links = '', '{}', links), '$.order') WHERE value ->> 'id' NOT IN (SELECT id FROM gpo)"};
 
-int pick(Random& random, int least, int most) { return std::uniform_int_distribution(least, most)(random); }
-
-Json::Value object(std::initializer_list<std::pair<const char*, Json::Value>> members) {
-    Json::Value jObject(Json::objectValue);
-    std::for_each(members.begin(), members.end(), [&](const auto& member) { jObject[member.first] = member.second; });
-    return jObject;
+int pick(Random& random, int least, int most)
+{
+    return std::uniform_int_distribution(least, most)(random);
 }
 
-Json::Value randomFleet(Random& random) {
+Json::Value randomFleet(Random& random)
+{
     Json::Value jFleet;
     for (int uid = kAdmin; uid <= kAdmin + kUsers; ++uid) {
-        jFleet["accounts"].append(object({{"uid", uid}, {"name", std::to_string(uid)}, {"admin", uid == kAdmin}}));
+        jFleet["accounts"].append(json("{'uid':%,'name':'%','admin':%}", uid, uid, uid == kAdmin));
     }
     for (const auto& [szPart, count] : {std::pair("groups", kGroups), {"servers", kServers}, {"policies", kPolicies}}) {
         for (int id = 1; id <= count; ++id) {
-            Json::Value& jItem = jFleet[szPart].append(object({{"id", id}, {"name", std::to_string(id)}}));
+            Json::Value& jItem = jFleet[szPart].append(json("{'id':%,'name':'%'}", id, id));
             jItem["parent_id"] = pick(random, 0, count == kGroups ? id - 1 : kGroups);
             for (int gpoId = pick(random, 1, 2 * kPolicies); count > kPolicies && gpoId <= kPolicies; gpoId += 3) {
-                jItem["linked_gpo"]["order"].append(object({{"id", gpoId}}));
+                jItem["linked_gpo"]["order"].append(json("{'id':%}", gpoId));
             }
             if (pick(random, 0, 4) == 0) {
-                jItem["delegate"].append(object({{"ugid", pick(random, 2, 1 + kUsers)}, {"user_type", 2}}));
+                jItem["delegate"].append(json("{'ugid':%,'user_type':2}", pick(random, 2, 1 + kUsers)));
             }
         }
     }
     return jFleet;
 }
 
-VELQ::APIResponse call(Handler handler, int uid, const Json::Value& jParams = Json::Value()) {
-    VELQ::APIRequest req(static_cast<uint32_t>(uid), "user", jParams);
-    VELQ::APIResponse resp;
-    handler(&req, &resp);
-    return resp;
+VELQ::APIResponse call(const char* szMethod, int uid, const Json::Value& jParams = Json::Value())
+{
+    return answerOf(handlerOf(szMethod), jParams, static_cast<uint32_t>(uid));
 }
 
-template <int (*update)(Json::Value&, int)>
-void changeLink(VELQ::APIRequest* req, VELQ::APIResponse* resp) {
-    Json::Value jLink = object({{"node_id", req->GetParam("node_id", 0)}, {"gpo_id", req->GetParam("gpo_id", 0)}});
-    update(jLink, req->HasParam("add")) == 0 ? resp->SetSuccess(0) : resp->SetError(117, 0);
-}
-
-Rows nodesIn(const Json::Value& jNodes) {
+Rows nodesIn(const Json::Value& jNodes)
+{
     Rows found;
     for (const Json::Value& jNode : jNodes) {
         found.insert(jNode["node_type"].asString() + " " + jNode["node_id"].asString());
@@ -92,84 +81,101 @@ Rows nodesIn(const Json::Value& jNodes) {
     return found;
 }
 
+Json::Value treeOf(int uid)
+{
+    return call("Tree get", uid).GetData();
+}
+
 struct ThreadsTest : testing::Test {
-    ~ThreadsTest() override { std::filesystem::remove_all(folder); }
-    void TearDown() override { VELQZEMStoreClose(); }
-    void load(const Json::Value& jFleet) {
-        VELQZEMStoreClose();
-        std::filesystem::remove(path);
-        VELQZEMStoreOpen("sqlite:" + path);
-        standin::loadFleet(jFleet, {});
+    void load(const Json::Value& jFleet)
+    {
+        pStore = nullptr;
+        pStore = std::make_unique<TempStore>(jFleet);
     }
-    Rows query(const std::string& text) const {
-        soci::session sql(soci::sqlite3, path);
+    Rows query(const std::string& text) const
+    {
+        soci::session sql(soci::sqlite3, pStore->path);
         const soci::rowset<std::string> rows = sql.prepare << text;
         return Rows(rows.begin(), rows.end());
     }
-    std::string folder = testing::TempDir() + "zem-threads-XXXXXX";
-    const std::string path = std::string(mkdtemp(folder.data())) + "/store.db";
+    std::unique_ptr<TempStore> pStore;
 };
 
-// Calls a random method as the administrator; made: the groups that the thread created. Returns what was done.
-Change callRandom(Random& random, std::vector<Json::Value>& made) {
+// Makes a random call as the administrator; made: the groups that the thread created. Returns what was done.
+Change callRandom(Random& random, std::vector<Json::Value>& made)
+{
     constexpr const char* kNames[] = {"'; DROP TABLE ou; --", "\" OR 1=1", ":id", "%s%n", "a"};
-    const int id = pick(random, 1, kGroups), parentId = pick(random, 0, kGroups);
-    const Json::Value jName = kNames[pick(random, 0, 4)], jGpoId = pick(random, 1, kPolicies);
-    const Json::Value jLink = object({{"node_id", id}, {"gpo_id", jGpoId}, {pick(random, 0, 1) == 1 ? "add" : "", 0}});
-    const std::tuple<Change, Handler, Json::Value> kCalls[] = {
-        {kCreated, create_v1, object({{"id", 0}, {"name", jName}, {"parent_id", parentId}})},
-        {kSet, set_v1, object({{"node_id", id}, {"name", jName}})},
-        {kSet, set_v1, object({{"node_id", id}, {"parent_id", parentId}})},
-        {kSet, changeLink<VELQZEMOuUpdateLinkGpo>, jLink},
-        {kSet, changeLink<VELQZEMKxUpdateLinkGpo>, jLink},
-        {kNothing, list_tree_by_uid_v1, jLink},
-        {kDeleted, delete_v1, object({{"node_id", made.empty() ? Json::Value() : made.back()}})}};
-    const auto& [change, handler, jParams] = kCalls[pick(random, 0, made.empty() ? 5 : 6)];
-    const VELQ::APIResponse resp = call(handler, kAdmin, jParams);
-    EXPECT_TRUE(resp.IsSuccess() || change == kSet || change == kCreated);
-    if (change == kDeleted) {
-        made.pop_back();
-    } else if (change == kCreated && resp.IsSuccess()) {
-        made.push_back(resp.GetData()["ids"]);
+    Json::Value jParams = json("{'id':0,'node_id':%,'parent_id':%,'gpo_id':%}", pick(random, 1, kGroups),
+                               pick(random, 0, kGroups), pick(random, 1, kPolicies));
+    jParams["name"] = kNames[pick(random, 0, 4)];
+    const auto ifDone = [](Change change, bool isDone) { return isDone ? change : kNothing; };
+    const int isAdd = pick(random, 0, 1), choice = pick(random, 0, made.empty() ? 5 : 6);
+    if (choice == 0) {
+        const VELQ::APIResponse resp = call("KXGroup create", kAdmin, jParams);
+        if (resp.IsSuccess()) {
+            made.push_back(resp.GetData()["ids"]);
+        }
+        return ifDone(kCreated, resp.IsSuccess());
     }
-    return resp.IsSuccess() ? change : kNothing;
+    if (choice <= 2) {
+        jParams.removeMember(choice == 1 ? "name" : "parent_id");
+        return ifDone(kSet, call("KXGroup set", kAdmin, jParams).IsSuccess());
+    }
+    if (choice <= 4) {
+        return ifDone(kSet, (choice == 3 ? VELQZEMOuUpdateLinkGpo : VELQZEMKxUpdateLinkGpo)(jParams, isAdd) == 0);
+    }
+    if (choice == 6) {
+        jParams["node_id"] = made.back();
+        made.pop_back();
+    }
+    EXPECT_TRUE(call(choice == 5 ? "Tree get" : "KXGroup delete", kAdmin, jParams).IsSuccess());
+    return choice == 5 ? kNothing : kDeleted;
 }
 
-TEST_F(ThreadsTest, ChangesAreThoseThatWereAnswered) {
+TEST_F(ThreadsTest, changesAreThoseThatWereAnswered)
+{
     Random fleetRandom(1);
     load(randomFleet(fleetRandom));
     std::atomic<int> counts[] = {0, 0, 0, 0};
     const auto work = [&counts](unsigned seed) {
         Random random(seed);
         std::vector<Json::Value> made;
-        for (int i = 0; i < 100; ++i) { ++counts[callRandom(random, made)]; }
+        for (int i = 0; i < 100; ++i) {
+            ++counts[callRandom(random, made)];
+        }
     };
-    std::vector<std::thread> threads;
-    for (unsigned seed = 1; seed <= 8; ++seed) { threads.emplace_back(work, seed); }
-    std::for_each(threads.begin(), threads.end(), [](std::thread& thread) { thread.join(); });
-    EXPECT_LT(200, counts[kSet]);
-    EXPECT_EQ(Rows({std::to_string(counts[kCreated])}), query("SELECT value - 24 FROM meta WHERE name = 'last_ou'"));
+    {
+        std::vector<std::jthread> threads;
+        for (unsigned seed = 1; seed <= 8; ++seed) {
+            threads.emplace_back(work, seed);
+        }
+    }
+    EXPECT_GT(counts[kSet], 200);
+    EXPECT_EQ(query("SELECT value - 24 FROM meta WHERE name = 'last_ou'"), Rows({std::to_string(counts[kCreated])}));
     const int left = counts[kCreated] - counts[kDeleted];
-    EXPECT_EQ(Rows({std::to_string(left)}), query("SELECT COUNT(*) FROM ou WHERE id > 24"));
-    EXPECT_EQ(Rows({std::to_string(counts[kSet])}), query(kRevisions));
-    EXPECT_EQ(query(kNodes), nodesIn(call(list_tree_by_uid_v1, kAdmin).GetData()));
-    for (const char* szQuery : kFaults) { EXPECT_EQ(Rows(), query(szQuery)); }
+    EXPECT_EQ(query("SELECT COUNT(*) FROM ou WHERE id > 24"), Rows({std::to_string(left)}));
+    EXPECT_EQ(query(kRevisions), Rows({std::to_string(counts[kSet])}));
+    EXPECT_EQ(nodesIn(treeOf(kAdmin)), query(kNodes));
+    for (const char* szQuery : kFaults) {
+        EXPECT_EQ(query(szQuery), Rows());
+    }
 }
 
-TEST_F(ThreadsTest, LinksThatTwoProcessesAddAreAllKept) {
+TEST_F(ThreadsTest, linksThatTwoProcessesAddAreAllKept)
+{
     Random random(1);
     Json::Value jFleet = randomFleet(random);
     jFleet["groups"][0]["linked_gpo"] = jFleet["servers"][0]["linked_gpo"] = Json::Value();
     for (int id = kPolicies + 1; id <= kPolicies + 2 * kAdds; ++id) {
-        jFleet["policies"].append(object({{"id", id}, {"name", "more"}, {"parent_id", 0}}));
+        jFleet["policies"].append(json("{'id':%,'name':'more','parent_id':0}", id));
     }
     // What each call gave, by the processes that make them.
     auto* pResults = static_cast<int*>(
         mmap(nullptr, 2 * kAdds * sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     const auto addHalf = [&](int (*update)(Json::Value&, int), int first) noexcept {
-        VELQZEMStoreOpen("sqlite:" + path);
+        VELQZEMStoreOpen("sqlite:" + pStore->path);
         for (int i = first; i < first + kAdds; ++i) {
-            Json::Value jLink = object({{"node_id", 1}, {"gpo_id", kPolicies + 1 + i}});
+            Json::Value jLink = json("{'node_id':1,'gpo_id':%}", kPolicies + 1 + i);
             pResults[i] = update(jLink, 1);
         }
         _exit(0);
@@ -177,59 +183,71 @@ TEST_F(ThreadsTest, LinksThatTwoProcessesAddAreAllKept) {
     for (const auto& [update, szTable] : {std::pair(&VELQZEMOuUpdateLinkGpo, "ou"), {&VELQZEMKxUpdateLinkGpo, "kx"}}) {
         load(jFleet);
         VELQZEMStoreClose();
-        for (const int first : {0, kAdds}) { fork() == 0 ? addHalf(update, first) : void(); }
+        for (const int first : {0, kAdds}) {
+            fork() == 0 ? addHalf(update, first) : void();
+        }
         EXPECT_TRUE(wait(nullptr) > 0 && wait(nullptr) > 0);
         Rows added;
         for (int i = 0; i < 2 * kAdds; ++i) {
             ASSERT_TRUE(pResults[i] == 0 || pResults[i] == -1);
             pResults[i] == 0 ? void(added.insert(std::to_string(kPolicies + 1 + i))) : void();
         }
-        EXPECT_LT(kAdds / 2u, added.size());
-        EXPECT_EQ(added, query("SELECT value ->> 'id' FROM " + std::string(szTable) +
-                               " n, json_each(linked_gpo, '$.order') WHERE n.id = 1"));
+        EXPECT_GT(added.size(), kAdds / 2u);
+        EXPECT_EQ(query("SELECT value ->> 'id' FROM " + std::string(szTable) +
+                        " n, json_each(linked_gpo, '$.order') WHERE n.id = 1"),
+                  added);
     }
     munmap(pResults, 2 * kAdds * sizeof(int));
 }
 
 // The nodes that the account may see, worked out from the fleet, whose groups come after their parents.
-Rows visibleTo(int uid, const Json::Value& jFleet) {
+Rows visibleTo(int uid, const Json::Value& jFleet)
+{
     std::set<Json::Value> groups, policies;
     Rows seen;
     for (const auto& [szPart, szType] : {std::pair("groups", "2 "), {"servers", "3 "}, {"policies", "4 "}}) {
         for (const Json::Value& jNode : jFleet[szPart]) {
             const bool isDelegated = *szType == '2' && jNode["delegate"][0u]["ugid"] == uid;
             const bool isLinked = *szType == '4' && policies.contains(jNode["id"]);
-            if (!isDelegated && !isLinked && !groups.contains(jNode["parent_id"])) { continue; }
+            if (!isDelegated && !isLinked && !groups.contains(jNode["parent_id"])) {
+                continue;
+            }
             seen.insert(szType + jNode["id"].asString());
-            if (*szType == '2') { groups.insert(jNode["id"]); }
-            for (const Json::Value& jLink : jNode["linked_gpo"]["order"]) { policies.insert(jLink["id"]); }
+            if (*szType == '2') {
+                groups.insert(jNode["id"]);
+            }
+            for (const Json::Value& jLink : jNode["linked_gpo"]["order"]) {
+                policies.insert(jLink["id"]);
+            }
         }
     }
     return seen;
 }
 
 // Expects that the account sees just these nodes, may change the groups among them and no others.
-void expectRights(int uid, const Rows& seen) {
-    const Json::Value jBefore = call(list_tree_by_uid_v1, kAdmin).GetData();
-    EXPECT_EQ(seen, nodesIn(call(list_tree_by_uid_v1, uid).GetData())) << uid;
+void expectRights(int uid, const Rows& seen)
+{
+    const Json::Value jBefore = treeOf(kAdmin);
+    EXPECT_EQ(nodesIn(treeOf(uid)), seen) << uid;
     for (int id = 0; id <= kGroups + 1; ++id) {
         const bool isOwn = seen.contains("2 " + std::to_string(id));  // then it is the empty name that is refused
-        const Json::Value jGroup = object({{"id", 0}, {"node_id", id}, {"parent_id", id}, {"name", isOwn ? "" : "x"}});
-        EXPECT_EQ(isOwn ? 117 : 414, call(set_v1, uid, jGroup).GetErrorCode()) << id;
-        EXPECT_EQ(isOwn ? 117 : 414, call(create_v1, uid, jGroup).GetErrorCode()) << id;
-        EXPECT_TRUE(isOwn || call(delete_v1, uid, jGroup).GetErrorCode() == (id == 0 ? 101 : 414)) << id;
+        const Json::Value jGroup = json("{'id':0,'node_id':%,'parent_id':%,'name':'%'}", id, id, isOwn ? "" : "x");
+        EXPECT_EQ(call("KXGroup set", uid, jGroup).GetErrorCode(), isOwn ? 117 : 414) << id;
+        EXPECT_EQ(call("KXGroup create", uid, jGroup).GetErrorCode(), isOwn ? 117 : 414) << id;
+        EXPECT_TRUE(isOwn || call("KXGroup delete", uid, jGroup).GetErrorCode() == (id == 0 ? 101 : 414)) << id;
     }
-    EXPECT_EQ(jBefore, call(list_tree_by_uid_v1, kAdmin).GetData());
+    EXPECT_EQ(treeOf(kAdmin), jBefore);
 }
 
-TEST_F(ThreadsTest, AccountsSeeAndChangeOnlyWhatIsTheirs) {
+TEST_F(ThreadsTest, accountsSeeAndChangeOnlyWhatIsTheirs)
+{
     for (unsigned seed = 0; seed < 24; ++seed) {
         Random random(seed);
         const Json::Value jFleet = randomFleet(random);
         load(jFleet);
         for (int uid = kAdmin + 1; uid <= kAdmin + kUsers; ++uid) {
             expectRights(uid, visibleTo(uid, jFleet));
-            soci::session(soci::sqlite3, path) << "DELETE FROM account WHERE uid = " << uid;
+            soci::session(soci::sqlite3, pStore->path) << "DELETE FROM account WHERE uid = " << uid;
             expectRights(uid, Rows());
         }
     }

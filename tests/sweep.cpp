@@ -1,0 +1,74 @@
+#include "tests/sweep.h"
+
+#include <cerrno>
+
+#include <gtest/gtest.h>
+
+namespace fake {
+namespace {
+
+constexpr char kDenied[] = "denied: ";
+
+bool isFamily(const std::string& line)
+{
+    for (const char* szText : {"Failed [", "bad parameter", "malloc hash failed", "lib: ", kDenied}) {
+        if (line.starts_with(szText)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+Lines expectedLines(const Outcome& outcome, const std::string& call, int err)
+{
+    Lines lines;
+    for (std::string line : split(outcome.lines)) {
+        if (line.starts_with(kDenied) && err != EACCES) {
+            continue;
+        }
+        if (const size_t mark = line.find('$'); mark != std::string::npos) {
+            line.replace(mark, 1, call.substr(call.rfind(' ') + 1));
+        }
+        lines.push_back(isFamily(line) ? withErrno(line, err) : line);
+    }
+    return lines;
+}
+
+const Outcome* outcomeOf(const Outcomes& outcomes, const std::string& call)
+{
+    const Outcome* pFound = nullptr;
+    for (const auto& [begin, outcome] : outcomes) {
+        pFound = call.starts_with(begin) ? &outcome : pFound;  // in order: a longer one comes later
+    }
+    return pFound;
+}
+
+}  // namespace
+
+void sweep(const std::function<void()>& prepare, const std::function<std::string()>& run, const Outcomes& outcomes)
+{
+    const auto runFailing = [&](size_t first, size_t last, int err) {
+        prepare();
+        platform.failFirst = first;
+        platform.failLast = last;
+        platform.failErrno = err;
+        return run();
+    };
+    const std::string success = runFailing(0, 0, 0);
+    const Lines calls = platform.fallible;
+    for (size_t n = 1; n <= calls.size(); ++n) {
+        const Outcome* pOutcome = outcomeOf(outcomes, calls[n - 1]);
+        ASSERT_NE(pOutcome, nullptr) << calls[n - 1];
+        for (const int err : {0, ENOENT, EACCES}) {
+            SCOPED_TRACE(calls[n - 1] + " as call " + std::to_string(n) + ", errno " + std::to_string(err));
+            EXPECT_EQ(runFailing(n, n, err), pOutcome->result.empty() ? success : pOutcome->result);
+            EXPECT_EQ(platform.logs, expectedLines(*pOutcome, calls[n - 1], err));
+            EXPECT_EQ(runFailing(0, 0, 0), success);
+            runFailing(n, SIZE_MAX, err);
+            EXPECT_EQ(runFailing(0, 0, 0), success) << "and all after it";
+        }
+    }
+    reset();
+}
+
+}  // namespace fake
