@@ -50,8 +50,8 @@ public:
     bool IsSuccess() const;
     int GetErrorCode() const;  // 0 on success
 
-    // The data's JSON text on one line, in pieces to be sent one after the other. They become the caller's; the response
-    // has no data any more.
+    // The data's JSON text on one line, in pieces to be sent one after the other. They become the caller's; the
+    // response has no data any more.
     std::vector<std::string> TakeData();
 
     // The data, read again from its text: for who looks into it. Null when there is none.

@@ -163,7 +163,8 @@ int VELQZEMDelegateSetListByTarget(int64_t id, int nodeType, Json::Value& jRecor
 
 // Lists the groups (but for the root), servers and policies that the account may see, each in ascending order of their
 // identifiers, as one consistent moment of the store. The caller releases each list with its kind's list release. Until
-// the last of the three is released, the delegate and policy queries of the same thread answer from that moment too.
+// the last of the three is released, the delegate and policy queries of the same thread answer from that moment and for
+// what the lists hold.
 // EINVAL: "ugid" or "user_type" is malformed.
 int VELQZEMListTreeByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppOu, _tag_velq_zem_kx_** ppKx,
                              _tag_velq_zem_gpo_** ppGpo);

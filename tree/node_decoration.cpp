@@ -88,7 +88,7 @@ int get_delegate_by_node(Json::Value& node)
         return log_failed_call("0 > VELQDelegateUpdateExtraInfoList(pDelegateHead, TRUE)");
     }
     // The list is the store's: it is not released here.
-    Json::Value jDelegates(Json::arrayValue);
+    Json::Value jDelegates;  // an array from the first one on
     for (const _tag_velq_zem_delegate_* pDelegate = pDelegateHead; NULL != pDelegate;
          pDelegate = VELQZEMDelegateNext(pDelegate)) {
         if (0 > append_delegate(pDelegate, jDelegates)) {

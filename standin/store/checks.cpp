@@ -41,8 +41,9 @@ void checkRecord(soci::session& sql, const R& record)
         }
     }
     if (!record.linkedGpo.empty()) {
-        checkLinks(linkIds(parseJson(record.linkedGpo.c_str())),
-                   [&sql](int64_t id) { return hasNode(sql, kPolicyType, id); });
+        const std::vector<int64_t> ids = parseLinkIds(record.linkedGpo.c_str());
+        const std::unordered_set<int64_t> known = valuesIn(sql, Kind<Policy>::kTable, "id", ids);
+        checkLinks(ids, [&known](int64_t id) { return known.contains(id); });
     }
 }
 

@@ -6,7 +6,6 @@
 
 #include "standin/store/checks.h"
 #include "standin/store/json_text.h"
-#include "standin/store/rights.h"
 #include "standin/store/snapshot.h"
 
 namespace standin {
@@ -69,6 +68,18 @@ VLIBCString extraInfoInSnapshot(const Snapshot& snapshot, uint64_t ugid)
     return found == snapshot.extraInfo.end() ? VLIBCString() : found->second;
 }
 
+// The uids that the entries name, as far as they can be read.
+std::vector<int64_t> named(const Json::Value& jDelegates)
+{
+    std::vector<int64_t> ugids;
+    for (const Json::Value& jDelegate : jDelegates) {
+        if (jDelegate.isObject() && jDelegate["ugid"].isInt64()) {
+            ugids.push_back(jDelegate["ugid"].asInt64());
+        }
+    }
+    return ugids;
+}
+
 int replaceDelegates(int64_t id, int nodeType, const Json::Value& jRecord, bool absentClears)
 {
     return writing([&](soci::session& sql) {
@@ -81,7 +92,8 @@ int replaceDelegates(int64_t id, int nodeType, const Json::Value& jRecord, bool 
         }
         std::vector<int64_t> ugids;
         if (!jDelegates.isNull()) {
-            ugids = delegateUgids(jDelegates, [&sql](int64_t ugid) { return roleOf(sql, ugid) != Role::unknown; });
+            const std::unordered_set<int64_t> known = valuesIn(sql, Kind<AccountRow>::kTable, "uid", named(jDelegates));
+            ugids = delegateUgids(jDelegates, [&known](int64_t ugid) { return known.contains(ugid); });
         }
         change(sql, "DELETE FROM delegate WHERE node_type = :type AND node_id = :id", nodeType, id);
         Inserter<DelegateRow> inserter(sql);

@@ -28,8 +28,8 @@ void checkSiblings(soci::session& sql, const Group& group)
 {
     const std::string name = group.name.c_str();
     const int64_t same =
-        number(sql, "SELECT COUNT(*) FROM ou WHERE parent_id = :p AND name = :n AND id NOT IN (0, :id)", group.parentId,
-               name, group.id);
+        number(sql, "SELECT COUNT(*) FROM ou WHERE parent_id = :p AND name = :n AND id <> 0 AND id <> :id",
+               group.parentId, name, group.id);
     require(same == 0, EEXIST);
 }
 

@@ -5,7 +5,7 @@
 #include <charconv>
 #include <climits>
 #include <cstring>
-#include <optional>
+#include <map>
 #include <unordered_set>
 
 #include "standin/store/delegates.h"
@@ -70,20 +70,24 @@ struct View {
     std::string groups;  // conditions that end in the groups, servers and topmost groups it sees
     std::string servers;
     std::string topmost;
+    std::string delegates;            // condition that ends in the delegates of these groups and servers
     std::vector<int64_t> parameters;  // of the text before SELECT
 };
 
 View viewOf(Role role, int64_t uid)
 {
     if (role == Role::administrator) {
-        return {"", "WHERE id <> 0", "", "WHERE id <> 0 AND parent_id = 0", {}};
+        return {"", "WHERE id <> 0", "", "WHERE id <> 0 AND parent_id = 0", "", {}};
     }
     const std::string seen = "IN (SELECT id FROM seen)";
     const std::string groups = "WHERE id <> 0 AND id " + seen;
+    const std::string servers = "WHERE parent_id " + seen;
     return {kSeenGroups,
             groups,
-            "WHERE parent_id " + seen,
+            servers,
             groups + " AND (parent_id = 0 OR parent_id NOT " + seen + ")",
+            "WHERE (node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) + " AND node_id " + seen + ") OR (node_type = " +
+                std::to_string(kServerType) + " AND node_id IN (SELECT id FROM kx " + servers + "))",
             {uid}};
 }
 
@@ -107,26 +111,47 @@ void addLinks(const Chain<R>& pHead, std::unordered_set<int64_t>& policyIds)
     }
 }
 
-// The policies that stand where the account sees servers, or that its groups and servers link.
-std::unordered_set<int64_t> seenPolicies(soci::session& sql, const View& view, const Tree& tree)
+// The policies that stand where the account sees servers, and those that its groups and servers link.
+std::map<int64_t, Policy> readSeenPolicies(soci::session& sql, const View& view, const Tree& tree)
 {
-    std::unordered_set<int64_t> ids;
-    Reader<Policy> placed(sql, view.with, view.servers, view.parameters);
-    for (Policy policy; placed.next(policy);) {
-        ids.insert(policy.id);
+    std::map<int64_t, Policy> policies;
+    const auto add = [&policies](Reader<Policy>&& reader) {
+        for (Policy policy; reader.next(policy);) {
+            policies.emplace(policy.id, policy);
+        }
+    };
+    add(Reader<Policy>(sql, view.with, view.servers, view.parameters));
+    std::unordered_set<int64_t> linked;
+    addLinks(tree.pGroups, linked);
+    addLinks(tree.pServers, linked);
+    std::erase_if(linked, [&policies](int64_t id) { return policies.contains(id); });
+    for (const std::string& condition : conditionsFor("id", {linked.begin(), linked.end()})) {
+        add(Reader<Policy>(sql, "", "WHERE " + condition));
     }
-    addLinks(tree.pGroups, ids);
-    addLinks(tree.pServers, ids);
-    return ids;
+    return policies;
 }
 
-void readSnapshot(soci::session& sql, Snapshot& snapshot)
+void readPolicies(soci::session& sql, Role role, const View& view, Tree& tree)
 {
-    Reader<DelegateRow> delegates(sql, "", "ORDER BY node_type, node_id, position");
+    if (role == Role::administrator) {
+        tree.pPolicies = readChain(Reader<Policy>(sql, "", "ORDER BY id"));
+    } else {
+        tree.pPolicies = chainOf(readSeenPolicies(sql, view, tree));
+    }
+    for (const Policy* pPolicy = tree.pPolicies.get(); pPolicy != nullptr; pPolicy = pPolicy->pNext) {
+        tree.pSnapshot->policies.emplace(pPolicy->id, *pPolicy);
+    }
+}
+
+void readDelegates(soci::session& sql, const View& view, Snapshot& snapshot)
+{
+    Reader<DelegateRow> delegates(sql, view.with, view.delegates + " ORDER BY node_type, node_id, position",
+                                  view.parameters);
     for (DelegateRow row; delegates.next(row);) {
         snapshot.delegates[static_cast<int>(row.nodeType)][row.nodeId].push_back(delegateOf(row));
     }
-    Reader<AccountRow> accounts(sql, "", "");
+    Reader<AccountRow> accounts(sql, view.with, "WHERE uid IN (SELECT ugid FROM delegate " + view.delegates + ")",
+                                view.parameters);
     for (AccountRow account; accounts.next(account);) {
         snapshot.extraInfo.emplace(account.uid, extraInfoOf(account));
     }
@@ -137,15 +162,8 @@ void readTree(soci::session& sql, Role role, int64_t uid, Tree& tree)
     const View view = viewOf(role, uid);
     tree.pGroups = readChain(Reader<Group>(sql, view.with, view.groups + " ORDER BY id", view.parameters));
     tree.pServers = readChain(Reader<Server>(sql, view.with, view.servers + " ORDER BY id", view.parameters));
-    std::unordered_set<int64_t> seen;
-    if (role != Role::administrator) {
-        seen = seenPolicies(sql, view, tree);
-    }
-    tree.pPolicies = readChain<Policy>(Reader<Policy>(sql, "", "ORDER BY id"), [&](const Policy& policy) {
-        tree.pSnapshot->policies.emplace(policy.id, policy);
-        return role == Role::administrator || seen.contains(policy.id);
-    });
-    readSnapshot(sql, *tree.pSnapshot);
+    readPolicies(sql, role, view, tree);
+    readDelegates(sql, view, *tree.pSnapshot);
 }
 
 void readTree(int64_t uid, Tree& tree)
@@ -191,10 +209,11 @@ void readLevel(const Page& page, Level& level)
     }
     const View view = viewOf(role, page.uid);
     level.total = number(sql, view.with + "SELECT COUNT(*) FROM ou " + view.topmost, view.parameters);
-    level.pGroups =
-        readChain<Group>(Reader<Group>(sql, view.with, view.topmost + page.order + " LIMIT :limit OFFSET :offset",
-                                       view.parameters, page.limit, page.offset),
-                         [&level](const Group&) { return ++level.count > 0; });
+    level.pGroups = readChain(Reader<Group>(sql, view.with, view.topmost + page.order + " LIMIT :limit OFFSET :offset",
+                                            view.parameters, page.limit, page.offset));
+    for (const Group* pGroup = level.pGroups.get(); pGroup != nullptr; pGroup = pGroup->pNext) {
+        ++level.count;
+    }
 }
 
 void giveNumber(int64_t value, int* pTarget)

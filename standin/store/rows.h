@@ -6,8 +6,10 @@
 
 #include <array>
 #include <ctime>
-#include <functional>
+#include <map>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "standin/store/records.h"
 #include "standin/store/statement.h"
@@ -134,23 +136,50 @@ void load(soci::session& sql, int64_t id, R& record)
     require(Reader<R>(sql, "", "WHERE id = :id", id).next(record), ENOENT);
 }
 
-// The records that the reader gives and the condition, if there is one, holds for.
+// A chain that grows at its end.
 template <typename R>
-Chain<R> readChain(Reader<R>&& reader, const std::function<bool(const R&)>& isWanted = nullptr)
-{
-    Chain<R> pHead;
-    R* pEnd = nullptr;
-    auto pNew = std::make_unique<R>();
-    while (reader.next(*pNew)) {
-        if (isWanted && !isWanted(*pNew)) {
-            continue;
-        }
-        R* pAdded = pNew.release();
-        pEnd == nullptr ? pHead.reset(pAdded) : void(pEnd->pNext = pAdded);
-        pEnd = pAdded;
-        pNew = std::make_unique<R>();
+class ChainBuilder {
+public:
+    void append(std::unique_ptr<R> pRecord)
+    {
+        R* pAdded = pRecord.release();
+        m_pEnd == nullptr ? m_pHead.reset(pAdded) : void(m_pEnd->pNext = pAdded);
+        m_pEnd = pAdded;
     }
-    return pHead;
+
+    // The chain becomes the caller's.
+    Chain<R> take()
+    {
+        m_pEnd = nullptr;
+        return std::move(m_pHead);
+    }
+
+private:
+    Chain<R> m_pHead;
+    R* m_pEnd = nullptr;
+};
+
+// The records that the reader gives.
+template <typename R>
+Chain<R> readChain(Reader<R>&& reader)
+{
+    ChainBuilder<R> chain;
+    auto pRecord = std::make_unique<R>();
+    while (reader.next(*pRecord)) {
+        chain.append(std::exchange(pRecord, std::make_unique<R>()));
+    }
+    return chain.take();
+}
+
+// Copies of the records, in the order of their identifiers.
+template <typename R>
+Chain<R> chainOf(const std::map<int64_t, R>& records)
+{
+    ChainBuilder<R> chain;
+    for (const auto& [id, record] : records) {
+        chain.append(std::make_unique<R>(record));
+    }
+    return chain.take();
 }
 
 // Stores new records through one prepared statement.

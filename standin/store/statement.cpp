@@ -43,6 +43,34 @@ int64_t Statement::change()
     return m_statement.get_affected_rows();
 }
 
+std::vector<std::string> conditionsFor(const std::string& column, const std::vector<int64_t>& values)
+{
+    constexpr size_t kMost = 1000;
+    std::vector<std::string> conditions;
+    for (size_t i = 0; i < values.size(); ++i) {
+        if (i % kMost == 0) {
+            conditions.push_back(column + " IN (");
+        }
+        conditions.back() += std::to_string(values[i]) + (i + 1 == values.size() || i % kMost == kMost - 1 ? ")" : ",");
+    }
+    return conditions;
+}
+
+std::unordered_set<int64_t> valuesIn(soci::session& sql, const std::string& table, const std::string& column,
+                                     const std::vector<int64_t>& values)
+{
+    std::unordered_set<int64_t> found;
+    for (const std::string& condition : conditionsFor(column, values)) {
+        int64_t value = 0;
+        Statement statement(sql);
+        statement.out(value).prepare("SELECT " + column + " FROM " + table + " WHERE " + condition);
+        for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
+            found.insert(value);
+        }
+    }
+    return found;
+}
+
 void execute(soci::session& sql, const std::string& query)
 {
     Statement(sql).prepare(query).first();

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include <soci/soci.h>
@@ -55,6 +56,13 @@ int64_t number(soci::session& sql, const std::string& query, const Parameters&..
     (statement.in(parameters), ...);
     return statement.out(result).prepare(query).first() ? result : 0;
 }
+
+// Those of the values that the column of the table holds, with one query for a thousand of them.
+std::unordered_set<int64_t> valuesIn(soci::session& sql, const std::string& table, const std::string& column,
+                                     const std::vector<int64_t>& values);
+
+// Conditions "column IN (...)" that together name every value, each for a thousand at most; SQL has to be short.
+std::vector<std::string> conditionsFor(const std::string& column, const std::vector<int64_t>& values);
 
 // Executes a changing statement with these parameters; the number of rows that it changed.
 template <typename... Parameters>

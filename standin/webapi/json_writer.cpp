@@ -54,6 +54,22 @@ std::string_view textOf(const Json::Value& jValue)
     return {pBegin, static_cast<size_t>(pEnd - pBegin)};
 }
 
+// Asks the processor for an object's members before they are needed: a large tree does not fit into its cache. The
+// members were mostly made one after the other, so they lie around the first.
+void prefetch(const Json::Value& jValue)
+{
+    constexpr uintptr_t kLine = 64;
+    constexpr uintptr_t kLinesBefore = 6;
+    constexpr uintptr_t kLines = 24;
+    if (!jValue.isObject() || jValue.empty()) {
+        return;
+    }
+    const uintptr_t begin = reinterpret_cast<uintptr_t>(&*jValue.begin()) - kLinesBefore * kLine;
+    for (uintptr_t line = 0; line < kLines; ++line) {
+        __builtin_prefetch(reinterpret_cast<const void*>(begin + line * kLine));
+    }
+}
+
 class Writer {
 public:
     void write(const Json::Value& jValue)
@@ -193,9 +209,8 @@ private:
         char before = '[';
         for (auto item = jArray.begin(), end = jArray.end(); item != end;) {
             const Json::Value& jItem = *item;
-            if (++item != end && item->isObject()) {
-                const char* p = reinterpret_cast<const char*>(&*item->begin());
-                for (int i = -4; i < 12; ++i) __builtin_prefetch(p + 96*i);
+            if (++item != end) {
+                prefetch(*item);
             }
             put(before);
             write(jItem);
