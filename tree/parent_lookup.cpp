@@ -28,10 +28,8 @@ typedef std::unordered_map<NodeKey, size_t, decltype([](const NodeKey& key) {
 // All nodes, numbered from 0: the groups, then the servers, then the policies.
 struct Forest {
     std::vector<const NodeLink*> nodes;
-    NodeIndex index;                    // the number of a node, noNode for one that cannot be a parent
-    std::vector<size_t> parents;        // by number, noNode for a node of the top level
-    std::vector<size_t> firstChildren;  // by number; noNode for a leaf
-    std::vector<size_t> nextSiblings;   // by number; noNode for the last child
+    NodeIndex index;              // the number of a node, noNode for one that cannot be a parent
+    std::vector<size_t> parents;  // by number, noNode for a node of the top level
 };
 
 // The members that the nesting reads of a node, null where it lacks them.
@@ -136,35 +134,32 @@ void open_cycles(std::vector<size_t>& parents)
     }
 }
 
-// Chains the children of each node in the order of their numbers.
-void chain_children(Forest& forest)
+// Gives the node its display members, all but its children.
+void shape_node(const NodeLink& link, bool isLeaf)
 {
-    forest.firstChildren.assign(forest.nodes.size(), noNode);
-    forest.nextSiblings.assign(forest.nodes.size(), noNode);
-    for (size_t node = forest.nodes.size(); node-- > 0;) {
-        const size_t parent = forest.parents[node];
-        if (noNode != parent) {
-            forest.nextSiblings[node] = forest.firstChildren[parent];
-            forest.firstChildren[parent] = node;
-        }
-    }
-}
-
-// Gives the node its display members and moves it, with its subtree, to the end of its siblings.
-void place_node(size_t node, const Forest& forest, Json::Value& jSiblings)
-{
-    const NodeLink& link = *forest.nodes[node];
-    const bool isLeaf = noNode == forest.firstChildren[node];
     link.pjNode->removeMember("id");
     *link.pjExpanded = !isLeaf;
     if (isLeaf) {
         (*link.pjNode)[szLoaded] = true;
-    } else {
-        *link.pjChildren = Json::Value(Json::arrayValue);
     }
-    jSiblings.append(std::move(*link.pjNode));
-    for (size_t child = forest.firstChildren[node]; noNode != child; child = forest.nextSiblings[child]) {
-        place_node(child, forest, *link.pjChildren);
+}
+
+// Moves every node to the end of its parent's children. It takes those along that it has got so far; the place of its
+// children stays, so that later ones find it.
+void place_nodes(const Forest& forest, Json::Value& jData)
+{
+    std::vector<bool> isParent(forest.nodes.size());
+    for (const size_t parent : forest.parents) {
+        if (noNode != parent) {
+            isParent[parent] = true;
+        }
+    }
+    for (size_t node = 0; node < forest.nodes.size(); ++node) {
+        const NodeLink& link = *forest.nodes[node];
+        const size_t parent = forest.parents[node];
+        shape_node(link, !isParent[node]);
+        Json::Value& jSiblings = noNode == parent ? jData : *forest.nodes[parent]->pjChildren;
+        jSiblings.append(std::move(*link.pjNode));
     }
 }
 
@@ -209,13 +204,8 @@ int nest_by_lookup(const NodeLinks& links, Json::Value& jData)
     open_cycles(forest.parents);
     find_parents(servers, policies, false, forest);
     find_parents(policies, end, false, forest);
-    chain_children(forest);
 
     jData = Json::Value(Json::arrayValue);
-    for (size_t node = 0; node < end; ++node) {
-        if (noNode == forest.parents[node]) {
-            place_node(node, forest, jData);
-        }
-    }
+    place_nodes(forest, jData);
     return 0;
 }
