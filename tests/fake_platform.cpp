@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <new>
 
 #include <gtest/gtest.h>
 #include <syslog.h>
@@ -72,6 +73,9 @@ bool fails(const char* szName, const Arguments&... arguments)
     const size_t number = platform.fallible.size();
     if (number < platform.failFirst || number > platform.failLast) {
         return false;
+    }
+    if (platform.isThrowing) {
+        throw std::bad_alloc();
     }
     errno = platform.failErrno;
     return true;

@@ -41,9 +41,10 @@ struct Platform {
     Lines logs;           // syslog lines, in their short form
     std::string rawLogs;  // syslog lines as they are
 
-    // Which fallible calls fail, counted from 1, and the errno that they leave.
+    // Which fallible calls fail, counted from 1, and the errno that they leave; or they throw that memory ran out.
     size_t failFirst = 0, failLast = 0;
     int failErrno = 0;
+    bool isThrowing = false;
 
     bool isQuiet = false;  // for measurements: no bookkeeping, no failures
 

@@ -287,6 +287,7 @@ TEST_P(StoreTest, rightsReachFromTheRootDownAndRefusalsSayWhy)
     ASSERT_EQ(setDelegates<2>(0, "[{'ugid':4,'user_type':2}]"), 0);
     EXPECT_EQ(seenBy(1), "1 2 3 4 / 1 2 3 / 1 2 3 / ");
     EXPECT_EQ(seenBy(2), "2 3 / 1 / 1 2 / ");
+    EXPECT_EQ(dump(2)["groups"][0], dump()["groups"][1]);  // with the same delegates and their names
     EXPECT_EQ(seenBy(4), "1 2 3 4 / 1 2 3 / 1 2 3 / ");
     EXPECT_NE(VELQZEMOuCanManagedByUid(1, 9), 0);  // any identifier
     EXPECT_NE(VELQZEMOuCanManagedByUid(4, 0), 0);

@@ -1,6 +1,7 @@
 #include "tests/sweep.h"
 
 #include <cerrno>
+#include <new>
 
 #include <gtest/gtest.h>
 
@@ -67,6 +68,11 @@ void sweep(const std::function<void()>& prepare, const std::function<std::string
             runFailing(n, SIZE_MAX, err);
             EXPECT_EQ(runFailing(0, 0, 0), success) << "and all after it";
         }
+        prepare();
+        platform.failFirst = platform.failLast = n;
+        platform.isThrowing = true;
+        EXPECT_THROW(run(), std::bad_alloc) << calls[n - 1];
+        EXPECT_EQ(runFailing(0, 0, 0), success) << "after an exception";
     }
     reset();
 }
