@@ -64,54 +64,55 @@ MHD_Result Exchange::receive(const char* pData, size_t size)
 
 MHD_Result Exchange::finish()
 {
-    if (m_refused == 0 && !m_isHandled) {
-        MHD_suspend_connection(m_pConnection);  // first: a worker may be done with it before it is all handed over
-        enqueue();
-        return MHD_YES;
+    if (m_refused != 0 || m_isHandled) {
+        return respond(m_refused != 0 ? refusal(m_refused) : std::move(m_answer));
     }
-    return respond(m_refused != 0 ? refusal(m_refused) : std::move(m_answer));
-}
-
-void Exchange::recognise(AccountKey account)
-{
-    m_account = account;
-    m_body.recognise();
-    m_server.waiting.remove(m_socket);
-}
-
-void Exchange::enqueue() noexcept
-{
-    if (!m_server.handlers.add(m_account, [this] { run(); })) {
-        handBack(MHD_HTTP_SERVICE_UNAVAILABLE);
+    MHD_suspend_connection(m_pConnection);  // first: a worker may be done with it before wait returns
+    if (!wait()) {
+        MHD_resume_connection(m_pConnection);
     }
+    return MHD_YES;
 }
 
-void Exchange::run() noexcept
+bool Exchange::wait() noexcept
+{
+    const auto job = [this]() -> FairQueue::Ending {
+        MHD_Connection* const pConnection = m_pConnection;
+        if (serve()) {
+            return {};
+        }
+        return [pConnection] { MHD_resume_connection(pConnection); };
+    };
+    const bool waits = m_server.handlers.add(m_account, job);
+    if (!waits) {
+        m_refused = MHD_HTTP_SERVICE_UNAVAILABLE;
+    }
+    return waits;
+}
+
+bool Exchange::serve() noexcept
 try {
-    serve();
-} catch (const std::exception& e) {
-    logTrouble("a request could not be served", e.what());
-    handBack(MHD_HTTP_INTERNAL_SERVER_ERROR);
-}
-
-void Exchange::serve()
-{
     const auto account = standin::findAccountByToken(m_head.tokenHash);
     m_server.knownTokens.update(m_head.tokenHash, account ? std::optional(account->uid) : std::nullopt);
     if (!account) {
-        handBack(MHD_HTTP_UNAUTHORIZED);
-        return;
+        m_refused = MHD_HTTP_UNAUTHORIZED;
+        return false;
     }
     if (account->uid != m_account) {  // no longer a stranger: it takes its turn among the account's own requests
         recognise(account->uid);
-        enqueue();
-        return;
+        return wait();
     }
     m_head.account = *account;
-    handBack(callHandler());
+    m_refused = runHandler();
+    m_isHandled = true;
+    return false;
+} catch (const std::exception& e) {
+    logTrouble("a request could not be served", e.what());
+    m_refused = MHD_HTTP_INTERNAL_SERVER_ERROR;
+    return false;
 }
 
-int Exchange::callHandler()
+int Exchange::runHandler()
 {
     Json::Value jParams;
     try {
@@ -124,11 +125,11 @@ int Exchange::callHandler()
     return 0;
 }
 
-void Exchange::handBack(int refused) noexcept
+void Exchange::recognise(AccountKey account)
 {
-    m_refused = refused;
-    m_isHandled = true;
-    MHD_resume_connection(m_pConnection);
+    m_account = account;
+    m_body.recognise();
+    m_server.waiting.remove(m_socket);
 }
 
 MHD_Result Exchange::respond(Answer answer)

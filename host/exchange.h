@@ -55,15 +55,14 @@ public:
     MHD_Result finish();
 
 private:
-    void recognise(AccountKey account);  // the request counts for the account from now on
-    void enqueue() noexcept;             // the exchange is a worker's then; the connection is suspended
-    MHD_Result respond(Answer answer);   // on the connection's thread
+    // These two tell whether the request waits for a worker from now on; then the exchange is not the caller's any
+    // more. Otherwise it is ready to be answered, and the connection is to be resumed.
+    bool wait() noexcept;
+    bool serve() noexcept;  // on a worker
 
-    // On a worker.
-    void run() noexcept;
-    void serve();                         // all but what to do when it throws std::exception
-    int callHandler();                    // fills m_answer, or returns the HTTP status of the refusal
-    void handBack(int refused) noexcept;  // the last that a worker does: the exchange may be gone when it returns
+    int runHandler();                    // fills m_answer, or returns the HTTP status of the refusal
+    void recognise(AccountKey account);  // the request counts for the account from now on
+    MHD_Result respond(Answer answer);   // on the connection's thread
 
     ServerState& m_server;
     MHD_Connection* const m_pConnection;

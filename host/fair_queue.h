@@ -19,7 +19,8 @@ constexpr AccountKey kStrangers = -1;
 // than c are free: the first may take half of them, and the next one always finds some. One thread at a time.
 class FairQueue {
 public:
-    using Job = std::function<void()>;
+    using Ending = std::function<void()>;
+    using Job = std::function<Ending()>;  // returns what is left to do when it counts as finished; may be empty
 
     struct Started {
         AccountKey account;

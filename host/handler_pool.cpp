@@ -50,17 +50,23 @@ void HandlerPool::stop()
 
 void HandlerPool::work(Worker& worker)
 {
+    FairQueue::Ending ending;  // of the last job
     std::unique_lock lock(m_mutex);
-    while (!m_isStopping) {
+    for (;;) {
         m_idle.push_back(&worker);
         handOut();
+        if (ending) {
+            lock.unlock();
+            std::exchange(ending, nullptr)();
+            lock.lock();
+        }
         worker.wake.wait(lock, [&] { return worker.next.has_value() || m_isStopping; });
         if (!worker.next) {
             return;
         }
         const FairQueue::Started started = std::move(*std::exchange(worker.next, std::nullopt));
         lock.unlock();
-        started.job();
+        ending = started.job();
         lock.lock();
         m_queue.finish(started.account);
     }

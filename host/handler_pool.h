@@ -25,12 +25,13 @@ public:
         stop();
     }
 
-    // The job runs on a worker as soon as its turn comes, perhaps before this returns; it must not throw. Returns false
-    // when it never will: there is no place or no memory for it, or the pool was stopped.
+    // The job runs on a worker as soon as its turn comes, perhaps before this returns, and then its ending; neither may
+    // throw. Whoever is told by the ending finds the worker idle. Returns false when the job will never run: there is
+    // no place or no memory for it, or the pool was stopped.
     bool add(AccountKey account, FairQueue::Job job) noexcept;
 
-    // Waits for the jobs that run, and ends the threads; jobs that still wait are never run. One thread may call it,
-    // and no job.
+    // Waits for the jobs that run and their endings, and ends the threads; jobs that still wait are never run. One
+    // thread may call it, and no job.
     void stop();
 
 private:
