@@ -71,8 +71,8 @@ private:
     RequestHead m_head;
     RequestBody m_body;
     AccountKey m_account = kStrangers;  // whom the request counts for
-    Answer m_answer;                    // the handler's
-    bool m_isHandled = false;           // there is an answer, or a refusal
+    Answer m_answer;                    // the handler's, once it is handled
+    bool m_isHandled = false;
     int m_refused = 0;                  // HTTP status of the refusal, 0 for none
     uint64_t m_arrived = 0;             // bytes of the body, thrown away ones too
     bool m_isAnswered = false;
