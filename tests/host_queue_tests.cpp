@@ -35,11 +35,15 @@ constexpr Course kCourses[] = {
     {"a worker is not given back, or is twice", 2, 99, "AaAaAaAAABB", "A1 A2 A3 A4 B1 "},
 };
 
-void startAll(FairQueue& queue) {
-    while (const auto started = queue.start()) { started->job(); }
+void startAll(FairQueue& queue)
+{
+    while (const auto started = queue.start()) {
+        started->job();
+    }
 }
 
-std::string play(const Course& course) {
+std::string play(const Course& course)
+{
     FairQueue queue(course.workers, course.places);
     std::string started;
     std::map<char, int> added;
@@ -56,12 +60,16 @@ std::string play(const Course& course) {
     return started;
 }
 
-TEST(FairQueue, accountsShareWorkersAndPlaces) {
-    for (const Course& course : kCourses) { EXPECT_EQ(play(course), course.started) << course.fault; }
+TEST(FairQueue, accountsShareWorkersAndPlaces)
+{
+    for (const Course& course : kCourses) {
+        EXPECT_EQ(play(course), course.started) << course.fault;
+    }
 }
 
 // A chain of jobs, each of which adds the next one for another account when it is done.
-void addChain(host::HandlerPool& pool, std::atomic<int>& running, int links) {
+void addChain(host::HandlerPool& pool, std::atomic<int>& running, int links)
+{
     const auto job = [&pool, &running, links]() -> FairQueue::Ending {
         return [&pool, &running, links] {
             if (links > 1) {
@@ -71,21 +79,30 @@ void addChain(host::HandlerPool& pool, std::atomic<int>& running, int links) {
             }
         };
     };
-    while (!pool.add(links % 5, job)) { std::this_thread::yield(); }
+    while (!pool.add(links % 5, job)) {
+        std::this_thread::yield();
+    }
 }
 
-TEST(HandlerPoolThreads, runEveryJobThatWasTakenAndNoneAfterTheStop) {
+TEST(HandlerPoolThreads, runEveryJobThatWasTakenAndNoneAfterTheStop)
+{
     constexpr int kThreads = 4, kChains = 50, kLinks = 40;
     std::atomic<int> running{kThreads * kChains};
     host::HandlerPool pool(3, 1000);
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&] {
-            for (int chain = 0; chain < kChains; ++chain) { addChain(pool, running, kLinks); }
+            for (int chain = 0; chain < kChains; ++chain) {
+                addChain(pool, running, kLinks);
+            }
         });
     }
-    for (std::thread& thread : threads) { thread.join(); }
-    while (running > 0) { std::this_thread::yield(); }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    while (running > 0) {
+        std::this_thread::yield();
+    }
     pool.stop();
     EXPECT_FALSE(pool.add(1, [] { return ADD_FAILURE(), nullptr; }));
 }
