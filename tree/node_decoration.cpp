@@ -6,6 +6,7 @@
 #include "frame/json_read.h"
 #include "platform/velq_zem.h"
 #include "tree/linked_policies.h"
+#include "tree/prefetch.h"
 
 namespace {
 
@@ -58,7 +59,11 @@ int add_info_to_node(Json::Value& jArray, Json::Value& jGpoArray)
     if (!jArray.isArray()) {
         return log_bad_parameter();
     }
-    for (Json::Value& jNode : jArray) {
+    for (auto it = jArray.begin(), end = jArray.end(); it != end;) {
+        Json::Value& jNode = *it;
+        if (++it != end) {
+            prefetch_members(*it);
+        }
         if (0 > get_delegate_by_node(jNode)) {
             return log_failed_call("0 > get_delegate_by_node(jArray[i])");
         }

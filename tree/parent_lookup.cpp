@@ -10,6 +10,7 @@
 #include "frame/json_read.h"
 #include "platform/velq_zem.h"
 #include "tree/hung_marker.h"
+#include "tree/prefetch.h"
 
 namespace {
 
@@ -168,6 +169,9 @@ void place_nodes(const Forest& forest, Json::Value& jData)
     for (size_t node = 0; node < forest.nodes.size(); ++node) {
         const NodeLink& link = *forest.nodes[node];
         const size_t parent = forest.parents[node];
+        if (node + 1 < forest.nodes.size()) {
+            prefetch_around(forest.nodes[node + 1]->pjExpanded);
+        }
         set_display_members(link, !isParent[node]);
         Json::Value& jSiblings = noNode == parent ? jData : *forest.nodes[parent]->pjChildren;
         jSiblings.append(std::move(*link.pjNode));

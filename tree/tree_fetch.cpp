@@ -14,6 +14,7 @@
 #include "platform/velq_zem.h"
 #include "tree/hung_marker.h"
 #include "tree/node_decoration.h"
+#include "tree/prefetch.h"
 #include "tree/tree_assembly.h"
 
 namespace {
@@ -153,6 +154,23 @@ int make_tree(FlatNodes* pNodes, Json::Value& jData)
     return 0;
 }
 
+// Releases the nodes one after the other, each with its subtree: left to itself, the library waits for the memory of
+// every member.
+void release_nodes(Json::Value& jNodes)
+{
+    for (auto it = jNodes.begin(), end = jNodes.end(); it != end;) {
+        Json::Value& jNode = *it;
+        if (++it != end) {
+            prefetch_members(*it);
+        }
+        Json::Value* pjChildren = jNode.isObject() ? &jNode["children"] : NULL;
+        if (NULL != pjChildren && pjChildren->isArray()) {
+            release_nodes(*pjChildren);
+        }
+        jNode = Json::Value();
+    }
+}
+
 }  // namespace
 
 void list_tree_by_uid_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
@@ -171,4 +189,5 @@ void list_tree_by_uid_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
         return;
     }
     resp->SetSuccess(jData);
+    release_nodes(jData);
 }

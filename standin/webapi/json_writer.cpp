@@ -60,7 +60,7 @@ std::string_view textOf(const Json::Value& jValue)
 void prefetch(const Json::Value& jValue)
 {
     constexpr uintptr_t kLine = 64;
-    constexpr uintptr_t kLinesBefore = 6;
+    constexpr uintptr_t kLinesBefore = 8;
     constexpr uintptr_t kLines = 24;
     if (!jValue.isObject() || jValue.empty()) {
         return;
