@@ -158,6 +158,9 @@ int make_tree(FlatNodes* pNodes, Json::Value& jData)
 // every member.
 void release_nodes(Json::Value& jNodes)
 {
+    if (!jNodes.empty()) {
+        prefetch_members(*jNodes.begin());
+    }
     for (auto it = jNodes.begin(), end = jNodes.end(); it != end;) {
         Json::Value& jNode = *it;
         if (++it != end) {

@@ -208,6 +208,9 @@ private:
 
     void writeArray(const Json::Value& jArray)
     {
+        if (!jArray.empty()) {
+            prefetch(*jArray.begin());
+        }
         char before = '[';
         for (auto item = jArray.begin(), end = jArray.end(); item != end;) {
             const Json::Value& jItem = *item;
