@@ -70,10 +70,11 @@ Json::Value makeFleet(int64_t groups)
 // Gives the stored groups their parents, past the store: it would refuse a chain of a thousand.
 void reshape(const std::string& path, const Parents& parents)
 {
-    sqlite3* pDb = NULL;
-    sqlite3_stmt* pUpdate = NULL;
-    if (sqlite3_open(path.c_str(), &pDb) != SQLITE_OK || sqlite3_exec(pDb, "BEGIN", NULL, NULL, NULL) != SQLITE_OK ||
-        sqlite3_prepare_v2(pDb, "UPDATE ou SET parent_id = ? WHERE id = ?", -1, &pUpdate, NULL) != SQLITE_OK) {
+    sqlite3* pDb = nullptr;
+    sqlite3_stmt* pUpdate = nullptr;
+    if (sqlite3_open(path.c_str(), &pDb) != SQLITE_OK ||
+        sqlite3_exec(pDb, "BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK ||
+        sqlite3_prepare_v2(pDb, "UPDATE ou SET parent_id = ? WHERE id = ?", -1, &pUpdate, nullptr) != SQLITE_OK) {
         fail(sqlite3_errmsg(pDb));
     }
     for (size_t i = 0; i < parents.size(); ++i) {
@@ -83,7 +84,7 @@ void reshape(const std::string& path, const Parents& parents)
         sqlite3_reset(pUpdate);
     }
     sqlite3_finalize(pUpdate);
-    if (sqlite3_exec(pDb, "COMMIT", NULL, NULL, NULL) != SQLITE_OK) {
+    if (sqlite3_exec(pDb, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
         fail(sqlite3_errmsg(pDb));
     }
     sqlite3_close(pDb);
@@ -180,7 +181,7 @@ public:
         if (m_pid == 0) {
             dup2(out[1], STDOUT_FILENO);
             freopen("/dev/null", "w", stderr);
-            execl(ZEMHOST, ZEMHOST, "serve", "--listen", "127.0.0.1:0", "--store", url.c_str(), (char*)NULL);
+            execl(ZEMHOST, ZEMHOST, "serve", "--listen", "127.0.0.1:0", "--store", url.c_str(), nullptr);
             _exit(127);
         }
         close(out[1]);
@@ -196,7 +197,7 @@ public:
     ~Host()
     {
         kill(m_pid, SIGTERM);
-        waitpid(m_pid, NULL, 0);
+        waitpid(m_pid, nullptr, 0);
     }
     const std::string& base() const
     {
@@ -234,7 +235,7 @@ void measureHttp(benchmark::State& state, const Shape& shape)
     writer["indentation"] = "";
     size_t received = 0;
     CURL* pCurl = curl_easy_init();
-    curl_slist* pHeaders = curl_slist_append(NULL, ("Authorization: Bearer " + makeToken(database.url())).c_str());
+    curl_slist* pHeaders = curl_slist_append(nullptr, ("Authorization: Bearer " + makeToken(database.url())).c_str());
     curl_easy_setopt(pCurl, CURLOPT_URL, (host.base() + "/webapi/VELQ.ZEM.Tree/1/get").c_str());
     curl_easy_setopt(pCurl, CURLOPT_HTTPHEADER, pHeaders);
     curl_easy_setopt(pCurl, CURLOPT_POSTFIELDS, "");

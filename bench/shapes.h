@@ -14,7 +14,7 @@ constexpr int64_t kPolicies = 1000;
 constexpr int64_t kLinksPerGroup = 5;
 
 // parents[i] is the parent of group i + 1; 0 is the root.
-typedef std::vector<int64_t> Parents;
+using Parents = std::vector<int64_t>;
 
 struct Shape {
     const char* szName;
