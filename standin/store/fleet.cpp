@@ -73,6 +73,7 @@ void checkNode(const Json::Value& jItem, R& record, bool isNew)
     demand(record.id >= 1 && record.id <= kHighestId, "id", "missing or not from 1 to 2^62 - 1");
     demand(isNew, "id", "a record of the kind before has it too");
     demand(!jItem["parent_id"].isNull(), "parent_id", "missing");
+    checkName(record.name.c_str());
     record.mtime = std::time(nullptr);
     record.revision = 1;
 }
