@@ -91,12 +91,6 @@ int read_member(const Json::Value& jValue, const char* szName, int64_t* pValue)
     return NULL == pjMember ? -1 : read_int64(*pjMember, pValue);
 }
 
-int read_member(const Json::Value& jValue, const char* szName, int* pValue)
-{
-    const Json::Value* pjMember = find_member(jValue, szName);
-    return NULL == pjMember ? -1 : read_int(*pjMember, pValue);
-}
-
 int fromString(Json::Value& jValue, const std::string& text)
 {
     const int err = errno;  // the reader's number conversion changes it

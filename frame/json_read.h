@@ -20,10 +20,9 @@ int read_text(const Json::Value& jValue, std::string* pText);
 // The member of an object, null when jValue is no object or lacks it. Belongs to jValue.
 const Json::Value* find_member(const Json::Value& jValue, const char* szName);
 
-// Reads a member that is there, as read_int64 and read_int do. Returns 0, or -1 with *pValue unchanged: jValue is no
-// object, lacks the member, or it cannot be read.
+// Reads a member that is there, as read_int64 does. Returns 0, or -1 with *pValue unchanged: jValue is no object, lacks
+// the member, or it cannot be read.
 int read_member(const Json::Value& jValue, const char* szName, int64_t* pValue);
-int read_member(const Json::Value& jValue, const char* szName, int* pValue);
 
 // Replaces the value by the one that the JSON text describes. Returns 0, or -1 with a null value: not valid JSON, or
 // nested deeper than 500 levels.

@@ -13,7 +13,6 @@
 #include <utility>
 
 #include "host/dispatch.h"
-#include "host/http_server.h"
 #include "host/module_loader.h"
 #include "host/tokens.h"
 #include "host/tree_view.h"
@@ -82,9 +81,9 @@ Json::Value parseFleet(const std::string& path)
 
 }  // namespace
 
-int serveModules(const ModulePaths& modules, const std::string& address, bool allowRemote)
+int serveModules(const ModulePaths& modules, const ServeOptions& options)
 {
-    serve(loadModules(modules), address, allowRemote);
+    serve(loadModules(modules), options);
     return 0;
 }
 

@@ -11,13 +11,15 @@
 
 #include <json/value.h>
 
+#include "host/http_server.h"
+
 namespace host {
 
 // Files of the modules that a command loads; none: webapi_zem_ou.so beside the program.
 using ModulePaths = std::vector<std::string>;
 
-// Until SIGTERM or SIGINT. address, allowRemote: as for openListenSocket.
-int serveModules(const ModulePaths& modules, const std::string& address, bool allowRemote);
+// Until SIGTERM or SIGINT.
+int serveModules(const ModulePaths& modules, const ServeOptions& options);
 
 // Into a store that holds no fleet yet, all or nothing. path: the fleet file's.
 int loadFleetFile(const std::string& path);

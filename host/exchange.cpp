@@ -1,13 +1,12 @@
 // How long and how large a request may be, and what becomes of it.
 #include "host/exchange.h"
 
-#include <iostream>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "host/request_log.h"
 #include "host/response.h"
-#include "host/text.h"
 
 namespace host {
 
@@ -19,7 +18,7 @@ constexpr uint64_t kMaxDiscarded = 256 << 20;  // bytes
 }  // namespace
 
 Exchange::Exchange(ServerState& server, MHD_Connection* pConnection)
-    : m_server(server), m_pConnection(pConnection), m_body(server.bodyBytes)
+    : m_server(server), m_pConnection(pConnection), m_socket(socketOf(pConnection)), m_body(server.bodyMemory)
 {
     ++m_server.exchanges;
 }
@@ -37,14 +36,17 @@ MHD_Result Exchange::begin(const char* szPath, const char* szMethod)
     try {
         m_refused = judgeHead(m_pConnection, szPath, szMethod, m_server.modules, m_head);
     } catch (const std::exception& e) {
-        std::cerr << "zemhost: a request could not be checked: " + printable(e.what()) + "\n";
+        logTrouble("a request could not be checked", e.what());
         m_refused = MHD_HTTP_INTERNAL_SERVER_ERROR;
     }
-    if (m_refused == 0) {
-        m_server.waiting.remove(socketOf(m_pConnection));
-        return MHD_YES;
+    if (m_refused != 0) {
+        return sendsBodyUnasked(m_pConnection) ? MHD_YES : respond(refusal(m_refused));
     }
-    return sendsBodyUnasked(m_pConnection) ? MHD_YES : respond(refusal(m_refused));
+    const AccountKey account = m_server.knownTokens.find(m_head.tokenHash);
+    if (account != kStrangers) {
+        recognise(account);
+    }
+    return MHD_YES;
 }
 
 MHD_Result Exchange::receive(const char* pData, size_t size)
@@ -62,25 +64,72 @@ MHD_Result Exchange::receive(const char* pData, size_t size)
 
 MHD_Result Exchange::finish()
 {
-    return respond(m_refused != 0 ? refusal(m_refused) : runHandler());
+    if (m_refused != 0 || m_isHandled) {
+        return respond(m_refused != 0 ? refusal(m_refused) : std::move(m_answer));
+    }
+    MHD_suspend_connection(m_pConnection);  // first: a worker may be done with it before wait returns
+    if (!wait()) {
+        MHD_resume_connection(m_pConnection);
+    }
+    return MHD_YES;
 }
 
-Json::Value Exchange::takeParameters()
+bool Exchange::wait() noexcept
 {
-    Json::Value jParams = parseParameters(m_body.text());
-    m_body.drop();
-    return jParams;
+    const auto job = [this]() -> FairQueue::Ending {
+        MHD_Connection* const pConnection = m_pConnection;
+        if (serve()) {
+            return {};
+        }
+        return [pConnection] { MHD_resume_connection(pConnection); };
+    };
+    const bool waits = m_server.handlers.add(m_account, job);
+    if (!waits) {
+        m_refused = MHD_HTTP_SERVICE_UNAVAILABLE;
+    }
+    return waits;
 }
 
-Answer Exchange::runHandler()
+bool Exchange::serve() noexcept
+try {
+    const auto account = standin::findAccountByToken(m_head.tokenHash);
+    m_server.knownTokens.update(m_head.tokenHash, account ? std::optional(account->uid) : std::nullopt);
+    if (!account) {
+        m_refused = MHD_HTTP_UNAUTHORIZED;
+        return false;
+    }
+    if (account->uid != m_account) {  // no longer a stranger: it takes its turn among the account's own requests
+        recognise(account->uid);
+        return wait();
+    }
+    m_head.account = *account;
+    m_refused = runHandler();
+    m_isHandled = true;
+    return false;
+} catch (const std::exception& e) {
+    logTrouble("a request could not be served", e.what());
+    m_refused = MHD_HTTP_INTERNAL_SERVER_ERROR;
+    return false;
+}
+
+int Exchange::runHandler()
 {
     Json::Value jParams;
     try {
-        jParams = takeParameters();
+        jParams = parseParameters(m_body.text());
     } catch (const std::exception&) {
-        return refusal(MHD_HTTP_BAD_REQUEST);
+        return MHD_HTTP_BAD_REQUEST;
     }
-    return answerRequest(m_head.pRow->pHandler, m_head.account, std::move(jParams));
+    m_body.drop();
+    m_answer = answerRequest(m_head.pRow->pHandler, m_head.account, std::move(jParams));
+    return 0;
+}
+
+void Exchange::recognise(AccountKey account)
+{
+    m_account = account;
+    m_body.recognise();
+    m_server.waiting.remove(m_socket);
 }
 
 MHD_Result Exchange::respond(Answer answer)

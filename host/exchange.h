@@ -1,5 +1,6 @@
 // One request and its answer. A request is judged by its head before any of its body is taken in; the body of a refused
-// one is read and thrown away, so that the client gets to see its answer.
+// one is read and thrown away, so that the client gets to see its answer. Its token is looked up when its handler is to
+// start: what counts is whose it is then.
 #pragma once
 
 #include <atomic>
@@ -10,6 +11,9 @@
 #include <microhttpd.h>
 
 #include "host/dispatch.h"
+#include "host/fair_queue.h"
+#include "host/handler_pool.h"
+#include "host/known_tokens.h"
 #include "host/module_loader.h"
 #include "host/request_body.h"
 #include "host/request_head.h"
@@ -21,15 +25,18 @@ namespace host {
 struct ServerState {
     const ModuleSet& modules;
     WaitingSockets waiting;
-    std::atomic<uint64_t> bodyBytes{0};   // of all bodies that are held
+    KnownTokens knownTokens{};
+    BodyMemory bodyMemory{};
     std::atomic<int> exchanges{0};        // how many there are
     std::atomic<bool> isStopping{false};  // answers are the last on their connections
+    HandlerPool handlers;
 };
 
 // From a request's head to the end of its answer; its log line is written with the answer, or at the end when there was
 // none. The library's callbacks make the calls, in the order in which they stand here, on the thread that serves the
 // connection. Each throws std::exception when it can do nothing for the request, and returns MHD_NO to have the
-// connection closed.
+// connection closed. The connection is suspended, and the exchange a worker's, while it waits for its handler and while
+// that runs.
 class Exchange {
 public:
     // server: outlives the exchange. pConnection: the library's; it lives until the exchange is over.
@@ -44,22 +51,30 @@ public:
     // A piece of the body has arrived, of that many bytes.
     MHD_Result receive(const char* pData, size_t size);
 
-    // The request is complete.
+    // The request is complete; after its handler the call is made again, and answers.
     MHD_Result finish();
 
 private:
-    // The three steps of a request that is not refused. The first two touch neither the connection nor other exchanges.
-    Json::Value takeParameters();       // out of the body; throws std::exception when it is malformed
-    Answer runHandler();                // with the parameters
-    MHD_Result respond(Answer answer);  // on the connection's thread
+    // These two tell whether the request waits for a worker from now on; then the exchange is not the caller's any
+    // more. Otherwise it is ready to be answered, and the connection is to be resumed.
+    bool wait() noexcept;
+    bool serve() noexcept;  // on a worker
+
+    int runHandler();                    // fills m_answer, or returns the HTTP status of the refusal
+    void recognise(AccountKey account);  // the request counts for the account from now on
+    MHD_Result respond(Answer answer);   // on the connection's thread
 
     ServerState& m_server;
     MHD_Connection* const m_pConnection;
+    const int m_socket;
     const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
     RequestHead m_head;
     RequestBody m_body;
-    int m_refused = 0;       // HTTP status of the refusal, 0 for none
-    uint64_t m_arrived = 0;  // bytes of the body, thrown away ones too
+    AccountKey m_account = kStrangers;  // whom the request counts for
+    Answer m_answer;                    // the handler's, once it is handled
+    bool m_isHandled = false;
+    int m_refused = 0;                  // HTTP status of the refusal, 0 for none
+    uint64_t m_arrived = 0;             // bytes of the body, thrown away ones too
     bool m_isAnswered = false;
 };
 

@@ -20,7 +20,7 @@
 
 #include "host/exchange.h"
 #include "host/listen_socket.h"
-#include "host/text.h"
+#include "host/request_log.h"
 
 namespace host {
 
@@ -31,10 +31,12 @@ using Clock = std::chrono::steady_clock;
 constexpr rlim_t kMaxConnections = 8192;
 constexpr rlim_t kOtherDescriptors = 256;  // files, database connections, what the threads wait on
 constexpr size_t kHeaderMemory = 32 << 10;
-constexpr unsigned kIdleSeconds = 10;
+constexpr size_t kHandlerThreads = 8;  // as many as the store has connections
+constexpr size_t kWaitingRequests = 1024;
 constexpr std::chrono::seconds kMaxDrain{30};
 
-// The library calls this with a request's head, then with each piece of its body, then at its end.
+// The library calls this with a request's head, then with each piece of its body, then at its end, and once more when
+// the connection is resumed.
 MHD_Result onRequest(void* pServer, MHD_Connection* pConnection, const char* szPath, const char* szMethod, const char*,
                      const char* pData, size_t* pSize, void** ppExchange)
 {
@@ -47,7 +49,7 @@ MHD_Result onRequest(void* pServer, MHD_Connection* pConnection, const char* szP
         Exchange& exchange = *static_cast<Exchange*>(*ppExchange);
         return *pSize > 0 ? exchange.receive(pData, std::exchange(*pSize, 0)) : exchange.finish();
     } catch (const std::exception& e) {
-        std::cerr << "zemhost: a request was dropped: " + printable(e.what()) + "\n";
+        logTrouble("a request was dropped", e.what());
         return MHD_NO;
     }
 }
@@ -88,19 +90,20 @@ unsigned reserveDescriptors()
     return static_cast<unsigned>(std::min(kMaxConnections, limit.rlim_cur - others));
 }
 
-MHD_Daemon* startDaemon(ServerState& server, int listenFd, unsigned connections)
+MHD_Daemon* startDaemon(ServerState& server, int listenFd, unsigned connections, unsigned idleTimeout)
 {
+    constexpr unsigned kFlags = MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_ITC | MHD_ALLOW_SUSPEND_RESUME;
     MHD_Daemon* pDaemon =
-        MHD_start_daemon(MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_ITC, 0, nullptr, nullptr, onRequest, &server,  //
-                         MHD_OPTION_LISTEN_SOCKET, listenFd,                                                    //
-                         MHD_OPTION_THREAD_POOL_SIZE, std::max(4u, std::thread::hardware_concurrency()),        //
-                         MHD_OPTION_CONNECTION_LIMIT, connections,                                              //
-                         MHD_OPTION_CONNECTION_MEMORY_LIMIT, kHeaderMemory,                                     //
-                         MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,                                           //
-                         MHD_OPTION_STRICT_FOR_CLIENT, 1,                                                       //
-                         MHD_OPTION_UNESCAPE_CALLBACK, keepEscapes, nullptr,                                    //
-                         MHD_OPTION_NOTIFY_COMPLETED, onCompleted, &server,                                     //
-                         MHD_OPTION_NOTIFY_CONNECTION, onConnection, &server,                                   //
+        MHD_start_daemon(kFlags, 0, nullptr, nullptr, onRequest, &server,                                 //
+                         MHD_OPTION_LISTEN_SOCKET, listenFd,                                              //
+                         MHD_OPTION_THREAD_POOL_SIZE, std::max(4u, std::thread::hardware_concurrency()),  //
+                         MHD_OPTION_CONNECTION_LIMIT, connections,                                        //
+                         MHD_OPTION_CONNECTION_MEMORY_LIMIT, kHeaderMemory,                               //
+                         MHD_OPTION_CONNECTION_TIMEOUT, idleTimeout,                                      //
+                         MHD_OPTION_STRICT_FOR_CLIENT, 1,                                                 //
+                         MHD_OPTION_UNESCAPE_CALLBACK, keepEscapes, nullptr,                              //
+                         MHD_OPTION_NOTIFY_COMPLETED, onCompleted, &server,                               //
+                         MHD_OPTION_NOTIFY_CONNECTION, onConnection, &server,                             //
                          MHD_OPTION_END);
     if (pDaemon == nullptr) {
         throw std::runtime_error(std::string("the HTTP server cannot be started: ") + strerror(errno));
@@ -113,7 +116,8 @@ unsigned portOf(MHD_Daemon* pDaemon)
     return MHD_get_daemon_info(pDaemon, MHD_DAEMON_INFO_BIND_PORT)->port;
 }
 
-// Stops taking connections, and waits for the requests that are running.
+// Stops taking connections, and waits for the requests that are under way. One that comes in the last moment finds the
+// handlers stopped and is refused: when the daemon is stopped, no worker is left that could resume a connection of it.
 void stopDaemon(ServerState& server, MHD_Daemon* pDaemon)
 {
     server.isStopping = true;
@@ -127,13 +131,14 @@ void stopDaemon(ServerState& server, MHD_Daemon* pDaemon)
         std::cerr << "zemhost: stopped before every request was answered\n";
         _exit(0);  // the library would wait for a handler without end
     }
+    server.handlers.stop();
     MHD_stop_daemon(pDaemon);
     close(listenFd);
 }
 
 }  // namespace
 
-void serve(const ModuleSet& modules, const std::string& address, bool allowRemote)
+void serve(const ModuleSet& modules, const ServeOptions& options)
 {
     signal(SIGPIPE, SIG_IGN);
     sigset_t stopSignals;
@@ -143,9 +148,13 @@ void serve(const ModuleSet& modules, const std::string& address, bool allowRemot
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);  // also in the threads that start from here on
 
     const unsigned connections = reserveDescriptors();
-    ServerState server{modules, WaitingSockets(connections / 2)};
-    MHD_Daemon* pDaemon = startDaemon(server, openListenSocket(address, allowRemote), connections);
-    std::cout << "listening on http://" << address.substr(0, address.rfind(':')) << ':' << portOf(pDaemon) << std::endl;
+    const int listenFd = openListenSocket(options.address, options.allowRemote);
+    ServerState server{.modules = modules,
+                       .waiting = WaitingSockets(connections / 2),
+                       .handlers = HandlerPool(kHandlerThreads, kWaitingRequests)};
+    MHD_Daemon* pDaemon = startDaemon(server, listenFd, connections, options.idleTimeout);
+    const std::string ip = options.address.substr(0, options.address.rfind(':'));
+    std::cout << "listening on http://" << ip << ':' << portOf(pDaemon) << std::endl;
     int received = 0;
     sigwait(&stopSignals, &received);
     stopDaemon(server, pDaemon);

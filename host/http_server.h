@@ -7,12 +7,18 @@
 
 namespace host {
 
-// Serves the modules' methods until SIGTERM or SIGINT, then finishes the requests that are running, for 30 seconds at
-// most; the process ends at once, with status 0, when some are not finished then. Prints the address on standard output
-// once it is ready, and a line per request on standard error.
-// modules: outlives the call. address, allowRemote: as for openListenSocket.
+struct ServeOptions {
+    std::string address = "127.0.0.1:8480";
+    bool allowRemote = false;   // both as for openListenSocket
+    unsigned idleTimeout = 10;  // seconds until a connection is closed on which nothing moves and no handler is awaited
+};
+
+// Serves the modules' methods until SIGTERM or SIGINT, then finishes the requests that have begun to arrive, for 30
+// seconds at most; the process ends at once, with status 0, when some are not finished then. Prints the address on
+// standard output once it is ready, and a line per request on standard error.
+// modules: outlives the call.
 // Call it once per process, from the main thread before it starts others. Throws std::runtime_error when it cannot
 // start.
-void serve(const ModuleSet& modules, const std::string& address, bool allowRemote);
+void serve(const ModuleSet& modules, const ServeOptions& options);
 
 }  // namespace host

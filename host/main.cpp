@@ -44,16 +44,13 @@ void addAccount(CLI::App* pCommand, const char* szOption, std::string& account)
 
 void addServe(CommandLine& line)
 {
-    struct Options {
-        std::string address = "127.0.0.1:8480";
-        bool allowRemote = false;
-    };
-    const auto pOptions = std::make_shared<Options>();
-    const auto work = [&line, pOptions] {
-        return host::serveModules(line.modules, pOptions->address, pOptions->allowRemote);
-    };
+    const auto pOptions = std::make_shared<host::ServeOptions>();
+    const auto work = [&line, pOptions] { return host::serveModules(line.modules, *pOptions); };
     CLI::App* pServe = addCommand(line, "serve", "Serve the modules' methods over HTTP until SIGTERM", work, LOG_PID);
     pServe->add_option("--listen", pOptions->address, "IPV4:PORT or [IPV6]:PORT")->capture_default_str();
+    pServe->add_option("--idle-timeout", pOptions->idleTimeout, "Seconds until an idle connection is closed")
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 3600u));
     pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow an address that can be reached from elsewhere");
 }
 

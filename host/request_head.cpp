@@ -72,11 +72,10 @@ int judgeHead(MHD_Connection* pConnection, const char* szPath, const char* szMet
     if (strcmp(szMethod, MHD_HTTP_METHOD_POST) != 0) {
         return MHD_HTTP_METHOD_NOT_ALLOWED;
     }
-    const auto account = accountOfBearer(header(pConnection, MHD_HTTP_HEADER_AUTHORIZATION));
-    if (!account) {
+    head.tokenHash = hashOfBearer(header(pConnection, MHD_HTTP_HEADER_AUTHORIZATION));
+    if (head.tokenHash.empty()) {
         return MHD_HTTP_UNAUTHORIZED;
     }
-    head.account = *account;
     if (declaredLength(pConnection) > RequestBody::kMaxBytes) {
         return MHD_HTTP_CONTENT_TOO_LARGE;
     }

@@ -13,13 +13,14 @@ namespace host {
 struct RequestHead {
     std::string api, method;                // as the client wrote them; a path of another form is all in api
     const VELQ::APIMethod* pRow = nullptr;  // the module's; null when none offers the method
-    standin::Account account;               // of the bearer token; empty before one was recognised
+    std::string tokenHash;                  // of the bearer token
+    standin::Account account;               // the token's; empty before it was looked up
     bool isLast = false;                    // the connection cannot be used for another request
 };
 
 // Reads a request's head into head and judges it, on the thread that serves the connection. szPath: as it was sent,
-// without decoding; szMethod: of HTTP. Returns the HTTP status of the refusal (400, 401, 404, 405, 413), 0 for none.
-// Throws std::exception when the token could not be looked up; what was read before is in head then.
+// without decoding; szMethod: of HTTP. Returns the HTTP status of the refusal (400, 401, 404, 405, 413), 0 for none;
+// the token may still be nobody's. Throws std::bad_alloc; what was read before is in head then.
 int judgeHead(MHD_Connection* pConnection, const char* szPath, const char* szMethod, const ModuleSet& modules,
               RequestHead& head);
 

@@ -43,13 +43,14 @@ std::string issueToken(const standin::Account& account)
     return token;
 }
 
-std::optional<standin::Account> accountOfBearer(const char* szHeader)
+std::string hashOfBearer(const char* szHeader)
 {
-    if (szHeader == nullptr || strncasecmp(szHeader, kScheme.data(), kScheme.size()) != 0) {
-        return std::nullopt;
+    if (strncasecmp(szHeader, kScheme.data(), kScheme.size()) != 0) {
+        return "";
     }
     const std::string_view token = szHeader + kScheme.size();
-    return token.size() == kDigits ? standin::findAccountByToken(hashOf(token)) : std::nullopt;
+    const bool isToken = token.size() == kDigits && token.find_first_not_of("0123456789abcdef") == token.npos;
+    return isToken ? hashOf(token) : "";
 }
 
 }  // namespace host

@@ -47,7 +47,7 @@ constexpr RecordCalls<_tag_velq_zem_kx_> kxCalls = {
 int read_id(const Json::Value& jData, const char* szName, int64_t* pId)
 {
     const Json::Value* pjId = find_member(jData, szName);
-    return NULL == pjId || pjId->isNull() ? -1 : read_int64(*pjId, pId);
+    return NULL == pjId || pjId->isNull() ? -1 : read_member(jData, szName, pId);
 }
 
 bool is_null_or(Json::ValueType type, const Json::Value* pjValue)

@@ -3,7 +3,6 @@
 
 usage: tests/host_test.py BUILD_DIR [option of unittest or HostTest.test_...]
 """
-import concurrent.futures
 import contextlib
 import json
 import pathlib
@@ -13,10 +12,11 @@ import sys
 import tempfile
 import time
 import unittest
+from multiprocessing.connection import wait
 
 sys.dont_write_bytecode = True  # no cache beside the sources
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools"))
-from zemhost import SAMPLE, Server, Store, request  # noqa: E402
+from zemhost import SAMPLE, Server, Store, receive, request, send  # noqa: E402
 
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
 MODULE = BUILD / "webapi_zem_ou.so"
@@ -158,17 +158,66 @@ class HostTest(unittest.TestCase):
         self.assertIn("- VELQ.ZEM.Tree get 401", lines)
         self.assertNotIn(token, log)
 
-    def test_termination_finishes_what_is_running(self):
-        self.build_module('[](void*, void*) { close(creat("running", 0600)); sleep(2); }')
-        token = self.serve("--module", "test.so")
-        with concurrent.futures.ThreadPoolExecutor() as executor:
-            answer = executor.submit(self.request, "/webapi/Test/1/run", token)
-            limit = time.monotonic() + 30
-            while not (self.store.folder / "running").exists():
-                self.assertLess(time.monotonic(), limit)
-                time.sleep(0.01)
-            self.server.stop()
-            self.assertEqual(answer.result(timeout=60)[0], 200)
+    def send(self, path, token, *arguments, **options):
+        """Sends a request. Gives the connection, whose answer is still to be read."""
+        connection = self.server.connect()
+        self.addCleanup(connection.close)
+        send(connection, path, token, *arguments, **options)
+        return connection
+
+    def test_long_handlers_leave_others_room_and_termination_answers_all(self):
+        self.build_module('[](void*, void*) { while (access("go", F_OK) != 0) usleep(1000); }')
+        token = self.serve("--idle-timeout", "1", "--module", "test.so", "--module", MODULE)
+        other = self.store.token("m.okafor")
+        for known in token, other:
+            self.request(TREE, known)
+        most = 4 + 512  # half of the threads, half of the places
+        clients = [self.send("/webapi/Test/1/run", token) for _ in range(most + 3)]
+        limit = time.monotonic() + 30
+        refused = []
+        while len(refused) < 3 and time.monotonic() < limit:
+            refused = wait([client.sock for client in clients], timeout=30)
+        idle_until = time.monotonic() + 1.5
+        while time.monotonic() < idle_until:
+            self.assertTrue(self.request(TREE, other)[1]["success"])
+            time.sleep(0.1)
+        self.assertCountEqual(wait([client.sock for client in clients], timeout=0), refused)
+        self.assertEqual({receive(client)[0] for client in clients if client.sock in refused}, {503})
+        clients = [client for client in clients if client.sock and client.sock not in refused]
+        for gone in clients[:2] + clients[-2:]:  # handlers run, or wait, for clients that are not there any more
+            gone.close()
+        self.server.process.terminate()
+        (self.store.folder / "go").touch()
+        self.assertEqual([receive(client)[0] for client in clients[2:-2]], [200] * (most - 4))
+        self.server.stop()
+        log = self.store.log.read_text(encoding="utf-8")
+        codes = re.findall(r" Test run (\w+) ", log)
+        self.assertEqual((codes.count("503"), len(codes)), (3, most + 3))
+        self.assertLessEqual(codes.count("cut"), 4)
+        self.assertLessEqual(set(codes), {"0", "503", "cut"})
+
+    def test_token_is_looked_up_when_the_handler_starts(self):
+        token = self.serve()
+        self.request(TREE, token)
+        client = self.send(TREE, token, None, headers={"Expect": "100-continue", "Content-Length": 2})
+        self.assertIn(b" 100 ", client.sock.recv(1000))
+        new_token = self.store.token("admin")
+        client.sock.sendall(b"{}")
+        self.assertEqual(receive(client)[0], 401)
+        self.assertEqual(self.request(TREE, new_token)[0], 200)
+
+    def test_bodies_of_strangers_leave_others_room(self):
+        token = self.serve()
+        self.request(TREE, token)
+        body = b" " * (1 << 20)
+        for _ in range(7):
+            self.send(CREATE, "0" * 64, None, headers={"Content-Length": 2 << 20}).sock.sendall(body)
+        limit = time.monotonic() + 30
+        status = 401
+        while status == 401 and time.monotonic() < limit:  # until the bodies have arrived, which have 7 of 8 MiB
+            status, _ = self.request(TREE, "0" * 64, body + body)
+        self.assertEqual(status, 503)
+        self.assertEqual(self.request(TREE, token, body + body + b"{}")[0], 200)
 
     def test_broken_fleets_say_where_and_change_nothing(self):
         self.store.path.unlink()

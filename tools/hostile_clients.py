@@ -81,6 +81,12 @@ def endless_chunks(_, token):
         yield b"10000\r\n" + BLOCK + b"\r\n"
 
 
+def strangers(_, __):
+    yield head("0" * 64, "Content-Length: 16000")
+    while True:
+        yield b" "
+
+
 def many_bodies(_, token):
     yield head(token, "Content-Length: 4000000")
     for _ in range(60):
@@ -119,7 +125,7 @@ def unread_answers(_, token):
 
 
 # Each with the connections that it keeps open, and the seconds between two pieces.
-ATTACKS = [(slow_heads, 9000, 0.1), (slow_bodies, 500, 0.1), (nothing, 4000, 0.1), (endless_line, 20, 0.01),
+ATTACKS = [(slow_heads, 9000, 0.1), (slow_bodies, 500, 0.1), (strangers, 9000, 0.1), (nothing, 4000, 0.1), (endless_line, 20, 0.01),
            (endless_headers, 20, 0.01), (huge_body, 10, 0.01), (endless_chunks, 10, 0.01), (many_bodies, 100, 0.01),
            (compressed, 20, 0.02), (garbage, 20, 0.05), (half_closed, 200, 0.05), (resets, 50, 0.02),
            (unread_answers, 200, 0.1)]

@@ -68,12 +68,22 @@ class Server:
         self.process.stdout.close()
 
 
-def request(connection, path, token, body=b"", method="POST", headers=()):
-    """The answer to a request: (HTTP status, envelope). token: None sends none."""
+def send(connection, path, token, body=b"", method="POST", headers=()):
+    """Sends a request. token: None sends none."""
     authorization = {} if token is None else {"Authorization": f"Bearer {token}"}
     connection.request(method, path, body, {**authorization, **dict(headers)})
+
+
+def receive(connection):
+    """The answer to the request that was sent: (HTTP status, envelope)."""
     response = connection.getresponse()
     return response.status, json.loads(response.read())
+
+
+def request(connection, *arguments, **options):
+    """The answer to a request, which is as for send."""
+    send(connection, *arguments, **options)
+    return receive(connection)
 
 
 def call(connection, token, api_method, params):

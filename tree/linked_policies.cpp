@@ -110,9 +110,9 @@ void write_link(int64_t gpoId, Json::Value& jName, Json::Value& jDesc, Json::Val
     }
 }
 
-// Returns 0, or -1 when the entry is left as far as it got, which does not concern the other links of the node.
-int resolve_link(Json::Value& jLink, Json::Value& jGpoArray, std::optional<PolicyIndex>& index,
-                 _tag_velq_zem_gpo_* pGpo)
+// An entry that cannot be resolved is left as far as it got, which does not concern the other links of the node.
+void resolve_link(Json::Value& jLink, Json::Value& jGpoArray, std::optional<PolicyIndex>& index,
+                  _tag_velq_zem_gpo_* pGpo)
 {
     Json::Value jName;
     Json::Value jDesc;
@@ -120,12 +120,12 @@ int resolve_link(Json::Value& jLink, Json::Value& jGpoArray, std::optional<Polic
     int64_t gpoId = 0;
 
     if (NULL == pjId || pjId->isNull() || 0 > read_int64(*pjId, &gpoId)) {
-        return log_access_denied("(*pjGpoLink)[i][\"id\"].isNull()");
+        log_access_denied("(*pjGpoLink)[i][\"id\"].isNull()");
+        return;
     }
     mark_linked(gpoId, jGpoArray, index);
-    const int result = read_policy(gpoId, pGpo, &jName, &jDesc);
+    read_policy(gpoId, pGpo, &jName, &jDesc);
     write_link(gpoId, jName, jDesc, jLink);
-    return result;
 }
 
 }  // namespace

@@ -7,8 +7,8 @@
 
 #include <json/value.h>
 
-// The elements of a policy array that are not marked yet, by identifier; they belong to the array, which must not grow
-// or shrink meanwhile.
+// The elements of a policy array that were not marked through this index yet, by identifier; they belong to the array,
+// which must not grow or shrink meanwhile.
 typedef std::unordered_multimap<int64_t, Json::Value*> PolicyIndex;
 
 // Fills in the links of one node, in place: each entry of "linked_gpo"."order" gets "gpo_id", "gpo_name" and

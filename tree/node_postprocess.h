@@ -8,6 +8,3 @@
 // nor an array stays as it is, on a leaf. Returns 0, or -1 after a log line, the node unchanged: it is not an object.
 // A descendant that is no object is left as it is and changes no result.
 int postHandleNode(Json::Value& node);
-
-// The same for the node alone, an object. Returns its children, which belong to it, or null for a leaf.
-Json::Value* shape_node(Json::Value& node);

@@ -87,6 +87,17 @@ int read_keys(const LinkMembers& members, NodeLink* pLink)
     return read_int(*members.pjParentType, &pLink->parent.first);
 }
 
+// Reads what nesting needs to know of the node, as far as it can be a part of a list that is usable.
+int read_link(const Json::Value& jNode, NodeLink* pLink)
+{
+    if (!jNode.isObject()) {
+        return -1;
+    }
+    const LinkMembers members = find_link_members(jNode);
+    const bool hasChildren = NULL != members.pjChildren && !members.pjChildren->isNull();
+    return hasChildren || NULL != members.pjMarker ? -1 : read_keys(members, pLink);
+}
+
 // Numbers the nodes and indexes them.
 int add_nodes(const std::vector<NodeLink>& links, Forest& forest)
 {
@@ -135,7 +146,7 @@ void open_cycles(std::vector<size_t>& parents)
 }
 
 // Gives the node its display members, all but its children.
-void shape_node(const NodeLink& link, bool isLeaf)
+void set_display_members(const NodeLink& link, bool isLeaf)
 {
     link.pjNode->removeMember("id");
     *link.pjExpanded = !isLeaf;
@@ -157,7 +168,7 @@ void place_nodes(const Forest& forest, Json::Value& jData)
     for (size_t node = 0; node < forest.nodes.size(); ++node) {
         const NodeLink& link = *forest.nodes[node];
         const size_t parent = forest.parents[node];
-        shape_node(link, !isParent[node]);
+        set_display_members(link, !isParent[node]);
         Json::Value& jSiblings = noNode == parent ? jData : *forest.nodes[parent]->pjChildren;
         jSiblings.append(std::move(*link.pjNode));
     }
@@ -165,22 +176,17 @@ void place_nodes(const Forest& forest, Json::Value& jData)
 
 }  // namespace
 
-int read_node_link(Json::Value& jNode, std::vector<NodeLink>& links)
+void read_node_link(Json::Value& jNode, std::vector<NodeLink> NodeLinks::*pKind, NodeLinks* pLinks)
 {
     NodeLink link;
-    if (!jNode.isObject()) {
-        return -1;
-    }
-    const LinkMembers members = find_link_members(jNode);
-    if (NULL != members.pjMarker || (NULL != members.pjChildren && !members.pjChildren->isNull()) ||
-        0 > read_keys(members, &link)) {
-        return -1;
+    if (0 > read_link(jNode, &link)) {
+        pLinks->isUsable = false;
+        return;
     }
     link.pjNode = &jNode;
     link.pjChildren = &jNode[szChildren];
     link.pjExpanded = &jNode[szExpanded];
-    links.push_back(link);
-    return 0;
+    (pLinks->*pKind).push_back(link);
 }
 
 int nest_by_lookup(const NodeLinks& links, Json::Value& jData)

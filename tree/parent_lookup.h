@@ -30,10 +30,11 @@ struct NodeLinks {
     bool isUsable = true;
 };
 
-// Reads one node, an element of an array, to the end of the list and sets members on it that nesting sets anyway: a
-// null "children" where it is absent, and "expanded". Returns 0, or -1 with the node unchanged: it is no object, lacks
-// a member that the search would add, has a number that cannot be read, or arrives with a marker or with children.
-int read_node_link(Json::Value& jNode, std::vector<NodeLink>& links);
+// Reads one node, an element of an array, to the end of its kind's list and sets members on it that nesting sets
+// anyway: "children" where it is absent, and "expanded", both null for now. The list becomes unusable, the node left as
+// it is, when it is no object, lacks a member that the search would add, has a number that cannot be read, or arrives
+// with a marker or with children.
+void read_node_link(Json::Value& jNode, std::vector<NodeLink> NodeLinks::*pKind, NodeLinks* pLinks);
 
 // Nests the nodes into jData, which is replaced, and gives every node its display members: same parents, same order as
 // three nestings by search, each node met once. The nodes are moved; their arrays keep nothing of use.

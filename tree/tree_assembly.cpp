@@ -15,23 +15,21 @@ namespace {
 
 bool is_same_node(Json::Value& jLeft, Json::Value& jRight)
 {
-    if (&jLeft == &jRight) {
-        return true;  // also when it cannot be read: a node must not be hung inside itself
-    }
     if (!jLeft.isObject() || !jRight.isObject()) {
-        return false;
+        return &jLeft == &jRight;
     }
     int leftType = 0;
     int rightType = 0;
-    if (0 > read_int(jLeft["node_type"], &leftType) || 0 > read_int(jRight["node_type"], &rightType)) {
-        return false;
-    }
     int64_t leftId = 0;
     int64_t rightId = 0;
-    if (leftType != rightType || 0 > read_int64(jLeft["id"], &leftId) || 0 > read_int64(jRight["id"], &rightId)) {
-        return false;
+    const bool isSameType = 0 == read_int(jLeft["node_type"], &leftType) &&
+                            0 == read_int(jRight["node_type"], &rightType) && leftType == rightType;
+    if (&jLeft == &jRight) {
+        jLeft["id"];  // added where it is missing, as by every comparison
+        return true;  // also when it cannot be read: a node must not be hung inside itself
     }
-    return leftId == rightId;
+    return isSameType && 0 == read_int64(jLeft["id"], &leftId) && 0 == read_int64(jRight["id"], &rightId) &&
+           leftId == rightId;
 }
 
 void remove_top_markers(Json::Value& jNodes)
@@ -91,16 +89,6 @@ void append_orphans(Json::Value& jSrc, Json::Value& jDst)
     }
 }
 
-void read_links(Json::Value& jArray, std::vector<NodeLink>& nodes, NodeLinks& links)
-{
-    if (!jArray.isArray()) {
-        return;
-    }
-    for (Json::Value& jNode : jArray) {
-        links.isUsable = 0 == read_node_link(jNode, nodes) && links.isUsable;
-    }
-}
-
 // The three nestings node by node, for nodes that the lookup does not take.
 int nest_by_search(Json::Value& jOu, Json::Value& jKx, Json::Value& jGpo, Json::Value& jData)
 {
@@ -121,14 +109,24 @@ int nest_by_search(Json::Value& jOu, Json::Value& jKx, Json::Value& jGpo, Json::
     return 0;
 }
 
+void read_links(Json::Value& jArray, std::vector<NodeLink> NodeLinks::*pKind, NodeLinks* pLinks)
+{
+    if (!jArray.isArray()) {
+        return;
+    }
+    for (Json::Value& jNode : jArray) {
+        read_node_link(jNode, pKind, pLinks);
+    }
+}
+
 }  // namespace
 
 int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, Json::Value& jData)
 {
     NodeLinks links;
-    read_links(jDataOu, links.groups, links);
-    read_links(jDataKx, links.servers, links);
-    read_links(jDataGpo, links.policies, links);
+    read_links(jDataOu, &NodeLinks::groups, &links);
+    read_links(jDataKx, &NodeLinks::servers, &links);
+    read_links(jDataGpo, &NodeLinks::policies, &links);
     return BuildTreeJson(jDataOu, jDataKx, jDataGpo, links, jData);
 }
 

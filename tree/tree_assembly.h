@@ -13,7 +13,8 @@
 // arrays keep nothing of use. Returns 0, or -1 after a log line: an argument is not an array; jData then is as it was.
 int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, Json::Value& jData);
 
-// The same for arrays whose nodes have been read before, all of them in the order of the arrays.
+// The same for arrays whose nodes have been read before, all of them in the order of the arrays, and not been copied,
+// replaced or taken out since; what nesting reads and sets of a node is as it was.
 int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, const NodeLinks& links,
                   Json::Value& jData);
 

@@ -81,7 +81,7 @@ struct FlatNodes {
 // Appends the records of a chain to the array as node objects, in chain order.
 template <typename Record>
 int chain_to_json(const Record* pHead, int (*pStructToJson)(const Record*, const Json::Value&, Json::Value&),
-                  Json::Value& jArray, std::vector<NodeLink>& links, bool* pIsUsable)
+                  Json::Value& jArray, std::vector<NodeLink> NodeLinks::*pKind, NodeLinks* pLinks)
 {
     for (const Record* pRecord = pHead; NULL != pRecord; pRecord = next_record(pRecord)) {
         const Json::Value jSearchArray;
@@ -89,11 +89,8 @@ int chain_to_json(const Record* pHead, int (*pStructToJson)(const Record*, const
         if (0 > pStructToJson(pRecord, jSearchArray, jNode)) {
             return -1;
         }
-        Json::Value& jAppended = jArray.append(std::move(jNode));
-        if (0 > read_node_link(jAppended, links)) {
-            *pIsUsable = false;
-            remove_markers_below(jAppended);  // the nesting would pass such a node over
-        }
+        remove_markers_below(jNode);  // the nesting would pass such a node over
+        read_node_link(jArray.append(std::move(jNode)), pKind, pLinks);
     }
     return 0;
 }
@@ -122,7 +119,7 @@ int convert_settings(Json::Value& jDataGpo)
 // Lists what the uid may see as flat arrays of nodes.
 int fetch_nodes(uint32_t uid, TreeHandles* pHandles, FlatNodes* pNodes)
 {
-    NodeLinks& links = pNodes->links;
+    NodeLinks* pLinks = &pNodes->links;
 
     if (0 > make_query(uid, pHandles)) {
         return -1;
@@ -130,13 +127,11 @@ int fetch_nodes(uint32_t uid, TreeHandles* pHandles, FlatNodes* pNodes)
     if (0 > VELQZEMListTreeByUidHash(pHandles->pHash, &pHandles->pHeadOu, &pHandles->pHeadKx, &pHandles->pHeadGpo)) {
         return log_access_denied("0 > VELQZEMListTreeByUidHash(pHash, &pHeadOu, &pHeadKx, &pHeadGpo)");
     }
-    if (0 > chain_to_json(pHandles->pHeadOu, VELQZEMOuStructToJson, pNodes->jDataOu, links.groups, &links.isUsable) ||
-        0 > chain_to_json(pHandles->pHeadKx, VELQZEMKxStructToJson, pNodes->jDataKx, links.servers, &links.isUsable) ||
-        0 > chain_to_json(pHandles->pHeadGpo, VELQZEMGpoStructToJson, pNodes->jDataGpo, links.policies,
-                          &links.isUsable)) {
+    if (0 > chain_to_json(pHandles->pHeadOu, VELQZEMOuStructToJson, pNodes->jDataOu, &NodeLinks::groups, pLinks) ||
+        0 > chain_to_json(pHandles->pHeadKx, VELQZEMKxStructToJson, pNodes->jDataKx, &NodeLinks::servers, pLinks)) {
         return -1;
     }
-    return 0;
+    return chain_to_json(pHandles->pHeadGpo, VELQZEMGpoStructToJson, pNodes->jDataGpo, &NodeLinks::policies, pLinks);
 }
 
 // Decorates the nodes and nests them into jData. What nesting cannot place is logged and is no failure.

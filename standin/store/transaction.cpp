@@ -3,9 +3,12 @@
 
 #include "standin/store/snapshot.h"
 #include "standin/store/statement.h"
+#include "standin/store/writer_line.h"
 
 namespace standin {
 namespace {
+
+WriterLine gWriterLine;
 
 // A writer sees the store as it is, not as the thread's last listing found it.
 Connection connectionFor(Access access)
@@ -54,7 +57,21 @@ void beginOrReconnect(Connection& connection, Access access)
 
 }  // namespace
 
-Transaction::Transaction(Access access) : m_connection(connectionFor(access))
+Transaction::Turn::Turn(Access access) : isTaken(access == Access::write)
+{
+    if (isTaken) {
+        gWriterLine.enter();
+    }
+}
+
+Transaction::Turn::~Turn()
+{
+    if (isTaken) {
+        gWriterLine.leave();
+    }
+}
+
+Transaction::Transaction(Access access) : m_turn(access), m_connection(connectionFor(access))
 {
     beginOrReconnect(m_connection, access);
 }

@@ -26,6 +26,16 @@ public:
     void commit();
 
 private:
+    // A turn to write, given back last of all.
+    struct Turn {
+        explicit Turn(Access access);
+        ~Turn();
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+        const bool isTaken;
+    };
+
+    Turn m_turn;
     Connection m_connection;
     bool m_open = true;
 };

@@ -12,7 +12,8 @@
 namespace standin {
 namespace {
 
-constexpr size_t kPieceSize = 1 << 20;
+constexpr size_t kFirstPiece = 4 << 10;  // most answers are small
+constexpr size_t kMostOfPiece = 1 << 20;
 constexpr size_t kMostOfNumber = 32;  // characters
 constexpr size_t kMostOfEscape = 6;   // characters
 
@@ -21,8 +22,8 @@ bool needsEscape(char c)
     return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\';
 }
 
-// Whether one of the eight bytes does; a byte is looked at by arithmetic on all of them at once.
-bool needsEscape(const char (&bytes)[8])
+// Whether one of the eight bytes does: arithmetic on all of them at once.
+bool oneOfEightNeedsEscape(const char* bytes)
 {
     constexpr uint64_t kEach = 0x0101010101010101;
     constexpr uint64_t kHigh = 0x8080808080808080;
@@ -38,7 +39,7 @@ bool needsEscape(const char (&bytes)[8])
 bool needsEscape(std::string_view text)
 {
     while (text.size() >= 8) {
-        if (needsEscape(reinterpret_cast<const char(&)[8]>(*text.data()))) {
+        if (oneOfEightNeedsEscape(text.data())) {
             return true;
         }
         text.remove_prefix(8);
@@ -114,7 +115,8 @@ private:
     {
         if (static_cast<size_t>(m_pEnd - m_pNext) < size) {
             closePiece();
-            std::string& piece = m_pieces.emplace_back(std::max(size, kPieceSize), '\0');
+            std::string& piece = m_pieces.emplace_back(std::max(size, m_pieceSize), '\0');
+            m_pieceSize = std::min(4 * m_pieceSize, kMostOfPiece);
             m_pNext = piece.data();
             m_pEnd = m_pNext + piece.size();
         }
@@ -235,8 +237,9 @@ private:
     }
 
     std::vector<std::string> m_pieces;
-    char* m_pNext = nullptr;  // the end of what is written, in the last piece
-    char* m_pEnd = nullptr;   // the end of the last piece
+    size_t m_pieceSize = kFirstPiece;  // of the next one
+    char* m_pNext = nullptr;           // the end of what is written, in the last piece
+    char* m_pEnd = nullptr;            // the end of the last piece
 };
 
 }  // namespace

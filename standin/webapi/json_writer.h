@@ -8,9 +8,9 @@
 
 namespace standin {
 
-// The value as JSON text on one line, UTF-8 as it is, in pieces of about a mebibyte: a text that grows in one string
-// would be copied at each doubling, and take twice its room. Numbers that are not finite become null or a number out of
-// range, as the JSON library writes them. Any thread may call it. Throws std::bad_alloc.
+// The value as JSON text on one line, UTF-8 as it is, in pieces of at most about a mebibyte: a text that grows in one
+// string would be copied at each doubling, and take twice its room. Numbers that are not finite become null or a number
+// out of range, as the JSON library writes them. Any thread may call it. Throws std::bad_alloc.
 std::vector<std::string> writeJson(const Json::Value& jValue);
 
 }  // namespace standin
