@@ -35,6 +35,10 @@ std::string textOfDatabase(const soci::soci_error& error)
     if (code != EIO) {
         return code == EBUSY ? kLocked : kNoMemory;
     }
+    const auto* pSqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
+    if (pSqlite != nullptr && pSqlite->result() == SQLITE_NOTADB) {
+        return "not a store: the file is not a database";
+    }
     std::string text = error.get_error_message();
     for (const char* szEnd : {"\nLINE ", " while preparing ", " while executing "}) {
         text.resize(std::min(text.find(szEnd), text.size()));

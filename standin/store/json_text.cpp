@@ -232,13 +232,17 @@ void checkLinks(const std::vector<int64_t>& ids, const std::function<bool(int64_
     }
 }
 
+int64_t characterCount(std::string_view text)
+{
+    return std::count_if(text.begin(), text.end(),
+                         [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; });
+}
+
 void checkName(const char* szName)
 {
-    const std::string_view name = szName;
-    const auto characters =
-        std::count_if(name.begin(), name.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; });
-    demand(!name.empty(), "name", "missing or empty");
-    demand(characters <= kMaxNameLength, "name", "longer than " + std::to_string(kMaxNameLength) + " characters");
+    demand(*szName != '\0', "name", "missing or empty");
+    demand(characterCount(szName) <= kMaxNameLength, "name",
+           "longer than " + std::to_string(kMaxNameLength) + " characters");
 }
 
 std::vector<int64_t> delegateUgids(const Json::Value& jDelegates, const std::function<bool(int64_t)>& isKnown)

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <json/value.h>
@@ -38,6 +39,9 @@ std::vector<int64_t> linkIds(const Json::Value& jLinks);
 // Throws BadInput when a policy occurs twice; for one that is not known BadInput with EINVAL, or with EACCES a Refusal:
 // the caller does not see it.
 void checkLinks(const std::vector<int64_t>& ids, const std::function<bool(int64_t)>& isKnown, int unknown = EINVAL);
+
+// The characters (code points) of a text that is UTF-8.
+int64_t characterCount(std::string_view text);
 
 // Throws BadInput for the name of a group, server or policy that is empty or too long. szName: UTF-8.
 void checkName(const char* szName);
