@@ -4,7 +4,7 @@
 #include "standin/store/snapshot.h"
 #include "standin/store/store.h"
 
-void VELQZEMStoreOpen(const std::string& url)
+void VELQZEMStoreOpen(const std::string& url, standin::OpenMode)
 {
     VELQZEMStoreClose();
     standin::openDatabase(url);
