@@ -189,7 +189,10 @@ Json::Value parseLinks(const char* szText)
 std::vector<int64_t> parseLinkIds(const char* szText)
 {
     std::vector<int64_t> ids;
-    return readPlainLinks(szText, ids) ? ids : linkIds(parseJson(szText));
+    if (!readPlainLinks(szText, ids)) {
+        ids = linkIds(parseJson(szText));
+    }
+    return ids;
 }
 
 VLIBCString plainLinks(const VLIBCString& links)

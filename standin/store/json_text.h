@@ -15,7 +15,7 @@
 
 namespace standin {
 
-// The value as JSON text on one line. Throws BadInput when the text could not be read back.
+// The value as JSON text on one line. Throws Refusal EINVAL when it is nested too deep to be read back.
 std::string jsonText(const Json::Value& jValue);
 
 // The value, of any kind, of a JSON text that a record holds: once stored it was checked, so it is read with the

@@ -16,6 +16,7 @@ namespace standin {
 class Statement {
 public:
     explicit Statement(soci::session& sql) : m_statement(sql) {}
+    Statement(const Statement&) = delete;
 
     template <typename T>
     Statement& in(const T& value)
