@@ -39,7 +39,8 @@ std::string issueToken(const standin::Account& account)
     unsigned char random[kBytes];
     randombytes_buf(random, kBytes);
     std::string token = hex(random);
-    standin::setAccountToken(account.uid, hashOf(token));
+    standin::revokeTokens(account.uid, "");
+    standin::addToken(account.uid, hashOf(token), "", 0);
     return token;
 }
 

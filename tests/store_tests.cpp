@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "platform/velq_zem.h"
-#include "standin/store/schema.h"
 #include "standin/store/statement.h"
 #include "standin/store/store.h"
 #include "standin/store/transaction.h"
@@ -393,7 +392,7 @@ TEST_P(StoreTest, everythingOutlivesReopening)
                             "extra_info":["\u0000",1.5]})"),
               0);
     ASSERT_EQ(VELQZEMOuDeleteAllByID(3), 0);
-    standin::setAccountToken(2, "hash");
+    standin::addToken(2, "hash", "", 0);
     const Json::Value jBefore = dump();
     VELQZEMStoreOpen(m_url);
     EXPECT_EQ(dump(), jBefore);
@@ -405,13 +404,12 @@ TEST_P(StoreTest, everythingOutlivesReopening)
     EXPECT_FALSE(jGroups[0].isMember("linked_gpo"));
     EXPECT_EQ(standin::findAccountByToken("hash")->uid, 2u);
     EXPECT_FALSE(standin::findAccountByName("' OR '1'='1").has_value());
-    EXPECT_THROW(standin::setAccountToken(77, "x"), std::runtime_error);
+    EXPECT_THROW(standin::addToken(77, "x", "", 0), std::runtime_error);
     ASSERT_EQ(VELQZEMOuDeleteAllByID(5), 0);
     ASSERT_EQ(create(0, "{'name':'next'}"), 0);
     EXPECT_EQ(gCreated, 6);  // not that of a deleted group
-    runSql("UPDATE meta SET value = 2 WHERE name = 'version'");
-    EXPECT_THROW(standin::prepareSchema(), std::runtime_error);
-    runSql("UPDATE meta SET value = 1 WHERE name = 'version'");
+    runSql("UPDATE meta SET value = 3 WHERE name = 'version'");
+    EXPECT_THROW(VELQZEMStoreOpen(m_url), std::runtime_error);
 }
 
 TEST_P(StoreTest, fleetErrorsNameTheirPlaceAndStoreNothing)

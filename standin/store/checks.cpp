@@ -1,10 +1,10 @@
 // A record's texts are checked by its kind's table of fields; what they refer to, by SQL.
 #include "standin/store/checks.h"
 
-#include "standin/store/errors.h"
+#include <cstring>
+
 #include "standin/store/json_text.h"
-#include "standin/store/records.h"
-#include "standin/store/statement.h"
+#include "standin/store/rows.h"
 #include "standin/store/utf8.h"
 
 namespace standin {
@@ -13,50 +13,100 @@ namespace {
 template <typename R>
 void checkText(const Field<R>& field, const char* szText)
 {
-    demand(isPlainText(szText), field.name, "not UTF-8");
+    demand(isPlainText(szText), field.name, "a text that is not UTF-8");
     if (field.rule == Rule::json && *szText != '\0') {
         parseJson(szText);
     }
 }
 
-}  // namespace
-
-bool hasNode(soci::session& sql, int nodeType, int64_t id)
+// The policies that the stored record links. A text that is damaged links none, and may be written over.
+std::vector<int64_t> storedLinks(const VLIBCString& linkedGpo)
 {
-    const char* szTable = nodeType == Kind<Group>::kType    ? Kind<Group>::kTable
-                          : nodeType == Kind<Server>::kType ? Kind<Server>::kTable
-                          : nodeType == Kind<Policy>::kType ? Kind<Policy>::kTable
-                                                            : nullptr;
-    return szTable != nullptr &&
-           number(sql, std::string("SELECT COUNT(*) FROM ") + szTable + " WHERE id = :id", id) > 0;
+    try {
+        return linkedGpo.empty() ? std::vector<int64_t>() : parseLinkIds(linkedGpo.c_str());
+    } catch (const std::runtime_error&) {
+        return {};
+    }
+}
+
+void checkLinkChange(const CallerRights& rights, VLIBCString& linkedGpo, const VLIBCString& stored)
+{
+    if (linkedGpo.empty() || std::strcmp(linkedGpo.c_str(), stored.c_str()) == 0) {
+        return;
+    }
+    linkedGpo = plainLinks(linkedGpo);
+    const std::vector<int64_t> ids = parseLinkIds(linkedGpo.c_str());
+    const std::vector<int64_t> before = storedLinks(stored);
+    std::unordered_set<int64_t> known(before.begin(), before.end());
+    std::vector<int64_t> added;
+    std::copy_if(ids.begin(), ids.end(), std::back_inserter(added), [&](int64_t id) { return !known.contains(id); });
+    known.merge(rights.seenPolicies(added));
+    checkLinks(
+        ids, [&known](int64_t id) { return known.contains(id); }, rights.isFree() ? EINVAL : EACCES);
 }
 
 template <typename R>
-void checkRecord(soci::session& sql, const R& record)
+void requireRow(soci::session& sql, int64_t id)
 {
-    demand(!record.name.empty(), "name", "empty");
+    if (number(sql, std::string("SELECT COUNT(*) FROM ") + Kind<R>::kTable + " WHERE id = :id", id) == 0) {
+        throw noSuch<R>(id);
+    }
+}
+
+template <typename R>
+void checkParent(soci::session& sql, const CallerRights& rights, const R& record, const R& stored)
+{
+    if (record.parentId == stored.parentId) {
+        return;
+    }
+    rights.requireGroup(record.parentId, "parent_id");
+    requireParent(sql, record.parentId);
+}
+
+}  // namespace
+
+void requireExisting(soci::session& sql, int nodeType, int64_t id)
+{
+    if (nodeType == Kind<Group>::kType) {
+        return requireRow<Group>(sql, id);
+    }
+    require(nodeType == Kind<Server>::kType, EINVAL, "node_type: neither a group nor a server");
+    requireRow<Server>(sql, id);
+}
+
+void requireParent(soci::session& sql, int64_t id)
+{
+    try {
+        requireRow<Group>(sql, id);
+    } catch (const Refusal& refusal) {
+        throw Refusal(refusal.code, std::string("parent_id: ") + refusal.what());
+    }
+}
+
+template <typename R>
+void checkRecord(const CallerRights& rights, R& record, const R& stored)
+{
     for (const Field<R>& field : Kind<R>::kFields) {
         if (const auto* pText = std::get_if<VLIBCString R::*>(&field.member)) {
             checkText(field, (record.**pText).c_str());
         }
     }
-    if (!record.linkedGpo.empty()) {
-        const std::vector<int64_t> ids = parseLinkIds(record.linkedGpo.c_str());
-        const std::unordered_set<int64_t> known = valuesIn(sql, Kind<Policy>::kTable, "id", ids);
-        checkLinks(ids, [&known](int64_t id) { return known.contains(id); });
-    }
+    checkName(record.name.c_str());
+    checkLinkChange(rights, record.linkedGpo, stored.linkedGpo);
 }
 
 template <typename R>
-void checkReplacement(soci::session& sql, const R& record, const R& stored)
+void checkReplacement(soci::session& sql, const CallerRights& rights, R& record, const R& stored)
 {
-    require(record.revision == stored.revision, EAGAIN);
-    require(hasNode(sql, VELQ_ZEM_TYPE_OU, record.parentId), ENOENT);
-    checkRecord(sql, record);
+    if (record.revision != stored.revision) {
+        throw changedSinceRead();
+    }
+    checkParent(sql, rights, record, stored);
+    checkRecord(rights, record, stored);
 }
 
-template void checkRecord(soci::session&, const Group&);
-template void checkReplacement(soci::session&, const Group&, const Group&);
-template void checkReplacement(soci::session&, const Server&, const Server&);
+template void checkRecord(const CallerRights&, Group&, const Group&);
+template void checkReplacement(soci::session&, const CallerRights&, Group&, const Group&);
+template void checkReplacement(soci::session&, const CallerRights&, Server&, const Server&);
 
 }  // namespace standin

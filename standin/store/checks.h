@@ -6,19 +6,26 @@
 
 #include <soci/soci.h>
 
+#include "standin/store/rights.h"
+
 namespace standin {
 
-// Whether the kind's table holds that identifier; false for a kind without a table.
-bool hasNode(soci::session& sql, int nodeType, int64_t id);
+// ENOENT unless there is that group or server, EINVAL for another kind.
+void requireExisting(soci::session& sql, int nodeType, int64_t id);
 
-// For groups and servers. EINVAL for an empty name, a text that cannot be stored, JSON text that is none, and wrong
-// policy links.
+// ENOENT unless there is that group, which the record names as its parent.
+void requireParent(soci::session& sql, int64_t id);
+
+// For groups and servers that are to be written over the stored one, for a new one over a fresh record. Its links are
+// brought to the form in which they are stored. EINVAL for a name that is empty or too long, a text that cannot be
+// stored, JSON text that is none, and wrong policy links. A policy that is newly linked must be there (EINVAL) and seen
+// by the caller (EACCES); the others are as they were.
 template <typename R>
-void checkRecord(soci::session& sql, const R& record);
+void checkRecord(const CallerRights& rights, R& record, const R& stored);
 
 // Checks that the group or server may take the place of the stored one: EAGAIN when that was changed since the record
-// was loaded, ENOENT when there is no such parent group, EINVAL as above.
+// was loaded, EACCES and ENOENT for a new parent group that is not the caller's or not there, EINVAL as above.
 template <typename R>
-void checkReplacement(soci::session& sql, const R& record, const R& stored);
+void checkReplacement(soci::session& sql, const CallerRights& rights, R& record, const R& stored);
 
 }  // namespace standin

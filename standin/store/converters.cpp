@@ -1,7 +1,6 @@
 // What the three kinds of record have in common outside the database: allocation, release and conversion from and to
 // JSON, written once over the kinds' tables of fields.
 #include <algorithm>
-#include <new>
 #include <string_view>
 
 #include "standin/store/errors.h"
@@ -15,10 +14,8 @@ namespace {
 template <typename R>
 R* alloc()
 {
-    R* pRecord = new (std::nothrow) R;
-    if (pRecord == nullptr) {
-        errno = ENOMEM;
-    }
+    R* pRecord = nullptr;
+    guarded([&pRecord] { pRecord = new R; });
     return pRecord;
 }
 
@@ -35,12 +32,33 @@ void freeList(R** ppHead)
     errno = saved;
 }
 
+// What a sender says about the group that was loaded: a null identifier would mean another one than it may think of,
+// and its revision tells whether it knows the group as it is.
+void checkSender(const Json::Value& jRecord, const Group& group)
+{
+    if (group.id == -1) {
+        return;
+    }
+    demand(!jRecord.isMember("id") || !jRecord["id"].isNull(), "id", "null, which names no group");
+    const Json::Value& jRevision = jRecord["revision"];
+    if (jRevision.isNull()) {
+        return;
+    }
+    demand(jRevision.isInt64(), "revision", "not a 64-bit integer");
+    if (jRevision.asInt64() != group.revision) {
+        throw changedSinceRead();
+    }
+}
+
+void checkSender(const Json::Value&, const Server&) {}
+
 template <typename R>
 int jsonToStruct(const Json::Value& jRecord, R* pRecord)
 {
     return guarded([&] {
-        require(pRecord != nullptr, EINVAL);
+        requireArguments(pRecord);
         demand(jRecord.isObject(), "record", "not an object");
+        checkSender(jRecord, *pRecord);
         R next(*pRecord);
         layMembers(jRecord, next);
         *pRecord = next;
@@ -151,7 +169,9 @@ template <typename R>
 int structToJson(const R* pRecord, const Json::Value& jSearchArray, Json::Value& jOut)
 {
     return guarded([&] {
-        require(pRecord != nullptr && isSearchArray(jSearchArray) && (jOut.isNull() || jOut.isObject()), EINVAL);
+        requireArguments(pRecord);
+        require(isSearchArray(jSearchArray), EINVAL, "members to convert: not an array of texts");
+        require(jOut.isNull() || jOut.isObject(), EINVAL, "record: not an object");
         Json::Value jRecord = jSearchArray.isNull() ? toJson(*pRecord) : toJson(*pRecord, jSearchArray);
         writeJsonTexts(*pRecord, jSearchArray, jRecord);
         if (jOut.empty()) {
@@ -242,7 +262,7 @@ int VELQZEMGpoStructToJson(const _tag_velq_zem_gpo_* pGpo, const Json::Value& jS
 int VELQZEMHttpReqToJsonForLinkedGpo(const Json::Value& jValue, Json::Value& jRecord)
 {
     return guarded([&] {
-        require(jRecord.isNull() || jRecord.isObject(), EINVAL);
+        require(jRecord.isNull() || jRecord.isObject(), EINVAL, "record: not an object");
         Json::Value jLinks;
         if (jValue.isArray()) {  // stands for the object that holds it as "order"
             jLinks["order"] = jValue;

@@ -1,13 +1,17 @@
 // Every connection is opened and set up when the database is opened, so that a wrong address is noticed at once.
 #include "standin/store/database.h"
 
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
+#include <utility>
 
 #include <soci/sqlite3/soci-sqlite3.h>
 
 #include "standin/store/errors.h"
 #include "standin/store/statement.h"
+#include "standin/store/store_file.h"
 
 // SOCI's PostgreSQL backend; its header would need that of the database's client library.
 extern "C" const soci::backend_factory* factory_postgresql(void);
@@ -17,50 +21,83 @@ namespace {
 
 constexpr size_t kConnections = 8;
 constexpr int kPatienceMilliseconds = 5000;
-constexpr char kSqlitePrefix[] = "sqlite:";
-constexpr char kPostgresPrefix[] = "postgresql://";
+constexpr std::string_view kSqlitePrefix = "sqlite:";
+constexpr std::string_view kPostgresPrefixes[] = {"postgresql://", "postgres://"};
+
+// Where the database is: its file, or what the client library takes.
+struct Address {
+    bool isPostgres;
+    std::string place;
+};
 
 struct Database {
-    explicit Database(bool isPostgresql) : postgres(isPostgresql) {}
-    const bool postgres;
+    explicit Database(Address where) : address(std::move(where)) {}
+    const Address address;
     soci::connection_pool pool{kConnections};
 };
 
 std::unique_ptr<Database> gDatabase;
 
-constexpr const char* kSqliteSettings[] = {"PRAGMA busy_timeout = 5000", "PRAGMA journal_mode = WAL",
-                                           "PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON"};
-constexpr const char* kPostgresSettings[] = {"SET lock_timeout = '5s'", "SET client_encoding = 'UTF8'",
-                                             "SET client_min_messages = 'error'"};
+constexpr const char* kPatience[] = {"PRAGMA busy_timeout = 5000", "SET lock_timeout = '5s'"};  // by isPostgres
+constexpr const char* kNoPatience[] = {"PRAGMA busy_timeout = 0", "SET lock_timeout = '1ms'"};
+constexpr const char* kSqliteSettings[] = {"PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON"};
+constexpr const char* kPostgresSettings[] = {"SET client_encoding = 'UTF8'", "SET client_min_messages = 'error'"};
+
+Address addressOf(const std::string& url)
+{
+    for (const std::string_view prefix : kPostgresPrefixes) {
+        if (url.starts_with(prefix)) {
+            // SOCI takes the string apart at '=' and spoils one that has none.
+            const char* szOption = url.find('=') == std::string::npos ? "?application_name=zem" : "";
+            return {true, std::string(kPostgresPrefixes[0]) + url.substr(prefix.size()) + szOption};
+        }
+    }
+    if (!url.starts_with(kSqlitePrefix) || url == kSqlitePrefix || url.find('"') != std::string::npos) {
+        throw std::runtime_error("a store is named sqlite:PATH or postgresql://...");
+    }
+    return {false, std::filesystem::absolute(url.substr(kSqlitePrefix.size()))};
+}
+
+// Some of SQLite's settings answer with a row, which must be fetched.
+void setSqlite(soci::session& sql, const char* szSetting)
+{
+    std::string answer;
+    Statement(sql).out(answer).prepare(szSetting).first();
+}
+
+void setPatience(soci::session& sql, const char* const (&settings)[2])
+{
+    isPostgres() ? execute(sql, settings[1]) : setSqlite(sql, settings[0]);
+}
 
 void configure(soci::session& sql, bool postgres)
 {
     if (postgres) {
+        execute(sql, kPatience[1]);
         for (const char* szSetting : kPostgresSettings) {
             execute(sql, szSetting);
         }
         return;
     }
+    setSqlite(sql, kPatience[0]);
     for (const char* szSetting : kSqliteSettings) {
-        std::string answer;  // some of the settings answer with a row, which must be fetched
-        Statement(sql).out(answer).prepare(szSetting).first();
+        setSqlite(sql, szSetting);
     }
 }
 
-void connect(soci::session& sql, const std::string& url, bool postgres)
+void connect(soci::session& sql, const Address& address)
 {
-    if (postgres) {
-        // SOCI takes the string apart at '=' and spoils one that has none.
-        sql.open(*factory_postgresql(), url.find('=') == std::string::npos ? url + "?application_name=zem" : url);
+    if (address.isPostgres) {
+        sql.open(*factory_postgresql(), address.place);
     } else {
-        sql.open(soci::sqlite3, "dbname=\"" + url.substr(sizeof(kSqlitePrefix) - 1) + '"');
+        sql.open(soci::sqlite3, "dbname=\"" + address.place + '"');
     }
-    configure(sql, postgres);
+    configure(sql, address.isPostgres);
 }
 
 size_t leaseSlot()
 {
-    require(gDatabase != nullptr, EIO);
+    require(gDatabase != nullptr, EIO, "no store is open");
     size_t slot = 0;
     require(gDatabase->pool.try_lease(slot, kPatienceMilliseconds), EBUSY);
     return slot;
@@ -68,22 +105,32 @@ size_t leaseSlot()
 
 }  // namespace
 
-void openDatabase(const std::string& url)
+void openDatabase(const std::string& url, OpenMode mode)
 {
     closeDatabase();
-    const bool postgres = url.starts_with(kPostgresPrefix);
-    const bool sqlite = url.starts_with(kSqlitePrefix) && url != kSqlitePrefix && url.find('"') == std::string::npos;
-    if (!postgres && !sqlite) {
-        throw std::runtime_error("a store is named sqlite:PATH or postgresql://...");
+    auto pDatabase = std::make_unique<Database>(addressOf(url));
+    const Address& address = pDatabase->address;
+    if (!address.isPostgres) {
+        provideStoreFile(address.place, mode);
     }
     // A connection of the pool is used by one thread at a time: locking it again for every column is a waste. This has
     // no effect, and does no harm, when the library is in use already.
     sqlite_api::sqlite3_config(SQLITE_CONFIG_MULTITHREAD);
-    auto pDatabase = std::make_unique<Database>(postgres);
     for (size_t slot = 0; slot < kConnections; ++slot) {
-        connect(pDatabase->pool.at(slot), url, postgres);
+        connect(pDatabase->pool.at(slot), address);
     }
     gDatabase = std::move(pDatabase);
+}
+
+void settleDatabase()
+{
+    const Address& address = gDatabase->address;
+    if (address.isPostgres || !isWritable(address.place)) {
+        return;
+    }
+    restrictStoreFile(address.place);
+    Connection connection;
+    setSqlite(connection.sql(), "PRAGMA journal_mode = WAL");
 }
 
 void closeDatabase()
@@ -93,7 +140,7 @@ void closeDatabase()
 
 bool isPostgres()
 {
-    return gDatabase != nullptr && gDatabase->postgres;
+    return gDatabase != nullptr && gDatabase->address.isPostgres;
 }
 
 Connection::Connection() : m_slot(leaseSlot()) {}
@@ -111,7 +158,20 @@ soci::session& Connection::sql()
 void Connection::reconnect()
 {
     sql().reconnect();
-    configure(sql(), gDatabase->postgres);
+    configure(sql(), gDatabase->address.isPostgres);
+}
+
+Impatience::Impatience(soci::session& sql) : m_sql(sql)
+{
+    setPatience(m_sql, kNoPatience);
+}
+
+Impatience::~Impatience()
+{
+    try {
+        setPatience(m_sql, kPatience);
+    } catch (const std::runtime_error&) {  // the connection is lost, and set up anew when it is made anew
+    }
 }
 
 }  // namespace standin

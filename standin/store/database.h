@@ -6,11 +6,18 @@
 
 #include <soci/soci.h>
 
+#include "standin/store/store.h"
+
 namespace standin {
 
-// Opens "sqlite:PATH" or "postgresql://..." in place of what was open before. No thread may hold a connection. Throws
-// std::runtime_error, with a text for people; nothing is open then.
-void openDatabase(const std::string& url);
+// Opens "sqlite:PATH" or "postgresql://..." in place of what was open before. No thread may hold a connection. What the
+// database holds stays as it is; a file is made when the mode says so. Throws std::runtime_error, with a text for
+// people, or soci::soci_error; nothing is open then.
+void openDatabase(const std::string& url, OpenMode mode);
+
+// Makes the open database one that a store can live in, once it is known to be or to become one: its file is its
+// owner's alone, readers and a writer do not lock each other out.
+void settleDatabase();
 
 // Closes the database, if one is open. No thread may hold a connection.
 void closeDatabase();
@@ -35,6 +42,17 @@ public:
 
 private:
     size_t m_slot;
+};
+
+// For as long as it lives, statements on the connection fail rather than wait for the locks of others.
+class Impatience {
+public:
+    explicit Impatience(soci::session& sql);
+    ~Impatience();
+    Impatience(const Impatience&) = delete;
+
+private:
+    soci::session& m_sql;
 };
 
 }  // namespace standin

@@ -2,8 +2,10 @@
 // from the database.
 #include "standin/store/delegates.h"
 
+#include <algorithm>
 #include <functional>
 
+#include "standin/store/change_log.h"
 #include "standin/store/checks.h"
 #include "standin/store/json_text.h"
 #include "standin/store/snapshot.h"
@@ -13,16 +15,20 @@ namespace {
 
 thread_local std::vector<Delegate> tListed;  // what this thread listed last
 
-std::vector<Delegate> readDelegates(int64_t nodeType, int64_t id)
+std::vector<Delegate> readDelegates(soci::session& sql, int64_t nodeType, int64_t id)
 {
-    Transaction transaction(Access::read);
-    Reader<DelegateRow> reader(transaction.sql(), "", "WHERE node_type = :type AND node_id = :id ORDER BY position",
-                               nodeType, id);
+    Reader<DelegateRow> reader(sql, "", "WHERE node_type = :type AND node_id = :id ORDER BY position", nodeType, id);
     std::vector<Delegate> delegates;
     for (DelegateRow row; reader.next(row);) {
         delegates.push_back(delegateOf(row));
     }
     return delegates;
+}
+
+std::vector<Delegate> readDelegates(int64_t nodeType, int64_t id)
+{
+    Transaction transaction(Access::read);
+    return readDelegates(transaction.sql(), nodeType, id);
 }
 
 std::vector<Delegate> delegatesInSnapshot(const Snapshot& snapshot, int nodeType, int64_t id)
@@ -80,24 +86,48 @@ std::vector<int64_t> named(const Json::Value& jDelegates)
     return ugids;
 }
 
-int replaceDelegates(int64_t id, int nodeType, const Json::Value& jRecord, bool absentClears)
+// The uids to store for a record; none for null.
+std::vector<int64_t> wantedDelegates(soci::session& sql, const Json::Value& jDelegates)
 {
-    return writing([&](soci::session& sql) {
-        require(nodeType == VELQ_ZEM_TYPE_OU || nodeType == kServerType, EINVAL);
+    if (jDelegates.isNull()) {
+        return {};
+    }
+    const std::unordered_set<int64_t> known = valuesIn(sql, Kind<AccountRow>::kTable, "uid", named(jDelegates));
+    return delegateUgids(jDelegates, [&known](int64_t ugid) { return known.contains(ugid); });
+}
+
+bool areDelegates(soci::session& sql, int nodeType, int64_t id, const std::vector<int64_t>& ugids)
+{
+    const std::vector<Delegate> stored = readDelegates(sql, nodeType, id);
+    return std::equal(stored.begin(), stored.end(), ugids.begin(), ugids.end(), [](const Delegate& item, int64_t ugid) {
+        return item.userType == kDelegateUserType && item.ugid == static_cast<uint64_t>(ugid);
+    });
+}
+
+std::string replaceDelegates(soci::session& sql, int nodeType, int64_t id, const std::vector<int64_t>& ugids)
+{
+    if (areDelegates(sql, nodeType, id, ugids)) {
+        return "";
+    }
+    change(sql, "DELETE FROM delegate WHERE node_type = :type AND node_id = :id", nodeType, id);
+    Inserter<DelegateRow> inserter(sql);
+    insertDelegates(inserter, nodeType, id, ugids);
+    return changeLine(sql, nodeType == kServerType ? Kind<Server>::kName : Kind<Group>::kName, id, "delegate");
+}
+
+int setDelegates(int64_t id, int nodeType, const Json::Value& jRecord, bool absentClears)
+{
+    return changing([&](soci::session& sql) -> std::string {
+        const bool canHave = nodeType == VELQ_ZEM_TYPE_OU || nodeType == kServerType;
+        require(canHave, EINVAL, "node_type: neither a group nor a server");
+        CallerRights(sql).requireNode(nodeType, id);
         demand(jRecord.isObject(), "record", "not an object");
-        require(hasNode(sql, nodeType, id), ENOENT);
+        requireExisting(sql, nodeType, id);
         const Json::Value& jDelegates = jRecord["delegate"];
         if (jDelegates.isNull() && !absentClears) {
-            return;
+            return "";
         }
-        std::vector<int64_t> ugids;
-        if (!jDelegates.isNull()) {
-            const std::unordered_set<int64_t> known = valuesIn(sql, Kind<AccountRow>::kTable, "uid", named(jDelegates));
-            ugids = delegateUgids(jDelegates, [&known](int64_t ugid) { return known.contains(ugid); });
-        }
-        change(sql, "DELETE FROM delegate WHERE node_type = :type AND node_id = :id", nodeType, id);
-        Inserter<DelegateRow> inserter(sql);
-        insertDelegates(inserter, nodeType, id, ugids);
+        return replaceDelegates(sql, nodeType, id, wantedDelegates(sql, jDelegates));
     });
 }
 
@@ -139,7 +169,7 @@ using namespace standin;
 int VELQZEMDelegateListByTarget(int64_t id, int nodeType, _tag_velq_zem_delegate_** ppHead, int* pCount)
 {
     return guarded([&] {
-        require(ppHead != nullptr, EINVAL);
+        requireArguments(ppHead);
         int count = 0;
         listDelegates(id, nodeType, *ppHead, count);
         if (pCount != nullptr) {
@@ -167,7 +197,7 @@ int VELQDelegateUpdateExtraInfoList(_tag_velq_zem_delegate_* pHead, BOOL flag)
 int VELQZEMDelegateItemGetUserType(int64_t* pUserType, const _tag_velq_zem_delegate_* pItem)
 {
     return guarded([&] {
-        require(pUserType != nullptr && pItem != nullptr, EINVAL);
+        requireArguments(pUserType, pItem);
         *pUserType = pItem->userType;
     });
 }
@@ -175,7 +205,7 @@ int VELQZEMDelegateItemGetUserType(int64_t* pUserType, const _tag_velq_zem_deleg
 int VELQZEMDelegateItemGetUGID(uint64_t* pUgid, const _tag_velq_zem_delegate_* pItem)
 {
     return guarded([&] {
-        require(pUgid != nullptr && pItem != nullptr, EINVAL);
+        requireArguments(pUgid, pItem);
         *pUgid = pItem->ugid;
     });
 }
@@ -187,10 +217,10 @@ _tag_velq_zem_delegate_* VELQZEMDelegateNext(const _tag_velq_zem_delegate_* pIte
 
 int VELQZEMDelegateOverrideListByTarget(int64_t id, int nodeType, Json::Value& jRecord)
 {
-    return replaceDelegates(id, nodeType, jRecord, true);
+    return setDelegates(id, nodeType, jRecord, true);
 }
 
 int VELQZEMDelegateSetListByTarget(int64_t id, int nodeType, Json::Value& jRecord)
 {
-    return replaceDelegates(id, nodeType, jRecord, false);
+    return setDelegates(id, nodeType, jRecord, false);
 }

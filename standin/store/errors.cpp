@@ -1,15 +1,23 @@
-// errno for whatever goes wrong in the store, the errors of the databases included.
+// errno and a text for whatever goes wrong in the store, the errors of the databases included.
 #include "standin/store/errors.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
-#include <string>
+#include <utility>
 
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
 
+#include "standin/store/store.h"
+
 namespace standin {
 namespace {
+
+constexpr char kLocked[] = "the database is locked by others for too long";
+constexpr char kNoMemory[] = "out of memory";
+
+thread_local std::string tRefusal;
 
 int errnoOfDatabase(const soci::soci_error& error)
 {
@@ -20,19 +28,45 @@ int errnoOfDatabase(const soci::soci_error& error)
     return error.get_error_category() == soci::soci_error::unknown_transaction_state ? EBUSY : EIO;
 }
 
+// What the database says, on one line, without the statement that it quotes.
+std::string textOfDatabase(const soci::soci_error& error)
+{
+    const int code = errnoOfDatabase(error);
+    if (code != EIO) {
+        return code == EBUSY ? kLocked : kNoMemory;
+    }
+    const auto* pSqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
+    if (pSqlite != nullptr && pSqlite->result() == SQLITE_NOTADB) {
+        return "not a store: the file is not a database";
+    }
+    std::string text = error.get_error_message();
+    for (const char* szEnd : {"\nLINE ", " while preparing ", " while executing "}) {
+        text.resize(std::min(text.find(szEnd), text.size()));
+    }
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\t' || c == '\r'; }, ' ');
+    text.resize(text.find_last_not_of(' ') + 1);
+    return "the database reports: " + text;
+}
+
 }  // namespace
 
-Refusal::Refusal(int errnoValue) : std::runtime_error(std::strerror(errnoValue)), code(errnoValue) {}
+Refusal::Refusal(int errnoValue, const std::string& why) : std::runtime_error(why), code(errnoValue) {}
 
 BadInput::BadInput(std::string_view place, std::string_view why)
     : std::runtime_error(std::string(place) + ": " + std::string(why))
 {
 }
 
-void require(bool condition, int errnoValue)
+Refusal changedSinceRead()
+{
+    return Refusal(EAGAIN, "changed by someone else since it was read");
+}
+
+void require(bool condition, int errnoValue, const char* szWhy)
 {
     if (!condition) {
-        throw Refusal(errnoValue);
+        throw Refusal(errnoValue, szWhy != nullptr ? szWhy : errnoValue == EBUSY ? kLocked : std::strerror(errnoValue));
     }
 }
 
@@ -58,6 +92,41 @@ int errnoOfException()
     } catch (...) {
         return EIO;
     }
+}
+
+std::string textOfException()
+{
+    try {
+        throw;
+    } catch (const soci::soci_error& error) {
+        return textOfDatabase(error);
+    } catch (const std::bad_alloc&) {
+        return kNoMemory;
+    } catch (const std::exception& error) {
+        return error.what();
+    } catch (...) {
+        return "an unknown failure";
+    }
+}
+
+void forgetRefusal() noexcept
+{
+    tRefusal.clear();
+}
+
+int keepRefusal() noexcept
+{
+    try {
+        tRefusal = textOfException();
+    } catch (...) {
+        tRefusal.clear();  // there is no memory left for the text
+    }
+    return errnoOfException();
+}
+
+std::string takeRefusal()
+{
+    return std::exchange(tRefusal, std::string());
 }
 
 }  // namespace standin

@@ -1,16 +1,17 @@
 // How a function of the store fails: its work throws Refusal, or BadInput for a value that cannot be used, and the
-// wrapper guarded() turns whatever was thrown into errno and -1.
+// wrapper guarded() turns whatever was thrown into errno and -1 and keeps its text for takeRefusal().
 #pragma once
 
 #include <cerrno>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 
 namespace standin {
 
-// The call is refused with this errno value.
+// The call is refused with this errno value. why: one line for people.
 struct Refusal : std::runtime_error {
-    explicit Refusal(int errnoValue);
+    Refusal(int errnoValue, const std::string& why);
     int code;
 };
 
@@ -19,8 +20,19 @@ struct BadInput : std::runtime_error {
     BadInput(std::string_view place, std::string_view why);
 };
 
-// Throws Refusal with that errno value unless the condition holds.
-void require(bool condition, int errnoValue);
+// The refusal for a record that is another one by now: EAGAIN.
+Refusal changedSinceRead();
+
+// Throws Refusal with that errno value, and the text or else what is usually meant by the value, unless the condition
+// holds.
+void require(bool condition, int errnoValue, const char* szWhy = nullptr);
+
+// Throws Refusal EINVAL unless all of the pointers point to something.
+template <typename... Pointers>
+void requireArguments(const Pointers*... pointers)
+{
+    require(((pointers != nullptr) && ...), EINVAL, "a null argument");
+}
 
 // Throws BadInput, with the place, unless the condition holds.
 void demand(bool condition, std::string_view place, std::string_view why);
@@ -29,18 +41,39 @@ void demand(bool condition, std::string_view place, std::string_view why);
 // ENOMEM or EIO for what the database reports, EIO for anything unknown.
 int errnoOfException();
 
-// Runs the work: 0 and errno as it was, or -1 with errno.
+// The text for the exception being handled, one line for people, without SQL; likewise.
+std::string textOfException();
+
+// Forgets the calling thread's refusal.
+void forgetRefusal() noexcept;
+
+// Makes the exception being handled the calling thread's refusal. Returns its errno value.
+int keepRefusal() noexcept;
+
+// Runs the work: 0 and errno as it was, or -1 with errno and the thread's refusal.
 template <typename Work>
 int guarded(Work&& work) noexcept
 {
     const int saved = errno;
+    forgetRefusal();
     try {
         work();
         errno = saved;
         return 0;
     } catch (...) {
-        errno = errnoOfException();
+        errno = keepRefusal();
         return -1;
+    }
+}
+
+// Runs the work of a function that throws: std::runtime_error with a text for people, whatever the database reports.
+template <typename Work>
+auto explained(Work&& work)
+{
+    try {
+        return work();
+    } catch (const std::runtime_error&) {
+        throw std::runtime_error(textOfException());
     }
 }
 

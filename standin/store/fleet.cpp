@@ -73,6 +73,7 @@ void checkNode(const Json::Value& jItem, R& record, bool isNew)
     demand(record.id >= 1 && record.id <= kHighestId, "id", "missing or not from 1 to 2^62 - 1");
     demand(isNew, "id", "a record of the kind before has it too");
     demand(!jItem["parent_id"].isNull(), "parent_id", "missing");
+    checkName(record.name.c_str());
     record.mtime = std::time(nullptr);
     record.revision = 1;
 }
@@ -181,9 +182,8 @@ void storeFleet(soci::session& sql, const Fleet& fleet, const std::function<void
             " (SELECT MAX(id) FROM ou)");
 }
 
-}  // namespace
-
-void loadFleet(const Json::Value& jFleet, const std::function<void(size_t, size_t)>& progress)
+// The fleet, once it is checked.
+Fleet readFleet(const Json::Value& jFleet)
 {
     demand(jFleet.isObject(), "fleet", "not an object");
     Fleet fleet;
@@ -194,23 +194,33 @@ void loadFleet(const Json::Value& jFleet, const std::function<void(size_t, size_
     checkParents("servers", fleet.servers, fleet);
     checkSiblingNames(fleet);
     checkDepths(fleet);
-    Transaction transaction(Access::write);
-    const int64_t held = number(transaction.sql(),
-                                "SELECT (SELECT COUNT(*) FROM account) + (SELECT COUNT(*) FROM gpo)"
-                                " + (SELECT COUNT(*) FROM kx) + (SELECT COUNT(*) FROM ou WHERE id <> 0)");
-    if (held != 0) {
-        throw std::runtime_error("the store holds records already; a fleet is loaded into an empty one");
-    }
-    const size_t total = fleet.accounts.size() + fleet.policies.size() + fleet.groups.size() + fleet.servers.size();
-    size_t done = 0;
-    storeFleet(transaction.sql(), fleet, [&] {
-        constexpr size_t kReportEvery = 1000;
-        ++done;
-        if (progress && (done % kReportEvery == 0 || done == total)) {
-            progress(done, total);
+    return fleet;
+}
+
+}  // namespace
+
+void loadFleet(const Json::Value& jFleet, const std::function<void(size_t, size_t)>& progress)
+{
+    const Fleet fleet = readFleet(jFleet);
+    explained([&] {
+        Transaction transaction(Access::write);
+        const int64_t held = number(transaction.sql(),
+                                    "SELECT (SELECT COUNT(*) FROM account) + (SELECT COUNT(*) FROM gpo)"
+                                    " + (SELECT COUNT(*) FROM kx) + (SELECT COUNT(*) FROM ou WHERE id <> 0)");
+        if (held != 0) {
+            throw std::runtime_error("the store holds records already; a fleet is loaded into an empty one");
         }
+        const size_t total = fleet.accounts.size() + fleet.policies.size() + fleet.groups.size() + fleet.servers.size();
+        size_t done = 0;
+        storeFleet(transaction.sql(), fleet, [&] {
+            constexpr size_t kReportEvery = 1000;
+            ++done;
+            if (progress && (done % kReportEvery == 0 || done == total)) {
+                progress(done, total);
+            }
+        });
+        transaction.commit();
     });
-    transaction.commit();
 }
 
 }  // namespace standin

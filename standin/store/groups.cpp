@@ -1,92 +1,132 @@
 // Groups are loaded, changed, created and deleted here; the checks of the tree that they form are made in SQL.
 #include <ctime>
 
+#include "standin/store/change_log.h"
 #include "standin/store/checks.h"
 #include "standin/store/rows.h"
 
 namespace standin {
 namespace {
 
+// A walk that goes on for longer than any sound tree allows meets a damaged one, and ends all the same.
+const std::string kFarthest = std::to_string(2 * kMaxGroupDepth);
+
 // The groups below and including the one of the parameter, with their depth below it. The root is its own parent.
-const char* const kBelow =
+const std::string kBelow =
     "WITH RECURSIVE below (id, depth) AS (SELECT id, 0 FROM ou WHERE id = :top"
-    " UNION ALL SELECT o.id, b.depth + 1 FROM ou o JOIN below b ON o.parent_id = b.id WHERE o.id <> 0) ";
+    " UNION ALL SELECT o.id, b.depth + 1 FROM ou o JOIN below b ON o.parent_id = b.id WHERE o.id <> 0 AND b.depth < " +
+    kFarthest + ") ";
 
 // The group of the parameter and those above it up to the root, with their distance from it.
-const char* const kAbove =
+const std::string kAbove =
     "WITH RECURSIVE above (id, depth) AS (SELECT id, 0 FROM ou WHERE id = :bottom"
-    " UNION ALL SELECT o.parent_id, a.depth + 1 FROM ou o JOIN above a ON o.id = a.id WHERE a.id <> 0) ";
+    " UNION ALL SELECT o.parent_id, a.depth + 1 FROM ou o JOIN above a ON o.id = a.id WHERE a.id <> 0 AND a.depth < " +
+    kFarthest + ") ";
+
+// EIO when the way up from the group, which someone has changed behind the store's back, leads round in a circle. Then
+// none of those below is part of a circle either.
+void checkAncestors(soci::session& sql, int64_t id)
+{
+    const int64_t repeated = number(sql,
+                                    kAbove +
+                                        "SELECT COALESCE(MIN(id), 0) FROM (SELECT id FROM above GROUP BY id"
+                                        " HAVING COUNT(*) > 1) AS repeated",
+                                    id);
+    if (repeated != 0) {
+        throw Refusal(EIO, "the store is damaged: group " + std::to_string(repeated) + " is its own ancestor");
+    }
+}
 
 // levels: of groups that come to hang there, the topmost included.
 void checkDepth(soci::session& sql, int64_t parentId, int64_t levels)
 {
-    const int64_t depth = number(sql, std::string(kAbove) + "SELECT MAX(depth) FROM above", parentId);
-    require(depth + levels <= kMaxGroupDepth, EINVAL);
+    checkAncestors(sql, parentId);
+    const int64_t depth = number(sql, kAbove + "SELECT MAX(depth) FROM above", parentId);
+    demand(depth + levels <= kMaxGroupDepth, "parent_id",
+           "more than " + std::to_string(kMaxGroupDepth) + " groups below one another");
 }
 
-void checkSiblings(soci::session& sql, const Group& group)
+// The refusal tells the parent's name only to who manages that.
+void checkSiblings(soci::session& sql, const CallerRights& rights, const Group& group)
 {
     const std::string name = group.name.c_str();
     const int64_t same =
         number(sql, "SELECT COUNT(*) FROM ou WHERE parent_id = :p AND name = :n AND id <> 0 AND id <> :id",
                group.parentId, name, group.id);
-    require(same == 0, EEXIST);
+    if (same == 0) {
+        return;
+    }
+    Group parent;
+    load(sql, group.parentId, parent);
+    const std::string place = group.parentId == 0                ? "the root group"
+                              : rights.mayManage(group.parentId) ? std::string("the group ") + parent.name.c_str()
+                                                                 : "the group above";
+    throw Refusal(EEXIST, "name: " + place + " has a sub-group of that name");
 }
 
 void checkMove(soci::session& sql, const Group& group)
 {
-    require(group.id != 0, EINVAL);
-    const int64_t above =
-        number(sql, std::string(kAbove) + "SELECT COUNT(*) FROM above WHERE id = :id", group.parentId, group.id);
-    require(above == 0, EINVAL);
-    const int64_t height = number(sql, std::string(kBelow) + "SELECT MAX(depth) FROM below", group.id);
+    demand(group.id != 0, "parent_id", "the root group stays where it is");
+    checkAncestors(sql, group.id);
+    const int64_t above = number(sql, kAbove + "SELECT COUNT(*) FROM above WHERE id = :id", group.parentId, group.id);
+    demand(above == 0, "parent_id", "the group itself or one below it");
+    const int64_t height = number(sql, kBelow + "SELECT MAX(depth) FROM below", group.id);
     checkDepth(sql, group.parentId, height + 1);
 }
 
-void replaceGroup(soci::session& sql, Group& group)
+std::string replaceGroup(soci::session& sql, Group& group)
 {
+    const CallerRights rights(sql);
+    rights.requireGroup(group.id);
     Group stored;
     load(sql, group.id, stored);
-    checkReplacement(sql, group, stored);
+    checkReplacement(sql, rights, group, stored);
     if (group.parentId != stored.parentId) {
         checkMove(sql, group);
     }
     if (group.id != 0) {
-        checkSiblings(sql, group);
+        checkSiblings(sql, rights, group);
     }
     replace(sql, group);
+    return changeLine(sql, Kind<Group>::kName, group.id, changedMembers(stored, group));
 }
 
-void createGroup(soci::session& sql, Group& group)
+std::string createGroup(soci::session& sql, Group& group)
 {
+    const CallerRights rights(sql);
+    rights.requireGroup(group.parentId, "parent_id");
     group.id = -1;
-    require(hasNode(sql, VELQ_ZEM_TYPE_OU, group.parentId), ENOENT);
-    checkRecord(sql, group);
-    checkSiblings(sql, group);
+    requireParent(sql, group.parentId);
+    checkRecord(rights, group, Group());
+    checkSiblings(sql, rights, group);
     checkDepth(sql, group.parentId, 1);
     execute(sql, "UPDATE meta SET value = value + 1 WHERE name = 'last_ou'");
     group.id = number(sql, "SELECT value FROM meta WHERE name = 'last_ou'");
     group.mtime = std::time(nullptr);
     group.revision = 1;
     Inserter<Group>(sql).insert(group);
+    return changeLine(sql, Kind<Group>::kName, group.id, "created");
 }
 
-void deleteGroups(soci::session& sql, int64_t id)
+std::string deleteGroups(soci::session& sql, int64_t id)
 {
-    require(id != 0, EINVAL);
-    require(hasNode(sql, VELQ_ZEM_TYPE_OU, id), ENOENT);
+    CallerRights(sql).requireGroup(id);
+    require(id != 0, EINVAL, "the root group cannot be deleted");
+    requireExisting(sql, VELQ_ZEM_TYPE_OU, id);
+    checkAncestors(sql, id);
     const std::string below = "IN (SELECT id FROM below)";
     const std::string ofGroup = " WHERE node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) + " AND node_id " + below;
     for (const char* szTable : {"kx", "gpo"}) {
         change(sql,
-               std::string(kBelow) + "UPDATE " + szTable +
+               kBelow + "UPDATE " + szTable +
                    " SET parent_id = 0, revision = revision + 1, mtime = :now WHERE parent_id " + below,
                id, std::time(nullptr));
     }
     for (const char* szTable : {"delegate", "gpo_fetch"}) {
-        change(sql, std::string(kBelow) + "DELETE FROM " + szTable + ofGroup, id);
+        change(sql, kBelow + "DELETE FROM " + szTable + ofGroup, id);
     }
-    change(sql, std::string(kBelow) + "DELETE FROM ou WHERE id " + below, id);
+    change(sql, kBelow + "DELETE FROM ou WHERE id " + below, id);
+    return changeLine(sql, Kind<Group>::kName, id, "deleted");
 }
 
 }  // namespace
@@ -111,13 +151,13 @@ int VELQZEMOuCreate(_tag_velq_zem_ou_* pOu)
 
 int VELQZEMOuDeleteAllByID(int64_t id)
 {
-    return writing([id](soci::session& sql) { deleteGroups(sql, id); });
+    return changing([id](soci::session& sql) { return deleteGroups(sql, id); });
 }
 
 int VELQZEMOuItemGetID(int64_t* pId, const _tag_velq_zem_ou_* pOu)
 {
     return guarded([&] {
-        require(pId != nullptr && pOu != nullptr, EINVAL);
+        requireArguments(pId, pOu);
         *pId = pOu->id;
     });
 }

@@ -1,12 +1,14 @@
 // Every refusal names the member at fault, and the entry where it is a list.
 #include "standin/store/json_text.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstring>
 #include <memory>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 
 #include <json/reader.h>
 #include <json/writer.h>
@@ -50,10 +52,35 @@ bool hasNoLinks(const Json::Value& jLinks)
     return linkIds(jLinks).empty() && jLinks.size() <= (jLinks.isMember("order") ? 1U : 0U);
 }
 
+// The member that names the policy of an entry, null when there is none.
+const Json::Value& linkedId(const Json::Value& jLink)
+{
+    return jLink["id"].isNull() ? jLink["gpo_id"] : jLink["id"];
+}
+
+// As they are stored. What an answer adds for people is of the moment of the answer.
+Json::Value plainLinks(Json::Value jLinks)
+{
+    Json::Value& jOrder = jLinks["order"];
+    for (Json::Value& jLink : jOrder) {
+        jLink["id"] = Json::Value(linkedId(std::as_const(jLink)));
+        for (const char* szForPeople : {"gpo_id", "gpo_name", "gpo_desc"}) {
+            jLink.removeMember(szForPeople);
+        }
+    }
+    if (jOrder.isNull()) {
+        jLinks.removeMember("order");
+    }
+    return jLinks;
+}
+
 void takeJson(Rule rule, const Json::Value& jValue, VLIBCString& target)
 {
-    const bool none = jValue.isNull() || (rule == Rule::links && hasNoLinks(jValue));
-    target = none ? VLIBCString() : VLIBCString(jsonText(jValue));
+    if (jValue.isNull() || (rule == Rule::links && hasNoLinks(jValue))) {
+        target = VLIBCString();
+        return;
+    }
+    target = VLIBCString(jsonText(rule == Rule::links ? plainLinks(jValue) : jValue));
 }
 
 template <typename R>
@@ -145,9 +172,9 @@ Json::Value parseJson(const char* szText)
     thread_local const std::unique_ptr<Json::CharReader> pReader(Json::CharReaderBuilder().newCharReader());
     Json::Value jValue;
     try {
-        require(pReader->parse(szText, szText + std::strlen(szText), &jValue, nullptr), EINVAL);
+        require(pReader->parse(szText, szText + std::strlen(szText), &jValue, nullptr), EINVAL, "a text is not JSON");
     } catch (const Json::Exception&) {
-        throw Refusal(EINVAL);
+        throw Refusal(EINVAL, "a value that is nested too deep");
     }
     return jValue;
 }
@@ -165,6 +192,17 @@ std::vector<int64_t> parseLinkIds(const char* szText)
     return readPlainLinks(szText, ids) ? ids : linkIds(parseJson(szText));
 }
 
+VLIBCString plainLinks(const VLIBCString& links)
+{
+    std::vector<int64_t> ids;
+    if (readPlainLinks(links.c_str(), ids)) {
+        return links;
+    }
+    const Json::Value jLinks = parseJson(links.c_str());
+    linkIds(jLinks);
+    return VLIBCString(jsonText(plainLinks(jLinks)));
+}
+
 std::vector<int64_t> linkIds(const Json::Value& jLinks)
 {
     demand(jLinks.isNull() || jLinks.isObject(), "linked_gpo", "not an object");
@@ -173,20 +211,38 @@ std::vector<int64_t> linkIds(const Json::Value& jLinks)
     std::vector<int64_t> ids;
     for (Json::ArrayIndex i = 0; i < jOrder.size(); ++i) {
         const Json::Value& jLink = jOrder[i];
-        const bool isLink = jLink.isObject() && jLink["id"].isInt64();
+        const bool isLink = jLink.isObject() && linkedId(jLink).isInt64();
         demand(isLink, entry("linked_gpo.order", i), "not an object with an integer \"id\"");
-        ids.push_back(jLink["id"].asInt64());
+        ids.push_back(linkedId(jLink).asInt64());
     }
     return ids;
 }
 
-void checkLinks(const std::vector<int64_t>& ids, const std::function<bool(int64_t)>& isKnown)
+void checkLinks(const std::vector<int64_t>& ids, const std::function<bool(int64_t)>& isKnown, int unknown)
 {
     std::unordered_set<int64_t> seen;
     for (Json::ArrayIndex i = 0; i < ids.size(); ++i) {
-        demand(seen.insert(ids[i]).second, entry("linked_gpo.order", i), "a policy that is linked before");
-        demand(isKnown(ids[i]), entry("linked_gpo.order", i) + ".id", "no policy " + std::to_string(ids[i]));
+        const std::string place = entry("linked_gpo.order", i);
+        const std::string policy = "no policy " + std::to_string(ids[i]);
+        if (unknown == EACCES && !isKnown(ids[i])) {
+            throw Refusal(EACCES, place + ".id: " + policy + " that you see");
+        }
+        demand(isKnown(ids[i]), place + ".id", policy);
+        demand(seen.insert(ids[i]).second, place, "a policy that is linked before");
     }
+}
+
+int64_t characterCount(std::string_view text)
+{
+    return std::count_if(text.begin(), text.end(),
+                         [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; });
+}
+
+void checkName(const char* szName)
+{
+    demand(*szName != '\0', "name", "missing or empty");
+    demand(characterCount(szName) <= kMaxNameLength, "name",
+           "longer than " + std::to_string(kMaxNameLength) + " characters");
 }
 
 std::vector<int64_t> delegateUgids(const Json::Value& jDelegates, const std::function<bool(int64_t)>& isKnown)

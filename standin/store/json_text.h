@@ -2,9 +2,11 @@
 // the same way. Any thread may call these functions.
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <json/value.h>
@@ -26,11 +28,23 @@ Json::Value parseLinks(const char* szText);
 // The identifiers of the policies that such a text links, in their order.
 std::vector<int64_t> parseLinkIds(const char* szText);
 
-// The identifiers of "linked_gpo", null or {"order":[{"id":N},...]}, in their order. Throws BadInput for another form.
+// The text of policy links in the form that is stored: each entry names its policy as "id" only, without the members
+// that a tree's answer has for people. Throws as parseLinkIds().
+VLIBCString plainLinks(const VLIBCString& links);
+
+// The identifiers of "linked_gpo", null or {"order":[{"id":N},...]}, in their order; an entry without an "id" may name
+// its policy as "gpo_id". Throws BadInput for another form.
 std::vector<int64_t> linkIds(const Json::Value& jLinks);
 
-// Throws BadInput when a policy occurs twice or is not known.
-void checkLinks(const std::vector<int64_t>& ids, const std::function<bool(int64_t)>& isKnown);
+// Throws BadInput when a policy occurs twice; for one that is not known BadInput with EINVAL, or with EACCES a Refusal:
+// the caller does not see it.
+void checkLinks(const std::vector<int64_t>& ids, const std::function<bool(int64_t)>& isKnown, int unknown = EINVAL);
+
+// The characters (code points) of a text that is UTF-8.
+int64_t characterCount(std::string_view text);
+
+// Throws BadInput for the name of a group, server or policy that is empty or too long. szName: UTF-8.
+void checkName(const char* szName);
 
 // The account uids of "delegate", an array of {"ugid":N,"user_type":2}. Throws BadInput for another form, for one that
 // occurs twice and for one that is not known.

@@ -19,7 +19,7 @@ namespace {
 
 // --- The query
 
-// The number of that key, the fallback when the hash lacks it. Throws Refusal EINVAL outside the range.
+// The number of that key, the fallback when the hash lacks it. Throws BadInput outside the range.
 int64_t numberOf(const VLIBCSzHash* pHash, const char* szKey, int64_t least, int64_t most, int64_t fallback)
 {
     const char* szText = VLIBCSzHashGetValue(pHash, szKey);
@@ -29,7 +29,9 @@ int64_t numberOf(const VLIBCSzHash* pHash, const char* szKey, int64_t least, int
     int64_t value = 0;
     const char* szEnd = szText + std::strlen(szText);
     const auto [stop, error] = std::from_chars(szText, szEnd, value);
-    require(error == std::errc() && stop == szEnd && value >= least && value <= most, EINVAL);
+    if (error != std::errc() || stop != szEnd || value < least || value > most) {
+        throw BadInput(szKey, "not a whole number from " + std::to_string(least) + " to " + std::to_string(most));
+    }
     return value;
 }
 
@@ -48,7 +50,7 @@ struct Choice {
 constexpr Choice kSortBy[] = {{"id", "id"}, {"name", "name"}, {"mtime", "mtime"}};
 constexpr Choice kDirections[] = {{"asc", "ASC"}, {"desc", "DESC"}};
 
-// The SQL of the value of that key, of the first choice when the hash lacks it. Throws Refusal EINVAL for another.
+// The SQL of the value of that key, of the first choice when the hash lacks it. Throws BadInput for another.
 template <size_t kCount>
 std::string sqlOf(const VLIBCSzHash* pHash, const char* szKey, const Choice (&choices)[kCount],
                   int (*pCompare)(const char*, const char*))
@@ -59,7 +61,7 @@ std::string sqlOf(const VLIBCSzHash* pHash, const char* szKey, const Choice (&ch
     }
     const Choice* pFound = std::find_if(std::begin(choices), std::end(choices),
                                         [&](const Choice& choice) { return pCompare(choice.szValue, szValue) == 0; });
-    require(pFound != std::end(choices), EINVAL);
+    demand(pFound != std::end(choices), szKey, "not one of the values that it may have");
     return pFound->szSql;
 }
 
@@ -233,7 +235,7 @@ int VELQZEMListTreeByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppOu, _tag_
 {
     dropSnapshot();
     return guarded([&] {
-        require(pHash != nullptr && ppOu != nullptr && ppKx != nullptr && ppGpo != nullptr, EINVAL);
+        requireArguments(pHash, ppOu, ppKx, ppGpo);
         Tree tree;
         readTree(askingUid(pHash), tree);
         tree.pSnapshot->heads = {tree.pGroups.get(), tree.pServers.get(), tree.pPolicies.get()};
@@ -247,7 +249,7 @@ int VELQZEMListTreeByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppOu, _tag_
 int VELQZEMListOneLevelByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppHead, int* pTotal, int* pCount)
 {
     return guarded([&] {
-        require(pHash != nullptr && ppHead != nullptr, EINVAL);
+        requireArguments(pHash, ppHead);
         Level level;
         readLevel(pageOf(pHash), level);
         giveNumber(level.total, pTotal);

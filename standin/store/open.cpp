@@ -1,19 +1,22 @@
 // Opening and closing the store: the database, its schema, and what the calling thread still keeps of another store.
 #include "standin/store/database.h"
+#include "standin/store/errors.h"
 #include "standin/store/schema.h"
 #include "standin/store/snapshot.h"
 #include "standin/store/store.h"
 
-void VELQZEMStoreOpen(const std::string& url, standin::OpenMode)
+void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode)
 {
     VELQZEMStoreClose();
-    standin::openDatabase(url);
-    try {
-        standin::prepareSchema();
-    } catch (...) {
-        VELQZEMStoreClose();
-        throw;
-    }
+    standin::explained([&] {
+        standin::openDatabase(url, mode);
+        try {
+            standin::prepareSchema(mode);
+        } catch (...) {
+            VELQZEMStoreClose();
+            throw;
+        }
+    });
 }
 
 void VELQZEMStoreClose()

@@ -13,7 +13,7 @@ namespace standin {
 namespace {
 
 // Copies as much of the text as fits, without cutting a character in two.
-int copyText(char* szBuf, size_t cbBuf, const VLIBCString& text)
+void copyText(char* szBuf, size_t cbBuf, const VLIBCString& text)
 {
     const char* szText = text.c_str();
     size_t length = std::strlen(szText);
@@ -25,29 +25,29 @@ int copyText(char* szBuf, size_t cbBuf, const VLIBCString& text)
     }
     std::memcpy(szBuf, szText, length);
     szBuf[length] = '\0';
-    return 0;
 }
 
 int copyItem(char* szBuf, size_t cbBuf, const Policy* pGpo, VLIBCString Policy::*text)
 {
-    if (szBuf == nullptr || cbBuf == 0 || pGpo == nullptr) {
-        errno = EINVAL;
-        return -1;
-    }
-    return copyText(szBuf, cbBuf, pGpo->*text);
+    return guarded([&] {
+        requireArguments(szBuf, pGpo);
+        require(cbBuf > 0, EINVAL, "no room for a text");
+        copyText(szBuf, cbBuf, pGpo->*text);
+    });
 }
 
 int readSnapshot(const Snapshot& snapshot, int64_t id, Policy* pGpo)
 {
-    const auto found = snapshot.policies.find(id);
-    if (pGpo == nullptr || found == snapshot.policies.end()) {
-        errno = pGpo == nullptr ? EINVAL : ENOENT;
-        return -1;
-    }
-    Policy* pNext = pGpo->pNext;
-    *pGpo = found->second;
-    pGpo->pNext = pNext;
-    return 0;
+    return guarded([&] {
+        requireArguments(pGpo);
+        const auto found = snapshot.policies.find(id);
+        if (found == snapshot.policies.end()) {
+            throw noSuch<Policy>(id);
+        }
+        Policy* pNext = pGpo->pNext;
+        *pGpo = found->second;
+        pGpo->pNext = pNext;
+    });
 }
 
 }  // namespace
@@ -75,7 +75,8 @@ int VELQZEMGpoGetWithVersionConvert(Json::Value& jSetting, Json::Value& jUIVersi
 {
     return guarded([&] {
         const int version = settingVersion(jSetting);
-        require(jUIVersion.isObject() && std::as_const(jUIVersion)["major"].isInt(), EINVAL);
+        const bool isVersion = jUIVersion.isObject() && std::as_const(jUIVersion)["major"].isInt();
+        require(isVersion, EINVAL, "the version of the user interface has no 32-bit integer \"major\"");
         const Json::Value& jMajor = std::as_const(jUIVersion)["major"];
         if (version < jMajor.asInt()) {
             jSetting["version"] = jMajor.asInt();
@@ -86,7 +87,10 @@ int VELQZEMGpoGetWithVersionConvert(Json::Value& jSetting, Json::Value& jUIVersi
 int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id)
 {
     return writing([&](soci::session& sql) {
-        require(nodeType != kPolicyType && hasNode(sql, nodeType, id), ENOENT);
+        const bool canFetch = nodeType == VELQ_ZEM_TYPE_OU || nodeType == kServerType;
+        require(canFetch, ENOENT, "node_type: neither a group nor a server");
+        CallerRights(sql).requireNode(nodeType, id);
+        requireExisting(sql, nodeType, id);
         change(sql,
                "INSERT INTO gpo_fetch (node_type, node_id, uid, mtime) VALUES (:type, :id, :uid, :mtime)"
                " ON CONFLICT (node_type, node_id) DO UPDATE SET uid = excluded.uid, mtime = excluded.mtime",

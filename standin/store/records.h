@@ -71,12 +71,13 @@ struct Field {
     }
 };
 
-// What distinguishes the kinds of record: "node_type" where it is a node, the table, and the fields.
+// What distinguishes the kinds of record: for nodes the name for people and "node_type"; the table, and the fields.
 template <typename R>
 struct Kind;
 
 template <>
 struct Kind<Group> {
+    static constexpr const char* kName = "group";
     static constexpr int kType = VELQ_ZEM_TYPE_OU;
     static constexpr const char* kTable = "ou";
     static constexpr std::array<Field<Group>, 9> kFields = {{
@@ -94,6 +95,7 @@ struct Kind<Group> {
 
 template <>
 struct Kind<Server> {
+    static constexpr const char* kName = "server";
     static constexpr int kType = kServerType;
     static constexpr const char* kTable = "kx";
     static constexpr std::array<Field<Server>, 8> kFields = {{
@@ -110,6 +112,7 @@ struct Kind<Server> {
 
 template <>
 struct Kind<Policy> {
+    static constexpr const char* kName = "policy";
     static constexpr int kType = kPolicyType;
     static constexpr const char* kTable = "gpo";
     static constexpr std::array<Field<Policy>, 7> kFields = {{

@@ -1,8 +1,12 @@
 // Delegation reaches down the tree: SQL walks up from the group in question, or down from what is delegated.
 #include "standin/store/rights.h"
 
+#include <algorithm>
+
 #include "platform/velq_core.h"
 #include "platform/velq_zem.h"
+#include "standin/store/caller.h"
+#include "standin/store/json_text.h"
 #include "standin/store/statement.h"
 #include "standin/store/store.h"
 #include "standin/store/transaction.h"
@@ -24,10 +28,14 @@ const std::string kDelegatedAbove =
     "SELECT COUNT(*) FROM delegate d JOIN above a ON d.node_id = a.id WHERE " +
     kGroupOfAccount;
 
-bool canManage(soci::session& sql, int64_t uid, int64_t id)
+bool canManage(soci::session& sql, Role role, int64_t uid, int64_t id)
 {
-    const Role role = roleOf(sql, uid);
     return role == Role::administrator || (role == Role::delegate && number(sql, kDelegatedAbove, id, uid) > 0);
+}
+
+std::string notYours(const char* szKind, int64_t id)
+{
+    return std::string(szKind) + " " + std::to_string(id) + " is not yours to manage";
 }
 
 }  // namespace
@@ -45,20 +53,94 @@ Role roleOf(soci::session& sql, int64_t uid)
     return admin != 0 ? Role::administrator : Role::delegate;
 }
 
+CallerRights::CallerRights(soci::session& sql) : m_sql(sql)
+{
+    if (currentCaller()) {
+        m_uid = *currentCaller();
+        m_role = roleOf(sql, m_uid);
+    }
+}
+
+bool CallerRights::isFree() const
+{
+    return m_role == Role::administrator;
+}
+
+bool CallerRights::mayManage(int64_t groupId) const
+{
+    return canManage(m_sql, m_role, m_uid, groupId);
+}
+
+void CallerRights::requireGroup(int64_t groupId, const char* szMember) const
+{
+    if (!mayManage(groupId)) {
+        throw Refusal(
+            EACCES, (szMember == nullptr ? "" : std::string(szMember) + ": ") + notYours(Kind<Group>::kName, groupId));
+    }
+}
+
+void CallerRights::requireNode(int nodeType, int64_t id) const
+{
+    if (nodeType == Kind<Group>::kType) {
+        return requireGroup(id);
+    }
+    if (isFree()) {
+        return;
+    }
+    int64_t groupId = 0;
+    Statement statement(m_sql);
+    const bool found = statement.in(id).out(groupId).prepare("SELECT parent_id FROM kx WHERE id = :id").first();
+    if (!found || !mayManage(groupId)) {
+        throw Refusal(EACCES, notYours(Kind<Server>::kName, id));
+    }
+}
+
+std::unordered_set<int64_t> CallerRights::seenPolicies(const std::vector<int64_t>& ids) const
+{
+    std::unordered_set<int64_t> seen = valuesIn(m_sql, Kind<Policy>::kTable, "id", ids);
+    if (isFree() || seen.empty()) {
+        return seen;
+    }
+    std::unordered_set<int64_t> placed =
+        numbers(m_sql, kSeenGroups + "SELECT id FROM gpo WHERE parent_id IN (SELECT id FROM seen)", m_uid);
+    if (std::all_of(seen.begin(), seen.end(), [&](int64_t id) { return placed.contains(id); })) {
+        return seen;
+    }
+    placed.merge(linkedWhereSeen());
+    std::erase_if(seen, [&placed](int64_t id) { return !placed.contains(id); });
+    return seen;
+}
+
+std::unordered_set<int64_t> CallerRights::linkedWhereSeen() const
+{
+    std::unordered_set<int64_t> linked;
+    for (const char* szFrom : {"ou WHERE id", "kx WHERE parent_id"}) {
+        std::string links;
+        Statement statement(m_sql);
+        statement.in(m_uid).out(links).prepare(kSeenGroups + "SELECT linked_gpo FROM " + szFrom +
+                                               " IN (SELECT id FROM seen) AND linked_gpo <> ''");
+        for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
+            const std::vector<int64_t> ids = parseLinkIds(links.c_str());
+            linked.insert(ids.begin(), ids.end());
+        }
+    }
+    return linked;
+}
+
 }  // namespace standin
 
 using namespace standin;
 
 int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id)
 {
-    bool allowed = false;
-    const bool answered = reading([&](soci::session& sql) { allowed = canManage(sql, uid, id); }) == 0;
-    if (answered && allowed) {
+    const int result = reading([&](soci::session& sql) {
+        if (!canManage(sql, roleOf(sql, uid), uid, id)) {
+            throw Refusal(EACCES, notYours(Kind<Group>::kName, id));
+        }
+    });
+    if (result == 0) {
         return 1;
     }
-    if (answered) {
-        errno = EACCES;
-    }
-    VLIBCErrSetEx(answered ? kErrorRefused : kErrorNoAnswer, "rights.cpp", __LINE__);
+    VLIBCErrSetEx(errno == EACCES ? kErrorRefused : kErrorNoAnswer, "rights.cpp", __LINE__);
     return 0;
 }

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <string>
+#include <unordered_set>
+#include <vector>
 
 #include <soci/soci.h>
 
@@ -17,5 +19,35 @@ Role roleOf(soci::session& sql, int64_t uid);
 // Text before a SELECT that makes "seen": the identifiers of the groups delegated to the account and of all below
 // them. Its one parameter is the uid.
 extern const std::string kSeenGroups;
+
+// The rights of the calling thread's caller, as of the writing transaction in which they are made and asked: whatever
+// was committed before it counts. What the caller has no right to is refused alike whether it is there or not.
+class CallerRights {
+public:
+    explicit CallerRights(soci::session& sql);
+
+    // Whether everything is allowed: to an administrator, and without a caller.
+    bool isFree() const;
+
+    bool mayManage(int64_t groupId) const;
+
+    // Throws Refusal EACCES unless the caller may manage the group. szMember: that of the record which names the group;
+    // null for the group itself.
+    void requireGroup(int64_t groupId, const char* szMember = nullptr) const;
+
+    // The same for a group or a server, which is managed with its group.
+    void requireNode(int nodeType, int64_t id) const;
+
+    // Those of the policies that are there and that the caller sees: where it sees a group, or linked by a group or a
+    // server that it sees.
+    std::unordered_set<int64_t> seenPolicies(const std::vector<int64_t>& ids) const;
+
+private:
+    std::unordered_set<int64_t> linkedWhereSeen() const;
+
+    soci::session& m_sql;
+    int64_t m_uid = -1;
+    Role m_role = Role::administrator;
+};
 
 }  // namespace standin

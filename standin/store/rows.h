@@ -1,7 +1,7 @@
 // Records as rows: reading, inserting and replacing them, with the SQL made from the kind's table of fields.
 //
 // What takes a session runs in the caller's transaction and throws Refusal, or soci::soci_error for what the database
-// reports; readRecord and changeRecord at the end are whole functions of the store, with a transaction of their own.
+// reports; readRecord at the end is a whole function of the store, with a transaction of its own.
 #pragma once
 
 #include <array>
@@ -129,11 +129,20 @@ private:
     bool m_started = false;
 };
 
+// The refusal for a record that is not there.
+template <typename R>
+Refusal noSuch(int64_t id)
+{
+    return Refusal(ENOENT, std::string("no ") + Kind<R>::kName + " " + std::to_string(id));
+}
+
 // Loads the record of that identifier, all fields but pNext. Throws Refusal ENOENT.
 template <typename R>
 void load(soci::session& sql, int64_t id, R& record)
 {
-    require(Reader<R>(sql, "", "WHERE id = :id", id).next(record), ENOENT);
+    if (!Reader<R>(sql, "", "WHERE id = :id", id).next(record)) {
+        throw noSuch<R>(id);
+    }
 }
 
 // A chain that grows at its end.
@@ -219,7 +228,9 @@ void replace(soci::session& sql, R& record)
     row.bindIn(statement);
     statement.in(before).prepare(std::string("UPDATE ") + Kind<R>::kTable + " SET " + columns<R>("\"@\" = :@") +
                                  " WHERE \"id\" = " + std::to_string(record.id) + " AND revision = :before");
-    require(statement.change() == 1, EAGAIN);
+    if (statement.change() != 1) {
+        throw changedSinceRead();
+    }
 }
 
 // Loads the record of that identifier into the caller's, in a transaction of its own.
@@ -227,27 +238,11 @@ template <typename R>
 int readRecord(int64_t id, R* pRecord) noexcept
 {
     return reading([&](soci::session& sql) {
-        require(pRecord != nullptr, EINVAL);
+        requireArguments(pRecord);
         R loaded(*pRecord);
         load(sql, id, loaded);
         *pRecord = loaded;
     });
-}
-
-// Runs work(soci::session&, R&) in a writing transaction on a copy, which becomes the caller's record once committed.
-template <typename R, typename Work>
-int changeRecord(R* pRecord, Work&& work) noexcept
-{
-    if (pRecord == nullptr) {
-        errno = EINVAL;
-        return -1;
-    }
-    R changed(*pRecord);
-    const int result = writing([&](soci::session& sql) { work(sql, changed); });
-    if (result == 0) {
-        *pRecord = changed;
-    }
-    return result;
 }
 
 }  // namespace standin

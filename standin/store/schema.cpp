@@ -1,7 +1,10 @@
-// The tables as SQL, in the dialect of either database, and the version that tells a program of another schema.
+// The tables as SQL, in the dialect of either database, and the way to them from the version before. Whoever opens a
+// store looks at it first; only one that is empty or old is written.
 #include "standin/store/schema.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <set>
 #include <stdexcept>
 #include <string>
 
@@ -11,13 +14,20 @@
 namespace standin {
 namespace {
 
-constexpr int64_t kSchemaVersion = 1;
+constexpr int64_t kSchemaVersion = 2;
+
+constexpr const char* kTokenTable =
+    "CREATE TABLE token (hash TEXT PRIMARY KEY, uid BIGINT NOT NULL REFERENCES account (uid) ON DELETE CASCADE,"
+    " label TEXT NOT NULL, made BIGINT NOT NULL, expires BIGINT NOT NULL, last_used BIGINT NOT NULL)";
+constexpr const char* kTokenIndex = "CREATE INDEX token_account ON token (uid)";
 
 // The counters stand in meta beside the version: an identifier is never given out twice. Foreign keys are checked at
 // commit, so that a fleet's groups may be stored in any order. Group 0 is its own parent.
 constexpr const char* kSchema[] = {
     "CREATE TABLE account (uid BIGINT PRIMARY KEY, name TEXT NOT NULL UNIQUE, admin BIGINT NOT NULL,"
-    " domain_name TEXT NOT NULL, domain_type TEXT NOT NULL, token_hash TEXT UNIQUE)",
+    " domain_name TEXT NOT NULL, domain_type TEXT NOT NULL)",
+    kTokenTable,
+    kTokenIndex,
     "CREATE TABLE ou (id BIGINT PRIMARY KEY,"
     " parent_id BIGINT NOT NULL REFERENCES ou (id) DEFERRABLE INITIALLY DEFERRED, name TEXT NOT NULL,"
     " \"desc\" TEXT NOT NULL, mtime BIGINT NOT NULL, revision BIGINT NOT NULL, block_inheritance BIGINT NOT NULL,"
@@ -52,32 +62,109 @@ std::string inDialect(std::string statement)
     return statement;
 }
 
+// Version 1 had one token in each account's row. SQLite cannot drop that column, so the rows move to a new table.
+constexpr const char* kFromVersion1[] = {
+    "ALTER TABLE account RENAME TO account_1",
+    "CREATE TABLE account (uid BIGINT PRIMARY KEY, name TEXT NOT NULL UNIQUE, admin BIGINT NOT NULL,"
+    " domain_name TEXT NOT NULL, domain_type TEXT NOT NULL)",
+    "INSERT INTO account SELECT uid, name, admin, domain_name, domain_type FROM account_1",
+    kTokenTable,
+    kTokenIndex,
+    "INSERT INTO token SELECT token_hash, uid, '', 0, 0, 0 FROM account_1 WHERE token_hash IS NOT NULL",
+    "DROP TABLE account_1",
+};
+
+int64_t readVersion(soci::session& sql)
+{
+    return number(sql, "SELECT value FROM meta WHERE name = 'version'");
+}
+
+// The database's tables, but for those that it keeps for itself.
+std::set<std::string> tableNames(soci::session& sql)
+{
+    std::set<std::string> names;
+    std::string name;
+    Statement statement(sql);
+    statement.out(name).prepare(
+        isPostgres() ? "SELECT tablename FROM pg_tables WHERE schemaname = current_schema()"
+                     : "SELECT name FROM sqlite_master WHERE type = 'table' AND substr(name, 1, 7) <> 'sqlite_'");
+    for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
+        names.insert(name);
+    }
+    return names;
+}
+
+// The version of the store in the open database, 0 for an empty one. Throws std::runtime_error when it holds something
+// else.
+int64_t versionOfDatabase()
+{
+    static const std::set<std::string> kOurs = {"account", "delegate", "gpo", "gpo_fetch", "kx", "meta", "ou"};
+    Transaction transaction(Access::read);
+    soci::session& sql = transaction.sql();
+    const std::set<std::string> names = tableNames(sql);
+    // One who was interrupted while making a store may have left the first of its tables.
+    const bool isBegun = names == std::set<std::string>{"meta"} && number(sql, "SELECT COUNT(*) FROM meta") == 0;
+    if (names.empty() || isBegun) {
+        return 0;
+    }
+    const bool isStore = std::includes(names.begin(), names.end(), kOurs.begin(), kOurs.end());
+    const int64_t version = isStore ? readVersion(sql) : 0;
+    if (version == 0) {
+        throw std::runtime_error("not a store: the database holds tables of something else");
+    }
+    return version;
+}
+
 // This table comes first and by itself: every writing transaction locks it on PostgreSQL, the first one too.
 void createMeta()
 {
+    constexpr char kMeta[] = "CREATE TABLE IF NOT EXISTS meta (name TEXT PRIMARY KEY, value BIGINT NOT NULL)";
     Connection connection;
-    execute(connection.sql(), "CREATE TABLE IF NOT EXISTS meta (name TEXT PRIMARY KEY, value BIGINT NOT NULL)");
+    try {
+        execute(connection.sql(), kMeta);
+    } catch (const soci::soci_error&) {  // someone else was making it at the same moment; then it is there by now
+        execute(connection.sql(), kMeta);
+    }
 }
 
-}  // namespace
-
-void prepareSchema()
+// Makes or renews the tables, unless someone else did so in the meantime.
+void bringUpToDate()
 {
     createMeta();
     Transaction transaction(Access::write);
     soci::session& sql = transaction.sql();
-    if (number(sql, "SELECT COUNT(*) FROM meta") == 0) {
-        for (const char* szStatement : kSchema) {
+    const auto executeAll = [&sql](const auto& statements) {
+        for (const char* szStatement : statements) {
             execute(sql, inDialect(szStatement));
         }
+    };
+    const int64_t version = readVersion(sql);
+    if (version == 0) {
+        executeAll(kSchema);
         change(sql, "INSERT INTO meta VALUES ('version', :version)", kSchemaVersion);
+    } else if (version == 1) {
+        executeAll(kFromVersion1);
+        change(sql, "UPDATE meta SET value = :version WHERE name = 'version'", kSchemaVersion);
     }
-    const int64_t version = number(sql, "SELECT value FROM meta WHERE name = 'version'");
-    if (version != kSchemaVersion) {
+    transaction.commit();
+}
+
+}  // namespace
+
+void prepareSchema(OpenMode mode)
+{
+    const int64_t version = versionOfDatabase();
+    if (version == 0 && mode == OpenMode::existingOnly) {
+        throw std::runtime_error("there is no store: the database is empty");
+    }
+    if (version < 0 || version > kSchemaVersion) {
         throw std::runtime_error("the store has schema version " + std::to_string(version) + ", this program needs " +
                                  std::to_string(kSchemaVersion));
     }
-    transaction.commit();
+    settleDatabase();
+    if (version < kSchemaVersion) {
+        bringUpToDate();
+    }
 }
 
 }  // namespace standin

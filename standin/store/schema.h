@@ -1,10 +1,13 @@
 // The tables of the store.
 #pragma once
 
+#include "standin/store/store.h"
+
 namespace standin {
 
-// Creates the tables in the open database when it has none; in another, checks that they are of the version that this
-// program needs. Throws std::runtime_error, with a text for people, when they are not or the database reports an error.
-void prepareSchema();
+// Creates the tables in the open database when it is empty, unless that is to be a store already; brings one of the
+// version before to that which this program needs. Throws std::runtime_error, with a text for people, when the database
+// is none of these, and then has changed nothing; or when the database reports an error.
+void prepareSchema(OpenMode mode);
 
 }  // namespace standin

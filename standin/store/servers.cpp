@@ -1,4 +1,5 @@
 // Servers come with a fleet; from then on they are loaded and changed, neither created nor deleted.
+#include "standin/store/change_log.h"
 #include "standin/store/checks.h"
 #include "standin/store/rows.h"
 
@@ -12,9 +13,12 @@ int VELQZEMKxGet(int64_t id, _tag_velq_zem_kx_* pKx)
 int VELQZEMKxSet(_tag_velq_zem_kx_* pKx)
 {
     return changeRecord(pKx, [](soci::session& sql, Server& server) {
+        const CallerRights rights(sql);
+        rights.requireNode(Kind<Server>::kType, server.id);
         Server stored;
         load(sql, server.id, stored);
-        checkReplacement(sql, server, stored);
+        checkReplacement(sql, rights, server, stored);
         replace(sql, server);
+        return changeLine(sql, Kind<Server>::kName, server.id, changedMembers(stored, server));
     });
 }

@@ -61,12 +61,7 @@ std::unordered_set<int64_t> valuesIn(soci::session& sql, const std::string& tabl
 {
     std::unordered_set<int64_t> found;
     for (const std::string& condition : conditionsFor(column, values)) {
-        int64_t value = 0;
-        Statement statement(sql);
-        statement.out(value).prepare("SELECT " + column + " FROM " + table + " WHERE " + condition);
-        for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
-            found.insert(value);
-        }
+        found.merge(numbers(sql, "SELECT " + column + " FROM " + table + " WHERE " + condition));
     }
     return found;
 }

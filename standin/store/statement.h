@@ -57,6 +57,21 @@ int64_t number(soci::session& sql, const std::string& query, const Parameters&..
     return statement.out(result).prepare(query).first() ? result : 0;
 }
 
+// The numbers that the query gives; the arguments are its parameters in their order.
+template <typename... Parameters>
+std::unordered_set<int64_t> numbers(soci::session& sql, const std::string& query, const Parameters&... parameters)
+{
+    std::unordered_set<int64_t> found;
+    int64_t value = 0;
+    Statement statement(sql);
+    (statement.in(parameters), ...);
+    statement.out(value).prepare(query);
+    for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
+        found.insert(value);
+    }
+    return found;
+}
+
 // Those of the values that the column of the table holds, with one query for a thousand of them.
 std::unordered_set<int64_t> valuesIn(soci::session& sql, const std::string& table, const std::string& column,
                                      const std::vector<int64_t>& values);

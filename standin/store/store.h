@@ -107,9 +107,6 @@ int64_t revokeTokens(uint32_t uid, const std::optional<std::string>& label);
 // at most once a minute for each token, if the store can be written at once: one that cannot does not fail the search.
 std::optional<Account> findAccountByToken(const std::string& tokenHash);
 
-// Takes back all tokens of the account and gives it this one. Goes with its last use.
-void setAccountToken(uint32_t uid, const std::string& tokenHash);
-
 // --- Fleets
 
 // Stores a fleet file's accounts, groups, policies and servers, all or nothing, into a store that holds none yet. The

@@ -1,0 +1,49 @@
+// SQLite gives the files that it makes beside a database the rights of that. The file is never opened here once it is
+// there: closing it would give up the locks that SQLite holds on it.
+#include "standin/store/store_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+namespace standin {
+
+void provideStoreFile(const std::string& path, OpenMode mode)
+{
+    struct stat info = {};
+    if (stat(path.c_str(), &info) == 0) {
+        return;
+    }
+    if (mode == OpenMode::existingOnly) {
+        throw std::runtime_error("there is no store " + path + ": " + std::strerror(errno));
+    }
+    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (file < 0 && errno != EEXIST) {
+        throw std::runtime_error("cannot make the store " + path + ": " + std::strerror(errno));
+    }
+    if (file >= 0) {
+        close(file);
+    }
+}
+
+bool isWritable(const std::string& path)
+{
+    return access(path.c_str(), W_OK) == 0;
+}
+
+void restrictStoreFile(const std::string& path)
+{
+    for (const char* szEnd : {"", "-wal", "-shm"}) {
+        const std::string name = path + szEnd;
+        struct stat info = {};
+        if (stat(name.c_str(), &info) == 0 && (info.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+            chmod(name.c_str(), info.st_mode & S_IRWXU);
+        }
+    }
+}
+
+}  // namespace standin

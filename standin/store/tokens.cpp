@@ -1,0 +1,131 @@
+// Bearer tokens by their hashes. Who looks one up reads only, but for the note of its last use.
+#include <algorithm>
+#include <ctime>
+#include <stdexcept>
+
+#include "standin/store/database.h"
+#include "standin/store/json_text.h"
+#include "standin/store/rows.h"
+#include "standin/store/utf8.h"
+
+namespace standin {
+namespace {
+
+constexpr int64_t kNoteEvery = 60;  // seconds
+
+void checkLabel(const std::string& label)
+{
+    const bool isOneLine =
+        std::none_of(label.begin(), label.end(), [](char c) { return (c >= 0 && c < ' ') || c == 0x7f; });
+    demand(isPlainText(label) && isOneLine, "label", "not a line of UTF-8");
+    demand(characterCount(label) <= kMaxNameLength, "label",
+           "longer than " + std::to_string(kMaxNameLength) + " characters");
+}
+
+int64_t endOf(int64_t lifetime, int64_t now)
+{
+    demand(lifetime >= 0 && lifetime <= INT64_MAX - now, "lifetime", "not a number of seconds");
+    return lifetime == 0 ? 0 : now + lifetime;
+}
+
+struct Found {
+    Account account;
+    int64_t lastUsed = 0;
+};
+
+std::optional<Found> findToken(const std::string& tokenHash, int64_t now)
+{
+    Transaction transaction(Access::read);
+    int64_t uid = 0;
+    Found found;
+    Statement statement(transaction.sql());
+    statement.in(tokenHash).in(now).out(uid).out(found.account.name).out(found.lastUsed);
+    statement.prepare(
+        "SELECT a.uid, a.name, t.last_used FROM token t JOIN account a ON a.uid = t.uid"
+        " WHERE t.hash = :hash AND (t.expires = 0 OR t.expires > :now)");
+    if (!statement.first()) {
+        return std::nullopt;
+    }
+    found.account.uid = static_cast<uint32_t>(uid);
+    return found;
+}
+
+// The store may be locked by a writer, or be one that nobody can write: then the use is not noted.
+void noteUse(const std::string& tokenHash, int64_t now)
+{
+    try {
+        Connection connection;
+        const Impatience impatience(connection.sql());
+        change(connection.sql(), "UPDATE token SET last_used = :now WHERE hash = :hash", now, tokenHash);
+    } catch (const std::runtime_error&) {
+    }
+}
+
+}  // namespace
+
+void addToken(uint32_t uid, const std::string& tokenHash, const std::string& label, int64_t lifetime)
+{
+    explained([&] {
+        checkLabel(label);
+        const int64_t now = std::time(nullptr);
+        const int64_t expires = endOf(lifetime, now);
+        const int64_t account = uid;
+        Transaction transaction(Access::write);
+        soci::session& sql = transaction.sql();
+        if (number(sql, "SELECT COUNT(*) FROM account WHERE uid = :uid", account) == 0) {
+            throw std::runtime_error("no account with uid " + std::to_string(uid));
+        }
+        change(sql,
+               "INSERT INTO token (hash, uid, label, made, expires, last_used)"
+               " VALUES (:hash, :uid, :label, :made, :expires, 0)",
+               tokenHash, account, label, now, expires);
+        transaction.commit();
+    });
+}
+
+std::vector<Token> listTokens(std::optional<uint32_t> uid)
+{
+    return explained([&] {
+        Transaction transaction(Access::read);
+        Token row;
+        Statement statement(transaction.sql());
+        statement.out(row.account).out(row.label).out(row.made).out(row.expires).out(row.lastUsed);
+        statement.prepare(
+            "SELECT a.name, t.label, t.made, t.expires, t.last_used FROM token t JOIN account a ON a.uid = t.uid" +
+            (uid ? " WHERE a.uid = " + std::to_string(*uid) : std::string()) + " ORDER BY a.name, t.made, t.hash");
+        std::vector<Token> tokens;
+        for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
+            tokens.push_back(row);
+        }
+        return tokens;
+    });
+}
+
+int64_t revokeTokens(uint32_t uid, const std::optional<std::string>& label)
+{
+    return explained([&] {
+        Transaction transaction(Access::write);
+        soci::session& sql = transaction.sql();
+        const std::string ofAccount = "DELETE FROM token WHERE uid = " + std::to_string(uid);
+        const int64_t revoked = label ? change(sql, ofAccount + " AND label = :label", *label) : change(sql, ofAccount);
+        transaction.commit();
+        return revoked;
+    });
+}
+
+std::optional<Account> findAccountByToken(const std::string& tokenHash)
+{
+    return explained([&]() -> std::optional<Account> {
+        const int64_t now = std::time(nullptr);
+        const std::optional<Found> found = findToken(tokenHash, now);
+        if (!found) {
+            return std::nullopt;
+        }
+        if (std::abs(now - found->lastUsed) >= kNoteEvery) {
+            noteUse(tokenHash, now);
+        }
+        return found->account;
+    });
+}
+
+}  // namespace standin
