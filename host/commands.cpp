@@ -3,17 +3,22 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
 #include "host/dispatch.h"
+#include "host/log.h"
 #include "host/module_loader.h"
+#include "host/text.h"
 #include "host/tokens.h"
 #include "host/tree_view.h"
 #include "standin/store/store.h"
@@ -63,6 +68,43 @@ int printAnswer(const Answer& answer)
     return answer.code == 0 ? 0 : 1;
 }
 
+// A cell for each column of a table, its text printable.
+using Row = std::vector<std::string>;
+
+// Draws the rows with columns that are as wide as their widest cell, in characters.
+void drawTable(const std::vector<Row>& rows, std::ostream& out)
+{
+    const auto widthOf = [](const std::string& text) {
+        return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+    };
+    std::vector<size_t> widths(rows.front().size());
+    for (const Row& row : rows) {
+        for (size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], widthOf(row[i]));
+        }
+    }
+    for (const Row& row : rows) {
+        for (size_t i = 0; i + 1 < row.size(); ++i) {
+            out << row[i] << std::string(widths[i] - widthOf(row[i]) + 2, ' ');
+        }
+        out << row.back() << '\n';
+    }
+}
+
+void drawTokens(const std::vector<standin::Token>& tokens, int64_t now, std::ostream& out)
+{
+    const auto timeOr = [](const char* szNone, int64_t seconds) { return seconds == 0 ? szNone : utcTime(seconds); };
+    std::vector<Row> rows = {{"ACCOUNT", "LABEL", "MADE", "EXPIRES", "LAST USED"}};
+    for (const standin::Token& token : tokens) {
+        const bool isExpired = token.expires != 0 && token.expires <= now;
+        rows.push_back({printable(token.account), token.label.empty() ? "-" : printable(token.label),
+                        timeOr("not known", token.made),
+                        timeOr("never", token.expires) + (isExpired ? " (expired)" : ""),
+                        timeOr("never", token.lastUsed)});
+    }
+    drawTable(rows, out);
+}
+
 Json::Value parseFleet(const std::string& path)
 {
     errno = 0;
@@ -83,6 +125,11 @@ Json::Value parseFleet(const std::string& path)
 
 int serveModules(const ModulePaths& modules, const ServeOptions& options)
 {
+    if (!standin::hasAccounts()) {
+        std::cerr << "zemhost: the store holds no accounts yet, so nobody can call anything; to fill it:\n"
+                     "  zemhost load FILE    a fleet file, with the same --store\n"
+                     "  zemhost token NAME   likewise, for one of its accounts\n";
+    }
     serve(loadModules(modules), options);
     return 0;
 }
@@ -108,10 +155,25 @@ int loadFleetFile(const std::string& path)
     return 0;
 }
 
-int printToken(const std::string& account)
+int printToken(const NewToken& token)
 {
-    std::cout << issueToken(accountOf(account)) << '\n';
+    constexpr int64_t kDay = 24 * 60 * 60;  // seconds
+    std::cout << issueToken(accountOf(token.account), token.label, token.days * kDay) << '\n';
     return 0;
+}
+
+int printTokens(const std::string& account)
+{
+    const auto uid = account.empty() ? std::nullopt : std::optional(accountOf(account).uid);
+    drawTokens(standin::listTokens(uid), time(nullptr), std::cout);
+    return 0;
+}
+
+int revokeTokens(const std::string& account, const std::optional<std::string>& label)
+{
+    const int64_t revoked = standin::revokeTokens(accountOf(account).uid, label);
+    std::cout << revoked << (revoked == 1 ? " token" : " tokens") << " revoked\n";
+    return revoked > 0 ? 0 : 1;
 }
 
 int callMethod(const ModulePaths& modules, const MethodCall& call)
@@ -154,8 +216,10 @@ int changeLink(const ModulePaths& modules, const LinkChange& change)
     jLink["gpo_id"] = Json::Int64{change.policyId};
     errno = 0;
     if (update(jLink, change.action == "add") < 0) {
+        const std::string reason = errno == 0 ? "refused" : strerror(errno);
+        const std::string refusal = standin::takeRefusal();
         throw std::runtime_error("the links of " + change.kind + " " + std::to_string(change.nodeId) +
-                                 " were not changed: " + (errno == 0 ? "refused" : strerror(errno)));
+                                 " were not changed: " + (refusal.empty() ? reason : refusal));
     }
     return 0;
 }

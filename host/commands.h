@@ -1,11 +1,12 @@
 // What the program's commands do.
 //
 // Each works on the store that is open, prints its result on standard output and returns the exit status: 0, or 1 when
-// the module answered with an error, whose envelope is then the output. Each throws std::exception, with a text for
-// people, when it cannot do its work. One thread at a time.
+// the module answered with an error, whose envelope is then the output, or there was nothing to take back. Each throws
+// std::exception, with a text for people, when it cannot do its work. One thread at a time.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,14 +19,26 @@ namespace host {
 // Files of the modules that a command loads; none: webapi_zem_ou.so beside the program.
 using ModulePaths = std::vector<std::string>;
 
-// Until SIGTERM or SIGINT.
+// Until SIGTERM or SIGINT. Says on standard error how to fill a store that nobody can use yet.
 int serveModules(const ModulePaths& modules, const ServeOptions& options);
 
 // Into a store that holds no fleet yet, all or nothing. path: the fleet file's.
 int loadFleetFile(const std::string& path);
 
-// A new one; an earlier one stops working. account: its name, here and below.
-int printToken(const std::string& account);
+struct NewToken {
+    std::string account;  // its name, here and below
+    std::string label;
+    int days = 0;  // until it expires; 0: never
+};
+
+// Makes it and prints it, this once.
+int printToken(const NewToken& token);
+
+// A table of the account's tokens, of everybody's when the name is empty, with times in UTC.
+int printTokens(const std::string& account);
+
+// Takes back the account's tokens with that label, all of them without one, and prints how many there were.
+int revokeTokens(const std::string& account, const std::optional<std::string>& label);
 
 struct MethodCall {
     std::string account;

@@ -2,11 +2,12 @@
 #include "host/dispatch.h"
 
 #include <cerrno>
-#include <iostream>
-#include <memory>
 #include <stdexcept>
 #include <utility>
 
+#include <json/writer.h>
+
+#include "host/log.h"
 #include "host/text.h"
 #include "platform/velq_core.h"
 
@@ -16,14 +17,47 @@ namespace {
 
 constexpr int kMaxNesting = 200;
 
-std::string errorEnvelope(int code)
+// What a code means, where nobody says more. HTTP's are the server's own; 500 is a module's as well.
+struct Meaning {
+    int code;
+    const char* szText;
+};
+
+constexpr Meaning kMeanings[] = {
+    {0, "the method gave no answer"},
+    {101, "a required parameter is missing or cannot be used, or the group is the root"},
+    {105, "it cannot be determined who is logged in"},
+    {117, "a step failed; the server's log says which"},
+    {400, "the body is not a JSON object, or the request is malformed otherwise"},
+    {401, "there is no token, or it is unknown, revoked or expired"},
+    {404, "there is no such method"},
+    {405, "methods are called with POST"},
+    {413, "the body is larger than 4 MiB"},
+    {414, "the account may not manage this group"},
+    {500, "the server failed; its log says how"},
+    {503, "the server is too busy; try again"},
+};
+
+std::string meaningOf(int code)
 {
-    return "{\"success\":false,\"error\":{\"code\":" + std::to_string(code) + "}}";
+    for (const Meaning& meaning : kMeanings) {
+        if (meaning.code == code) {
+            return meaning.szText;
+        }
+    }
+    return "the method failed without a reason";
+}
+
+std::string errorEnvelope(int code, const std::string& message)
+{
+    return "{\"success\":false,\"error\":{\"code\":" + std::to_string(code) +
+           ",\"message\":" + Json::valueToQuotedString(printable(message).c_str()) + "}}";
 }
 
 void reportException(const char* szWhat)
 {
-    std::cerr << "zemhost: a handler failed: " + printable(szWhat) + "\n";
+    logTrouble("a handler failed", szWhat);
+    standin::takeRefusal();  // it does not say what went wrong
 }
 
 }  // namespace
@@ -43,6 +77,7 @@ Json::Value parseParameters(const std::string& body)
 
 bool callHandler(Handler handler, const standin::Account& account, Json::Value jParams, VELQ::APIResponse& resp)
 {
+    const standin::CallerScope caller(account.uid);
     try {
         VELQ::APIRequest req(account.uid, account.name, std::move(jParams));
         // What an earlier request left behind must not colour the log lines of this one.
@@ -73,13 +108,14 @@ Answer answerRequest(Handler handler, const standin::Account& account, Json::Val
 
 Answer refusal(int status)
 {
-    return {status, status, {errorEnvelope(status)}};
+    return {status, status, {errorEnvelope(status, meaningOf(status))}};
 }
 
 std::vector<std::string> envelope(VELQ::APIResponse& resp)
 {
     if (!resp.IsSuccess()) {
-        return {errorEnvelope(resp.GetErrorCode())};
+        const std::string reason = standin::takeRefusal();
+        return {errorEnvelope(resp.GetErrorCode(), reason.empty() ? meaningOf(resp.GetErrorCode()) : reason)};
     }
     std::vector<std::string> parts = resp.TakeData();
     parts.insert(parts.begin(), "{\"success\":true,\"data\":");

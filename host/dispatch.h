@@ -26,8 +26,9 @@ struct Answer {
 // bytes that are not UTF-8.
 Json::Value parseParameters(const std::string& body);
 
-// Calls the handler as that account; resp gets the outcome, an error 500 when an exception came out of the handler.
-// Such an exception is reported on standard error and goes no further. Returns whether there was none.
+// Calls the handler as that account, on whose behalf the store then acts; resp gets the outcome, an error 500 when an
+// exception came out of the handler. Such an exception is reported in the log and goes no further. Returns whether
+// there was none.
 bool callHandler(Handler handler, const standin::Account& account, Json::Value jParams, VELQ::APIResponse& resp);
 
 // Calls the handler and renders the outcome; an exception on the way is answered with the HTTP status 500.
@@ -36,7 +37,9 @@ Answer answerRequest(Handler handler, const standin::Account& account, Json::Val
 // The answer to a request that reaches no handler. status: the HTTP status, which is its code as well.
 Answer refusal(int status);
 
-// The envelope of an outcome, in pieces; the outcome's data goes into it. Throws std::exception when memory runs out.
+// The envelope of an outcome, in pieces; the outcome's data goes into it. An error carries a text for people: the
+// store's, when the thread's last call of it was refused, so make the envelope on the thread that called the handler
+// and right after it; else what the code means. Throws std::exception when memory runs out.
 std::vector<std::string> envelope(VELQ::APIResponse& resp);
 
 }  // namespace host

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "host/log.h"
 #include "host/request_log.h"
 #include "host/response.h"
 

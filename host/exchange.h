@@ -73,8 +73,8 @@ private:
     AccountKey m_account = kStrangers;  // whom the request counts for
     Answer m_answer;                    // the handler's, once it is handled
     bool m_isHandled = false;
-    int m_refused = 0;                  // HTTP status of the refusal, 0 for none
-    uint64_t m_arrived = 0;             // bytes of the body, thrown away ones too
+    int m_refused = 0;       // HTTP status of the refusal, 0 for none
+    uint64_t m_arrived = 0;  // bytes of the body, thrown away ones too
     bool m_isAnswered = false;
 };
 

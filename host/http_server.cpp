@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <memory>
@@ -20,7 +21,9 @@
 
 #include "host/exchange.h"
 #include "host/listen_socket.h"
-#include "host/request_log.h"
+#include "host/log.h"
+#include "platform/velq_core.h"
+#include "standin/store/store.h"
 
 namespace host {
 
@@ -128,7 +131,8 @@ void stopDaemon(ServerState& server, MHD_Daemon* pDaemon)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     if (server.exchanges > 0) {
-        std::cerr << "zemhost: stopped before every request was answered\n";
+        writeLog("zemhost: stopped before every request was answered");
+        flushLog();
         _exit(0);  // the library would wait for a handler without end
     }
     server.handlers.stop();
@@ -149,6 +153,12 @@ void serve(const ModuleSet& modules, const ServeOptions& options)
 
     const unsigned connections = reserveDescriptors();
     const int listenFd = openListenSocket(options.address, options.allowRemote);
+    const LogThread logThread;
+    if (options.echoesFailures) {
+        giTerminalDebug = 1;
+        setvbuf(stdout, nullptr, _IOLBF, 0);  // a line is seen when it is written
+    }
+    standin::setChangeSink([](const std::string& line) { writeLog("change: " + line); });
     ServerState server{.modules = modules,
                        .waiting = WaitingSockets(connections / 2),
                        .handlers = HandlerPool(kHandlerThreads, kWaitingRequests)};
@@ -158,6 +168,7 @@ void serve(const ModuleSet& modules, const ServeOptions& options)
     int received = 0;
     sigwait(&stopSignals, &received);
     stopDaemon(server, pDaemon);
+    standin::setChangeSink(nullptr);
 }
 
 }  // namespace host

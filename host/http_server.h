@@ -9,13 +9,14 @@ namespace host {
 
 struct ServeOptions {
     std::string address = "127.0.0.1:8480";
-    bool allowRemote = false;   // both as for openListenSocket
+    bool allowRemote = false;     // both as for openListenSocket
+    bool echoesFailures = false;  // the modules' failure lines go to standard output, too
     unsigned idleTimeout = 10;  // seconds until a connection is closed on which nothing moves and no handler is awaited
 };
 
 // Serves the modules' methods until SIGTERM or SIGINT, then finishes the requests that have begun to arrive, for 30
 // seconds at most; the process ends at once, with status 0, when some are not finished then. Prints the address on
-// standard output once it is ready, and a line per request on standard error.
+// standard output once it is ready, and a line per request and per change of the store in the log.
 // modules: outlives the call.
 // Call it once per process, from the main thread before it starts others. Throws std::runtime_error when it cannot
 // start.

@@ -4,9 +4,11 @@
 #include <functional>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -16,59 +18,105 @@
 
 namespace {
 
-// The options of all commands, and what the command that is given does. Its own options live with that.
-struct CommandLine {
-    CLI::App app{"Serves web API modules over HTTP and on the command line", "zemhost"};
-    std::string store = "sqlite:zem.db";
-    host::ModulePaths modules;
-    std::function<int()> run;
-    int logOptions = 0;  // of openlog
+constexpr const char* kVersion = "zemhost 1.0.0";
+constexpr int kFailed = 1;   // exit status
+constexpr int kMisused = 2;  // exit status
+
+// The command line is not one that the program takes. The text is for people.
+struct UsageError : std::runtime_error {
+    using runtime_error::runtime_error;
 };
 
-// Adds a command. work: what it does, with the options that are still to be read.
-CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, std::function<int()> work,
-                     int logOptions = LOG_PERROR)
+// The options of all commands, and what the command that is given does. Its own options live with that.
+struct CommandLine {
+    CLI::App app{"Serves web API modules over HTTP and on the command line.", "zemhost"};
+    std::string store = "sqlite:zem.db";
+    host::ModulePaths modules;
+    standin::OpenMode mode = standin::OpenMode::existingOnly;
+    std::function<int()> run;
+};
+
+// Adds a command that works on a store. work: what it does, with the options that are still to be read.
+CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, std::function<int()> work)
 {
     CLI::App* pCommand = line.app.add_subcommand(szName, szHelp);
-    pCommand->callback([&line, work = std::move(work), logOptions] {
-        line.run = work;
-        line.logOptions = logOptions;
-    });
+    pCommand->callback([&line, work = std::move(work)] { line.run = work; });
+    pCommand->add_option("--store", line.store, "sqlite:PATH or postgresql://...")
+        ->capture_default_str()
+        ->envname("ZEM_STORE");
     return pCommand;
 }
 
-void addAccount(CLI::App* pCommand, const char* szOption, std::string& account)
+// Has the command make the store when there is none.
+void makeStore(CommandLine& line, CLI::App* pCommand)
 {
-    pCommand->add_option(szOption, account, "Name of an account")->required();
+    pCommand->parse_complete_callback([&line] { line.mode = standin::OpenMode::createIfMissing; });
+}
+
+void addModules(CommandLine& line, CLI::App* pCommand)
+{
+    pCommand
+        ->add_option("--module", line.modules, "Module to load, repeatable; default: webapi_zem_ou.so beside zemhost")
+        ->allow_extra_args(false);
+}
+
+CLI::Option* addAccount(CLI::App* pCommand, const char* szOption, std::string& account)
+{
+    return pCommand->add_option(szOption, account, "Name of an account")->required();
 }
 
 void addServe(CommandLine& line)
 {
     const auto pOptions = std::make_shared<host::ServeOptions>();
-    const auto work = [&line, pOptions] { return host::serveModules(line.modules, *pOptions); };
-    CLI::App* pServe = addCommand(line, "serve", "Serve the modules' methods over HTTP until SIGTERM", work, LOG_PID);
-    pServe->add_option("--listen", pOptions->address, "IPV4:PORT or [IPV6]:PORT")->capture_default_str();
+    CLI::App* pServe = addCommand(line, "serve", "Serve the modules' methods over HTTP until SIGTERM",
+                                  [&line, pOptions] { return host::serveModules(line.modules, *pOptions); });
+    pServe->add_option("--listen", pOptions->address, "IPV4:PORT or [IPV6]:PORT; port 0: any that is free")
+        ->capture_default_str();
     pServe->add_option("--idle-timeout", pOptions->idleTimeout, "Seconds until an idle connection is closed")
         ->capture_default_str()
         ->check(CLI::Range(1u, 3600u));
     pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow an address that can be reached from elsewhere");
+    pServe->add_flag("--debug", pOptions->echoesFailures, "Write the modules' failure lines to standard output, too");
+    addModules(line, pServe);
+    makeStore(line, pServe);
 }
 
 void addLoad(CommandLine& line)
 {
     const auto pPath = std::make_shared<std::string>();
-    addCommand(line, "load", "Load a fleet file into an empty store, all or nothing",
-               [pPath] { return host::loadFleetFile(*pPath); })
-        ->add_option("FILE", *pPath)
-        ->required();
+    CLI::App* pLoad = addCommand(line, "load", "Load a fleet file into an empty store, all or nothing",
+                                 [pPath] { return host::loadFleetFile(*pPath); });
+    pLoad->add_option("FILE", *pPath, "JSON of accounts, groups, policies and servers")->required();
+    makeStore(line, pLoad);
 }
 
 void addToken(CommandLine& line)
 {
+    const auto pNew = std::make_shared<host::NewToken>();
+    CLI::App* pToken = addCommand(line, "token", "Make another bearer token for an account and print it, this once",
+                                  [pNew] { return host::printToken(*pNew); });
+    addAccount(pToken, "NAME", pNew->account);
+    pToken->add_option("--label", pNew->label, "What tells it from the account's others");
+    pToken->add_option("--days", pNew->days, "Days until it expires; default: never")->check(CLI::Range(1, 36500));
+}
+
+void addTokens(CommandLine& line)
+{
     const auto pAccount = std::make_shared<std::string>();
-    CLI::App* pToken = addCommand(line, "token", "Make a new bearer token and print it, this once",
-                                  [pAccount] { return host::printToken(*pAccount); });
-    addAccount(pToken, "NAME", *pAccount);
+    CLI::App* pTokens = addCommand(line, "tokens", "List the tokens of one account or of all, with times in UTC",
+                                   [pAccount] { return host::printTokens(*pAccount); });
+    addAccount(pTokens, "NAME", *pAccount)->required(false);
+}
+
+void addRevoke(CommandLine& line)
+{
+    const auto pAccount = std::make_shared<std::string>();
+    const auto pLabel = std::make_shared<std::optional<std::string>>();
+    CLI::App* pRevoke = addCommand(line, "revoke", "Take back an account's tokens",
+                                   [pAccount, pLabel] { return host::revokeTokens(*pAccount, *pLabel); });
+    addAccount(pRevoke, "NAME", *pAccount);
+    pRevoke->add_option_function<std::string>(
+        "LABEL", [pLabel](const std::string& label) { *pLabel = label; }, "Only those with it; default: all");
 }
 
 void addTree(CommandLine& line)
@@ -77,6 +125,7 @@ void addTree(CommandLine& line)
     CLI::App* pTree = addCommand(line, "tree", "Draw the tree that an account sees",
                                  [&line, pAccount] { return host::printTree(line.modules, *pAccount); });
     addAccount(pTree, "--as", *pAccount);
+    addModules(line, pTree);
 }
 
 void addCall(CommandLine& line)
@@ -84,11 +133,12 @@ void addCall(CommandLine& line)
     const auto pCall = std::make_shared<host::MethodCall>();
     CLI::App* pCommand = addCommand(line, "call", "Call one method and print the answer",
                                     [&line, pCall] { return host::callMethod(line.modules, *pCall); });
-    pCommand->add_option("API", pCall->api)->required();
-    pCommand->add_option("METHOD", pCall->method)->required();
+    pCommand->add_option("API", pCall->api, "Such as VELQ.ZEM.Tree")->required();
+    pCommand->add_option("METHOD", pCall->method, "Such as get")->required();
     pCommand->add_option("--version", pCall->version, "Version of the method")->capture_default_str();
-    pCommand->add_option("--params", pCall->params, "JSON object of parameters");
+    pCommand->add_option("--params", pCall->params, "JSON object of parameters; default: none");
     addAccount(pCommand, "--as", pCall->account);
+    addModules(line, pCommand);
 }
 
 // Adds a paging option whose value becomes a parameter of the listing only when it is given.
@@ -111,6 +161,7 @@ void addList(CommandLine& line)
     addPaging<std::string>(pList, "--sort-by", pPaging, "sort_by", "Field");
     addPaging<std::string>(pList, "--sort-direction", pPaging, "sort_direction", "ASC or DESC");
     addAccount(pList, "--as", *pAccount);
+    addModules(line, pList);
 }
 
 void addLink(CommandLine& line)
@@ -118,36 +169,60 @@ void addLink(CommandLine& line)
     const auto pChange = std::make_shared<host::LinkChange>();
     CLI::App* pLink = addCommand(line, "link", "Link a policy to a node, or take the link away",
                                  [&line, pChange] { return host::changeLink(line.modules, *pChange); });
-    pLink->add_option("ACTION", pChange->action)->required()->check(CLI::IsMember({"add", "remove"}));
-    pLink->add_option("KIND", pChange->kind)->required()->check(CLI::IsMember({"group", "server"}));
+    pLink->add_option("ACTION", pChange->action, "What to do")->required()->check(CLI::IsMember({"add", "remove"}));
+    pLink->add_option("KIND", pChange->kind, "Kind of node")->required()->check(CLI::IsMember({"group", "server"}));
     pLink->add_option("NODE", pChange->nodeId, "Identifier of the group or server")->required();
     pLink->add_option("POLICY", pChange->policyId, "Identifier of the policy")->required();
+    addModules(line, pLink);
+}
+
+void addCommands(CommandLine& line)
+{
+    line.app.set_version_flag("--version", kVersion, "Print the version and exit");
+    line.app.footer("zemhost COMMAND --help describes a command. Exit status: 0, 1 for a failure, 2 for wrong usage.");
+    for (const auto add : {addServe, addLoad, addToken, addTokens, addRevoke, addTree, addCall, addList, addLink}) {
+        add(line);
+    }
+    line.app.allow_extras();  // last, so that no command inherits it: only a word in a command's place is left over
+}
+
+// Reads the command line. Returns whether there is a command to run; otherwise what was asked for has been printed.
+bool parse(CommandLine& line, int argc, char** argv)
+{
+    try {
+        line.app.parse(argc, argv);
+    } catch (const CLI::Success& e) {
+        line.app.exit(e);  // --help, --version
+        return false;
+    } catch (const CLI::ParseError& e) {
+        throw UsageError(e.what());
+    }
+    if (!line.run) {
+        const std::vector<std::string> words = line.app.remaining();
+        throw UsageError(words.empty() ? "a command is missing" : "there is no command \"" + words.front() + '"');
+    }
+    return true;
 }
 
 int run(int argc, char** argv)
 {
     CommandLine line;
-    line.app.add_option("--store", line.store, "sqlite:PATH or postgresql://...")->capture_default_str();
-    line.app
-        .add_option("--module", line.modules, "Module to load, repeatable; default: webapi_zem_ou.so beside zemhost")
-        ->allow_extra_args(false);
-    line.app.fallthrough();
-    line.app.require_subcommand(1);
-    for (const auto add : {addServe, addLoad, addToken, addTree, addCall, addList, addLink}) {
-        add(line);
+    addCommands(line);
+    if (parse(line, argc, argv)) {
+        openlog("zemhost", LOG_PID, LOG_DAEMON);
+        VELQZEMStoreOpen(line.store, line.mode);
+        const int status = line.run();
+        if (!std::cout.flush()) {
+            throw std::runtime_error("the output could not be written");
+        }
+        return status;
     }
-    try {
-        line.app.parse(argc, argv);
-    } catch (const CLI::Success& e) {
-        return line.app.exit(e);  // --help
-    }
-    openlog("zemhost", line.logOptions, LOG_DAEMON);
-    VELQZEMStoreOpen(line.store);
-    const int status = line.run();
-    if (!std::cout.flush()) {
-        throw std::runtime_error("the output could not be written");
-    }
-    return status;
+    return 0;
+}
+
+void complain(const std::exception& e)
+{
+    std::cerr << "zemhost: " + host::printable(e.what()) + "\n";
 }
 
 }  // namespace
@@ -156,8 +231,12 @@ int main(int argc, char** argv)
 {
     try {
         return run(argc, argv);
+    } catch (const UsageError& e) {
+        complain(e);
+        std::cerr << "zemhost --help lists the commands, zemhost COMMAND --help their arguments.\n";
+        return kMisused;
     } catch (const std::exception& e) {
-        std::cerr << "zemhost: " + host::printable(e.what()) + "\n";
-        return 1;
+        complain(e);
+        return kFailed;
     }
 }

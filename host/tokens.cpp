@@ -31,7 +31,7 @@ std::string hashOf(std::string_view token)
 
 }  // namespace
 
-std::string issueToken(const standin::Account& account)
+std::string issueToken(const standin::Account& account, const std::string& label, int64_t lifetime)
 {
     if (sodium_init() < 0) {
         throw std::runtime_error("no source of random numbers");
@@ -39,8 +39,7 @@ std::string issueToken(const standin::Account& account)
     unsigned char random[kBytes];
     randombytes_buf(random, kBytes);
     std::string token = hex(random);
-    standin::revokeTokens(account.uid, "");
-    standin::addToken(account.uid, hashOf(token), "", 0);
+    standin::addToken(account.uid, hashOf(token), label, lifetime);
     return token;
 }
 

@@ -3,15 +3,16 @@
 // Any thread may call these functions.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "standin/store/store.h"
 
 namespace host {
 
-// Gives the account a new token and returns it; an earlier one stops working. Throws std::runtime_error when the random
-// source or the store fails.
-std::string issueToken(const standin::Account& account);
+// Gives the account another token and returns it. label, lifetime (in seconds, 0 for no end): as for
+// standin::addToken. Throws std::runtime_error when the random source or the store fails.
+std::string issueToken(const standin::Account& account, const std::string& label, int64_t lifetime);
 
 // The hash by which the store may know the token of an Authorization header; empty when the header carries no text of a
 // token's form. szHeader: the header's value. Throws std::bad_alloc.
