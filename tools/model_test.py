@@ -565,7 +565,7 @@ class Steps:
         """The command links a policy to a group or server, or takes the link away."""
         kind = self.chance.choice(["group", "server"])
         nodes = self.model.groups if kind == "group" else self.model.servers
-        id = self.chance.choice([*nodes] * 2 + [10**6])
+        id = self.chance.choice([*nodes]) if self.chance.random() < 0.7 else 10**6
         policy = self.chance.choice([*self.model.policies, 99, 99, 99, 99])
         adds = self.chance.random() < 0.6
         command = ["link", "add" if adds else "remove", kind, str(id), str(policy)]
@@ -583,7 +583,7 @@ class Steps:
             raise Divergence(f"expected {outcome}: {e}") from e
 
     def report(self):
-        """Prints what was tried. Returns the kinds that never succeeded or never were refused."""
+        """Prints what was tried. Returns the kinds that never succeeded or never were refused in all those steps."""
         columns = ["done", 101, 117, 414, 401, "refused"]
         print(f"{'':10}" + "".join(f"{column:>9}" for column in columns))
         for kind, counts in self.outcomes.items():
@@ -726,7 +726,7 @@ class StoreAt(Store):
         self.program = program
 
     def run(self, *arguments, **options):
-        return super().run("--store", f"sqlite:{self.path}", *arguments, **options)
+        return super().run(*arguments, "--store", f"sqlite:{self.path}", **options)
 
 
 def play(options, store, chance):
@@ -747,7 +747,8 @@ def play(options, store, chance):
         return [f"seed {options.seed}, step {number + 1}, {steps.latest}\n{divergence}"]
     print(f"{options.steps} steps, {steps.outcomes['tree']['done']} trees, no divergence;"
           f" {time.monotonic() - start:.0f} s")
-    faults = [f"never done, or never refused: {kind}" for kind in steps.report()]
+    one_sided = steps.report()
+    faults = [f"never done, or never refused: {kind}" for kind in one_sided if options.steps >= 2000]
     faults += race(options.races, store, server, steps.tokens, chance)
     server.stop()
     return faults
