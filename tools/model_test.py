@@ -6,6 +6,7 @@ usage: tools/model_test.py BUILD_DIR [--steps 2000] [--races 100] [--seed N] [--
 """
 import argparse
 import collections
+import concurrent.futures
 import dataclasses
 import http.client
 import json
@@ -199,11 +200,12 @@ class Model:
         """A copy of the group with the record's members."""
         demand(isinstance(record, dict), "no object")
         group = dataclasses.replace(before, fields=dict(before.fields))
-        for name, is_right in (("name", lambda text: isinstance(text, str)), ("desc", lambda text: isinstance(text, str)),
-                               ("block_inheritance", lambda flag: type(flag) in (bool, int) and flag in (0, 1))):
-            if record.get(name) is not None:
-                demand(is_right(record[name]), name + " of a wrong type")
-                group.fields[name] = int(record[name]) if name == "block_inheritance" else record[name]
+        for name in ("name", "desc", "block_inheritance"):
+            value = record.get(name)
+            is_flag = name == "block_inheritance" and type(value) in (bool, int) and value in (0, 1)
+            if value is not None:
+                demand(is_flag or (name != "block_inheritance" and isinstance(value, str)), name + " of a wrong type")
+                group.fields[name] = int(value) if is_flag else value
         if record.get("parent_id") is not None:
             demand(is_int(record["parent_id"]), "parent no integer")
             group.parent = record["parent_id"]
@@ -443,8 +445,8 @@ class Requests:
         if member == "name":
             places = {target, model.groups[target].parent if target in model.groups else 0}
             taken = [{"name": node.name} for id, node in model.groups.items() if id != target and node.parent in places]
-            return chance.choice([*chance.choices(taken or [{}], k=4), {"name": ""}, {"name": "\u20ac" * 256}, {"name": 5},
-                                  {"desc": []}, {"block_inheritance": 2}])
+            return chance.choice([*chance.choices(taken or [{}], k=4), {"name": ""}, {"name": "\u20ac" * 256},
+                                  {"name": 5}, {"desc": []}, {"block_inheritance": 2}])
         if member == "parent":
             inner = [*model.below([target])] if target in model.groups else [0]
             deep = max(model.groups, key=lambda id: len(model.above(id)))
@@ -588,38 +590,34 @@ class Steps:
         print(f"{'':10}" + "".join(f"{column:>9}" for column in columns))
         for kind, counts in self.outcomes.items():
             print(f"{kind:10}" + "".join(f"{counts[column] or '-':>9}" for column in columns))
-        print(f"{len(self.model.groups)} groups in the end; refused for:", ", ".join(f"{why} {count}" for why, count in self.reasons.most_common()))
+        print(f"{len(self.model.groups)} groups in the end; refused for:",
+              ", ".join(f"{why} {count}" for why, count in self.reasons.most_common()))
         return [kind for kind, counts in self.outcomes.items()
                 if not counts["done"] or (kind != "tree" and len(counts) == 1)]
 
 
 # --- The races
 
-class Racer(threading.Thread):
-    """Uses a right on a connection of its own until it is told that the right is gone, and a few times more."""
-
-    def __init__(self, server, token, method, make_params, gone):
-        super().__init__()
-        self.connection, self.token, self.method = server.connect(), token, method
-        self.make_params, self.gone = make_params, gone
-        self.done, self.cut, self.late = 0, 0, []
-
-    def run(self):
-        for last in range(3):
-            is_late = False
-            while not is_late:
-                is_late = self.gone.is_set()
-                _, answer = call(self.connection, self.token, "KXGroup " + self.method, self.make_params())
-                if is_late and answer["success"]:
-                    self.late.append(answer)
-                self.done += answer["success"]
-                self.cut += not is_late and self.gone.is_set() and not answer["success"]
-        self.connection.close()
+def use_until_gone(server, token, method, make_params, gone):
+    """Uses a right until it is said to be gone, and a few times more. Returns the requests done, those under way when it
+    went and refused, and the answers of those that were sent later and done all the same."""
+    connection = server.connect()
+    done, cut, late = 0, 0, []
+    for _ in range(3):
+        is_late = False
+        while not is_late:
+            is_late = gone.is_set()
+            _, answer = call(connection, token, "KXGroup " + method, make_params())
+            done += answer["success"]
+            cut += not is_late and gone.is_set() and not answer["success"]
+            late += [answer] if is_late and answer["success"] else []
+    connection.close()
+    return done, cut, late
 
 
-def find_node(connection, token, id):
+def find_group(connection, token, id):
     _, answer = call(connection, token, "Tree get", {})
-    return next((node for node in strip(answer["data"]) if node["node_id"] == id and node["node_type"] == GROUP), None)
+    return next(node for node in strip(answer["data"]) if (node["node_type"], node["node_id"]) == (GROUP, id))
 
 
 def race_withdrawal(server, tokens, number, chance, totals):
@@ -635,62 +633,51 @@ def race_withdrawal(server, tokens, number, chance, totals):
 
     def creation():
         return {"multiple_data": [{"name": f"{chance.getrandbits(64):x}", "parent_id": id} for _ in range(20)]}
-    racers = [Racer(server, tokens[RACER], *use, gone)
-              for use in [("set", renewal), ("set", renewal), ("create", creation), ("create", creation)]]
-    for racer in racers:
-        racer.start()
-    time.sleep(chance.uniform(0, 0.05))
-    while not call(connection, admin, "KXGroup set", {"node_id": id, "delegate": []})[1]["success"]:
-        totals["withdrawals that met another change"] += 1
-    gone.set()
-    before = find_node(connection, admin, id)
-    for racer in racers:
-        racer.join()
-    after = find_node(connection, admin, id)
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        racers = [pool.submit(use_until_gone, server, tokens[RACER], *use, gone)
+                  for use in [("set", renewal), ("set", renewal), ("create", creation), ("create", creation)]]
+        try:
+            time.sleep(chance.uniform(0, 0.05))
+            while not call(connection, admin, "KXGroup set", {"node_id": id, "delegate": []})[1]["success"]:
+                totals["withdrawals that met another change"] += 1
+        finally:
+            gone.set()
+        before = find_group(connection, admin, id)
+        done, cut, late = zip(*(racer.result() for racer in racers))
+    after = find_group(connection, admin, id)
     call(connection, admin, "KXGroup delete", {"node_id": id})
     connection.close()
-    totals["requests done"] += sum(racer.done for racer in racers)
-    totals["requests that the withdrawal cut"] += sum(racer.cut for racer in racers)
-    late = [answer for racer in racers for answer in racer.late]
-    if late or text(before) != text(after) or "delegate" in after:
+    totals["requests done"] += sum(done)
+    totals["requests cut by the withdrawal"] += sum(cut)
+    if any(late) or text(before) != text(after) or "delegate" in after:
         totals["rounds won by who lost the right"] += 1
-        return [f"accepted later: {late[:2]}\n{difference(before, after)}"]
+        return [f"done after the withdrawal: {late}\n{difference(before, after)}"]
     return []
 
 
 def race_revocation(server, store, number, chance, totals):
-    """A token is revoked while the body of a request with it arrives: before its end, or at about the same time."""
+    """A token is revoked while the body of a request with it arrives: before its end, or at about the same time.
+    Returns what went wrong and the groups made."""
     token, name = store.token("deputy"), f"late {number}"
     body = json.dumps({"id": 0, "name": name, "parent_id": 0}).encode()
     is_sure = number % 2 == 0
-    with socket.create_connection(("127.0.0.1", server.port), timeout=30) as stream:
+    with (socket.create_connection(("127.0.0.1", server.port), timeout=30) as stream,
+          concurrent.futures.ThreadPoolExecutor() as pool):
         stream.sendall(f"POST /webapi/VELQ.ZEM.KXGroup/1/create HTTP/1.1\r\nHost: localhost\r\nAuthorization: Bearer"
                        f" {token}\r\nContent-Length: {len(body)}\r\n\r\n".encode() + body[:10])
-        with ThreadOf(lambda: store.run("revoke", "deputy")) as revocation:
-            if is_sure:
-                revocation.join()
-            time.sleep(chance.uniform(0, 0.05))
-            stream.sendall(body[10:])
-            response = http.client.HTTPResponse(stream)
-            response.begin()
-            answer = json.loads(response.read())
+        revocation = pool.submit(store.run, "revoke", "deputy")
+        if is_sure:
+            revocation.result()
+        time.sleep(chance.uniform(0, 0.05))
+        stream.sendall(body[10:])
+        response = http.client.HTTPResponse(stream)
+        response.begin()
+        answer = json.loads(response.read())
+        revocation.result()
     totals["refused" if response.status == 401 else "carried out before"] += 1
-    is_right = response.status == 401 or (not is_sure and response.status == 200 and answer["success"])
-    return ([] if is_right else [f"{name}: {response.status} {answer}"]), response.status == 200
-
-
-class ThreadOf(threading.Thread):
-    """Runs the work beside the block, and ends with it."""
-
-    def __init__(self, work):
-        super().__init__(target=work)
-
-    def __enter__(self):
-        self.start()
-        return self
-
-    def __exit__(self, *_):
-        self.join()
+    if response.status != 401 and (is_sure or response.status != 200 or not answer["success"]):
+        return [f"{name}: {response.status} {answer}"], set()
+    return [], {name} if answer["success"] else set()
 
 
 def race(rounds, store, server, tokens, chance):
@@ -699,14 +686,14 @@ def race(rounds, store, server, tokens, chance):
     for number in range(rounds):
         faults += race_withdrawal(server, tokens, number, chance, totals)
     for number in range(rounds):
-        fault, is_made = race_revocation(server, store, number, chance, totals)
+        fault, names = race_revocation(server, store, number, chance, totals)
         faults += fault
-        made |= {f"late {number}"} if is_made else set()
+        made |= names
     _, answer = call(server.connect(), tokens[1000], "Tree get", {})
     there = {node["name"] for node in answer["data"] if node["name"].startswith("late ")}
     if there != made:
         faults.append(f"groups answered {sorted(made)}, there {sorted(there)}")
-    if rounds and not totals["requests that the withdrawal cut"]:
+    if rounds and not totals["requests cut by the withdrawal"]:
         faults.append("no request was under way at a withdrawal: the race was none")
     print(f"{rounds} rounds of each race:", ", ".join(f"{what} {count}" for what, count in totals.items()))
     return faults
@@ -766,7 +753,8 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         store = StoreAt(options.build, folder, options.store) if options.store else Store(options.build, folder)
         faults = play(options, store, random.Random(options.seed))
-    print(*faults[:5], sep="\n")
+    for fault in faults[:5]:
+        print(fault)
     return 1 if faults else 0
 
 
