@@ -668,7 +668,7 @@ def race_revocation(server, store, number, chance, totals):
         revocation = pool.submit(store.run, "revoke", "deputy")
         if is_sure:
             revocation.result()
-        time.sleep(chance.uniform(0, 0.05))
+        time.sleep(chance.uniform(0, 0.2))
         stream.sendall(body[10:])
         response = http.client.HTTPResponse(stream)
         response.begin()
