@@ -1,6 +1,7 @@
 // zemhost: serves the methods of web API modules over HTTP, and offers them and the node store on the command line.
 #include <syslog.h>
 
+#include <cstdlib>
 #include <functional>
 #include <iostream>
 #include <memory>
@@ -30,7 +31,7 @@ struct UsageError : std::runtime_error {
 // The options of all commands, and what the command that is given does. Its own options live with that.
 struct CommandLine {
     CLI::App app{"Serves web API modules over HTTP and on the command line.", "zemhost"};
-    std::string store = "sqlite:zem.db";
+    std::string store;  // empty: not given
     host::ModulePaths modules;
     standin::OpenMode mode = standin::OpenMode::existingOnly;
     std::function<int()> run;
@@ -41,9 +42,8 @@ CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, 
 {
     CLI::App* pCommand = line.app.add_subcommand(szName, szHelp);
     pCommand->callback([&line, work = std::move(work)] { line.run = work; });
-    pCommand->add_option("--store", line.store, "sqlite:PATH or postgresql://...")
-        ->capture_default_str()
-        ->envname("ZEM_STORE");
+    pCommand->add_option("--store", line.store,
+                         "sqlite:PATH or postgresql://...; default: ZEM_STORE in the environment, else sqlite:zem.db");
     return pCommand;
 }
 
@@ -204,13 +204,23 @@ bool parse(CommandLine& line, int argc, char** argv)
     return true;
 }
 
+// A password in the URL stays out of the list of processes when it comes from the environment.
+std::string storeOf(const CommandLine& line)
+{
+    const char* szEnvironment = getenv("ZEM_STORE");
+    if (!line.store.empty() || szEnvironment == nullptr || *szEnvironment == '\0') {
+        return line.store.empty() ? "sqlite:zem.db" : line.store;
+    }
+    return szEnvironment;
+}
+
 int run(int argc, char** argv)
 {
     CommandLine line;
     addCommands(line);
     if (parse(line, argc, argv)) {
         openlog("zemhost", LOG_PID, LOG_DAEMON);
-        VELQZEMStoreOpen(line.store, line.mode);
+        VELQZEMStoreOpen(storeOf(line), line.mode);
         const int status = line.run();
         if (!std::cout.flush()) {
             throw std::runtime_error("the output could not be written");

@@ -4,7 +4,11 @@
 // - A negative result, or a null pointer from an allocation, is failure, with errno saying why. Arguments that are
 //   filled on success are left as they were on failure. A null pointer where none is allowed is EINVAL.
 // - Besides the errno values named at a function, one that reads or writes the store may fail with EBUSY (others kept
-//   it locked for too long), ENOMEM and EIO (anything else that the database reports; also no store opened).
+//   it locked for too long), ENOMEM and EIO (anything else that the database reports; also no store opened, and a store
+//   whose groups stand above themselves).
+// - While the server has told the store on whose behalf the thread calls, a function that writes fails with EACCES
+//   where that account may not make the change. That is checked within the call's transaction, before whether what the
+//   call names is there.
 // - Any thread may call any function. A record, a list or a JSON value is used by one thread at a time.
 // - Identifiers are signed 64-bit, unique within a kind; group 0 is the root group. Texts are UTF-8.
 // - A writing call is one transaction: it is done as a whole or not at all.
@@ -65,9 +69,11 @@ int VELQZEMOuGet(int64_t id, _tag_velq_zem_ou_* pOu);
 
 // Writes the record over the stored group; mtime becomes the time of the call, and the record then holds the new mtime
 // and revision.
-// ENOENT: no such group, or no such parent. EAGAIN: the group was changed since the record was loaded. EEXIST: a
-// sibling has the name. EINVAL: an empty name or a text that is not UTF-8, a policy link that is unknown or occurs
-// twice, a move of the root group or under the group itself or below it, groups nested too deep.
+// EACCES: the group, or a parent that is new to it, is not the caller's to manage, or the caller does not see a policy
+// that is newly linked. ENOENT: no such group, or no such parent. EAGAIN: the group was changed since the record was
+// loaded. EEXIST: a sibling has the name. EINVAL: a name that is empty or longer than 255 characters, a text that is
+// not UTF-8, a new policy link that is unknown, a link that occurs twice, a move of the root group or under the group
+// itself or below it, groups nested too deep.
 int VELQZEMOuSet(_tag_velq_zem_ou_* pOu);
 
 // Stores the record as a new group and puts its identifier, mtime and revision into the record; an identifier that the
@@ -75,7 +81,7 @@ int VELQZEMOuSet(_tag_velq_zem_ou_* pOu);
 int VELQZEMOuCreate(_tag_velq_zem_ou_* pOu);
 
 // Deletes the group, its sub-groups and the delegates of all of them; servers and policies that hung there move to the
-// root group. ENOENT: no such group. EINVAL: the root group.
+// root group. EACCES: the group is not the caller's to manage. ENOENT: no such group. EINVAL: the root group.
 int VELQZEMOuDeleteAllByID(int64_t id);
 
 // Writes the record's identifier, -1 for one not stored yet, to *pId.
@@ -83,8 +89,12 @@ int VELQZEMOuItemGetID(int64_t* pId, const _tag_velq_zem_ou_* pOu);
 
 // Lays the members present in jRecord over the record: "id", "name", "desc", "parent_id", "block_inheritance",
 // "linked_gpo", "extra_info". A null member counts as absent, but that it clears "linked_gpo" and "extra_info"; other
-// members are ignored, "mtime" and "revision" too, which are the store's to write. jRecord is not changed.
-// EINVAL: jRecord is not an object or a member is of the wrong type, NUL and bytes that are not UTF-8 included.
+// members are ignored, "mtime" too, which is the store's to write. An entry of "linked_gpo"."order" may name its policy
+// as "gpo_id" where it has no "id"; "gpo_id", "gpo_name" and "gpo_desc", which a tree's answer shows, are not kept.
+// Over a group that was loaded, "revision" is that which the sender of the record knows, and a null "id" is refused: it
+// would pass for the root group's. A fresh record takes any "revision" and a null "id". jRecord is not changed.
+// EINVAL: jRecord is not an object or a member is of the wrong type, NUL and bytes that are not UTF-8 included; a null
+// "id". EAGAIN: "revision" is not the record's, the group was changed since its sender read it.
 int VELQZEMOuJsonToStruct(Json::Value& jRecord, _tag_velq_zem_ou_* pOu);
 
 // Sets members of jOut from the record: those that jSearchArray, an array of member names, lists, all of them when it
@@ -98,7 +108,9 @@ int VELQZEMOuStructToJson(const _tag_velq_zem_ou_* pOu, const Json::Value& jSear
 int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id);
 
 // --- Servers: as the group functions of the same name. A server's members are "id", "name", "address", "parent_id",
-// "sid", "linked_gpo"; VELQZEMKxSet demands an existing parent group and known policies, once each.
+// "sid", "linked_gpo". VELQZEMKxSet demands a name, an existing parent group and known policies as VELQZEMOuSet does;
+// EACCES: the group of the server, or one that is new to it, is not the caller's to manage, or a policy not one that it
+// sees. VELQZEMKxJsonToStruct ignores "revision" and a null "id".
 
 _tag_velq_zem_kx_* VELQZEMKxAlloc(void);
 void VELQZEMKxFree(_tag_velq_zem_kx_* pKx);
@@ -131,7 +143,8 @@ int VELQZEMGpoStructToJson(const _tag_velq_zem_gpo_* pGpo, const Json::Value& jS
 int VELQZEMGpoGetWithVersionConvert(Json::Value& jSetting, Json::Value& jUIVersion);
 
 // Notes that the servers at or below the node are to fetch their policies anew. uid: who caused it. nodeType: kind of
-// the node. Asking again before they did changes nothing but the uid and the time. ENOENT: no such node.
+// the node. Asking again before they did changes nothing but the uid and the time. EACCES: the group, or that of the
+// server, is not the caller's to manage. ENOENT: no such node.
 int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id);
 
 // --- Delegates
@@ -153,8 +166,9 @@ _tag_velq_zem_delegate_* VELQZEMDelegateNext(const _tag_velq_zem_delegate_* pIte
 
 // Replaces the delegates of a node by those of jRecord's member "delegate", an array of objects with "ugid" and
 // "user_type" in the order to list them. Absent or null: Override leaves the node without delegates, Set leaves them as
-// they are. ENOENT: no such node. EINVAL: another shape, a kind that has no delegates, a user type that is not known, a
-// delegate named twice or without an account.
+// they are. EACCES: the group, or that of the server, is not the caller's to manage. ENOENT: no such node. EINVAL:
+// another shape, a kind that has no delegates, a user type that is not known, a delegate named twice or without an
+// account.
 int VELQZEMDelegateOverrideListByTarget(int64_t id, int nodeType, Json::Value& jRecord);
 int VELQZEMDelegateSetListByTarget(int64_t id, int nodeType, Json::Value& jRecord);
 
@@ -177,8 +191,9 @@ int VELQZEMListTreeByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppOu, _tag_
 int VELQZEMListOneLevelByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppHead, int* pTotal, int* pCount);
 
 // Writes a request's "linked_gpo", {"order":[{"id":N},...]} or the bare array, as jRecord's "linked_gpo" in the first
-// form. Any other value is written as it is, for the record's conversion to refuse. EINVAL: jRecord is neither null nor
-// an object (it is left as it was), or jValue has another form.
+// form; an entry may have a "gpo_id" in place of the "id". Any other value is written as it is, for the record's
+// conversion to refuse. EINVAL: jRecord is neither null nor an object (it is left as it was), or jValue has another
+// form.
 int VELQZEMHttpReqToJsonForLinkedGpo(const Json::Value& jValue, Json::Value& jRecord);
 
 }  // extern "C"

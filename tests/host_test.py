@@ -4,9 +4,12 @@
 usage: tests/host_test.py BUILD_DIR [option of unittest or HostTest.test_...]
 """
 import contextlib
+import fcntl
 import json
+import os
 import pathlib
 import re
+import sqlite3
 import subprocess
 import sys
 import tempfile
@@ -55,6 +58,22 @@ REFUSALS = [
     ("an exception of a handler ends the server", 500, {"path": "/webapi/Test/1/run"}),
 ]
 
+# What the message of a refusal says, by status.
+MEANINGS = {400: "JSON", 401: "token", 404: "no such method", 405: "POST", 413: "4 MiB", 500: "failed", 503: "busy"}
+
+# The fault that a row catches, a request of the delegate m.okafor, its code and what its message says. The first row
+# leaves a reason behind for those after it.
+REASONS = [
+    ("the store's reason is kept", "create", {"id": 0, "name": "Web staging", "parent_id": 3}, 117, "of that name"),
+    ("the reason of an earlier request is told again", "delete", {"node_id": 0}, 101, "root"),
+    ("the module's answer has a code only", "set", {"multiple_data": 1}, 101, "parameter"),
+    ("no caller is known to the store", "set", {"node_id": 3, "parent_id": 6}, 117, "parent_id: group 6 is not yours"),
+    ("what is not seen is told from what is not there", "set", {"node_id": 3, "parent_id": 77}, 117,
+     "parent_id: group 77 is not yours"),
+    ("a delegate is not told which group", "set", {"node_id": 6, "name": "x"}, 414, "group 6 is not yours"),
+    ("a name breaks the JSON of the answer", "create", {"id": 0, "name": "b", "parent_id": "ODD"}, 117, r'"\x0A'),
+]
+
 # The fault of a fleet file, a text of the sample and what takes its place first, and what the message names.
 BROKEN_FLEETS = [
     ("two groups of one identifier", '"id": 12, "parent_id": 0', '"id": 11, "parent_id": 0', "groups[11]"),
@@ -74,7 +93,6 @@ VAIN_COMMANDS = [
     ("parameters of another type", "call --as admin VELQ.ZEM.Tree get --params []", "not a JSON object"),
     ("an error as answer", 'call --as admin VELQ.ZEM.KXGroup delete --params {"node_id":0}', '"code":101'),
     ("a policy that is not there", "link add group 12 99", "not changed"),
-    ("a kind of node without links", "link add policy 12 1", "policy"),
     ("a folder as fleet file", "load .", "directory"),
     ("an address that others reach", "serve --listen 0.0.0.0:0", "--allow-remote"),
     ("an address without a port", "serve --listen localhost", "no address"),
@@ -84,6 +102,24 @@ VAIN_COMMANDS = [
     ("two modules with one method", f"tree --as admin --module {MODULE} --module {MODULE}", "duplicate"),
     ("a table row without a handler", "tree --as admin --module test.so", "row 1"),
 ]
+
+
+# The fault that a row catches, a command line that is wrong, and what its message names.
+MISUSES = [
+    ("an unknown command is taken for an argument", "tre --as admin", 'no command "tre"'),
+    ("nothing is asked for and nothing said", "", "command is missing"),
+    ("an account is made up", "tree", "--as"),
+    ("a word too many is overlooked", "tree --as admin now", "now"),
+    ("a kind of node without links", "link add policy 12 1", "policy"),
+    ("an option's text is taken for a number", "token admin --days soon", "--days"),
+    ("a token ends before it begins", "token admin --days 0", "--days"),
+]
+
+# Commands that find nothing to do where there is no store.
+READING = ["tree --as admin", "list --as admin", "call VELQ.ZEM.Tree get --as admin", "link add group 1 1", "tokens",
+           "token admin", "revoke admin"]
+
+LINE = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ \S.*")  # of the log
 
 
 def each_node(nodes, parent=0):
@@ -147,7 +183,8 @@ class HostTest(unittest.TestCase):
         for fault, expected, difference in REFUSALS:
             with self.subTest(fault):
                 status, answer = self.request(**{**good, **difference})
-                self.assertEqual((status, answer), (expected, {"success": False, "error": {"code": expected}}))
+                self.assertEqual((status, answer["error"]["code"]), (expected, expected))
+                self.assertIn(MEANINGS[expected], answer["error"]["message"])
                 self.assertTrue(self.request(**good)[1]["success"])
         self.server.stop()
         log = self.store.log.read_text(encoding="utf-8")
@@ -196,11 +233,91 @@ class HostTest(unittest.TestCase):
         self.assertLessEqual(codes.count("cut"), 4)
         self.assertLessEqual(set(codes), {"0", "503", "cut"})
 
+    def test_refusals_say_why_over_http_and_on_the_command_line(self):
+        token = self.serve(account="m.okafor")
+        _, answer = self.request(CREATE, token, json.dumps({"id": 0, "name": 'a"\n', "parent_id": 3}))
+        odd = answer["data"]["ids"]
+        self.assertTrue(self.request(CREATE, token, json.dumps({"id": 0, "name": "b", "parent_id": odd}))[1]["success"])
+        for fault, method, params, code, reason in REASONS:
+            with self.subTest(fault):
+                text = json.dumps(params).replace('"ODD"', str(odd))
+                status, answer = self.request(f"/webapi/VELQ.ZEM.KXGroup/1/{method}", token, text)
+                self.assertEqual((status, answer["error"]["code"]), (200, code))
+                self.assertIn(reason, answer["error"]["message"])
+                printed = self.store.run("call", "VELQ.ZEM.KXGroup", method, "--params", text, "--as", "m.okafor",
+                                         status=1)
+                self.assertIn(json.dumps(answer, separators=(",", ":")) + "\n", printed)
+
+    def test_no_name_splits_a_line_of_the_log(self):
+        self.store.path.unlink()
+        fleet = json.loads(FLEET)
+        fleet["accounts"].append({"uid": 77, "name": "eve\nadmin", "admin": False})
+        (self.store.folder / "fleet.json").write_text(json.dumps(fleet))
+        self.store.run("load", "fleet.json")
+        token = self.serve("--debug", account="eve\nadmin")
+        admin = self.store.token("admin")
+        self.request("/webapi/VELQ.ZEM.KXGroup/1/delete", token, '{"node_id":3}')
+        self.request(CREATE, admin, '{"id":0,"name":"x\\ny","parent_id":0}')
+        self.request(CREATE, admin, '{"id":0,"name":"x\\ny","parent_id":0}')
+        self.assertIn("Failed [0 > VELQZEMOuCreate(&ou)]", self.server.process.stdout.readline())
+        self.server.stop()
+        lines = self.store.log.read_text(encoding="utf-8").splitlines()
+        self.assertEqual([line for line in lines if not LINE.fullmatch(line)], [])
+        said = "\n".join(line.split(" ", 1)[1] for line in lines)
+        self.assertRegex(said, r"module: .*No permission for normal user \[eve\\x0Aadmin\] on group \[3\]")
+        self.assertRegex(said, r"module: .*Failed \[0 > VELQZEMOuCreate")
+        self.assertEqual(re.findall("^change: (.*)", said, re.MULTILINE), ["admin group 13 created"])
+
+    def test_who_does_not_read_the_log_stops_nobody(self):
+        reader, writer = os.pipe()
+        fcntl.fcntl(reader, fcntl.F_SETPIPE_SZ, 4096)
+        self.addCleanup(os.close, reader)
+        self.server = Server(self.store, stderr=writer)
+        os.close(writer)
+        self.addCleanup(self.server.kill)
+        sent = 4000
+        with contextlib.closing(self.server.connect()) as connection:
+            for _ in range(sent):  # 400 KB of lines
+                self.assertEqual(request(connection, "/" + "x" * 100, None)[0], 404)
+            log = b""
+            while b"dropped" not in log or not log.endswith(b"\n"):
+                self.assertTrue(wait([reader], timeout=30), "no line says how many were dropped")
+                log += os.read(reader, 65536)
+            *lines, last = log.decode().splitlines()
+            self.assertEqual(len(lines) + int(re.search(r"(\d+) lines were dropped", last)[1]), sent)
+            self.assertEqual([line for line in lines if not LINE.fullmatch(line)], [])
+            for _ in range(sent):
+                request(connection, "/" + "x" * 100, None)
+        self.server.process.terminate()
+        self.assertEqual(self.server.process.wait(timeout=20), 0)
+
+    def test_tokens_are_made_listed_and_taken_back_one_by_one(self):
+        kept, lost = self.serve(), self.store.token("admin", "--label", "old laptop", "--days", "2")
+        expired = self.store.token("m.okafor", "--days", "1")
+        for token in kept, lost, expired:
+            self.assertEqual(self.request(TREE, token)[0], 200)
+        with contextlib.closing(sqlite3.connect(self.store.path)) as database, database:
+            database.execute("UPDATE token SET expires = ? WHERE uid = 1001", [int(time.time())])
+        self.assertEqual(self.request(TREE, expired)[0], 401)
+        table = self.store.run("tokens")
+        a_time = r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ"
+        for row in ["ACCOUNT +LABEL +MADE +EXPIRES +LAST USED", f"admin +- +{a_time} +never +{a_time}",
+                    f"admin +old laptop +{a_time} +{a_time} +{a_time}",
+                    rf"m.okafor +- +{a_time} +{a_time} \(expired\) +{a_time}"]:
+            self.assertRegex(table, f"(?m)^{row}$")
+        self.assertNotIn("okafor", self.store.run("tokens", "admin"))
+        self.assertEqual(self.store.run("revoke", "admin", "old laptop"), "1 token revoked\n")
+        self.assertEqual(self.store.run("revoke", "admin", "old laptop", status=1), "0 tokens revoked\n")
+        self.assertEqual([self.request(TREE, token)[0] for token in (lost, kept)], [401, 200])
+        self.store.run("revoke", "admin")
+        self.assertEqual(self.request(TREE, kept)[0], 401)
+
     def test_token_is_looked_up_when_the_handler_starts(self):
         token = self.serve()
         self.request(TREE, token)
         client = self.send(TREE, token, None, headers={"Expect": "100-continue", "Content-Length": 2})
         self.assertIn(b" 100 ", client.sock.recv(1000))
+        self.store.run("revoke", "admin")
         new_token = self.store.token("admin")
         client.sock.sendall(b"{}")
         self.assertEqual(receive(client)[0], 401)
@@ -238,6 +355,40 @@ class HostTest(unittest.TestCase):
         page = self.store.run(*"list --as admin --sort-by name --offset 1 --limit 2".split())
         self.assertRegex(page, '(?s)"Plants".*"Retired"')
         self.assertNotIn('"Headquarters"', page)
+
+    def test_only_loading_and_serving_make_a_store(self):
+        empty = self.store.folder / "empty"
+        empty.mkdir()
+        environment = {**os.environ, "ZEM_STORE": f"sqlite:{empty}/zem.db"}
+        for command in READING:
+            with self.subTest(command):
+                self.assertIn("there is no store", self.store.run(*command.split(), status=1, env=environment))
+                self.assertEqual(list(empty.iterdir()), [])
+        self.store.run("tree", "--as", "admin", "--store", "sqlite:zem.db", env=environment)  # the option counts more
+        self.store.path = empty / "zem.db"
+        self.serve_empty()
+        self.store.run("load", SAMPLE, env=environment)
+        self.assertIn("group Retired\n", self.store.run("tree", "--as", "admin", env=environment))
+
+    def serve_empty(self):
+        self.server = Server(self.store)
+        self.server.stop()
+        self.assertIn("zemhost load FILE", self.store.log.read_text(encoding="utf-8"))
+
+    def test_store_in_use_is_not_removed(self):
+        command = [pathlib.Path(__file__).resolve().parent.parent / "tools/remove_store", self.store.path]
+        token = self.serve()
+        self.assertIn("has it open", subprocess.run(command, capture_output=True, text=True, timeout=60).stderr)
+        self.assertTrue(self.request(CREATE, token, '{"id":0,"name":"Lab","parent_id":0}')[1]["success"])
+        self.assertIn("group Lab\n", self.store.run("tree", "--as", "admin"))
+        self.server.stop()
+        subprocess.run(command, check=True, timeout=60)
+        self.assertEqual(list(self.store.folder.glob("zem.db*")), [])
+
+    def test_wrong_usage_is_named_and_told_from_failures(self):
+        for fault, command, reason in MISUSES:
+            with self.subTest(fault):
+                self.assertIn(reason, self.store.run(*command.split(), status=2))
 
     def test_commands_that_cannot_work_say_why(self):
         (self.store.folder / "text.so").write_text("no module")

@@ -1,6 +1,15 @@
 // The node store on a real database: SQLite in a fresh folder, and PostgreSQL when ZEM_TEST_POSTGRESQL names one.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <set>
 #include <thread>
 
 #include "platform/velq_zem.h"
@@ -141,7 +150,9 @@ int create(int64_t parentId, const std::string& text)
     jRecord["parent_id"] = Json::Value(parentId);
     _tag_velq_zem_ou_ record;
     const int result = orErrno(VELQZEMOuJsonToStruct(jRecord, &record) < 0 ? -1 : VELQZEMOuCreate(&record));
-    EXPECT_EQ(VELQZEMOuItemGetID(&gCreated, &record), 0);
+    if (result == 0) {
+        EXPECT_EQ(VELQZEMOuItemGetID(&gCreated, &record), 0);
+    }
     return result;
 }
 
@@ -189,6 +200,35 @@ void emptyStore()
     }
 }
 
+// Without the store's own idea of what the database holds; each by itself.
+template <typename... Texts>
+void runRaw(const std::string& url, const Texts&... statements)
+{
+    standin::openDatabase(url, standin::OpenMode::createIfMissing);
+    {
+        standin::Connection connection;
+        (standin::execute(connection.sql(), statements), ...);
+    }
+    standin::closeDatabase();
+}
+
+std::string textOf(const std::string& path)
+{
+    std::ifstream file(path);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// Why opening the store fails, empty when it does not.
+std::string openingFails(const std::string& url, standin::OpenMode mode)
+{
+    try {
+        VELQZEMStoreOpen(url, mode);
+        return "";
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+}
+
 class StoreTest : public testing::TestWithParam<const char*> {
 protected:
     void SetUp() override
@@ -200,9 +240,8 @@ protected:
             GTEST_SKIP() << "ZEM_TEST_POSTGRESQL is not set";
         } else {
             m_url = szServer;
-            VELQZEMStoreOpen(m_url);
-            runSql("DROP SCHEMA public CASCADE", "CREATE SCHEMA public");
         }
+        clear();
         VELQZEMStoreOpen(m_url);
         standin::loadFleet(json(kFleet), {});
     }
@@ -210,56 +249,128 @@ protected:
     {
         VELQZEMStoreClose();
     }
+    bool isSqlite() const
+    {
+        return m_url.starts_with("sqlite:");
+    }
+    std::string path() const
+    {
+        return m_url.substr(m_url.find(':') + 1);
+    }
+    // Leaves nothing of the database.
+    void clear() const
+    {
+        VELQZEMStoreClose();
+        if (isSqlite()) {
+            for (const auto& entry : std::filesystem::directory_iterator(m_folder.path)) {
+                std::filesystem::remove(entry);
+            }
+        } else {
+            runRaw(m_url, "DROP SCHEMA IF EXISTS public CASCADE", "CREATE SCHEMA public");
+        }
+    }
     const test::TempFolder m_folder;
     std::string m_url;
 };
 
 INSTANTIATE_TEST_SUITE_P(Databases, StoreTest, testing::Values("sqlite", "postgresql"));
 
-TEST_P(StoreTest, refusalsChangeNothing)
+// A change on behalf of the account, of nobody for 0.
+int as(uint32_t uid, Change* change, int64_t id, const std::string& text)
 {
+    if (uid == 0) {
+        return change(id, text);
+    }
+    const standin::CallerScope caller(uid);
+    return change(id, text);
+}
+
+TEST_P(StoreTest, refusalsChangeNothingAndSayWhy)
+{
+    constexpr int kHelper = 2, kOther = 3, kNobody = 77;  // the helper has group 2 and below, the other one a server
+    ASSERT_EQ(create(1, "{'name':'b2'}"), 0);
     _tag_velq_zem_ou_ stale = group(2);
     ASSERT_EQ(set(2, "{'desc':'newer'}"), 0);
     _tag_velq_zem_ou_ bytes = group(4);
+    const std::string longName = "{\"name\":\"" + std::string(256, 'x') + "\"}";
     const Json::Value jBefore = dump();
-    const std::tuple<const char*, int, Change*, int64_t, const char*> cases[] = {
-        {"the root moves", EINVAL, set, 0, "{'parent_id':1}"},
-        {"below itself", EINVAL, set, 1, "{'parent_id':1}"},
-        {"below its sub-group", EINVAL, set, 1, "{'parent_id':3}"},
-        {"no such parent", ENOENT, set, 2, "{'parent_id':9}"},
-        {"another's identifier", ENOENT, set, 2, "{'id':9}"},
-        {"a sibling's name", EEXIST, set, 1, "{'name':'d'}"},
-        {"no name", EINVAL, set, 2, "{'name':''}"},
-        {"a NUL", EINVAL, set, 2, "{'name':'\\u0000'}"},
-        {"a number as text", EINVAL, set, 2, "{'desc':5}"},
-        {"a text as number", EINVAL, set, 2, "{'parent_id':'1'}"},
-        {"neither 0 nor 1", EINVAL, set, 2, "{'block_inheritance':2}"},
-        {"no record", EINVAL, set, 2, "[]"},
-        {"links in an array", EINVAL, set, 2, "{'linked_gpo':[]}"},
-        {"a text as policy", EINVAL, set, 2, "{'linked_gpo':{'order':[{'id':'1'}]}}"},
-        {"an object as order", EINVAL, set, 2, "{'linked_gpo':{'order':{}}}"},
-        {"an unknown policy", EINVAL, set, 2, "{'linked_gpo':{'order':[{'id':9}]}}"},
-        {"a policy linked twice", EINVAL, set, 2, "{'linked_gpo':{'order':[{'id':1},{'id':1}]}}"},
-        {"no such parent", ENOENT, create, 9, "{'name':'n'}"},
-        {"a sibling's name", EEXIST, create, 1, "{'name':'b'}"},
-        {"no name", EINVAL, create, 1, "{}"},
-        {"the root is deleted", EINVAL, deleteAll, 0, ""},
-        {"no such group", ENOENT, deleteAll, 9, ""},
-        {"no such parent", ENOENT, setServer, 1, "{'parent_id':9}"},
-        {"an unknown policy", EINVAL, setServer, 1, "{'linked_gpo':{'order':[{'id':9}]}}"},
-        {"no delegates", EINVAL, setDelegates<2>, 2, "5"},
-        {"no delegate", EINVAL, setDelegates<2>, 2, "[5]"},
-        {"an unknown account", EINVAL, setDelegates<2>, 2, "[{'ugid':9,'user_type':2}]"},
-        {"an unknown type", EINVAL, setDelegates<2>, 2, "[{'ugid':2,'user_type':3}]"},
-        {"named twice", EINVAL, setDelegates<2>, 2, "[{'ugid':2,'user_type':2},{'ugid':2,'user_type':2}]"},
-        {"no such group", ENOENT, setDelegates<2>, 9, "[]"},
-        {"a policy's delegates", EINVAL, setDelegates<4>, 1, "[]"},
-        {"no such group", ENOENT, notify, 9, ""},
+    const std::tuple<int, int, Change*, int64_t, std::string, const char*> cases[] = {
+        {0, EINVAL, set, 0, "{'parent_id':1}", "parent_id: the root group stays where it is"},
+        {0, EINVAL, set, 1, "{'parent_id':1}", "parent_id: the group itself or one below it"},
+        {1, EINVAL, set, 1, "{'parent_id':3}", "parent_id: the group itself or one below it"},
+        {1, ENOENT, set, 2, "{'parent_id':9}", "parent_id: no group 9"},
+        {0, ENOENT, set, 2, "{'id':9}", "no group 9"},
+        {0, EINVAL, set, 2, "{'id':null,'desc':'x'}", "id: null, which names no group"},
+        {0, EEXIST, set, 1, "{'name':'d'}", "name: the root group has a sub-group of that name"},
+        {1, EEXIST, set, 2, "{'name':'b2'}", "name: the group a has a sub-group of that name"},
+        {kHelper, EEXIST, set, 2, "{'name':'b2'}", "name: the group above has a sub-group of that name"},
+        {0, EINVAL, set, 2, "{'name':''}", "name: missing or empty"},
+        {0, EINVAL, set, 2, longName, "name: longer than 255 characters"},
+        {0, EINVAL, set, 2, "{'name':'\\u0000'}", "name: a text that is not UTF-8 or holds a NUL"},
+        {0, EINVAL, set, 2, "{'desc':5}", "desc: not a text"},
+        {0, EINVAL, set, 2, "{'parent_id':'1'}", "parent_id: not a 64-bit integer"},
+        {0, EINVAL, set, 2, "{'block_inheritance':2}", "block_inheritance: neither a boolean nor 0 or 1"},
+        {0, EAGAIN, set, 2, "{'revision':1}", "changed by someone else since it was read"},
+        {0, EINVAL, set, 2, "{'revision':'2'}", "revision: not a 64-bit integer"},
+        {0, EINVAL, set, 2, "[]", "record: not an object"},
+        {0, EINVAL, set, 2, "{'linked_gpo':[]}", "linked_gpo: not an object"},
+        {0, EINVAL, set, 2, "{'linked_gpo':{'order':[{'id':'1','gpo_id':1}]}}",
+         "linked_gpo.order[0]: not an object with an integer \"id\""},
+        {0, EINVAL, set, 2, "{'linked_gpo':{'order':{}}}", "linked_gpo.order: not an array"},
+        {0, EINVAL, set, 2, "{'linked_gpo':{'order':[{'id':1},{'gpo_id':9}]}}", "linked_gpo.order[1].id: no policy 9"},
+        {0, EINVAL, set, 2, "{'linked_gpo':{'order':[{'id':1},{'gpo_id':1}]}}",
+         "linked_gpo.order[1]: a policy that is linked before"},
+        {0, ENOENT, create, 9, "{'name':'n'}", "parent_id: no group 9"},
+        {0, EEXIST, create, 1, "{'name':'b'}", "name: the group a has a sub-group of that name"},
+        {0, EINVAL, create, 1, "{}", "name: missing or empty"},
+        {1, EINVAL, deleteAll, 0, "", "the root group cannot be deleted"},
+        {1, ENOENT, deleteAll, 9, "", "no group 9"},
+        {0, ENOENT, setServer, 1, "{'parent_id':9}", "parent_id: no group 9"},
+        {0, EINVAL, setServer, 1, "{'linked_gpo':{'order':[{'id':9}]}}", "linked_gpo.order[0].id: no policy 9"},
+        {0, EINVAL, setServer, 1, longName, "name: longer than 255 characters"},
+        {0, EINVAL, setDelegates<2>, 2, "5", "delegate: not an array"},
+        {0, EINVAL, setDelegates<2>, 2, "[5]", "delegate[0]: not an object"},
+        {1, EINVAL, setDelegates<2>, 2, "[{'ugid':2,'user_type':2},{'ugid':9,'user_type':2}]",
+         "delegate[1].ugid: no account 9"},
+        {0, EINVAL, setDelegates<2>, 2, "[{'ugid':2,'user_type':3}]", "delegate[0].user_type: not 2, an account"},
+        {0, EINVAL, setDelegates<2>, 2, "[{'ugid':2,'user_type':2},{'ugid':2,'user_type':2}]",
+         "delegate[1]: a delegate that is named before"},
+        {1, ENOENT, setDelegates<2>, 9, "[]", "no group 9"},
+        {1, EINVAL, setDelegates<4>, 1, "[]", "node_type: neither a group nor a server"},
+        {1, ENOENT, notify, 9, "", "no group 9"},
+        // Rights come first: what is not there is refused like what is not the caller's.
+        {kHelper, EACCES, set, 1, "{'desc':'x'}", "group 1 is not yours to manage"},
+        {kHelper, EACCES, set, 2, "{'id':9}", "group 9 is not yours to manage"},
+        {kHelper, EACCES, set, 2, "{'parent_id':0}", "parent_id: group 0 is not yours to manage"},
+        {kHelper, EACCES, set, 3, "{'parent_id':9}", "parent_id: group 9 is not yours to manage"},
+        {kHelper, EACCES, set, 2, "{'linked_gpo':{'order':[{'id':1},{'id':3}]}}",
+         "linked_gpo.order[1].id: no policy 3 that you see"},
+        {kHelper, EACCES, set, 2, "{'linked_gpo':{'order':[{'gpo_id':9}]}}",
+         "linked_gpo.order[0].id: no policy 9 that you see"},
+        {kHelper, EACCES, create, 1, "{'name':'b'}", "parent_id: group 1 is not yours to manage"},
+        {kHelper, EACCES, create, 9, "{'name':'n'}", "parent_id: group 9 is not yours to manage"},
+        {kHelper, EACCES, create, 3, "{'name':'n','linked_gpo':{'order':[{'id':3}]}}",
+         "linked_gpo.order[0].id: no policy 3 that you see"},
+        {kHelper, EACCES, deleteAll, 0, "", "group 0 is not yours to manage"},
+        {kHelper, EACCES, deleteAll, 4, "", "group 4 is not yours to manage"},
+        {kHelper, EACCES, deleteAll, 9, "", "group 9 is not yours to manage"},
+        {kHelper, EACCES, setServer, 2, "{'address':'y'}", "server 2 is not yours to manage"},
+        {kHelper, EACCES, setServer, 1, "{'id':9}", "server 9 is not yours to manage"},
+        {kHelper, EACCES, setServer, 1, "{'parent_id':4}", "parent_id: group 4 is not yours to manage"},
+        {kHelper, EACCES, setDelegates<2>, 1, "5", "group 1 is not yours to manage"},
+        {kHelper, EACCES, setDelegates<2>, 9, "[]", "group 9 is not yours to manage"},
+        {kHelper, EACCES, setDelegates<3>, 3, "[]", "server 3 is not yours to manage"},
+        {kHelper, EACCES, notify, 4, "", "group 4 is not yours to manage"},
+        {kOther, EACCES, setServer, 3, "{'address':'y'}", "server 3 is not yours to manage"},
+        {kOther, EACCES, setDelegates<3>, 3, "[]", "server 3 is not yours to manage"},
+        {kNobody, EACCES, set, 2, "{'desc':'x'}", "group 2 is not yours to manage"},
     };
-    for (const auto& [szFault, code, change, id, szRecord] : cases) {
-        EXPECT_EQ(change(id, szRecord), code) << szFault << ": " << szRecord;
+    for (const auto& [uid, code, change, id, record, szText] : cases) {
+        EXPECT_EQ(as(static_cast<uint32_t>(uid), change, id, record), code) << szText << record;
+        EXPECT_EQ(standin::takeRefusal(), szText) << record;
     }
     EXPECT_EQ(orErrno(VELQZEMOuSet(&stale)), EAGAIN);
+    EXPECT_EQ(standin::takeRefusal(), "changed by someone else since it was read");
     for (const char* szNotUtf8 :
          {"\xc3(", "\xc0\xaf", "\xe0\x80\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xe2\x82"}) {
         bytes.name = szNotUtf8;
@@ -502,6 +613,305 @@ TEST_P(StoreTest, aListedTreeStaysAtItsMomentUntilReleased)
     ASSERT_EQ(set(2, "{'desc':'x'}"), 0);  // a writer sees the store as it is
     runSql("DELETE FROM gpo WHERE id = 1");
     EXPECT_EQ(policyName(), "gone");
+}
+
+TEST_P(StoreTest, callersChangeWhatIsTheirsAndTheLogSaysWhat)
+{
+    std::string log;
+    standin::setChangeSink([&log](const std::string& line) { log += line + "\n"; });
+    const std::string itself = "[{'ugid':2,'user_type':2},{'ugid':1,'user_type':2}]";
+    ASSERT_EQ(set(3, "{'linked_gpo':{'order':[{'id':3}]}}"), 0);
+    const std::tuple<int, Change*, int64_t, const char*> changes[] = {
+        {2, set, 3, "{'linked_gpo':{'order':[{'id':3},{'id':1}]}}"},             // 3 was there, 1 is linked by group 2
+        {2, set, 2, "{'desc':'x','linked_gpo':{'order':[{'id':2},{'id':3}]}}"},  // 2 stands in group 3, which links 3
+        {2, set, 2, "{'desc':'x'}"},
+        {2, create, 3, "{'name':'n'}"},
+        {2, setDelegates<2>, 2, itself.c_str()},
+        {2, setDelegates<2>, 3, itself.c_str()},
+        {2, setServer, 1, "{'parent_id':2,'address':'y'}"},
+        {2, notify, 2, ""},
+        {2, deleteAll, 3, ""},
+        {1, setDelegates<3>, 3, "[]"},
+        {1, create, 0, "{'name':'top','linked_gpo':{'order':[{'id':3}]}}"},
+        {0, set, 4, "{'parent_id':2}"}};
+    for (const auto& [uid, change, id, szRecord] : changes) {
+        EXPECT_EQ(as(static_cast<uint32_t>(uid), change, id, szRecord), 0) << szRecord << standin::takeRefusal();
+        EXPECT_EQ(standin::takeRefusal(), "");
+    }
+    EXPECT_EQ(log,
+              "- group 3 linked_gpo\nhelper group 3 linked_gpo\nhelper group 2 desc,linked_gpo\n"
+              "helper group 5 created\nhelper group 3 delegate\nhelper server 1 parent_id,address\n"
+              "helper group 3 deleted\nadmin server 3 delegate\nadmin group 6 created\n- group 4 parent_id\n");
+    for (const char* szName : {"x\nadmin group 1 deleted", "-", "uid=1", "a b", "", "\u00e4"}) {
+        runSql(std::string("UPDATE account SET name = '") + szName + "' WHERE uid = 2");
+        log.clear();
+        EXPECT_EQ(as(2, set, 2, std::string(R"({"extra_info":)") + std::to_string(std::strlen(szName)) + "}"), 0);
+        EXPECT_EQ(log, "uid=2 group 2 extra_info\n") << szName;
+    }
+    standin::setChangeSink([](const std::string&) { throw std::runtime_error("full"); });
+    EXPECT_EQ(set(2, "{'desc':'y'}"), 0);
+    standin::setChangeSink({});
+}
+
+// The delegate of group 2 writes whatever it may write; isChecked: as a caller, or asking for its right beforehand
+// only.
+void writeBack(const std::atomic<bool>& isOver, bool isChecked)
+{
+    std::optional<standin::CallerScope> caller;
+    if (isChecked) {
+        caller.emplace(2);
+    }
+    for (int round = 0; !isOver; ++round) {
+        if (isChecked || VELQZEMOuCanManagedByUid(2, 2) != 0) {
+            setDelegates<2>(2, "[{'ugid':2,'user_type':2}]");
+            set(2, "{'desc':'" + std::to_string(round) + "'}");
+        }
+    }
+}
+
+// Whether the delegate changes anything once its delegation was taken back.
+bool isWithdrawalLost(bool isChecked)
+{
+    EXPECT_EQ(setDelegates<2>(2, "[{'ugid':2,'user_type':2}]"), 0);
+    const int64_t start = group(2).revision;
+    std::atomic<bool> isOver = false;
+    std::jthread delegate([&] { writeBack(isOver, isChecked); });
+    while (group(2).revision == start) {
+    }
+    EXPECT_EQ(setDelegates<2>(2, "[]"), 0);
+    const int64_t withdrawn = group(2).revision;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    isOver = true;
+    delegate.join();
+    return delegatesOf(2, 2).size() != 0 || group(2).revision != withdrawn;
+}
+
+TEST_P(StoreTest, aDelegateCannotWriteItselfBack)
+{
+    int lost = 0, lostUnchecked = 0;
+    for (int round = 0; round < 100; ++round) {
+        lost += isWithdrawalLost(true);
+        lostUnchecked += round % 4 == 0 && isWithdrawalLost(false);
+    }
+    EXPECT_EQ(lost, 0);
+    EXPECT_GT(lostUnchecked, 0);  // the test can tell
+}
+
+TEST_P(StoreTest, linksOfATreesAnswerAndNamesAreStoredAsTheyShould)
+{
+    const std::string longest = "\u20ac" + std::string(254, 'x');
+    ASSERT_EQ(set(3, "{\"name\":\"" + longest + "\",\"revision\":1}"), 0);
+    EXPECT_EQ(group(3).name.c_str(), longest);
+    ASSERT_EQ(set(2,
+                  "{'linked_gpo':{'order':[{'gpo_id':3,'gpo_name':'p3','gpo_desc':''},"
+                  "{'gpo_id':2,'id':1,'on':true}],'kept':7}}"),
+              0);
+    EXPECT_STREQ(group(2).linkedGpo.c_str(), R"({"kept":7,"order":[{"id":3},{"id":1,"on":true}]})");
+    _tag_velq_zem_ou_ record = group(3);
+    record.linkedGpo = R"({"order":[{"gpo_id":2,"gpo_name":"p2"}]})";
+    ASSERT_EQ(VELQZEMOuSet(&record), 0);
+    EXPECT_STREQ(group(3).linkedGpo.c_str(), R"({"order":[{"id":2}]})");
+    ASSERT_EQ(setServer(1, "{'linked_gpo':{'order':[{'gpo_id':1,'gpo_name':'p1'}]}}"), 0);
+    EXPECT_EQ(dump()["servers"][0]["linked_gpo"], json("{'order':[{'id':1}]}"));
+    ASSERT_EQ(create(0, "{'id':null,'revision':'any','name':'fresh'}"), 0);
+    runSql("DELETE FROM gpo WHERE id = 2");
+    EXPECT_EQ(set(3, "{'linked_gpo':{'order':[{'id':2},{'id':1}]}}"), 0);  // the link to nothing was there
+    EXPECT_EQ(set(4, "{'linked_gpo':{'order':[{'id':2}]}}"), EINVAL);
+}
+
+TEST_P(StoreTest, damageIsNamedAndEndsNoQueryLate)
+{
+    runSql("UPDATE ou SET parent_id = 3 WHERE id = 1");  // 1 above 2 above 3 above 1
+    const std::tuple<Change*, int64_t, const char*> changes[] = {
+        {deleteAll, 2, ""}, {create, 3, "{'name':'n'}"}, {set, 4, "{'parent_id':2}"}, {set, 2, "{'parent_id':4}"}};
+    for (const auto& [change, id, szRecord] : changes) {
+        EXPECT_EQ(change(id, szRecord), EIO) << szRecord;
+        EXPECT_EQ(standin::takeRefusal(), "the store is damaged: group 1 is its own ancestor");
+    }
+    EXPECT_EQ(set(2, "{'desc':'x'}"), 0);
+    EXPECT_NE(VELQZEMOuCanManagedByUid(2, 1), 0);
+    EXPECT_EQ(VELQZEMOuCanManagedByUid(3, 1), 0);
+    EXPECT_EQ(seenBy(2), "1 2 3 / 1 / 1 2 / ");
+    EXPECT_EQ(deleteAll(4, ""), 0);
+    runSql("DROP TABLE gpo_fetch");
+    EXPECT_EQ(notify(0, ""), EIO);
+    const std::string reason = standin::takeRefusal();
+    EXPECT_TRUE(reason.starts_with("the database reports: ") && reason.find("gpo_fetch") != reason.npos) << reason;
+    EXPECT_TRUE(reason.find("INSERT") == reason.npos && reason.find('\n') == reason.npos) << reason;
+}
+
+std::string tokens(std::optional<uint32_t> uid)
+{
+    std::string text;
+    for (const standin::Token& token : standin::listTokens(uid)) {
+        text += token.account + ":" + token.label + (token.expires == 0 ? "" : "!") + (token.lastUsed == 0 ? "" : "*") +
+                " ";
+    }
+    return text;
+}
+
+TEST_P(StoreTest, anAccountHasSeveralTokensUntilTheyExpireOrAreRevoked)
+{
+    const auto owner = [](const char* szHash) {
+        const auto account = standin::findAccountByToken(szHash);
+        return account ? account->name : "";
+    };
+    standin::addToken(2, "h1", "laptop", 0);
+    standin::addToken(2, "h2", "phone", 60);
+    standin::addToken(2, "h3", "phone", 60);
+    standin::addToken(1, "h4", "", 0);
+    EXPECT_EQ(tokens(std::nullopt), "admin: helper:laptop helper:phone! helper:phone! ");
+    EXPECT_EQ(owner("h1") + owner("h2") + owner("h4") + owner("h5"), "helperhelperadmin");
+    EXPECT_EQ(tokens(2), "helper:laptop* helper:phone!* helper:phone! ");
+    runSql("UPDATE token SET expires = made - 1, last_used = 0 WHERE hash = 'h2'");
+    EXPECT_EQ(owner("h2"), "");
+    EXPECT_EQ(standin::revokeTokens(2, "phone"), 2);
+    EXPECT_EQ(standin::revokeTokens(2, "phone"), 0);
+    EXPECT_EQ(owner("h1") + owner("h3"), "helper");
+    EXPECT_EQ(standin::revokeTokens(2, std::nullopt), 1);
+    EXPECT_EQ(tokens(std::nullopt), "admin:* ");
+    for (const auto& [uid, szHash, szLabel, lifetime] : {std::tuple(77u, "x", "", 0),
+                                                         {1u, "h4", "", 0},
+                                                         {1u, "x", "a\nb", 0},
+                                                         {1u, "x", "\xff", 0},
+                                                         {1u, "x", "", -1}}) {
+        EXPECT_THROW(standin::addToken(uid, szHash, szLabel, lifetime), std::runtime_error) << szLabel << lifetime;
+    }
+    EXPECT_EQ(tokens(std::nullopt), "admin:* ");
+}
+
+TEST_P(StoreTest, usesOfATokenAreNotedNowAndThenAndOnlyIfThatCostsNothing)
+{
+    const auto lastUse = [] { return standin::listTokens(1).at(0).lastUsed; };
+    standin::addToken(1, "h", "", 0);
+    runSql("UPDATE token SET last_used = made - 30");
+    const int64_t before = lastUse();
+    EXPECT_TRUE(standin::findAccountByToken("h").has_value());
+    EXPECT_EQ(lastUse(), before);
+    runSql("UPDATE token SET last_used = made - 90");
+    const auto start = std::chrono::steady_clock::now();
+    {
+        standin::Transaction writer(standin::Access::write);
+        standin::execute(writer.sql(), "UPDATE token SET label = 'x'");
+        std::thread([] { EXPECT_TRUE(standin::findAccountByToken("h").has_value()); }).join();
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_EQ(lastUse(), before - 60);
+    runSql(isSqlite() ? "CREATE TRIGGER fixed BEFORE UPDATE ON token BEGIN SELECT RAISE(ABORT, 'read-only'); END"
+                      : "ALTER TABLE token ADD CHECK (last_used < made)");
+    EXPECT_TRUE(standin::findAccountByToken("h").has_value());
+    EXPECT_EQ(lastUse(), before - 60);
+    runSql(isSqlite() ? "DROP TRIGGER fixed" : "ALTER TABLE token DROP CONSTRAINT token_check");
+    EXPECT_TRUE(standin::findAccountByToken("h").has_value());
+    EXPECT_GT(lastUse(), before);
+}
+
+TEST_P(StoreTest, aStoreOfVersion1IsBroughtUpOnceByWhoeverOpensIt)
+{
+    const Json::Value jBefore = dump();
+    const auto openAtOnce = [this] {  // by processes of their own
+        VELQZEMStoreClose();
+        std::vector<pid_t> children;
+        for (int i = 0; i < 4; ++i) {
+            children.push_back(fork());
+            if (children.back() == 0) {
+                const std::string fault = openingFails(m_url, standin::OpenMode::createIfMissing);
+                std::cerr << fault;
+                _exit(fault.empty() ? 0 : 1);
+            }
+        }
+        for (const pid_t child : children) {
+            int status = -1;
+            EXPECT_EQ(waitpid(child, &status, 0), child);
+            EXPECT_EQ(status, 0);
+        }
+        VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
+    };
+    runSql("DROP TABLE token", "ALTER TABLE account ADD COLUMN token_hash TEXT",
+           "UPDATE account SET token_hash = 'old' || uid WHERE uid < 3",
+           "UPDATE meta SET value = 1 WHERE name = 'version'");
+    openAtOnce();
+    EXPECT_EQ(dump(), jBefore);
+    EXPECT_EQ(tokens(std::nullopt), "admin: helper: ");
+    EXPECT_EQ(standin::findAccountByToken("old2")->uid, 2u);
+    EXPECT_TRUE(standin::hasAccounts());
+    clear();
+    openAtOnce();
+    EXPECT_FALSE(standin::hasAccounts());
+    standin::loadFleet(json(kFleet), {});
+}
+
+TEST(StoreFile, ofVersion1KeepsItsTreeAndTokens)
+{
+    const test::TempFolder folder;
+    const std::string path = folder.path + "/store.db";
+    std::filesystem::copy_file(ZEM_TEST_DATA "/store_v1.db", path);
+    VELQZEMStoreOpen("sqlite:" + path, standin::OpenMode::existingOnly);
+    const auto admin = standin::findAccountByToken("27ad89ccaa4dfed1d4c91a8016a51cbe89fd1ec5c414e29ad5722c1e0ebe3efa");
+    const auto ann = standin::findAccountByToken("84bf71134bbc0368f9bda3abdbaf0b1a50d18b0358213f2b53521fb893aa40e9");
+    EXPECT_EQ(admin->uid, 1000u);
+    EXPECT_EQ(ann->name, "ann");
+    EXPECT_EQ(seenBy(1000), "1 4 / 1 3 / 2 5 / ");
+    EXPECT_EQ(seenBy(1001), "1 4 / 1 / 2 5 / ");
+    const Json::Value jAll = dump(1000);
+    EXPECT_EQ(jAll["groups"][0]["linked_gpo"], json("{'order':[{'id':5},{'id':2}]}"));
+    EXPECT_EQ(jAll["groups"][1]["extra_info"], json("{'floor':3}"));
+    EXPECT_EQ(jAll["servers"][0]["delegates"][0],
+              R"(1001{"domainName":"corp","domainType":"local","userNameCache":"ann"})");
+    EXPECT_EQ(create(0, "{'name':'next'}"), 0);
+    EXPECT_EQ(gCreated, 5);
+    VELQZEMStoreClose();
+}
+
+TEST_P(StoreTest, onlyAStoreIsOpenedAndOnlyWhereItMayBeIsOneMade)
+{
+    using enum standin::OpenMode;
+    clear();
+    EXPECT_TRUE(openingFails(m_url, existingOnly).starts_with("there is no store"));
+    EXPECT_TRUE(std::filesystem::is_empty(m_folder.path));
+    for (const char* szMine : {"CREATE TABLE mine (a BIGINT)", "CREATE TABLE meta (name TEXT, value BIGINT)"}) {
+        clear();
+        runRaw(m_url, szMine, "CREATE TABLE account (a BIGINT)");
+        const std::string before = isSqlite() ? textOf(path()) : "";
+        for (const auto mode : {existingOnly, createIfMissing}) {
+            EXPECT_EQ(openingFails(m_url, mode), "not a store: the database holds tables of something else");
+        }
+        EXPECT_EQ(isSqlite() ? textOf(path()) : "", before);
+        runRaw(m_url, "DROP TABLE account", "CREATE TABLE ou (a BIGINT)");  // it was not made
+    }
+    clear();
+    EXPECT_EQ(openingFails(isSqlite() ? m_url : "postgres" + m_url.substr(10), createIfMissing), "");
+    EXPECT_FALSE(standin::hasAccounts());
+    EXPECT_EQ(openingFails(m_url, existingOnly), "");
+}
+
+TEST(StoreFile, isItsOwnersAlone)
+{
+    const test::TempFolder folder;
+    const std::string path = folder.path + "/store.db";
+    const auto modes = [&folder] {
+        std::set<int> found;
+        for (const auto& entry : std::filesystem::directory_iterator(folder.path)) {
+            found.insert(static_cast<int>(entry.status().permissions()));
+        }
+        return found;
+    };
+    const mode_t mask = umask(0);
+    VELQZEMStoreOpen("sqlite:" + path);
+    EXPECT_EQ(modes(), std::set<int>{0600});
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path)) {
+        chmod(entry.path().c_str(), 0666);
+    }
+    VELQZEMStoreOpen("sqlite:" + path, standin::OpenMode::existingOnly);
+    EXPECT_EQ(modes(), std::set<int>{0600});
+    VELQZEMStoreClose();
+    umask(mask);
+    std::ofstream(path) << std::string(5000, 'x');
+    chmod(path.c_str(), 0644);
+    EXPECT_EQ(openingFails("sqlite:" + path, standin::OpenMode::createIfMissing),
+              "not a store: the file is not a database");
+    EXPECT_EQ(modes(), std::set<int>{0644});
+    EXPECT_EQ(textOf(path), std::string(5000, 'x'));
 }
 
 }  // namespace

@@ -66,8 +66,10 @@ Json::Value randomFleet(Random& random)
     return jFleet;
 }
 
+// As the server calls it.
 VELQ::APIResponse call(const char* szMethod, int uid, const Json::Value& jParams = Json::Value())
 {
+    const standin::CallerScope caller(static_cast<uint32_t>(uid));
     return answerOf(handlerOf(szMethod), jParams, static_cast<uint32_t>(uid));
 }
 

@@ -17,10 +17,10 @@ class Store:
         self.path = self.folder / "zem.db"  # which commands take by themselves; the server is told
         self.log = self.folder / "log"
 
-    def run(self, *arguments, status=0):
-        """What a command prints, on standard error too. It must end with that status."""
+    def run(self, *arguments, status=0, **options):
+        """What a command prints, on standard error too. It must end with that status. options: of subprocess.run."""
         done = subprocess.run([self.program, *arguments], cwd=self.folder, timeout=120, encoding="utf-8",
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **options)
         if done.returncode != status:
             raise RuntimeError(f"zemhost {arguments} ended with status {done.returncode}: {done.stdout}")
         return done.stdout
@@ -28,8 +28,8 @@ class Store:
     def fill(self):
         self.run("load", SAMPLE)
 
-    def token(self, account):
-        return self.run("token", account).strip()
+    def token(self, account, *arguments):
+        return self.run("token", account, *arguments).strip()
 
 
 class Server:
@@ -40,8 +40,8 @@ class Server:
         command = ["setpriv", "--pdeathsig", "KILL", store.program, "serve", "--listen", "127.0.0.1:0",
                    "--store", f"sqlite:{store.path}", *arguments]
         with open(self.log, "ab") as log:
-            self.process = subprocess.Popen(command, cwd=store.folder, stdout=subprocess.PIPE, stderr=log, text=True,
-                                            **options)
+            self.process = subprocess.Popen(command, cwd=store.folder, stdout=subprocess.PIPE, text=True,
+                                            **{"stderr": log, **options})
         readable, _, _ = select.select([self.process.stdout], [], [], 60)
         line = self.process.stdout.readline() if readable else ""
         if "listening on " not in line:

@@ -1,10 +1,12 @@
 // Every connection is opened and set up when the database is opened, so that a wrong address is noticed at once.
 #include "standin/store/database.h"
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include <soci/sqlite3/soci-sqlite3.h>
@@ -95,6 +97,23 @@ void connect(soci::session& sql, const Address& address)
     configure(sql, address.isPostgres);
 }
 
+// Has readers and a writer not lock each other out. Changing this is the one thing that SQLite does not wait for.
+void writeAhead()
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMilliseconds);
+    Connection connection;
+    for (;;) {
+        try {
+            return setSqlite(connection.sql(), "PRAGMA journal_mode = WAL");
+        } catch (const soci::soci_error&) {
+            if (errnoOfException() != EBUSY || std::chrono::steady_clock::now() > end) {
+                throw;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
 size_t leaseSlot()
 {
     require(gDatabase != nullptr, EIO, "no store is open");
@@ -129,8 +148,7 @@ void settleDatabase()
         return;
     }
     restrictStoreFile(address.place);
-    Connection connection;
-    setSqlite(connection.sql(), "PRAGMA journal_mode = WAL");
+    writeAhead();
 }
 
 void closeDatabase()

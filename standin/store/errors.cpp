@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <sstream>
 #include <utility>
 
 #include <soci/soci.h>
@@ -43,10 +44,11 @@ std::string textOfDatabase(const soci::soci_error& error)
     for (const char* szEnd : {"\nLINE ", " while preparing ", " while executing "}) {
         text.resize(std::min(text.find(szEnd), text.size()));
     }
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\t' || c == '\r'; }, ' ');
-    text.resize(text.find_last_not_of(' ') + 1);
-    return "the database reports: " + text;
+    std::string line;
+    for (std::istringstream words(text); words >> text;) {
+        line += (line.empty() ? "" : " ") + text;
+    }
+    return "the database reports: " + line;
 }
 
 }  // namespace
