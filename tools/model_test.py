@@ -724,14 +724,14 @@ def play(options, store, chance):
     store.run("load", str(path))
     server = Server(store)
     steps = Steps(store, server, fleet, chance)
-    start = time.monotonic()
+    start, number = time.monotonic(), 0
     try:
-        for number in range(options.steps):
+        for number in range(1, options.steps + 1):
             steps.step()
         for uid in NAMES:
             steps.compare(uid)
     except Divergence as divergence:
-        return [f"seed {options.seed}, step {number + 1}, {steps.latest}\n{divergence}"]
+        return [f"seed {options.seed}, step {number}, {steps.latest}\n{divergence}"]
     print(f"{options.steps} steps, {steps.outcomes['tree']['done']} trees, no divergence;"
           f" {time.monotonic() - start:.0f} s")
     faults = [f"never done, or never refused: {kind}" for kind in steps.report() if options.steps >= 2000]
