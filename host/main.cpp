@@ -197,9 +197,12 @@ bool parse(CommandLine& line, int argc, char** argv)
     } catch (const CLI::ParseError& e) {
         throw UsageError(e.what());
     }
+    const std::vector<std::string> words = line.app.remaining();
     if (!line.run) {
-        const std::vector<std::string> words = line.app.remaining();
         throw UsageError(words.empty() ? "a command is missing" : "there is no command \"" + words.front() + '"');
+    }
+    if (!words.empty()) {
+        throw UsageError('"' + words.front() + "\" stands before the command: what is for a command comes after it");
     }
     return true;
 }

@@ -106,6 +106,7 @@ VAIN_COMMANDS = [
 
 # The fault that a row catches, a command line that is wrong, and what its message names.
 MISUSES = [
+    ("an option before the command is silently dropped", "--bogus 1 tokens", "before the command"),
     ("an unknown command is taken for an argument", "tre --as admin", 'no command "tre"'),
     ("nothing is asked for and nothing said", "", "command is missing"),
     ("an account is made up", "tree", "--as"),
