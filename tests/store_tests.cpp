@@ -441,7 +441,7 @@ TEST_P(StoreTest, linksAndSettingsAreConverted)
         EXPECT_EQ(orErrno(VELQZEMHttpReqToJsonForLinkedGpo(json(szValue), jRecord)), code) << szValue;
         EXPECT_EQ(jRecord["linked_gpo"], json(szLinks));
     }
-    for (const char* szNone : {"null", "{}", "{'order':[]}"}) {
+    for (const char* szNone : {"null", "{}", "{'order':[]}", "{'order':[],'gpo_name':'of an answer'}"}) {
         ASSERT_EQ(set(2, "{'linked_gpo':{'order':[{'id':1}]}}"), 0);
         ASSERT_EQ(set(2, std::string("{'linked_gpo':") + szNone + "}"), 0);
         EXPECT_TRUE(group(2).linkedGpo.empty()) << szNone;
@@ -880,6 +880,9 @@ TEST_P(StoreTest, onlyAStoreIsOpenedAndOnlyWhereItMayBeIsOneMade)
         EXPECT_EQ(isSqlite() ? textOf(path()) : "", before);
         runRaw(m_url, "DROP TABLE account", "CREATE TABLE ou (a BIGINT)");  // it was not made
     }
+    clear();
+    runRaw(m_url, "CREATE VIEW mine AS SELECT 1 AS a", "SELECT 1");
+    EXPECT_EQ(openingFails(m_url, createIfMissing), "not a store: the database holds tables of something else");
     clear();
     EXPECT_EQ(openingFails(isSqlite() ? m_url : "postgres" + m_url.substr(10), createIfMissing), "");
     EXPECT_FALSE(standin::hasAccounts());

@@ -58,29 +58,35 @@ const Json::Value& linkedId(const Json::Value& jLink)
     return jLink["id"].isNull() ? jLink["gpo_id"] : jLink["id"];
 }
 
-// As they are stored. What an answer adds for people is of the moment of the answer.
+// What an answer adds for people is of the moment of the answer.
+void removeTextsForPeople(Json::Value& jObject)
+{
+    for (const char* szForPeople : {"gpo_id", "gpo_name", "gpo_desc"}) {
+        jObject.removeMember(szForPeople);
+    }
+}
+
+// As they are stored. Throws BadInput for another form.
 Json::Value plainLinks(Json::Value jLinks)
 {
+    linkIds(jLinks);
     Json::Value& jOrder = jLinks["order"];
     for (Json::Value& jLink : jOrder) {
         jLink["id"] = Json::Value(linkedId(std::as_const(jLink)));
-        for (const char* szForPeople : {"gpo_id", "gpo_name", "gpo_desc"}) {
-            jLink.removeMember(szForPeople);
-        }
+        removeTextsForPeople(jLink);
     }
     if (jOrder.isNull()) {
         jLinks.removeMember("order");
     }
+    removeTextsForPeople(jLinks);
     return jLinks;
 }
 
 void takeJson(Rule rule, const Json::Value& jValue, VLIBCString& target)
 {
-    if (jValue.isNull() || (rule == Rule::links && hasNoLinks(jValue))) {
-        target = VLIBCString();
-        return;
-    }
-    target = VLIBCString(jsonText(rule == Rule::links ? plainLinks(jValue) : jValue));
+    const Json::Value jStored = rule == Rule::links ? plainLinks(jValue) : jValue;
+    const bool isNone = jStored.isNull() || (rule == Rule::links && hasNoLinks(jStored));
+    target = isNone ? VLIBCString() : VLIBCString(jsonText(jStored));
 }
 
 template <typename R>

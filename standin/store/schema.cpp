@@ -79,15 +79,17 @@ int64_t readVersion(soci::session& sql)
     return number(sql, "SELECT value FROM meta WHERE name = 'version'");
 }
 
-// The database's tables, but for those that it keeps for itself.
+// The database's tables and views, but for those that it keeps for itself.
 std::set<std::string> tableNames(soci::session& sql)
 {
     std::set<std::string> names;
     std::string name;
     Statement statement(sql);
-    statement.out(name).prepare(
-        isPostgres() ? "SELECT tablename FROM pg_tables WHERE schemaname = current_schema()"
-                     : "SELECT name FROM sqlite_master WHERE type = 'table' AND substr(name, 1, 7) <> 'sqlite_'");
+    statement.out(name).prepare(isPostgres()
+                                    ? "SELECT tablename FROM pg_tables WHERE schemaname = current_schema()"
+                                      " UNION SELECT viewname FROM pg_views WHERE schemaname = current_schema()"
+                                    : "SELECT name FROM sqlite_master WHERE type IN ('table', 'view')"
+                                      " AND substr(name, 1, 7) <> 'sqlite_'");
     for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
         names.insert(name);
     }
