@@ -15,6 +15,7 @@ class Store:
         self.program = pathlib.Path(build).resolve() / "zemhost"
         self.folder = pathlib.Path(folder)
         self.path = self.folder / "zem.db"  # which commands take by themselves; the server is told
+        self.url = f"sqlite:{self.path}"
         self.log = self.folder / "log"
 
     def run(self, *arguments, status=0, **options):
@@ -38,7 +39,7 @@ class Server:
     def __init__(self, store, *arguments, **options):
         self.log = store.log
         command = ["setpriv", "--pdeathsig", "KILL", store.program, "serve", "--listen", "127.0.0.1:0",
-                   "--store", f"sqlite:{store.path}", *arguments]
+                   "--store", store.url, *arguments]
         with open(self.log, "ab") as log:
             self.process = subprocess.Popen(command, cwd=store.folder, stdout=subprocess.PIPE, text=True,
                                             **{"stderr": log, **options})

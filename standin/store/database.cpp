@@ -42,8 +42,10 @@ std::unique_ptr<Database> gDatabase;
 
 constexpr const char* kPatience[] = {"PRAGMA busy_timeout = 5000", "SET lock_timeout = '5s'"};  // by isPostgres
 constexpr const char* kNoPatience[] = {"PRAGMA busy_timeout = 0", "SET lock_timeout = '1ms'"};
-constexpr const char* kSqliteSettings[] = {"PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON"};
-constexpr const char* kPostgresSettings[] = {"SET client_encoding = 'UTF8'", "SET client_min_messages = 'error'"};
+constexpr const char* kSqliteSettings[] = {"PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON",
+                                           "PRAGMA temp_store = MEMORY"};
+constexpr const char* kPostgresSettings[] = {"SET client_encoding = 'UTF8'", "SET client_min_messages = 'error'",
+                                             "SET jit = off"};
 
 Address addressOf(const std::string& url)
 {

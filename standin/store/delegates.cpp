@@ -112,6 +112,7 @@ std::string replaceDelegates(soci::session& sql, int nodeType, int64_t id, const
     change(sql, "DELETE FROM delegate WHERE node_type = :type AND node_id = :id", nodeType, id);
     Inserter<DelegateRow> inserter(sql);
     insertDelegates(inserter, nodeType, id, ugids);
+    inserter.flush();
     return changeLine(sql, nodeType == kServerType ? Kind<Server>::kName : Kind<Group>::kName, id, "delegate");
 }
 

@@ -9,6 +9,7 @@
 #include "standin/store/delegates.h"
 #include "standin/store/json_text.h"
 #include "standin/store/rows.h"
+#include "standin/store/statistics.h"
 
 namespace standin {
 namespace {
@@ -158,6 +159,7 @@ void storeRecords(soci::session& sql, const std::vector<R>& records, const std::
         inserter.insert(record);
         step();
     }
+    inserter.flush();
 }
 
 template <typename R>
@@ -167,6 +169,7 @@ void storeDelegates(soci::session& sql, const std::vector<R>& records, const std
     for (size_t i = 0; i < records.size(); ++i) {
         insertDelegates(inserter, Kind<R>::kType, records[i].id, lists[i]);
     }
+    inserter.flush();
 }
 
 void storeFleet(soci::session& sql, const Fleet& fleet, const std::function<void()>& step)
@@ -221,6 +224,7 @@ void loadFleet(const Json::Value& jFleet, const std::function<void(size_t, size_
         });
         transaction.commit();
     });
+    refreshStatistics();
 }
 
 }  // namespace standin

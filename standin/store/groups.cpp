@@ -104,7 +104,9 @@ std::string createGroup(soci::session& sql, Group& group)
     group.id = number(sql, "SELECT value FROM meta WHERE name = 'last_ou'");
     group.mtime = std::time(nullptr);
     group.revision = 1;
-    Inserter<Group>(sql).insert(group);
+    Inserter<Group> inserter(sql);
+    inserter.insert(group);
+    inserter.flush();
     return changeLine(sql, Kind<Group>::kName, group.id, "created");
 }
 

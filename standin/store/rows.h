@@ -6,6 +6,7 @@
 
 #include <array>
 #include <ctime>
+#include <deque>
 #include <map>
 #include <memory>
 #include <string>
@@ -191,27 +192,59 @@ Chain<R> chainOf(const std::map<int64_t, R>& records)
     return chain.take();
 }
 
-// Stores new records through one prepared statement.
+// Stores new records, many with one statement: each statement is a round trip to the database.
 template <typename R>
 class Inserter {
 public:
-    explicit Inserter(soci::session& sql) : m_statement(sql)
-    {
-        m_row.bindIn(m_statement);
-        m_statement.prepare(std::string("INSERT INTO ") + Kind<R>::kTable + " (" + columns<R>("\"@\"") + ") VALUES (" +
-                                columns<R>(":@") + ")",
-                            false);
-    }
+    explicit Inserter(soci::session& sql) : m_sql(sql) {}
 
+    // Stores the record now or later, by flush() at the latest.
     void insert(const R& record)
     {
-        m_row.take(record);
-        m_statement.change();
+        if (m_count == m_rows.size()) {
+            m_rows.emplace_back();
+        }
+        m_rows[m_count].take(record);
+        if (++m_count == kMost) {
+            flush();
+        }
+    }
+
+    // Stores what is not stored yet. To be called after the last record: what is left then is lost.
+    void flush()
+    {
+        if (m_count == 0) {
+            return;
+        }
+        if (m_count != m_prepared) {
+            prepare();
+        }
+        m_pStatement->change();
+        m_count = 0;
     }
 
 private:
-    Row<R> m_row;
-    Statement m_statement;
+    static constexpr size_t kMost = 100;  // rows; with more, statements grow longer than round trips
+
+    void prepare()
+    {
+        m_pStatement = std::make_unique<Statement>(m_sql);
+        std::string values;
+        for (size_t i = 0; i < m_count; ++i) {
+            m_rows[i].bindIn(*m_pStatement);
+            values += (i == 0 ? "(" : ", (") + columns<R>(":@" + std::to_string(i)) + ")";
+        }
+        m_pStatement->prepare(
+            std::string("INSERT INTO ") + Kind<R>::kTable + " (" + columns<R>("\"@\"") + ") VALUES " + values,
+            m_count < kMost);
+        m_prepared = m_count;
+    }
+
+    soci::session& m_sql;
+    std::deque<Row<R>> m_rows;  // those of a full statement at most; they stay where they are, as it is bound to them
+    size_t m_count = 0;         // of rows that are to be stored
+    std::unique_ptr<Statement> m_pStatement;
+    size_t m_prepared = 0;  // number of rows that it takes
 };
 
 // Writes the record over the stored one that has its identifier and revision, and gives it its new time and revision.
