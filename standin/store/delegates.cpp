@@ -104,7 +104,8 @@ bool areDelegates(soci::session& sql, int nodeType, int64_t id, const std::vecto
     });
 }
 
-std::string replaceDelegates(soci::session& sql, int nodeType, int64_t id, const std::vector<int64_t>& ugids)
+std::string replaceDelegates(soci::session& sql, const CallerRights& rights, int nodeType, int64_t id,
+                             const std::vector<int64_t>& ugids)
 {
     if (areDelegates(sql, nodeType, id, ugids)) {
         return "";
@@ -113,7 +114,7 @@ std::string replaceDelegates(soci::session& sql, int nodeType, int64_t id, const
     Inserter<DelegateRow> inserter(sql);
     insertDelegates(inserter, nodeType, id, ugids);
     inserter.flush();
-    return changeLine(sql, nodeType == kServerType ? Kind<Server>::kName : Kind<Group>::kName, id, "delegate");
+    return changeLine(rights, nodeType == kServerType ? Kind<Server>::kName : Kind<Group>::kName, id, "delegate");
 }
 
 int setDelegates(int64_t id, int nodeType, const Json::Value& jRecord, bool absentClears)
@@ -121,14 +122,15 @@ int setDelegates(int64_t id, int nodeType, const Json::Value& jRecord, bool abse
     return changing([&](soci::session& sql) -> std::string {
         const bool canHave = nodeType == VELQ_ZEM_TYPE_OU || nodeType == kServerType;
         require(canHave, EINVAL, "node_type: neither a group nor a server");
-        CallerRights(sql).requireNode(nodeType, id);
+        const CallerRights rights(sql);
+        rights.requireNode(nodeType, id);
         demand(jRecord.isObject(), "record", "not an object");
         requireExisting(sql, nodeType, id);
         const Json::Value& jDelegates = jRecord["delegate"];
         if (jDelegates.isNull() && !absentClears) {
             return "";
         }
-        return replaceDelegates(sql, nodeType, id, wantedDelegates(sql, jDelegates));
+        return replaceDelegates(sql, rights, nodeType, id, wantedDelegates(sql, jDelegates));
     });
 }
 

@@ -25,8 +25,14 @@ public:
     void bindIn(Statement& statement) const
     {
         for (size_t i = 0; i < kFields.size(); ++i) {
-            kFields[i].isText() ? statement.in(m_cells[i].text) : statement.in(m_cells[i].number);
+            bindIn(statement, i);
         }
+    }
+
+    // That field alone.
+    void bindIn(Statement& statement, size_t field) const
+    {
+        kFields[field].isText() ? statement.in(m_cells[field].text) : statement.in(m_cells[field].number);
     }
 
     void bindOut(Statement& statement)
@@ -247,10 +253,11 @@ private:
     size_t m_prepared = 0;  // number of rows that it takes
 };
 
-// Writes the record over the stored one that has its identifier and revision, and gives it its new time and revision.
-// Throws Refusal EAGAIN when there is none.
+// Writes the record over the stored one, which has its identifier and revision, and gives it its new time and revision.
+// What is the same stays unwritten: a text can be long. Throws Refusal EAGAIN when the stored one is not there any
+// more.
 template <typename R>
-void replace(soci::session& sql, R& record)
+void replace(soci::session& sql, R& record, const R& stored)
 {
     const int64_t before = record.revision;
     record.mtime = std::time(nullptr);
@@ -258,9 +265,17 @@ void replace(soci::session& sql, R& record)
     Row<R> row;
     row.take(record);
     Statement statement(sql);
-    row.bindIn(statement);
-    statement.in(before).prepare(std::string("UPDATE ") + Kind<R>::kTable + " SET " + columns<R>("\"@\" = :@") +
-                                 " WHERE \"id\" = " + std::to_string(record.id) + " AND revision = :before");
+    std::string changes;
+    for (size_t i = 0; i < Kind<R>::kFields.size(); ++i) {
+        const Field<R>& field = Kind<R>::kFields[i];
+        if (!isSame(field, record, stored)) {
+            row.bindIn(statement, i);
+            changes += std::string(changes.empty() ? "\"" : ", \"") + field.name + "\" = :" + field.name;
+        }
+    }
+    statement.in(record.id).in(before);
+    statement.prepare(std::string("UPDATE ") + Kind<R>::kTable + " SET " + changes +
+                      " WHERE id = :key AND revision = :before");
     if (statement.change() != 1) {
         throw changedSinceRead();
     }
