@@ -61,7 +61,7 @@ REFUSALS = [
 ]
 
 # What the message of a refusal says, by status.
-MEANINGS = {400: "JSON", 401: "token", 404: "no such method", 405: "POST", 413: "4 MiB", 500: "failed", 503: "busy"}
+MEANINGS = {400: "JSON", 401: "token", 404: "no such method", 405: "takes only POST", 413: "4 MiB", 500: "failed", 503: "busy"}
 
 # The fault that a row catches, a request of the delegate m.okafor, its code and what its message says. The first row
 # leaves a reason behind for those after it.
@@ -294,6 +294,37 @@ class HostTest(unittest.TestCase):
                 self.assertIn('{"success":true', answer)
         self.assertIn("no module offers", self.store.run(
             "call", "VELQ.ZEM.Tree", "get", "--as", "admin", "--module", NEIGHBOUR, status=1))
+
+    def await_health(self, status):
+        limit = time.monotonic() + 20
+        while self.request("/health", None, method="GET")[0] != status:
+            self.assertLess(time.monotonic(), limit, f"/health does not become {status}")
+            time.sleep(0.05)
+
+    def test_health_tells_whether_the_store_answers(self):
+        self.serve()
+        away = self.store.path.with_name("away")
+        for _ in range(2):
+            self.assertEqual(self.request("/health", None, method="GET"), (200, {"success": True, "data": None}))
+            self.store.path.rename(away)
+            self.await_health(503)
+            _, answer = self.request("/health", None, method="GET")
+            self.assertIn("store does not answer", answer["error"]["message"])
+            self.assertFalse(self.store.path.exists())
+            away.rename(self.store.path)
+            self.await_health(200)
+        client = self.send("/health", None, method="HEAD")
+        response = client.getresponse()
+        self.assertEqual((response.status, response.read(), response.headers["Cache-Control"]), (200, b"", "no-store"))
+        send(client, "/health", None, b"{}")
+        response = client.getresponse()
+        self.assertEqual((response.status, response.headers["Allow"]), (405, "GET, HEAD"))
+        self.assertEqual(self.request("/health/x", None, method="GET")[0], 404)
+        self.server.stop()
+        lines = [line.split(" ", 1)[1] for line in self.store.log.read_text(encoding="utf-8").splitlines()]
+        for line, expected in zip(lines, ["zemhost: the store does not answer: ", "zemhost: the store answers again after "
+                                          ] * 2 + ["- /health - 405 ", "- /health/x - 404 "], strict=True):
+            self.assertTrue(line.startswith(expected), lines)
 
     def test_no_name_splits_a_line_of_the_log(self):
         self.store.path.unlink()
