@@ -77,11 +77,12 @@ class InstallTest(unittest.TestCase):
         self.store.run("load", self.tree / "share/doc/zemhost/sample.json")
         self.assertIn("12 groups, 30 servers", self.store.run("tree", "--as", "admin"))
         self.serve()
-        self.assertTrue(self.call(self.store.token("admin"), "Tree get", {})["success"])
+        for method, params in [("Tree get", {}), ("GPO link", {"id": 8, "target_add": [{"node_type": 3, "node_id": 1}]})]:
+            self.assertTrue(self.call(self.store.token("admin"), method, params)["success"])
         paths = run_paths(self.tree)
         self.assertEqual(paths.pop("zemhost"), ["$ORIGIN/../lib/zemhost"])
         self.assertEqual({path for folders in paths.values() for path in folders}, {"$ORIGIN"})
-        self.assertLessEqual({"webapi_zem_ou.so", "libvelqplatform.so.1"}, set(paths))
+        self.assertLessEqual({"webapi_zem_ou.so", "webapi_zem_gpo.so", "libvelqplatform.so.1"}, set(paths))
 
     def test_module_is_built_against_the_tree(self):
         environment = {**os.environ, "PKG_CONFIG_PATH": str(self.tree / "share/pkgconfig")}
