@@ -26,7 +26,7 @@ class Store:
         return done.stdout
 
     def fill(self):
-        self.run("load", SAMPLE)
+        self.run("apply", SAMPLE)
 
     def token(self, account, *arguments):
         return self.run("token", account, *arguments).strip()
