@@ -780,39 +780,58 @@ TEST_P(StoreTest, usesOfATokenAreNotedNowAndThenAndOnlyIfThatCostsNothing)
     EXPECT_GT(lastUse(), before);
 }
 
+// Opens the store in that many processes at the same moment; how many of them it failed in.
+int failuresOfOpening(const std::string& url, int processes)
+{
+    int start[2];
+    EXPECT_EQ(pipe(start), 0);
+    std::vector<pid_t> children;
+    for (int i = 0; i < processes; ++i) {
+        children.push_back(fork());
+        if (children.back() == 0) {
+            close(start[1]);
+            [[maybe_unused]] const ssize_t end = read(start[0], &processes, 1);  // which is when all are there
+            const std::string fault = openingFails(url, standin::OpenMode::createIfMissing);
+            std::cerr << fault;
+            _exit(fault.empty() ? 0 : 1);
+        }
+    }
+    close(start[0]);
+    close(start[1]);
+    int failures = 0;
+    for (const pid_t child : children) {
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        failures += status != 0;
+    }
+    return failures;
+}
+
+TEST_P(StoreTest, aNewStoreIsMadeOnceByWhoeverOpensItFirst)
+{
+    for (int round = 0; round < 3; ++round) {
+        clear();
+        ASSERT_EQ(failuresOfOpening(m_url, 8), 0);
+        VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
+        EXPECT_FALSE(standin::hasAccounts());
+        standin::loadFleet(json(kFleet), {});
+    }
+    EXPECT_EQ(seenBy(1), "1 2 3 4 / 1 2 3 / 1 2 3 / ");
+}
+
 TEST_P(StoreTest, aStoreOfVersion1IsBroughtUpOnceByWhoeverOpensIt)
 {
     const Json::Value jBefore = dump();
-    const auto openAtOnce = [this] {  // by processes of their own
-        VELQZEMStoreClose();
-        std::vector<pid_t> children;
-        for (int i = 0; i < 4; ++i) {
-            children.push_back(fork());
-            if (children.back() == 0) {
-                const std::string fault = openingFails(m_url, standin::OpenMode::createIfMissing);
-                std::cerr << fault;
-                _exit(fault.empty() ? 0 : 1);
-            }
-        }
-        for (const pid_t child : children) {
-            int status = -1;
-            EXPECT_EQ(waitpid(child, &status, 0), child);
-            EXPECT_EQ(status, 0);
-        }
-        VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
-    };
     runSql("DROP TABLE token", "ALTER TABLE account ADD COLUMN token_hash TEXT",
            "UPDATE account SET token_hash = 'old' || uid WHERE uid < 3",
            "UPDATE meta SET value = 1 WHERE name = 'version'");
-    openAtOnce();
+    VELQZEMStoreClose();
+    ASSERT_EQ(failuresOfOpening(m_url, 4), 0);
+    VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
     EXPECT_EQ(dump(), jBefore);
     EXPECT_EQ(tokens(std::nullopt), "admin: helper: ");
     EXPECT_EQ(standin::findAccountByToken("old2")->uid, 2u);
     EXPECT_TRUE(standin::hasAccounts());
-    clear();
-    openAtOnce();
-    EXPECT_FALSE(standin::hasAccounts());
-    standin::loadFleet(json(kFleet), {});
 }
 
 TEST(StoreFile, ofVersion1KeepsItsTreeAndTokens)
