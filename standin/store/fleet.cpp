@@ -63,12 +63,10 @@ PlanCount applyWith(Read&& read, const ApplyOptions& options, const PlanSink& pl
             const Fleet empty = newFleet();
             return applyTo(empty, read(empty), options.prune, nullptr, progress);
         }
-        Transaction transaction(options.dryRun ? Access::read : Access::write);
-        const Fleet stored = storedFleet(transaction.sql());
-        soci::session* pSql = options.dryRun ? nullptr : &transaction.sql();
-        const Outcome done = applyTo(stored, read(stored), options.prune, pSql, progress);
-        transaction.commit();
-        return done;
+        return transacted(options.dryRun ? Access::read : Access::write, [&](soci::session& sql) {
+            const Fleet stored = storedFleet(sql);
+            return applyTo(stored, read(stored), options.prune, options.dryRun ? nullptr : &sql, progress);
+        });
     });
     for (const std::string& line : outcome.lines) {
         plan ? plan(line) : void();
@@ -94,12 +92,12 @@ PlanCount reviseFleet(const std::function<Json::Value(const Json::Value& jStored
 
 void exportFleet(const std::function<void(const std::string& line)>& sink)
 {
-    const std::vector<std::string> lines = explained([] {
-        Transaction transaction(Access::read);
-        const Fleet fleet = storedFleet(transaction.sql());
+    const auto read = [](soci::session& sql) {
+        const Fleet fleet = storedFleet(sql);
         checkFleet(fleet, Checked::all);
         return fileOf(fleet);
-    });
+    };
+    const std::vector<std::string> lines = explained([&read] { return transacted(Access::read, read); });
     for (const std::string& line : lines) {
         sink(line);
     }

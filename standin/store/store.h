@@ -145,7 +145,8 @@ PlanCount applyFleet(const Json::Value& jFleet, const ApplyOptions& options, con
                      const FleetProgress& progress = nullptr);
 
 // The same for a fleet that is made from the stored one, in the same transaction, and without deletions. revise: called
-// once with the stored fleet as exportFleet() writes it; returns the fleet to apply, and may throw std::runtime_error.
+// with the stored fleet as exportFleet() writes it, once more when the database has the transaction repeated; returns the
+// fleet to apply, and may throw std::runtime_error.
 PlanCount reviseFleet(const std::function<Json::Value(const Json::Value& jStored)>& revise, bool dryRun,
                       const PlanSink& plan = nullptr, const FleetProgress& progress = nullptr);
 
