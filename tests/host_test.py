@@ -94,9 +94,32 @@ BROKEN_FLEETS = [
     ("groups under one another", '"id": 6, "parent_id": 0', '"id": 6, "parent_id": 10', "groups["),
     ("a text as identifier", '"parent_id": 12, "name"', '"parent_id": "12", "name"', "servers[29]"),
     ("a delegate without an account", '"ugid": 1001', '"ugid": 77', "groups[2]"),
+    ("rights lost by a mistyped key", '"delegate":', '"delegates":', "groups[2].delegates"),
+    ("one of two values is picked", '"admin": true', '"admin": true, "admin": false', "admin"),
+    ("nobody who may do anything", '"admin": true', '"admin": false', "administrator"),
+    ("a key that steers the terminal", '"address":', r'"\u001b[2J":', r"servers[0].\x1B[2J"),
     ("an end in the middle", FLEET[len(FLEET) // 2:], "", "Line "),
     ("nothing", FLEET, "", "empty"),
     ("nesting that overflows the stack", FLEET, "[" * 5000 + "]" * 5000, "too deep"),
+]
+
+# A line of the exported sample, by a part of it, what takes the place of that part (None: the line goes), and the plan.
+EDITS = [
+    ('"Headquarters"', '"Head office"', '~ group 1 name Headquarters -> "Head office"'),
+    ('"parent_id": 3, "name": "Web staging"', '"parent_id": 5, "name": "Web staging"', "~ group 4 parent_id 3 -> 5"),
+    ('"order":[{"id":4},{"id":3}]', '"order":[{"id":3},{"id":4}]', "~ group 3 linked_gpo 4,3 -> 3,4"),
+    ('"delegate": [{"ugid":1001,"user_type":2},{"ugid":1002,', '"delegate": [{"ugid":1002,',
+     "~ group 11 delegate 1001,1002 -> 1002"),
+    ('"name": "Retired"', '"name": "Retired", "block_inheritance": true',
+     "~ group 12 block_inheritance false -> true"),
+    ('"Early updates"', '"Updates\\n- policy 8"', r'~ policy 8 name "Early updates" -> "Updates\n- policy 8"'),
+    ('"keep_days":35', '"keep_days":7',
+     '~ policy 3 setting {"values":{"keep_days":35,"start":"01:30"},"version":1} -> '
+     '{"values":{"keep_days":7,"start":"01:30"},"version":1}'),
+    ('"10.20.11.10"', '"10.20.11.9"', "~ server 5 address 10.20.11.10 -> 10.20.11.9"),
+    ('"hq-print1', None, "- server 15"),
+    ('"uid": 1003', None, "- account 1003"),
+    ('  {"id": 30,', '  {"id": 31, "parent_id": 4, "name": "new1"},\n  {"id": 30,', "+ server 31 new1"),
 ]
 
 # The fault of a command, the command, and what its message names.
@@ -131,7 +154,7 @@ MISUSES = [
 
 # Commands that find nothing to do where there is no store.
 READING = ["tree --as admin", "list --as admin", "call VELQ.ZEM.Tree get --as admin", "link add group 1 1", "tokens",
-           "token admin", "revoke admin"]
+           "token admin", "revoke admin", "export"]
 
 LINE = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ \S.*")  # of the log
 
@@ -426,6 +449,48 @@ class HostTest(unittest.TestCase):
         self.assertEqual(self.store.run("apply", SAMPLE), "0 created, 0 changed, 0 deleted\n")
         self.assertEqual(self.store.run("tree", "--as", "admin"), tree)
 
+    def trees(self):
+        """The trees of all accounts, as the module answers."""
+        names = re.findall(r'"uid": \d+, "name": "([^"]+)"', self.store.run("export"))
+        return {name: self.store.run("call", "VELQ.ZEM.Tree", "get", "--as", name) for name in names}
+
+    def test_exported_fleet_is_the_same_elsewhere_to_the_byte(self):
+        deep = '{"id":8,"parent_id":0,"name":"deep","extra_info":' + "[" * 990 + "]" * 990 + "}"
+        (self.store.folder / "deep.json").write_text('{"groups":[{"id":0,"desc":"all"},' + deep + "]}")
+        self.store.run("apply", "deep.json")
+        for source in [self.store.path, pathlib.Path(__file__).parent / "data/store_v1.db"]:
+            with self.subTest(source):
+                self.store = Store(BUILD, self.enterContext(tempfile.TemporaryDirectory(prefix="zem-")))
+                for path in source.parent.glob(source.name + "*"):
+                    (self.store.folder / path.name.replace(source.name, "zem.db")).write_bytes(path.read_bytes())
+                trees, text = self.trees(), self.store.run("export")
+                self.store = Store(BUILD, self.enterContext(tempfile.TemporaryDirectory(prefix="zem-")))
+                (self.store.folder / "fleet.json").write_text(text, encoding="utf-8")
+                self.store.run("apply", "fleet.json")
+                self.assertEqual(self.trees(), trees)
+                self.assertEqual(self.store.run("export"), text)
+                self.assertEqual(self.store.run("apply", "--prune", "fleet.json"), "0 created, 0 changed, 0 deleted\n")
+
+    def test_plan_holds_exactly_what_was_edited(self):
+        before, trees = self.store.run("export"), self.trees()
+        text = before
+        for part, other, _ in EDITS:
+            line = next(line for line in text.splitlines(keepends=True) if part in line)
+            text = text.replace(line, "" if other is None else line.replace(part, other))
+        text = re.sub(r"\},(\s*\])", r"}\1", text)  # where the last line of a section went
+        (self.store.folder / "fleet.json").write_text(text, encoding="utf-8")
+        plan = self.store.run("apply", "fleet.json", "--prune", "--dry-run").splitlines()
+        self.assertCountEqual(plan[:-1], [line for _, _, line in EDITS])
+        self.assertEqual(plan[-1], "1 created, 8 changed, 2 deleted; dry run, nothing was written")
+        self.assertEqual(self.store.run("export"), before)
+        self.assertEqual(self.store.run("apply", "fleet.json", "--prune").splitlines()[:-1], plan[:-1])
+        self.assertEqual(self.store.run("apply", "fleet.json", "--prune"), "0 created, 0 changed, 0 deleted\n")
+        after = self.trees()
+        self.assertIn('"Head office"', after["admin"])
+        self.assertNotIn("Warehouses", after["m.okafor"])
+        self.assertEqual(after["j.lindgren"].count("Warehouses"), trees["j.lindgren"].count("Warehouses"))
+        self.assertNotIn("p.duarte", after)
+
     def test_commands_show_what_they_changed(self):
         for action, drawn in [("add", "group Retired  policies: Early updates\n"), ("remove", "group Retired\n")]:
             self.store.run("link", action, "group", "12", "8")
@@ -442,8 +507,10 @@ class HostTest(unittest.TestCase):
             with self.subTest(command):
                 self.assertIn("there is no store", self.store.run(*command.split(), status=1, env=environment))
                 self.assertEqual(list(empty.iterdir()), [])
+        self.assertIn("\n54 created, ", self.store.run("apply", SAMPLE, "--dry-run", env=environment))
+        self.assertEqual(list(empty.iterdir()), [])
         self.store.run("tree", "--as", "admin", "--store", "sqlite:zem.db", env=environment)  # the option counts more
-        self.store.path = empty / "zem.db"
+        self.store = Store(BUILD, empty)
         self.serve_empty()
         self.store.run("apply", SAMPLE, env=environment)
         self.assertIn("group Retired\n", self.store.run("tree", "--as", "admin", env=environment))

@@ -45,6 +45,7 @@ Outcome applyTo(const Fleet& stored, const Fleet& file, bool prune, soci::sessio
 {
     const Fleet after = merged(file, prune ? newFleet() : stored);
     checkFleet(after, Checked::ofFile);
+    checkAdministrator(after);
     const Plan plan = compare(stored, after);
     const Outcome outcome = {countOf(plan), linesOf(plan)};
     if (pSql != nullptr && !outcome.lines.empty()) {
@@ -94,8 +95,9 @@ void exportFleet(const std::function<void(const std::string& line)>& sink)
 {
     const auto read = [](soci::session& sql) {
         const Fleet fleet = storedFleet(sql);
+        std::vector<std::string> file = fileOf(fleet);
         checkFleet(fleet, Checked::all);
-        return fileOf(fleet);
+        return file;
     };
     const std::vector<std::string> lines = explained([&read] { return transacted(Access::read, read); });
     for (const std::string& line : lines) {
