@@ -156,6 +156,11 @@ void closeDatabase()
     gDatabase.reset();
 }
 
+bool isDatabaseOpen()
+{
+    return gDatabase != nullptr;
+}
+
 bool isPostgres()
 {
     return gDatabase != nullptr && gDatabase->address.isPostgres;

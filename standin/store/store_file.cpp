@@ -10,6 +10,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "standin/store/errors.h"
+
 namespace standin {
 
 void provideStoreFile(const std::string& path, OpenMode mode)
@@ -18,8 +20,10 @@ void provideStoreFile(const std::string& path, OpenMode mode)
     if (stat(path.c_str(), &info) == 0) {
         return;
     }
-    if (mode == OpenMode::existingOnly) {
-        throw std::runtime_error("there is no store " + path + ": " + std::strerror(errno));
+    const bool isMissing = errno == ENOENT;
+    if (mode != OpenMode::createIfMissing) {
+        const std::string text = "there is no store " + path + ": " + std::strerror(errno);
+        isMissing ? throw NoStore(text) : throw std::runtime_error(text);
     }
     const int file = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (file < 0 && errno != EEXIST) {
