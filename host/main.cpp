@@ -94,6 +94,22 @@ void addApply(CommandLine& line)
     });
 }
 
+struct ImportSource {
+    std::string kind, path;
+    bool dryRun = false;
+};
+
+void addImport(CommandLine& line)
+{
+    const auto pSource = std::make_shared<ImportSource>();
+    CLI::App* pImport =
+        addCommand(line, "import", "Bring the groups and servers of an inventory into the store, all or nothing",
+                   [pSource] { return host::importAnsibleInventory(pSource->path, pSource->dryRun); });
+    pImport->add_option("KIND", pSource->kind, "Whose inventory it is")->required()->check(CLI::IsMember({"ansible"}));
+    pImport->add_option("FILE", pSource->path, "What ansible-inventory --list prints; - is standard input")->required();
+    pImport->add_flag("--dry-run", pSource->dryRun, "Only print what would change");
+}
+
 void addExport(CommandLine& line)
 {
     addCommand(line, "export", "Print the store as a fleet file", [] { return host::exportFleet(); });
@@ -189,8 +205,8 @@ void addCommands(CommandLine& line)
 {
     line.app.set_version_flag("--version", kVersion, "Print the version and exit");
     line.app.footer("zemhost COMMAND --help describes a command. Exit status: 0, 1 for a failure, 2 for wrong usage.");
-    for (const auto add :
-         {addServe, addApply, addExport, addToken, addTokens, addRevoke, addTree, addCall, addList, addLink}) {
+    for (const auto add : {addServe, addApply, addImport, addExport, addToken, addTokens, addRevoke, addTree, addCall,
+                           addList, addLink}) {
         add(line);
     }
     line.app.allow_extras();  // last, so that no command inherits it: only a word in a command's place is left over

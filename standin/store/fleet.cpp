@@ -84,10 +84,9 @@ PlanCount applyFleet(const Json::Value& jFleet, const ApplyOptions& options, con
     return applyWith([&file](const Fleet&) -> const Fleet& { return file; }, options, plan, progress);
 }
 
-PlanCount reviseFleet(const std::function<Json::Value(const Json::Value& jStored)>& revise, bool dryRun,
-                      const PlanSink& plan, const FleetProgress& progress)
+PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan, const FleetProgress& progress)
 {
-    const auto read = [&revise](const Fleet& stored) { return readFleet(revise(jsonOf(stored))); };
+    const auto read = [&revise](const Fleet& stored) { return readFleet(revise(jsonOf(stored), stored.lastGroup)); };
     return applyWith(read, {dryRun, false}, plan, progress);
 }
 

@@ -145,10 +145,12 @@ PlanCount applyFleet(const Json::Value& jFleet, const ApplyOptions& options, con
                      const FleetProgress& progress = nullptr);
 
 // The same for a fleet that is made from the stored one, in the same transaction, and without deletions. revise: called
-// with the stored fleet as exportFleet() writes it, once more when the database has the transaction repeated; returns the
-// fleet to apply, and may throw std::runtime_error.
-PlanCount reviseFleet(const std::function<Json::Value(const Json::Value& jStored)>& revise, bool dryRun,
-                      const PlanSink& plan = nullptr, const FleetProgress& progress = nullptr);
+// with the stored fleet as exportFleet() writes it and the highest identifier that a group ever had, above which those of
+// new groups belong, and once more when the database has the transaction repeated; returns the fleet to apply, and may
+// throw std::runtime_error.
+using Revision = std::function<Json::Value(const Json::Value& jStored, int64_t lastGroup)>;
+PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan = nullptr,
+                      const FleetProgress& progress = nullptr);
 
 // Gives the store as a fleet file, line by line without line ends: a record in each, in the order of kinds and
 // identifiers, its members in one order without those at their default. The root group is group 0; tokens are left out.
