@@ -28,10 +28,11 @@ enum class OpenMode { createIfMissing, existingOnly, ifThere };
 // Opens the one store of the process: "sqlite:PATH" or "postgresql://..." (also written "postgres://..."). Call it
 // before any VELQZEM function and when no thread uses the store; opening another store closes the first.
 // Where the database is empty or missing, createIfMissing makes the store; a new SQLite file is its owner's alone
-// (0600), as is what SQLite puts beside it, and one that is a store loses the rights of group and others. A store of
-// the version before is brought to this one, once, whoever else opens it at the same time. Refused, and left as it was:
-// a database that holds other tables ("not a store"), a store of a version that this program does not know, and with
-// existingOnly a database that is empty or missing; with ifThere that is left as it was too, and nothing is open then.
+// (0600), its folder's owner's when root makes it, as is what SQLite puts beside it, and one that is a store loses the
+// rights of group and others. A store of the version before is brought to this one, once, whoever else opens it at the
+// same time. Refused, and left as it was: a database that holds other tables ("not a store"), a store of a version that
+// this program does not know, and with existingOnly a database that is empty or missing; with ifThere that is left as it
+// was too, and nothing is open then.
 void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode = standin::OpenMode::createIfMissing);
 
 // Closes the store; VELQZEM functions then fail with EIO. No thread may be using it.
