@@ -6,6 +6,7 @@
 
 #include "standin/store/database.h"
 #include "standin/store/errors.h"
+#include "standin/store/statistics.h"
 #include "standin/store/transaction.h"
 
 namespace standin {
@@ -69,6 +70,9 @@ PlanCount applyWith(Read&& read, const ApplyOptions& options, const PlanSink& pl
             return applyTo(stored, read(stored), options.prune, options.dryRun ? nullptr : &sql, progress);
         });
     });
+    if (!options.dryRun && !outcome.lines.empty()) {
+        refreshStatistics();
+    }
     for (const std::string& line : outcome.lines) {
         plan ? plan(line) : void();
     }
