@@ -204,7 +204,7 @@ void emptyStore()
 template <typename... Texts>
 void runRaw(const std::string& url, const Texts&... statements)
 {
-    standin::openDatabase(url, standin::OpenMode::createIfMissing);
+    standin::openDatabase(url, standin::OpenMode::createIfMissing, 1);
     {
         standin::Connection connection;
         (standin::execute(connection.sql(), statements), ...);

@@ -5,11 +5,11 @@
 #include "standin/store/snapshot.h"
 #include "standin/store/store.h"
 
-void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode)
+void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode, size_t connections)
 {
     VELQZEMStoreClose();
     standin::explained([&] {
-        standin::openDatabase(url, mode);
+        standin::openDatabase(url, mode, connections);
         try {
             standin::prepareSchema(mode);
         } catch (...) {

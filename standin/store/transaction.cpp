@@ -1,6 +1,7 @@
 // How a transaction begins differs between the databases; both let only one writing transaction run at a time.
 #include "standin/store/transaction.h"
 
+#include "standin/store/session.h"
 #include "standin/store/snapshot.h"
 #include "standin/store/statement.h"
 #include "standin/store/writer_line.h"
@@ -48,7 +49,7 @@ void beginOrReconnect(Connection& connection, Access access)
 {
     try {
         begin(connection.sql(), access);
-    } catch (const soci::soci_error&) {
+    } catch (const std::runtime_error&) {
         require(!rollBack(connection.sql()) && errnoOfException() != EBUSY, EBUSY);
         connection.reconnect();
         begin(connection.sql(), access);
@@ -78,8 +79,8 @@ Transaction::Transaction(Access access) : m_turn(access), m_connection(connectio
 
 Transaction::~Transaction()
 {
-    if (m_open) {
-        rollBack(m_connection.sql());
+    if (m_open && !rollBack(m_connection.sql())) {
+        m_connection.close();  // nobody knows what state it is in
     }
 }
 
@@ -90,7 +91,13 @@ soci::session& Transaction::sql()
 
 void Transaction::commit()
 {
-    execute(m_connection.sql(), "COMMIT");
+    try {
+        execute(m_connection.sql(), "COMMIT");
+    } catch (const std::runtime_error&) {
+        require(!m_turn.isTaken || !isLost(m_connection.sql()), EIO,
+                "the database did not answer: the change may have been made, or may not");
+        throw;
+    }
     m_open = false;
 }
 

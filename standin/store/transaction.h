@@ -22,7 +22,8 @@ public:
 
     soci::session& sql();
 
-    // Throws soci::soci_error; the transaction is rolled back then.
+    // Throws soci::soci_error; the transaction is rolled back then. Throws Refusal EIO when the connection is lost
+    // before there is an answer: the transaction may have been committed, and the text says so.
     void commit();
 
 private:
