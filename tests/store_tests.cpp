@@ -1,4 +1,4 @@
-// The node store on a real database: SQLite in a fresh folder, and PostgreSQL when ZEM_TEST_POSTGRESQL names one.
+// The node store on a real database: SQLite, and PostgreSQL when ZEM_TEST_POSTGRESQL names one.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -16,7 +16,7 @@
 #include "standin/store/statement.h"
 #include "standin/store/store.h"
 #include "standin/store/transaction.h"
-#include "tests/support.h"
+#include "tests/temp_database.h"
 
 using test::json;
 
@@ -200,18 +200,6 @@ void emptyStore()
     }
 }
 
-// Without the store's own idea of what the database holds; each by itself.
-template <typename... Texts>
-void runRaw(const std::string& url, const Texts&... statements)
-{
-    standin::openDatabase(url, standin::OpenMode::createIfMissing, 1);
-    {
-        standin::Connection connection;
-        (standin::execute(connection.sql(), statements), ...);
-    }
-    standin::closeDatabase();
-}
-
 std::string textOf(const std::string& path)
 {
     std::ifstream file(path);
@@ -233,15 +221,11 @@ class StoreTest : public testing::TestWithParam<const char*> {
 protected:
     void SetUp() override
     {
-        const char* szServer = std::getenv("ZEM_TEST_POSTGRESQL");
-        if (std::string("sqlite") == GetParam()) {
-            m_url = "sqlite:" + m_folder.path + "/a store.db";
-        } else if (szServer == nullptr) {
+        if (std::string("postgresql") == GetParam() && test::postgresqlForTests() == nullptr) {
             GTEST_SKIP() << "ZEM_TEST_POSTGRESQL is not set";
-        } else {
-            m_url = szServer;
         }
-        clear();
+        m_pDatabase = std::make_unique<test::TempDatabase>(GetParam());
+        m_url = m_pDatabase->url();
         VELQZEMStoreOpen(m_url);
         standin::loadFleet(json(kFleet), {});
     }
@@ -251,29 +235,18 @@ protected:
     }
     bool isSqlite() const
     {
-        return m_url.starts_with("sqlite:");
+        return m_pDatabase->isSqlite();
     }
-    std::string path() const
-    {
-        return m_url.substr(m_url.find(':') + 1);
-    }
-    // Leaves nothing of the database.
     void clear() const
     {
         VELQZEMStoreClose();
-        if (isSqlite()) {
-            for (const auto& entry : std::filesystem::directory_iterator(m_folder.path)) {
-                std::filesystem::remove(entry);
-            }
-        } else {
-            runRaw(m_url, "DROP SCHEMA IF EXISTS public CASCADE", "CREATE SCHEMA public");
-        }
+        m_pDatabase->clear();
     }
-    const test::TempFolder m_folder;
+    std::unique_ptr<test::TempDatabase> m_pDatabase;
     std::string m_url;
 };
 
-INSTANTIATE_TEST_SUITE_P(Databases, StoreTest, testing::Values("sqlite", "postgresql"));
+INSTANTIATE_TEST_SUITE_P(Databases, StoreTest, testing::ValuesIn(test::kDatabases));
 
 // A change on behalf of the account, of nobody for 0.
 int as(uint32_t uid, Change* change, int64_t id, const std::string& text)
@@ -807,39 +780,58 @@ TEST_P(StoreTest, usesOfATokenAreNotedNowAndThenAndOnlyIfThatCostsNothing)
     EXPECT_GT(lastUse(), before);
 }
 
+// Opens the store in that many processes at the same moment; how many of them it failed in.
+int failuresOfOpening(const std::string& url, int processes)
+{
+    int start[2];
+    EXPECT_EQ(pipe(start), 0);
+    std::vector<pid_t> children;
+    for (int i = 0; i < processes; ++i) {
+        children.push_back(fork());
+        if (children.back() == 0) {
+            close(start[1]);
+            [[maybe_unused]] const ssize_t end = read(start[0], &processes, 1);  // which is when all are there
+            const std::string fault = openingFails(url, standin::OpenMode::createIfMissing);
+            std::cerr << fault;
+            _exit(fault.empty() ? 0 : 1);
+        }
+    }
+    close(start[0]);
+    close(start[1]);
+    int failures = 0;
+    for (const pid_t child : children) {
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        failures += status != 0;
+    }
+    return failures;
+}
+
+TEST_P(StoreTest, aNewStoreIsMadeOnceByWhoeverOpensItFirst)
+{
+    for (int round = 0; round < 3; ++round) {
+        clear();
+        ASSERT_EQ(failuresOfOpening(m_url, 8), 0);
+        VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
+        EXPECT_FALSE(standin::hasAccounts());
+        standin::loadFleet(json(kFleet), {});
+    }
+    EXPECT_EQ(seenBy(1), "1 2 3 4 / 1 2 3 / 1 2 3 / ");
+}
+
 TEST_P(StoreTest, aStoreOfVersion1IsBroughtUpOnceByWhoeverOpensIt)
 {
     const Json::Value jBefore = dump();
-    const auto openAtOnce = [this] {  // by processes of their own
-        VELQZEMStoreClose();
-        std::vector<pid_t> children;
-        for (int i = 0; i < 4; ++i) {
-            children.push_back(fork());
-            if (children.back() == 0) {
-                const std::string fault = openingFails(m_url, standin::OpenMode::createIfMissing);
-                std::cerr << fault;
-                _exit(fault.empty() ? 0 : 1);
-            }
-        }
-        for (const pid_t child : children) {
-            int status = -1;
-            EXPECT_EQ(waitpid(child, &status, 0), child);
-            EXPECT_EQ(status, 0);
-        }
-        VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
-    };
     runSql("DROP TABLE token", "ALTER TABLE account ADD COLUMN token_hash TEXT",
            "UPDATE account SET token_hash = 'old' || uid WHERE uid < 3",
            "UPDATE meta SET value = 1 WHERE name = 'version'");
-    openAtOnce();
+    VELQZEMStoreClose();
+    ASSERT_EQ(failuresOfOpening(m_url, 4), 0);
+    VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
     EXPECT_EQ(dump(), jBefore);
     EXPECT_EQ(tokens(std::nullopt), "admin: helper: ");
     EXPECT_EQ(standin::findAccountByToken("old2")->uid, 2u);
     EXPECT_TRUE(standin::hasAccounts());
-    clear();
-    openAtOnce();
-    EXPECT_FALSE(standin::hasAccounts());
-    standin::loadFleet(json(kFleet), {});
 }
 
 TEST(StoreFile, ofVersion1KeepsItsTreeAndTokens)
@@ -869,19 +861,19 @@ TEST_P(StoreTest, onlyAStoreIsOpenedAndOnlyWhereItMayBeIsOneMade)
     using enum standin::OpenMode;
     clear();
     EXPECT_TRUE(openingFails(m_url, existingOnly).starts_with("there is no store"));
-    EXPECT_TRUE(std::filesystem::is_empty(m_folder.path));
+    EXPECT_FALSE(isSqlite() && std::filesystem::exists(m_pDatabase->path()));
     for (const char* szMine : {"CREATE TABLE mine (a BIGINT)", "CREATE TABLE meta (name TEXT, value BIGINT)"}) {
         clear();
-        runRaw(m_url, szMine, "CREATE TABLE account (a BIGINT)");
-        const std::string before = isSqlite() ? textOf(path()) : "";
+        m_pDatabase->run(szMine, "CREATE TABLE account (a BIGINT)");
+        const std::string before = isSqlite() ? textOf(m_pDatabase->path()) : "";
         for (const auto mode : {existingOnly, createIfMissing}) {
             EXPECT_EQ(openingFails(m_url, mode), "not a store: the database holds tables of something else");
         }
-        EXPECT_EQ(isSqlite() ? textOf(path()) : "", before);
-        runRaw(m_url, "DROP TABLE account", "CREATE TABLE ou (a BIGINT)");  // it was not made
+        EXPECT_EQ(isSqlite() ? textOf(m_pDatabase->path()) : "", before);
+        m_pDatabase->run("DROP TABLE account", "CREATE TABLE ou (a BIGINT)");  // it was not made
     }
     clear();
-    runRaw(m_url, "CREATE VIEW mine AS SELECT 1 AS a", "SELECT 1");
+    m_pDatabase->run("CREATE VIEW mine AS SELECT 1 AS a", "SELECT 1");
     EXPECT_EQ(openingFails(m_url, createIfMissing), "not a store: the database holds tables of something else");
     clear();
     EXPECT_EQ(openingFails(isSqlite() ? m_url : "postgres" + m_url.substr(10), createIfMissing), "");

@@ -44,6 +44,13 @@ void demand(bool condition, std::string_view place, std::string_view why);
 // ENOMEM or EIO for what the database reports, EIO for anything unknown.
 int errnoOfException();
 
+// Whether the exception being handled says that the database gave up the transaction because of others, and that it may
+// succeed when it is run once more; likewise.
+bool isToBeRepeated();
+
+// Whether the database itself says that it does not know whether the transaction was committed; likewise.
+bool isOutcomeUnknown();
+
 // The text for the exception being handled, one line for people, without SQL; likewise.
 std::string textOfException();
 

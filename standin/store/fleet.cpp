@@ -202,9 +202,8 @@ Fleet readFleet(const Json::Value& jFleet)
 void loadFleet(const Json::Value& jFleet, const std::function<void(size_t, size_t)>& progress)
 {
     const Fleet fleet = readFleet(jFleet);
-    explained([&] {
-        Transaction transaction(Access::write);
-        const int64_t held = number(transaction.sql(),
+    const auto store = [&](soci::session& sql) {
+        const int64_t held = number(sql,
                                     "SELECT (SELECT COUNT(*) FROM account) + (SELECT COUNT(*) FROM gpo)"
                                     " + (SELECT COUNT(*) FROM kx) + (SELECT COUNT(*) FROM ou WHERE id <> 0)");
         if (held != 0) {
@@ -212,15 +211,15 @@ void loadFleet(const Json::Value& jFleet, const std::function<void(size_t, size_
         }
         const size_t total = fleet.accounts.size() + fleet.policies.size() + fleet.groups.size() + fleet.servers.size();
         size_t done = 0;
-        storeFleet(transaction.sql(), fleet, [&] {
+        storeFleet(sql, fleet, [&] {
             constexpr size_t kReportEvery = 1000;
             ++done;
             if (progress && (done % kReportEvery == 0 || done == total)) {
                 progress(done, total);
             }
         });
-        transaction.commit();
-    });
+    };
+    explained([&] { transacted(Access::write, store); });
 }
 
 }  // namespace standin

@@ -68,7 +68,7 @@ void Pool::close(size_t number)
         const std::lock_guard lock(m_mutex);  // the socket's number may come to name another
         slot.socket = -1;
     }
-    slot.pSession = std::make_unique<soci::session>();
+    slot.pSession->close();
 }
 
 void Pool::reconnect(size_t number)
