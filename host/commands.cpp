@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <stdexcept>
@@ -14,6 +13,7 @@
 #include "host/dispatch.h"
 #include "host/log.h"
 #include "host/module_loader.h"
+#include "host/program_files.h"
 #include "host/text.h"
 #include "host/tokens.h"
 #include "host/tree_view.h"
@@ -26,14 +26,8 @@ namespace {
 ModuleSet loadModules(const ModulePaths& paths)
 {
     ModuleSet modules;
-    for (const std::string& path : paths) {
+    for (const std::string& path : paths.empty() ? defaultModules() : paths) {
         modules.load(path);
-    }
-    if (paths.empty()) {
-        const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-        for (const char* szName : {"webapi_zem_ou.so", "webapi_zem_gpo.so"}) {
-            modules.load(folder / szName);
-        }
     }
     return modules;
 }

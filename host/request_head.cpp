@@ -41,12 +41,16 @@ bool isBodyAmbiguous(MHD_Connection* pConnection)
     return ends > 1;
 }
 
-// Finds the method that the path names; pRow stays null when there is none.
+// Finds what the path stands for, and a method's row.
 void resolvePath(const char* szPath, const ModuleSet& modules, RequestHead& head)
 {
     char szApi[100], szVersion[19], szMethod[100];
     int end = 0;
     head.api = szPath;
+    if (strcmp(szPath, "/health") == 0) {
+        head.resource = Resource::health;
+        return;
+    }
     if (sscanf(szPath, "/webapi/%99[^/]/%18[0-9]/%99[^/]%n", szApi, szVersion, szMethod, &end) != 3 ||
         szPath[end] != '\0' || (szVersion[0] == '0' && szVersion[1] != '\0')) {
         return;
@@ -54,6 +58,29 @@ void resolvePath(const char* szPath, const ModuleSet& modules, RequestHead& head
     head.api = szApi;
     head.method = szMethod;
     head.pRow = modules.find(szApi, strtoll(szVersion, nullptr, 10), szMethod);
+    head.resource = head.pRow == nullptr ? Resource::none : Resource::method;
+}
+
+bool isAllowed(Resource resource, const char* szMethod)
+{
+    if (resource == Resource::method) {
+        return strcmp(szMethod, MHD_HTTP_METHOD_POST) == 0;
+    }
+    return strcmp(szMethod, MHD_HTTP_METHOD_GET) == 0 || strcmp(szMethod, MHD_HTTP_METHOD_HEAD) == 0;
+}
+
+// Whether a method can be called: who calls, and what of its body can be told by now.
+int judgeCall(MHD_Connection* pConnection, RequestHead& head)
+{
+    head.tokenHash = hashOfBearer(header(pConnection, MHD_HTTP_HEADER_AUTHORIZATION));
+    if (head.tokenHash.empty()) {
+        return MHD_HTTP_UNAUTHORIZED;
+    }
+    if (declaredLength(pConnection) > RequestBody::kMaxBytes) {
+        return MHD_HTTP_CONTENT_TOO_LARGE;
+    }
+    const char* szEncoding = header(pConnection, MHD_HTTP_HEADER_CONTENT_ENCODING);
+    return *szEncoding == '\0' || strcasecmp(szEncoding, "identity") == 0 ? 0 : MHD_HTTP_BAD_REQUEST;
 }
 
 }  // namespace
@@ -66,21 +93,18 @@ int judgeHead(MHD_Connection* pConnection, const char* szPath, const char* szMet
     if (head.isLast) {
         return MHD_HTTP_BAD_REQUEST;
     }
-    if (head.pRow == nullptr) {
+    if (head.resource == Resource::none) {
         return MHD_HTTP_NOT_FOUND;
     }
-    if (strcmp(szMethod, MHD_HTTP_METHOD_POST) != 0) {
+    if (!isAllowed(head.resource, szMethod)) {
         return MHD_HTTP_METHOD_NOT_ALLOWED;
     }
-    head.tokenHash = hashOfBearer(header(pConnection, MHD_HTTP_HEADER_AUTHORIZATION));
-    if (head.tokenHash.empty()) {
-        return MHD_HTTP_UNAUTHORIZED;
-    }
-    if (declaredLength(pConnection) > RequestBody::kMaxBytes) {
-        return MHD_HTTP_CONTENT_TOO_LARGE;
-    }
-    const char* szEncoding = header(pConnection, MHD_HTTP_HEADER_CONTENT_ENCODING);
-    return *szEncoding == '\0' || strcasecmp(szEncoding, "identity") == 0 ? 0 : MHD_HTTP_BAD_REQUEST;
+    return head.resource == Resource::method ? judgeCall(pConnection, head) : 0;
+}
+
+const char* allowedMethods(Resource resource)
+{
+    return resource == Resource::method ? "POST" : "GET, HEAD";
 }
 
 bool sendsBodyUnasked(MHD_Connection* pConnection)

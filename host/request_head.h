@@ -10,7 +10,15 @@
 
 namespace host {
 
+// What a path stands for.
+enum class Resource {
+    none,
+    method,  // of a module, to be called
+    health,  // whether the store answers, for who watches the server
+};
+
 struct RequestHead {
+    Resource resource = Resource::none;
     std::string api, method;                // as the client wrote them; a path of another form is all in api
     const VELQ::APIMethod* pRow = nullptr;  // the module's; null when none offers the method
     std::string tokenHash;                  // of the bearer token
@@ -23,6 +31,9 @@ struct RequestHead {
 // the token may still be nobody's. Throws std::bad_alloc; what was read before is in head then.
 int judgeHead(MHD_Connection* pConnection, const char* szPath, const char* szMethod, const ModuleSet& modules,
               RequestHead& head);
+
+// The HTTP methods that the resource takes, as a header lists them.
+const char* allowedMethods(Resource resource);
 
 // Whether the client sends a body without waiting to be told so. On the thread that serves the connection.
 bool sendsBodyUnasked(MHD_Connection* pConnection);

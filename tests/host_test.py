@@ -63,7 +63,7 @@ REFUSALS = [
 ]
 
 # What the message of a refusal says, by status.
-MEANINGS = {400: "JSON", 401: "token", 404: "no such method", 405: "POST", 413: "4 MiB", 500: "failed", 503: "busy"}
+MEANINGS = {400: "JSON", 401: "token", 404: "no such method", 405: "takes only POST", 413: "4 MiB", 500: "failed", 503: "busy"}
 
 # The fault that a row catches, a request of the delegate m.okafor, its code and what its message says. The first row
 # leaves a reason behind for those after it.
@@ -96,9 +96,32 @@ BROKEN_FLEETS = [
     ("groups under one another", '"id": 6, "parent_id": 0', '"id": 6, "parent_id": 10', "groups["),
     ("a text as identifier", '"parent_id": 12, "name"', '"parent_id": "12", "name"', "servers[29]"),
     ("a delegate without an account", '"ugid": 1001', '"ugid": 77', "groups[2]"),
+    ("rights lost by a mistyped key", '"delegate":', '"delegates":', "groups[2].delegates"),
+    ("one of two values is picked", '"admin": true', '"admin": true, "admin": false', "admin"),
+    ("nobody who may do anything", '"admin": true', '"admin": false', "administrator"),
+    ("a key that steers the terminal", '"address":', r'"\u001b[2J":', r"servers[0].\x1B[2J"),
     ("an end in the middle", FLEET[len(FLEET) // 2:], "", "Line "),
     ("nothing", FLEET, "", "empty"),
     ("nesting that overflows the stack", FLEET, "[" * 5000 + "]" * 5000, "too deep"),
+]
+
+# A line of the exported sample, by a part of it, what takes the place of that part (None: the line goes), and the plan.
+EDITS = [
+    ('"Headquarters"', '"Head office"', '~ group 1 name Headquarters -> "Head office"'),
+    ('"parent_id": 3, "name": "Web staging"', '"parent_id": 5, "name": "Web staging"', "~ group 4 parent_id 3 -> 5"),
+    ('"order":[{"id":4},{"id":3}]', '"order":[{"id":3},{"id":4}]', "~ group 3 linked_gpo 4,3 -> 3,4"),
+    ('"delegate": [{"ugid":1001,"user_type":2},{"ugid":1002,', '"delegate": [{"ugid":1002,',
+     "~ group 11 delegate 1001,1002 -> 1002"),
+    ('"name": "Retired"', '"name": "Retired", "block_inheritance": true',
+     "~ group 12 block_inheritance false -> true"),
+    ('"Early updates"', '"Updates\\n- policy 8"', r'~ policy 8 name "Early updates" -> "Updates\n- policy 8"'),
+    ('"keep_days":35', '"keep_days":7',
+     '~ policy 3 setting {"values":{"keep_days":35,"start":"01:30"},"version":1} -> '
+     '{"values":{"keep_days":7,"start":"01:30"},"version":1}'),
+    ('"10.20.11.10"', '"10.20.11.9"', "~ server 5 address 10.20.11.10 -> 10.20.11.9"),
+    ('"hq-print1', None, "- server 15"),
+    ('"uid": 1003', None, "- account 1003"),
+    ('  {"id": 30,', '  {"id": 31, "parent_id": 4, "name": "new1"},\n  {"id": 30,', "+ server 31 new1"),
 ]
 
 # The fault of a command, the command, and what its message names.
@@ -135,7 +158,7 @@ MISUSES = [
 
 # Commands that find nothing to do where there is no store.
 READING = ["tree --as admin", "list --as admin", "call VELQ.ZEM.Tree get --as admin", "link add group 1 1", "tokens",
-           "token admin", "revoke admin"]
+           "token admin", "revoke admin", "export"]
 
 LINE = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ \S.*")  # of the log
 
@@ -299,6 +322,37 @@ class HostTest(unittest.TestCase):
         self.assertIn("no module offers", self.store.run(
             "call", "VELQ.ZEM.Tree", "get", "--as", "admin", "--module", NEIGHBOUR, status=1))
 
+    def await_health(self, status):
+        limit = time.monotonic() + 20
+        while self.request("/health", None, method="GET")[0] != status:
+            self.assertLess(time.monotonic(), limit, f"/health does not become {status}")
+            time.sleep(0.05)
+
+    def test_health_tells_whether_the_store_answers(self):
+        self.serve()
+        away = self.store.path.with_name("away")
+        for _ in range(2):
+            self.assertEqual(self.request("/health", None, method="GET"), (200, {"success": True, "data": None}))
+            self.store.path.rename(away)
+            self.await_health(503)
+            _, answer = self.request("/health", None, method="GET")
+            self.assertIn("store does not answer", answer["error"]["message"])
+            self.assertFalse(self.store.path.exists())
+            away.rename(self.store.path)
+            self.await_health(200)
+        client = self.send("/health", None, method="HEAD")
+        response = client.getresponse()
+        self.assertEqual((response.status, response.read(), response.headers["Cache-Control"]), (200, b"", "no-store"))
+        send(client, "/health", None, b"{}")
+        response = client.getresponse()
+        self.assertEqual((response.status, response.headers["Allow"]), (405, "GET, HEAD"))
+        self.assertEqual(self.request("/health/x", None, method="GET")[0], 404)
+        self.server.stop()
+        lines = [line.split(" ", 1)[1] for line in self.store.log.read_text(encoding="utf-8").splitlines()]
+        for line, expected in zip(lines, ["zemhost: the store does not answer: ", "zemhost: the store answers again after "
+                                          ] * 2 + ["- /health - 405 ", "- /health/x - 404 "], strict=True):
+            self.assertTrue(line.startswith(expected), lines)
+
     def test_no_name_splits_a_line_of_the_log(self):
         self.store.path.unlink()
         fleet = json.loads(FLEET)
@@ -457,8 +511,51 @@ class HostTest(unittest.TestCase):
         self.assertEqual(self.records(), expected)
 
         inventory["cold"]["children"].append("north")
-        self.assertIn('standard input: group "cold": it is in a circle of groups', self.import_inventory(inventory, status=1))
+        refused = self.import_inventory(inventory, status=1)
+        self.assertIn('standard input: group "cold": it is in a circle of groups', refused)
         self.assertEqual(self.records(), expected)
+
+    def trees(self):
+        """The trees of all accounts, as the module answers."""
+        names = re.findall(r'"uid": \d+, "name": "([^"]+)"', self.store.run("export"))
+        return {name: self.store.run("call", "VELQ.ZEM.Tree", "get", "--as", name) for name in names}
+
+    def test_exported_fleet_is_the_same_elsewhere_to_the_byte(self):
+        deep = '{"id":8,"parent_id":0,"name":"deep","extra_info":' + "[" * 990 + "]" * 990 + "}"
+        (self.store.folder / "deep.json").write_text('{"groups":[{"id":0,"desc":"all"},' + deep + "]}")
+        self.store.run("apply", "deep.json")
+        for source in [self.store.path, pathlib.Path(__file__).parent / "data/store_v1.db"]:
+            with self.subTest(source):
+                self.store = Store(BUILD, self.enterContext(tempfile.TemporaryDirectory(prefix="zem-")))
+                for path in source.parent.glob(source.name + "*"):
+                    (self.store.folder / path.name.replace(source.name, "zem.db")).write_bytes(path.read_bytes())
+                trees, text = self.trees(), self.store.run("export")
+                self.store = Store(BUILD, self.enterContext(tempfile.TemporaryDirectory(prefix="zem-")))
+                (self.store.folder / "fleet.json").write_text(text, encoding="utf-8")
+                self.store.run("apply", "fleet.json")
+                self.assertEqual(self.trees(), trees)
+                self.assertEqual(self.store.run("export"), text)
+                self.assertEqual(self.store.run("apply", "--prune", "fleet.json"), "0 created, 0 changed, 0 deleted\n")
+
+    def test_plan_holds_exactly_what_was_edited(self):
+        before, trees = self.store.run("export"), self.trees()
+        text = before
+        for part, other, _ in EDITS:
+            line = next(line for line in text.splitlines(keepends=True) if part in line)
+            text = text.replace(line, "" if other is None else line.replace(part, other))
+        text = re.sub(r"\},(\s*\])", r"}\1", text)  # where the last line of a section went
+        (self.store.folder / "fleet.json").write_text(text, encoding="utf-8")
+        plan = self.store.run("apply", "fleet.json", "--prune", "--dry-run").splitlines()
+        self.assertCountEqual(plan[:-1], [line for _, _, line in EDITS])
+        self.assertEqual(plan[-1], "1 created, 8 changed, 2 deleted; dry run, nothing was written")
+        self.assertEqual(self.store.run("export"), before)
+        self.assertEqual(self.store.run("apply", "fleet.json", "--prune").splitlines()[:-1], plan[:-1])
+        self.assertEqual(self.store.run("apply", "fleet.json", "--prune"), "0 created, 0 changed, 0 deleted\n")
+        after = self.trees()
+        self.assertIn('"Head office"', after["admin"])
+        self.assertNotIn("Warehouses", after["m.okafor"])
+        self.assertEqual(after["j.lindgren"].count("Warehouses"), trees["j.lindgren"].count("Warehouses"))
+        self.assertNotIn("p.duarte", after)
 
     def test_commands_show_what_they_changed(self):
         for action, drawn in [("add", "group Retired  policies: Early updates\n"), ("remove", "group Retired\n")]:
@@ -476,6 +573,8 @@ class HostTest(unittest.TestCase):
             with self.subTest(command):
                 self.assertIn("there is no store", self.store.run(*command.split(), status=1, env=environment))
                 self.assertEqual(list(empty.iterdir()), [])
+        self.assertIn("\n54 created, ", self.store.run("apply", SAMPLE, "--dry-run", env=environment))
+        self.assertEqual(list(empty.iterdir()), [])
         self.store.run("tree", "--as", "admin", "--store", "sqlite:zem.db", env=environment)  # the option counts more
         self.store = Store(BUILD, empty)
         self.serve_empty()

@@ -106,7 +106,7 @@ struct ThreadsTest : testing::TestWithParam<const char*> {
         VELQZEMStoreClose();
         pDatabase->clear();
         VELQZEMStoreOpen(pDatabase->url());
-        standin::loadFleet(jFleet, {});
+        standin::applyFleet(jFleet, {});
     }
     Rows query(const std::string& text) const
     {

@@ -45,6 +45,7 @@ Outcome applyTo(const Fleet& stored, const Fleet& file, bool prune, soci::sessio
 {
     const Fleet after = merged(file, prune ? newFleet() : stored);
     checkFleet(after, Checked::ofFile);
+    checkAdministrator(after);
     const Plan plan = compare(stored, after);
     const Outcome outcome = {countOf(plan), linesOf(plan)};
     if (pSql != nullptr && !outcome.lines.empty()) {
@@ -96,8 +97,9 @@ void exportFleet(const std::function<void(const std::string& line)>& sink)
     const std::vector<std::string> lines = explained([] {
         Transaction transaction(Access::read);
         const Fleet fleet = storedFleet(transaction.sql());
+        const std::vector<std::string> file = fileOf(fleet);
         checkFleet(fleet, Checked::all);
-        return fileOf(fleet);
+        return file;
     });
     for (const std::string& line : lines) {
         sink(line);
