@@ -9,6 +9,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import sqlite3
 import subprocess
 import sys
@@ -27,6 +28,7 @@ NEIGHBOUR = BUILD / "webapi_zem_gpo.so"
 TREE = "/webapi/VELQ.ZEM.Tree/1/get"
 CREATE = "/webapi/VELQ.ZEM.KXGroup/1/create"
 LINK = "/webapi/VELQ.ZEM.GPO/1/link"
+DATA = pathlib.Path(__file__).resolve().parent / "data"
 FLEET = SAMPLE.read_text(encoding="utf-8")
 HUGE = b" " * (100 << 20)
 
@@ -130,6 +132,7 @@ VAIN_COMMANDS = [
     ("an error as answer", 'call --as admin VELQ.ZEM.KXGroup delete --params {"node_id":0}', '"code":101'),
     ("a policy that is not there", "link add group 12 99", "not changed"),
     ("a folder as fleet file", "apply .", "directory"),
+    ("a fleet file as inventory", f"import ansible {SAMPLE}", 'group "accounts": not a list of names'),
     ("an address that others reach", "serve --listen 0.0.0.0:0", "--allow-remote"),
     ("an address without a port", "serve --listen localhost", "no address"),
     ("a module that is not there", "tree --as admin --module none.so", "none.so"),
@@ -147,8 +150,11 @@ MISUSES = [
     ("nothing is asked for and nothing said", "", "command is missing"),
     ("an account is made up", "tree", "--as"),
     ("a word too many is overlooked", "tree --as admin now", "now"),
+    ("an inventory of another program", "import puppet x", "puppet"),
     ("a kind of node without links", "link add policy 12 1", "policy"),
     ("an option's text is taken for a number", "token admin --days soon", "--days"),
+    ("a server without a connection to its store", "serve --connections 0", "--connections"),
+    ("more connections than there are descriptors for", "serve --connections 65", "--connections"),
     ("a token ends before it begins", "token admin --days 0", "--days"),
 ]
 
@@ -490,6 +496,67 @@ class HostTest(unittest.TestCase):
         self.assertNotIn("Warehouses", after["m.okafor"])
         self.assertEqual(after["j.lindgren"].count("Warehouses"), trees["j.lindgren"].count("Warehouses"))
         self.assertNotIn("p.duarte", after)
+
+    def inventory(self):
+        """The sample inventory as Ansible prints it, in this machine's version where it is installed."""
+        if shutil.which("ansible-inventory"):
+            printed = subprocess.run(["ansible-inventory", "-i", DATA / "inventory.ini", "--list"], check=True, text=True,
+                                     capture_output=True, timeout=120, cwd=self.store.folder,
+                                     env={**os.environ, "HOME": str(self.store.folder)}).stdout
+            self.assertEqual(json.loads(printed), json.loads((DATA / "inventory.json").read_text(encoding="utf-8")))
+        return json.loads((DATA / "inventory.json").read_text(encoding="utf-8"))
+
+    def import_inventory(self, inventory, *options, status=0):
+        return self.store.run("import", "ansible", "-", *options, input=json.dumps(inventory), status=status)
+
+    def records(self):
+        """The groups and servers of the store by their names, without what the store writes by itself."""
+        fleet = json.loads(self.store.run("export"))
+        return {record["name"]: {key: record[key] for key in record.keys() - {"mtime", "revision"}}
+                for record in fleet["groups"] + fleet["servers"]}
+
+    def call_module(self, api, method, params):
+        self.store.run("call", f"VELQ.ZEM.{api}", method, "--params", json.dumps(params), "--as", "admin")
+
+    def test_inventory_of_ansible_comes_in_and_later_ones_update_it(self):
+        inventory = self.inventory()
+        self.call_module("KXGroup", "create", {"id": 0, "name": "gone", "parent_id": 0})
+        self.call_module("KXGroup", "delete", {"node_id": 13})
+        before = self.records()
+        planned = self.import_inventory(inventory, "--dry-run")
+        self.assertEqual(self.records(), before)
+        printed = self.import_inventory(inventory)
+        self.assertEqual(planned, printed.replace(" deleted\n", " deleted; dry run, nothing was written\n"))
+        for line in ["+ group 14 north", "13 created, 0 changed, 0 deleted",
+                     'group "databases" has several parents and stands under "sites"',
+                     'host "web1.example.net" is in several groups and stands in "north/sites/databases"',
+                     'host "db2.example.net": its ansible_host is a template and left out',
+                     "12 groups and 30 servers of the store are not in the inventory and stay as they are"]:
+            self.assertIn(line + "\n", printed)
+        tree = self.store.run("tree", "--as", "admin")
+        self.assertIn("group north\n  group web\n    server web2.example.net\n    server web3.example.net\n"
+                      "    server stage.example.net\n  group sites\n    group databases\n", tree)
+        web, stage = (self.records()[name]["id"] for name in ("web", "stage.example.net"))
+        self.call_module("KXGroup", "set", {"node_id": web, "desc": "kept", "linked_gpo": {"order": [{"id": 5}]},
+                                            "delegate": [{"ugid": 1001, "user_type": 2}]})
+        self.call_module("GPO", "link", {"id": 4, "target_add": [{"node_type": 3, "node_id": stage}]})
+        expected = self.records()
+        self.assertIn("0 created, 0 changed, 0 deleted\n", self.import_inventory(inventory))
+        self.assertEqual(self.records(), expected)
+
+        inventory["web"]["hosts"].remove("stage.example.net")
+        inventory["web"]["hosts"].remove("web3.example.net")
+        inventory["cold"] = {"hosts": ["stage.example.net"], "children": ["ice"]}
+        inventory["_meta"]["hostvars"]["stage.example.net"]["ansible_host"] = "192.0.2.99"
+        self.import_inventory(inventory)
+        cold = expected["cold"]["id"]
+        expected["stage.example.net"].update(parent_id=cold, address="192.0.2.99")
+        expected["ice"] = {"id": 20, "parent_id": cold, "name": "ice"}
+        self.assertEqual(self.records(), expected)
+
+        inventory["cold"]["children"].append("north")
+        self.assertIn('standard input: group "cold": it is in a circle of groups', self.import_inventory(inventory, status=1))
+        self.assertEqual(self.records(), expected)
 
     def test_commands_show_what_they_changed(self):
         for action, drawn in [("add", "group Retired  policies: Early updates\n"), ("remove", "group Retired\n")]:

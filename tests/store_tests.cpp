@@ -744,39 +744,192 @@ TEST_P(StoreTest, usesOfATokenAreNotedNowAndThenAndOnlyIfThatCostsNothing)
     EXPECT_GT(lastUse(), before);
 }
 
+// Opens the store in that many processes at the same moment; how many of them it failed in.
+int failuresOfOpening(const std::string& url, int processes)
+{
+    int start[2];
+    EXPECT_EQ(pipe(start), 0);
+    std::vector<pid_t> children;
+    for (int i = 0; i < processes; ++i) {
+        children.push_back(fork());
+        if (children.back() == 0) {
+            close(start[1]);
+            [[maybe_unused]] const ssize_t end = read(start[0], &processes, 1);  // which is when all are there
+            const std::string fault = openingFails(url, standin::OpenMode::createIfMissing);
+            std::cerr << fault;
+            _exit(fault.empty() ? 0 : 1);
+        }
+    }
+    close(start[0]);
+    close(start[1]);
+    int failures = 0;
+    for (const pid_t child : children) {
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        failures += status != 0;
+    }
+    return failures;
+}
+
+TEST_P(StoreTest, aNewStoreIsMadeOnceByWhoeverOpensItFirst)
+{
+    for (int round = 0; round < 3; ++round) {
+        clear();
+        ASSERT_EQ(failuresOfOpening(m_url, 8), 0);
+        VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
+        EXPECT_FALSE(standin::hasAccounts());
+        standin::applyFleet(json(kFleet), {});
+    }
+    EXPECT_EQ(seenBy(1), "1 2 3 4 / 1 2 3 / 1 2 3 / ");
+}
+
 TEST_P(StoreTest, aStoreOfVersion1IsBroughtUpOnceByWhoeverOpensIt)
 {
     const Json::Value jBefore = dump();
-    const auto openAtOnce = [this] {  // by processes of their own
-        VELQZEMStoreClose();
-        std::vector<pid_t> children;
-        for (int i = 0; i < 4; ++i) {
-            children.push_back(fork());
-            if (children.back() == 0) {
-                const std::string fault = openingFails(m_url, standin::OpenMode::createIfMissing);
-                std::cerr << fault;
-                _exit(fault.empty() ? 0 : 1);
-            }
-        }
-        for (const pid_t child : children) {
-            int status = -1;
-            EXPECT_EQ(waitpid(child, &status, 0), child);
-            EXPECT_EQ(status, 0);
-        }
-        VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
-    };
     runSql("DROP TABLE token", "ALTER TABLE account ADD COLUMN token_hash TEXT",
            "UPDATE account SET token_hash = 'old' || uid WHERE uid < 3",
            "UPDATE meta SET value = 1 WHERE name = 'version'");
-    openAtOnce();
+    VELQZEMStoreClose();
+    ASSERT_EQ(failuresOfOpening(m_url, 4), 0);
+    VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
     EXPECT_EQ(dump(), jBefore);
     EXPECT_EQ(tokens(std::nullopt), "admin: helper: ");
     EXPECT_EQ(standin::findAccountByToken("old2")->uid, 2u);
     EXPECT_TRUE(standin::hasAccounts());
-    clear();
-    openAtOnce();
-    EXPECT_FALSE(standin::hasAccounts());
-    standin::applyFleet(json(kFleet), {});
+}
+
+// PostgreSQL that gives transactions up.
+class GivenUpTest : public StoreTest {
+protected:
+    static constexpr const char* kTables[] = {"ou", "kx", "delegate", "gpo_fetch", "token"};
+
+    // Has the first runs of a change fail: where it changes a table, or when it is committed. fault: what makes it
+    // fail.
+    void failFirst(int runs, const std::string& fault, bool isAtCommit) const
+    {
+        m_pDatabase->run("DROP SEQUENCE IF EXISTS runs CASCADE", "CREATE SEQUENCE runs",
+                         "CREATE OR REPLACE FUNCTION fail() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN"
+                         " IF nextval('runs') <= " +
+                             std::to_string(runs) + " THEN " + fault + "; END IF; RETURN NULL; END $$");
+        for (const std::string table : kTables) {
+            m_pDatabase->run("DROP TRIGGER IF EXISTS fails ON " + table,
+                             isAtCommit
+                                 ? "CREATE CONSTRAINT TRIGGER fails AFTER INSERT OR UPDATE OR DELETE ON " + table +
+                                       " DEFERRABLE INITIALLY DEFERRED FOR EACH ROW EXECUTE FUNCTION fail()"
+                                 : "CREATE TRIGGER fails AFTER INSERT OR UPDATE OR DELETE ON " + table +
+                                       " FOR EACH STATEMENT EXECUTE FUNCTION fail()");
+        }
+    }
+
+    // Of changes, since failFirst(); what failed is counted, too.
+    int64_t runs() const
+    {
+        soci::session sql = m_pDatabase->connect();
+        int64_t count = 0;
+        sql << "SELECT last_value FROM runs", soci::into(count);
+        return count;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Databases, GivenUpTest, testing::Values("postgresql"));
+
+constexpr const char* kNotSerializable = "RAISE EXCEPTION 'not serializable' USING ERRCODE = '40001'";
+constexpr const char* kDeadlock = "RAISE EXCEPTION 'a deadlock' USING ERRCODE = '40P01'";
+
+TEST_P(GivenUpTest, changesAreRepeatedUntilTheyAreMadeOnce)
+{
+    std::string log;
+    standin::setChangeSink([&log](const std::string& line) { log += line + ", "; });
+    const auto addToken = [](int64_t uid, const std::string& hash) {
+        standin::addToken(static_cast<uint32_t>(uid), hash, "", 0);
+        return 0;
+    };
+    const std::tuple<Change*, int64_t, const char*> changes[] = {
+        {set, 2, "{'revision':1,'parent_id':4,'linked_gpo':{'order':[{'gpo_id':2,'gpo_name':'p2'}]}}"},
+        {create, 4, "{'name':'new'}"},
+        {setServer, 1, "{'address':'y'}"},
+        {setDelegates<2>, 2, "[{'ugid':3,'user_type':2}]"},
+        {setDelegates<2>, 4, "[{'ugid':3,'user_type':2},{'ugid':2,'user_type':2}]"},
+        {notify, 2, ""},
+        {addToken, 1, "hash"},
+        {deleteAll, 1, ""}};
+    const auto dumpWithoutTimes = [] {
+        Json::Value jAll = dump();
+        for (Json::Value& jKind : jAll) {
+            for (Json::Value& jNode : jKind) {
+                jNode.removeMember("mtime");
+            }
+        }
+        return jAll;
+    };
+    for (const auto& [change, id, szRecord] : changes) {
+        ASSERT_EQ(change(id, szRecord), 0) << szRecord;
+    }
+    const Json::Value jExpected = dumpWithoutTimes();
+    const std::string expectedLog = std::exchange(log, "");
+    for (const bool isAtCommit : {false, true}) {
+        clear();
+        VELQZEMStoreOpen(m_url);
+        standin::applyFleet(json(kFleet), {});
+        failFirst(3, isAtCommit ? kNotSerializable : kDeadlock, isAtCommit);
+        for (const auto& [change, id, szRecord] : changes) {
+            m_pDatabase->run("ALTER SEQUENCE runs RESTART");
+            ASSERT_EQ(change(id, szRecord), 0) << szRecord << standin::takeRefusal();
+            EXPECT_GT(runs(), 3) << szRecord;
+        }
+        EXPECT_EQ(dumpWithoutTimes(), jExpected);
+        EXPECT_EQ(std::exchange(log, ""), expectedLog);
+    }
+    standin::setChangeSink({});
+}
+
+TEST_P(GivenUpTest, whatIsReadIsReadOnce)
+{
+    const Json::Value jBefore = dump();
+    m_pDatabase->run(
+        "CREATE TABLE start AS SELECT clock_timestamp() + interval '200 ms' AS moment",
+        "CREATE FUNCTION fails() RETURNS boolean LANGUAGE plpgsql AS $$ BEGIN IF clock_timestamp() <"
+        " (SELECT moment FROM start) THEN RAISE EXCEPTION 'later' USING ERRCODE = '40001'; END IF; RETURN true; END $$",
+        "ALTER TABLE delegate RENAME TO delegate_2", "CREATE VIEW delegate AS SELECT * FROM delegate_2 WHERE fails()");
+    EXPECT_EQ(dump(), jBefore);
+}
+
+TEST_P(GivenUpTest, patienceEndsAndOtherFaultsAreNotRepeated)
+{
+    const Json::Value jBefore = dump();
+    const std::tuple<const char*, bool, int, const char*, bool> faults[] = {
+        {"RAISE EXCEPTION 'no' USING ERRCODE = '23505'", false, EIO, "the database reports: ", true},
+        {"RAISE EXCEPTION 'no' USING ERRCODE = '23505'", true, EIO, "the database reports: ", true},
+        {"RAISE EXCEPTION 'who knows' USING ERRCODE = '40003'", true, EIO, "may be there now or not", true},
+        {"PERFORM pg_terminate_backend(pg_backend_pid())", true, EIO, "may be there now or not", true},
+        {kNotSerializable, true, EBUSY, "the database is locked by others for too long", false}};
+    for (const auto& [szFault, isAtCommit, code, szText, isOnce] : faults) {
+        failFirst(1000000, szFault, isAtCommit);
+        EXPECT_EQ(set(2, "{'desc':'x'}"), code) << szFault;
+        const std::string text = standin::takeRefusal();
+        EXPECT_NE(text.find(szText), text.npos) << text;
+        EXPECT_EQ(runs() == 1, isOnce) << szFault;
+        EXPECT_EQ(dump(), jBefore);  // on a new connection where that was lost
+    }
+}
+
+TEST_P(GivenUpTest, oneWriterAtATimeAndReadersGoOn)
+{
+    soci::session other = m_pDatabase->connect();
+    other << "BEGIN";
+    int64_t version = 0;
+    other << "SELECT value FROM meta WHERE name = 'version' FOR UPDATE", soci::into(version);
+    other << "UPDATE ou SET name = 'n' WHERE id = 3";
+    std::atomic<int> result = -1;
+    std::jthread writer([&result] { result = create(2, "{'name':'n'}"); });
+    for (int64_t waiting = 0; waiting == 0;) {
+        m_pDatabase->connect() << "SELECT COUNT(*) FROM pg_locks WHERE NOT granted", soci::into(waiting);
+    }
+    EXPECT_EQ(seenBy(1), "1 2 3 4 / 1 2 3 / 1 2 3 / ");
+    EXPECT_EQ(result, -1);
+    other << "COMMIT";
+    writer.join();
+    EXPECT_EQ(result, EEXIST);  // it sees what was done while it waited
 }
 
 TEST(StoreFile, ofVersion1KeepsItsTreeAndTokens)

@@ -6,6 +6,7 @@
 
 #include "standin/store/database.h"
 #include "standin/store/errors.h"
+#include "standin/store/statistics.h"
 #include "standin/store/transaction.h"
 
 namespace standin {
@@ -64,13 +65,14 @@ PlanCount applyWith(Read&& read, const ApplyOptions& options, const PlanSink& pl
             const Fleet empty = newFleet();
             return applyTo(empty, read(empty), options.prune, nullptr, progress);
         }
-        Transaction transaction(options.dryRun ? Access::read : Access::write);
-        const Fleet stored = storedFleet(transaction.sql());
-        soci::session* pSql = options.dryRun ? nullptr : &transaction.sql();
-        const Outcome done = applyTo(stored, read(stored), options.prune, pSql, progress);
-        transaction.commit();
-        return done;
+        return transacted(options.dryRun ? Access::read : Access::write, [&](soci::session& sql) {
+            const Fleet stored = storedFleet(sql);
+            return applyTo(stored, read(stored), options.prune, options.dryRun ? nullptr : &sql, progress);
+        });
     });
+    if (!options.dryRun && !outcome.lines.empty()) {
+        refreshStatistics();
+    }
     for (const std::string& line : outcome.lines) {
         plan ? plan(line) : void();
     }
@@ -86,22 +88,21 @@ PlanCount applyFleet(const Json::Value& jFleet, const ApplyOptions& options, con
     return applyWith([&file](const Fleet&) -> const Fleet& { return file; }, options, plan, progress);
 }
 
-PlanCount reviseFleet(const std::function<Json::Value(const Json::Value& jStored)>& revise, bool dryRun,
-                      const PlanSink& plan, const FleetProgress& progress)
+PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan, const FleetProgress& progress)
 {
-    const auto read = [&revise](const Fleet& stored) { return readFleet(revise(jsonOf(stored))); };
+    const auto read = [&revise](const Fleet& stored) { return readFleet(revise(jsonOf(stored), stored.lastGroup)); };
     return applyWith(read, {dryRun, false}, plan, progress);
 }
 
 void exportFleet(const std::function<void(const std::string& line)>& sink)
 {
-    const std::vector<std::string> lines = explained([] {
-        Transaction transaction(Access::read);
-        const Fleet fleet = storedFleet(transaction.sql());
-        const std::vector<std::string> file = fileOf(fleet);
+    const auto read = [](soci::session& sql) {
+        const Fleet fleet = storedFleet(sql);
+        std::vector<std::string> file = fileOf(fleet);
         checkFleet(fleet, Checked::all);
         return file;
-    });
+    };
+    const std::vector<std::string> lines = explained([&read] { return transacted(Access::read, read); });
     for (const std::string& line : lines) {
         sink(line);
     }

@@ -50,6 +50,7 @@ struct Fleet {
     Section<Group> groups;  // of the store, and what a store is to become: the root group is the first
     Section<Policy> policies;
     Section<Server> servers;
+    int64_t lastGroup = 0;  // of the store: the highest identifier that a group ever had
 };
 
 // The record's identifier: an account's uid.
