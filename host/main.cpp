@@ -34,6 +34,7 @@ struct CommandLine {
     std::string store;  // empty: not given
     host::ModulePaths modules;
     standin::OpenMode mode = standin::OpenMode::existingOnly;
+    size_t connections = 1;  // a command has one thread
     std::function<int()> run;
 };
 
@@ -71,13 +72,21 @@ void addServe(CommandLine& line)
                                   [&line, pOptions] { return host::serveModules(line.modules, *pOptions); });
     pServe->add_option("--listen", pOptions->address, "IPV4:PORT or [IPV6]:PORT; port 0: any that is free")
         ->capture_default_str();
+    pServe
+        ->add_option("--connections", pOptions->connections,
+                     "Connections to the store, and requests that are handled at a time")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 64));
     pServe->add_option("--idle-timeout", pOptions->idleTimeout, "Seconds until an idle connection is closed")
         ->capture_default_str()
         ->check(CLI::Range(1u, 3600u));
     pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow an address that can be reached from elsewhere");
     pServe->add_flag("--debug", pOptions->echoesFailures, "Write the modules' failure lines to standard output, too");
     addModules(line, pServe);
-    makeStore(line, pServe);
+    pServe->parse_complete_callback([&line, pOptions] {
+        line.mode = standin::OpenMode::createIfMissing;
+        line.connections = pOptions->connections;
+    });
 }
 
 void addApply(CommandLine& line)
@@ -249,7 +258,7 @@ int run(int argc, char** argv)
     addCommands(line);
     if (parse(line, argc, argv)) {
         openlog("zemhost", LOG_PID, LOG_DAEMON);
-        VELQZEMStoreOpen(storeOf(line), line.mode);
+        VELQZEMStoreOpen(storeOf(line), line.mode, line.connections);
         const int status = line.run();
         if (!std::cout.flush()) {
             throw std::runtime_error("the output could not be written");

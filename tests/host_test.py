@@ -153,6 +153,8 @@ MISUSES = [
     ("an inventory of another program", "import puppet x", "puppet"),
     ("a kind of node without links", "link add policy 12 1", "policy"),
     ("an option's text is taken for a number", "token admin --days soon", "--days"),
+    ("a server without a connection to its store", "serve --connections 0", "--connections"),
+    ("more connections than there are descriptors for", "serve --connections 65", "--connections"),
     ("a token ends before it begins", "token admin --days 0", "--days"),
 ]
 

@@ -6,6 +6,7 @@
 // with a text of one line for people, when the store fails or refuses; what it returns is the caller's.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -23,17 +24,21 @@ namespace standin {
 // existingOnly.
 enum class OpenMode { createIfMissing, existingOnly, ifThere };
 
+constexpr size_t kDefaultConnections = 8;
+
 }  // namespace standin
 
 // Opens the one store of the process: "sqlite:PATH" or "postgresql://..." (also written "postgres://..."). Call it
-// before any VELQZEM function and when no thread uses the store; opening another store closes the first.
+// before any VELQZEM function and when no thread uses the store; opening another store closes the first. connections:
+// how many threads can use the store at a time; at least one.
 // Where the database is empty or missing, createIfMissing makes the store; a new SQLite file is its owner's alone
 // (0600), its folder's owner's when root makes it, as is what SQLite puts beside it, and one that is a store loses the
 // rights of group and others. A store of the version before is brought to this one, once, whoever else opens it at the
 // same time. Refused, and left as it was: a database that holds other tables ("not a store"), a store of a version that
 // this program does not know, and with existingOnly a database that is empty or missing; with ifThere that is left as it
 // was too, and nothing is open then.
-void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode = standin::OpenMode::createIfMissing);
+void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode = standin::OpenMode::createIfMissing,
+                      size_t connections = standin::kDefaultConnections);
 
 // Closes the store; VELQZEM functions then fail with EIO. No thread may be using it.
 void VELQZEMStoreClose();
