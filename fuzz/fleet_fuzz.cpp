@@ -9,7 +9,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
         return 0;
     }
     try {
-        standin::loadFleet(jFleet, {});
+        standin::applyFleet(jFleet, {});
         pStore = nullptr;
         pStore = std::make_unique<test::TempStore>();
     } catch (const std::runtime_error& error) {

@@ -80,13 +80,23 @@ void addServe(CommandLine& line)
     makeStore(line, pServe);
 }
 
-void addLoad(CommandLine& line)
+void addApply(CommandLine& line)
 {
     const auto pPath = std::make_shared<std::string>();
-    CLI::App* pLoad = addCommand(line, "load", "Load a fleet file into an empty store, all or nothing",
-                                 [pPath] { return host::loadFleetFile(*pPath); });
-    pLoad->add_option("FILE", *pPath, "JSON of accounts, groups, policies and servers")->required();
-    makeStore(line, pLoad);
+    const auto pOptions = std::make_shared<standin::ApplyOptions>();
+    CLI::App* pApply = addCommand(line, "apply", "Bring the store to what a fleet file says, all or nothing",
+                                  [pPath, pOptions] { return host::applyFleetFile(*pPath, *pOptions); });
+    pApply->add_option("FILE", *pPath, "JSON of accounts, groups, policies and servers")->required();
+    pApply->add_flag("--dry-run", pOptions->dryRun, "Only print what would change");
+    pApply->add_flag("--prune", pOptions->prune, "Delete what the file lacks");
+    pApply->parse_complete_callback([&line, pOptions] {
+        line.mode = pOptions->dryRun ? standin::OpenMode::ifThere : standin::OpenMode::createIfMissing;
+    });
+}
+
+void addExport(CommandLine& line)
+{
+    addCommand(line, "export", "Print the store as a fleet file", [] { return host::exportFleet(); });
 }
 
 void addToken(CommandLine& line)
@@ -179,7 +189,8 @@ void addCommands(CommandLine& line)
 {
     line.app.set_version_flag("--version", kVersion, "Print the version and exit");
     line.app.footer("zemhost COMMAND --help describes a command. Exit status: 0, 1 for a failure, 2 for wrong usage.");
-    for (const auto add : {addServe, addLoad, addToken, addTokens, addRevoke, addTree, addCall, addList, addLink}) {
+    for (const auto add :
+         {addServe, addApply, addExport, addToken, addTokens, addRevoke, addTree, addCall, addList, addLink}) {
         add(line);
     }
     line.app.allow_extras();  // last, so that no command inherits it: only a word in a command's place is left over

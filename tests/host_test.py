@@ -106,7 +106,7 @@ VAIN_COMMANDS = [
     ("parameters of another type", "call --as admin VELQ.ZEM.Tree get --params []", "not a JSON object"),
     ("an error as answer", 'call --as admin VELQ.ZEM.KXGroup delete --params {"node_id":0}', '"code":101'),
     ("a policy that is not there", "link add group 12 99", "not changed"),
-    ("a folder as fleet file", "load .", "directory"),
+    ("a folder as fleet file", "apply .", "directory"),
     ("an address that others reach", "serve --listen 0.0.0.0:0", "--allow-remote"),
     ("an address without a port", "serve --listen localhost", "no address"),
     ("a module that is not there", "tree --as admin --module none.so", "none.so"),
@@ -331,7 +331,7 @@ class HostTest(unittest.TestCase):
         fleet = json.loads(FLEET)
         fleet["accounts"].append({"uid": 77, "name": "eve\nadmin", "admin": False})
         (self.store.folder / "fleet.json").write_text(json.dumps(fleet))
-        self.store.run("load", "fleet.json")
+        self.store.run("apply", "fleet.json")
         token = self.serve("--debug", account="eve\nadmin")
         admin = self.store.token("admin")
         self.request("/webapi/VELQ.ZEM.KXGroup/1/delete", token, '{"node_id":3}')
@@ -419,11 +419,11 @@ class HostTest(unittest.TestCase):
         for fault, text, other, place in BROKEN_FLEETS:
             with self.subTest(fault):
                 (self.store.folder / "broken.json").write_text(FLEET.replace(text, other, 1), encoding="utf-8")
-                self.assertIn(place, self.store.run("load", "broken.json", status=1))
+                self.assertIn(place, self.store.run("apply", "broken.json", status=1))
         self.store.fill()
         tree = self.store.run("tree", "--as", "admin")
         self.assertIn("\n12 groups, 30 servers, 8 policies, 22 links, 5 delegates\n", tree)
-        self.store.run("load", SAMPLE, status=1)  # the store holds a fleet now
+        self.assertEqual(self.store.run("apply", SAMPLE), "0 created, 0 changed, 0 deleted\n")
         self.assertEqual(self.store.run("tree", "--as", "admin"), tree)
 
     def test_commands_show_what_they_changed(self):
@@ -434,7 +434,7 @@ class HostTest(unittest.TestCase):
         self.assertRegex(page, '(?s)"Plants".*"Retired"')
         self.assertNotIn('"Headquarters"', page)
 
-    def test_only_loading_and_serving_make_a_store(self):
+    def test_only_applying_and_serving_make_a_store(self):
         empty = self.store.folder / "empty"
         empty.mkdir()
         environment = {**os.environ, "ZEM_STORE": f"sqlite:{empty}/zem.db"}
@@ -445,13 +445,13 @@ class HostTest(unittest.TestCase):
         self.store.run("tree", "--as", "admin", "--store", "sqlite:zem.db", env=environment)  # the option counts more
         self.store.path = empty / "zem.db"
         self.serve_empty()
-        self.store.run("load", SAMPLE, env=environment)
+        self.store.run("apply", SAMPLE, env=environment)
         self.assertIn("group Retired\n", self.store.run("tree", "--as", "admin", env=environment))
 
     def serve_empty(self):
         self.server = Server(self.store)
         self.server.stop()
-        self.assertIn("zemhost load FILE", self.store.log.read_text(encoding="utf-8"))
+        self.assertIn("zemhost apply FILE", self.store.log.read_text(encoding="utf-8"))
 
     def test_store_in_use_is_not_removed(self):
         command = [pathlib.Path(__file__).resolve().parent.parent / "tools/remove_store", self.store.path]

@@ -136,6 +136,11 @@ void closeDatabase()
     gDatabase.reset();
 }
 
+bool isDatabaseOpen()
+{
+    return gDatabase != nullptr;
+}
+
 bool isPostgres()
 {
     return gDatabase != nullptr && gDatabase->address.isPostgres;

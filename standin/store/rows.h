@@ -191,15 +191,24 @@ Chain<R> chainOf(const std::map<int64_t, R>& records)
     return chain.take();
 }
 
+// Text at the end of an INSERT that has a new record take the place of the one with its identifier.
+template <typename R>
+std::string orOverwrite()
+{
+    return std::string(" ON CONFLICT (\"") + Kind<R>::kFields[0].name + "\") DO UPDATE SET " +
+           columns<R>("\"@\" = excluded.\"@\"");
+}
+
 // Stores new records through one prepared statement.
 template <typename R>
 class Inserter {
 public:
-    explicit Inserter(soci::session& sql) : m_statement(sql)
+    // rest: text after the values.
+    explicit Inserter(soci::session& sql, const std::string& rest = "") : m_statement(sql)
     {
         m_row.bindIn(m_statement);
         m_statement.prepare(std::string("INSERT INTO ") + Kind<R>::kTable + " (" + columns<R>("\"@\"") + ") VALUES (" +
-                                columns<R>(":@") + ")",
+                                columns<R>(":@") + ")" + rest,
                             false);
     }
 
@@ -208,6 +217,9 @@ public:
         m_row.take(record);
         m_statement.change();
     }
+
+    // To be called after the last record.
+    void flush() {}
 
 private:
     Row<R> m_row;
