@@ -26,6 +26,10 @@ int serveModules(const ModulePaths& modules, const ServeOptions& options);
 // Brings the store to what a fleet file says, all or nothing, and prints the plan with a count. path: the file's.
 int applyFleetFile(const std::string& path, const standin::ApplyOptions& options);
 
+// Brings the groups and servers of an Ansible inventory into the store, likewise; what was chosen or left out goes to
+// standard error. path: that of the output of ansible-inventory --list; "-" is standard input, here and above.
+int importAnsibleInventory(const std::string& path, bool isDryRun);
+
 // The whole store as a fleet file.
 int exportFleet();
 

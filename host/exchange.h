@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include <microhttpd.h>
 
@@ -14,6 +15,7 @@
 #include "host/fair_queue.h"
 #include "host/handler_pool.h"
 #include "host/known_tokens.h"
+#include "host/log.h"
 #include "host/module_loader.h"
 #include "host/request_body.h"
 #include "host/request_head.h"
@@ -27,6 +29,7 @@ struct ServerState {
     WaitingSockets waiting;
     KnownTokens knownTokens{};
     BodyMemory bodyMemory{};
+    LineLimit storeTrouble{};
     std::atomic<int> exchanges{0};        // how many there are
     std::atomic<bool> isStopping{false};  // answers are the last on their connections
     HandlerPool handlers;
@@ -60,8 +63,9 @@ private:
     bool wait() noexcept;
     bool serve() noexcept;  // on a worker
 
-    int runHandler();                    // fills m_answer, or returns the HTTP status of the refusal
-    void recognise(AccountKey account);  // the request counts for the account from now on
+    std::optional<standin::Account> findAccount();  // the token's; m_isStoreAway when the store does not say
+    int runHandler();                               // fills m_answer, or returns the HTTP status of the refusal
+    void recognise(AccountKey account);             // the request counts for the account from now on
     Answer refused() const;
     MHD_Result respond(Answer answer);                 // on the connection's thread
     void log(const std::string& code) const noexcept;  // a proxy asks for the health every second: no line for that
@@ -75,7 +79,8 @@ private:
     AccountKey m_account = kStrangers;  // whom the request counts for
     Answer m_answer;                    // once it is handled: the handler's, or the server's own
     bool m_isHandled = false;
-    int m_refused = 0;       // HTTP status of the refusal, 0 for none
+    int m_refused = 0;  // HTTP status of the refusal, 0 for none
+    bool m_isStoreAway = false;
     uint64_t m_arrived = 0;  // bytes of the body, thrown away ones too
     bool m_isAnswered = false;
 };

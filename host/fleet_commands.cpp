@@ -7,29 +7,37 @@
 #include <iostream>
 #include <iterator>
 #include <stdexcept>
+#include <utility>
 
+#include "host/ansible_inventory.h"
 #include "host/commands.h"
+#include "host/text.h"
 
 namespace host {
 
 namespace {
 
-constexpr int kMaxNesting = 1010;  // of the values of a fleet file: a record may hold one of 1,000 levels
+constexpr int kMaxNesting = 1010;  // of the values of a file: a fleet's record may hold one of 1,000 levels
 
-Json::Value parseFleet(const std::string& path)
+std::string nameOf(const std::string& path)
+{
+    return path == "-" ? "standard input" : path;
+}
+
+Json::Value parseFile(const std::string& path)
 {
     errno = 0;
-    std::ifstream file(path);
+    std::ifstream file(path == "-" ? "/dev/stdin" : path);
     if (file.peek() == std::ifstream::traits_type::eof()) {
-        throw std::runtime_error("cannot read " + path + ": " + (errno == 0 ? "it is empty" : strerror(errno)));
+        throw std::runtime_error("cannot read " + nameOf(path) + ": " + (errno == 0 ? "it is empty" : strerror(errno)));
     }
     const std::string text(std::istreambuf_iterator<char>(file), {});
-    Json::Value jFleet;
+    Json::Value jValue;
     std::string error;
-    if (!standin::readUntrustedJson(text, kMaxNesting, jFleet, error)) {
-        throw std::runtime_error(path + " is not JSON: " + error);
+    if (!standin::readUntrustedJson(text, kMaxNesting, jValue, error)) {
+        throw std::runtime_error(nameOf(path) + " is not JSON: " + error);
     }
-    return jFleet;
+    return jValue;
 }
 
 void printLine(const std::string& line)
@@ -56,11 +64,31 @@ void showProgress(size_t done, size_t total)
 
 int applyFleetFile(const std::string& path, const standin::ApplyOptions& options)
 {
-    const Json::Value jFleet = parseFleet(path);
+    const Json::Value jFleet = parseFile(path);
     try {
         printCount(standin::applyFleet(jFleet, options, printLine, showProgress), options.dryRun);
     } catch (const std::runtime_error& e) {
-        throw std::runtime_error(path + ": " + e.what());
+        throw std::runtime_error(nameOf(path) + ": " + e.what());
+    }
+    return 0;
+}
+
+int importAnsibleInventory(const std::string& path, bool isDryRun)
+{
+    const Json::Value jInventory = parseFile(path);
+    std::vector<std::string> notes;
+    const auto revise = [&](const Json::Value& jStored, int64_t lastGroup) {
+        Import import = importInventory(jInventory, jStored, lastGroup);
+        notes = std::move(import.notes);
+        return std::move(import.jFleet);
+    };
+    try {
+        printCount(standin::reviseFleet(revise, isDryRun, printLine, showProgress), isDryRun);
+    } catch (const std::runtime_error& e) {
+        throw std::runtime_error(nameOf(path) + ": " + e.what());
+    }
+    for (const std::string& note : notes) {
+        std::cerr << printable(note) + "\n";
     }
     return 0;
 }

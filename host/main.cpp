@@ -34,6 +34,7 @@ struct CommandLine {
     std::string store;  // empty: not given
     host::ModulePaths modules;
     standin::OpenMode mode = standin::OpenMode::existingOnly;
+    size_t connections = 1;  // a command has one thread
     std::function<int()> run;
 };
 
@@ -71,13 +72,21 @@ void addServe(CommandLine& line)
                                   [&line, pOptions] { return host::serveModules(line.modules, *pOptions); });
     pServe->add_option("--listen", pOptions->address, "IPV4:PORT or [IPV6]:PORT; port 0: any that is free")
         ->capture_default_str();
+    pServe
+        ->add_option("--connections", pOptions->connections,
+                     "Connections to the store, and requests that are handled at a time")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 64));
     pServe->add_option("--idle-timeout", pOptions->idleTimeout, "Seconds until an idle connection is closed")
         ->capture_default_str()
         ->check(CLI::Range(1u, 3600u));
     pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow an address that can be reached from elsewhere");
     pServe->add_flag("--debug", pOptions->echoesFailures, "Write the modules' failure lines to standard output, too");
     addModules(line, pServe);
-    makeStore(line, pServe);
+    pServe->parse_complete_callback([&line, pOptions] {
+        line.mode = standin::OpenMode::createIfMissing;
+        line.connections = pOptions->connections;
+    });
 }
 
 void addApply(CommandLine& line)
@@ -92,6 +101,22 @@ void addApply(CommandLine& line)
     pApply->parse_complete_callback([&line, pOptions] {
         line.mode = pOptions->dryRun ? standin::OpenMode::ifThere : standin::OpenMode::createIfMissing;
     });
+}
+
+struct ImportSource {
+    std::string kind, path;
+    bool dryRun = false;
+};
+
+void addImport(CommandLine& line)
+{
+    const auto pSource = std::make_shared<ImportSource>();
+    CLI::App* pImport =
+        addCommand(line, "import", "Bring the groups and servers of an inventory into the store, all or nothing",
+                   [pSource] { return host::importAnsibleInventory(pSource->path, pSource->dryRun); });
+    pImport->add_option("KIND", pSource->kind, "Whose inventory it is")->required()->check(CLI::IsMember({"ansible"}));
+    pImport->add_option("FILE", pSource->path, "What ansible-inventory --list prints; - is standard input")->required();
+    pImport->add_flag("--dry-run", pSource->dryRun, "Only print what would change");
 }
 
 void addExport(CommandLine& line)
@@ -189,8 +214,8 @@ void addCommands(CommandLine& line)
 {
     line.app.set_version_flag("--version", kVersion, "Print the version and exit");
     line.app.footer("zemhost COMMAND --help describes a command. Exit status: 0, 1 for a failure, 2 for wrong usage.");
-    for (const auto add :
-         {addServe, addApply, addExport, addToken, addTokens, addRevoke, addTree, addCall, addList, addLink}) {
+    for (const auto add : {addServe, addApply, addImport, addExport, addToken, addTokens, addRevoke, addTree, addCall,
+                           addList, addLink}) {
         add(line);
     }
     line.app.allow_extras();  // last, so that no command inherits it: only a word in a command's place is left over
@@ -233,7 +258,7 @@ int run(int argc, char** argv)
     addCommands(line);
     if (parse(line, argc, argv)) {
         openlog("zemhost", LOG_PID, LOG_DAEMON);
-        VELQZEMStoreOpen(storeOf(line), line.mode);
+        VELQZEMStoreOpen(storeOf(line), line.mode, line.connections);
         const int status = line.run();
         if (!std::cout.flush()) {
             throw std::runtime_error("the output could not be written");

@@ -496,41 +496,6 @@ TEST_P(StoreTest, everythingOutlivesReopening)
     EXPECT_THROW(VELQZEMStoreOpen(m_url), std::runtime_error);
 }
 
-TEST_P(StoreTest, fleetErrorsNameTheirPlaceAndStoreNothing)
-{
-    emptyStore();
-    const std::tuple<const char*, int, const char*, const char*> faults[] = {
-        {"groups", 1, "{'id':3}", "groups[1].id: a record of the kind before has it too"},
-        {"groups", 1, "{'id':-1}", "groups[1].id: missing or not from 1 to 2^62 - 1"},
-        {"groups", 0, "{'parent_id':99}", "groups[0].parent_id: no group 99"},
-        {"groups", 1, "{'parent_id':3}", "groups[0].parent_id: leads round in a circle"},
-        {"groups", 2, "{'name':7}", "groups[2].name: not a text"},
-        {"groups", 3, "{'name':'a'}", "groups[3].name: group 1 has the same parent and name"},
-        {"groups", 2, "{'delegate':[{'ugid':9,'user_type':2}]}", "groups[2].delegate[0].ugid: no account 9"},
-        {"servers", 2, "{'linked_gpo':{'order':[{'id':1},{'id':9}]}}",
-         "servers[2].linked_gpo.order[1].id: no policy 9"},
-        {"servers", 1, "{'parent_id':null}", "servers[1].parent_id: missing"},
-        {"policies", 0, "{'setting':{}}", "policies[0].setting.version: not a 32-bit integer"},
-        {"accounts", 2, "{'uid':4294967295}", "accounts[2].uid: missing or not from 0 to 4294967294"},
-        {"accounts", 1, "{'name':'admin'}", "accounts[1].name: account 1 has it too"}};
-    const auto messageOf = [](const Json::Value& jFleet) -> std::string {
-        try {
-            standin::applyFleet(jFleet, {});
-            return "";
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-    };
-    for (const auto& [szSection, index, szMember, szMessage] : faults) {
-        Json::Value jFleet = json(kFleet);
-        const Json::Value jMember = json(szMember);
-        jFleet[szSection][index][jMember.begin().name()] = *jMember.begin();
-        EXPECT_EQ(messageOf(jFleet), szMessage);
-    }
-    EXPECT_EQ(messageOf(json("{'groups':5}")), "groups: not an array");
-    EXPECT_EQ(messageOf(json(kFleet)), "");  // nothing of the others was left
-}
-
 TEST_P(StoreTest, statementsOfATreeDoNotGrowWithIt)
 {
     const auto statements = [] {
@@ -984,6 +949,14 @@ TEST(StoreFile, ofVersion1KeepsItsTreeAndTokens)
     EXPECT_EQ(jAll["groups"][1]["extra_info"], json("{'floor':3}"));
     EXPECT_EQ(jAll["servers"][0]["delegates"][0],
               R"(1001{"domainName":"corp","domainType":"local","userNameCache":"ann"})");
+    const auto trees = [] { return std::vector{dump(1000), dump(1001)}; };
+    const std::vector<Json::Value> before = trees();
+    std::string text;
+    standin::exportFleet([&text](const std::string& line) { text += line; });
+    VELQZEMStoreOpen("sqlite:" + folder.path + "/other.db");
+    standin::applyFleet(json(text), {});
+    EXPECT_EQ(trees(), before);
+    VELQZEMStoreOpen("sqlite:" + path);
     EXPECT_EQ(create(0, "{'name':'next'}"), 0);
     EXPECT_EQ(gCreated, 5);
     VELQZEMStoreClose();

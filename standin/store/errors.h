@@ -9,6 +9,9 @@
 
 namespace standin {
 
+// Of a call whose connection is lost.
+constexpr char kNoAnswer[] = "the database does not answer";
+
 // The call is refused with this errno value. why: one line for people.
 struct Refusal : std::runtime_error {
     Refusal(int errnoValue, const std::string& why);

@@ -6,6 +6,7 @@
 
 #include "standin/store/database.h"
 #include "standin/store/errors.h"
+#include "standin/store/statistics.h"
 #include "standin/store/transaction.h"
 
 namespace standin {
@@ -45,6 +46,7 @@ Outcome applyTo(const Fleet& stored, const Fleet& file, bool prune, soci::sessio
 {
     const Fleet after = merged(file, prune ? newFleet() : stored);
     checkFleet(after, Checked::ofFile);
+    checkAdministrator(after);
     const Plan plan = compare(stored, after);
     const Outcome outcome = {countOf(plan), linesOf(plan)};
     if (pSql != nullptr && !outcome.lines.empty()) {
@@ -68,6 +70,9 @@ PlanCount applyWith(Read&& read, const ApplyOptions& options, const PlanSink& pl
             return applyTo(stored, read(stored), options.prune, options.dryRun ? nullptr : &sql, progress);
         });
     });
+    if (!options.dryRun && !outcome.lines.empty()) {
+        refreshStatistics();
+    }
     for (const std::string& line : outcome.lines) {
         plan ? plan(line) : void();
     }
@@ -83,20 +88,21 @@ PlanCount applyFleet(const Json::Value& jFleet, const ApplyOptions& options, con
     return applyWith([&file](const Fleet&) -> const Fleet& { return file; }, options, plan, progress);
 }
 
-PlanCount reviseFleet(const std::function<Json::Value(const Json::Value& jStored)>& revise, bool dryRun,
-                      const PlanSink& plan, const FleetProgress& progress)
+PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan, const FleetProgress& progress)
 {
-    const auto read = [&revise](const Fleet& stored) { return readFleet(revise(jsonOf(stored))); };
+    const auto read = [&revise](const Fleet& stored) { return readFleet(revise(jsonOf(stored), stored.lastGroup)); };
     return applyWith(read, {dryRun, false}, plan, progress);
 }
 
 void exportFleet(const std::function<void(const std::string& line)>& sink)
 {
-    const Fleet fleet = explained([] { return transacted(Access::read, storedFleet); });
-    const std::vector<std::string> lines = explained([&fleet] {
+    const auto read = [](soci::session& sql) {
+        const Fleet fleet = storedFleet(sql);
+        std::vector<std::string> file = fileOf(fleet);
         checkFleet(fleet, Checked::all);
-        return fileOf(fleet);
-    });
+        return file;
+    };
+    const std::vector<std::string> lines = explained([&read] { return transacted(Access::read, read); });
     for (const std::string& line : lines) {
         sink(line);
     }

@@ -50,6 +50,7 @@ struct Fleet {
     Section<Group> groups;  // of the store, and what a store is to become: the root group is the first
     Section<Policy> policies;
     Section<Server> servers;
+    int64_t lastGroup = 0;  // of the store: the highest identifier that a group ever had
 };
 
 // The record's identifier: an account's uid.
@@ -108,8 +109,11 @@ Fleet merged(const Fleet& file, const Fleet& fleet);
 // before, or all.
 enum class Checked { ofFile, all };
 
-// Checks the fleet as a whole: names, parents, policy links, delegates, depth, and that someone may administer it.
+// Checks the fleet as a whole: names, parents, policy links, delegates and depth.
 void checkFleet(const Fleet& fleet, Checked checked);
+
+// Checks that some account may do everything: nobody could change a store without one.
+void checkAdministrator(const Fleet& fleet);
 
 // How many groups stand above each group of a checked fleet, itself included: 0 for the root, which comes first.
 std::vector<int> depthsOf(const Section<Group>& groups);

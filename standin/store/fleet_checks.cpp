@@ -128,20 +128,12 @@ void checkRelations(const Section<R>& section, const Fleet& fleet, Checked check
     }
 }
 
-void checkAccounts(const Section<AccountRow>& accounts)
-{
-    checkNames<AccountRow>(
-        accounts.begin(), accounts.end(), [](const AccountRow&) { return 0; }, " has it too");
-    const bool isAny = std::any_of(accounts.begin(), accounts.end(),
-                                   [](const Entry<AccountRow>& entry) { return entry.record.admin != 0; });
-    demand(isAny, "accounts", "none is an administrator");
-}
-
 }  // namespace
 
 void checkFleet(const Fleet& fleet, Checked checked)
 {
-    checkAccounts(fleet.accounts);
+    checkNames<AccountRow>(
+        fleet.accounts.begin(), fleet.accounts.end(), [](const AccountRow&) { return 0; }, " has it too");
     checkParents(fleet.groups, fleet);
     checkParents(fleet.policies, fleet);
     checkParents(fleet.servers, fleet);
@@ -151,6 +143,13 @@ void checkFleet(const Fleet& fleet, Checked checked)
     checkDepths(fleet.groups);
     checkRelations(fleet.groups, fleet, checked);
     checkRelations(fleet.servers, fleet, checked);
+}
+
+void checkAdministrator(const Fleet& fleet)
+{
+    const bool isAny = std::any_of(fleet.accounts.begin(), fleet.accounts.end(),
+                                   [](const Entry<AccountRow>& entry) { return entry.record.admin != 0; });
+    demand(isAny, "accounts", "none is an administrator");
 }
 
 std::vector<int> depthsOf(const Section<Group>& groups)

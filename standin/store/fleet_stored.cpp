@@ -56,6 +56,7 @@ Fleet storedFleet(soci::session& sql)
     readRows(sql, fleet.servers);
     readDelegates(sql, fleet.groups);
     readDelegates(sql, fleet.servers);
+    fleet.lastGroup = number(sql, "SELECT value FROM meta WHERE name = 'last_ou'");
     return fleet;
 }
 

@@ -5,12 +5,12 @@
 #include "standin/store/snapshot.h"
 #include "standin/store/store.h"
 
-void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode)
+void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode, size_t connections)
 {
     VELQZEMStoreClose();
     standin::explained([&] {
         try {
-            standin::openDatabase(url, mode);
+            standin::openDatabase(url, mode, connections);
             standin::prepareSchema(mode);
         } catch (const standin::NoStore&) {
             VELQZEMStoreClose();

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <variant>
 
@@ -70,6 +71,23 @@ struct Field {
         return std::holds_alternative<VLIBCString R::*>(member);
     }
 };
+
+// Whether the records have the same value of that field.
+template <typename R>
+bool isSame(const Field<R>& field, const R& one, const R& other)
+{
+    struct Same {
+        bool operator()(int64_t a, int64_t b) const
+        {
+            return a == b;
+        }
+        bool operator()(const VLIBCString& a, const VLIBCString& b) const
+        {
+            return std::strcmp(a.c_str(), b.c_str()) == 0;
+        }
+    };
+    return std::visit([&](auto member) { return Same()(one.*member, other.*member); }, field.member);
+}
 
 // What distinguishes the kinds of record: the name for people; for nodes "node_type"; the table; the fields,
 // the identifier first.

@@ -6,6 +6,7 @@
 // with a text of one line for people, when the store fails or refuses; what it returns is the caller's.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -23,16 +24,21 @@ namespace standin {
 // existingOnly.
 enum class OpenMode { createIfMissing, existingOnly, ifThere };
 
+constexpr size_t kDefaultConnections = 8;
+
 }  // namespace standin
 
 // Opens the one store of the process: "sqlite:PATH" or "postgresql://..." (also written "postgres://..."). Call it
-// before any VELQZEM function and when no thread uses the store; opening another store closes the first.
+// before any VELQZEM function and when no thread uses the store; opening another store closes the first. connections:
+// how many threads can use the store at a time; at least one.
 // Where the database is empty or missing, createIfMissing makes the store; a new SQLite file is its owner's alone
-// (0600), as is what SQLite puts beside it, and one that is a store loses the rights of group and others. A store of
-// the version before is brought to this one, once, whoever else opens it at the same time. Refused, and left as it was:
-// a database that holds other tables ("not a store"), a store of a version that this program does not know, and with
-// existingOnly a database that is empty or missing; with ifThere that is left as it was too, and nothing is open then.
-void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode = standin::OpenMode::createIfMissing);
+// (0600), its folder's owner's when root makes it, as is what SQLite puts beside it, and one that is a store loses the
+// rights of group and others. A store of the version before is brought to this one, once, whoever else opens it at the
+// same time. Refused, and left as it was: a database that holds other tables ("not a store"), a store of a version that
+// this program does not know, and with existingOnly a database that is empty or missing; with ifThere that is left as it
+// was too, and nothing is open then.
+void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode = standin::OpenMode::createIfMissing,
+                      size_t connections = standin::kDefaultConnections);
 
 // Closes the store; VELQZEM functions then fail with EIO. No thread may be using it.
 void VELQZEMStoreClose();
@@ -145,10 +151,12 @@ PlanCount applyFleet(const Json::Value& jFleet, const ApplyOptions& options, con
                      const FleetProgress& progress = nullptr);
 
 // The same for a fleet that is made from the stored one, in the same transaction, and without deletions. revise: called
-// with the stored fleet as exportFleet() writes it, and again when the database has the transaction repeated; returns
-// the fleet to apply, and may throw std::runtime_error.
-PlanCount reviseFleet(const std::function<Json::Value(const Json::Value& jStored)>& revise, bool dryRun,
-                      const PlanSink& plan = nullptr, const FleetProgress& progress = nullptr);
+// with the stored fleet as exportFleet() writes it and the highest identifier that a group ever had, above which those of
+// new groups belong, and once more when the database has the transaction repeated; returns the fleet to apply, and may
+// throw std::runtime_error.
+using Revision = std::function<Json::Value(const Json::Value& jStored, int64_t lastGroup)>;
+PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan = nullptr,
+                      const FleetProgress& progress = nullptr);
 
 // Gives the store as a fleet file, line by line without line ends: a record in each, in the order of kinds and
 // identifiers, its members in one order without those at their default. The root group is group 0; tokens are left out.

@@ -48,17 +48,29 @@ bool rollBack(soci::session& sql) noexcept
     }
 }
 
+// Leaves no transaction on the connection: where that cannot be told, it is closed. Whether it was told; SQLite cannot
+// roll back what has not begun.
+bool leaveNone(Connection& connection) noexcept
+{
+    const bool isRolledBack = rollBack(connection.sql());
+    if (!isRolledBack && isPostgres()) {
+        connection.close();
+    }
+    return isRolledBack;
+}
+
 // A database server that was restarted leaves dead connections in the pool: connect anew before giving up.
 void beginOrReconnect(Connection& connection, Access access)
 {
-    try {
-        begin(connection.sql(), access);
-    } catch (const soci::soci_error&) {
-        if (rollBack(connection.sql()) || errnoOfException() == EBUSY) {
-            throw;
+    for (bool isFirst = true;; isFirst = false) {
+        try {
+            return begin(connection.sql(), access);
+        } catch (const std::runtime_error&) {
+            if (leaveNone(connection) || !isFirst || errnoOfException() == EBUSY) {
+                throw;
+            }
         }
         connection.reconnect();
-        begin(connection.sql(), access);
     }
 }
 
@@ -86,7 +98,7 @@ Transaction::Transaction(Access access) : m_turn(access), m_connection(connectio
 Transaction::~Transaction()
 {
     if (m_open) {
-        rollBack(m_connection.sql());
+        leaveNone(m_connection);
     }
 }
 
@@ -100,9 +112,9 @@ void Transaction::commit()
     try {
         execute(m_connection.sql(), "COMMIT");
         m_open = false;
-    } catch (const soci::soci_error&) {
+    } catch (const std::runtime_error&) {
         m_open = false;
-        const bool isKnown = rollBack(m_connection.sql()) && !isOutcomeUnknown();
+        const bool isKnown = leaveNone(m_connection) && !isOutcomeUnknown();
         require(isKnown || !isPostgres() || !m_turn.isTaken, EIO,
                 "the database was lost while it stored the change, which may be there now or not");
         throw;
