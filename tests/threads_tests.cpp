@@ -58,7 +58,7 @@ Json::Value randomFleet(Random& random)
             for (int gpoId = pick(random, 1, 2 * kPolicies); count > kPolicies && gpoId <= kPolicies; gpoId += 3) {
                 jItem["linked_gpo"]["order"].append(json("{'id':%}", gpoId));
             }
-            if (pick(random, 0, 4) == 0) {
+            if (pick(random, 0, 4) == 0 && count > kPolicies) {
                 jItem["delegate"].append(json("{'ugid':%,'user_type':2}", pick(random, 2, 1 + kUsers)));
             }
         }
@@ -106,7 +106,7 @@ struct ThreadsTest : testing::TestWithParam<const char*> {
         VELQZEMStoreClose();
         pDatabase->clear();
         VELQZEMStoreOpen(pDatabase->url());
-        standin::loadFleet(jFleet, {});
+        standin::applyFleet(jFleet, {});
     }
     Rows query(const std::string& text) const
     {

@@ -745,7 +745,7 @@ def play(options, store, chance):
     fleet = make_fleet(chance)
     path = store.folder / "fleet.json"
     path.write_text(json.dumps(fleet), encoding="utf-8")
-    store.run("load", str(path))
+    store.run("apply", str(path))
     server = Server(store)
     steps = Steps(store, server, fleet, chance)
     start, number = time.monotonic(), 0

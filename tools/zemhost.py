@@ -35,7 +35,7 @@ class Store:
         return done.stdout
 
     def fill(self):
-        self.run("load", SAMPLE)
+        self.run("apply", SAMPLE)
 
     def rows(self, query):
         """The rows that the database itself gives, as tuples."""

@@ -1,17 +1,17 @@
 // The operator's log of committed changes: the lines that setChangeSink of store.h describes.
 #pragma once
 
-#include <cstring>
 #include <string>
 
 #include "standin/store/records.h"
+#include "standin/store/rights.h"
 #include "standin/store/transaction.h"
 
 namespace standin {
 
-// The line for a change that the calling thread's caller is about to commit; empty when nothing changed or nobody
-// listens. szKind: Kind<R>::kName; what: what became of the record, empty for nothing.
-std::string changeLine(soci::session& sql, const char* szKind, int64_t id, const std::string& what);
+// The line for a change that the calling thread's caller, whose rights those are, is about to commit; empty when
+// nothing changed or nobody listens. szKind: Kind<R>::kName; what: what became of the record, empty for nothing.
+std::string changeLine(const CallerRights& rights, const char* szKind, int64_t id, const std::string& what);
 
 // Gives the sink the line of a committed change, unless it is empty. errno is left as it is.
 void tellChange(const std::string& line) noexcept;
@@ -20,21 +20,9 @@ void tellChange(const std::string& line) noexcept;
 template <typename R>
 std::string changedMembers(const R& before, const R& after)
 {
-    struct Same {
-        bool operator()(int64_t one, int64_t other) const
-        {
-            return one == other;
-        }
-        bool operator()(const VLIBCString& one, const VLIBCString& other) const
-        {
-            return std::strcmp(one.c_str(), other.c_str()) == 0;
-        }
-    };
     std::string members;
     for (const Field<R>& field : Kind<R>::kFields) {
-        const bool isSame =
-            std::visit([&](auto member) { return Same()(before.*member, after.*member); }, field.member);
-        if (!isSame && field.rule != Rule::own) {
+        if (field.rule != Rule::own && !isSame(field, before, after)) {
             members += (members.empty() ? "" : ",") + std::string(field.name);
         }
     }

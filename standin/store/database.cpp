@@ -76,6 +76,11 @@ void closeDatabase()
     gPool.reset();
 }
 
+bool isDatabaseOpen()
+{
+    return gPool != nullptr;
+}
+
 bool isPostgres()
 {
     return gPool != nullptr && gPool->address().isPostgres;

@@ -22,6 +22,9 @@ void settleDatabase();
 // Closes the database, if one is open. No thread may hold a connection.
 void closeDatabase();
 
+// Whether a database is open. Any thread may ask.
+bool isDatabaseOpen();
+
 // Whether the open database speaks PostgreSQL's dialect; else it is SQLite's. Any thread may ask.
 bool isPostgres();
 

@@ -107,7 +107,8 @@ bool areDelegates(soci::session& sql, int nodeType, int64_t id, const std::vecto
     });
 }
 
-std::string replaceDelegates(soci::session& sql, int nodeType, int64_t id, const std::vector<int64_t>& ugids)
+std::string replaceDelegates(soci::session& sql, const CallerRights& rights, int nodeType, int64_t id,
+                             const std::vector<int64_t>& ugids)
 {
     if (areDelegates(sql, nodeType, id, ugids)) {
         return "";
@@ -115,7 +116,8 @@ std::string replaceDelegates(soci::session& sql, int nodeType, int64_t id, const
     change(sql, "DELETE FROM delegate WHERE node_type = :type AND node_id = :id", nodeType, id);
     Inserter<DelegateRow> inserter(sql);
     insertDelegates(inserter, nodeType, id, ugids);
-    return changeLine(sql, nodeType == kServerType ? Kind<Server>::kName : Kind<Group>::kName, id, "delegate");
+    inserter.flush();
+    return changeLine(rights, nodeType == kServerType ? Kind<Server>::kName : Kind<Group>::kName, id, "delegate");
 }
 
 int setDelegates(int64_t id, int nodeType, const Json::Value& jRecord, bool absentClears)
@@ -123,14 +125,15 @@ int setDelegates(int64_t id, int nodeType, const Json::Value& jRecord, bool abse
     return changing([&](soci::session& sql) -> std::string {
         const bool canHave = nodeType == VELQ_ZEM_TYPE_OU || nodeType == kServerType;
         require(canHave, EINVAL, "node_type: neither a group nor a server");
-        CallerRights(sql).requireNode(nodeType, id);
+        const CallerRights rights(sql);
+        rights.requireNode(nodeType, id);
         demand(jRecord.isObject(), "record", "not an object");
         requireExisting(sql, nodeType, id);
         const Json::Value& jDelegates = jRecord["delegate"];
         if (jDelegates.isNull() && !absentClears) {
             return "";
         }
-        return replaceDelegates(sql, nodeType, id, wantedDelegates(sql, jDelegates));
+        return replaceDelegates(sql, rights, nodeType, id, wantedDelegates(sql, jDelegates));
     });
 }
 

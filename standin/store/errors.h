@@ -23,6 +23,11 @@ struct BadInput : std::runtime_error {
     BadInput(std::string_view place, std::string_view why);
 };
 
+// There is no store where one was to be opened. The text is for people.
+struct NoStore : std::runtime_error {
+    using runtime_error::runtime_error;
+};
+
 // The refusal for a record that is another one by now: EAGAIN.
 Refusal changedSinceRead();
 

@@ -9,9 +9,12 @@ void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode, size_t con
 {
     VELQZEMStoreClose();
     standin::explained([&] {
-        standin::openDatabase(url, mode, connections);
         try {
+            standin::openDatabase(url, mode, connections);
             standin::prepareSchema(mode);
+        } catch (const standin::NoStore&) {
+            VELQZEMStoreClose();
+            mode == standin::OpenMode::ifThere ? void() : throw;
         } catch (...) {
             VELQZEMStoreClose();
             throw;

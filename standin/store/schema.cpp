@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "standin/store/errors.h"
 #include "standin/store/statement.h"
 #include "standin/store/transaction.h"
 
@@ -149,8 +150,8 @@ void bringUpToDate(soci::session& sql)
 int64_t usableVersion(OpenMode mode)
 {
     const int64_t version = transacted(Access::read, versionOfDatabase);
-    if (version == 0 && mode == OpenMode::existingOnly) {
-        throw std::runtime_error("there is no store: the database is empty");
+    if (version == 0 && mode != OpenMode::createIfMissing) {
+        throw NoStore("there is no store: the database is empty");
     }
     if (version < 0 || version > kSchemaVersion) {
         throw std::runtime_error("the store has schema version " + std::to_string(version) + ", this program needs " +
