@@ -1,9 +1,10 @@
 // The server's methods as calls: the one place that talks to it.
 const PATIENCE_MS = 60000;
 const NO_PERMISSION = 414;
+const STALE = "changed by someone else since it was read";
 
 // What a call that failed throws, and a change that is in vain. reason: "token": the server does not know the token; "away": no server answers, or it
-// is too busy; "refused": it answered no, and the message is its own.
+// is too busy; "refused": it answered no, and the message is its own; "stale": likewise, as the change was out of date.
 export class Refusal extends Error {
     constructor(reason, message, code = 0) {
         super(message);
@@ -49,10 +50,12 @@ export class Api {
         try {
             await this.#call("VELQ.ZEM.KXGroup", "set", { multiple_data: [{ id: 0, revision: -1 }] });
         } catch (error) {
-            if (error.reason !== "refused") {
+            if (error.code === NO_PERMISSION) {
+                return false;
+            }
+            if (error.reason !== "stale") {
                 throw error;
             }
-            return error.code !== NO_PERMISSION;
         }
         return true;
     }
@@ -102,7 +105,7 @@ function dataOf(text) {
     }
     if (answer.success !== true) {
         const { code = 0, message = "The server refused without a reason." } = answer.error ?? {};
-        throw new Refusal("refused", message, code);
+        throw new Refusal(message === STALE ? "stale" : "refused", message, code);
     }
     return answer.data;
 }

@@ -52,8 +52,13 @@ export class Changes {
         const { fleet } = this.#page;
         const options = [fleet.root, ...fleet.groups].filter((group) => this.canMove(node, group))
             .map((group) => ({ value: group.key, text: group === fleet.root ? "Top level" : group.path }));
-        await ask(`Move ${node.name}`, "Move", [picker("To group", "parent", options)],
-            (data) => this.moveTo(node, fleet.find(data.get("parent")) ?? fleet.root));
+        const parent = await ask(`Move ${node.name}`, "Move", [picker("To group", "parent", options)],
+            (data) => this.#place(node, fleet.find(data.get("parent")) ?? fleet.root));
+        this.#tellMoved(node, parent);
+    }
+
+    async moveTo(node, parent) {
+        this.#tellMoved(node, await this.#place(node, parent));
     }
 
     canMove(node, parent) {
@@ -61,23 +66,12 @@ export class Changes {
         return node.isGroup && node.parent !== parent && !parent.isBelow(node) && !(isTop && this.#page.fleet.isPart);
     }
 
-    async moveTo(node, parent) {
-        await this.#page.commit(() => this.#api.changeGroup(node, { parent_id: parent.id }), node);
-        this.#page.reveal(node.id);
-        this.#page.say(`${node.name} was moved to ${parent.name}.`);
-    }
-
     async delete(shown) {
         const node = await this.#page.latest(shown); // the question is about what is there now
-        const { group, server, policy } = this.#page.fleet.counts(node);
-        const question = [
-            element("p", {}, group + server + policy > 0 ? `Below it are ${below({ group, server, policy })}.` : "Nothing is below it."),
-            group > 0 && element("p", {}, `${plural(group, "group")} below it will be deleted with it.`),
-            server + policy > 0 && element("p", {}, "Servers and policies move to the top level."),
-        ].filter(Boolean);
-        const done = await ask(`Delete ${node.name}?`, "Delete", question,
+        const done = await ask(`Delete ${node.name}?`, "Delete", whatFollows(this.#page.fleet, node),
             () => this.#page.commit(() => this.#api.deleteGroup(node), node).then(() => true));
         if (done) {
+            this.#page.reveal(node.parent.id);
             this.#page.say(`${node.name} was deleted.`);
         }
     }
@@ -96,6 +90,18 @@ export class Changes {
             { isOrdered: false, add: "Add an account, by name or uid", more });
         const delegate = () => editor.ids().map((ugid) => ({ ugid, user_type: DELEGATE_USER_TYPE }));
         await this.#change(node, `Delegates of ${node.name}`, "Save", editor.contents, () => ({ delegate: delegate() }));
+    }
+
+    async #place(node, parent) {
+        await this.#page.commit(() => this.#api.changeGroup(node, { parent_id: parent.id }), node);
+        return parent;
+    }
+
+    #tellMoved(node, parent) {
+        if (parent !== undefined) {
+            this.#page.reveal(node.id);
+            this.#page.say(`${node.name} was moved to ${parent.name}.`);
+        }
     }
 
     async #change(node, title, confirm, contents, membersOf) {
@@ -122,6 +128,23 @@ export class Changes {
             await this.#api.link(id, node);
         }
     }
+}
+
+// What the deletion of the group means for those below it.
+function whatFollows(fleet, node) {
+    const { group, server, policy } = fleet.counts(node);
+    if (group + server + policy === 0) {
+        return [element("p", {}, "Nothing is below it.")];
+    }
+    const groups = group > 0 ? `${plural(group, "group")} below it will be deleted with it. ` : "";
+    const others = [
+        server > 0 && plural(server, "server"), policy > 0 && plural(policy, "policy", "policies"),
+    ].filter(Boolean);
+    const place = fleet.isPart ? "the top level, where this account does not see them" : "the top level";
+    return [
+        element("p", {}, `Below it are ${below({ group, server, policy })}.`),
+        element("p", {}, groups, others.length > 0 && `${others.join(" and ")} will move to ${place}.`),
+    ];
 }
 
 // What of the links can stay when others are taken out and added at the end: the longest beginning of what is wanted

@@ -3,6 +3,7 @@ import { element, icon, plural } from "./dom.js";
 import { POLICY } from "./fleet.js";
 
 const LISTED = 200; // of a list that may be very long
+const WHEN = new Intl.DateTimeFormat(undefined, { dateStyle: "medium", timeStyle: "short" });
 
 export class Details {
     #element;
@@ -25,9 +26,14 @@ export class Details {
     show(fleet, node) {
         const focused = this.#element.contains(document.activeElement) ? document.activeElement.dataset.change : undefined;
         this.#element.replaceChildren(...(node === null ? nothingChosen() : contentsOf(fleet, node)));
-        if (focused !== undefined) {
-            this.#element.querySelector(`[data-change="${focused}"]`)?.focus();
-        }
+        this.focus(focused);
+    }
+
+    // Focuses the button of a change, if there is one. Gives whether there is.
+    focus(change) {
+        const button = this.#element.querySelector(`[data-change="${change}"]`);
+        button?.focus();
+        return button !== null;
     }
 }
 
@@ -71,7 +77,7 @@ function facts(fleet, node) {
         desc !== undefined && ["Description", element("span", { class: "text" }, desc || none()),
             node.isGroup && changeButton("describe", "Describe")],
         node.isGroup && ["Below", below(fleet.counts(node))],
-        ["Changed", `${new Date(mtime * 1000).toLocaleString()}, revision ${revision}`],
+        ["Changed", `${WHEN.format(new Date(mtime * 1000))}, revision ${revision}`],
         extra != null && ["More", element("pre", {}, JSON.stringify(extra, null, 2))],
     ];
     return element("dl", { class: "facts" }, rows.filter(Boolean).map(([term, ...values]) => [

@@ -6,6 +6,8 @@ export const POLICY = 4;
 
 const KINDS = { [GROUP]: "group", [SERVER]: "server", [POLICY]: "policy" };
 
+const NONE = Object.freeze([]); // of most nodes, as most are servers
+
 class Node {
     #searched = null;
 
@@ -16,7 +18,7 @@ class Node {
         this.index = index;
         this.key = key;
         this.level = parent === null ? 0 : parent.level + 1;
-        this.children = [];
+        this.children = NONE;
         this.end = 0; // the index after that of the last node below this one
         this.isHit = false; // of the filter
         this.isShown = true; // it or one below it is a hit, or there is no filter
@@ -100,6 +102,7 @@ export class Fleet {
         this.nodes = []; // each before those below it
         this.byKey = new Map();
         this.#add(records, this.root);
+        this.root.end = this.nodes.length;
         this.filter("");
     }
 
@@ -193,15 +196,17 @@ export class Fleet {
     }
 
     #add(records, parent) {
-        for (const record of records) {
+        parent.children = records.map((record) => {
             const key = this.#freeKey(keyOf(record.node_type, record.node_id));
             const node = new Node(record, parent, this.nodes.length, key);
             this.byKey.set(key, node);
             this.nodes.push(node);
-            parent.children.push(node);
-            this.#add(record.children ?? [], node);
-        }
-        parent.end = this.nodes.length;
+            if (record.children) {
+                this.#add(record.children, node);
+            }
+            node.end = this.nodes.length;
+            return node;
+        });
     }
 
     // Identifiers beyond 53 bits lose their last digits in a browser and may become equal.

@@ -75,7 +75,7 @@ class Page {
     // For changes of which the server has no way to see that they are out of date. Throws Refusal.
     async requireUnchanged(node) {
         if ((await this.latest(node)).record.revision !== node.record.revision) {
-            throw stale(node, "changed by someone else since it was read");
+            throw stale(node);
         }
     }
 
@@ -103,7 +103,7 @@ class Page {
     }
 
     get #chosen() {
-        return this.#fleet.find(this.#tree.view.selected ?? "");
+        return this.#fleet.find(this.#tree.selected ?? "");
     }
 
     async #ask(asked) {
@@ -184,7 +184,14 @@ class Page {
         const ofGroups = node?.isGroup && ["rename", "move", "delete", "describe", "block", "delegates"].includes(name);
         const command = commands[name] || (ofGroups && (() => this.#changes[name](node)));
         if (command) {
-            this.#try(command);
+            this.#try(command).then(() => this.#keepFocus(name));
+        }
+    }
+
+    // After a dialog for which the panel was drawn anew, or a row that is gone.
+    #keepFocus(name) {
+        if (document.activeElement === document.body && !this.#details.focus(name)) {
+            this.#tree.focus();
         }
     }
 
@@ -222,20 +229,22 @@ class Page {
         } catch (error) {
             this.#report(error);
         }
-        if (document.activeElement === document.body) { // what had the focus is gone
-            this.#tree.focus();
-        }
     }
 
+    // Why the change of the node was refused; final, when the node is no longer as the user saw it.
     #explained(error, node) {
-        if (!(error instanceof Refusal) || error.reason !== "refused" || error.isFinal || node === null) {
+        const isAnswer = error instanceof Refusal && ["refused", "stale"].includes(error.reason);
+        if (!isAnswer || error.isFinal || node === null) {
             return error;
         }
         const now = this.#fleet.find(node.key);
         if (now === null) {
             return gone(node);
         }
-        return node.isGroup && now.record.revision !== node.record.revision ? stale(node, error.message) : error;
+        if (error.reason === "stale") {
+            return stale(node);
+        }
+        return now.record.revision === node.record.revision ? error : final(error.message); // done in part
     }
 
     #report(error) {
@@ -315,8 +324,9 @@ function gone(node) {
     return final(`${node.name} is no longer there: it was deleted elsewhere.`);
 }
 
-function stale(node, why) {
-    return final(`${node.name} was not changed: ${why}. The tree now shows it as it is; look, and try again.`);
+function stale(node) {
+    return final(`${node.name} was not changed: someone else changed it in the meantime. It is now shown as it is; ` +
+        "look, and try again.");
 }
 
 function final(message) {

@@ -4,6 +4,7 @@ import { GROUP, POLICY, SERVER } from "./fleet.js";
 import { Wunderbaum } from "./wunderbaum.esm.min.js";
 
 const SHOWN_NAMES = 20; // of the policies or delegates in a cell; the panel has all
+const FIRST_ROWS = 300; // drawn before the others of a large fleet, which take some tenths of a second
 
 const COLUMNS = [
     { id: "*", title: "Name", width: 5, room: 0 },
@@ -52,6 +53,11 @@ export class FleetTree {
         element.addEventListener("drop", (event) => this.#dropBeside(event));
     }
 
+    // The key of the row that is chosen, or null.
+    get selected() {
+        return this.#selected;
+    }
+
     // Which groups are closed and which row is chosen, by their keys.
     get view() {
         return { closed: [...this.#closed], selected: this.#selected };
@@ -62,17 +68,16 @@ export class FleetTree {
         const place = this.#place();
         this.#fleet = fleet;
         this.#wanted = text.trim().toLowerCase();
-        this.#tree._setActiveNode(null); // of the rows that go
-        this.#tree._setFocusNode(null);
-        this.#tree.enableUpdate(false);
-        this.#tree.clear();
-        this.#tree.root.addChildren(fleet.root.children.map(sourceOf));
-        this.#layOpen();
-        const row = this.#tree.findKey(this.#selected ?? "");
-        this.#tree._setActiveNode(row); // setActive would open the groups above and scroll there
-        this.#tree._setFocusNode(row);
-        this.#tree.enableUpdate(true);
-        this.#scrollTo(place);
+        const drawAll = () => {
+            this.#draw(Infinity);
+            this.#scrollTo(place);
+        };
+        if (place !== null || fleet.nodes.length <= FIRST_ROWS) {
+            drawAll();
+            return;
+        }
+        this.#draw(FIRST_ROWS);
+        requestAnimationFrame(() => setTimeout(() => this.#fleet === fleet && drawAll()));
     }
 
     // Shows what the fleet's filter left, with all groups open; without a text, what was open before.
@@ -181,7 +186,9 @@ export class FleetTree {
 
     #drop(parent) {
         const node = this.#dragged;
-        if (this.#canDrop(parent)) {
+        const canDrop = this.#canDrop(parent);
+        this.#endDrag(); // which no event tells when the row was scrolled out of view
+        if (canDrop) {
             this.#listener.move(node, parent);
         }
     }
@@ -219,6 +226,20 @@ export class FleetTree {
             return false;
         }
         return this.#fleet !== null && this.#fleet.nodes.length > 0; // the widget fails on keys without rows
+    }
+
+    // Makes rows of the fleet's nodes up to the index.
+    #draw(end) {
+        this.#tree._setActiveNode(null); // of the rows that go
+        this.#tree._setFocusNode(null);
+        this.#tree.enableUpdate(false);
+        this.#tree.clear();
+        this.#tree.root.addChildren(sourcesOf(this.#fleet.root, end));
+        this.#layOpen();
+        const row = this.#tree.findKey(this.#selected ?? "");
+        this.#tree._setActiveNode(row); // setActive would open the groups above and scroll there
+        this.#tree._setFocusNode(row);
+        this.#tree.enableUpdate(true);
     }
 
     // Sets of every row whether it is open and whether the filter leaves it.
@@ -304,12 +325,18 @@ export class FleetTree {
         return row === null ? null : { key: row.key, offset: top - row._rowIdx * this.#tree.options.rowHeightPx };
     }
 
+    // place: null to go to the row that is chosen.
     #scrollTo(place) {
-        const row = place === null ? null : this.#tree.findKey(place.key);
-        if (row !== null && row.isVisible()) {
-            this.#element.scrollTop = row._rowIdx * this.#tree.options.rowHeightPx + place.offset;
-            this.#tree.update("scroll", { immediate: true });
+        const row = this.#tree.findKey(place?.key ?? this.#selected ?? "");
+        if (!row?.isVisible()) {
+            return;
         }
+        if (place === null) {
+            row.scrollIntoView();
+        } else {
+            this.#element.scrollTop = row._rowIdx * this.#tree.options.rowHeightPx + place.offset;
+        }
+        this.#tree.update("scroll", { immediate: true });
     }
 }
 
@@ -322,9 +349,11 @@ function nodeOf(row) {
     return row.data.node;
 }
 
-function sourceOf(node) {
-    const children = node.children.length > 0 ? node.children.map(sourceOf) : undefined;
-    return { key: node.key, title: node.name, type: node.type, node, children };
+function sourcesOf(parent, end) {
+    return parent.children.filter((node) => node.index < end).map((node) => {
+        const children = node.children.length > 0 ? sourcesOf(node, end) : undefined;
+        return { key: node.key, title: node.name, type: node.type, node, children };
+    });
 }
 
 function columnsFor(tree) {
