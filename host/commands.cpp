@@ -36,7 +36,10 @@ ModuleSet loadModules(const ModulePaths& paths)
         modules.load(path);
     }
     if (paths.empty()) {
-        modules.load(std::filesystem::read_symlink("/proc/self/exe").parent_path() / "webapi_zem_ou.so");
+        const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+        for (const char* szName : {"webapi_zem_ou.so", "webapi_zem_gpo.so"}) {
+            modules.load(folder / szName);
+        }
     }
     return modules;
 }

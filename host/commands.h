@@ -16,7 +16,7 @@
 
 namespace host {
 
-// Files of the modules that a command loads; none: webapi_zem_ou.so beside the program.
+// Files of the modules that a command loads; none: webapi_zem_ou.so and webapi_zem_gpo.so beside the program.
 using ModulePaths = std::vector<std::string>;
 
 // Until SIGTERM or SIGINT. Says on standard error how to fill a store that nobody can use yet.

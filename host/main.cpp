@@ -55,8 +55,7 @@ void makeStore(CommandLine& line, CLI::App* pCommand)
 
 void addModules(CommandLine& line, CLI::App* pCommand)
 {
-    pCommand
-        ->add_option("--module", line.modules, "Module to load, repeatable; default: webapi_zem_ou.so beside zemhost")
+    pCommand->add_option("--module", line.modules, "Module to load, repeatable; default: those beside zemhost")
         ->allow_extra_args(false);
 }
 
