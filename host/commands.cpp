@@ -121,16 +121,30 @@ Json::Value parseFleet(const std::string& path)
     return jFleet;
 }
 
+Page loadPage(const PageChoice& choice)
+{
+    const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "console";
+    Page page;
+    if (!choice.folder.empty()) {
+        page.load(choice.folder);
+    } else if (std::filesystem::exists(folder / "index.html")) {
+        page.load(folder);
+    } else {
+        std::cerr << "zemhost: the console's page is not served: it is not at " << printable(folder.string()) << '\n';
+    }
+    return page;
+}
+
 }  // namespace
 
-int serveModules(const ModulePaths& modules, const ServeOptions& options)
+int serveModules(const ModulePaths& modules, const PageChoice& choice, const ServeOptions& options)
 {
     if (!standin::hasAccounts()) {
         std::cerr << "zemhost: the store holds no accounts yet, so nobody can call anything; to fill it:\n"
                      "  zemhost load FILE    a fleet file, with the same --store\n"
                      "  zemhost token NAME   likewise, for one of its accounts\n";
     }
-    serve(loadModules(modules), options);
+    serve(loadModules(modules), choice.isServed ? loadPage(choice) : Page(), options);
     return 0;
 }
 

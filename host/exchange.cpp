@@ -35,7 +35,7 @@ Exchange::~Exchange()
 MHD_Result Exchange::begin(const char* szPath, const char* szMethod)
 {
     try {
-        m_refused = judgeHead(m_pConnection, szPath, szMethod, m_server.modules, m_head);
+        m_refused = judgeHead(m_pConnection, szPath, szMethod, m_server.modules, m_server.page, m_head);
     } catch (const std::exception& e) {
         logTrouble("a request could not be checked", e.what());
         m_refused = MHD_HTTP_INTERNAL_SERVER_ERROR;
@@ -53,7 +53,7 @@ MHD_Result Exchange::begin(const char* szPath, const char* szMethod)
 MHD_Result Exchange::receive(const char* pData, size_t size)
 {
     m_arrived += size;
-    if (m_refused == 0) {
+    if (m_refused == 0 && m_head.pFile == nullptr) {
         m_refused = m_body.append(pData, size);
     }
     if (m_refused != 0) {
@@ -65,6 +65,9 @@ MHD_Result Exchange::receive(const char* pData, size_t size)
 
 MHD_Result Exchange::finish()
 {
+    if (m_refused == 0 && m_head.pFile != nullptr) {
+        return respondWithFile();
+    }
     if (m_refused != 0 || m_isHandled) {
         return respond(m_refused != 0 ? refusal(m_refused) : std::move(m_answer));
     }
@@ -137,6 +140,19 @@ MHD_Result Exchange::respond(Answer answer)
 {
     const int code = answer.code;
     const MHD_Result queued = queueAnswer(m_pConnection, std::move(answer), m_head.isLast || m_server.isStopping);
+    return noteAnswer(queued, code);
+}
+
+MHD_Result Exchange::respondWithFile()
+{
+    int status = 0;
+    const MHD_Result queued =
+        queueFile(m_pConnection, *m_head.pFile, m_head.method.c_str(), m_server.isStopping, status);
+    return noteAnswer(queued, status);
+}
+
+MHD_Result Exchange::noteAnswer(MHD_Result queued, int code)
+{
     m_isAnswered = true;
     logRequest(m_head, m_start, std::to_string(code));
     return queued;

@@ -59,12 +59,17 @@ void resolvePath(const char* szPath, const ModuleSet& modules, RequestHead& head
 }  // namespace
 
 int judgeHead(MHD_Connection* pConnection, const char* szPath, const char* szMethod, const ModuleSet& modules,
-              RequestHead& head)
+              const Page& page, RequestHead& head)
 {
     resolvePath(szPath, modules, head);
     head.isLast = isBodyAmbiguous(pConnection);
     if (head.isLast) {
         return MHD_HTTP_BAD_REQUEST;
+    }
+    head.pFile = page.find(szPath);
+    if (head.pFile != nullptr) {
+        head.method = szMethod;
+        return 0;
     }
     if (head.pRow == nullptr) {
         return MHD_HTTP_NOT_FOUND;
