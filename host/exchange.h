@@ -64,11 +64,14 @@ private:
 
     int runHandler();                    // fills m_answer, or returns the HTTP status of the refusal
     void recognise(AccountKey account);  // the request counts for the account from now on
+    Answer refused() const;
 
     // These three on the connection's thread.
     MHD_Result respond(Answer answer);
     MHD_Result respondWithFile();
     MHD_Result noteAnswer(MHD_Result queued, int code);  // code: for the log
+
+    void log(const std::string& code) const noexcept;  // a proxy asks for the health every second: no line for that
 
     ServerState& m_server;
     MHD_Connection* const m_pConnection;
@@ -77,7 +80,7 @@ private:
     RequestHead m_head;
     RequestBody m_body;
     AccountKey m_account = kStrangers;  // whom the request counts for
-    Answer m_answer;                    // the handler's, once it is handled
+    Answer m_answer;                    // once it is handled: the handler's, or the server's own
     bool m_isHandled = false;
     int m_refused = 0;       // HTTP status of the refusal, 0 for none
     uint64_t m_arrived = 0;  // bytes of the body, thrown away ones too

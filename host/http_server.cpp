@@ -22,6 +22,7 @@
 #include "host/exchange.h"
 #include "host/listen_socket.h"
 #include "host/log.h"
+#include "host/text.h"
 #include "platform/velq_core.h"
 #include "standin/store/store.h"
 
@@ -159,6 +160,7 @@ void serve(const ModuleSet& modules, const Page& page, const ServeOptions& optio
         setvbuf(stdout, nullptr, _IOLBF, 0);  // a line is seen when it is written
     }
     standin::setChangeSink([](const std::string& line) { writeLog("change: " + line); });
+    standin::setOutageSink([](const std::string& line) { writeLog("zemhost: " + printable(line)); });
     ServerState server{.modules = modules,
                        .page = page,
                        .waiting = WaitingSockets(connections / 2),
@@ -170,6 +172,7 @@ void serve(const ModuleSet& modules, const Page& page, const ServeOptions& optio
     sigwait(&stopSignals, &received);
     stopDaemon(server, pDaemon);
     standin::setChangeSink(nullptr);
+    standin::setOutageSink(nullptr);
 }
 
 }  // namespace host

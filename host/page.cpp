@@ -61,32 +61,20 @@ std::string readFile(const std::filesystem::path& path)
     return bytes;
 }
 
-// Whether an If-None-Match names the file as it is.
-bool isKnown(const PageFile& file, const char* szEtags)
+// Whether the client has the file as it is.
+bool isKnown(MHD_Connection* pConnection, const PageFile& file)
 {
+    const char* szEtags = MHD_lookup_connection_value(pConnection, MHD_HEADER_KIND, MHD_HTTP_HEADER_IF_NONE_MATCH);
     return szEtags != nullptr && (strcmp(szEtags, "*") == 0 || strstr(szEtags, file.etag.c_str()) != nullptr);
 }
 
-int statusOf(MHD_Connection* pConnection, const PageFile& file, const char* szMethod)
-{
-    if (strcmp(szMethod, MHD_HTTP_METHOD_GET) != 0 && strcmp(szMethod, MHD_HTTP_METHOD_HEAD) != 0) {
-        return MHD_HTTP_METHOD_NOT_ALLOWED;
-    }
-    const char* szEtags = MHD_lookup_connection_value(pConnection, MHD_HEADER_KIND, MHD_HTTP_HEADER_IF_NONE_MATCH);
-    return isKnown(file, szEtags) ? MHD_HTTP_NOT_MODIFIED : MHD_HTTP_OK;
-}
-
-void addHeaders(MHD_Response* pResponse, const PageFile& file, int status, bool isLast)
+void addHeaders(MHD_Response* pResponse, const PageFile& file, bool isLast)
 {
     for (const Pair& header : kHeaders) {
         MHD_add_response_header(pResponse, header.szName, header.szValue);
     }
-    if (status == MHD_HTTP_METHOD_NOT_ALLOWED) {
-        MHD_add_response_header(pResponse, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
-    } else {
-        MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_TYPE, file.szType);
-        MHD_add_response_header(pResponse, MHD_HTTP_HEADER_ETAG, file.etag.c_str());
-    }
+    MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_TYPE, file.szType);
+    MHD_add_response_header(pResponse, MHD_HTTP_HEADER_ETAG, file.etag.c_str());
     if (isLast) {
         MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONNECTION, "close");
     }
@@ -125,16 +113,16 @@ const PageFile* Page::find(std::string_view path) const
     return file == m_files.end() ? nullptr : &file->second;
 }
 
-MHD_Result queueFile(MHD_Connection* pConnection, const PageFile& file, const char* szMethod, bool isLast, int& status)
+MHD_Result queueFile(MHD_Connection* pConnection, const PageFile& file, bool isLast, int& status)
 {
-    status = statusOf(pConnection, file, szMethod);
-    const std::string_view body = status == MHD_HTTP_METHOD_NOT_ALLOWED ? std::string_view() : file.bytes;
-    MHD_Response* pResponse =  // it only points to the bytes: many slow readers of them take no memory
-        MHD_create_response_from_buffer(body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_PERSISTENT);
+    status = isKnown(pConnection, file) ? MHD_HTTP_NOT_MODIFIED : MHD_HTTP_OK;  // the library sends no body with 304
+    MHD_Response* pResponse =
+        MHD_create_response_from_buffer(  // which points to the bytes: slow readers hold no copies
+            file.bytes.size(), const_cast<char*>(file.bytes.data()), MHD_RESPMEM_PERSISTENT);
     if (pResponse == nullptr) {
         throw std::bad_alloc();
     }
-    addHeaders(pResponse, file, status, isLast);
+    addHeaders(pResponse, file, isLast);
     const MHD_Result queued = MHD_queue_response(pConnection, static_cast<unsigned>(status), pResponse);
     MHD_destroy_response(pResponse);
     return queued;

@@ -31,10 +31,10 @@ private:
     std::map<std::string, PageFile, std::less<>> m_files;  // by path
 };
 
-// Queues what a request for the file gets: the file, 304 when the client has it already, 405 unless it is read.
-// szMethod: of HTTP. isLast: the connection is closed after it. file: outlives the connection. status: the answer's.
-// Returns what the library says, MHD_NO when it closes the connection instead. Throws std::bad_alloc. To be called once
-// per request, on the thread that serves the connection.
-MHD_Result queueFile(MHD_Connection* pConnection, const PageFile& file, const char* szMethod, bool isLast, int& status);
+// Queues the file as the connection's response, 304 when the client has it already. file: outlives the connection.
+// isLast: the connection is closed after it. status: set to the answer's. Returns what the library says, MHD_NO when it
+// closes the connection instead. Throws std::bad_alloc. To be called once per request, on the thread that serves the
+// connection.
+MHD_Result queueFile(MHD_Connection* pConnection, const PageFile& file, bool isLast, int& status);
 
 }  // namespace host

@@ -11,10 +11,19 @@
 
 namespace host {
 
+// What a path stands for.
+enum class Resource {
+    none,
+    method,  // of a module, to be called
+    health,  // whether the store answers, for who watches the server
+    file,    // of the console's page; nobody needs a token for it
+};
+
 struct RequestHead {
-    std::string api, method;                // as the client wrote them; another path is all in api, HTTP's method then
+    Resource resource = Resource::none;
+    std::string api, method;                // as the client wrote them; a path of another form is all in api
     const VELQ::APIMethod* pRow = nullptr;  // the module's; null when none offers the method
-    const PageFile* pFile = nullptr;        // the page's; null unless the path is one's, which nobody needs a token for
+    const PageFile* pFile = nullptr;        // the page's; null unless the path is one's
     std::string tokenHash;                  // of the bearer token
     standin::Account account;               // the token's; empty before it was looked up
     bool isLast = false;                    // the connection cannot be used for another request
@@ -25,6 +34,9 @@ struct RequestHead {
 // the token may still be nobody's. Throws std::bad_alloc; what was read before is in head then.
 int judgeHead(MHD_Connection* pConnection, const char* szPath, const char* szMethod, const ModuleSet& modules,
               const Page& page, RequestHead& head);
+
+// The HTTP methods that the resource takes, as a header lists them.
+const char* allowedMethods(Resource resource);
 
 // Whether the client sends a body without waiting to be told so. On the thread that serves the connection.
 bool sendsBodyUnasked(MHD_Connection* pConnection);

@@ -59,7 +59,7 @@ REFUSALS = [
 ]
 
 # What the message of a refusal says, by status.
-MEANINGS = {400: "JSON", 401: "token", 404: "no such method", 405: "POST", 413: "4 MiB", 500: "failed", 503: "busy"}
+MEANINGS = {400: "JSON", 401: "token", 404: "no such method", 405: "takes only POST", 413: "4 MiB", 500: "failed", 503: "busy"}
 
 # The fault that a row catches, a request of the delegate m.okafor, its code and what its message says. The first row
 # leaves a reason behind for those after it.
@@ -128,8 +128,8 @@ PAGE = [
     ("what stands behind the path changes the file", "GET", "/tree.js?file=../outside.js", 200,
      "text/javascript; charset=utf-8"),
     ("a file is sent to who asks for its head", "HEAD", "/tree.js", 200, "text/javascript; charset=utf-8"),
-    ("a file takes what is posted to it", "POST", "/tree.js", 405, None),
-    ("a file can be taken away", "DELETE", "/", 405, None),
+    ("a file takes what is posted to it", "POST", "/tree.js", 405, "application/json"),
+    ("a file can be taken away", "DELETE", "/", 405, "application/json"),
     ("a path leads out of the folder", "GET", "/../outside.js", 404, "application/json"),
     ("an escaped path leads out of it", "GET", "/%2e%2e/outside.js", 404, "application/json"),
     ("a path with escaped slashes leads out of it", "GET", "/..%2foutside.js", 404, "application/json"),
@@ -264,7 +264,7 @@ class HostTest(unittest.TestCase):
                     self.assertEqual(int(answer.headers["Content-Length"]), len(expected))
                 self.assertEqual(answer.headers["Allow"], "GET, HEAD" if status == 405 else None)
         self.assertEqual(self.get("GET", "/tree.js", body=HUGE).status, 200)
-        self.assertRegex(self.store.log.read_text(encoding="utf-8"), r"(?m)Z - /look\.css GET 200 \d+$")
+        self.assertRegex(self.store.log.read_text(encoding="utf-8"), r"(?m)Z - /look\.css - 200 \d+$")
 
     def test_page_is_sent_again_only_when_it_changed_and_obeys_nobody_else(self):
         self.serve_page()
@@ -275,7 +275,7 @@ class HostTest(unittest.TestCase):
             self.assertEqual((again.status, again.text), (status, b"" if status == 304 else first.text))
             self.assertEqual((again.headers["ETag"], again.headers["Cache-Control"]), (tag, "no-cache"))
         self.assertNotEqual(self.get("GET", "/look.css").headers["ETag"], tag)
-        for answer in first, again, self.get("POST", "/"):
+        for answer in first, again, self.get("HEAD", "/"):
             self.assertEqual({name: answer.headers[name] for name in ["Content-Security-Policy", "Referrer-Policy",
                                                                       "X-Content-Type-Options", "X-Frame-Options",
                                                                       "Cross-Origin-Resource-Policy"]},
@@ -333,6 +333,37 @@ class HostTest(unittest.TestCase):
                 printed = self.store.run("call", "VELQ.ZEM.KXGroup", method, "--params", text, "--as", "m.okafor",
                                          status=1)
                 self.assertIn(json.dumps(answer, separators=(",", ":")) + "\n", printed)
+
+    def await_health(self, status):
+        limit = time.monotonic() + 20
+        while self.request("/health", None, method="GET")[0] != status:
+            self.assertLess(time.monotonic(), limit, f"/health does not become {status}")
+            time.sleep(0.05)
+
+    def test_health_tells_whether_the_store_answers(self):
+        self.serve()
+        away = self.store.path.with_name("away")
+        for _ in range(2):
+            self.assertEqual(self.request("/health", None, method="GET"), (200, {"success": True, "data": None}))
+            self.store.path.rename(away)
+            self.await_health(503)
+            _, answer = self.request("/health", None, method="GET")
+            self.assertIn("store does not answer", answer["error"]["message"])
+            self.assertFalse(self.store.path.exists())
+            away.rename(self.store.path)
+            self.await_health(200)
+        client = self.send("/health", None, method="HEAD")
+        response = client.getresponse()
+        self.assertEqual((response.status, response.read(), response.headers["Cache-Control"]), (200, b"", "no-store"))
+        send(client, "/health", None, b"{}")
+        response = client.getresponse()
+        self.assertEqual((response.status, response.headers["Allow"]), (405, "GET, HEAD"))
+        self.assertEqual(self.request("/health/x", None, method="GET")[0], 404)
+        self.server.stop()
+        lines = [line.split(" ", 1)[1] for line in self.store.log.read_text(encoding="utf-8").splitlines()]
+        for line, expected in zip(lines, ["zemhost: the store does not answer: ", "zemhost: the store answers again after "
+                                          ] * 2 + ["- /health - 405 ", "- /health/x - 404 "], strict=True):
+            self.assertTrue(line.startswith(expected), lines)
 
     def test_no_name_splits_a_line_of_the_log(self):
         self.store.path.unlink()
