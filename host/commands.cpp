@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -18,6 +17,7 @@
 #include "host/dispatch.h"
 #include "host/log.h"
 #include "host/module_loader.h"
+#include "host/program_files.h"
 #include "host/text.h"
 #include "host/tokens.h"
 #include "host/tree_view.h"
@@ -32,11 +32,8 @@ constexpr int kMaxNesting = 1000;  // of the values of a fleet file
 ModuleSet loadModules(const ModulePaths& paths)
 {
     ModuleSet modules;
-    for (const std::string& path : paths) {
+    for (const std::string& path : paths.empty() ? defaultModules() : paths) {
         modules.load(path);
-    }
-    if (paths.empty()) {
-        modules.load(std::filesystem::read_symlink("/proc/self/exe").parent_path() / "webapi_zem_ou.so");
     }
     return modules;
 }
@@ -123,14 +120,14 @@ Json::Value parseFleet(const std::string& path)
 
 Page loadPage(const PageChoice& choice)
 {
-    const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "console";
     Page page;
+    const std::filesystem::path folder = programFile("share/zemhost", "console");
     if (!choice.folder.empty()) {
         page.load(choice.folder);
     } else if (std::filesystem::exists(folder / "index.html")) {
         page.load(folder);
     } else {
-        std::cerr << "zemhost: the console's page is not served: it is not at " << printable(folder.string()) << '\n';
+        std::cerr << "zemhost: the console's page is not served: it is not in " << printable(folder.string()) << '\n';
     }
     return page;
 }

@@ -16,7 +16,7 @@
 
 namespace host {
 
-// Files of the modules that a command loads; none: webapi_zem_ou.so beside the program.
+// Files of the modules that a command loads; none: those that came with the program.
 using ModulePaths = std::vector<std::string>;
 
 // The console's page.

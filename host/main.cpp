@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr const char* kVersion = "zemhost 1.0.0";
+constexpr const char* kVersion = "zemhost " ZEM_VERSION;
 constexpr int kFailed = 1;   // exit status
 constexpr int kMisused = 2;  // exit status
 
@@ -55,8 +55,7 @@ void makeStore(CommandLine& line, CLI::App* pCommand)
 
 void addModules(CommandLine& line, CLI::App* pCommand)
 {
-    pCommand
-        ->add_option("--module", line.modules, "Module to load, repeatable; default: webapi_zem_ou.so beside zemhost")
+    pCommand->add_option("--module", line.modules, "Module to load, repeatable; default: those that came with zemhost")
         ->allow_extra_args(false);
 }
 
