@@ -23,8 +23,10 @@ from zemhost import SAMPLE, Server, Store, receive, request, send  # noqa: E402
 
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
 MODULE = BUILD / "webapi_zem_ou.so"
+NEIGHBOUR = BUILD / "webapi_zem_gpo.so"
 TREE = "/webapi/VELQ.ZEM.Tree/1/get"
 CREATE = "/webapi/VELQ.ZEM.KXGroup/1/create"
+LINK = "/webapi/VELQ.ZEM.GPO/1/link"
 FLEET = SAMPLE.read_text(encoding="utf-8")
 HUGE = b" " * (100 << 20)
 
@@ -72,6 +74,17 @@ REASONS = [
      "parent_id: group 77 is not yours"),
     ("a delegate is not told which group", "set", {"node_id": 6, "name": "x"}, 414, "group 6 is not yours"),
     ("a name breaks the JSON of the answer", "create", {"id": 0, "name": "b", "parent_id": "ODD"}, 117, r'"\x0A'),
+]
+
+# The fault that a row catches, the targets of a policy that the delegate m.okafor adds, kinds and identifiers, the
+# policy, and code and message of the answer.
+LINKS = [
+    ("one's own group and server are refused", "g3 s9", 8, 0, None),
+    ("another's server is linked", "g3 s11", 4, 414, "group 0 is not yours to manage"),
+    ("whether a server is there is told to everybody", "g3 s77", 4, 414, "group 0 is not yours to manage"),
+    ("another's group is linked", "s9 g6", 4, 414, "group 6 is not yours to manage"),
+    ("a policy that is not seen is linked", "s9", 7, 414, "no policy 7 that you see"),
+    ("targets may be anything", "p8", 4, 101, "parameter"),
 ]
 
 # The fault of a fleet file, a text of the sample and what takes its place first, and what the message names.
@@ -364,6 +377,38 @@ class HostTest(unittest.TestCase):
         for line, expected in zip(lines, ["zemhost: the store does not answer: ", "zemhost: the store answers again after "
                                           ] * 2 + ["- /health - 405 ", "- /health/x - 404 "], strict=True):
             self.assertTrue(line.startswith(expected), lines)
+    def test_links_of_groups_and_servers_change_over_http(self):
+        token, admin = self.serve(account="m.okafor"), self.store.token("admin")
+
+        def links(kind, id):
+            nodes = (node for node, _ in each_node(self.request(TREE, admin)[1]["data"]))
+            node = next(node for node in nodes if (node["node_type"], node["node_id"]) == (kind, id))
+            return [link["gpo_id"] for link in (node["linked_gpo"] or {"order": []})["order"]]
+        for fault, names, policy, code, reason in LINKS:
+            with self.subTest(fault):
+                targets = [{"node_type": "  gsp".index(name[0]), "node_id": int(name[1:])} for name in names.split()]
+                _, answer = self.request(LINK, token, json.dumps({"id": policy, "target_add": targets}))
+                self.assertEqual(answer.get("error", {}).get("code", 0), code)
+                self.assertIn(reason or "", answer.get("error", {}).get("message", ""))
+                self.assertEqual((links(2, 3), links(3, 9), links(3, 11)), ([4, 3, 8], [8], []))
+        _, answer = self.request(LINK, token, json.dumps({"id": 8, "target_remove": [{"node_type": 3, "node_id": 9}]}))
+        self.assertEqual((answer, links(3, 9)), ({"success": True, "data": None}, []))
+        _, answer = self.request(LINK, admin, json.dumps({"id": 8, "target_add": [{"node_type": 3, "node_id": 77}]}))
+        self.assertEqual(answer["error"], {"code": 117, "message": "no server 77"})
+        with contextlib.closing(sqlite3.connect(self.store.path)) as database:
+            notices = database.execute("SELECT node_type, node_id, uid FROM gpo_fetch ORDER BY 1").fetchall()
+        self.assertEqual(notices, [(2, 3, 1001), (3, 9, 1001)])
+
+    def test_two_modules_keep_their_tables_in_either_order(self):
+        params = '{"id":8,"target_add":[{"node_type":2,"node_id":12}]}'
+        for paths in [(MODULE, NEIGHBOUR), (NEIGHBOUR, MODULE)]:
+            modules = [option for path in paths for option in ("--module", path)]
+            for api, method in [("GPO", "link"), ("KXGroup", "set"), ("Tree", "get")]:
+                given = {"link": params, "set": '{"node_id":12}'}.get(method, "")
+                answer = self.store.run("call", "VELQ.ZEM." + api, method, "--params", given, "--as", "admin", *modules)
+                self.assertIn('{"success":true', answer)
+        self.assertIn("no module offers", self.store.run(
+            "call", "VELQ.ZEM.Tree", "get", "--as", "admin", "--module", NEIGHBOUR, status=1))
 
     def test_no_name_splits_a_line_of_the_log(self):
         self.store.path.unlink()
