@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -18,6 +17,7 @@
 #include "host/dispatch.h"
 #include "host/log.h"
 #include "host/module_loader.h"
+#include "host/program_files.h"
 #include "host/text.h"
 #include "host/tokens.h"
 #include "host/tree_view.h"
@@ -32,14 +32,8 @@ constexpr int kMaxNesting = 1000;  // of the values of a fleet file
 ModuleSet loadModules(const ModulePaths& paths)
 {
     ModuleSet modules;
-    for (const std::string& path : paths) {
+    for (const std::string& path : paths.empty() ? defaultModules() : paths) {
         modules.load(path);
-    }
-    if (paths.empty()) {
-        const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-        for (const char* szName : {"webapi_zem_ou.so", "webapi_zem_gpo.so"}) {
-            modules.load(folder / szName);
-        }
     }
     return modules;
 }
@@ -124,16 +118,30 @@ Json::Value parseFleet(const std::string& path)
     return jFleet;
 }
 
+Page loadPage(const PageChoice& choice)
+{
+    Page page;
+    const std::filesystem::path folder = programFile("share/zemhost", "console");
+    if (!choice.folder.empty()) {
+        page.load(choice.folder);
+    } else if (std::filesystem::exists(folder / "index.html")) {
+        page.load(folder);
+    } else {
+        std::cerr << "zemhost: the console's page is not served: it is not in " << printable(folder.string()) << '\n';
+    }
+    return page;
+}
+
 }  // namespace
 
-int serveModules(const ModulePaths& modules, const ServeOptions& options)
+int serveModules(const ModulePaths& modules, const PageChoice& choice, const ServeOptions& options)
 {
     if (!standin::hasAccounts()) {
         std::cerr << "zemhost: the store holds no accounts yet, so nobody can call anything; to fill it:\n"
                      "  zemhost load FILE    a fleet file, with the same --store\n"
                      "  zemhost token NAME   likewise, for one of its accounts\n";
     }
-    serve(loadModules(modules), options);
+    serve(loadModules(modules), choice.isServed ? loadPage(choice) : Page(), options);
     return 0;
 }
 

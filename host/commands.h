@@ -16,11 +16,17 @@
 
 namespace host {
 
-// Files of the modules that a command loads; none: webapi_zem_ou.so and webapi_zem_gpo.so beside the program.
+// Files of the modules that a command loads; none: those that came with the program.
 using ModulePaths = std::vector<std::string>;
 
+// The console's page.
+struct PageChoice {
+    bool isServed = true;
+    std::string folder;  // empty: the one that came with the program, if it did
+};
+
 // Until SIGTERM or SIGINT. Says on standard error how to fill a store that nobody can use yet.
-int serveModules(const ModulePaths& modules, const ServeOptions& options);
+int serveModules(const ModulePaths& modules, const PageChoice& page, const ServeOptions& options);
 
 // Into a store that holds no fleet yet, all or nothing. path: the fleet file's.
 int loadFleetFile(const std::string& path);

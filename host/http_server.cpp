@@ -22,6 +22,7 @@
 #include "host/exchange.h"
 #include "host/listen_socket.h"
 #include "host/log.h"
+#include "host/text.h"
 #include "platform/velq_core.h"
 #include "standin/store/store.h"
 
@@ -142,7 +143,7 @@ void stopDaemon(ServerState& server, MHD_Daemon* pDaemon)
 
 }  // namespace
 
-void serve(const ModuleSet& modules, const ServeOptions& options)
+void serve(const ModuleSet& modules, const Page& page, const ServeOptions& options)
 {
     signal(SIGPIPE, SIG_IGN);
     sigset_t stopSignals;
@@ -159,7 +160,9 @@ void serve(const ModuleSet& modules, const ServeOptions& options)
         setvbuf(stdout, nullptr, _IOLBF, 0);  // a line is seen when it is written
     }
     standin::setChangeSink([](const std::string& line) { writeLog("change: " + line); });
+    standin::setOutageSink([](const std::string& line) { writeLog("zemhost: " + printable(line)); });
     ServerState server{.modules = modules,
+                       .page = page,
                        .waiting = WaitingSockets(connections / 2),
                        .handlers = HandlerPool(kHandlerThreads, kWaitingRequests)};
     MHD_Daemon* pDaemon = startDaemon(server, listenFd, connections, options.idleTimeout);
@@ -169,6 +172,7 @@ void serve(const ModuleSet& modules, const ServeOptions& options)
     sigwait(&stopSignals, &received);
     stopDaemon(server, pDaemon);
     standin::setChangeSink(nullptr);
+    standin::setOutageSink(nullptr);
 }
 
 }  // namespace host

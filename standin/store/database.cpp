@@ -2,18 +2,20 @@
 #include "standin/store/database.h"
 
 #include <chrono>
-#include <filesystem>
 #include <memory>
+#include <optional>
 #include <stdexcept>
-#include <string_view>
 #include <thread>
 #include <utility>
 
 #include <soci/sqlite3/soci-sqlite3.h>
 
+#include "standin/store/address.h"
 #include "standin/store/errors.h"
+#include "standin/store/question.h"
 #include "standin/store/statement.h"
 #include "standin/store/store_file.h"
+#include "standin/store/watch.h"
 
 // SOCI's PostgreSQL backend; its header would need that of the database's client library.
 extern "C" const soci::backend_factory* factory_postgresql(void);
@@ -23,19 +25,11 @@ namespace {
 
 constexpr size_t kConnections = 8;
 constexpr int kPatienceMilliseconds = 5000;
-constexpr std::string_view kSqlitePrefix = "sqlite:";
-constexpr std::string_view kPostgresPrefixes[] = {"postgresql://", "postgres://"};
-
-// Where the database is: its file, or what the client library takes.
-struct Address {
-    bool isPostgres;
-    std::string place;
-};
-
 struct Database {
     explicit Database(Address where) : address(std::move(where)) {}
     const Address address;
     soci::connection_pool pool{kConnections};
+    std::optional<Watch> watch;  // ends first
 };
 
 std::unique_ptr<Database> gDatabase;
@@ -44,21 +38,6 @@ constexpr const char* kPatience[] = {"PRAGMA busy_timeout = 5000", "SET lock_tim
 constexpr const char* kNoPatience[] = {"PRAGMA busy_timeout = 0", "SET lock_timeout = '1ms'"};
 constexpr const char* kSqliteSettings[] = {"PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON"};
 constexpr const char* kPostgresSettings[] = {"SET client_encoding = 'UTF8'", "SET client_min_messages = 'error'"};
-
-Address addressOf(const std::string& url)
-{
-    for (const std::string_view prefix : kPostgresPrefixes) {
-        if (url.starts_with(prefix)) {
-            // SOCI takes the string apart at '=' and spoils one that has none.
-            const char* szOption = url.find('=') == std::string::npos ? "?application_name=zem" : "";
-            return {true, std::string(kPostgresPrefixes[0]) + url.substr(prefix.size()) + szOption};
-        }
-    }
-    if (!url.starts_with(kSqlitePrefix) || url == kSqlitePrefix || url.find('"') != std::string::npos) {
-        throw std::runtime_error("a store is named sqlite:PATH or postgresql://...");
-    }
-    return {false, std::filesystem::absolute(url.substr(kSqlitePrefix.size()))};
-}
 
 // Some of SQLite's settings answer with a row, which must be fetched.
 void setSqlite(soci::session& sql, const char* szSetting)
@@ -138,6 +117,7 @@ void openDatabase(const std::string& url, OpenMode mode)
     for (size_t slot = 0; slot < kConnections; ++slot) {
         connect(pDatabase->pool.at(slot), address);
     }
+    pDatabase->watch.emplace(questionFor(address), [](bool) {});
     gDatabase = std::move(pDatabase);
 }
 
@@ -159,6 +139,11 @@ void closeDatabase()
 bool isPostgres()
 {
     return gDatabase != nullptr && gDatabase->address.isPostgres;
+}
+
+bool isStoreAnswering()
+{
+    return gDatabase != nullptr && gDatabase->watch->isAnswering();
 }
 
 Connection::Connection() : m_slot(leaseSlot()) {}

@@ -44,11 +44,7 @@ std::string textOfDatabase(const soci::soci_error& error)
     for (const char* szEnd : {"\nLINE ", " while preparing ", " while executing "}) {
         text.resize(std::min(text.find(szEnd), text.size()));
     }
-    std::string line;
-    for (std::istringstream words(text); words >> text;) {
-        line += (line.empty() ? "" : " ") + text;
-    }
-    return "the database reports: " + line;
+    return "the database reports: " + onOneLine(text);
 }
 
 }  // namespace
@@ -109,6 +105,15 @@ std::string textOfException()
     } catch (...) {
         return "an unknown failure";
     }
+}
+
+std::string onOneLine(const std::string& text)
+{
+    std::string line, word;
+    for (std::istringstream words(text); words >> word;) {
+        line += (line.empty() ? "" : " ") + word;
+    }
+    return line;
 }
 
 void forgetRefusal() noexcept

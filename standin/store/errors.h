@@ -44,6 +44,9 @@ int errnoOfException();
 // The text for the exception being handled, one line for people, without SQL; likewise.
 std::string textOfException();
 
+// The text with one space for each run of white space, none at its ends.
+std::string onOneLine(const std::string& text);
+
 // Forgets the calling thread's refusal.
 void forgetRefusal() noexcept;
 

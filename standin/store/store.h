@@ -125,6 +125,15 @@ void loadFleet(const Json::Value& jFleet, const std::function<void(size_t done, 
 // once and not always in the order of the commits; what it throws is lost. Set it when no thread uses the store.
 void setChangeSink(std::function<void(const std::string& line)> sink);
 
+// Whether the store answers: another thread asks it every second, and this returns at once what came of the last time.
+// True while it has not been asked yet, false when no store is open.
+bool isStoreAnswering();
+
+// Has the sink told when the store stops answering, and why, and when it answers again, one line each, without a line
+// end and with any bytes: "the store does not answer: ...", "the store answers again after 7 s". sink: empty for none,
+// as at first; called on a thread of the store's own, one call at a time. What it throws is lost.
+void setOutageSink(std::function<void(const std::string& line)> sink);
+
 // SQL statements that the calling thread has executed so far, transaction statements included.
 uint64_t statementCount();
 
