@@ -2,6 +2,7 @@
 import { element } from "./dom.js";
 import { ask, choice, listEditor, picker, textField } from "./dialogs.js";
 import { inWords } from "./details.js";
+import { keptLinks } from "./fleet.js";
 import { groupOf } from "./tree.js";
 
 const NAME = { required: true, maxlength: 255 };
@@ -127,7 +128,7 @@ export class Changes {
     // A server's links change one by one, and a new one comes last: those that are to stand behind are linked anew.
     async #linkServer(node, ids) {
         const before = node.links.map(({ id }) => id);
-        const kept = keptOf(before, ids);
+        const kept = keptLinks(before, ids);
         await this.#page.requireUnchanged(node);
         for (const id of before.filter((id) => !kept.has(id))) {
             await this.#api.unlink(id, node);
@@ -148,16 +149,4 @@ function whatFollows(fleet, node) {
         group > 0 && element("p", {}, `Deleted with it: ${inWords({ group })}.`),
         server + policy > 0 && element("p", {}, `Moved to ${place}: ${inWords({ server, policy })}.`),
     ].filter(Boolean);
-}
-
-// What of the links can stay when others are taken out and added at the end: the longest beginning of what is wanted
-// that is there in its order.
-export function keptOf(before, wanted) {
-    const kept = new Set();
-    for (const id of before) {
-        if (id === wanted[kept.size]) {
-            kept.add(id);
-        }
-    }
-    return kept;
 }

@@ -214,3 +214,15 @@ export class Fleet {
         return this.byKey.has(key) ? this.#freeKey(`${key}-`) : key;
     }
 }
+
+// What of the links can stay when others are taken out and added at the end: the longest beginning of what is wanted
+// that is there in its order.
+export function keptLinks(before, wanted) {
+    const kept = new Set();
+    for (const id of before) {
+        if (id === wanted[kept.size]) {
+            kept.add(id);
+        }
+    }
+    return kept;
+}

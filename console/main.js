@@ -183,10 +183,11 @@ class Page {
             cut: node?.isGroup && (() => this.#setCut(node)),
             policies: node && (() => this.#changes.policies(node)),
         };
-        const ofGroups = node?.isGroup && ["rename", "move", "delete", "describe", "block", "delegates"].includes(name);
-        const command = commands[name] || (ofGroups && (() => this.#changes[name](node)));
+        const command = commands[name] || (node?.isGroup && name in this.#changes && (() => this.#changes[name](node)));
         if (command) {
             this.#try(command).then(() => this.#keepFocus(name));
+        } else if (node !== null) {
+            this.say("Only groups can be renamed, moved or deleted here.");
         }
     }
 

@@ -25,6 +25,8 @@ const KEYS = {
     "Escape": "cancel",
 };
 
+const PLACES = { Home: "first", End: "last" };
+
 const ICONS = {
     expanderExpanded: '<i class="wb-expander"><svg class="icon" aria-hidden="true"><use href="#icon-open"/></svg></i>',
     expanderCollapsed: '<i class="wb-expander"><svg class="icon" aria-hidden="true"><use href="#icon-closed"/></svg></i>',
@@ -225,7 +227,15 @@ export class FleetTree {
             this.#listener.command(command, node ? nodeOf(node) : null);
             return false;
         }
-        return this.#fleet !== null && this.#fleet.nodes.length > 0; // the widget fails on keys without rows
+        if (this.#fleet === null || this.#fleet.root.shownChildren === 0) {
+            return false; // the widget fails on keys without rows
+        }
+        if (PLACES[eventName] !== undefined) { // which it knows with Ctrl only
+            event.preventDefault();
+            (node ?? this.#tree.getFirstChild()).navigate(PLACES[eventName]);
+            return false;
+        }
+        return true;
     }
 
     // Makes rows of the fleet's nodes up to the index.
