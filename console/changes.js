@@ -1,7 +1,7 @@
 // The changes that the page offers: what each asks the user, and what it then asks the server.
-import { element, plural } from "./dom.js";
+import { element } from "./dom.js";
 import { ask, choice, listEditor, picker, textField } from "./dialogs.js";
-import { below } from "./details.js";
+import { inWords } from "./details.js";
 import { groupOf } from "./tree.js";
 
 const NAME = { required: true, maxlength: 255 };
@@ -18,12 +18,16 @@ export class Changes {
         this.#page = page;
     }
 
+    // The groups that a new group can be in when the node, or null, is chosen; the nearest last.
+    parentsFor(node) {
+        const { fleet } = this.#page;
+        const groups = node === null ? [] : [...groupOf(node).ancestors, groupOf(node)];
+        return [...(fleet.isPart ? [] : [fleet.root]), ...groups.filter((group) => group !== fleet.root)];
+    }
+
     // place: the node chosen, or null.
     async create(place) {
-        const { fleet } = this.#page;
-        const groups = place === null ? [] : [...groupOf(place).ancestors, groupOf(place)];
-        const parents = [fleet.isPart ? [] : fleet.root, ...groups.filter((group) => group !== fleet.root)].flat();
-        const options = parents.map((group) => ({ value: group.id, text: group === fleet.root ? "Top level" : group.path }));
+        const options = this.parentsFor(place).map((group) => ({ value: group.id, text: this.#placeOf(group) }));
         const id = await ask("New group", "Create", [textField("Name", "name", "", NAME), choice("In", "parent", options)],
             (data) => this.#page.commit(() => this.#api.createGroup(data.get("name"), Number(data.get("parent")))));
         if (id !== undefined) {
@@ -51,7 +55,7 @@ export class Changes {
     async move(node) {
         const { fleet } = this.#page;
         const options = [fleet.root, ...fleet.groups].filter((group) => this.canMove(node, group))
-            .map((group) => ({ value: group.key, text: group === fleet.root ? "Top level" : group.path }));
+            .map((group) => ({ value: group.key, text: this.#placeOf(group) }));
         const parent = await ask(`Move ${node.name}`, "Move", [picker("To group", "parent", options)],
             (data) => this.#place(node, fleet.find(data.get("parent")) ?? fleet.root));
         this.#tellMoved(node, parent);
@@ -90,6 +94,10 @@ export class Changes {
             { isOrdered: false, add: "Add an account, by name or uid", more });
         const delegate = () => editor.ids().map((ugid) => ({ ugid, user_type: DELEGATE_USER_TYPE }));
         await this.#change(node, `Delegates of ${node.name}`, "Save", editor.contents, () => ({ delegate: delegate() }));
+    }
+
+    #placeOf(group) {
+        return group === this.#page.fleet.root ? "Top level" : group.path;
     }
 
     async #place(node, parent) {
@@ -132,19 +140,14 @@ export class Changes {
 
 // What the deletion of the group means for those below it.
 function whatFollows(fleet, node) {
-    const { group, server, policy } = fleet.counts(node);
-    if (group + server + policy === 0) {
-        return [element("p", {}, "Nothing is below it.")];
-    }
-    const groups = group > 0 ? `${plural(group, "group")} below it will be deleted with it. ` : "";
-    const others = [
-        server > 0 && plural(server, "server"), policy > 0 && plural(policy, "policy", "policies"),
-    ].filter(Boolean);
+    const counts = fleet.counts(node);
+    const { group, server, policy } = counts;
     const place = fleet.isPart ? "the top level, where this account does not see them" : "the top level";
     return [
-        element("p", {}, `Below it are ${below({ group, server, policy })}.`),
-        element("p", {}, groups, others.length > 0 && `${others.join(" and ")} will move to ${place}.`),
-    ];
+        element("p", {}, `Below it: ${inWords(counts)}.`),
+        group > 0 && element("p", {}, `Deleted with it: ${inWords({ group })}.`),
+        server + policy > 0 && element("p", {}, `Moved to ${place}: ${inWords({ server, policy })}.`),
+    ].filter(Boolean);
 }
 
 // What of the links can stay when others are taken out and added at the end: the longest beginning of what is wanted

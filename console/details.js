@@ -62,12 +62,12 @@ function heading(fleet, node) {
     const above = node.ancestors.flatMap((group) => [goTo(group), " / "]);
     return element("header", {},
         element("h2", {}, icon(node.kind), node.name),
-        element("p", { class: "quiet" }, `${capital(node.kind)} ${node.id} in `,
-            above.length > 0 ? above.slice(0, -1) : placeOfTop(node)));
+        element("p", { class: "quiet" }, `${capital(node.kind)} ${node.id} `,
+            above.length > 0 ? ["in ", above.slice(0, -1)] : placeOfTop(node)));
 }
 
 function placeOfTop(node) {
-    return node.record.parent_id === 0 ? "the top level" : `group ${node.record.parent_id}, which is not yours to see`;
+    return node.record.parent_id === 0 ? "at the top level" : `in group ${node.record.parent_id}, which is not yours to see`;
 }
 
 function facts(fleet, node) {
@@ -76,8 +76,9 @@ function facts(fleet, node) {
         node.type !== POLICY && !node.isGroup && ["Address", node.address || none()],
         desc !== undefined && ["Description", element("span", { class: "text" }, desc || none()),
             node.isGroup && changeButton("describe", "Describe")],
-        node.isGroup && ["Below", below(fleet.counts(node))],
-        ["Changed", `${WHEN.format(new Date(mtime * 1000))}, revision ${revision}`],
+        node.isGroup && ["Below", inWords(fleet.counts(node))],
+        ["Changed", WHEN.format(new Date(mtime * 1000))],
+        ["Revision", String(revision)],
         extra != null && ["More", element("pre", {}, JSON.stringify(extra, null, 2))],
     ];
     return element("dl", { class: "facts" }, rows.filter(Boolean).map(([term, ...values]) => [
@@ -85,10 +86,14 @@ function facts(fleet, node) {
     ]));
 }
 
-// What is below a group, in words.
-export function below({ group, server, policy }) {
-    const parts = [plural(group, "group"), plural(server, "server"), plural(policy, "policy", "policies")];
-    return parts.join(", ");
+// Counts of nodes in words, without what there is none of.
+export function inWords({ group = 0, server = 0, policy = 0 }) {
+    const parts = [
+        group > 0 && plural(group, "group"),
+        server > 0 && plural(server, "server"),
+        policy > 0 && plural(policy, "policy", "policies"),
+    ];
+    return new Intl.ListFormat("en-GB").format(parts.filter(Boolean)) || "nothing";
 }
 
 function linkSections(fleet, node) {
@@ -97,7 +102,7 @@ function linkSections(fleet, node) {
             list("ol", node.links, (link) => [goToPolicy(fleet, link), quiet(link.description)])),
         effective(fleet, node),
         section("Delegates", node.isGroup && changeButton("delegates", "Change delegates"),
-            list("ul", node.delegates, ({ id, name }) => [name, quiet(`uid ${id}`)])),
+            list("ul", node.delegates, ({ id, name }) => pair(name, `uid ${id}`))),
     ];
 }
 
@@ -106,10 +111,8 @@ function effective(fleet, node) {
     const from = (at) => (at === node ? "this " + node.kind : goTo(at));
     return section("Effective policies", null,
         node.isGroup && blockSwitch(node),
-        list("ol", policies, (policy) => [
-            goToPolicy(fleet, policy),
-            element("span", { class: "quiet" }, "from ", policy.from.flatMap((at, i) => [i > 0 && ", ", from(at)])),
-        ]),
+        list("ol", policies, (policy) => pair(goToPolicy(fleet, policy),
+            ["from ", policy.from.flatMap((at, i) => [i > 0 && ", ", from(at)])])),
         blockedBy !== null && blockedBy !== node &&
             element("p", { class: "quiet" }, goTo(blockedBy), " blocks what is linked above it."),
         isPart && element("p", { class: "quiet" }, "Groups above that are not yours to see may add others."));
@@ -122,7 +125,7 @@ function blockSwitch(node) {
 
 function policySections(fleet, node) {
     return [
-        section("Linked by", null, list("ul", fleet.linkedBy(node.id), (at) => [goTo(at), quiet(at.kind)])),
+        section("Linked by", null, list("ul", fleet.linkedBy(node.id), (at) => pair(goTo(at), at.kind))),
         node.record.setting != null &&
             section("Settings", null, element("pre", {}, JSON.stringify(node.record.setting, null, 2))),
     ];
@@ -141,6 +144,10 @@ function list(tag, items, contents) {
         element(tag, {}, items.slice(0, LISTED).map((item) => element("li", {}, contents(item)))),
         rest > 0 && element("p", { class: "quiet" }, `and ${rest.toLocaleString("en")} more`),
     ];
+}
+
+function pair(first, second) {
+    return element("div", { class: "pair" }, element("span", {}, first), element("span", { class: "quiet" }, second));
 }
 
 function goTo(node) {

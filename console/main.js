@@ -1,7 +1,7 @@
 // The page: signing in, and what goes between tree, panel, toolbar and server.
 import { Api, Refusal } from "./api.js";
 import { Changes } from "./changes.js";
-import { Details } from "./details.js";
+import { Details, inWords } from "./details.js";
 import { byId, plural } from "./dom.js";
 import { Fleet, GROUP, keyOf } from "./fleet.js";
 import { forgetToken, keepToken, keepView, keptView, takeToken } from "./session.js";
@@ -75,7 +75,7 @@ class Page {
     // For changes of which the server has no way to see that they are out of date. Throws Refusal.
     async requireUnchanged(node) {
         if ((await this.latest(node)).record.revision !== node.record.revision) {
-            throw stale(node);
+            throw stale(node, "changed by someone else since it was read");
         }
     }
 
@@ -124,8 +124,7 @@ class Page {
         }
         this.#fleet = new Fleet(answer.nodes());
         this.#shown = answer.text;
-        const { group, server, policy } = this.#fleet.counts(this.#fleet.root);
-        byId("counts").textContent = [plural(group, "group"), plural(server, "server"), plural(policy, "policy", "policies")].join(", ");
+        byId("counts").textContent = inWords(this.#fleet.counts(this.#fleet.root));
         this.#filter(() => this.#tree.show(this.#fleet, byId("filter").value));
         this.#showChosen();
         this.#explainEmpty();
@@ -138,7 +137,9 @@ class Page {
         if (isEmpty) {
             byId("empty").textContent = "";
             await this.#try(async () => {
-                byId("empty").textContent = (await this.#api.mayManageAll()) ? NO_GROUPS : NO_RIGHTS;
+                const mayCreate = await this.#api.mayManageAll();
+                byId("create").disabled = !mayCreate;
+                byId("empty").textContent = mayCreate ? NO_GROUPS : NO_RIGHTS;
             });
         }
     }
@@ -157,6 +158,7 @@ class Page {
         for (const name of ["rename", "move", "delete"]) {
             byId(name).disabled = node === null || !node.isGroup;
         }
+        byId("create").disabled = this.#changes.parentsFor(node).length === 0;
     }
 
     #goTo(key) {
@@ -242,7 +244,7 @@ class Page {
             return gone(node);
         }
         if (error.reason === "stale") {
-            return stale(node);
+            return stale(node, error.message);
         }
         return now.record.revision === node.record.revision ? error : final(error.message); // done in part
     }
@@ -324,9 +326,8 @@ function gone(node) {
     return final(`${node.name} is no longer there: it was deleted elsewhere.`);
 }
 
-function stale(node) {
-    return final(`${node.name} was not changed: someone else changed it in the meantime. It is now shown as it is; ` +
-        "look, and try again.");
+function stale(node, why) {
+    return final(`${node.name} was not changed: ${why}. It is now shown as it is; look, and try again.`);
 }
 
 function final(message) {

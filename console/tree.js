@@ -7,8 +7,8 @@ const SHOWN_NAMES = 20; // of the policies or delegates in a cell; the panel has
 const FIRST_ROWS = 300; // drawn before the others of a large fleet, which take some tenths of a second
 
 const COLUMNS = [
-    { id: "*", title: "Name", width: 5, room: 0 },
-    { id: "address", title: "Address", width: 3, room: 34 },
+    { id: "*", title: "Name", width: 6, room: 0 },
+    { id: "address", title: "Address", width: 4, room: 34 },
     { id: "policies", title: "Policies", width: 5, room: 46 },
     { id: "delegates", title: "Delegates", width: 2, room: 60 }, // room: rem of the tree's width from which it is shown
 ];
