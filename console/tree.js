@@ -25,6 +25,8 @@ const KEYS = {
     "Escape": "cancel",
 };
 
+const ENDS = { Home: "first", End: "last" }; // the widget has these for cells only
+
 const ICONS = {
     expanderExpanded: '<i class="wb-expander"><svg class="icon" aria-hidden="true"><use href="#icon-open"/></svg></i>',
     expanderCollapsed: '<i class="wb-expander"><svg class="icon" aria-hidden="true"><use href="#icon-closed"/></svg></i>',
@@ -223,6 +225,11 @@ export class FleetTree {
         if (command !== undefined) {
             event.preventDefault();
             this.#listener.command(command, node ? nodeOf(node) : null);
+            return false;
+        }
+        if (ENDS[eventName] !== undefined && node) {
+            event.preventDefault();
+            node.navigate(ENDS[eventName]);
             return false;
         }
         return this.#fleet !== null && this.#fleet.nodes.length > 0; // the widget fails on keys without rows
