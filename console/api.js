@@ -1,10 +1,14 @@
 // The server's methods as calls: the one place that talks to it.
 const PATIENCE_MS = 60000;
 const NO_PERMISSION = 414;
+const GONE = "The server does not answer: it is stopped or out of reach. What is shown may be out of date. " +
+    "Start it with “zemhost serve”, then try again.";
+const BUSY = "The server is too busy, or its store does not answer. Try again in a moment.";
 const STALE = "changed by someone else since it was read";
 
-// What a call that failed throws, and a change that is in vain. reason: "token": the server does not know the token; "away": no server answers, or it
-// is too busy; "refused": it answered no, and the message is its own; "stale": likewise, as the change was out of date.
+// What a call that failed throws, and a change that is in vain. reason: "token": the server does not know the token;
+// "away": no server answers, or it is too busy; "refused": it answered no, and the message is its own; "stale":
+// likewise, as the change was out of date.
 export class Refusal extends Error {
     constructor(reason, message, code = 0) {
         super(message);
@@ -84,13 +88,13 @@ export class Api {
             });
             text = await answer.text();
         } catch {
-            throw new Refusal("away", "The server does not answer. Is it running?");
+            throw new Refusal("away", GONE);
         }
         if (answer.status === 401) {
             throw new Refusal("token", "The server does not know this token, or it has expired.");
         }
         if (answer.status === 503 || answer.status === 502 || answer.status === 504) {
-            throw new Refusal("away", "The server is too busy, or its store does not answer.");
+            throw new Refusal("away", BUSY);
         }
         return text;
     }

@@ -29,7 +29,8 @@ export class Changes {
     // place: the node chosen, or null.
     async create(place) {
         const options = this.parentsFor(place).map((group) => ({ value: group.id, text: this.#placeOf(group) }));
-        const id = await ask("New group", "Create", [textField("Name", "name", "", NAME), choice("In", "parent", options)],
+        const fields = [textField("Name", "name", "", NAME), choice("In", "parent", options)];
+        const id = await ask("New group", "Create", fields,
             (data) => this.#page.commit(() => this.#api.createGroup(data.get("name"), Number(data.get("parent")))));
         if (id !== undefined) {
             this.#page.reveal(id);
@@ -93,8 +94,8 @@ export class Changes {
         const more = (text) => (/^\d{1,10}$/.test(text) ? { value: text, text: `uid ${text}` } : null);
         const editor = listEditor("Delegates", node.delegates, this.#page.fleet.accounts,
             { isOrdered: false, add: "Add an account, by name or uid", more });
-        const delegate = () => editor.ids().map((ugid) => ({ ugid, user_type: DELEGATE_USER_TYPE }));
-        await this.#change(node, `Delegates of ${node.name}`, "Save", editor.contents, () => ({ delegate: delegate() }));
+        await this.#change(node, `Delegates of ${node.name}`, "Save", editor.contents,
+            () => ({ delegate: editor.ids().map((ugid) => ({ ugid, user_type: DELEGATE_USER_TYPE })) }));
     }
 
     #placeOf(group) {

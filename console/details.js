@@ -24,7 +24,8 @@ export class Details {
 
     // node: null when none is chosen.
     show(fleet, node) {
-        const focused = this.#element.contains(document.activeElement) ? document.activeElement.dataset.change : undefined;
+        const { activeElement } = document;
+        const focused = this.#element.contains(activeElement) ? activeElement.dataset.change : undefined;
         this.#element.replaceChildren(...(node === null ? nothingChosen() : contentsOf(fleet, node)));
         this.focus(focused);
     }
@@ -67,7 +68,8 @@ function heading(fleet, node) {
 }
 
 function placeOfTop(node) {
-    return node.record.parent_id === 0 ? "at the top level" : `in group ${node.record.parent_id}, which is not yours to see`;
+    const { parent_id: parent } = node.record;
+    return parent === 0 ? "at the top level" : `in group ${parent}, which is not yours to see`;
 }
 
 function facts(fleet, node) {
@@ -119,7 +121,8 @@ function effective(fleet, node) {
 }
 
 function blockSwitch(node) {
-    const box = element("input", { type: "checkbox", id: "block", "data-change": "block", checked: node.blocksInheritance });
+    const checked = node.blocksInheritance;
+    const box = element("input", { type: "checkbox", id: "block", "data-change": "block", checked });
     return element("p", {}, box, element("label", { for: "block" }, "Block inheritance from the groups above"));
 }
 

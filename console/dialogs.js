@@ -10,7 +10,7 @@ export function ask(title, confirm, contents, act) {
     const reason = element("p", { role: "alert", class: "reason", hidden: true });
     const submit = element("button", { type: "submit", class: "main" }, confirm);
     const cancel = element("button", { type: "button" }, "Cancel");
-    const form = element("form", { method: "dialog" }, element("h2", { id: "dialog-title" }, title), ...contents, reason,
+    const form = element("form", { method: "dialog" }, element("h2", { id: "dialog-title" }, title), contents, reason,
         element("div", { class: "buttons" }, cancel, submit));
     const dialog = element("dialog", { "aria-labelledby": "dialog-title" }, form);
     byId("dialogs").append(dialog);
@@ -22,10 +22,11 @@ export function ask(title, confirm, contents, act) {
             dialog.remove();
             settle(value);
         };
-        cancel.addEventListener("click", () => end(resolve));
+        const leave = () => (submit.disabled ? dialog.close() : end(resolve)); // what is on its way is waited for
+        cancel.addEventListener("click", leave);
         dialog.addEventListener("cancel", (event) => {
-            event.preventDefault(); // closed below, once
-            end(resolve);
+            event.preventDefault();
+            leave();
         });
         form.addEventListener("submit", async (event) => {
             event.preventDefault();
@@ -33,7 +34,7 @@ export function ask(title, confirm, contents, act) {
             try {
                 end(resolve, await act(new FormData(form)));
             } catch (error) {
-                if (error.isFinal) {
+                if (error.isFinal || !dialog.open) {
                     return end(reject, error);
                 }
                 reason.textContent = error.message;
@@ -86,7 +87,8 @@ export function picker(label, name, options, more = () => null) {
 export function listEditor(label, items, offered, { isOrdered, add, more = () => null }) {
     const list = element(isOrdered ? "ol" : "ul", { class: "editor", "aria-label": label });
     const row = (item) => element("li", { "data-id": item.id }, element("span", {}, item.name),
-        isOrdered && [rowButton("up", "↑", `Move ${item.name} up`), rowButton("down", "↓", `Move ${item.name} down`)],
+        isOrdered && rowButton("up", "↑", `Move ${item.name} up`),
+        isOrdered && rowButton("down", "↓", `Move ${item.name} down`),
         rowButton("remove", "✕", `Remove ${item.name}`));
     const ids = () => [...list.children].map((child) => Number(child.dataset.id));
     const chooser = picker(add, "added", offered.map(({ id, name }) => ({ value: id, text: name })), more);

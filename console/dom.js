@@ -1,7 +1,8 @@
 // Elements made by script. Texts are set as text: nothing that the server answers is ever read as markup.
 const SVG = "http://www.w3.org/2000/svg";
 
-// attributes: true sets an empty one; false, null and undefined set none. children: elements, texts, nothing, or arrays.
+// attributes: true sets an empty one; false, null and undefined set none. children: elements, texts, nothing, or arrays
+// of these.
 export function element(tag, attributes = {}, ...children) {
     const made = document.createElement(tag);
     for (const [name, value] of Object.entries(attributes)) {

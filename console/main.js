@@ -8,8 +8,8 @@ import { forgetToken, keepToken, keepView, keptView, takeToken } from "./session
 import { FleetTree, groupOf } from "./tree.js";
 
 const NO_GROUPS = "This fleet has no groups yet. Create the first one with “New group”.";
-const NO_RIGHTS = "No group is delegated to this account, so that there is nothing to show. Ask an administrator to make it " +
-    "a delegate of a group, or sign in with another token.";
+const NO_RIGHTS = "No group is delegated to this account, so that there is nothing to show. Ask an administrator to " +
+    "make it a delegate of a group, or sign in with another token.";
 
 class Page {
     #api = new Api();
@@ -284,9 +284,11 @@ class Page {
             event.preventDefault();
             this.open(byId("token").value.trim());
         });
-        byId("toolbar").addEventListener("click", ({ target }) => this.#press(target.closest("button")?.id));
-        byId("notice").addEventListener("click", ({ target }) => this.#press(target.id));
-        byId("filter").addEventListener("input", () => this.#filter(() => this.#tree.showFiltered(byId("filter").value)));
+        for (const id of ["toolbar", "notice"]) {
+            byId(id).addEventListener("click", ({ target }) => this.#press(target.closest("button")));
+        }
+        byId("filter").addEventListener("input", ({ target }) =>
+            this.#filter(() => this.#tree.showFiltered(target.value)));
         byId("filter").addEventListener("keydown", (event) => this.#leaveFilter(event));
         document.addEventListener("visibilitychange", () => this.#comeBack());
         addEventListener("focus", () => this.#comeBack());
@@ -294,7 +296,8 @@ class Page {
         addEventListener("hashchange", () => this.open(takeToken()));
     }
 
-    #press(id) {
+    // button: null when the click was beside one.
+    #press(button) {
         const actions = {
             "sign-out": () => { forgetToken(); location.reload(); },
             "open-all": () => this.#tree.setAllOpen(true),
@@ -302,7 +305,9 @@ class Page {
             "again": () => this.refresh(),
             "dismiss": () => { byId("notice").hidden = true; this.#tree.focus(); },
         };
-        (actions[id] ?? (() => this.#run(id, this.#chosen)))();
+        if (button !== null) {
+            (actions[button.id] ?? (() => this.#run(button.id, this.#chosen)))();
+        }
     }
 
     #leaveFilter(event) {

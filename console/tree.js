@@ -1,19 +1,8 @@
-// The tree on the page: the widget's rows, with what it lacks for keyboard and screen reader.
-import { element, marked } from "./dom.js";
-import { GROUP, POLICY, SERVER } from "./fleet.js";
+// The tree on the page: the widget, what is open and chosen in it, and what keyboard and mouse do there.
+import { columnsFor, describeRow, describeTree, fillRow, ICONS, remOfPage, TYPES } from "./rows.js";
 import { Wunderbaum } from "./wunderbaum.esm.min.js";
 
-const SHOWN_NAMES = 20; // of the policies or delegates in a cell; the panel has all
 const FIRST_ROWS = 300; // drawn before the others of a large fleet, which take some tenths of a second
-
-const COLUMNS = [
-    { id: "*", title: "Name", width: 6, room: 0 },
-    { id: "address", title: "Address", width: 4, room: 34 },
-    { id: "policies", title: "Policies", width: 5, room: 46 },
-    { id: "delegates", title: "Delegates", width: 2, room: 60 }, // room: rem of the tree's width from which it is shown
-];
-
-const CELLS = { address: addressOf, policies: policiesOf, delegates: (node) => names(node.delegates) };
 
 const KEYS = {
     "F2": "rename",
@@ -25,12 +14,7 @@ const KEYS = {
     "Escape": "cancel",
 };
 
-const PLACES = { Home: "first", End: "last" };
-
-const ICONS = {
-    expanderExpanded: '<i class="wb-expander"><svg class="icon" aria-hidden="true"><use href="#icon-open"/></svg></i>',
-    expanderCollapsed: '<i class="wb-expander"><svg class="icon" aria-hidden="true"><use href="#icon-closed"/></svg></i>',
-};
+const ENDS = { Home: "first", End: "last" };
 
 export class FleetTree {
     #tree;
@@ -43,8 +27,8 @@ export class FleetTree {
     #wanted = "";
     #dragged = null;
 
-    // listener: select(node) when another row is chosen, command(name, node) for a key, canMove(node, parent) and
-    // move(node, parent) for what is dragged, drag(node or null) when that begins and ends. view: as view() gave it.
+    // listener: select() when a row is chosen, command(name, node or null) for a key, canMove(node, parent) and
+    // move(node, parent) for what is dragged, drag(node or null) when that begins and ends. view: as the one below.
     constructor(element, listener, view) {
         this.#element = element;
         this.#listener = listener;
@@ -128,25 +112,21 @@ export class FleetTree {
     }
 
     #makeWidget() {
-        const rem = parseFloat(getComputedStyle(document.documentElement).fontSize);
-        const type = (kind, label) => ({
-            icon: `<i class="wb-icon"><svg class="icon" role="img" aria-label="${label}"><use href="#icon-${kind}"/></svg></i>`,
-        });
         return new Wunderbaum({
             element: this.#element,
             id: "fleet",
             debugLevel: 1,
             header: true,
-            columns: columnsFor(this.#element),
-            types: { [GROUP]: type("group", "Group"), [SERVER]: type("server", "Server"), [POLICY]: type("policy", "Policy") },
+            columns: columnsFor(this.#element.clientWidth),
+            types: TYPES,
             iconMap: ICONS,
-            rowHeightPx: Math.round(1.625 * rem),
+            rowHeightPx: Math.round(1.625 * remOfPage()),
             navigationModeOption: "row",
             scrollIntoViewOnExpandClick: false,
             edit: { trigger: [] },
             dnd: this.#dragging(),
             render: (event) => this.#renderRow(event),
-            update: ({ tree }) => this.#describeView(tree),
+            update: ({ tree }) => describeTree(tree, this.#selected),
             activate: ({ node }) => this.#activate(node),
             expand: ({ node, flag }) => this.#keepOpen(node, flag),
             beforeSelect: () => false, // one row is chosen at a time, and that is the active one
@@ -205,8 +185,8 @@ export class FleetTree {
     #activate(row) {
         row.setFocus(); // where the arrow keys go on from
         this.#selected = row.key;
-        this.#describeView(this.#tree);
-        this.#listener.select(nodeOf(row));
+        describeTree(this.#tree, this.#selected);
+        this.#listener.select();
     }
 
     #keepOpen(row, isOpen) {
@@ -230,9 +210,9 @@ export class FleetTree {
         if (this.#fleet === null || this.#fleet.root.shownChildren === 0) {
             return false; // the widget fails on keys without rows
         }
-        if (PLACES[eventName] !== undefined) { // which it knows with Ctrl only
+        if (ENDS[eventName] !== undefined) { // which it knows with Ctrl only
             event.preventDefault();
-            (node ?? this.#tree.getFirstChild()).navigate(PLACES[eventName]);
+            (node ?? this.#tree.getFirstChild()).navigate(ENDS[eventName]);
             return false;
         }
         return true;
@@ -266,62 +246,12 @@ export class FleetTree {
 
     #renderRow({ node: row, nodeElem, renderColInfosById }) {
         const node = nodeOf(row);
-        const title = nodeElem.querySelector(".wb-title");
-        title.replaceChildren(...marked(node.name, this.#wanted));
-        title.title = node.name;
-        for (const { id, elem } of Object.values(renderColInfosById)) {
-            elem.replaceChildren(...CELLS[id](node, this.#wanted));
-            elem.title = elem.textContent;
-        }
-        this.#describeRow(row, node);
-    }
-
-    #describeRow(row, node) {
-        const states = {
-            "role": "row",
-            "id": `row-${row.key}`,
-            "aria-level": node.level,
-            "aria-posinset": node.position,
-            "aria-setsize": node.parent.shownChildren,
-            "aria-rowindex": row._rowIdx + 2, // the header is the first
-            "aria-selected": row.key === this.#selected,
-        };
-        setAll(row._rowElem, states);
-        row._rowElem.toggleAttribute("data-leaf", node.shownChildren === 0);
-        row._rowElem.toggleAttribute("data-cut", row.key === this.#cut);
-        if (node.shownChildren > 0) {
-            row._rowElem.setAttribute("aria-expanded", row.expanded);
-        } else {
-            row._rowElem.removeAttribute("aria-expanded");
-        }
-        setEach(row._rowElem.children, "gridcell");
-    }
-
-    // After the widget has changed what is in view.
-    #describeView(tree) {
-        setAll(this.#element, {
-            "role": "treegrid",
-            "aria-rowcount": tree.treeRowCount + 1,
-            "aria-colcount": tree.columns.length,
-        });
-        setAll(tree.headerElement, { role: "rowgroup" });
-        setAll(tree.headerElement.firstElementChild, { "role": "row", "aria-rowindex": 1 });
-        setEach(tree.headerElement.firstElementChild.children, "columnheader");
-        setAll(tree.listContainerElement, { role: "presentation" });
-        setAll(tree.nodeListElement, { role: "rowgroup" });
-        const active = `row-${this.#selected}`;
-        for (const row of tree.nodeListElement.children) {
-            row.setAttribute("aria-selected", row.id === active);
-        }
-        if (tree.nodeListElement.querySelector("[aria-selected=true]") !== null) {
-            this.#element.setAttribute("aria-activedescendant", active);
-        } else {
-            this.#element.removeAttribute("aria-activedescendant"); // it is not in view, and has no element
-        }
+        fillRow(nodeElem, renderColInfosById, node, this.#wanted);
+        describeRow(row, node, { isSelected: row.key === this.#selected, isCut: row.key === this.#cut });
     }
 
     #fitColumns() {
-        const columns = columnsFor(this.#element);
+        const columns = columnsFor(this.#element.clientWidth);
         if (columns.length !== this.#tree.columns.length) {
             this.#tree.columns = columns;
             this.#tree.update("colStructure", { immediate: true });
@@ -364,39 +294,4 @@ function sourcesOf(parent, end) {
         const children = node.children.length > 0 ? sourcesOf(node, end) : undefined;
         return { key: node.key, title: node.name, type: node.type, node, children };
     });
-}
-
-function columnsFor(tree) {
-    const rem = parseFloat(getComputedStyle(document.documentElement).fontSize);
-    return COLUMNS.filter(({ room }) => tree.clientWidth >= room * rem).map(({ id, title, width }) => ({ id, title, width }));
-}
-
-function addressOf(node, wanted) {
-    return marked(node.address, wanted);
-}
-
-function policiesOf(node) {
-    if (node.type === POLICY) {
-        return node.record.linked ? [] : [element("span", { class: "quiet" }, "linked nowhere")];
-    }
-    const blocks = node.blocksInheritance ? [element("span", { class: "tag" }, "blocks inheritance")] : [];
-    return [...blocks, ...names(node.links)];
-}
-
-function names(named) {
-    const more = named.length > SHOWN_NAMES ? ` and ${named.length - SHOWN_NAMES} more` : "";
-    return named.length > 0 ? [named.slice(0, SHOWN_NAMES).map(({ name }) => name).join(", ") + more] : [];
-}
-
-function setAll(target, attributes) {
-    for (const [name, value] of Object.entries(attributes)) {
-        target.setAttribute(name, value);
-    }
-}
-
-function setEach(cells, role) {
-    let column = 0;
-    for (const cell of cells) {
-        setAll(cell, { role, "aria-colindex": ++column });
-    }
 }
