@@ -4,7 +4,7 @@ const NO_PERMISSION = 414;
 const GONE = "The server does not answer: it is stopped or out of reach. What is shown may be out of date. " +
     "Start it with “zemhost serve”, then try again.";
 const BUSY = "The server is too busy, or its store does not answer. Try again in a moment.";
-const STALE = "changed by someone else since it was read";
+export const STALE = "changed by someone else since it was read";
 
 // What a call that failed throws, and a change that is in vain. reason: "token": the server does not know the token;
 // "away": no server answers, or it is too busy; "refused": it answered no, and the message is its own; "stale":

@@ -1,5 +1,5 @@
 // The page: signing in, and what goes between tree, panel, toolbar and server.
-import { Api, Refusal } from "./api.js";
+import { Api, Refusal, STALE } from "./api.js";
 import { Changes } from "./changes.js";
 import { Details, inWords } from "./details.js";
 import { byId, plural } from "./dom.js";
@@ -10,6 +10,8 @@ import { FleetTree, groupOf } from "./tree.js";
 const NO_GROUPS = "This fleet has no groups yet. Create the first one with “New group”.";
 const NO_RIGHTS = "No group is delegated to this account, so that there is nothing to show. Ask an administrator to " +
     "make it a delegate of a group, or sign in with another token.";
+
+const OF_GROUPS = ["rename", "describe", "move", "delete", "block", "delegates"]; // changes that only groups know
 
 class Page {
     #api = new Api();
@@ -43,11 +45,14 @@ class Page {
 
     // Shows what the token's account sees; the form again, when there is no such token.
     async open(token) {
+        keepToken(token);
         this.#api.token = token;
+        byId("console").hidden = !byId("sign-in").hidden;
+        this.say("Asking for the tree …");
         if (await this.refresh()) {
-            keepToken(token);
             this.#tree.focus();
         }
+        this.say("");
     }
 
     // Asks for the tree again. Gives whether an answer came; says so itself, if not.
@@ -75,23 +80,25 @@ class Page {
     // For changes of which the server has no way to see that they are out of date. Throws Refusal.
     async requireUnchanged(node) {
         if ((await this.latest(node)).record.revision !== node.record.revision) {
-            throw stale(node, "changed by someone else since it was read");
+            throw new Refusal("stale", STALE);
         }
     }
 
     // Does the work, a change of the node as it was shown, and then shows the tree as it is. Gives what the work gave.
     // Throws Refusal; one that isFinal when trying the same again is in vain.
     async commit(work, node = null) {
-        let result;
+        byId("console").setAttribute("aria-busy", true);
         try {
-            result = await work();
+            const result = await work();
+            byId("notice").hidden = true;
+            await this.refresh();
+            return result;
         } catch (error) {
             await this.refresh();
             throw this.#explained(error, node);
+        } finally {
+            byId("console").removeAttribute("aria-busy");
         }
-        byId("notice").hidden = true;
-        await this.refresh();
-        return result;
     }
 
     reveal(groupId) {
@@ -183,7 +190,8 @@ class Page {
             cut: node?.isGroup && (() => this.#setCut(node)),
             policies: node && (() => this.#changes.policies(node)),
         };
-        const command = commands[name] || (node?.isGroup && name in this.#changes && (() => this.#changes[name](node)));
+        const ofGroup = node?.isGroup && OF_GROUPS.includes(name) && (() => this.#changes[name](node));
+        const command = commands[name] || ofGroup;
         if (command) {
             this.#try(command).then(() => this.#keepFocus(name));
         } else if (node !== null) {
@@ -231,6 +239,7 @@ class Page {
             await work();
         } catch (error) {
             this.#report(error);
+            this.#showChosen(); // with what it was, whatever was ticked
         }
     }
 
