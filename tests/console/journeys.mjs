@@ -3,6 +3,7 @@
 // usage: node tests/console/journeys.mjs BUILD_DIR
 import { after, afterEach, before, beforeEach, test } from "node:test";
 import assert from "node:assert/strict";
+import { writeFileSync } from "node:fs";
 import path from "node:path";
 import { launch, Window } from "./browser.mjs";
 import { FleetServer } from "./fleet_server.mjs";
@@ -37,11 +38,7 @@ afterEach(async () => {
 async function open(account, options = {}) {
     const context = await browser.newContext({ viewport: { width: 1400, height: 1600 }, ...options });
     contexts.push(context);
-    const window = await Window.open(context, server, account);
-    if (account !== null) {
-        await window.row(account === "admin" ? "Headquarters" : "Warehouses").waitFor();
-    }
-    return window;
+    return Window.open(context, server, account);
 }
 
 // What the rows of the nodes say.
@@ -200,6 +197,28 @@ test("what is refused says why and leaves the tree as it is", OPTIONS, async () 
     window.assertNoFaults(Array(2).fill(/ERR_CONNECTION_REFUSED/));
 });
 
+test("who has nothing to see is told what to do", OPTIONS, async () => {
+    const stranger = await open("p.duarte");
+    await stranger.page.getByRole("status").getByText("Ask an administrator").waitFor();
+    assert.ok(await stranger.button("New group").isDisabled());
+    stranger.assertNoFaults();
+
+    await server.remove();
+    server = new FleetServer(BUILD);
+    const fleet = path.join(server.folder, "fleet.json");
+    const accounts = [{ uid: 1000, name: "admin", admin: true }];
+    writeFileSync(fleet, JSON.stringify({ accounts, groups: [], policies: [], servers: [] }));
+    server.fill(fleet);
+    await server.start();
+    const admin = await open("admin");
+    await admin.page.getByRole("status").getByText("no groups yet").waitFor();
+    await admin.button("New group").click();
+    await admin.dialog.getByLabel("Name").fill("First");
+    await admin.page.keyboard.press("Enter");
+    await admin.becomes(() => admin.rows(), ["1 First"]);
+    admin.assertNoFaults();
+});
+
 test("everything works by keyboard", OPTIONS, async () => {
     const window = await open(null);
     const keys = async (...pressed) => {
@@ -302,11 +321,13 @@ test("a name is text wherever it stands", OPTIONS, async () => {
 });
 
 test("roles and names are true, in light and dark", OPTIONS, async () => {
+    const colors = new Set();
     for (const colorScheme of ["light", "dark"]) {
         const window = await open(null, { colorScheme, viewport: { width: 1200, height: 600 } });
         assert.deepEqual(await window.violations(), []);
         await window.page.goto(server.link("admin"));
         await window.choose("Web");
+        colors.add(await window.page.evaluate(() => getComputedStyle(document.body).color));
         assert.deepEqual(await window.violations(), []);
         await window.button("Change policies", window.details).click();
         await window.dialog.waitFor();
@@ -318,6 +339,7 @@ test("roles and names are true, in light and dark", OPTIONS, async () => {
         assert.deepEqual(await window.violations(), []);
         window.assertNoFaults();
     }
+    assert.equal(colors.size, 2);
     const window = await open("admin");
     await window.choose("Plants");
     await window.page.keyboard.press("ArrowLeft");
