@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <stdexcept>
-#include <string_view>
 #include <unordered_map>
 #include <utility>
 
@@ -16,6 +16,7 @@ namespace {
 
 constexpr const char* kRoot = "all";
 constexpr const char* kRootsOwn = "ungrouped";
+constexpr size_t kNoGroup = SIZE_MAX;
 
 std::string quoted(const std::string& text)
 {
@@ -78,6 +79,32 @@ InventoryGroup readGroup(const Json::Value& jGroup, const std::string& place)
     return {readNames(jGroup["children"], place + ", children"), readNames(jGroup["hosts"], place + ", hosts")};
 }
 
+// Has the root take what "ungrouped" has, and the groups that no other names: what "all" names besides is not below it
+// alone.
+void completeRoot(InventoryGroups& groups)
+{
+    InventoryGroup root = std::move(groups[kRoot]);
+    const InventoryGroup own = std::move(groups[kRootsOwn]);
+    groups.erase(kRootsOwn);
+    root.children.insert(root.children.end(), own.children.begin(), own.children.end());
+    root.hosts.insert(root.hosts.end(), own.hosts.begin(), own.hosts.end());
+    groups[kRoot].hosts = std::move(root.hosts);
+    std::set<std::string> placed = {kRoot, kRootsOwn};
+    for (auto& [name, group] : groups) {
+        std::erase(group.children, kRootsOwn);
+        placed.insert(group.children.begin(), group.children.end());
+    }
+    for (const auto& [name, group] : groups) {
+        root.children.push_back(name);
+    }
+    for (const std::string& name : root.children) {
+        if (placed.insert(name).second) {
+            groups[kRoot].children.push_back(name);
+        }
+    }
+}
+
+// The groups that there are, "all" among them and "ungrouped" not.
 InventoryGroups readGroups(const Json::Value& jInventory)
 {
     demand(jInventory.isObject(), "no inventory", "ansible-inventory --list prints an object");
@@ -88,6 +115,7 @@ InventoryGroups readGroups(const Json::Value& jInventory)
             groups[it.name()] = readGroup(*it, groupPlace(it.name()));
         }
     }
+    completeRoot(groups);
     return groups;
 }
 
@@ -105,20 +133,26 @@ const Json::Value& hostVariables(const Json::Value& jInventory)
 
 struct PlacedGroup {
     std::string name;
-    size_t parent = 0;  // its index
+    size_t parent = kNoGroup;  // its index
     int depth = 0;
     bool hasOtherParents = false;
 };
 
-// The groups with the parents that they keep, each after its parent; the root is the first.
+// The groups with the parents that they keep, in the order in which they are met from the root down, each with all that
+// is below it before the next. The root is the first; each comes after its parents, or one of them.
 class GroupTree {
 public:
-    explicit GroupTree(const InventoryGroups& groups) : m_inventory(groups), m_groups(1)
+    explicit GroupTree(const InventoryGroups& groups)
     {
-        m_groups[0].name = kRoot;
-        placeChildren(kRoot, 0);
-        placeChildren(kRootsOwn, 0);
-        placeOrphans();
+        meetAll(groups);
+        for (const auto& [name, group] : groups) {
+            demand(m_indexes.contains(name), groupPlace(name), "it is in a circle of groups, or below one");
+        }
+        for (size_t i = 0; i < m_groups.size(); ++i) {
+            for (const std::string& child : childrenOf(groups, m_groups[i].name)) {
+                hang(m_groups[m_indexes.at(child)], i);
+            }
+        }
     }
 
     const std::vector<PlacedGroup>& groups() const
@@ -133,64 +167,57 @@ public:
     }
 
 private:
-    void placeChildren(const std::string& name, size_t index)
+    static const std::vector<std::string>& childrenOf(const InventoryGroups& groups, const std::string& name)
     {
-        const auto it = m_inventory.find(name);
-        if (it == m_inventory.end()) {
-            return;
-        }
-        for (const std::string& child : it->second.children) {
-            if (child != kRootsOwn) {
-                place(child, index);
+        static const std::vector<std::string> kNone;
+        const auto it = groups.find(name);
+        return it == groups.end() ? kNone : it->second.children;
+    }
+
+    void meetAll(const InventoryGroups& groups)
+    {
+        struct Step {
+            size_t group;
+            size_t nextChild = 0;
+        };
+        std::vector<Step> way;  // from the root to where the walk is
+        std::vector<bool> isOnWay;
+        const auto meet = [&](const std::string& name) {
+            const auto [it, isNew] = m_indexes.emplace(name, m_groups.size());
+            if (isNew) {
+                m_groups.push_back({name});
+                isOnWay.push_back(true);
+                way.push_back({it->second});
             }
-        }
-    }
-
-    void place(const std::string& name, size_t parent)
-    {
-        const auto [it, isNew] = m_indexes.emplace(name, m_groups.size());
-        if (!isNew || name == kRoot) {
-            demand(name != kRoot && !isAbove(it->second, parent), groupPlace(m_groups[parent].name),
-                   "its child " + quoted(name) + " stands above it");
-            m_groups[it->second].hasOtherParents |= m_groups[it->second].parent != parent;
-            return;
-        }
-        const int depth = m_groups[parent].depth + 1;
-        demand(depth <= standin::kMaxGroupDepth, groupPlace(name),
-               "more than " + std::to_string(standin::kMaxGroupDepth) + " groups below one another");
-        m_groups.push_back({name, parent, depth});
-        placeChildren(name, it->second);
-    }
-
-    bool isAbove(size_t upper, size_t lower) const
-    {
-        while (lower != 0 && lower != upper) {
-            lower = m_groups[lower].parent;
-        }
-        return lower == upper;
-    }
-
-    // Groups that nobody names stand below the root, as dynamic inventories mean it.
-    void placeOrphans()
-    {
-        std::map<std::string, bool> isChild;
-        for (const auto& [name, group] : m_inventory) {
-            for (const std::string& child : group.children) {
-                isChild[child] = true;
+            return isNew || !isOnWay[it->second];
+        };
+        meet(kRoot);
+        while (!way.empty()) {
+            Step& step = way.back();
+            const std::string name = m_groups[step.group].name;
+            const std::vector<std::string>& children = childrenOf(groups, name);
+            if (step.nextChild == children.size()) {
+                isOnWay[step.group] = false;
+                way.pop_back();
+                continue;
             }
-        }
-        for (const auto& [name, group] : m_inventory) {
-            if (name != kRoot && name != kRootsOwn && !isChild[name]) {
-                place(name, 0);
-            }
-        }
-        for (const auto& [name, group] : m_inventory) {
-            demand(name == kRoot || name == kRootsOwn || m_indexes.contains(name), groupPlace(name),
-                   "it stands above itself");
+            const std::string& child = children[step.nextChild++];
+            demand(meet(child), groupPlace(name), "its child " + quoted(child) + " stands above it");
         }
     }
 
-    const InventoryGroups& m_inventory;
+    // Under the first of its parents.
+    void hang(PlacedGroup& group, size_t parent) const
+    {
+        group.hasOtherParents |= group.parent != kNoGroup && group.parent != parent;
+        if (group.parent == kNoGroup) {
+            group.parent = parent;
+            group.depth = m_groups[parent].depth + 1;
+            demand(group.depth <= standin::kMaxGroupDepth, groupPlace(group.name),
+                   "more than " + std::to_string(standin::kMaxGroupDepth) + " groups below one another");
+        }
+    }
+
     std::vector<PlacedGroup> m_groups;
     std::unordered_map<std::string, size_t> m_indexes;
 };
@@ -206,9 +233,7 @@ class HostList {
 public:
     HostList(const InventoryGroups& groups, const GroupTree& tree) : m_tree(tree)
     {
-        placeHosts(groups, kRoot, 0);
-        placeHosts(groups, kRootsOwn, 0);
-        for (size_t i = 1; i < tree.groups().size(); ++i) {
+        for (size_t i = 0; i < tree.groups().size(); ++i) {
             placeHosts(groups, tree.groups()[i].name, i);
         }
     }

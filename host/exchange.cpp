@@ -1,7 +1,7 @@
 // How long and how large a request may be, and what becomes of it.
 #include "host/exchange.h"
 
-#include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -106,9 +106,26 @@ bool Exchange::wait() noexcept
     return waits;
 }
 
+std::optional<standin::Account> Exchange::findAccount()
+{
+    try {
+        return standin::findAccountByToken(m_head.tokenHash);
+    } catch (const std::runtime_error& e) {
+        m_refused = MHD_HTTP_SERVICE_UNAVAILABLE;
+        m_isStoreAway = true;
+        if (standin::isStoreAnswering() && m_server.storeTrouble.isDue()) {  // else the store has told of its outage
+            logTrouble("the owner of a token could not be looked up", e.what());
+        }
+        return std::nullopt;
+    }
+}
+
 bool Exchange::serve() noexcept
 try {
-    const auto account = standin::findAccountByToken(m_head.tokenHash);
+    const auto account = findAccount();
+    if (m_isStoreAway) {
+        return false;
+    }
     m_server.knownTokens.update(m_head.tokenHash, account ? std::optional(account->uid) : std::nullopt);
     if (!account) {
         m_refused = MHD_HTTP_UNAUTHORIZED;
@@ -153,7 +170,7 @@ Answer Exchange::refused() const
     if (m_refused == MHD_HTTP_METHOD_NOT_ALLOWED) {
         return refusal(m_refused, std::string("takes only ") + allowedMethods(m_head.resource));
     }
-    return refusal(m_refused);
+    return refusal(m_refused, m_isStoreAway ? kStoreAway : "");
 }
 
 MHD_Result Exchange::respond(Answer answer)

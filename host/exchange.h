@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include <microhttpd.h>
 
@@ -14,6 +15,7 @@
 #include "host/fair_queue.h"
 #include "host/handler_pool.h"
 #include "host/known_tokens.h"
+#include "host/log.h"
 #include "host/module_loader.h"
 #include "host/page.h"
 #include "host/request_body.h"
@@ -29,6 +31,7 @@ struct ServerState {
     WaitingSockets waiting;
     KnownTokens knownTokens{};
     BodyMemory bodyMemory{};
+    LineLimit storeTrouble{};
     std::atomic<int> exchanges{0};        // how many there are
     std::atomic<bool> isStopping{false};  // answers are the last on their connections
     HandlerPool handlers;
@@ -62,8 +65,9 @@ private:
     bool wait() noexcept;
     bool serve() noexcept;  // on a worker
 
-    int runHandler();                    // fills m_answer, or returns the HTTP status of the refusal
-    void recognise(AccountKey account);  // the request counts for the account from now on
+    std::optional<standin::Account> findAccount();  // the token's; m_isStoreAway when the store does not say
+    int runHandler();                               // fills m_answer, or returns the HTTP status of the refusal
+    void recognise(AccountKey account);             // the request counts for the account from now on
     Answer refused() const;
 
     // These three on the connection's thread.
@@ -82,7 +86,8 @@ private:
     AccountKey m_account = kStrangers;  // whom the request counts for
     Answer m_answer;                    // once it is handled: the handler's, or the server's own
     bool m_isHandled = false;
-    int m_refused = 0;       // HTTP status of the refusal, 0 for none
+    int m_refused = 0;  // HTTP status of the refusal, 0 for none
+    bool m_isStoreAway = false;
     uint64_t m_arrived = 0;  // bytes of the body, thrown away ones too
     bool m_isAnswered = false;
 };

@@ -35,7 +35,6 @@ using Clock = std::chrono::steady_clock;
 constexpr rlim_t kMaxConnections = 8192;
 constexpr rlim_t kOtherDescriptors = 256;  // files, database connections, what the threads wait on
 constexpr size_t kHeaderMemory = 32 << 10;
-constexpr size_t kHandlerThreads = 8;  // as many as the store has connections
 constexpr size_t kWaitingRequests = 1024;
 constexpr std::chrono::seconds kMaxDrain{30};
 
@@ -164,7 +163,7 @@ void serve(const ModuleSet& modules, const Page& page, const ServeOptions& optio
     ServerState server{.modules = modules,
                        .page = page,
                        .waiting = WaitingSockets(connections / 2),
-                       .handlers = HandlerPool(kHandlerThreads, kWaitingRequests)};
+                       .handlers = HandlerPool(options.connections, kWaitingRequests)};
     MHD_Daemon* pDaemon = startDaemon(server, listenFd, connections, options.idleTimeout);
     const std::string ip = options.address.substr(0, options.address.rfind(':'));
     std::cout << "listening on http://" << ip << ':' << portOf(pDaemon) << std::endl;

@@ -2,17 +2,20 @@
 // of the console's page at / and of its files.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "host/module_loader.h"
 #include "host/page.h"
+#include "standin/store/store.h"
 
 namespace host {
 
 struct ServeOptions {
     std::string address = "127.0.0.1:8480";
-    bool allowRemote = false;     // both as for openListenSocket
-    bool echoesFailures = false;  // the modules' failure lines go to standard output, too
+    bool allowRemote = false;                           // both as for openListenSocket
+    bool echoesFailures = false;                        // the modules' failure lines go to standard output, too
+    size_t connections = standin::kDefaultConnections;  // to the store; as many requests are handled at a time
     unsigned idleTimeout = 10;  // seconds until a connection is closed on which nothing moves and no handler is awaited
 };
 

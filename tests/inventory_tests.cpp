@@ -53,6 +53,7 @@ std::string pathOf(const Json::Value& jFleet, int64_t id)
 std::string recordsOf(const host::Import& import, const Json::Value& jStored = kStored)
 {
     const Json::Value jFleet = merged(jStored, import);
+    EXPECT_TRUE(import.jFleet.isObject());
     std::string text;
     for (const Json::Value& jGroup : import.jFleet["groups"]) {
         text += jGroup["id"].asString() + " " + pathOf(jFleet, jGroup["id"].asInt64()) + "; ";
@@ -104,6 +105,11 @@ TEST(Inventory, isFoundInTheStoreAndTheRestIsMade)
          "host \"t\" is in several groups and stands in \"c\"; "},
         {"the later parent", "{'all':{'children':['c','a']},'a':{'children':['b']},'c':{'children':['b']}}",
          "21 /c/b; ", "group \"b\" has several parents and stands under \"c\"; "},
+        {"the parent that the walk meets last",
+         "{'all':{'children':['a']},'a':{'children':['b','d']},'b':{'children':['d']}}", "21 /a/d; ",
+         "group \"d\" has several parents and stands under \"a\"; "},
+        {"all is a parent like others", "{'all':{'children':['b','a','c','ungrouped']},'a':{'children':['b']}}", "",
+         ""},
         {"a host of variables alone is made", "{'a':[],'_meta':{'hostvars':{'n':{}}}}", "",
          "host \"n\" is in no group and left out; "},
         {"an empty group is lost", "{'all':{'children':['d']}}", "21 /d; ", ""},
@@ -162,9 +168,9 @@ TEST(Inventory, isRefusedWithItsPlace)
         {"{'_meta':[]}", "_meta: not an object"},
         {"{'_meta':{'hostvars':[]}}", "hostvars: not an object"},
         {"{'a':['h'],'_meta':{'hostvars':{'h':5}}}", "host \"h\": its variables"},
-        {"{'a':{'children':['a']}}", "group \"a\": it stands above itself"},
-        {"{'all':{'children':['a']},'a':{'children':['b']},'b':{'children':['a']}}", "its child \"a\" stands above it"},
-        {"{'a':{'children':['b']},'b':{'children':['a']}}", "group \"a\": it stands above itself"},
+        {"{'a':{'children':['a']}}", "group \"a\": it is in a circle"},
+        {"{'d':{'children':['a']},'a':{'children':['b']},'b':{'children':['a']}}", "its child \"a\" stands above it"},
+        {"{'a':{'children':['b']},'b':{'children':['a']}}", "group \"a\": it is in a circle"},
         {"{'a':{'children':['all']}}", "group \"a\": its child \"all\""},
         {chainOf(129), "group \"g0\": more than 128"},
         {"{'ungrouped':['u']}", "host \"u\": the servers 3, 4 of the store"},

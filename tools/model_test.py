@@ -2,7 +2,7 @@
 """Random accounts change groups, links, delegates and tokens of a server, beside a small model that says what each
 request is answered and what everybody sees; then an account is deprived of a right while it uses it.
 
-usage: tools/model_test.py BUILD_DIR [--steps 2000] [--races 100] [--seed N] [--store URL of an empty database]
+usage: tools/model_test.py BUILD_DIR [--steps 2000] [--races 100] [--seed N] [--database postgresql]
 """
 import argparse
 import collections
@@ -11,7 +11,6 @@ import dataclasses
 import http.client
 import json
 import random
-import shlex
 import socket
 import sys
 import tempfile
@@ -19,7 +18,7 @@ import threading
 import time
 
 sys.dont_write_bytecode = True  # no cache beside the sources
-from zemhost import Server, Store, call  # noqa: E402
+from zemhost import Server, Store, call, database  # noqa: E402
 
 ADMINS = {1000: "admin", 1001: "deputy"}
 RACER = 3000  # whose rights the races take; the steps give it none
@@ -741,27 +740,12 @@ def race(rounds, store, server, tokens, chance):
 
 # --- The whole
 
-class StoreAt(Store):
-    """A store anywhere: what the program is told of a file it takes for the URL."""
-
-    def __init__(self, build, folder, url):
-        super().__init__(build, folder)
-        program = self.folder / "zemhost"
-        program.write_text(f'#!/bin/bash\nurl={shlex.quote(url)}\nexec {shlex.quote(str(self.program))}'
-                           ' "${@/#sqlite:*/"$url"}"\n', encoding="utf-8")
-        program.chmod(0o700)
-        self.program = program
-
-    def run(self, *arguments, **options):
-        return super().run(*arguments, "--store", f"sqlite:{self.path}", **options)
-
-
 def play(options, store, chance):
     """Returns what went wrong."""
     fleet = make_fleet(chance)
     path = store.folder / "fleet.json"
     path.write_text(json.dumps(fleet), encoding="utf-8")
-    store.run("load", str(path))
+    store.run("apply", str(path))
     server = Server(store)
     steps = Steps(store, server, fleet, chance)
     start, number = time.monotonic(), 0
@@ -786,12 +770,11 @@ def main():
     parser.add_argument("--steps", type=int, default=2000)
     parser.add_argument("--races", type=int, default=100, help="rounds of each race")
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(10**6))
-    parser.add_argument("--store", help="URL of an empty database; without it a file of its own")
+    parser.add_argument("--database", choices=["sqlite", "postgresql"], default="sqlite")
     options = parser.parse_args()
     print(f"seed {options.seed}")
-    with tempfile.TemporaryDirectory() as folder:
-        store = StoreAt(options.build, folder, options.store) if options.store else Store(options.build, folder)
-        faults = play(options, store, random.Random(options.seed))
+    with tempfile.TemporaryDirectory() as folder, database(options.database) as url:
+        faults = play(options, Store(options.build, folder, url), random.Random(options.seed))
     for fault in faults[:5]:
         print(fault)
     return 1 if faults else 0

@@ -1,11 +1,10 @@
-// The line is made within the transaction, where the caller's name can be read, and told after it.
+// The line is made within the transaction, where the caller's name is read, and told after it.
 #include "standin/store/change_log.h"
 
 #include <algorithm>
 #include <utility>
 
 #include "standin/store/caller.h"
-#include "standin/store/statement.h"
 
 namespace standin {
 namespace {
@@ -19,25 +18,22 @@ bool isPlainName(const std::string& name)
     return isVisible && !name.empty() && name != "-" && !name.starts_with("uid=");
 }
 
-std::string callerName(soci::session& sql)
+std::string nameForLine(const CallerRights& rights)
 {
     if (!currentCaller()) {
         return "-";
     }
-    const int64_t uid = *currentCaller();
-    std::string name;
-    Statement(sql).in(uid).out(name).prepare("SELECT name FROM account WHERE uid = :uid").first();
-    return isPlainName(name) ? name : "uid=" + std::to_string(uid);
+    return isPlainName(rights.callerName()) ? rights.callerName() : "uid=" + std::to_string(*currentCaller());
 }
 
 }  // namespace
 
-std::string changeLine(soci::session& sql, const char* szKind, int64_t id, const std::string& what)
+std::string changeLine(const CallerRights& rights, const char* szKind, int64_t id, const std::string& what)
 {
     if (!gSink || what.empty()) {
         return "";
     }
-    return callerName(sql) + " " + szKind + " " + std::to_string(id) + " " + what;
+    return nameForLine(rights) + " " + szKind + " " + std::to_string(id) + " " + what;
 }
 
 void tellChange(const std::string& line) noexcept

@@ -1,17 +1,17 @@
 // The operator's log of committed changes: the lines that setChangeSink of store.h describes.
 #pragma once
 
-#include <cstring>
 #include <string>
 
 #include "standin/store/records.h"
+#include "standin/store/rights.h"
 #include "standin/store/transaction.h"
 
 namespace standin {
 
-// The line for a change that the calling thread's caller is about to commit; empty when nothing changed or nobody
-// listens. szKind: Kind<R>::kName; what: what became of the record, empty for nothing.
-std::string changeLine(soci::session& sql, const char* szKind, int64_t id, const std::string& what);
+// The line for a change that the calling thread's caller, whose rights those are, is about to commit; empty when
+// nothing changed or nobody listens. szKind: Kind<R>::kName; what: what became of the record, empty for nothing.
+std::string changeLine(const CallerRights& rights, const char* szKind, int64_t id, const std::string& what);
 
 // Gives the sink the line of a committed change, unless it is empty. errno is left as it is.
 void tellChange(const std::string& line) noexcept;
@@ -20,29 +20,17 @@ void tellChange(const std::string& line) noexcept;
 template <typename R>
 std::string changedMembers(const R& before, const R& after)
 {
-    struct Same {
-        bool operator()(int64_t one, int64_t other) const
-        {
-            return one == other;
-        }
-        bool operator()(const VLIBCString& one, const VLIBCString& other) const
-        {
-            return std::strcmp(one.c_str(), other.c_str()) == 0;
-        }
-    };
     std::string members;
     for (const Field<R>& field : Kind<R>::kFields) {
-        const bool isSame =
-            std::visit([&](auto member) { return Same()(before.*member, after.*member); }, field.member);
-        if (!isSame && field.rule != Rule::own) {
+        if (field.rule != Rule::own && !isSame(field, before, after)) {
             members += (members.empty() ? "" : ",") + std::string(field.name);
         }
     }
     return members;
 }
 
-// Runs work(soci::session&), which returns its changeLine(), in a writing transaction and tells of the change once that
-// is committed: 0 and errno as it was, or -1 with errno.
+// Runs work(soci::session&), which returns its changeLine(), in a writing transaction, as transacted() does, and tells
+// of the change once that is committed: 0 and errno as it was, or -1 with errno.
 template <typename Work>
 int changing(Work&& work) noexcept
 {
@@ -61,8 +49,11 @@ int changeRecord(R* pRecord, Work&& work) noexcept
     if (pRecord == nullptr) {
         return guarded([] { requireArguments<void>(nullptr); });
     }
-    R changed(*pRecord);
-    const int result = changing([&](soci::session& sql) { return work(sql, changed); });
+    R changed;
+    const int result = changing([&](soci::session& sql) {
+        changed = *pRecord;
+        return work(sql, changed);
+    });
     if (result == 0) {
         *pRecord = changed;
     }

@@ -46,9 +46,15 @@ void checkLinkChange(const CallerRights& rights, VLIBCString& linkedGpo, const V
 }
 
 template <typename R>
+bool isThere(soci::session& sql, int64_t id)
+{
+    return number(sql, std::string("SELECT COUNT(*) FROM ") + Kind<R>::kTable + " WHERE id = :id", id) != 0;
+}
+
+template <typename R>
 void requireRow(soci::session& sql, int64_t id)
 {
-    if (number(sql, std::string("SELECT COUNT(*) FROM ") + Kind<R>::kTable + " WHERE id = :id", id) == 0) {
+    if (!isThere<R>(sql, id)) {
         throw noSuch<R>(id);
     }
 }
@@ -60,7 +66,9 @@ void checkParent(soci::session& sql, const CallerRights& rights, const R& record
         return;
     }
     rights.requireGroup(record.parentId, "parent_id");
-    requireParent(sql, record.parentId);
+    if (!isThere<Group>(sql, record.parentId)) {
+        throw noSuchParent(record.parentId);
+    }
 }
 
 }  // namespace
@@ -74,13 +82,9 @@ void requireExisting(soci::session& sql, int nodeType, int64_t id)
     requireRow<Server>(sql, id);
 }
 
-void requireParent(soci::session& sql, int64_t id)
+Refusal noSuchParent(int64_t id)
 {
-    try {
-        requireRow<Group>(sql, id);
-    } catch (const Refusal& refusal) {
-        throw Refusal(refusal.code, std::string("parent_id: ") + refusal.what());
-    }
+    return Refusal(ENOENT, std::string("parent_id: ") + noSuch<Group>(id).what());
 }
 
 template <typename R>

@@ -6,6 +6,7 @@
 
 #include <soci/soci.h>
 
+#include "standin/store/errors.h"
 #include "standin/store/rights.h"
 
 namespace standin {
@@ -13,8 +14,8 @@ namespace standin {
 // ENOENT unless there is that group or server, EINVAL for another kind.
 void requireExisting(soci::session& sql, int nodeType, int64_t id);
 
-// ENOENT unless there is that group, which the record names as its parent.
-void requireParent(soci::session& sql, int64_t id);
+// The refusal of a record that names a group as its parent which is not there: ENOENT.
+Refusal noSuchParent(int64_t id);
 
 // For groups and servers that are to be written over the stored one, for a new one over a fresh record. Its links are
 // brought to the form in which they are stored. EINVAL for a name that is empty or too long, a text that cannot be

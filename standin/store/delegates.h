@@ -14,8 +14,8 @@ Delegate delegateOf(const DelegateRow& row);
 // The account's names as JSON object text, for the extra information of a delegate.
 VLIBCString extraInfoOf(const AccountRow& account);
 
-// Stores the accounts with these uids, in this order, as the delegates of a node that has none. Runs in the inserter's
-// transaction; throws soci::soci_error.
+// Gives the inserter the accounts with these uids, in this order, as the delegates of a node that has none. Runs in the
+// inserter's transaction; throws soci::soci_error.
 void insertDelegates(Inserter<DelegateRow>& inserter, int nodeType, int64_t id, const std::vector<int64_t>& ugids);
 
 }  // namespace standin

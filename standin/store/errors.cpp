@@ -7,6 +7,7 @@
 #include <sstream>
 #include <utility>
 
+#include <soci/postgresql/soci-postgresql.h>
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
 
@@ -20,13 +21,37 @@ constexpr char kNoMemory[] = "out of memory";
 
 thread_local std::string tRefusal;
 
+// What PostgreSQL calls the error, five characters; empty where the error is not its.
+std::string sqlStateOf(const soci::soci_error& error)
+{
+    const auto* pPostgres = dynamic_cast<const soci::postgresql_soci_error*>(&error);
+    return pPostgres == nullptr ? "" : pPostgres->sqlstate();
+}
+
+std::string sqlStateOfException()
+{
+    try {
+        throw;
+    } catch (const soci::soci_error& error) {
+        return sqlStateOf(error);
+    } catch (...) {
+        return "";
+    }
+}
+
+bool isGivenUp(const std::string& sqlState)
+{
+    return sqlState == "40001" || sqlState == "40P01";  // not serializable; a deadlock
+}
+
 int errnoOfDatabase(const soci::soci_error& error)
 {
     if (const auto* pSqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error)) {
         const int primary = pSqlite->result() & 0xff;  // the bits above tell variants of the code apart
         return primary == SQLITE_BUSY || primary == SQLITE_LOCKED ? EBUSY : primary == SQLITE_NOMEM ? ENOMEM : EIO;
     }
-    return error.get_error_category() == soci::soci_error::unknown_transaction_state ? EBUSY : EIO;
+    const std::string state = sqlStateOf(error);
+    return isGivenUp(state) || state == "55P03" ? EBUSY : EIO;  // 55P03: the lock did not come free in time
 }
 
 // What the database says, on one line, without the statement that it quotes.
@@ -90,6 +115,16 @@ int errnoOfException()
     } catch (...) {
         return EIO;
     }
+}
+
+bool isToBeRepeated()
+{
+    return isGivenUp(sqlStateOfException());
+}
+
+bool isOutcomeUnknown()
+{
+    return sqlStateOfException() == "40003";
 }
 
 std::string textOfException()

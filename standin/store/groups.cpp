@@ -23,26 +23,44 @@ const std::string kAbove =
     " UNION ALL SELECT o.parent_id, a.depth + 1 FROM ou o JOIN above a ON o.id = a.id WHERE a.id <> 0 AND a.depth < " +
     kFarthest + ") ";
 
-// EIO when the way up from the group, which someone has changed behind the store's back, leads round in a circle. Then
-// none of those below is part of a circle either.
-void checkAncestors(soci::session& sql, int64_t id)
+// The way up from a group to the root.
+struct Ancestry {
+    int64_t groups = 0;     // on it, the group and the root included; 0: there is no such group
+    int64_t different = 0;  // fewer when it leads round in a circle
+    int64_t depth = 0;      // steps to the root
+    int64_t passes = 0;     // how often it passes the group that was asked for
+};
+
+Ancestry ancestryOf(soci::session& sql, int64_t id, int64_t passing = -1)
 {
-    const int64_t repeated = number(sql,
-                                    kAbove +
-                                        "SELECT COALESCE(MIN(id), 0) FROM (SELECT id FROM above GROUP BY id"
-                                        " HAVING COUNT(*) > 1) AS repeated",
-                                    id);
-    if (repeated != 0) {
-        throw Refusal(EIO, "the store is damaged: group " + std::to_string(repeated) + " is its own ancestor");
-    }
+    Ancestry above;
+    Statement statement(sql);
+    statement.in(id).in(passing);
+    statement.out(above.groups).out(above.different).out(above.depth).out(above.passes);
+    statement.prepare(kAbove +
+                      "SELECT COUNT(*), COUNT(DISTINCT id), COALESCE(MAX(depth), 0), COUNT(CASE WHEN id = :passing"
+                      " THEN 1 END) FROM above");
+    statement.first();
+    return above;
 }
 
-// levels: of groups that come to hang there, the topmost included.
-void checkDepth(soci::session& sql, int64_t parentId, int64_t levels)
+// EIO when the way up from the group, which someone has changed behind the store's back, leads round in a circle. Then
+// none of those below is part of a circle either.
+void requireSound(soci::session& sql, const Ancestry& above, int64_t id)
 {
-    checkAncestors(sql, parentId);
-    const int64_t depth = number(sql, kAbove + "SELECT MAX(depth) FROM above", parentId);
-    demand(depth + levels <= kMaxGroupDepth, "parent_id",
+    if (above.different == above.groups) {
+        return;
+    }
+    const int64_t repeated = number(
+        sql, kAbove + "SELECT MIN(id) FROM (SELECT id FROM above GROUP BY id HAVING COUNT(*) > 1) AS repeated", id);
+    throw Refusal(EIO, "the store is damaged: group " + std::to_string(repeated) + " is its own ancestor");
+}
+
+// above: the way up from the parent; levels: of groups that come to hang there, the topmost included.
+void checkDepth(soci::session& sql, const Ancestry& above, int64_t parentId, int64_t levels)
+{
+    requireSound(sql, above, parentId);
+    demand(above.depth + levels <= kMaxGroupDepth, "parent_id",
            "more than " + std::to_string(kMaxGroupDepth) + " groups below one another");
 }
 
@@ -67,11 +85,11 @@ void checkSiblings(soci::session& sql, const CallerRights& rights, const Group& 
 void checkMove(soci::session& sql, const Group& group)
 {
     demand(group.id != 0, "parent_id", "the root group stays where it is");
-    checkAncestors(sql, group.id);
-    const int64_t above = number(sql, kAbove + "SELECT COUNT(*) FROM above WHERE id = :id", group.parentId, group.id);
-    demand(above == 0, "parent_id", "the group itself or one below it");
+    requireSound(sql, ancestryOf(sql, group.id), group.id);
+    const Ancestry above = ancestryOf(sql, group.parentId, group.id);
+    demand(above.passes == 0, "parent_id", "the group itself or one below it");
     const int64_t height = number(sql, kBelow + "SELECT MAX(depth) FROM below", group.id);
-    checkDepth(sql, group.parentId, height + 1);
+    checkDepth(sql, above, group.parentId, height + 1);
 }
 
 std::string replaceGroup(soci::session& sql, Group& group)
@@ -87,8 +105,8 @@ std::string replaceGroup(soci::session& sql, Group& group)
     if (group.id != 0) {
         checkSiblings(sql, rights, group);
     }
-    replace(sql, group);
-    return changeLine(sql, Kind<Group>::kName, group.id, changedMembers(stored, group));
+    replace(sql, group, stored);
+    return changeLine(rights, Kind<Group>::kName, group.id, changedMembers(stored, group));
 }
 
 std::string createGroup(soci::session& sql, Group& group)
@@ -96,24 +114,32 @@ std::string createGroup(soci::session& sql, Group& group)
     const CallerRights rights(sql);
     rights.requireGroup(group.parentId, "parent_id");
     group.id = -1;
-    requireParent(sql, group.parentId);
+    const Ancestry above = ancestryOf(sql, group.parentId);
+    if (above.groups == 0) {
+        throw noSuchParent(group.parentId);
+    }
     checkRecord(rights, group, Group());
     checkSiblings(sql, rights, group);
-    checkDepth(sql, group.parentId, 1);
-    execute(sql, "UPDATE meta SET value = value + 1 WHERE name = 'last_ou'");
-    group.id = number(sql, "SELECT value FROM meta WHERE name = 'last_ou'");
+    checkDepth(sql, above, group.parentId, 1);
+    group.id = number(sql, "UPDATE meta SET value = value + 1 WHERE name = 'last_ou' RETURNING value");
     group.mtime = std::time(nullptr);
     group.revision = 1;
-    Inserter<Group>(sql).insert(group);
-    return changeLine(sql, Kind<Group>::kName, group.id, "created");
+    Inserter<Group> inserter(sql);
+    inserter.insert(group);
+    inserter.flush();
+    return changeLine(rights, Kind<Group>::kName, group.id, "created");
 }
 
 std::string deleteGroups(soci::session& sql, int64_t id)
 {
-    CallerRights(sql).requireGroup(id);
+    const CallerRights rights(sql);
+    rights.requireGroup(id);
     require(id != 0, EINVAL, "the root group cannot be deleted");
-    requireExisting(sql, VELQ_ZEM_TYPE_OU, id);
-    checkAncestors(sql, id);
+    const Ancestry above = ancestryOf(sql, id);
+    if (above.groups == 0) {
+        throw noSuch<Group>(id);
+    }
+    requireSound(sql, above, id);
     const std::string below = "IN (SELECT id FROM below)";
     const std::string ofGroup = " WHERE node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) + " AND node_id " + below;
     for (const char* szTable : {"kx", "gpo"}) {
@@ -126,7 +152,7 @@ std::string deleteGroups(soci::session& sql, int64_t id)
         change(sql, kBelow + "DELETE FROM " + szTable + ofGroup, id);
     }
     change(sql, kBelow + "DELETE FROM ou WHERE id " + below, id);
-    return changeLine(sql, Kind<Group>::kName, id, "deleted");
+    return changeLine(rights, Kind<Group>::kName, id, "deleted");
 }
 
 }  // namespace

@@ -231,13 +231,17 @@ void checkLinks(const std::vector<int64_t>& ids, const std::function<bool(int64_
 {
     std::unordered_set<int64_t> seen;
     for (Json::ArrayIndex i = 0; i < ids.size(); ++i) {
+        const bool known = isKnown(ids[i]);
+        if (known && seen.insert(ids[i]).second) {
+            continue;
+        }
         const std::string place = entry("linked_gpo.order", i);
         const std::string policy = "no policy " + std::to_string(ids[i]);
-        if (unknown == EACCES && !isKnown(ids[i])) {
+        demand(!known, place, "a policy that is linked before");
+        if (unknown == EACCES) {
             throw Refusal(EACCES, place + ".id: " + policy + " that you see");
         }
-        demand(isKnown(ids[i]), place + ".id", policy);
-        demand(seen.insert(ids[i]).second, place, "a policy that is linked before");
+        throw BadInput(place + ".id", policy);
     }
 }
 

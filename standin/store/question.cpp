@@ -85,6 +85,8 @@ void askPostgres(const std::string& url, PostgresConnection& pConnection)
         return;
     }
     pConnection.reset(PQconnectdb(url.c_str()));
+    PQsetNoticeProcessor(
+        pConnection.get(), [](void*, const char*) {}, nullptr);  // by itself, standard error
     const bool isConnected = PQstatus(pConnection.get()) == CONNECTION_OK;
     if (isConnected && answers(pConnection.get())) {
         return;

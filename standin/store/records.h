@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <variant>
 
@@ -71,7 +72,25 @@ struct Field {
     }
 };
 
-// What distinguishes the kinds of record: for nodes the name for people and "node_type"; the table, and the fields.
+// Whether the records have the same value of that field.
+template <typename R>
+bool isSame(const Field<R>& field, const R& one, const R& other)
+{
+    struct Same {
+        bool operator()(int64_t a, int64_t b) const
+        {
+            return a == b;
+        }
+        bool operator()(const VLIBCString& a, const VLIBCString& b) const
+        {
+            return std::strcmp(a.c_str(), b.c_str()) == 0;
+        }
+    };
+    return std::visit([&](auto member) { return Same()(one.*member, other.*member); }, field.member);
+}
+
+// What distinguishes the kinds of record: the name for people; for nodes "node_type"; the table; the fields,
+// the identifier first.
 template <typename R>
 struct Kind;
 
@@ -128,6 +147,7 @@ struct Kind<Policy> {
 
 template <>
 struct Kind<AccountRow> {
+    static constexpr const char* kName = "account";
     static constexpr const char* kTable = "account";
     static constexpr std::array<Field<AccountRow>, 5> kFields = {{
         {"uid", &AccountRow::uid},

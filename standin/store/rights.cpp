@@ -33,6 +33,15 @@ bool canManage(soci::session& sql, Role role, int64_t uid, int64_t id)
     return role == Role::administrator || (role == Role::delegate && number(sql, kDelegatedAbove, id, uid) > 0);
 }
 
+// The account's standing and its name.
+Role readAccount(soci::session& sql, int64_t uid, std::string& name)
+{
+    int64_t admin = 0;
+    Statement statement(sql);
+    statement.in(uid).out(admin).out(name).prepare("SELECT admin, name FROM account WHERE uid = :uid");
+    return !statement.first() ? Role::unknown : admin != 0 ? Role::administrator : Role::delegate;
+}
+
 std::string notYours(const char* szKind, int64_t id)
 {
     return std::string(szKind) + " " + std::to_string(id) + " is not yours to manage";
@@ -45,20 +54,21 @@ const std::string kSeenGroups = "WITH RECURSIVE seen (id) AS (SELECT node_id FRO
 
 Role roleOf(soci::session& sql, int64_t uid)
 {
-    int64_t admin = 0;
-    Statement statement(sql);
-    if (!statement.in(uid).out(admin).prepare("SELECT admin FROM account WHERE uid = :uid").first()) {
-        return Role::unknown;
-    }
-    return admin != 0 ? Role::administrator : Role::delegate;
+    std::string name;
+    return readAccount(sql, uid, name);
 }
 
 CallerRights::CallerRights(soci::session& sql) : m_sql(sql)
 {
     if (currentCaller()) {
         m_uid = *currentCaller();
-        m_role = roleOf(sql, m_uid);
+        m_role = readAccount(sql, m_uid, m_name);
     }
+}
+
+const std::string& CallerRights::callerName() const
+{
+    return m_name;
 }
 
 bool CallerRights::isFree() const

@@ -26,6 +26,9 @@ class CallerRights {
 public:
     explicit CallerRights(soci::session& sql);
 
+    // The caller's name; empty without a caller, and for one that is no account.
+    const std::string& callerName() const;
+
     // Whether everything is allowed: to an administrator, and without a caller.
     bool isFree() const;
 
@@ -47,6 +50,7 @@ private:
 
     soci::session& m_sql;
     int64_t m_uid = -1;
+    std::string m_name;
     Role m_role = Role::administrator;
 };
 

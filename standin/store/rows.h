@@ -6,6 +6,7 @@
 
 #include <array>
 #include <ctime>
+#include <deque>
 #include <map>
 #include <memory>
 #include <string>
@@ -24,8 +25,14 @@ public:
     void bindIn(Statement& statement) const
     {
         for (size_t i = 0; i < kFields.size(); ++i) {
-            kFields[i].isText() ? statement.in(m_cells[i].text) : statement.in(m_cells[i].number);
+            bindIn(statement, i);
         }
+    }
+
+    // That field alone.
+    void bindIn(Statement& statement, size_t field) const
+    {
+        kFields[field].isText() ? statement.in(m_cells[field].text) : statement.in(m_cells[field].number);
     }
 
     void bindOut(Statement& statement)
@@ -191,33 +198,76 @@ Chain<R> chainOf(const std::map<int64_t, R>& records)
     return chain.take();
 }
 
-// Stores new records through one prepared statement.
+// Text at the end of an INSERT that has a new record take the place of the one with its identifier.
+template <typename R>
+std::string orOverwrite()
+{
+    return std::string(" ON CONFLICT (\"") + Kind<R>::kFields[0].name + "\") DO UPDATE SET " +
+           columns<R>("\"@\" = excluded.\"@\"");
+}
+
+// Stores new records, many with one statement: each statement is a round trip to the database.
 template <typename R>
 class Inserter {
 public:
-    explicit Inserter(soci::session& sql) : m_statement(sql)
-    {
-        m_row.bindIn(m_statement);
-        m_statement.prepare(std::string("INSERT INTO ") + Kind<R>::kTable + " (" + columns<R>("\"@\"") + ") VALUES (" +
-                                columns<R>(":@") + ")",
-                            false);
-    }
+    // rest: text after the values.
+    explicit Inserter(soci::session& sql, std::string rest = "") : m_sql(sql), m_rest(std::move(rest)) {}
 
+    // Stores the record now or later, by flush() at the latest.
     void insert(const R& record)
     {
-        m_row.take(record);
-        m_statement.change();
+        if (m_count == m_rows.size()) {
+            m_rows.emplace_back();
+        }
+        m_rows[m_count].take(record);
+        if (++m_count == kMost) {
+            flush();
+        }
+    }
+
+    // Stores what is not stored yet. To be called after the last record: what is left then is lost.
+    void flush()
+    {
+        if (m_count == 0) {
+            return;
+        }
+        if (m_count != m_prepared) {
+            prepare();
+        }
+        m_pStatement->change();
+        m_count = 0;
     }
 
 private:
-    Row<R> m_row;
-    Statement m_statement;
+    static constexpr size_t kMost = 100;  // rows; with more, statements grow longer than round trips
+
+    void prepare()
+    {
+        m_pStatement = std::make_unique<Statement>(m_sql);
+        std::string values;
+        for (size_t i = 0; i < m_count; ++i) {
+            m_rows[i].bindIn(*m_pStatement);
+            values += (i == 0 ? "(" : ", (") + columns<R>(":@" + std::to_string(i)) + ")";
+        }
+        m_pStatement->prepare(
+            std::string("INSERT INTO ") + Kind<R>::kTable + " (" + columns<R>("\"@\"") + ") VALUES " + values + m_rest,
+            m_count < kMost);
+        m_prepared = m_count;
+    }
+
+    soci::session& m_sql;
+    const std::string m_rest;
+    std::deque<Row<R>> m_rows;  // those of a full statement at most; they stay where they are, as it is bound to them
+    size_t m_count = 0;         // of rows that are to be stored
+    std::unique_ptr<Statement> m_pStatement;
+    size_t m_prepared = 0;  // number of rows that it takes
 };
 
-// Writes the record over the stored one that has its identifier and revision, and gives it its new time and revision.
-// Throws Refusal EAGAIN when there is none.
+// Writes the record over the stored one, which has its identifier and revision, and gives it its new time and revision.
+// What is the same stays unwritten: a text can be long. Throws Refusal EAGAIN when the stored one is not there any
+// more.
 template <typename R>
-void replace(soci::session& sql, R& record)
+void replace(soci::session& sql, R& record, const R& stored)
 {
     const int64_t before = record.revision;
     record.mtime = std::time(nullptr);
@@ -225,9 +275,17 @@ void replace(soci::session& sql, R& record)
     Row<R> row;
     row.take(record);
     Statement statement(sql);
-    row.bindIn(statement);
-    statement.in(before).prepare(std::string("UPDATE ") + Kind<R>::kTable + " SET " + columns<R>("\"@\" = :@") +
-                                 " WHERE \"id\" = " + std::to_string(record.id) + " AND revision = :before");
+    std::string changes;
+    for (size_t i = 0; i < Kind<R>::kFields.size(); ++i) {
+        const Field<R>& field = Kind<R>::kFields[i];
+        if (!isSame(field, record, stored)) {
+            row.bindIn(statement, i);
+            changes += std::string(changes.empty() ? "\"" : ", \"") + field.name + "\" = :" + field.name;
+        }
+    }
+    statement.in(record.id).in(before);
+    statement.prepare(std::string("UPDATE ") + Kind<R>::kTable + " SET " + changes +
+                      " WHERE id = :key AND revision = :before");
     if (statement.change() != 1) {
         throw changedSinceRead();
     }

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "standin/store/errors.h"
 #include "standin/store/statement.h"
 #include "standin/store/transaction.h"
 
@@ -52,14 +53,17 @@ constexpr const char* kSchema[] = {
     "INSERT INTO meta VALUES ('last_ou', 0)",
 };
 
-// Texts sort by their bytes, as SQLite does by itself, whatever the locale of the database.
-std::string inDialect(std::string statement)
+// Texts sort by their bytes, as they do by themselves on SQLite and wherever no language is set.
+void executeAll(soci::session& sql, const auto& statements)
 {
+    const bool isByLanguage = number(sql, "SELECT CASE WHEN 'a' < 'B' THEN 1 ELSE 0 END") != 0;
     const std::string type = "TEXT ";
-    for (size_t at = 0; isPostgres() && (at = statement.find(type, at)) != std::string::npos; at += type.size()) {
-        statement.insert(at + type.size(), "COLLATE \"C\" ");
+    for (std::string statement : statements) {
+        for (size_t at = 0; isByLanguage && (at = statement.find(type, at)) != statement.npos; at += type.size()) {
+            statement.insert(at + type.size(), "COLLATE \"C\" ");
+        }
+        execute(sql, statement);
     }
-    return statement;
 }
 
 // Version 1 had one token in each account's row. SQLite cannot drop that column, so the rows move to a new table.
@@ -98,11 +102,9 @@ std::set<std::string> tableNames(soci::session& sql)
 
 // The version of the store in the open database, 0 for an empty one. Throws std::runtime_error when it holds something
 // else.
-int64_t versionOfDatabase()
+int64_t versionOfDatabase(soci::session& sql)
 {
     static const std::set<std::string> kOurs = {"account", "delegate", "gpo", "gpo_fetch", "kx", "meta", "ou"};
-    Transaction transaction(Access::read);
-    soci::session& sql = transaction.sql();
     const std::set<std::string> names = tableNames(sql);
     // One who was interrupted while making a store may have left the first of its tables.
     const bool isBegun = names == std::set<std::string>{"meta"} && number(sql, "SELECT COUNT(*) FROM meta") == 0;
@@ -117,7 +119,8 @@ int64_t versionOfDatabase()
     return version;
 }
 
-// This table comes first and by itself: every writing transaction locks it on PostgreSQL, the first one too.
+// This table comes first and by itself: every writing transaction on PostgreSQL looks there for the row to lock, the
+// first one too, which finds none.
 void createMeta()
 {
     constexpr char kMeta[] = "CREATE TABLE IF NOT EXISTS meta (name TEXT PRIMARY KEY, value BIGINT NOT NULL)";
@@ -129,43 +132,52 @@ void createMeta()
     }
 }
 
-// Makes or renews the tables, unless someone else did so in the meantime.
-void bringUpToDate()
+// Makes or renews the tables, unless someone else did so in the meantime. Of those who make them at once, all but one
+// wait at the first row, and then fail there.
+void bringUpToDate(soci::session& sql)
 {
-    createMeta();
-    Transaction transaction(Access::write);
-    soci::session& sql = transaction.sql();
-    const auto executeAll = [&sql](const auto& statements) {
-        for (const char* szStatement : statements) {
-            execute(sql, inDialect(szStatement));
-        }
-    };
     const int64_t version = readVersion(sql);
     if (version == 0) {
-        executeAll(kSchema);
         change(sql, "INSERT INTO meta VALUES ('version', :version)", kSchemaVersion);
+        executeAll(sql, kSchema);
     } else if (version == 1) {
-        executeAll(kFromVersion1);
+        executeAll(sql, kFromVersion1);
         change(sql, "UPDATE meta SET value = :version WHERE name = 'version'", kSchemaVersion);
     }
-    transaction.commit();
+}
+
+// The version of the store that is to be opened.
+int64_t usableVersion(OpenMode mode)
+{
+    const int64_t version = transacted(Access::read, versionOfDatabase);
+    if (version == 0 && mode != OpenMode::createIfMissing) {
+        throw NoStore("there is no store: the database is empty");
+    }
+    if (version < 0 || version > kSchemaVersion) {
+        throw std::runtime_error("the store has schema version " + std::to_string(version) + ", this program needs " +
+                                 std::to_string(kSchemaVersion));
+    }
+    return version;
 }
 
 }  // namespace
 
 void prepareSchema(OpenMode mode)
 {
-    const int64_t version = versionOfDatabase();
-    if (version == 0 && mode == OpenMode::existingOnly) {
-        throw std::runtime_error("there is no store: the database is empty");
-    }
-    if (version < 0 || version > kSchemaVersion) {
-        throw std::runtime_error("the store has schema version " + std::to_string(version) + ", this program needs " +
-                                 std::to_string(kSchemaVersion));
-    }
+    int64_t version = usableVersion(mode);
     settleDatabase();
-    if (version < kSchemaVersion) {
-        bringUpToDate();
+    while (version < kSchemaVersion) {
+        try {
+            createMeta();
+            transacted(Access::write, bringUpToDate);
+            return;
+        } catch (const soci::soci_error&) {
+            const int64_t before = version;
+            version = usableVersion(mode);
+            if (version == before) {  // it is not that someone else was quicker
+                throw;
+            }
+        }
     }
 }
 

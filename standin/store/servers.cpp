@@ -18,7 +18,7 @@ int VELQZEMKxSet(_tag_velq_zem_kx_* pKx)
         Server stored;
         load(sql, server.id, stored);
         checkReplacement(sql, rights, server, stored);
-        replace(sql, server);
-        return changeLine(sql, Kind<Server>::kName, server.id, changedMembers(stored, server));
+        replace(sql, server, stored);
+        return changeLine(rights, Kind<Server>::kName, server.id, changedMembers(stored, server));
     });
 }

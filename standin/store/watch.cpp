@@ -42,12 +42,6 @@ Watch::~Watch()
     m_thread.join();
 }
 
-bool Watch::isAnswering() const
-{
-    const std::lock_guard lock(m_mutex);
-    return m_isAnswering;
-}
-
 void Watch::askNow()
 {
     std::unique_lock lock(m_mutex);
@@ -90,13 +84,11 @@ void Watch::ask()
 void Watch::note(const std::string& failure)
 {
     const bool isAnswering = failure.empty();
-    std::unique_lock lock(m_mutex);
-    if (std::exchange(m_isAnswering, isAnswering) == isAnswering) {
+    if (m_isAnswering.exchange(isAnswering) == isAnswering) {
         return;
     }
     const auto lost = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - m_lostSince);
     m_lostSince = Clock::now();
-    lock.unlock();
     tell(isAnswering ? "the store answers again after " + std::to_string(lost.count()) + " s"
                      : "the store does not answer: " + failure);
 }

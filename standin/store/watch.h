@@ -1,6 +1,8 @@
 // Whether the database answers, known at any time without asking it.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -25,7 +27,10 @@ public:
     ~Watch();
 
     // Whether the last question was answered; true before the first.
-    bool isAnswering() const;
+    bool isAnswering() const
+    {
+        return m_isAnswering;
+    }
 
     // Has the question asked at once, unless it just is, and waits for what comes of it.
     void askNow();
@@ -39,13 +44,13 @@ private:
 
     const std::function<void()> m_question;
     const std::function<void(bool)> m_afterwards;
-    mutable std::mutex m_mutex;  // guards all below but the thread
+    std::atomic<bool> m_isAnswering{true};
+    Clock::time_point m_lostSince;  // the outage, if there is one; the thread's
+    std::mutex m_mutex;             // guards the next four
     std::condition_variable m_changed;
-    bool m_isAnswering = true;
     bool m_isWanted = false;  // at once
     bool m_isStopping = false;
-    uint64_t m_asked = 0;           // questions that came to an end
-    Clock::time_point m_lostSince;  // the outage, if there is one
+    uint64_t m_asked = 0;  // questions that came to an end
     std::thread m_thread;
 };
 

@@ -25,7 +25,7 @@ export class FleetServer {
     }
 
     fill(file = path.join(ROOT, "fleets/sample.json")) {
-        this.run("load", file);
+        this.run("apply", file);
     }
 
     // A token of the account, the same each time.

@@ -1,0 +1,223 @@
+#!/usr/bin/env python3
+"""What takes how long on PostgreSQL beside SQLite: large fleets on both, each row measured on them in turns in one run.
+
+usage: bench/databases.py BUILD_DIR [--postgresql URL] [--rounds 3] [--only TEXT]
+
+The PostgreSQL database, ZEM_TEST_POSTGRESQL without the option, is emptied. Prints medians in milliseconds.
+"""
+import argparse
+import contextlib
+import http.client
+import json
+import os
+import pathlib
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools"))
+sys.dont_write_bytecode = True  # no cache beside the sources
+from zemhost import Server, Store, send  # noqa: E402
+
+ADMIN = {"uid": 1, "name": "admin", "admin": True}
+CHAINS, LENGTH, POLICIES = 500, 126, 100_000
+DELEGATE_OF_ONE = {"delegate": [{"ugid": 2, "user_type": 2}]}
+
+
+class Database(Store):
+    """A store at an address, and the server on it."""
+
+    def __init__(self, build, folder, url):
+        folder.mkdir()
+        super().__init__(build, folder)
+        self.url, self.server = url, None
+        self.file = self.folder / "fleet.json"
+
+    def run(self, *arguments, **options):
+        return super().run(*arguments, env={**os.environ, "ZEM_STORE": self.url}, **options)
+
+    def empty(self):
+        if self.url.startswith("sqlite:"):
+            for suffix in ["", "-wal", "-shm"]:
+                pathlib.Path(self.url.split(":", 1)[1] + suffix).unlink(missing_ok=True)
+        else:
+            subprocess.run(["psql", "-q", self.url, "-c", "SET client_min_messages = error",
+                            "-c", "DROP SCHEMA public CASCADE", "-c", "CREATE SCHEMA public"],
+                           check=True, stdout=subprocess.DEVNULL)
+
+    def load(self):
+        self.empty()
+        self.run("load", self.file)
+
+    def serve(self):
+        self.server = Server(self)
+        self.tokens = {account: self.token(account) for account in ["admin", "ann"]}
+
+    def call(self, account, method, params):
+        """Does not parse the answer: for a large one that takes longer than making it."""
+        path = f"/webapi/VELQ.ZEM.{method.replace(' ', '/1/')}"
+        with contextlib.closing(http.client.HTTPConnection("127.0.0.1", self.server.port, timeout=600)) as connection:
+            send(connection, path, self.tokens[account], json.dumps(params))
+            answer = connection.getresponse().read()
+        if not answer.startswith(b'{"success":true'):
+            raise RuntimeError(f"{method}: {answer[:200]}")
+
+    def stop(self):
+        if self.server is not None:
+            self.server.stop()
+            self.server = None
+
+
+# --- The fleets
+
+def fleet_of(groups, policies=0, **more):
+    return {"accounts": [ADMIN, {"uid": 2, "name": "ann", "admin": False}], "groups": groups,
+            "policies": [{"id": i, "parent_id": 0, "name": f"policy {i}", "desc": "what it does",
+                          "setting": {"version": 1}} for i in range(1, policies + 1)], **more}
+
+
+def chains():
+    """ann has the first chain."""
+    groups = [{"id": i, "parent_id": i - 1 if i % LENGTH != 1 else 0, "name": f"group {i}"}
+              for i in range(1, CHAINS * LENGTH + 1)]
+    groups[0].update(DELEGATE_OF_ONE)
+    return fleet_of(groups, POLICIES)
+
+
+def families():
+    """Three parents with 100,000 groups each."""
+    return fleet_of([{"id": i, "parent_id": 0 if i <= 3 else i % 3 + 1, "name": f"group {i}"}
+                     for i in range(1, 300_004)])
+
+
+def delegations():
+    """100 delegates for each of 1,000 groups."""
+    accounts = [ADMIN] + [{"uid": i, "name": f"account {i}", "admin": False} for i in range(2, 102)]
+    delegates = [{"ugid": i, "user_type": 2} for i in range(2, 102)]
+    return {**fleet_of([{"id": i, "parent_id": 0, "name": f"group {i}", "delegate": delegates}
+                        for i in range(1, 1001)]), "accounts": accounts}
+
+
+def nodes(count):
+    """As many servers as groups, twenty groups below each; five links and a delegate for each group."""
+    groups = [{"id": i, "parent_id": i // 21, "name": f"group {i}", **DELEGATE_OF_ONE,
+               "linked_gpo": {"order": [{"id": (i * 7 + link) % 1000 + 1} for link in range(5)]}}
+              for i in range(1, count // 2 + 1)]
+    servers = [{"id": group["id"], "parent_id": group["id"], "name": f"server {group['id']}", "address": "192.0.2.1"}
+               for group in groups]
+    return fleet_of(groups, 1000, servers=servers)
+
+
+# --- The rows. Where it matters, each round works on a chain or family of its own.
+
+def group_of(round_number, level):
+    return (2 * round_number + 1) * LENGTH + level
+
+
+def move(database, round_number):
+    target = group_of(round_number, 63) + LENGTH
+    database.call("admin", "KXGroup set", {"node_id": group_of(round_number, 64), "parent_id": target})
+
+
+def links(database, round_number):
+    order = [{"id": i} for i in range(1, POLICIES + 1)]
+    database.call("admin", "KXGroup set", {"node_id": group_of(round_number, 1), "linked_gpo": {"order": order}})
+
+
+def describe(database, round_number):
+    database.call("admin", "KXGroup set", {"node_id": group_of(0, 1), "desc": f"changed {round_number}"})
+
+
+def unlink(database, round_number):
+    database.run("link", "remove", "group", str(group_of(0, 1)), str(POLICIES // 2 + round_number))
+
+
+def creates(database, round_number):
+    records = [{"parent_id": group_of(round_number, 2), "name": f"new {i}"} for i in range(5000)]
+    database.call("admin", "KXGroup create", {"multiple_data": records})
+
+
+def delete(database, round_number):
+    database.call("admin", "KXGroup delete", {"node_id": round_number % 3 + 1})
+
+
+def tree(account):
+    return lambda database, _: database.call(account, "Tree get", {})
+
+
+# What is loaded, what the loading is called, and what is done then.
+STAGES = [
+    (chains, "load 63,000 groups in chains of 126, 100,000 policies", {
+        "move 63 levels below another's 63rd": move,
+        "tree of a delegated account that sees one chain": tree("ann"),
+        "set 100,000 links on one group": links,
+        "change the description of that group": describe,
+        "remove one link of it from the command line": unlink,
+        "one request of 5,000 creates": creates}),
+    (families, "load 300,000 groups", {"delete a parent with 100,000 groups": delete}),
+    (delegations, "load 100,000 delegations", {}),
+    *[(lambda count=count: nodes(count), f"load {count:,} nodes", {f"tree of {count:,} nodes": tree("admin")})
+      for count in (1000, 10_000, 100_000)],
+]
+
+
+def measure(name, databases, rounds, work):
+    """Does the work in turns, more often where it is quick, and prints the medians."""
+    times = [[] for _ in databases]
+    round_number = 0
+    while round_number < rounds or (times[-1][0] < 100 and round_number < 10 * rounds):
+        for database, taken in zip(databases, times):
+            start = time.monotonic()
+            work(database, round_number)
+            taken.append((time.monotonic() - start) * 1000)
+        round_number += 1
+    medians = [statistics.median(taken) for taken in times]
+    print(f"| {name} | {medians[0]:.1f} | {medians[1]:.1f} | {medians[1] / medians[0]:.1f} |", flush=True)
+
+
+def run_stage(databases, options, make_fleet, load_name, rows):
+    """Loads the fleet as often as that is measured, once for the rows alone."""
+    wanted = {name: work for name, work in rows.items() if options.only in name}
+    is_load_wanted = options.only in load_name
+    if not wanted and not is_load_wanted:
+        return
+    text = json.dumps(make_fleet())
+    for database in databases:
+        database.file.write_text(text, encoding="utf-8")
+    if is_load_wanted:
+        measure(load_name, databases, options.rounds, lambda database, _: database.load())
+    for database in databases if wanted else []:
+        if not is_load_wanted:
+            database.load()
+        database.serve()
+    for name, work in wanted.items():
+        measure(name, databases, options.rounds, work)
+    for database in databases:
+        database.stop()
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("build")
+    parser.add_argument("--postgresql", default=os.environ.get("ZEM_TEST_POSTGRESQL"), metavar="URL")
+    parser.add_argument("--rounds", type=int, default=3, help="of what takes long; three at most delete something")
+    parser.add_argument("--only", default="", metavar="TEXT", help="rows with this in their name")
+    options = parser.parse_args()
+    if not options.postgresql:
+        parser.error("name a PostgreSQL database that may be emptied")
+    print("| milliseconds | SQLite | PostgreSQL | ratio |\n|---|---|---|---|")
+    with tempfile.TemporaryDirectory() as folder:
+        databases = [Database(options.build, pathlib.Path(folder) / name, url) for name, url in
+                     [("sqlite", f"sqlite:{folder}/fleet.db"), ("postgresql", options.postgresql)]]
+        try:
+            for stage in STAGES:
+                run_stage(databases, options, *stage)
+        finally:
+            for database in databases:
+                database.stop()
+
+
+if __name__ == "__main__":
+    sys.exit(main())
