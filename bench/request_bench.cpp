@@ -98,7 +98,7 @@ public:
     {
         std::filesystem::create_directories(m_folder);
         VELQZEMStoreOpen(url());
-        standin::loadFleet(makeFleet(groups), {});
+        standin::applyFleet(makeFleet(groups), {});
         reshape(m_folder / "fleet.db", shape.make(groups));
     }
     ~Database()

@@ -1,21 +1,44 @@
-// Bytes as a fleet file: refused with a text and nothing stored, or loaded.
+// Bytes as a fleet file: refused with a text and nothing stored; or applied, and then what comes out is the same fleet.
 #include "tests/temp_store.h"
+
+namespace {
+
+std::string exported()
+{
+    std::string text;
+    standin::exportFleet([&text](const std::string& line) { text += line; });
+    return text;
+}
+
+void require(bool condition)
+{
+    condition ? void() : abort();
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
 {
-    static auto pStore = std::make_unique<test::TempStore>();  // empty
+    static const test::TempStore kStore;
     Json::Value jFleet;
     if (!test::parse(reinterpret_cast<const char*>(pData), size, jFleet)) {
         return 0;
     }
+    const std::string before = exported();
+    standin::PlanCount planned;
     try {
-        standin::loadFleet(jFleet, {});
-        pStore = nullptr;
-        pStore = std::make_unique<test::TempStore>();
+        planned = standin::applyFleet(jFleet, {.dryRun = true, .prune = true});
     } catch (const std::runtime_error& error) {
-        if (*error.what() == '\0') {
-            abort();  // a refusal says what is wrong
-        }
+        require(*error.what() != '\0');  // a refusal says what is wrong
+        return 0;
+    }
+    require(exported() == before);
+    standin::applyFleet(jFleet, {.dryRun = false, .prune = true});
+    std::string error;
+    require(standin::readUntrustedJson(exported(), 2000, jFleet, error));
+    for (const bool prune : {false, true}) {
+        const standin::PlanCount count = standin::applyFleet(jFleet, {.dryRun = false, .prune = prune});
+        require(count.created + count.changed + count.deleted == 0);
     }
     return 0;
 }

@@ -1,10 +1,12 @@
-// Bytes as a request of every handler and export, over a store whose records are any JSON and whose calls may fail.
-// Input: the call, the number of the first failing platform call, its errno, then a JSON object with the request
+// Bytes as a request of every handler and export, the neighbour's handler among them, over a store whose records are
+// any JSON and whose calls may fail. Input: the call, the number of the first failing platform call, its errno, then a
+// JSON object with the request
 // ("params"), the stored nodes, the delegates' extra information and what a conversion does to a record ("spoil").
 #include <cerrno>
 
 #include <gtest/gtest.h>
 
+#include "gpo/policy_link.h"
 #include "include/webapi_zem_lib.h"
 #include "tests/fake_platform.h"
 
@@ -34,8 +36,8 @@ void fillStore(const Json::Value& jInput)
 void callModule(unsigned which, const Json::Value& jParams)
 {
     static const test::Handler handlers[] = {create_v1, set_v1, delete_v1, list_tree_by_uid_v1, list_one_level_v1};
-    if (which < 5) {
-        fake::call(handlers[which], jParams.isObject() ? jParams : Json::Value());
+    if (which < 5 || which == 10) {
+        fake::call(which == 10 ? link_v1 : handlers[which], jParams.isObject() ? jParams : Json::Value());
         return;
     }
     Json::Value jData = jParams;
@@ -62,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
     fake::platform.failLast = pData[1] ? SIZE_MAX : 0;
     fake::platform.failErrno = pData[2] % 3 == 0 ? 0 : pData[2] % 3 == 1 ? ENOENT : EACCES;
     errno = pData[2] & 64 ? EACCES : 0;
-    callModule(pData[0] % 10, jInput["params"]);
+    callModule(pData[0] % 11, jInput["params"]);
     fake::reset();  // everything has been released
     return 0;
 }

@@ -1,16 +1,11 @@
 // A command loads modules, finds the account, calls what the modules offer and prints what comes of it.
 #include "host/commands.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -18,6 +13,7 @@
 #include "host/dispatch.h"
 #include "host/log.h"
 #include "host/module_loader.h"
+#include "host/program_files.h"
 #include "host/text.h"
 #include "host/tokens.h"
 #include "host/tree_view.h"
@@ -27,16 +23,11 @@ namespace host {
 
 namespace {
 
-constexpr int kMaxNesting = 1000;  // of the values of a fleet file
-
 ModuleSet loadModules(const ModulePaths& paths)
 {
     ModuleSet modules;
-    for (const std::string& path : paths) {
+    for (const std::string& path : paths.empty() ? defaultModules() : paths) {
         modules.load(path);
-    }
-    if (paths.empty()) {
-        modules.load(std::filesystem::read_symlink("/proc/self/exe").parent_path() / "webapi_zem_ou.so");
     }
     return modules;
 }
@@ -105,53 +96,30 @@ void drawTokens(const std::vector<standin::Token>& tokens, int64_t now, std::ost
     drawTable(rows, out);
 }
 
-Json::Value parseFleet(const std::string& path)
+Page loadPage(const PageChoice& choice)
 {
-    errno = 0;
-    std::ifstream file(path);
-    if (std::ifstream::traits_type::eof() == file.peek()) {
-        throw std::runtime_error("cannot read " + path + ": " + (0 == errno ? "it is empty" : strerror(errno)));
+    Page page;
+    const std::filesystem::path folder = programFile("share/zemhost", "console");
+    if (!choice.folder.empty()) {
+        page.load(choice.folder);
+    } else if (std::filesystem::exists(folder / "index.html")) {
+        page.load(folder);
+    } else {
+        std::cerr << "zemhost: the console's page is not served: it is not in " << printable(folder.string()) << '\n';
     }
-    const std::string text(std::istreambuf_iterator<char>(file), {});
-    Json::Value jFleet;
-    std::string error;
-    if (!standin::readUntrustedJson(text, kMaxNesting, jFleet, error)) {
-        throw std::runtime_error(path + " is not JSON: " + error);
-    }
-    return jFleet;
+    return page;
 }
 
 }  // namespace
 
-int serveModules(const ModulePaths& modules, const ServeOptions& options)
+int serveModules(const ModulePaths& modules, const PageChoice& choice, const ServeOptions& options)
 {
     if (!standin::hasAccounts()) {
         std::cerr << "zemhost: the store holds no accounts yet, so nobody can call anything; to fill it:\n"
-                     "  zemhost load FILE    a fleet file, with the same --store\n"
+                     "  zemhost apply FILE   a fleet file, with the same --store\n"
                      "  zemhost token NAME   likewise, for one of its accounts\n";
     }
-    serve(loadModules(modules), options);
-    return 0;
-}
-
-int loadFleetFile(const std::string& path)
-{
-    const Json::Value jFleet = parseFleet(path);
-    const bool isTerminal = isatty(STDERR_FILENO);
-    try {
-        standin::loadFleet(jFleet, [isTerminal](size_t done, size_t total) {
-            if (isTerminal) {
-                std::cerr << '\r' << done << " of " << total << " records" << (done == total ? "\n" : "");
-            }
-        });
-    } catch (const std::runtime_error& e) {
-        throw std::runtime_error(path + ": " + e.what());
-    }
-    const char* szBefore = "loaded ";
-    for (const char* szPart : {"accounts", "groups", "policies", "servers"}) {
-        std::cout << std::exchange(szBefore, ", ") << jFleet[szPart].size() << ' ' << szPart;
-    }
-    std::cout << '\n';
+    serve(loadModules(modules), choice.isServed ? loadPage(choice) : Page(), options);
     return 0;
 }
 

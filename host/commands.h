@@ -13,17 +13,31 @@
 #include <json/value.h>
 
 #include "host/http_server.h"
+#include "standin/store/store.h"
 
 namespace host {
 
-// Files of the modules that a command loads; none: webapi_zem_ou.so beside the program.
+// Files of the modules that a command loads; none: those that came with the program.
 using ModulePaths = std::vector<std::string>;
 
-// Until SIGTERM or SIGINT. Says on standard error how to fill a store that nobody can use yet.
-int serveModules(const ModulePaths& modules, const ServeOptions& options);
+// The console's page.
+struct PageChoice {
+    bool isServed = true;
+    std::string folder;  // empty: the one that came with the program, if it did
+};
 
-// Into a store that holds no fleet yet, all or nothing. path: the fleet file's.
-int loadFleetFile(const std::string& path);
+// Until SIGTERM or SIGINT. Says on standard error how to fill a store that nobody can use yet.
+int serveModules(const ModulePaths& modules, const PageChoice& page, const ServeOptions& options);
+
+// Brings the store to what a fleet file says, all or nothing, and prints the plan with a count. path: the file's.
+int applyFleetFile(const std::string& path, const standin::ApplyOptions& options);
+
+// Brings the groups and servers of an Ansible inventory into the store, likewise; what was chosen or left out goes to
+// standard error. path: that of the output of ansible-inventory --list; "-" is standard input, here and above.
+int importAnsibleInventory(const std::string& path, bool isDryRun);
+
+// The whole store as a fleet file.
+int exportFleet();
 
 struct NewToken {
     std::string account;  // its name, here and below

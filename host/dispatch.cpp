@@ -31,7 +31,6 @@ constexpr Meaning kMeanings[] = {
     {400, "the body is not a JSON object, or the request is malformed otherwise"},
     {401, "there is no token, or it is unknown, revoked or expired"},
     {404, "there is no such method"},
-    {405, "methods are called with POST"},
     {413, "the body is larger than 4 MiB"},
     {414, "the account may not manage this group"},
     {500, "the server failed; its log says how"},
@@ -106,9 +105,9 @@ Answer answerRequest(Handler handler, const standin::Account& account, Json::Val
     }
 }
 
-Answer refusal(int status)
+Answer refusal(int status, const std::string& message)
 {
-    return {status, status, {errorEnvelope(status, meaningOf(status))}};
+    return {status, status, {errorEnvelope(status, message.empty() ? meaningOf(status) : message)}};
 }
 
 std::vector<std::string> envelope(VELQ::APIResponse& resp)

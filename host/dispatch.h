@@ -34,8 +34,9 @@ bool callHandler(Handler handler, const standin::Account& account, Json::Value j
 // Calls the handler and renders the outcome; an exception on the way is answered with the HTTP status 500.
 Answer answerRequest(Handler handler, const standin::Account& account, Json::Value jParams);
 
-// The answer to a request that reaches no handler. status: the HTTP status, which is its code as well.
-Answer refusal(int status);
+// The answer to a request that reaches no handler. status: the HTTP status, which is its code as well. message: for
+// people; empty for what the code means.
+Answer refusal(int status, const std::string& message = "");
 
 // The envelope of an outcome, in pieces; the outcome's data goes into it. An error carries a text for people: the
 // store's, when the thread's last call of it was refused, so make the envelope on the thread that called the handler

@@ -1,7 +1,7 @@
 // How long and how large a request may be, and what becomes of it.
 #include "host/exchange.h"
 
-#include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -15,6 +15,13 @@ namespace {
 
 constexpr std::chrono::seconds kMaxArrival{30};
 constexpr uint64_t kMaxDiscarded = 256 << 20;  // bytes
+constexpr char kStoreAway[] = "the store does not answer; try again";
+
+Answer healthAnswer()
+{
+    return standin::isStoreAnswering() ? Answer{200, 0, {R"({"success":true,"data":null})"}}
+                                       : refusal(MHD_HTTP_SERVICE_UNAVAILABLE, kStoreAway);
+}
 
 }  // namespace
 
@@ -27,7 +34,7 @@ Exchange::Exchange(ServerState& server, MHD_Connection* pConnection)
 Exchange::~Exchange()
 {
     if (!m_isAnswered) {
-        logRequest(m_head, m_start, "cut");
+        log("cut");
     }
     --m_server.exchanges;
 }
@@ -35,13 +42,18 @@ Exchange::~Exchange()
 MHD_Result Exchange::begin(const char* szPath, const char* szMethod)
 {
     try {
-        m_refused = judgeHead(m_pConnection, szPath, szMethod, m_server.modules, m_head);
+        m_refused = judgeHead(m_pConnection, szPath, szMethod, m_server.modules, m_server.page, m_head);
     } catch (const std::exception& e) {
         logTrouble("a request could not be checked", e.what());
         m_refused = MHD_HTTP_INTERNAL_SERVER_ERROR;
     }
     if (m_refused != 0) {
-        return sendsBodyUnasked(m_pConnection) ? MHD_YES : respond(refusal(m_refused));
+        return sendsBodyUnasked(m_pConnection) ? MHD_YES : respond(refused());
+    }
+    if (m_head.resource != Resource::method) {
+        m_answer = m_head.resource == Resource::health ? healthAnswer() : Answer{};
+        m_isHandled = true;
+        return MHD_YES;
     }
     const AccountKey account = m_server.knownTokens.find(m_head.tokenHash);
     if (account != kStrangers) {
@@ -53,7 +65,7 @@ MHD_Result Exchange::begin(const char* szPath, const char* szMethod)
 MHD_Result Exchange::receive(const char* pData, size_t size)
 {
     m_arrived += size;
-    if (m_refused == 0) {
+    if (m_refused == 0 && !m_isHandled) {
         m_refused = m_body.append(pData, size);
     }
     if (m_refused != 0) {
@@ -65,8 +77,11 @@ MHD_Result Exchange::receive(const char* pData, size_t size)
 
 MHD_Result Exchange::finish()
 {
+    if (m_refused == 0 && m_head.resource == Resource::file) {
+        return respondWithFile();
+    }
     if (m_refused != 0 || m_isHandled) {
-        return respond(m_refused != 0 ? refusal(m_refused) : std::move(m_answer));
+        return respond(m_refused != 0 ? refused() : std::move(m_answer));
     }
     MHD_suspend_connection(m_pConnection);  // first: a worker may be done with it before wait returns
     if (!wait()) {
@@ -91,9 +106,26 @@ bool Exchange::wait() noexcept
     return waits;
 }
 
+std::optional<standin::Account> Exchange::findAccount()
+{
+    try {
+        return standin::findAccountByToken(m_head.tokenHash);
+    } catch (const std::runtime_error& e) {
+        m_refused = MHD_HTTP_SERVICE_UNAVAILABLE;
+        m_isStoreAway = true;
+        if (standin::isStoreAnswering() && m_server.storeTrouble.isDue()) {  // else the store has told of its outage
+            logTrouble("the owner of a token could not be looked up", e.what());
+        }
+        return std::nullopt;
+    }
+}
+
 bool Exchange::serve() noexcept
 try {
-    const auto account = standin::findAccountByToken(m_head.tokenHash);
+    const auto account = findAccount();
+    if (m_isStoreAway) {
+        return false;
+    }
     m_server.knownTokens.update(m_head.tokenHash, account ? std::optional(account->uid) : std::nullopt);
     if (!account) {
         m_refused = MHD_HTTP_UNAUTHORIZED;
@@ -133,13 +165,42 @@ void Exchange::recognise(AccountKey account)
     m_server.waiting.remove(m_socket);
 }
 
+Answer Exchange::refused() const
+{
+    if (m_refused == MHD_HTTP_METHOD_NOT_ALLOWED) {
+        return refusal(m_refused, std::string("takes only ") + allowedMethods(m_head.resource));
+    }
+    return refusal(m_refused, m_isStoreAway ? kStoreAway : "");
+}
+
 MHD_Result Exchange::respond(Answer answer)
 {
     const int code = answer.code;
-    const MHD_Result queued = queueAnswer(m_pConnection, std::move(answer), m_head.isLast || m_server.isStopping);
+    const bool isLast = m_head.isLast || m_server.isStopping;
+    const MHD_Result queued = queueAnswer(m_pConnection, std::move(answer), allowedMethods(m_head.resource), isLast);
+    return noteAnswer(queued, code);
+}
+
+MHD_Result Exchange::respondWithFile()
+{
+    int status = 0;
+    const MHD_Result queued = queueFile(m_pConnection, *m_head.pFile, m_server.isStopping, status);
+    return noteAnswer(queued, status);
+}
+
+MHD_Result Exchange::noteAnswer(MHD_Result queued, int code)
+{
     m_isAnswered = true;
-    logRequest(m_head, m_start, std::to_string(code));
+    log(std::to_string(code));
     return queued;
+}
+
+void Exchange::log(const std::string& code) const noexcept
+{
+    const bool isRoutine = m_head.resource == Resource::health && m_refused == 0;
+    if (!isRoutine) {
+        logRequest(m_head, m_start, code);
+    }
 }
 
 int socketOf(MHD_Connection* pConnection)

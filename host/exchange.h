@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include <microhttpd.h>
 
@@ -14,7 +15,9 @@
 #include "host/fair_queue.h"
 #include "host/handler_pool.h"
 #include "host/known_tokens.h"
+#include "host/log.h"
 #include "host/module_loader.h"
+#include "host/page.h"
 #include "host/request_body.h"
 #include "host/request_head.h"
 #include "host/waiting_sockets.h"
@@ -24,9 +27,11 @@ namespace host {
 // What the exchanges of a server share. Any thread may use it.
 struct ServerState {
     const ModuleSet& modules;
+    const Page& page;
     WaitingSockets waiting;
     KnownTokens knownTokens{};
     BodyMemory bodyMemory{};
+    LineLimit storeTrouble{};
     std::atomic<int> exchanges{0};        // how many there are
     std::atomic<bool> isStopping{false};  // answers are the last on their connections
     HandlerPool handlers;
@@ -60,9 +65,17 @@ private:
     bool wait() noexcept;
     bool serve() noexcept;  // on a worker
 
-    int runHandler();                    // fills m_answer, or returns the HTTP status of the refusal
-    void recognise(AccountKey account);  // the request counts for the account from now on
-    MHD_Result respond(Answer answer);   // on the connection's thread
+    std::optional<standin::Account> findAccount();  // the token's; m_isStoreAway when the store does not say
+    int runHandler();                               // fills m_answer, or returns the HTTP status of the refusal
+    void recognise(AccountKey account);             // the request counts for the account from now on
+    Answer refused() const;
+
+    // These three on the connection's thread.
+    MHD_Result respond(Answer answer);
+    MHD_Result respondWithFile();
+    MHD_Result noteAnswer(MHD_Result queued, int code);  // code: for the log
+
+    void log(const std::string& code) const noexcept;  // a proxy asks for the health every second: no line for that
 
     ServerState& m_server;
     MHD_Connection* const m_pConnection;
@@ -71,9 +84,10 @@ private:
     RequestHead m_head;
     RequestBody m_body;
     AccountKey m_account = kStrangers;  // whom the request counts for
-    Answer m_answer;                    // the handler's, once it is handled
+    Answer m_answer;                    // once it is handled: the handler's, or the server's own
     bool m_isHandled = false;
-    int m_refused = 0;       // HTTP status of the refusal, 0 for none
+    int m_refused = 0;  // HTTP status of the refusal, 0 for none
+    bool m_isStoreAway = false;
     uint64_t m_arrived = 0;  // bytes of the body, thrown away ones too
     bool m_isAnswered = false;
 };

@@ -22,6 +22,7 @@
 #include "host/exchange.h"
 #include "host/listen_socket.h"
 #include "host/log.h"
+#include "host/text.h"
 #include "platform/velq_core.h"
 #include "standin/store/store.h"
 
@@ -34,7 +35,6 @@ using Clock = std::chrono::steady_clock;
 constexpr rlim_t kMaxConnections = 8192;
 constexpr rlim_t kOtherDescriptors = 256;  // files, database connections, what the threads wait on
 constexpr size_t kHeaderMemory = 32 << 10;
-constexpr size_t kHandlerThreads = 8;  // as many as the store has connections
 constexpr size_t kWaitingRequests = 1024;
 constexpr std::chrono::seconds kMaxDrain{30};
 
@@ -142,7 +142,7 @@ void stopDaemon(ServerState& server, MHD_Daemon* pDaemon)
 
 }  // namespace
 
-void serve(const ModuleSet& modules, const ServeOptions& options)
+void serve(const ModuleSet& modules, const Page& page, const ServeOptions& options)
 {
     signal(SIGPIPE, SIG_IGN);
     sigset_t stopSignals;
@@ -159,9 +159,11 @@ void serve(const ModuleSet& modules, const ServeOptions& options)
         setvbuf(stdout, nullptr, _IOLBF, 0);  // a line is seen when it is written
     }
     standin::setChangeSink([](const std::string& line) { writeLog("change: " + line); });
+    standin::setOutageSink([](const std::string& line) { writeLog("zemhost: " + printable(line)); });
     ServerState server{.modules = modules,
+                       .page = page,
                        .waiting = WaitingSockets(connections / 2),
-                       .handlers = HandlerPool(kHandlerThreads, kWaitingRequests)};
+                       .handlers = HandlerPool(options.connections, kWaitingRequests)};
     MHD_Daemon* pDaemon = startDaemon(server, listenFd, connections, options.idleTimeout);
     const std::string ip = options.address.substr(0, options.address.rfind(':'));
     std::cout << "listening on http://" << ip << ':' << portOf(pDaemon) << std::endl;
@@ -169,6 +171,7 @@ void serve(const ModuleSet& modules, const ServeOptions& options)
     sigwait(&stopSignals, &received);
     stopDaemon(server, pDaemon);
     standin::setChangeSink(nullptr);
+    standin::setOutageSink(nullptr);
 }
 
 }  // namespace host

@@ -23,6 +23,7 @@ namespace {
 
 constexpr size_t kMaxWaiting = 256 << 10;  // bytes
 constexpr std::chrono::seconds kMaxFlush{2};
+constexpr std::chrono::seconds kLineEvery{10};
 
 // Writes as much as the reader takes before standard error breaks.
 void writeAll(std::string_view text)
@@ -140,6 +141,14 @@ try {
     writeLog(std::string("zemhost: ") + szWhat + ": " + printable(szWhy));
 } catch (const std::exception&) {
     return;  // no memory for the line
+}
+
+bool LineLimit::isDue()
+{
+    using namespace std::chrono;
+    const int64_t now = duration_cast<seconds>(steady_clock::now().time_since_epoch()).count();
+    int64_t next = m_next;
+    return now >= next && m_next.compare_exchange_strong(next, now + kLineEvery.count());
 }
 
 void flushLog() noexcept

@@ -1,6 +1,7 @@
 // The program's log on standard error: one line each, with the time in UTC first. Any thread may call these functions.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -25,6 +26,16 @@ void writeLog(const std::string& text) noexcept;
 
 // Writes a line for the operator. szWhat: what failed; szWhy: an exception's text, any bytes.
 void logTrouble(const char* szWhat, const char* szWhy) noexcept;
+
+// Lets one line through in ten seconds, for trouble that every request may meet.
+class LineLimit {
+public:
+    // Whether the line is to be written.
+    bool isDue();
+
+private:
+    std::atomic<int64_t> m_next{0};  // seconds on the steady clock
+};
 
 // Has LogThread's waiting lines written, for two seconds at most: for who ends the process without destroying it.
 void flushLog() noexcept;

@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr const char* kVersion = "zemhost 1.0.0";
+constexpr const char* kVersion = "zemhost " ZEM_VERSION;
 constexpr int kFailed = 1;   // exit status
 constexpr int kMisused = 2;  // exit status
 
@@ -34,6 +34,7 @@ struct CommandLine {
     std::string store;  // empty: not given
     host::ModulePaths modules;
     standin::OpenMode mode = standin::OpenMode::existingOnly;
+    size_t connections = 1;  // a command has one thread
     std::function<int()> run;
 };
 
@@ -55,8 +56,7 @@ void makeStore(CommandLine& line, CLI::App* pCommand)
 
 void addModules(CommandLine& line, CLI::App* pCommand)
 {
-    pCommand
-        ->add_option("--module", line.modules, "Module to load, repeatable; default: webapi_zem_ou.so beside zemhost")
+    pCommand->add_option("--module", line.modules, "Module to load, repeatable; default: those that came with zemhost")
         ->allow_extra_args(false);
 }
 
@@ -68,26 +68,65 @@ CLI::Option* addAccount(CLI::App* pCommand, const char* szOption, std::string& a
 void addServe(CommandLine& line)
 {
     const auto pOptions = std::make_shared<host::ServeOptions>();
-    CLI::App* pServe = addCommand(line, "serve", "Serve the modules' methods over HTTP until SIGTERM",
-                                  [&line, pOptions] { return host::serveModules(line.modules, *pOptions); });
+    const auto pPage = std::make_shared<host::PageChoice>();
+    const auto work = [&line, pPage, pOptions] { return host::serveModules(line.modules, *pPage, *pOptions); };
+    CLI::App* pServe =
+        addCommand(line, "serve", "Serve the modules' methods and the console over HTTP until SIGTERM", work);
     pServe->add_option("--listen", pOptions->address, "IPV4:PORT or [IPV6]:PORT; port 0: any that is free")
         ->capture_default_str();
+    pServe
+        ->add_option("--connections", pOptions->connections,
+                     "Connections to the store, and requests that are handled at a time")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 64));
     pServe->add_option("--idle-timeout", pOptions->idleTimeout, "Seconds until an idle connection is closed")
         ->capture_default_str()
         ->check(CLI::Range(1u, 3600u));
     pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow an address that can be reached from elsewhere");
     pServe->add_flag("--debug", pOptions->echoesFailures, "Write the modules' failure lines to standard output, too");
+    auto* pFolder = pServe->add_option("--console", pPage->folder,
+                                       "Folder of the console's page; default: the one that came with zemhost");
+    pServe->add_flag("!--no-console", pPage->isServed, "Serve no page")->excludes(pFolder);
     addModules(line, pServe);
-    makeStore(line, pServe);
+    pServe->parse_complete_callback([&line, pOptions] {
+        line.mode = standin::OpenMode::createIfMissing;
+        line.connections = pOptions->connections;
+    });
 }
 
-void addLoad(CommandLine& line)
+void addApply(CommandLine& line)
 {
     const auto pPath = std::make_shared<std::string>();
-    CLI::App* pLoad = addCommand(line, "load", "Load a fleet file into an empty store, all or nothing",
-                                 [pPath] { return host::loadFleetFile(*pPath); });
-    pLoad->add_option("FILE", *pPath, "JSON of accounts, groups, policies and servers")->required();
-    makeStore(line, pLoad);
+    const auto pOptions = std::make_shared<standin::ApplyOptions>();
+    CLI::App* pApply = addCommand(line, "apply", "Bring the store to what a fleet file says, all or nothing",
+                                  [pPath, pOptions] { return host::applyFleetFile(*pPath, *pOptions); });
+    pApply->add_option("FILE", *pPath, "JSON of accounts, groups, policies and servers")->required();
+    pApply->add_flag("--dry-run", pOptions->dryRun, "Only print what would change");
+    pApply->add_flag("--prune", pOptions->prune, "Delete what the file lacks");
+    pApply->parse_complete_callback([&line, pOptions] {
+        line.mode = pOptions->dryRun ? standin::OpenMode::ifThere : standin::OpenMode::createIfMissing;
+    });
+}
+
+struct ImportSource {
+    std::string kind, path;
+    bool dryRun = false;
+};
+
+void addImport(CommandLine& line)
+{
+    const auto pSource = std::make_shared<ImportSource>();
+    CLI::App* pImport =
+        addCommand(line, "import", "Bring the groups and servers of an inventory into the store, all or nothing",
+                   [pSource] { return host::importAnsibleInventory(pSource->path, pSource->dryRun); });
+    pImport->add_option("KIND", pSource->kind, "Whose inventory it is")->required()->check(CLI::IsMember({"ansible"}));
+    pImport->add_option("FILE", pSource->path, "What ansible-inventory --list prints; - is standard input")->required();
+    pImport->add_flag("--dry-run", pSource->dryRun, "Only print what would change");
+}
+
+void addExport(CommandLine& line)
+{
+    addCommand(line, "export", "Print the store as a fleet file", [] { return host::exportFleet(); });
 }
 
 void addToken(CommandLine& line)
@@ -180,7 +219,8 @@ void addCommands(CommandLine& line)
 {
     line.app.set_version_flag("--version", kVersion, "Print the version and exit");
     line.app.footer("zemhost COMMAND --help describes a command. Exit status: 0, 1 for a failure, 2 for wrong usage.");
-    for (const auto add : {addServe, addLoad, addToken, addTokens, addRevoke, addTree, addCall, addList, addLink}) {
+    for (const auto add : {addServe, addApply, addImport, addExport, addToken, addTokens, addRevoke, addTree, addCall,
+                           addList, addLink}) {
         add(line);
     }
     line.app.allow_extras();  // last, so that no command inherits it: only a word in a command's place is left over
@@ -223,7 +263,7 @@ int run(int argc, char** argv)
     addCommands(line);
     if (parse(line, argc, argv)) {
         openlog("zemhost", LOG_PID, LOG_DAEMON);
-        VELQZEMStoreOpen(storeOf(line), line.mode);
+        VELQZEMStoreOpen(storeOf(line), line.mode, line.connections);
         const int status = line.run();
         if (!std::cout.flush()) {
             throw std::runtime_error("the output could not be written");

@@ -41,12 +41,21 @@ bool isBodyAmbiguous(MHD_Connection* pConnection)
     return ends > 1;
 }
 
-// Finds the method that the path names; pRow stays null when there is none.
-void resolvePath(const char* szPath, const ModuleSet& modules, RequestHead& head)
+// Finds what the path stands for, and a method's row or the file.
+void resolvePath(const char* szPath, const ModuleSet& modules, const Page& page, RequestHead& head)
 {
     char szApi[100], szVersion[19], szMethod[100];
     int end = 0;
     head.api = szPath;
+    if (strcmp(szPath, "/health") == 0) {
+        head.resource = Resource::health;
+        return;
+    }
+    head.pFile = page.find(szPath);
+    if (head.pFile != nullptr) {
+        head.resource = Resource::file;
+        return;
+    }
     if (sscanf(szPath, "/webapi/%99[^/]/%18[0-9]/%99[^/]%n", szApi, szVersion, szMethod, &end) != 3 ||
         szPath[end] != '\0' || (szVersion[0] == '0' && szVersion[1] != '\0')) {
         return;
@@ -54,24 +63,20 @@ void resolvePath(const char* szPath, const ModuleSet& modules, RequestHead& head
     head.api = szApi;
     head.method = szMethod;
     head.pRow = modules.find(szApi, strtoll(szVersion, nullptr, 10), szMethod);
+    head.resource = head.pRow == nullptr ? Resource::none : Resource::method;
 }
 
-}  // namespace
-
-int judgeHead(MHD_Connection* pConnection, const char* szPath, const char* szMethod, const ModuleSet& modules,
-              RequestHead& head)
+bool isAllowed(Resource resource, const char* szMethod)
 {
-    resolvePath(szPath, modules, head);
-    head.isLast = isBodyAmbiguous(pConnection);
-    if (head.isLast) {
-        return MHD_HTTP_BAD_REQUEST;
+    if (resource == Resource::method) {
+        return strcmp(szMethod, MHD_HTTP_METHOD_POST) == 0;
     }
-    if (head.pRow == nullptr) {
-        return MHD_HTTP_NOT_FOUND;
-    }
-    if (strcmp(szMethod, MHD_HTTP_METHOD_POST) != 0) {
-        return MHD_HTTP_METHOD_NOT_ALLOWED;
-    }
+    return strcmp(szMethod, MHD_HTTP_METHOD_GET) == 0 || strcmp(szMethod, MHD_HTTP_METHOD_HEAD) == 0;
+}
+
+// Whether a method can be called: who calls, and what of its body can be told by now.
+int judgeCall(MHD_Connection* pConnection, RequestHead& head)
+{
     head.tokenHash = hashOfBearer(header(pConnection, MHD_HTTP_HEADER_AUTHORIZATION));
     if (head.tokenHash.empty()) {
         return MHD_HTTP_UNAUTHORIZED;
@@ -81,6 +86,30 @@ int judgeHead(MHD_Connection* pConnection, const char* szPath, const char* szMet
     }
     const char* szEncoding = header(pConnection, MHD_HTTP_HEADER_CONTENT_ENCODING);
     return *szEncoding == '\0' || strcasecmp(szEncoding, "identity") == 0 ? 0 : MHD_HTTP_BAD_REQUEST;
+}
+
+}  // namespace
+
+int judgeHead(MHD_Connection* pConnection, const char* szPath, const char* szMethod, const ModuleSet& modules,
+              const Page& page, RequestHead& head)
+{
+    resolvePath(szPath, modules, page, head);
+    head.isLast = isBodyAmbiguous(pConnection);
+    if (head.isLast) {
+        return MHD_HTTP_BAD_REQUEST;
+    }
+    if (head.resource == Resource::none) {
+        return MHD_HTTP_NOT_FOUND;
+    }
+    if (!isAllowed(head.resource, szMethod)) {
+        return MHD_HTTP_METHOD_NOT_ALLOWED;
+    }
+    return head.resource == Resource::method ? judgeCall(pConnection, head) : 0;
+}
+
+const char* allowedMethods(Resource resource)
+{
+    return resource == Resource::method ? "POST" : "GET, HEAD";
 }
 
 bool sendsBodyUnasked(MHD_Connection* pConnection)

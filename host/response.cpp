@@ -28,11 +28,12 @@ MHD_Response* makeResponse(std::vector<std::string> parts)
     return pResponse;
 }
 
-void addHeaders(MHD_Response* pResponse, int status, bool isLast)
+void addHeaders(MHD_Response* pResponse, int status, const char* szAllowed, bool isLast)
 {
     MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
+    MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
     if (status == MHD_HTTP_METHOD_NOT_ALLOWED) {
-        MHD_add_response_header(pResponse, MHD_HTTP_HEADER_ALLOW, MHD_HTTP_METHOD_POST);
+        MHD_add_response_header(pResponse, MHD_HTTP_HEADER_ALLOW, szAllowed);
     }
     if (status == MHD_HTTP_UNAUTHORIZED) {
         MHD_add_response_header(pResponse, MHD_HTTP_HEADER_WWW_AUTHENTICATE, "Bearer");
@@ -44,10 +45,10 @@ void addHeaders(MHD_Response* pResponse, int status, bool isLast)
 
 }  // namespace
 
-MHD_Result queueAnswer(MHD_Connection* pConnection, Answer answer, bool isLast)
+MHD_Result queueAnswer(MHD_Connection* pConnection, Answer answer, const char* szAllowed, bool isLast)
 {
     MHD_Response* pResponse = makeResponse(std::move(answer.parts));
-    addHeaders(pResponse, answer.status, isLast);
+    addHeaders(pResponse, answer.status, szAllowed, isLast);
     const MHD_Result queued = MHD_queue_response(pConnection, static_cast<unsigned>(answer.status), pResponse);
     MHD_destroy_response(pResponse);
     return queued;

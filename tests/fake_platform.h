@@ -31,6 +31,7 @@ struct Platform {
     std::map<std::pair<int, int64_t>, std::vector<_tag_velq_zem_delegate_>> delegates;
     Json::Value listedGroups{Json::arrayValue}, listedServers{Json::arrayValue}, listedPolicies{Json::arrayValue};
     std::set<int64_t> refused;  // groups that nobody may manage
+    Json::Value freshServer = test::json("{'node_type':3}");
     Json::Value uiVersion = test::json("{'major':3}");
     int64_t nextId = 100;
     std::function<void(Json::Value& jRecord)> onJsonToStruct;  // what an odd store does to a record in its hands

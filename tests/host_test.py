@@ -9,6 +9,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import sqlite3
 import subprocess
 import sys
@@ -23,8 +24,11 @@ from zemhost import SAMPLE, Server, Store, receive, request, send  # noqa: E402
 
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
 MODULE = BUILD / "webapi_zem_ou.so"
+NEIGHBOUR = BUILD / "webapi_zem_gpo.so"
 TREE = "/webapi/VELQ.ZEM.Tree/1/get"
 CREATE = "/webapi/VELQ.ZEM.KXGroup/1/create"
+LINK = "/webapi/VELQ.ZEM.GPO/1/link"
+DATA = pathlib.Path(__file__).resolve().parent / "data"
 FLEET = SAMPLE.read_text(encoding="utf-8")
 HUGE = b" " * (100 << 20)
 
@@ -59,7 +63,7 @@ REFUSALS = [
 ]
 
 # What the message of a refusal says, by status.
-MEANINGS = {400: "JSON", 401: "token", 404: "no such method", 405: "POST", 413: "4 MiB", 500: "failed", 503: "busy"}
+MEANINGS = {400: "JSON", 401: "token", 404: "no such method", 405: "takes only POST", 413: "4 MiB", 500: "failed", 503: "busy"}
 
 # The fault that a row catches, a request of the delegate m.okafor, its code and what its message says. The first row
 # leaves a reason behind for those after it.
@@ -74,6 +78,17 @@ REASONS = [
     ("a name breaks the JSON of the answer", "create", {"id": 0, "name": "b", "parent_id": "ODD"}, 117, r'"\x0A'),
 ]
 
+# The fault that a row catches, the targets of a policy that the delegate m.okafor adds, kinds and identifiers, the
+# policy, and code and message of the answer.
+LINKS = [
+    ("one's own group and server are refused", "g3 s9", 8, 0, None),
+    ("another's server is linked", "g3 s11", 4, 414, "group 0 is not yours to manage"),
+    ("whether a server is there is told to everybody", "g3 s77", 4, 414, "group 0 is not yours to manage"),
+    ("another's group is linked", "s9 g6", 4, 414, "group 6 is not yours to manage"),
+    ("a policy that is not seen is linked", "s9", 7, 414, "no policy 7 that you see"),
+    ("targets may be anything", "p8", 4, 101, "parameter"),
+]
+
 # The fault of a fleet file, a text of the sample and what takes its place first, and what the message names.
 BROKEN_FLEETS = [
     ("two groups of one identifier", '"id": 12, "parent_id": 0', '"id": 11, "parent_id": 0', "groups[11]"),
@@ -81,9 +96,32 @@ BROKEN_FLEETS = [
     ("groups under one another", '"id": 6, "parent_id": 0', '"id": 6, "parent_id": 10', "groups["),
     ("a text as identifier", '"parent_id": 12, "name"', '"parent_id": "12", "name"', "servers[29]"),
     ("a delegate without an account", '"ugid": 1001', '"ugid": 77', "groups[2]"),
+    ("rights lost by a mistyped key", '"delegate":', '"delegates":', "groups[2].delegates"),
+    ("one of two values is picked", '"admin": true', '"admin": true, "admin": false', "admin"),
+    ("nobody who may do anything", '"admin": true', '"admin": false', "administrator"),
+    ("a key that steers the terminal", '"address":', r'"\u001b[2J":', r"servers[0].\x1B[2J"),
     ("an end in the middle", FLEET[len(FLEET) // 2:], "", "Line "),
     ("nothing", FLEET, "", "empty"),
     ("nesting that overflows the stack", FLEET, "[" * 5000 + "]" * 5000, "too deep"),
+]
+
+# A line of the exported sample, by a part of it, what takes the place of that part (None: the line goes), and the plan.
+EDITS = [
+    ('"Headquarters"', '"Head office"', '~ group 1 name Headquarters -> "Head office"'),
+    ('"parent_id": 3, "name": "Web staging"', '"parent_id": 5, "name": "Web staging"', "~ group 4 parent_id 3 -> 5"),
+    ('"order":[{"id":4},{"id":3}]', '"order":[{"id":3},{"id":4}]', "~ group 3 linked_gpo 4,3 -> 3,4"),
+    ('"delegate": [{"ugid":1001,"user_type":2},{"ugid":1002,', '"delegate": [{"ugid":1002,',
+     "~ group 11 delegate 1001,1002 -> 1002"),
+    ('"name": "Retired"', '"name": "Retired", "block_inheritance": true',
+     "~ group 12 block_inheritance false -> true"),
+    ('"Early updates"', '"Updates\\n- policy 8"', r'~ policy 8 name "Early updates" -> "Updates\n- policy 8"'),
+    ('"keep_days":35', '"keep_days":7',
+     '~ policy 3 setting {"values":{"keep_days":35,"start":"01:30"},"version":1} -> '
+     '{"values":{"keep_days":7,"start":"01:30"},"version":1}'),
+    ('"10.20.11.10"', '"10.20.11.9"', "~ server 5 address 10.20.11.10 -> 10.20.11.9"),
+    ('"hq-print1', None, "- server 15"),
+    ('"uid": 1003', None, "- account 1003"),
+    ('  {"id": 30,', '  {"id": 31, "parent_id": 4, "name": "new1"},\n  {"id": 30,', "+ server 31 new1"),
 ]
 
 # The fault of a command, the command, and what its message names.
@@ -93,9 +131,12 @@ VAIN_COMMANDS = [
     ("parameters of another type", "call --as admin VELQ.ZEM.Tree get --params []", "not a JSON object"),
     ("an error as answer", 'call --as admin VELQ.ZEM.KXGroup delete --params {"node_id":0}', '"code":101'),
     ("a policy that is not there", "link add group 12 99", "not changed"),
-    ("a folder as fleet file", "load .", "directory"),
+    ("a folder as fleet file", "apply .", "directory"),
+    ("a fleet file as inventory", f"import ansible {SAMPLE}", 'group "accounts": not a list of names'),
     ("an address that others reach", "serve --listen 0.0.0.0:0", "--allow-remote"),
     ("an address without a port", "serve --listen localhost", "no address"),
+    ("a page that is not there", "serve --listen 127.0.0.1:0 --console nowhere", "nowhere"),
+    ("a page without a beginning", "serve --listen 127.0.0.1:0 --console .", "no index.html"),
     ("a module that is not there", "tree --as admin --module none.so", "none.so"),
     ("a module that is no shared object", "tree --as admin --module text.so", "text.so"),
     ("a module without a table", f"tree --as admin --module {BUILD}/libvelqplatform.so", "GetAPITable"),
@@ -111,14 +152,44 @@ MISUSES = [
     ("nothing is asked for and nothing said", "", "command is missing"),
     ("an account is made up", "tree", "--as"),
     ("a word too many is overlooked", "tree --as admin now", "now"),
+    ("an inventory of another program", "import puppet x", "puppet"),
     ("a kind of node without links", "link add policy 12 1", "policy"),
     ("an option's text is taken for a number", "token admin --days soon", "--days"),
+    ("a page is wanted and not wanted", "serve --console . --no-console", "--console"),
+    ("a server without a connection to its store", "serve --connections 0", "--connections"),
+    ("more connections than there are descriptors for", "serve --connections 65", "--connections"),
     ("a token ends before it begins", "token admin --days 0", "--days"),
 ]
 
+# The fault that a row catches, a request for the page, its status and the type of what it gets. Nobody has a token.
+PAGE = [
+    ("the folder's address shows nothing", "GET", "/", 200, "text/html; charset=utf-8"),
+    ("a script has a type that browsers do not run", "GET", "/tree.js", 200, "text/javascript; charset=utf-8"),
+    ("a style sheet has none that they take", "GET", "/look.css", 200, "text/css; charset=utf-8"),
+    ("a picture is shown as text", "GET", "/icon.svg", 200, "image/svg+xml; charset=utf-8"),
+    ("what stands behind the path changes the file", "GET", "/tree.js?file=../outside.js", 200,
+     "text/javascript; charset=utf-8"),
+    ("a file is sent to who asks for its head", "HEAD", "/tree.js", 200, "text/javascript; charset=utf-8"),
+    ("a file takes what is posted to it", "POST", "/tree.js", 405, "application/json"),
+    ("a file can be taken away", "DELETE", "/", 405, "application/json"),
+    ("a path leads out of the folder", "GET", "/../outside.js", 404, "application/json"),
+    ("an escaped path leads out of it", "GET", "/%2e%2e/outside.js", 404, "application/json"),
+    ("a path with escaped slashes leads out of it", "GET", "/..%2foutside.js", 404, "application/json"),
+    ("a path of the file system is one of the page", "GET", "//etc/hostname", 404, "application/json"),
+    ("a file has a second address", "GET", "//tree.js", 404, "application/json"),
+    ("a path ends at a NUL", "GET", "/tree.js%00.html", 404, "application/json"),
+    ("whatever lies in the folder is served", "GET", "/notes.txt", 404, "application/json"),
+    ("hidden files are served", "GET", "/.draft.js", 404, "application/json"),
+    ("folders are served", "GET", "/inner/tree.js", 404, "application/json"),
+    ("a file that came later is served", "GET", "/late.js", 404, "application/json"),
+]
+
+PAGE_POLICY = ("default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
+               "base-uri 'none'; form-action 'none'; frame-ancestors 'none'")
+
 # Commands that find nothing to do where there is no store.
 READING = ["tree --as admin", "list --as admin", "call VELQ.ZEM.Tree get --as admin", "link add group 1 1", "tokens",
-           "token admin", "revoke admin"]
+           "token admin", "revoke admin", "export"]
 
 LINE = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ \S.*")  # of the log
 
@@ -203,6 +274,62 @@ class HostTest(unittest.TestCase):
         send(connection, path, token, *arguments, **options)
         return connection
 
+    def get(self, method, path, headers=(), body=None):
+        """Sends a request without a token. Gives the answer, whose text is read as "text"."""
+        with contextlib.closing(self.server.connect()) as connection:
+            send(connection, path, None, body, method, headers)
+            answer = connection.getresponse()
+            answer.text = answer.read()
+            return answer
+
+    def serve_page(self):
+        """Starts the server with a page of some files. Gives their contents by name."""
+        folder = self.store.folder / "page"
+        (folder / "inner").mkdir(parents=True)
+        names = ["index.html", "tree.js", "look.css", "icon.svg", "notes.txt", ".draft.js", "inner/tree.js"]
+        for name in [*names, "../outside.js"]:
+            (folder / name).write_text(f"this is {name}")
+        self.serve("--console", "page")
+        (folder / "late.js").write_text("late")
+        (folder / "tree.js").write_text("changed")
+        return {name: f"this is {name}".encode() for name in names}
+
+    def test_page_is_its_files_and_nothing_else(self):
+        contents = self.serve_page()
+        for fault, method, path, status, content_type in PAGE:
+            with self.subTest(fault):
+                answer = self.get(method, path)
+                self.assertEqual((answer.status, answer.headers["Content-Type"]), (status, content_type))
+                if status == 200:
+                    expected = contents[path[1:].partition("?")[0] or "index.html"]
+                    self.assertEqual(answer.text, b"" if method == "HEAD" else expected)
+                    self.assertEqual(int(answer.headers["Content-Length"]), len(expected))
+                self.assertEqual(answer.headers["Allow"], "GET, HEAD" if status == 405 else None)
+        self.assertEqual(self.get("GET", "/tree.js", body=HUGE).status, 200)
+        self.assertRegex(self.store.log.read_text(encoding="utf-8"), r"(?m)Z - /look\.css - 200 \d+$")
+
+    def test_page_is_sent_again_only_when_it_changed_and_obeys_nobody_else(self):
+        self.serve_page()
+        first = self.get("GET", "/tree.js")
+        tag = first.headers["ETag"]
+        for etags, status in [(tag, 304), (f'"0", W/{tag}', 304), ("*", 304), ('"0"', 200), (tag.strip('"'), 200)]:
+            again = self.get("GET", "/tree.js", {"If-None-Match": etags})
+            self.assertEqual((again.status, again.text), (status, b"" if status == 304 else first.text))
+            self.assertEqual((again.headers["ETag"], again.headers["Cache-Control"]), (tag, "no-cache"))
+        self.assertNotEqual(self.get("GET", "/look.css").headers["ETag"], tag)
+        for answer in first, again, self.get("HEAD", "/"):
+            self.assertEqual({name: answer.headers[name] for name in ["Content-Security-Policy", "Referrer-Policy",
+                                                                      "X-Content-Type-Options", "X-Frame-Options",
+                                                                      "Cross-Origin-Resource-Policy"]},
+                             {"Content-Security-Policy": PAGE_POLICY, "Referrer-Policy": "no-referrer",
+                              "X-Content-Type-Options": "nosniff", "X-Frame-Options": "DENY",
+                              "Cross-Origin-Resource-Policy": "same-origin"})
+
+    def test_page_is_left_out_when_it_is_not_wanted(self):
+        token = self.serve("--no-console")
+        self.assertEqual(self.get("GET", "/").status, 404)
+        self.assertEqual(self.request(TREE, token)[0], 200)
+
     def test_long_handlers_leave_others_room_and_termination_answers_all(self):
         self.build_module('[](void*, void*) { while (access("go", F_OK) != 0) usleep(1000); }')
         token = self.serve("--idle-timeout", "1", "--module", "test.so", "--module", MODULE)
@@ -249,12 +376,76 @@ class HostTest(unittest.TestCase):
                                          status=1)
                 self.assertIn(json.dumps(answer, separators=(",", ":")) + "\n", printed)
 
+    def test_links_of_groups_and_servers_change_over_http(self):
+        token, admin = self.serve(account="m.okafor"), self.store.token("admin")
+
+        def links(kind, id):
+            nodes = (node for node, _ in each_node(self.request(TREE, admin)[1]["data"]))
+            node = next(node for node in nodes if (node["node_type"], node["node_id"]) == (kind, id))
+            return [link["gpo_id"] for link in (node["linked_gpo"] or {"order": []})["order"]]
+        for fault, names, policy, code, reason in LINKS:
+            with self.subTest(fault):
+                targets = [{"node_type": "  gsp".index(name[0]), "node_id": int(name[1:])} for name in names.split()]
+                _, answer = self.request(LINK, token, json.dumps({"id": policy, "target_add": targets}))
+                self.assertEqual(answer.get("error", {}).get("code", 0), code)
+                self.assertIn(reason or "", answer.get("error", {}).get("message", ""))
+                self.assertEqual((links(2, 3), links(3, 9), links(3, 11)), ([4, 3, 8], [8], []))
+        _, answer = self.request(LINK, token, json.dumps({"id": 8, "target_remove": [{"node_type": 3, "node_id": 9}]}))
+        self.assertEqual((answer, links(3, 9)), ({"success": True, "data": None}, []))
+        _, answer = self.request(LINK, admin, json.dumps({"id": 8, "target_add": [{"node_type": 3, "node_id": 77}]}))
+        self.assertEqual(answer["error"], {"code": 117, "message": "no server 77"})
+        with contextlib.closing(sqlite3.connect(self.store.path)) as database:
+            notices = database.execute("SELECT node_type, node_id, uid FROM gpo_fetch ORDER BY 1").fetchall()
+        self.assertEqual(notices, [(2, 3, 1001), (3, 9, 1001)])
+
+    def test_two_modules_keep_their_tables_in_either_order(self):
+        params = '{"id":8,"target_add":[{"node_type":2,"node_id":12}]}'
+        for paths in [(MODULE, NEIGHBOUR), (NEIGHBOUR, MODULE)]:
+            modules = [option for path in paths for option in ("--module", path)]
+            for api, method in [("GPO", "link"), ("KXGroup", "set"), ("Tree", "get")]:
+                given = {"link": params, "set": '{"node_id":12}'}.get(method, "")
+                answer = self.store.run("call", "VELQ.ZEM." + api, method, "--params", given, "--as", "admin", *modules)
+                self.assertIn('{"success":true', answer)
+        self.assertIn("no module offers", self.store.run(
+            "call", "VELQ.ZEM.Tree", "get", "--as", "admin", "--module", NEIGHBOUR, status=1))
+
+    def await_health(self, status):
+        limit = time.monotonic() + 20
+        while self.request("/health", None, method="GET")[0] != status:
+            self.assertLess(time.monotonic(), limit, f"/health does not become {status}")
+            time.sleep(0.05)
+
+    def test_health_tells_whether_the_store_answers(self):
+        self.serve()
+        away = self.store.path.with_name("away")
+        for _ in range(2):
+            self.assertEqual(self.request("/health", None, method="GET"), (200, {"success": True, "data": None}))
+            self.store.path.rename(away)
+            self.await_health(503)
+            _, answer = self.request("/health", None, method="GET")
+            self.assertIn("store does not answer", answer["error"]["message"])
+            self.assertFalse(self.store.path.exists())
+            away.rename(self.store.path)
+            self.await_health(200)
+        client = self.send("/health", None, method="HEAD")
+        response = client.getresponse()
+        self.assertEqual((response.status, response.read(), response.headers["Cache-Control"]), (200, b"", "no-store"))
+        send(client, "/health", None, b"{}")
+        response = client.getresponse()
+        self.assertEqual((response.status, response.headers["Allow"]), (405, "GET, HEAD"))
+        self.assertEqual(self.request("/health/x", None, method="GET")[0], 404)
+        self.server.stop()
+        lines = [line.split(" ", 1)[1] for line in self.store.log.read_text(encoding="utf-8").splitlines()]
+        for line, expected in zip(lines, ["zemhost: the store does not answer: ", "zemhost: the store answers again after "
+                                          ] * 2 + ["- /health - 405 ", "- /health/x - 404 "], strict=True):
+            self.assertTrue(line.startswith(expected), lines)
+
     def test_no_name_splits_a_line_of_the_log(self):
         self.store.path.unlink()
         fleet = json.loads(FLEET)
         fleet["accounts"].append({"uid": 77, "name": "eve\nadmin", "admin": False})
         (self.store.folder / "fleet.json").write_text(json.dumps(fleet))
-        self.store.run("load", "fleet.json")
+        self.store.run("apply", "fleet.json")
         token = self.serve("--debug", account="eve\nadmin")
         admin = self.store.token("admin")
         self.request("/webapi/VELQ.ZEM.KXGroup/1/delete", token, '{"node_id":3}')
@@ -342,12 +533,116 @@ class HostTest(unittest.TestCase):
         for fault, text, other, place in BROKEN_FLEETS:
             with self.subTest(fault):
                 (self.store.folder / "broken.json").write_text(FLEET.replace(text, other, 1), encoding="utf-8")
-                self.assertIn(place, self.store.run("load", "broken.json", status=1))
+                self.assertIn(place, self.store.run("apply", "broken.json", status=1))
         self.store.fill()
         tree = self.store.run("tree", "--as", "admin")
         self.assertIn("\n12 groups, 30 servers, 8 policies, 22 links, 5 delegates\n", tree)
-        self.store.run("load", SAMPLE, status=1)  # the store holds a fleet now
+        self.assertEqual(self.store.run("apply", SAMPLE), "0 created, 0 changed, 0 deleted\n")
         self.assertEqual(self.store.run("tree", "--as", "admin"), tree)
+
+    def trees(self):
+        """The trees of all accounts, as the module answers."""
+        names = re.findall(r'"uid": \d+, "name": "([^"]+)"', self.store.run("export"))
+        return {name: self.store.run("call", "VELQ.ZEM.Tree", "get", "--as", name) for name in names}
+
+    def test_exported_fleet_is_the_same_elsewhere_to_the_byte(self):
+        deep = '{"id":8,"parent_id":0,"name":"deep","extra_info":' + "[" * 990 + "]" * 990 + "}"
+        (self.store.folder / "deep.json").write_text('{"groups":[{"id":0,"desc":"all"},' + deep + "]}")
+        self.store.run("apply", "deep.json")
+        for source in [self.store.path, pathlib.Path(__file__).parent / "data/store_v1.db"]:
+            with self.subTest(source):
+                self.store = Store(BUILD, self.enterContext(tempfile.TemporaryDirectory(prefix="zem-")))
+                for path in source.parent.glob(source.name + "*"):
+                    (self.store.folder / path.name.replace(source.name, "zem.db")).write_bytes(path.read_bytes())
+                trees, text = self.trees(), self.store.run("export")
+                self.store = Store(BUILD, self.enterContext(tempfile.TemporaryDirectory(prefix="zem-")))
+                (self.store.folder / "fleet.json").write_text(text, encoding="utf-8")
+                self.store.run("apply", "fleet.json")
+                self.assertEqual(self.trees(), trees)
+                self.assertEqual(self.store.run("export"), text)
+                self.assertEqual(self.store.run("apply", "--prune", "fleet.json"), "0 created, 0 changed, 0 deleted\n")
+
+    def test_plan_holds_exactly_what_was_edited(self):
+        before, trees = self.store.run("export"), self.trees()
+        text = before
+        for part, other, _ in EDITS:
+            line = next(line for line in text.splitlines(keepends=True) if part in line)
+            text = text.replace(line, "" if other is None else line.replace(part, other))
+        text = re.sub(r"\},(\s*\])", r"}\1", text)  # where the last line of a section went
+        (self.store.folder / "fleet.json").write_text(text, encoding="utf-8")
+        plan = self.store.run("apply", "fleet.json", "--prune", "--dry-run").splitlines()
+        self.assertCountEqual(plan[:-1], [line for _, _, line in EDITS])
+        self.assertEqual(plan[-1], "1 created, 8 changed, 2 deleted; dry run, nothing was written")
+        self.assertEqual(self.store.run("export"), before)
+        self.assertEqual(self.store.run("apply", "fleet.json", "--prune").splitlines()[:-1], plan[:-1])
+        self.assertEqual(self.store.run("apply", "fleet.json", "--prune"), "0 created, 0 changed, 0 deleted\n")
+        after = self.trees()
+        self.assertIn('"Head office"', after["admin"])
+        self.assertNotIn("Warehouses", after["m.okafor"])
+        self.assertEqual(after["j.lindgren"].count("Warehouses"), trees["j.lindgren"].count("Warehouses"))
+        self.assertNotIn("p.duarte", after)
+
+    def inventory(self):
+        """The sample inventory as Ansible prints it, in this machine's version where it is installed."""
+        if shutil.which("ansible-inventory"):
+            printed = subprocess.run(["ansible-inventory", "-i", DATA / "inventory.ini", "--list"], check=True, text=True,
+                                     capture_output=True, timeout=120, cwd=self.store.folder,
+                                     env={**os.environ, "HOME": str(self.store.folder)}).stdout
+            self.assertEqual(json.loads(printed), json.loads((DATA / "inventory.json").read_text(encoding="utf-8")))
+        return json.loads((DATA / "inventory.json").read_text(encoding="utf-8"))
+
+    def import_inventory(self, inventory, *options, status=0):
+        return self.store.run("import", "ansible", "-", *options, input=json.dumps(inventory), status=status)
+
+    def records(self):
+        """The groups and servers of the store by their names, without what the store writes by itself."""
+        fleet = json.loads(self.store.run("export"))
+        return {record["name"]: {key: record[key] for key in record.keys() - {"mtime", "revision"}}
+                for record in fleet["groups"] + fleet["servers"]}
+
+    def call_module(self, api, method, params):
+        self.store.run("call", f"VELQ.ZEM.{api}", method, "--params", json.dumps(params), "--as", "admin")
+
+    def test_inventory_of_ansible_comes_in_and_later_ones_update_it(self):
+        inventory = self.inventory()
+        self.call_module("KXGroup", "create", {"id": 0, "name": "gone", "parent_id": 0})
+        self.call_module("KXGroup", "delete", {"node_id": 13})
+        before = self.records()
+        planned = self.import_inventory(inventory, "--dry-run")
+        self.assertEqual(self.records(), before)
+        printed = self.import_inventory(inventory)
+        self.assertEqual(planned, printed.replace(" deleted\n", " deleted; dry run, nothing was written\n"))
+        for line in ["+ group 14 north", "13 created, 0 changed, 0 deleted",
+                     'group "databases" has several parents and stands under "sites"',
+                     'host "web1.example.net" is in several groups and stands in "north/sites/databases"',
+                     'host "db2.example.net": its ansible_host is a template and left out',
+                     "12 groups and 30 servers of the store are not in the inventory and stay as they are"]:
+            self.assertIn(line + "\n", printed)
+        tree = self.store.run("tree", "--as", "admin")
+        self.assertIn("group north\n  group web\n    server web2.example.net\n    server web3.example.net\n"
+                      "    server stage.example.net\n  group sites\n    group databases\n", tree)
+        web, stage = (self.records()[name]["id"] for name in ("web", "stage.example.net"))
+        self.call_module("KXGroup", "set", {"node_id": web, "desc": "kept", "linked_gpo": {"order": [{"id": 5}]},
+                                            "delegate": [{"ugid": 1001, "user_type": 2}]})
+        self.call_module("GPO", "link", {"id": 4, "target_add": [{"node_type": 3, "node_id": stage}]})
+        expected = self.records()
+        self.assertIn("0 created, 0 changed, 0 deleted\n", self.import_inventory(inventory))
+        self.assertEqual(self.records(), expected)
+
+        inventory["web"]["hosts"].remove("stage.example.net")
+        inventory["web"]["hosts"].remove("web3.example.net")
+        inventory["cold"] = {"hosts": ["stage.example.net"], "children": ["ice"]}
+        inventory["_meta"]["hostvars"]["stage.example.net"]["ansible_host"] = "192.0.2.99"
+        self.import_inventory(inventory)
+        cold = expected["cold"]["id"]
+        expected["stage.example.net"].update(parent_id=cold, address="192.0.2.99")
+        expected["ice"] = {"id": 20, "parent_id": cold, "name": "ice"}
+        self.assertEqual(self.records(), expected)
+
+        inventory["cold"]["children"].append("north")
+        refused = self.import_inventory(inventory, status=1)
+        self.assertIn('standard input: group "cold": it is in a circle of groups', refused)
+        self.assertEqual(self.records(), expected)
 
     def test_commands_show_what_they_changed(self):
         for action, drawn in [("add", "group Retired  policies: Early updates\n"), ("remove", "group Retired\n")]:
@@ -357,7 +652,7 @@ class HostTest(unittest.TestCase):
         self.assertRegex(page, '(?s)"Plants".*"Retired"')
         self.assertNotIn('"Headquarters"', page)
 
-    def test_only_loading_and_serving_make_a_store(self):
+    def test_only_applying_and_serving_make_a_store(self):
         empty = self.store.folder / "empty"
         empty.mkdir()
         environment = {**os.environ, "ZEM_STORE": f"sqlite:{empty}/zem.db"}
@@ -365,16 +660,18 @@ class HostTest(unittest.TestCase):
             with self.subTest(command):
                 self.assertIn("there is no store", self.store.run(*command.split(), status=1, env=environment))
                 self.assertEqual(list(empty.iterdir()), [])
+        self.assertIn("\n54 created, ", self.store.run("apply", SAMPLE, "--dry-run", env=environment))
+        self.assertEqual(list(empty.iterdir()), [])
         self.store.run("tree", "--as", "admin", "--store", "sqlite:zem.db", env=environment)  # the option counts more
-        self.store.path = empty / "zem.db"
+        self.store = Store(BUILD, empty)
         self.serve_empty()
-        self.store.run("load", SAMPLE, env=environment)
+        self.store.run("apply", SAMPLE, env=environment)
         self.assertIn("group Retired\n", self.store.run("tree", "--as", "admin", env=environment))
 
     def serve_empty(self):
         self.server = Server(self.store)
         self.server.stop()
-        self.assertIn("zemhost load FILE", self.store.log.read_text(encoding="utf-8"))
+        self.assertIn("zemhost apply FILE", self.store.log.read_text(encoding="utf-8"))
 
     def test_store_in_use_is_not_removed(self):
         command = [pathlib.Path(__file__).resolve().parent.parent / "tools/remove_store", self.store.path]

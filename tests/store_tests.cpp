@@ -1,4 +1,4 @@
-// The node store on a real database: SQLite in a fresh folder, and PostgreSQL when ZEM_TEST_POSTGRESQL names one.
+// The node store on a real database: SQLite, and PostgreSQL when ZEM_TEST_POSTGRESQL names one.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -16,7 +16,7 @@
 #include "standin/store/statement.h"
 #include "standin/store/store.h"
 #include "standin/store/transaction.h"
-#include "tests/support.h"
+#include "tests/temp_database.h"
 
 using test::json;
 
@@ -200,18 +200,6 @@ void emptyStore()
     }
 }
 
-// Without the store's own idea of what the database holds; each by itself.
-template <typename... Texts>
-void runRaw(const std::string& url, const Texts&... statements)
-{
-    standin::openDatabase(url, standin::OpenMode::createIfMissing);
-    {
-        standin::Connection connection;
-        (standin::execute(connection.sql(), statements), ...);
-    }
-    standin::closeDatabase();
-}
-
 std::string textOf(const std::string& path)
 {
     std::ifstream file(path);
@@ -233,17 +221,13 @@ class StoreTest : public testing::TestWithParam<const char*> {
 protected:
     void SetUp() override
     {
-        const char* szServer = std::getenv("ZEM_TEST_POSTGRESQL");
-        if (std::string("sqlite") == GetParam()) {
-            m_url = "sqlite:" + m_folder.path + "/a store.db";
-        } else if (szServer == nullptr) {
+        if (std::string("postgresql") == GetParam() && test::postgresqlForTests() == nullptr) {
             GTEST_SKIP() << "ZEM_TEST_POSTGRESQL is not set";
-        } else {
-            m_url = szServer;
         }
-        clear();
+        m_pDatabase = std::make_unique<test::TempDatabase>(GetParam());
+        m_url = m_pDatabase->url();
         VELQZEMStoreOpen(m_url);
-        standin::loadFleet(json(kFleet), {});
+        standin::applyFleet(json(kFleet), {});
     }
     void TearDown() override
     {
@@ -251,29 +235,18 @@ protected:
     }
     bool isSqlite() const
     {
-        return m_url.starts_with("sqlite:");
+        return m_pDatabase->isSqlite();
     }
-    std::string path() const
-    {
-        return m_url.substr(m_url.find(':') + 1);
-    }
-    // Leaves nothing of the database.
     void clear() const
     {
         VELQZEMStoreClose();
-        if (isSqlite()) {
-            for (const auto& entry : std::filesystem::directory_iterator(m_folder.path)) {
-                std::filesystem::remove(entry);
-            }
-        } else {
-            runRaw(m_url, "DROP SCHEMA IF EXISTS public CASCADE", "CREATE SCHEMA public");
-        }
+        m_pDatabase->clear();
     }
-    const test::TempFolder m_folder;
+    std::unique_ptr<test::TempDatabase> m_pDatabase;
     std::string m_url;
 };
 
-INSTANTIATE_TEST_SUITE_P(Databases, StoreTest, testing::Values("sqlite", "postgresql"));
+INSTANTIATE_TEST_SUITE_P(Databases, StoreTest, testing::ValuesIn(test::kDatabases));
 
 // A change on behalf of the account, of nobody for 0.
 int as(uint32_t uid, Change* change, int64_t id, const std::string& text)
@@ -523,42 +496,6 @@ TEST_P(StoreTest, everythingOutlivesReopening)
     EXPECT_THROW(VELQZEMStoreOpen(m_url), std::runtime_error);
 }
 
-TEST_P(StoreTest, fleetErrorsNameTheirPlaceAndStoreNothing)
-{
-    emptyStore();
-    const std::tuple<const char*, int, const char*, const char*> faults[] = {
-        {"groups", 1, "{'id':3}", "groups[1].id: a record of the kind before has it too"},
-        {"groups", 1, "{'id':0}", "groups[1].id: missing or not from 1 to 2^62 - 1"},
-        {"groups", 0, "{'parent_id':99}", "groups[0].parent_id: no group 99"},
-        {"groups", 1, "{'parent_id':3}", "groups[0].parent_id: leads round in a circle"},
-        {"groups", 2, "{'name':7}", "groups[2].name: not a text"},
-        {"groups", 3, "{'name':'a'}", "groups[3].name: a sibling before has it too"},
-        {"groups", 2, "{'delegate':[{'ugid':9,'user_type':2}]}", "groups[2].delegate[0].ugid: no account 9"},
-        {"servers", 2, "{'linked_gpo':{'order':[{'id':1},{'id':9}]}}",
-         "servers[2].linked_gpo.order[1].id: no policy 9"},
-        {"servers", 1, "{'parent_id':null}", "servers[1].parent_id: missing"},
-        {"policies", 0, "{'setting':{}}", "policies[0].setting.version: not a 32-bit integer"},
-        {"accounts", 2, "{'uid':4294967295}", "accounts[2].uid: missing or not from 0 to 4294967294"},
-        {"accounts", 1, "{'name':'admin'}", "accounts[1].name: an account before has it too"}};
-    const auto messageOf = [](const Json::Value& jFleet) -> std::string {
-        try {
-            standin::loadFleet(jFleet, {});
-            return "";
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-    };
-    for (const auto& [szSection, index, szMember, szMessage] : faults) {
-        Json::Value jFleet = json(kFleet);
-        const Json::Value jMember = json(szMember);
-        jFleet[szSection][index][jMember.begin().name()] = *jMember.begin();
-        EXPECT_EQ(messageOf(jFleet), szMessage);
-    }
-    EXPECT_EQ(messageOf(json("{'groups':5}")), "groups: not an array");
-    EXPECT_EQ(messageOf(json(kFleet)), "");  // nothing of the others was left
-    EXPECT_NE(messageOf(json(kFleet)), "");
-}
-
 TEST_P(StoreTest, statementsOfATreeDoNotGrowWithIt)
 {
     const auto statements = [] {
@@ -580,7 +517,7 @@ TEST_P(StoreTest, statementsOfATreeDoNotGrowWithIt)
         jGroup["name"] = std::to_string(id);
     }
     emptyStore();
-    standin::loadFleet(jFleet, {});
+    standin::applyFleet(jFleet, {});
     EXPECT_EQ(statements(), few);
 }
 
@@ -807,39 +744,192 @@ TEST_P(StoreTest, usesOfATokenAreNotedNowAndThenAndOnlyIfThatCostsNothing)
     EXPECT_GT(lastUse(), before);
 }
 
+// Opens the store in that many processes at the same moment; how many of them it failed in.
+int failuresOfOpening(const std::string& url, int processes)
+{
+    int start[2];
+    EXPECT_EQ(pipe(start), 0);
+    std::vector<pid_t> children;
+    for (int i = 0; i < processes; ++i) {
+        children.push_back(fork());
+        if (children.back() == 0) {
+            close(start[1]);
+            [[maybe_unused]] const ssize_t end = read(start[0], &processes, 1);  // which is when all are there
+            const std::string fault = openingFails(url, standin::OpenMode::createIfMissing);
+            std::cerr << fault;
+            _exit(fault.empty() ? 0 : 1);
+        }
+    }
+    close(start[0]);
+    close(start[1]);
+    int failures = 0;
+    for (const pid_t child : children) {
+        int status = -1;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        failures += status != 0;
+    }
+    return failures;
+}
+
+TEST_P(StoreTest, aNewStoreIsMadeOnceByWhoeverOpensItFirst)
+{
+    for (int round = 0; round < 3; ++round) {
+        clear();
+        ASSERT_EQ(failuresOfOpening(m_url, 8), 0);
+        VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
+        EXPECT_FALSE(standin::hasAccounts());
+        standin::applyFleet(json(kFleet), {});
+    }
+    EXPECT_EQ(seenBy(1), "1 2 3 4 / 1 2 3 / 1 2 3 / ");
+}
+
 TEST_P(StoreTest, aStoreOfVersion1IsBroughtUpOnceByWhoeverOpensIt)
 {
     const Json::Value jBefore = dump();
-    const auto openAtOnce = [this] {  // by processes of their own
-        VELQZEMStoreClose();
-        std::vector<pid_t> children;
-        for (int i = 0; i < 4; ++i) {
-            children.push_back(fork());
-            if (children.back() == 0) {
-                const std::string fault = openingFails(m_url, standin::OpenMode::createIfMissing);
-                std::cerr << fault;
-                _exit(fault.empty() ? 0 : 1);
-            }
-        }
-        for (const pid_t child : children) {
-            int status = -1;
-            EXPECT_EQ(waitpid(child, &status, 0), child);
-            EXPECT_EQ(status, 0);
-        }
-        VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
-    };
     runSql("DROP TABLE token", "ALTER TABLE account ADD COLUMN token_hash TEXT",
            "UPDATE account SET token_hash = 'old' || uid WHERE uid < 3",
            "UPDATE meta SET value = 1 WHERE name = 'version'");
-    openAtOnce();
+    VELQZEMStoreClose();
+    ASSERT_EQ(failuresOfOpening(m_url, 4), 0);
+    VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
     EXPECT_EQ(dump(), jBefore);
     EXPECT_EQ(tokens(std::nullopt), "admin: helper: ");
     EXPECT_EQ(standin::findAccountByToken("old2")->uid, 2u);
     EXPECT_TRUE(standin::hasAccounts());
-    clear();
-    openAtOnce();
-    EXPECT_FALSE(standin::hasAccounts());
-    standin::loadFleet(json(kFleet), {});
+}
+
+// PostgreSQL that gives transactions up.
+class GivenUpTest : public StoreTest {
+protected:
+    static constexpr const char* kTables[] = {"ou", "kx", "delegate", "gpo_fetch", "token"};
+
+    // Has the first runs of a change fail: where it changes a table, or when it is committed. fault: what makes it
+    // fail.
+    void failFirst(int runs, const std::string& fault, bool isAtCommit) const
+    {
+        m_pDatabase->run("DROP SEQUENCE IF EXISTS runs CASCADE", "CREATE SEQUENCE runs",
+                         "CREATE OR REPLACE FUNCTION fail() RETURNS trigger LANGUAGE plpgsql AS $$ BEGIN"
+                         " IF nextval('runs') <= " +
+                             std::to_string(runs) + " THEN " + fault + "; END IF; RETURN NULL; END $$");
+        for (const std::string table : kTables) {
+            m_pDatabase->run("DROP TRIGGER IF EXISTS fails ON " + table,
+                             isAtCommit
+                                 ? "CREATE CONSTRAINT TRIGGER fails AFTER INSERT OR UPDATE OR DELETE ON " + table +
+                                       " DEFERRABLE INITIALLY DEFERRED FOR EACH ROW EXECUTE FUNCTION fail()"
+                                 : "CREATE TRIGGER fails AFTER INSERT OR UPDATE OR DELETE ON " + table +
+                                       " FOR EACH STATEMENT EXECUTE FUNCTION fail()");
+        }
+    }
+
+    // Of changes, since failFirst(); what failed is counted, too.
+    int64_t runs() const
+    {
+        soci::session sql = m_pDatabase->connect();
+        int64_t count = 0;
+        sql << "SELECT last_value FROM runs", soci::into(count);
+        return count;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Databases, GivenUpTest, testing::Values("postgresql"));
+
+constexpr const char* kNotSerializable = "RAISE EXCEPTION 'not serializable' USING ERRCODE = '40001'";
+constexpr const char* kDeadlock = "RAISE EXCEPTION 'a deadlock' USING ERRCODE = '40P01'";
+
+TEST_P(GivenUpTest, changesAreRepeatedUntilTheyAreMadeOnce)
+{
+    std::string log;
+    standin::setChangeSink([&log](const std::string& line) { log += line + ", "; });
+    const auto addToken = [](int64_t uid, const std::string& hash) {
+        standin::addToken(static_cast<uint32_t>(uid), hash, "", 0);
+        return 0;
+    };
+    const std::tuple<Change*, int64_t, const char*> changes[] = {
+        {set, 2, "{'revision':1,'parent_id':4,'linked_gpo':{'order':[{'gpo_id':2,'gpo_name':'p2'}]}}"},
+        {create, 4, "{'name':'new'}"},
+        {setServer, 1, "{'address':'y'}"},
+        {setDelegates<2>, 2, "[{'ugid':3,'user_type':2}]"},
+        {setDelegates<2>, 4, "[{'ugid':3,'user_type':2},{'ugid':2,'user_type':2}]"},
+        {notify, 2, ""},
+        {addToken, 1, "hash"},
+        {deleteAll, 1, ""}};
+    const auto dumpWithoutTimes = [] {
+        Json::Value jAll = dump();
+        for (Json::Value& jKind : jAll) {
+            for (Json::Value& jNode : jKind) {
+                jNode.removeMember("mtime");
+            }
+        }
+        return jAll;
+    };
+    for (const auto& [change, id, szRecord] : changes) {
+        ASSERT_EQ(change(id, szRecord), 0) << szRecord;
+    }
+    const Json::Value jExpected = dumpWithoutTimes();
+    const std::string expectedLog = std::exchange(log, "");
+    for (const bool isAtCommit : {false, true}) {
+        clear();
+        VELQZEMStoreOpen(m_url);
+        standin::applyFleet(json(kFleet), {});
+        failFirst(3, isAtCommit ? kNotSerializable : kDeadlock, isAtCommit);
+        for (const auto& [change, id, szRecord] : changes) {
+            m_pDatabase->run("ALTER SEQUENCE runs RESTART");
+            ASSERT_EQ(change(id, szRecord), 0) << szRecord << standin::takeRefusal();
+            EXPECT_GT(runs(), 3) << szRecord;
+        }
+        EXPECT_EQ(dumpWithoutTimes(), jExpected);
+        EXPECT_EQ(std::exchange(log, ""), expectedLog);
+    }
+    standin::setChangeSink({});
+}
+
+TEST_P(GivenUpTest, whatIsReadIsReadOnce)
+{
+    const Json::Value jBefore = dump();
+    m_pDatabase->run(
+        "CREATE TABLE start AS SELECT clock_timestamp() + interval '200 ms' AS moment",
+        "CREATE FUNCTION fails() RETURNS boolean LANGUAGE plpgsql AS $$ BEGIN IF clock_timestamp() <"
+        " (SELECT moment FROM start) THEN RAISE EXCEPTION 'later' USING ERRCODE = '40001'; END IF; RETURN true; END $$",
+        "ALTER TABLE delegate RENAME TO delegate_2", "CREATE VIEW delegate AS SELECT * FROM delegate_2 WHERE fails()");
+    EXPECT_EQ(dump(), jBefore);
+}
+
+TEST_P(GivenUpTest, patienceEndsAndOtherFaultsAreNotRepeated)
+{
+    const Json::Value jBefore = dump();
+    const std::tuple<const char*, bool, int, const char*, bool> faults[] = {
+        {"RAISE EXCEPTION 'no' USING ERRCODE = '23505'", false, EIO, "the database reports: ", true},
+        {"RAISE EXCEPTION 'no' USING ERRCODE = '23505'", true, EIO, "the database reports: ", true},
+        {"RAISE EXCEPTION 'who knows' USING ERRCODE = '40003'", true, EIO, "may be there now or not", true},
+        {"PERFORM pg_terminate_backend(pg_backend_pid())", true, EIO, "may be there now or not", true},
+        {kNotSerializable, true, EBUSY, "the database is locked by others for too long", false}};
+    for (const auto& [szFault, isAtCommit, code, szText, isOnce] : faults) {
+        failFirst(1000000, szFault, isAtCommit);
+        EXPECT_EQ(set(2, "{'desc':'x'}"), code) << szFault;
+        const std::string text = standin::takeRefusal();
+        EXPECT_NE(text.find(szText), text.npos) << text;
+        EXPECT_EQ(runs() == 1, isOnce) << szFault;
+        EXPECT_EQ(dump(), jBefore);  // on a new connection where that was lost
+    }
+}
+
+TEST_P(GivenUpTest, oneWriterAtATimeAndReadersGoOn)
+{
+    soci::session other = m_pDatabase->connect();
+    other << "BEGIN";
+    int64_t version = 0;
+    other << "SELECT value FROM meta WHERE name = 'version' FOR UPDATE", soci::into(version);
+    other << "UPDATE ou SET name = 'n' WHERE id = 3";
+    std::atomic<int> result = -1;
+    std::jthread writer([&result] { result = create(2, "{'name':'n'}"); });
+    for (int64_t waiting = 0; waiting == 0;) {
+        m_pDatabase->connect() << "SELECT COUNT(*) FROM pg_locks WHERE NOT granted", soci::into(waiting);
+    }
+    EXPECT_EQ(seenBy(1), "1 2 3 4 / 1 2 3 / 1 2 3 / ");
+    EXPECT_EQ(result, -1);
+    other << "COMMIT";
+    writer.join();
+    EXPECT_EQ(result, EEXIST);  // it sees what was done while it waited
 }
 
 TEST(StoreFile, ofVersion1KeepsItsTreeAndTokens)
@@ -859,6 +949,14 @@ TEST(StoreFile, ofVersion1KeepsItsTreeAndTokens)
     EXPECT_EQ(jAll["groups"][1]["extra_info"], json("{'floor':3}"));
     EXPECT_EQ(jAll["servers"][0]["delegates"][0],
               R"(1001{"domainName":"corp","domainType":"local","userNameCache":"ann"})");
+    const auto trees = [] { return std::vector{dump(1000), dump(1001)}; };
+    const std::vector<Json::Value> before = trees();
+    std::string text;
+    standin::exportFleet([&text](const std::string& line) { text += line; });
+    VELQZEMStoreOpen("sqlite:" + folder.path + "/other.db");
+    standin::applyFleet(json(text), {});
+    EXPECT_EQ(trees(), before);
+    VELQZEMStoreOpen("sqlite:" + path);
     EXPECT_EQ(create(0, "{'name':'next'}"), 0);
     EXPECT_EQ(gCreated, 5);
     VELQZEMStoreClose();
@@ -869,19 +967,19 @@ TEST_P(StoreTest, onlyAStoreIsOpenedAndOnlyWhereItMayBeIsOneMade)
     using enum standin::OpenMode;
     clear();
     EXPECT_TRUE(openingFails(m_url, existingOnly).starts_with("there is no store"));
-    EXPECT_TRUE(std::filesystem::is_empty(m_folder.path));
+    EXPECT_FALSE(isSqlite() && std::filesystem::exists(m_pDatabase->path()));
     for (const char* szMine : {"CREATE TABLE mine (a BIGINT)", "CREATE TABLE meta (name TEXT, value BIGINT)"}) {
         clear();
-        runRaw(m_url, szMine, "CREATE TABLE account (a BIGINT)");
-        const std::string before = isSqlite() ? textOf(path()) : "";
+        m_pDatabase->run(szMine, "CREATE TABLE account (a BIGINT)");
+        const std::string before = isSqlite() ? textOf(m_pDatabase->path()) : "";
         for (const auto mode : {existingOnly, createIfMissing}) {
             EXPECT_EQ(openingFails(m_url, mode), "not a store: the database holds tables of something else");
         }
-        EXPECT_EQ(isSqlite() ? textOf(path()) : "", before);
-        runRaw(m_url, "DROP TABLE account", "CREATE TABLE ou (a BIGINT)");  // it was not made
+        EXPECT_EQ(isSqlite() ? textOf(m_pDatabase->path()) : "", before);
+        m_pDatabase->run("DROP TABLE account", "CREATE TABLE ou (a BIGINT)");  // it was not made
     }
     clear();
-    runRaw(m_url, "CREATE VIEW mine AS SELECT 1 AS a", "SELECT 1");
+    m_pDatabase->run("CREATE VIEW mine AS SELECT 1 AS a", "SELECT 1");
     EXPECT_EQ(openingFails(m_url, createIfMissing), "not a store: the database holds tables of something else");
     clear();
     EXPECT_EQ(openingFails(isSqlite() ? m_url : "postgres" + m_url.substr(10), createIfMissing), "");

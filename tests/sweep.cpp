@@ -1,5 +1,6 @@
 #include "tests/sweep.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 
@@ -35,6 +36,13 @@ Lines expectedLines(const Outcome& outcome, const std::string& call, int err)
     return lines;
 }
 
+const std::string& expectedResult(const Outcome& outcome, const std::string& success, int err)
+{
+    const auto it = outcome.resultByErrno.find(err);
+    const std::string& result = it == outcome.resultByErrno.end() ? outcome.result : it->second;
+    return result.empty() ? success : result;
+}
+
 const Outcome* outcomeOf(const Outcomes& outcomes, const std::string& call)
 {
     const Outcome* pFound = nullptr;
@@ -58,11 +66,13 @@ void sweep(const std::function<void()>& prepare, const std::function<std::string
     const std::string success = runFailing(0, 0, 0);
     const Lines calls = platform.fallible;
     for (size_t n = 1; n <= calls.size(); ++n) {
-        const Outcome* pOutcome = outcomeOf(outcomes, calls[n - 1]);
+        const auto before = std::count(calls.begin(), calls.begin() + static_cast<ptrdiff_t>(n) - 1, calls[n - 1]);
+        const std::string again = before == 0 ? "" : "#" + std::to_string(before + 1);
+        const Outcome* pOutcome = outcomeOf(outcomes, calls[n - 1] + again);
         ASSERT_NE(pOutcome, nullptr) << calls[n - 1];
         for (const int err : {0, ENOENT, EACCES}) {
             SCOPED_TRACE(calls[n - 1] + " as call " + std::to_string(n) + ", errno " + std::to_string(err));
-            EXPECT_EQ(runFailing(n, n, err), pOutcome->result.empty() ? success : pOutcome->result);
+            EXPECT_EQ(runFailing(n, n, err), expectedResult(*pOutcome, success, err));
             EXPECT_EQ(platform.logs, expectedLines(*pOutcome, calls[n - 1], err));
             EXPECT_EQ(runFailing(0, 0, 0), success);
             runFailing(n, SIZE_MAX, err);

@@ -14,9 +14,11 @@ struct Outcome {
     // Log lines between semicolons, in their short form but without errno; those that are written only when access is
     // denied are expected only then. $ stands for the last argument of the failing call.
     std::string lines;
+    std::map<int, std::string> resultByErrno{};  // where an errno makes a difference
 };
 
-// By the call that fails: its name, with arguments where they make a difference. The longest that fits counts.
+// By the call that fails: its name, with arguments where they make a difference, and "#2" for the second call that is
+// the same. The longest that fits counts.
 using Outcomes = std::map<std::string, Outcome>;
 
 // Runs a scenario once to see which platform calls it makes, then lets each of those that can fail do so, alone and

@@ -12,7 +12,7 @@ struct TempStore {
     {
         VELQZEMStoreOpen("sqlite:" + path);
         if (!jFleet.isNull()) {
-            standin::loadFleet(jFleet, {});
+            standin::applyFleet(jFleet, {});
         }
     }
     ~TempStore()

@@ -1,8 +1,6 @@
-// The module over one SQLite file that several threads and processes change at once: no change is lost or counted
-// twice, and nobody sees or changes what is not theirs. What the file holds is read back with plain SQL.
+// The module over one store that several threads and processes change at once: no change is lost or counted twice, and
+// nobody sees or changes what is not theirs. What the store holds is read back with plain SQL.
 #include <gtest/gtest.h>
-#include <soci/soci.h>
-#include <soci/sqlite3/soci-sqlite3.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,7 +11,8 @@
 #include <thread>
 
 #include "include/webapi_zem_lib.h"
-#include "tests/temp_store.h"
+#include "standin/store/store.h"
+#include "tests/temp_database.h"
 
 using namespace test;
 
@@ -30,15 +29,16 @@ constexpr const char* kNodes =  // as the tree has them
     "SELECT '2 ' || id FROM ou WHERE id <> 0 UNION ALL SELECT '3 ' || id FROM kx UNION ALL SELECT '4 ' || id FROM gpo";
 constexpr const char* kRevisions =  // changes of groups that were there first, and of servers
     "SELECT SUM(revision - 1) FROM (SELECT revision FROM ou WHERE id BETWEEN 1 AND 24 UNION ALL SELECT revision FROM "
-    "kx)";
+    "kx) AS both_kinds";
+constexpr const char* kSqliteFaults =
+    "SELECT integrity_check FROM pragma_integrity_check WHERE integrity_check <> 'ok' UNION ALL"
+    " SELECT 'no such parent, ' || \"table\" || rowid FROM pragma_foreign_key_check";
 constexpr const char* kFaults[] = {
-    "SELECT integrity_check FROM pragma_integrity_check WHERE integrity_check <> 'ok'",
-    "SELECT 'no such parent, ' || \"table\" || rowid FROM pragma_foreign_key_check",
-    "WITH RECURSIVE below (id) AS (SELECT 0 UNION SELECT o.id FROM ou o JOIN below b ON o.parent_id = b.id)"
-    " SELECT 'not below the root, ' || id FROM ou WHERE id NOT IN below",
-    "SELECT 'siblings, ' || name FROM ou WHERE id <> 0 GROUP BY parent_id, name HAVING COUNT(*) > 1",
-    "SELECT 'link to none, ' || value FROM (SELECT linked_gpo AS links FROM ou UNION ALL SELECT linked_gpo FROM kx),"
-    " json_each(iif(links = '', '{}', links), '$.order') WHERE value ->> 'id' NOT IN (SELECT id FROM gpo)"};
+    "WITH RECURSIVE below (id) AS (SELECT id FROM ou WHERE id = 0 UNION SELECT o.id FROM ou o JOIN below b"
+    " ON o.parent_id = b.id) SELECT 'not below the root, ' || id FROM ou WHERE id NOT IN (SELECT id FROM below)",
+    "SELECT 'siblings, ' || name FROM ou WHERE id <> 0 GROUP BY parent_id, name HAVING COUNT(*) > 1"};
+constexpr const char* kLinks =
+    "SELECT linked_gpo FROM ou WHERE linked_gpo <> '' UNION ALL SELECT linked_gpo FROM kx WHERE linked_gpo <> ''";
 
 int pick(Random& random, int least, int most)
 {
@@ -58,7 +58,7 @@ Json::Value randomFleet(Random& random)
             for (int gpoId = pick(random, 1, 2 * kPolicies); count > kPolicies && gpoId <= kPolicies; gpoId += 3) {
                 jItem["linked_gpo"]["order"].append(json("{'id':%}", gpoId));
             }
-            if (pick(random, 0, 4) == 0) {
+            if (pick(random, 0, 4) == 0 && count > kPolicies) {
                 jItem["delegate"].append(json("{'ugid':%,'user_type':2}", pick(random, 2, 1 + kUsers)));
             }
         }
@@ -88,20 +88,48 @@ Json::Value treeOf(int uid)
     return call("Tree get", uid).GetData();
 }
 
-struct ThreadsTest : testing::Test {
+struct ThreadsTest : testing::TestWithParam<const char*> {
+    void SetUp() override
+    {
+        if (std::string("postgresql") == GetParam() && postgresqlForTests() == nullptr) {
+            GTEST_SKIP() << "ZEM_TEST_POSTGRESQL is not set";
+        }
+        pDatabase = std::make_unique<TempDatabase>(GetParam());
+    }
+    void TearDown() override
+    {
+        VELQZEMStoreClose();
+    }
+    // Opens a store of this fleet in place of what was there.
     void load(const Json::Value& jFleet)
     {
-        pStore = nullptr;
-        pStore = std::make_unique<TempStore>(jFleet);
+        VELQZEMStoreClose();
+        pDatabase->clear();
+        VELQZEMStoreOpen(pDatabase->url());
+        standin::applyFleet(jFleet, {});
     }
     Rows query(const std::string& text) const
     {
-        soci::session sql(soci::sqlite3, pStore->path);
+        soci::session sql = pDatabase->connect();
         const soci::rowset<std::string> rows = sql.prepare << text;
         return Rows(rows.begin(), rows.end());
     }
-    std::unique_ptr<TempStore> pStore;
+    // The identifiers of the policies that the query's texts link, once for each link.
+    Rows links(const std::string& text) const
+    {
+        Rows found;
+        for (const std::string& links : query(text)) {
+            const Json::Value jLinks = json(links);
+            for (const Json::Value& jLink : jLinks["order"]) {
+                found.insert(jLink["id"].asString());
+            }
+        }
+        return found;
+    }
+    std::unique_ptr<TempDatabase> pDatabase;
 };
+
+INSTANTIATE_TEST_SUITE_P(Databases, ThreadsTest, testing::ValuesIn(kDatabases));
 
 // Makes a random call as the administrator; made: the groups that the thread created. Returns what was done.
 Change callRandom(Random& random, std::vector<Json::Value>& made)
@@ -134,7 +162,7 @@ Change callRandom(Random& random, std::vector<Json::Value>& made)
     return choice == 5 ? kNothing : kDeleted;
 }
 
-TEST_F(ThreadsTest, changesAreThoseThatWereAnswered)
+TEST_P(ThreadsTest, changesAreThoseThatWereAnswered)
 {
     Random fleetRandom(1);
     load(randomFleet(fleetRandom));
@@ -161,9 +189,14 @@ TEST_F(ThreadsTest, changesAreThoseThatWereAnswered)
     for (const char* szQuery : kFaults) {
         EXPECT_EQ(query(szQuery), Rows());
     }
+    EXPECT_EQ(pDatabase->isSqlite() ? query(kSqliteFaults) : Rows(), Rows());
+    const Rows policies = query("SELECT id FROM gpo");
+    for (const std::string& id : links(kLinks)) {
+        EXPECT_TRUE(policies.contains(id)) << "a link to no policy, " << id;
+    }
 }
 
-TEST_F(ThreadsTest, linksThatTwoProcessesAddAreAllKept)
+TEST_P(ThreadsTest, linksThatTwoProcessesAddAreAllKept)
 {
     Random random(1);
     Json::Value jFleet = randomFleet(random);
@@ -175,7 +208,7 @@ TEST_F(ThreadsTest, linksThatTwoProcessesAddAreAllKept)
     auto* pResults = static_cast<int*>(
         mmap(nullptr, 2 * kAdds * sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     const auto addHalf = [&](int (*update)(Json::Value&, int), int first) noexcept {
-        VELQZEMStoreOpen("sqlite:" + pStore->path);
+        VELQZEMStoreOpen(pDatabase->url());
         for (int i = first; i < first + kAdds; ++i) {
             Json::Value jLink = json("{'node_id':1,'gpo_id':%}", kPolicies + 1 + i);
             pResults[i] = update(jLink, 1);
@@ -195,9 +228,7 @@ TEST_F(ThreadsTest, linksThatTwoProcessesAddAreAllKept)
             pResults[i] == 0 ? void(added.insert(std::to_string(kPolicies + 1 + i))) : void();
         }
         EXPECT_GT(added.size(), kAdds / 2u);
-        EXPECT_EQ(query("SELECT value ->> 'id' FROM " + std::string(szTable) +
-                        " n, json_each(linked_gpo, '$.order') WHERE n.id = 1"),
-                  added);
+        EXPECT_EQ(links("SELECT linked_gpo FROM " + std::string(szTable) + " WHERE id = 1"), added);
     }
     munmap(pResults, 2 * kAdds * sizeof(int));
 }
@@ -241,15 +272,16 @@ void expectRights(int uid, const Rows& seen)
     EXPECT_EQ(treeOf(kAdmin), jBefore);
 }
 
-TEST_F(ThreadsTest, accountsSeeAndChangeOnlyWhatIsTheirs)
+TEST_P(ThreadsTest, accountsSeeAndChangeOnlyWhatIsTheirs)
 {
-    for (unsigned seed = 0; seed < 24; ++seed) {
+    const unsigned fleets = pDatabase->isSqlite() ? 24 : 6;
+    for (unsigned seed = 0; seed < fleets; ++seed) {
         Random random(seed);
         const Json::Value jFleet = randomFleet(random);
         load(jFleet);
         for (int uid = kAdmin + 1; uid <= kAdmin + kUsers; ++uid) {
             expectRights(uid, visibleTo(uid, jFleet));
-            soci::session(soci::sqlite3, pStore->path) << "DELETE FROM account WHERE uid = " << uid;
+            pDatabase->run("DELETE FROM account WHERE uid = " + std::to_string(uid));
             expectRights(uid, Rows());
         }
     }

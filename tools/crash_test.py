@@ -2,7 +2,7 @@
 """Kills the server with SIGKILL at random moments while clients change groups, and checks each time that the database is
 whole, the fleet sound, and every change there that was answered with success.
 
-usage: tools/crash_test.py BUILD_DIR [--rounds 50] [--seed N]
+usage: tools/crash_test.py BUILD_DIR [--rounds 50] [--seed N] [--database postgresql]
 """
 import argparse
 import http.client
@@ -16,29 +16,39 @@ import threading
 import time
 
 sys.dont_write_bytecode = True  # no cache beside the sources
-from zemhost import Server, Store, call  # noqa: E402
+from zemhost import Server, Store, call, database  # noqa: E402
 
 WRITERS = 6
 POLICIES = range(1, 9)  # of the sample fleet
 
-# Each gives a row for each fault.
+# Each gives a row for each fault. The first two are of SQLite's file.
 FAULTS = {
     "database": "SELECT integrity_check FROM pragma_integrity_check WHERE integrity_check <> 'ok'",
     "no such parent": "SELECT * FROM pragma_foreign_key_check",
-    "not below the root": "WITH RECURSIVE below (id) AS (SELECT 0 UNION SELECT o.id FROM ou o JOIN below b"
-                          " ON o.parent_id = b.id) SELECT id, name FROM ou WHERE id NOT IN below",
-    "siblings of one name": "SELECT parent_id, name FROM ou WHERE id <> 0 GROUP BY 1, 2 HAVING COUNT(*) > 1",
+    "not below the root": "WITH RECURSIVE below (id) AS (SELECT id FROM ou WHERE id = 0 UNION SELECT o.id FROM ou o"
+                          " JOIN below b ON o.parent_id = b.id)"
+                          " SELECT id, name FROM ou WHERE id NOT IN (SELECT id FROM below)",
+    "siblings of one name": "SELECT parent_id, name FROM ou WHERE id <> 0 GROUP BY parent_id, name HAVING COUNT(*) > 1",
     "delegate of no group": "SELECT * FROM delegate WHERE node_type = 2 AND node_id NOT IN (SELECT id FROM ou)",
-    "link to no policy": "SELECT links, value FROM (SELECT linked_gpo AS links FROM ou UNION ALL SELECT linked_gpo"
-                         " FROM kx), json_each(iif(links = '', '{}', links), '$.order')"
-                         " WHERE json_extract(value, '$.id') NOT IN (SELECT id FROM gpo)",
 }
+SESSIONS = ("SELECT pid FROM pg_stat_activity WHERE pid <> pg_backend_pid()"
+            " AND application_name = current_setting('application_name')")
+LINKS = "SELECT linked_gpo FROM ou UNION ALL SELECT linked_gpo FROM kx"
 
 
-def find_faults(database):
-    """What is wrong with the store's file, as texts."""
+def links_in(text):
+    """The policies that a stored text links."""
+    return [link["id"] for link in json.loads(text or "{}").get("order", [])]
+
+
+def find_faults(store):
+    """What is wrong with the database, as texts."""
     try:
-        return [f"{what}: {row}" for what, query in FAULTS.items() for row in database.execute(query)]
+        faults = [f"{what}: {row}" for what, query in list(FAULTS.items())[0 if store.is_sqlite else 2:]
+                  for row in store.rows(query)]
+        policies = set(store.rows("SELECT id FROM gpo"))
+        return faults + [f"link to no policy: {links}" for links, in store.rows(LINKS)
+                         if not policies.issuperset((id,) for id in links_in(links))]
     except sqlite3.DatabaseError as e:
         return [str(e)]
 
@@ -129,14 +139,28 @@ class Writer(threading.Thread):
         return f"below {self.home}: stored {stored}\nanswered {self.groups}\nand {len(self.pending)} steps more", 0
 
 
-def read_groups(database, home):
-    rows = database.execute("SELECT id, parent_id, name, desc, linked_gpo FROM ou").fetchall()
-    groups = {row[0]: (*row[1:4], [link["id"] for link in json.loads(row[4] or "{}").get("order", [])]) for row in rows}
+def read_groups(store, home):
+    rows = store.rows('SELECT id, parent_id, name, "desc", linked_gpo FROM ou')
+    groups = {row[0]: (*row[1:4], links_in(row[4])) for row in rows}
     return {id: groups[id] for id in below(groups, home)}
 
 
+def take_copy(store, folder):
+    """The store to look at: a copy of its file, so that the next server finds what the killed one left, or the database
+    itself, once it has noticed that the server is gone."""
+    if store.is_sqlite:
+        for path in store.folder.glob(store.path.name + "*"):
+            if not path.name.endswith("-shm"):
+                shutil.copy(path, folder)
+        return Store(store.program.parent, folder)
+    end = time.monotonic() + 60
+    while store.rows(SESSIONS) and time.monotonic() < end:
+        time.sleep(0.01)
+    return store
+
+
 def play_round(store, token, homes, chance, totals):
-    """Serves, kills, and checks a copy, so that the next server finds the files as the killed one left them."""
+    """Serves, kills, and checks. Returns what went wrong."""
     server = Server(store)
     writers = [Writer(home, groups, server, token, chance.random()) for home, groups in homes.items()]
     for writer in writers:
@@ -145,22 +169,16 @@ def play_round(store, token, homes, chance, totals):
     server.kill()
     for writer in writers:
         writer.join()
-    copy = store.folder / "copy"
-    copy.mkdir()
-    for path in store.folder.glob(store.path.name + "*"):
-        if not path.name.endswith("-shm"):
-            shutil.copy(path, copy)
-    database = sqlite3.connect(copy / store.path.name)
-    faults = find_faults(database)
-    for writer in [] if faults else writers:
-        fault, steps = writer.check(read_groups(database, writer.home))
-        faults += writer.refused + ([fault] if fault else [])
-        homes[writer.home] = writer.groups
-        totals["answered"] += writer.answered
-        totals["cut"] += bool(writer.pending)
-        totals["kept"] += steps > 0
-    database.close()
-    shutil.rmtree(copy)
+    with tempfile.TemporaryDirectory() as folder:
+        copy = take_copy(store, folder)
+        faults = find_faults(copy)
+        for writer in [] if faults else writers:
+            fault, steps = writer.check(read_groups(copy, writer.home))
+            faults += writer.refused + ([fault] if fault else [])
+            homes[writer.home] = writer.groups
+            totals["answered"] += writer.answered
+            totals["cut"] += bool(writer.pending)
+            totals["kept"] += steps > 0
     return faults
 
 
@@ -169,13 +187,14 @@ def main():
     parser.add_argument("build")
     parser.add_argument("--rounds", type=int, default=50)
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(10**6))
+    parser.add_argument("--database", choices=["sqlite", "postgresql"], default="sqlite")
     options = parser.parse_args()
     chance = random.Random(options.seed)
     print(f"seed {options.seed}")
     totals = dict.fromkeys(["answered", "cut", "kept"], 0)
     start = time.monotonic()
-    with tempfile.TemporaryDirectory() as folder:
-        store = Store(options.build, folder)
+    with tempfile.TemporaryDirectory() as folder, database(options.database) as url:
+        store = Store(options.build, folder, url)
         store.fill()
         params = json.dumps({"multiple_data": [{"name": f"writer {i}", "parent_id": 1} for i in range(WRITERS)]})
         made = json.loads(store.run("call", "VELQ.ZEM.KXGroup", "create", "--params", params, "--as", "admin"))

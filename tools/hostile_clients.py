@@ -279,7 +279,7 @@ def fill_disk(store_in, build):
         after = create("with room")[1]
         server.stop()
         with sqlite3.connect(store.path) as database:
-            faults = find_faults(database)
+            faults = find_faults(store)
             stored = {row[0] for row in database.execute("SELECT name FROM ou WHERE name GLOB 'n[0-9]*'")}
         database.close()
         refusals = {(status, answer["error"]["code"]) for status, answer in answers if not answer["success"]}

@@ -2,7 +2,7 @@
 """Random accounts change groups, links, delegates and tokens of a server, beside a small model that says what each
 request is answered and what everybody sees; then an account is deprived of a right while it uses it.
 
-usage: tools/model_test.py BUILD_DIR [--steps 2000] [--races 100] [--seed N] [--store URL of an empty database]
+usage: tools/model_test.py BUILD_DIR [--steps 2000] [--races 100] [--seed N] [--database postgresql]
 """
 import argparse
 import collections
@@ -11,7 +11,6 @@ import dataclasses
 import http.client
 import json
 import random
-import shlex
 import socket
 import sys
 import tempfile
@@ -19,7 +18,7 @@ import threading
 import time
 
 sys.dont_write_bytecode = True  # no cache beside the sources
-from zemhost import Server, Store, call  # noqa: E402
+from zemhost import Server, Store, call, database  # noqa: E402
 
 ADMINS = {1000: "admin", 1001: "deputy"}
 RACER = 3000  # whose rights the races take; the steps give it none
@@ -250,11 +249,30 @@ class Model:
             uids.append(entry["ugid"])
         self.groups[id].delegates = uids
 
-    def link(self, node, policy, adds):
-        """By the command, which may do everything."""
+    def link(self, uid, params):
+        demand(is_int(params.get("id")), "policy no integer", 101)
+        arrays = [params.get("target_add"), params.get("target_remove")]
+        demand(all(isinstance(array or [], list) for array in arrays) and arrays != [None, None], "no targets", 101)
+        targets = [(target, array is arrays[0]) for array in arrays for target in array or []]
+        for target, _ in targets:
+            demand(isinstance(target, dict) and target.get("node_type") in (GROUP, SERVER), "kind without links", 101)
+            demand(is_int(target.get("node_id")), "node no integer", 101)
+        for target, _ in targets:
+            node = self.node_of(target)
+            group = target["node_id"] if target["node_type"] == GROUP else node.parent if node else 0
+            demand(self.manages(uid, group), "target not managed", 414)
+        for target, adds in targets:
+            seen = self.seen_policies(uid, self.seen_groups(uid))
+            self.change_link(self.node_of(target), params["id"], adds, seen, 117 if uid in ADMINS else 414)
+
+    def node_of(self, target):
+        return (self.groups if target["node_type"] == GROUP else self.servers).get(target["node_id"])
+
+    def change_link(self, node, policy, adds, seen, code=117):
         demand(node is not None, "unknown node")
         if adds and policy not in node.links:
-            demand(policy in self.policies, "unknown policy")
+            demand(policy in self.policies, "unknown policy", code)
+            demand(policy in seen, "policy not seen", code)
             node.links = node.links + [policy]
         elif not adds:
             node.links = [id for id in node.links if id != policy]
@@ -321,7 +339,7 @@ def make_fleet(chance):
 class Requests:
     """Draws requests: sound ones, which mostly succeed, and others that break a rule or two. The model knows."""
 
-    KINDS = {"create": 4, "chain": 0.3, "change": 3, "move": 4, "link": 4, "delegate": 4, "several": 3}
+    KINDS = {"create": 4, "chain": 0.3, "change": 3, "move": 4, "link": 4, "targets": 4, "delegate": 4, "several": 3}
 
     def __init__(self, model, chance):
         self.model, self.chance, self.names = model, chance, 0
@@ -382,6 +400,23 @@ class Requests:
 
     def link(self, uid, target, is_sound):
         return self.set(uid, target, is_sound, "links", "links")
+
+    def targets(self, uid, target, is_sound):
+        """One policy and several nodes, by the other module's method."""
+        chance, model = self.chance, self.model
+        groups = model.seen_groups(uid)
+        seen = sorted(model.seen_policies(uid, groups))
+        nodes = [{"node_type": GROUP, "node_id": target}] + [
+            {"node_type": SERVER, "node_id": id} for id, node in model.servers.items() if node.parent in groups][:9]
+        params = {"id": chance.choice(seen or [1]), "target_add": chance.sample(nodes, chance.randint(0, 1)),
+                  "target_remove": chance.choice([chance.sample(nodes, 1), [], None])}
+        if not is_sound:
+            stranger = {"node_type": SERVER, "node_id": chance.choice([10**6, *model.servers])}
+            params.update(chance.choice([
+                {"id": chance.choice([*model.policies, 99])}, {"id": str(params["id"])}, {"target_add": [stranger]},
+                {"target_add": [*nodes[:1], stranger]}, {"target_remove": nodes + [{"node_type": POLICY, "node_id": 1}]},
+                {"target_add": None, "target_remove": None}, {"target_add": [{"node_type": GROUP, "node_id": None}]}]))
+        return "link", params
 
     def delegate(self, uid, target, is_sound):
         return self.set(uid, target, is_sound, "delegate", "delegate")
@@ -465,6 +500,10 @@ class Requests:
         return {"revision": revision + chance.choice([-1, 1, 2**40]), **self.sound("desc", uid, target)}
 
 
+def api_of(method):
+    return ("GPO " if method == "link" else "KXGroup ") + method
+
+
 def strip(nodes):
     """Takes the times out, which nobody can foretell."""
     for node in nodes:
@@ -529,7 +568,7 @@ class Steps:
             self.reasons[why] += 1
         self.outcomes[kind][outcome] += 1
         self.latest = f"{NAMES[uid]}: {method} {text(params)}: {why}"
-        status, answer = call(self.connection, self.tokens[uid], "KXGroup " + method, params)
+        status, answer = call(self.connection, self.tokens[uid], api_of(method), params)
         got = answer if answer["success"] else {"success": False, "code": answer["error"]["code"]}
         if status != 200 or got != expected:
             raise Divergence(f"expected {expected}\ngot {status} {answer}")
@@ -545,7 +584,7 @@ class Steps:
 
     def use_void_token(self):
         _, uid, method, params = self.requests.draw()
-        api_method = self.chance.choice(["KXGroup " + method, "Tree get"])
+        api_method = self.chance.choice([api_of(method), "Tree get"])
         status, answer = call(self.connection, self.chance.choice(self.void), api_method, params)
         self.outcomes["token"][status] += 1
         if (status, answer["success"]) != (401, False):
@@ -573,7 +612,7 @@ class Steps:
         command = ["link", "add" if adds else "remove", kind, str(id), str(policy)]
         outcome = "done"
         try:
-            self.model.link(nodes.get(id), policy, adds)
+            self.model.change_link(nodes.get(id), policy, adds, self.model.policies)
         except Refusal as refusal:
             outcome = "refused"
             self.reasons[refusal.why] += 1
@@ -701,27 +740,12 @@ def race(rounds, store, server, tokens, chance):
 
 # --- The whole
 
-class StoreAt(Store):
-    """A store anywhere: what the program is told of a file it takes for the URL."""
-
-    def __init__(self, build, folder, url):
-        super().__init__(build, folder)
-        program = self.folder / "zemhost"
-        program.write_text(f'#!/bin/bash\nurl={shlex.quote(url)}\nexec {shlex.quote(str(self.program))}'
-                           ' "${@/#sqlite:*/"$url"}"\n', encoding="utf-8")
-        program.chmod(0o700)
-        self.program = program
-
-    def run(self, *arguments, **options):
-        return super().run(*arguments, "--store", f"sqlite:{self.path}", **options)
-
-
 def play(options, store, chance):
     """Returns what went wrong."""
     fleet = make_fleet(chance)
     path = store.folder / "fleet.json"
     path.write_text(json.dumps(fleet), encoding="utf-8")
-    store.run("load", str(path))
+    store.run("apply", str(path))
     server = Server(store)
     steps = Steps(store, server, fleet, chance)
     start, number = time.monotonic(), 0
@@ -746,12 +770,11 @@ def main():
     parser.add_argument("--steps", type=int, default=2000)
     parser.add_argument("--races", type=int, default=100, help="rounds of each race")
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(10**6))
-    parser.add_argument("--store", help="URL of an empty database; without it a file of its own")
+    parser.add_argument("--database", choices=["sqlite", "postgresql"], default="sqlite")
     options = parser.parse_args()
     print(f"seed {options.seed}")
-    with tempfile.TemporaryDirectory() as folder:
-        store = StoreAt(options.build, folder, options.store) if options.store else Store(options.build, folder)
-        faults = play(options, store, random.Random(options.seed))
+    with tempfile.TemporaryDirectory() as folder, database(options.database) as url:
+        faults = play(options, Store(options.build, folder, url), random.Random(options.seed))
     for fault in faults[:5]:
         print(fault)
     return 1 if faults else 0

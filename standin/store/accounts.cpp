@@ -5,22 +5,20 @@ namespace standin {
 
 std::optional<Account> findAccountByName(const std::string& name)
 {
-    return explained([&]() -> std::optional<Account> {
-        Transaction transaction(Access::read);
+    const auto find = [&](soci::session& sql) -> std::optional<Account> {
         AccountRow row;
-        if (!Reader<AccountRow>(transaction.sql(), "", "WHERE name = :name", name).next(row)) {
+        if (!Reader<AccountRow>(sql, "", "WHERE name = :name", name).next(row)) {
             return std::nullopt;
         }
         return Account{static_cast<uint32_t>(row.uid), row.name.c_str()};
-    });
+    };
+    return explained([&] { return transacted(Access::read, find); });
 }
 
 bool hasAccounts()
 {
-    return explained([] {
-        Transaction transaction(Access::read);
-        return number(transaction.sql(), "SELECT COUNT(*) FROM account") > 0;
-    });
+    const auto count = [](soci::session& sql) { return number(sql, "SELECT COUNT(*) FROM account"); };
+    return explained([&] { return transacted(Access::read, count); }) > 0;
 }
 
 }  // namespace standin

@@ -29,8 +29,8 @@ std::string changedMembers(const R& before, const R& after)
     return members;
 }
 
-// Runs work(soci::session&), which returns its changeLine(), in a writing transaction and tells of the change once that
-// is committed: 0 and errno as it was, or -1 with errno.
+// Runs work(soci::session&), which returns its changeLine(), in a writing transaction, as transacted() does, and tells
+// of the change once that is committed: 0 and errno as it was, or -1 with errno.
 template <typename Work>
 int changing(Work&& work) noexcept
 {
@@ -49,8 +49,11 @@ int changeRecord(R* pRecord, Work&& work) noexcept
     if (pRecord == nullptr) {
         return guarded([] { requireArguments<void>(nullptr); });
     }
-    R changed(*pRecord);
-    const int result = changing([&](soci::session& sql) { return work(sql, changed); });
+    R changed;
+    const int result = changing([&](soci::session& sql) {
+        changed = *pRecord;
+        return work(sql, changed);
+    });
     if (result == 0) {
         *pRecord = changed;
     }

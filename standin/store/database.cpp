@@ -1,111 +1,42 @@
-// Every connection is opened and set up when the database is opened, so that a wrong address is noticed at once.
+// The open database is a pool of connections; SQLite's files need some care beside.
 #include "standin/store/database.h"
 
 #include <chrono>
-#include <filesystem>
 #include <memory>
 #include <stdexcept>
-#include <string_view>
+#include <string>
 #include <thread>
-#include <utility>
 
 #include <soci/sqlite3/soci-sqlite3.h>
 
+#include "standin/store/address.h"
 #include "standin/store/errors.h"
+#include "standin/store/pool.h"
+#include "standin/store/session.h"
 #include "standin/store/statement.h"
 #include "standin/store/store_file.h"
-
-// SOCI's PostgreSQL backend; its header would need that of the database's client library.
-extern "C" const soci::backend_factory* factory_postgresql(void);
 
 namespace standin {
 namespace {
 
-constexpr size_t kConnections = 8;
-constexpr int kPatienceMilliseconds = 5000;
-constexpr std::string_view kSqlitePrefix = "sqlite:";
-constexpr std::string_view kPostgresPrefixes[] = {"postgresql://", "postgres://"};
+std::unique_ptr<Pool> gPool;
 
-// Where the database is: its file, or what the client library takes.
-struct Address {
-    bool isPostgres;
-    std::string place;
-};
-
-struct Database {
-    explicit Database(Address where) : address(std::move(where)) {}
-    const Address address;
-    soci::connection_pool pool{kConnections};
-};
-
-std::unique_ptr<Database> gDatabase;
-
-constexpr const char* kPatience[] = {"PRAGMA busy_timeout = 5000", "SET lock_timeout = '5s'"};  // by isPostgres
-constexpr const char* kNoPatience[] = {"PRAGMA busy_timeout = 0", "SET lock_timeout = '1ms'"};
-constexpr const char* kSqliteSettings[] = {"PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON",
-                                           "PRAGMA temp_store = MEMORY"};
-constexpr const char* kPostgresSettings[] = {"SET client_encoding = 'UTF8'", "SET client_min_messages = 'error'"};
-
-Address addressOf(const std::string& url)
+Pool& openPool()
 {
-    for (const std::string_view prefix : kPostgresPrefixes) {
-        if (url.starts_with(prefix)) {
-            // SOCI takes the string apart at '=' and spoils one that has none.
-            const char* szOption = url.find('=') == std::string::npos ? "?application_name=zem" : "";
-            return {true, std::string(kPostgresPrefixes[0]) + url.substr(prefix.size()) + szOption};
-        }
-    }
-    if (!url.starts_with(kSqlitePrefix) || url == kSqlitePrefix || url.find('"') != std::string::npos) {
-        throw std::runtime_error("a store is named sqlite:PATH or postgresql://...");
-    }
-    return {false, std::filesystem::absolute(url.substr(kSqlitePrefix.size()))};
-}
-
-// Some of SQLite's settings answer with a row, which must be fetched.
-void setSqlite(soci::session& sql, const char* szSetting)
-{
-    std::string answer;
-    Statement(sql).out(answer).prepare(szSetting).first();
-}
-
-void setPatience(soci::session& sql, const char* const (&settings)[2])
-{
-    isPostgres() ? execute(sql, settings[1]) : setSqlite(sql, settings[0]);
-}
-
-void configure(soci::session& sql, bool postgres)
-{
-    if (postgres) {
-        execute(sql, kPatience[1]);
-        for (const char* szSetting : kPostgresSettings) {
-            execute(sql, szSetting);
-        }
-        return;
-    }
-    setSqlite(sql, kPatience[0]);
-    for (const char* szSetting : kSqliteSettings) {
-        setSqlite(sql, szSetting);
-    }
-}
-
-void connect(soci::session& sql, const Address& address)
-{
-    if (address.isPostgres) {
-        sql.open(*factory_postgresql(), address.place);
-    } else {
-        sql.open(soci::sqlite3, "dbname=\"" + address.place + '"');
-    }
-    configure(sql, address.isPostgres);
+    require(gPool != nullptr, EIO, "no store is open");
+    return *gPool;
 }
 
 // Has readers and a writer not lock each other out. Changing this is the one thing that SQLite does not wait for.
 void writeAhead()
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMilliseconds);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     Connection connection;
     for (;;) {
         try {
-            return setSqlite(connection.sql(), "PRAGMA journal_mode = WAL");
+            std::string mode;
+            Statement(connection.sql()).out(mode).prepare("PRAGMA journal_mode = WAL").first();
+            return;
         } catch (const soci::soci_error&) {
             if (errnoOfException() != EBUSY || std::chrono::steady_clock::now() > end) {
                 throw;
@@ -115,36 +46,24 @@ void writeAhead()
     }
 }
 
-size_t leaseSlot()
-{
-    require(gDatabase != nullptr, EIO, "no store is open");
-    size_t slot = 0;
-    require(gDatabase->pool.try_lease(slot, kPatienceMilliseconds), EBUSY);
-    return slot;
-}
-
 }  // namespace
 
-void openDatabase(const std::string& url, OpenMode mode)
+void openDatabase(const std::string& url, OpenMode mode, size_t connections)
 {
     closeDatabase();
-    auto pDatabase = std::make_unique<Database>(addressOf(url));
-    const Address& address = pDatabase->address;
+    const Address address = addressOf(url);
     if (!address.isPostgres) {
         provideStoreFile(address.place, mode);
     }
     // A connection of the pool is used by one thread at a time: locking it again for every column is a waste. This has
     // no effect, and does no harm, when the library is in use already.
     sqlite_api::sqlite3_config(SQLITE_CONFIG_MULTITHREAD);
-    for (size_t slot = 0; slot < kConnections; ++slot) {
-        connect(pDatabase->pool.at(slot), address);
-    }
-    gDatabase = std::move(pDatabase);
+    gPool = std::make_unique<Pool>(address, connections);
 }
 
 void settleDatabase()
 {
-    const Address& address = gDatabase->address;
+    const Address& address = gPool->address();
     if (address.isPostgres || !isWritable(address.place)) {
         return;
     }
@@ -154,41 +73,55 @@ void settleDatabase()
 
 void closeDatabase()
 {
-    gDatabase.reset();
+    gPool.reset();
+}
+
+bool isDatabaseOpen()
+{
+    return gPool != nullptr;
 }
 
 bool isPostgres()
 {
-    return gDatabase != nullptr && gDatabase->address.isPostgres;
+    return gPool != nullptr && gPool->address().isPostgres;
 }
 
-Connection::Connection() : m_slot(leaseSlot()) {}
+bool isStoreAnswering()
+{
+    return gPool != nullptr && gPool->isAnswering();
+}
+
+Connection::Connection() : m_number(openPool().lease()) {}
 
 Connection::~Connection()
 {
-    gDatabase->pool.give_back(m_slot);
+    gPool->giveBack(m_number);
 }
 
 soci::session& Connection::sql()
 {
-    return gDatabase->pool.at(m_slot);
+    return gPool->at(m_number);
+}
+
+void Connection::close()
+{
+    gPool->close(m_number);
 }
 
 void Connection::reconnect()
 {
-    sql().reconnect();
-    configure(sql(), gDatabase->address.isPostgres);
+    gPool->reconnect(m_number);
 }
 
 Impatience::Impatience(soci::session& sql) : m_sql(sql)
 {
-    setPatience(m_sql, kNoPatience);
+    setPatience(m_sql, false);
 }
 
 Impatience::~Impatience()
 {
     try {
-        setPatience(m_sql, kPatience);
+        setPatience(m_sql, true);
     } catch (const std::runtime_error&) {  // the connection is lost, and set up anew when it is made anew
     }
 }

@@ -3,7 +3,7 @@
 #include "standin/store/delegates.h"
 
 #include <algorithm>
-#include <functional>
+#include <unordered_map>
 
 #include "standin/store/change_log.h"
 #include "standin/store/checks.h"
@@ -27,8 +27,7 @@ std::vector<Delegate> readDelegates(soci::session& sql, int64_t nodeType, int64_
 
 std::vector<Delegate> readDelegates(int64_t nodeType, int64_t id)
 {
-    Transaction transaction(Access::read);
-    return readDelegates(transaction.sql(), nodeType, id);
+    return transacted(Access::read, [&](soci::session& sql) { return readDelegates(sql, nodeType, id); });
 }
 
 std::vector<Delegate> delegatesInSnapshot(const Snapshot& snapshot, int nodeType, int64_t id)
@@ -52,26 +51,30 @@ void listDelegates(int64_t id, int nodeType, Delegate*& pHead, int& count)
     count = static_cast<int>(tListed.size());
 }
 
-void fillExtraInfo(Delegate* pHead, bool all, const std::function<VLIBCString(uint64_t)>& extraInfoOf)
+using ExtraInfo = std::unordered_map<uint64_t, VLIBCString>;  // of accounts, by uid
+
+void fillExtraInfo(Delegate* pHead, bool all, const ExtraInfo& extraInfo)
 {
     for (Delegate* pItem = pHead; pItem != nullptr; pItem = pItem->pNext) {
         if (all || pItem->extraInfo.empty()) {
-            pItem->extraInfo = extraInfoOf(pItem->ugid);
+            const auto found = extraInfo.find(pItem->ugid);
+            pItem->extraInfo = found == extraInfo.end() ? VLIBCString() : found->second;
         }
     }
 }
 
-VLIBCString readExtraInfo(soci::session& sql, uint64_t ugid)
+// Of the accounts that the items name.
+ExtraInfo readExtraInfo(soci::session& sql, const Delegate* pHead)
 {
-    const auto uid = static_cast<int64_t>(ugid);
-    AccountRow account;
-    return Reader<AccountRow>(sql, "", "WHERE uid = :uid", uid).next(account) ? extraInfoOf(account) : VLIBCString();
-}
-
-VLIBCString extraInfoInSnapshot(const Snapshot& snapshot, uint64_t ugid)
-{
-    const auto found = snapshot.extraInfo.find(ugid);
-    return found == snapshot.extraInfo.end() ? VLIBCString() : found->second;
+    ExtraInfo extraInfo;
+    for (const Delegate* pItem = pHead; pItem != nullptr; pItem = pItem->pNext) {
+        const auto uid = static_cast<int64_t>(pItem->ugid);
+        AccountRow account;
+        if (Reader<AccountRow>(sql, "", "WHERE uid = :uid", uid).next(account)) {
+            extraInfo.emplace(pItem->ugid, extraInfoOf(account));
+        }
+    }
+    return extraInfo;
 }
 
 // The uids that the entries name, as far as they can be read.
@@ -188,12 +191,12 @@ int VELQDelegateUpdateExtraInfoList(_tag_velq_zem_delegate_* pHead, BOOL flag)
         if (pHead == nullptr) {
             return;
         }
+        const bool all = flag != FALSE;
         if (pSnapshot != nullptr) {
-            fillExtraInfo(pHead, flag != FALSE, [&](uint64_t ugid) { return extraInfoInSnapshot(*pSnapshot, ugid); });
-            return;
+            return fillExtraInfo(pHead, all, pSnapshot->extraInfo);
         }
-        Transaction transaction(Access::read);
-        fillExtraInfo(pHead, flag != FALSE, [&](uint64_t ugid) { return readExtraInfo(transaction.sql(), ugid); });
+        const auto read = [pHead](soci::session& sql) { return readExtraInfo(sql, pHead); };
+        fillExtraInfo(pHead, all, transacted(Access::read, read));
     });
 }
 

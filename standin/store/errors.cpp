@@ -7,9 +7,11 @@
 #include <sstream>
 #include <utility>
 
+#include <soci/postgresql/soci-postgresql.h>
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
 
+#include "standin/store/caller.h"
 #include "standin/store/store.h"
 
 namespace standin {
@@ -20,13 +22,37 @@ constexpr char kNoMemory[] = "out of memory";
 
 thread_local std::string tRefusal;
 
+// What PostgreSQL calls the error, five characters; empty where the error is not its.
+std::string sqlStateOf(const soci::soci_error& error)
+{
+    const auto* pPostgres = dynamic_cast<const soci::postgresql_soci_error*>(&error);
+    return pPostgres == nullptr ? "" : pPostgres->sqlstate();
+}
+
+std::string sqlStateOfException()
+{
+    try {
+        throw;
+    } catch (const soci::soci_error& error) {
+        return sqlStateOf(error);
+    } catch (...) {
+        return "";
+    }
+}
+
+bool isGivenUp(const std::string& sqlState)
+{
+    return sqlState == "40001" || sqlState == "40P01";  // not serializable; a deadlock
+}
+
 int errnoOfDatabase(const soci::soci_error& error)
 {
     if (const auto* pSqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error)) {
         const int primary = pSqlite->result() & 0xff;  // the bits above tell variants of the code apart
         return primary == SQLITE_BUSY || primary == SQLITE_LOCKED ? EBUSY : primary == SQLITE_NOMEM ? ENOMEM : EIO;
     }
-    return error.get_error_category() == soci::soci_error::unknown_transaction_state ? EBUSY : EIO;
+    const std::string state = sqlStateOf(error);
+    return isGivenUp(state) || state == "55P03" ? EBUSY : EIO;  // 55P03: the lock did not come free in time
 }
 
 // What the database says, on one line, without the statement that it quotes.
@@ -44,11 +70,7 @@ std::string textOfDatabase(const soci::soci_error& error)
     for (const char* szEnd : {"\nLINE ", " while preparing ", " while executing "}) {
         text.resize(std::min(text.find(szEnd), text.size()));
     }
-    std::string line;
-    for (std::istringstream words(text); words >> text;) {
-        line += (line.empty() ? "" : " ") + text;
-    }
-    return "the database reports: " + line;
+    return "the database reports: " + onOneLine(text);
 }
 
 }  // namespace
@@ -96,6 +118,16 @@ int errnoOfException()
     }
 }
 
+bool isToBeRepeated()
+{
+    return isGivenUp(sqlStateOfException());
+}
+
+bool isOutcomeUnknown()
+{
+    return sqlStateOfException() == "40003";
+}
+
 std::string textOfException()
 {
     try {
@@ -111,6 +143,15 @@ std::string textOfException()
     }
 }
 
+std::string onOneLine(const std::string& text)
+{
+    std::string line, word;
+    for (std::istringstream words(text); words >> word;) {
+        line += (line.empty() ? "" : " ") + word;
+    }
+    return line;
+}
+
 void forgetRefusal() noexcept
 {
     tRefusal.clear();
@@ -118,12 +159,16 @@ void forgetRefusal() noexcept
 
 int keepRefusal() noexcept
 {
+    const int code = errnoOfException();
     try {
         tRefusal = textOfException();
+        if (hasCommitted() && (code == EIO || code == EBUSY)) {
+            tRefusal += "; what the request had changed before stays changed";
+        }
     } catch (...) {
         tRefusal.clear();  // there is no memory left for the text
     }
-    return errnoOfException();
+    return code;
 }
 
 std::string takeRefusal()

@@ -9,6 +9,9 @@
 
 namespace standin {
 
+// Of a call whose connection is lost.
+constexpr char kNoAnswer[] = "the database does not answer";
+
 // The call is refused with this errno value. why: one line for people.
 struct Refusal : std::runtime_error {
     Refusal(int errnoValue, const std::string& why);
@@ -18,6 +21,11 @@ struct Refusal : std::runtime_error {
 // A JSON value or a text that cannot be used. place: member path of the value, "delegate[1].ugid"; why: for people.
 struct BadInput : std::runtime_error {
     BadInput(std::string_view place, std::string_view why);
+};
+
+// There is no store where one was to be opened. The text is for people.
+struct NoStore : std::runtime_error {
+    using runtime_error::runtime_error;
 };
 
 // The refusal for a record that is another one by now: EAGAIN.
@@ -41,8 +49,18 @@ void demand(bool condition, std::string_view place, std::string_view why);
 // ENOMEM or EIO for what the database reports, EIO for anything unknown.
 int errnoOfException();
 
+// Whether the exception being handled says that the database gave up the transaction because of others, and that it may
+// succeed when it is run once more; likewise.
+bool isToBeRepeated();
+
+// Whether the database itself says that it does not know whether the transaction was committed; likewise.
+bool isOutcomeUnknown();
+
 // The text for the exception being handled, one line for people, without SQL; likewise.
 std::string textOfException();
+
+// The text with one space for each run of white space, none at its ends.
+std::string onOneLine(const std::string& text);
 
 // Forgets the calling thread's refusal.
 void forgetRefusal() noexcept;

@@ -159,23 +159,19 @@ void readDelegates(soci::session& sql, const View& view, Snapshot& snapshot)
     }
 }
 
-void readTree(soci::session& sql, Role role, int64_t uid, Tree& tree)
+Tree readTree(soci::session& sql, int64_t uid)
 {
+    Tree tree;
+    const Role role = roleOf(sql, uid);
+    if (role == Role::unknown) {
+        return tree;
+    }
     const View view = viewOf(role, uid);
     tree.pGroups = readChain(Reader<Group>(sql, view.with, view.groups + " ORDER BY id", view.parameters));
     tree.pServers = readChain(Reader<Server>(sql, view.with, view.servers + " ORDER BY id", view.parameters));
     readPolicies(sql, role, view, tree);
     readDelegates(sql, view, *tree.pSnapshot);
-}
-
-void readTree(int64_t uid, Tree& tree)
-{
-    Transaction transaction(Access::read);
-    const Role role = roleOf(transaction.sql(), uid);
-    if (role != Role::unknown) {
-        readTree(transaction.sql(), role, uid, tree);
-    }
-    transaction.commit();
+    return tree;
 }
 
 // --- One level
@@ -201,13 +197,12 @@ struct Level {
     int64_t total = 0;
 };
 
-void readLevel(const Page& page, Level& level)
+Level readLevel(soci::session& sql, const Page& page)
 {
-    Transaction transaction(Access::read);
-    soci::session& sql = transaction.sql();
+    Level level;
     const Role role = roleOf(sql, page.uid);
     if (role == Role::unknown) {
-        return;
+        return level;
     }
     const View view = viewOf(role, page.uid);
     level.total = number(sql, view.with + "SELECT COUNT(*) FROM ou " + view.topmost, view.parameters);
@@ -216,6 +211,7 @@ void readLevel(const Page& page, Level& level)
     for (const Group* pGroup = level.pGroups.get(); pGroup != nullptr; pGroup = pGroup->pNext) {
         ++level.count;
     }
+    return level;
 }
 
 void giveNumber(int64_t value, int* pTarget)
@@ -236,8 +232,8 @@ int VELQZEMListTreeByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppOu, _tag_
     dropSnapshot();
     return guarded([&] {
         requireArguments(pHash, ppOu, ppKx, ppGpo);
-        Tree tree;
-        readTree(askingUid(pHash), tree);
+        const int64_t uid = askingUid(pHash);
+        Tree tree = transacted(Access::read, [uid](soci::session& sql) { return readTree(sql, uid); });
         tree.pSnapshot->heads = {tree.pGroups.get(), tree.pServers.get(), tree.pPolicies.get()};
         keepSnapshot(std::move(tree.pSnapshot));
         *ppOu = tree.pGroups.release();
@@ -250,8 +246,8 @@ int VELQZEMListOneLevelByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppHead,
 {
     return guarded([&] {
         requireArguments(pHash, ppHead);
-        Level level;
-        readLevel(pageOf(pHash), level);
+        const Page page = pageOf(pHash);
+        Level level = transacted(Access::read, [&page](soci::session& sql) { return readLevel(sql, page); });
         giveNumber(level.total, pTotal);
         giveNumber(level.count, pCount);
         *ppHead = level.pGroups.release();

@@ -5,13 +5,16 @@
 #include "standin/store/snapshot.h"
 #include "standin/store/store.h"
 
-void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode)
+void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode, size_t connections)
 {
     VELQZEMStoreClose();
     standin::explained([&] {
-        standin::openDatabase(url, mode);
         try {
+            standin::openDatabase(url, mode, connections);
             standin::prepareSchema(mode);
+        } catch (const standin::NoStore&) {
+            VELQZEMStoreClose();
+            mode == standin::OpenMode::ifThere ? void() : throw;
         } catch (...) {
             VELQZEMStoreClose();
             throw;

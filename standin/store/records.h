@@ -89,7 +89,8 @@ bool isSame(const Field<R>& field, const R& one, const R& other)
     return std::visit([&](auto member) { return Same()(one.*member, other.*member); }, field.member);
 }
 
-// What distinguishes the kinds of record: for nodes the name for people and "node_type"; the table, and the fields.
+// What distinguishes the kinds of record: the name for people; for nodes "node_type"; the table; the fields,
+// the identifier first.
 template <typename R>
 struct Kind;
 
@@ -146,6 +147,7 @@ struct Kind<Policy> {
 
 template <>
 struct Kind<AccountRow> {
+    static constexpr const char* kName = "account";
     static constexpr const char* kTable = "account";
     static constexpr std::array<Field<AccountRow>, 5> kFields = {{
         {"uid", &AccountRow::uid},

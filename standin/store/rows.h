@@ -198,11 +198,20 @@ Chain<R> chainOf(const std::map<int64_t, R>& records)
     return chain.take();
 }
 
+// Text at the end of an INSERT that has a new record take the place of the one with its identifier.
+template <typename R>
+std::string orOverwrite()
+{
+    return std::string(" ON CONFLICT (\"") + Kind<R>::kFields[0].name + "\") DO UPDATE SET " +
+           columns<R>("\"@\" = excluded.\"@\"");
+}
+
 // Stores new records, many with one statement: each statement is a round trip to the database.
 template <typename R>
 class Inserter {
 public:
-    explicit Inserter(soci::session& sql) : m_sql(sql) {}
+    // rest: text after the values.
+    explicit Inserter(soci::session& sql, std::string rest = "") : m_sql(sql), m_rest(std::move(rest)) {}
 
     // Stores the record now or later, by flush() at the latest.
     void insert(const R& record)
@@ -241,12 +250,13 @@ private:
             values += (i == 0 ? "(" : ", (") + columns<R>(":@" + std::to_string(i)) + ")";
         }
         m_pStatement->prepare(
-            std::string("INSERT INTO ") + Kind<R>::kTable + " (" + columns<R>("\"@\"") + ") VALUES " + values,
+            std::string("INSERT INTO ") + Kind<R>::kTable + " (" + columns<R>("\"@\"") + ") VALUES " + values + m_rest,
             m_count < kMost);
         m_prepared = m_count;
     }
 
     soci::session& m_sql;
+    const std::string m_rest;
     std::deque<Row<R>> m_rows;  // those of a full statement at most; they stay where they are, as it is bound to them
     size_t m_count = 0;         // of rows that are to be stored
     std::unique_ptr<Statement> m_pStatement;

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "standin/store/errors.h"
 #include "standin/store/statement.h"
 #include "standin/store/transaction.h"
 
@@ -21,26 +22,26 @@ constexpr const char* kTokenTable =
     " label TEXT NOT NULL, made BIGINT NOT NULL, expires BIGINT NOT NULL, last_used BIGINT NOT NULL)";
 constexpr const char* kTokenIndex = "CREATE INDEX token_account ON token (uid)";
 
-// The counters stand in meta beside the version: an identifier is never given out twice. Foreign keys are checked at
-// commit, so that a fleet's groups may be stored in any order. Group 0 is its own parent.
+// The counters stand in meta beside the version: an identifier is never given out twice. Group 0 is its own
+// parent. A store of an earlier program checks its foreign keys at commit, a newer one after each statement.
 constexpr const char* kSchema[] = {
     "CREATE TABLE account (uid BIGINT PRIMARY KEY, name TEXT NOT NULL UNIQUE, admin BIGINT NOT NULL,"
     " domain_name TEXT NOT NULL, domain_type TEXT NOT NULL)",
     kTokenTable,
     kTokenIndex,
     "CREATE TABLE ou (id BIGINT PRIMARY KEY,"
-    " parent_id BIGINT NOT NULL REFERENCES ou (id) DEFERRABLE INITIALLY DEFERRED, name TEXT NOT NULL,"
+    " parent_id BIGINT NOT NULL REFERENCES ou (id), name TEXT NOT NULL,"
     " \"desc\" TEXT NOT NULL, mtime BIGINT NOT NULL, revision BIGINT NOT NULL, block_inheritance BIGINT NOT NULL,"
     " linked_gpo TEXT NOT NULL, extra_info TEXT NOT NULL)",
     "CREATE INDEX ou_parent ON ou (parent_id)",
     "CREATE UNIQUE INDEX ou_sibling ON ou (parent_id, name) WHERE id <> 0",
     "CREATE TABLE kx (id BIGINT PRIMARY KEY,"
-    " parent_id BIGINT NOT NULL REFERENCES ou (id) DEFERRABLE INITIALLY DEFERRED, name TEXT NOT NULL,"
+    " parent_id BIGINT NOT NULL REFERENCES ou (id), name TEXT NOT NULL,"
     " address TEXT NOT NULL, sid TEXT NOT NULL, mtime BIGINT NOT NULL, revision BIGINT NOT NULL,"
     " linked_gpo TEXT NOT NULL)",
     "CREATE INDEX kx_parent ON kx (parent_id)",
     "CREATE TABLE gpo (id BIGINT PRIMARY KEY,"
-    " parent_id BIGINT NOT NULL REFERENCES ou (id) DEFERRABLE INITIALLY DEFERRED, name TEXT NOT NULL,"
+    " parent_id BIGINT NOT NULL REFERENCES ou (id), name TEXT NOT NULL,"
     " \"desc\" TEXT NOT NULL, mtime BIGINT NOT NULL, revision BIGINT NOT NULL, setting TEXT NOT NULL)",
     "CREATE INDEX gpo_parent ON gpo (parent_id)",
     "CREATE TABLE delegate (node_type BIGINT NOT NULL, node_id BIGINT NOT NULL, position BIGINT NOT NULL,"
@@ -52,14 +53,17 @@ constexpr const char* kSchema[] = {
     "INSERT INTO meta VALUES ('last_ou', 0)",
 };
 
-// Texts sort by their bytes, as SQLite does by itself, whatever the locale of the database.
-std::string inDialect(std::string statement)
+// Texts sort by their bytes, as they do by themselves on SQLite and wherever no language is set.
+void executeAll(soci::session& sql, const auto& statements)
 {
+    const bool isByLanguage = number(sql, "SELECT CASE WHEN 'a' < 'B' THEN 1 ELSE 0 END") != 0;
     const std::string type = "TEXT ";
-    for (size_t at = 0; isPostgres() && (at = statement.find(type, at)) != std::string::npos; at += type.size()) {
-        statement.insert(at + type.size(), "COLLATE \"C\" ");
+    for (std::string statement : statements) {
+        for (size_t at = 0; isByLanguage && (at = statement.find(type, at)) != statement.npos; at += type.size()) {
+            statement.insert(at + type.size(), "COLLATE \"C\" ");
+        }
+        execute(sql, statement);
     }
-    return statement;
 }
 
 // Version 1 had one token in each account's row. SQLite cannot drop that column, so the rows move to a new table.
@@ -98,11 +102,9 @@ std::set<std::string> tableNames(soci::session& sql)
 
 // The version of the store in the open database, 0 for an empty one. Throws std::runtime_error when it holds something
 // else.
-int64_t versionOfDatabase()
+int64_t versionOfDatabase(soci::session& sql)
 {
     static const std::set<std::string> kOurs = {"account", "delegate", "gpo", "gpo_fetch", "kx", "meta", "ou"};
-    Transaction transaction(Access::read);
-    soci::session& sql = transaction.sql();
     const std::set<std::string> names = tableNames(sql);
     // One who was interrupted while making a store may have left the first of its tables.
     const bool isBegun = names == std::set<std::string>{"meta"} && number(sql, "SELECT COUNT(*) FROM meta") == 0;
@@ -117,7 +119,8 @@ int64_t versionOfDatabase()
     return version;
 }
 
-// This table comes first and by itself: every writing transaction locks it on PostgreSQL, the first one too.
+// This table comes first and by itself: every writing transaction on PostgreSQL looks there for the row to lock, the
+// first one too, which finds none.
 void createMeta()
 {
     constexpr char kMeta[] = "CREATE TABLE IF NOT EXISTS meta (name TEXT PRIMARY KEY, value BIGINT NOT NULL)";
@@ -129,43 +132,52 @@ void createMeta()
     }
 }
 
-// Makes or renews the tables, unless someone else did so in the meantime.
-void bringUpToDate()
+// Makes or renews the tables, unless someone else did so in the meantime. Of those who make them at once, all but one
+// wait at the first row, and then fail there.
+void bringUpToDate(soci::session& sql)
 {
-    createMeta();
-    Transaction transaction(Access::write);
-    soci::session& sql = transaction.sql();
-    const auto executeAll = [&sql](const auto& statements) {
-        for (const char* szStatement : statements) {
-            execute(sql, inDialect(szStatement));
-        }
-    };
     const int64_t version = readVersion(sql);
     if (version == 0) {
-        executeAll(kSchema);
         change(sql, "INSERT INTO meta VALUES ('version', :version)", kSchemaVersion);
+        executeAll(sql, kSchema);
     } else if (version == 1) {
-        executeAll(kFromVersion1);
+        executeAll(sql, kFromVersion1);
         change(sql, "UPDATE meta SET value = :version WHERE name = 'version'", kSchemaVersion);
     }
-    transaction.commit();
+}
+
+// The version of the store that is to be opened.
+int64_t usableVersion(OpenMode mode)
+{
+    const int64_t version = transacted(Access::read, versionOfDatabase);
+    if (version == 0 && mode != OpenMode::createIfMissing) {
+        throw NoStore("there is no store: the database is empty");
+    }
+    if (version < 0 || version > kSchemaVersion) {
+        throw std::runtime_error("the store has schema version " + std::to_string(version) + ", this program needs " +
+                                 std::to_string(kSchemaVersion));
+    }
+    return version;
 }
 
 }  // namespace
 
 void prepareSchema(OpenMode mode)
 {
-    const int64_t version = versionOfDatabase();
-    if (version == 0 && mode == OpenMode::existingOnly) {
-        throw std::runtime_error("there is no store: the database is empty");
-    }
-    if (version < 0 || version > kSchemaVersion) {
-        throw std::runtime_error("the store has schema version " + std::to_string(version) + ", this program needs " +
-                                 std::to_string(kSchemaVersion));
-    }
+    int64_t version = usableVersion(mode);
     settleDatabase();
-    if (version < kSchemaVersion) {
-        bringUpToDate();
+    while (version < kSchemaVersion) {
+        try {
+            createMeta();
+            transacted(Access::write, bringUpToDate);
+            return;
+        } catch (const soci::soci_error&) {
+            const int64_t before = version;
+            version = usableVersion(mode);
+            if (version == before) {  // it is not that someone else was quicker
+                throw;
+            }
+        }
     }
 }
 

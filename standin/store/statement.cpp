@@ -1,6 +1,9 @@
 // Statements are counted as they are executed, which tells a test how many a call needs.
 #include "standin/store/statement.h"
 
+#include "standin/store/errors.h"
+#include "standin/store/pool.h"
+#include "standin/store/session.h"
 #include "standin/store/store.h"
 
 namespace standin {
@@ -9,6 +12,18 @@ namespace {
 thread_local uint64_t tStatements = 0;
 
 }  // namespace
+
+// What the client library says of a connection's end depends on who ended it and when.
+template <typename Work>
+auto Statement::run(Work&& work)
+{
+    try {
+        return work();
+    } catch (const soci::soci_error&) {
+        require(!isLost(m_sql), EIO, kNoAnswer);
+        throw;
+    }
+}
 
 Statement& Statement::in(const std::vector<int64_t>& values)
 {
@@ -20,21 +35,25 @@ Statement& Statement::in(const std::vector<int64_t>& values)
 
 Statement& Statement::prepare(const std::string& query, bool once)
 {
-    m_statement.alloc();
-    m_statement.prepare(query, once ? soci::details::st_one_time_query : soci::details::st_repeatable_query);
-    m_statement.define_and_bind();
+    const auto type = once ? soci::details::st_one_time_query : soci::details::st_repeatable_query;
+    run([&] {
+        m_statement.alloc();
+        m_statement.prepare(query, type);
+        m_statement.define_and_bind();
+    });
     return *this;
 }
 
 bool Statement::first()
 {
     ++tStatements;
-    return m_statement.execute(true);
+    noteStatement();
+    return run([this] { return m_statement.execute(true); });
 }
 
 bool Statement::next()
 {
-    return m_statement.fetch();
+    return run([this] { return m_statement.fetch(); });
 }
 
 int64_t Statement::change()

@@ -1,5 +1,5 @@
 // SQL statements over a session, which is one connection: used by the thread that leased it, in its open transaction.
-// What the database reports is thrown as soci::soci_error.
+// What the database reports is thrown as soci::soci_error, the end of the connection as Refusal EIO.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@ namespace standin {
 // written by reference and must outlive the statement. Parameters are named ":x", each once, bound in their order.
 class Statement {
 public:
-    explicit Statement(soci::session& sql) : m_statement(sql) {}
+    explicit Statement(soci::session& sql) : m_sql(sql), m_statement(sql) {}
     Statement(const Statement&) = delete;
 
     template <typename T>
@@ -42,6 +42,10 @@ public:
     int64_t change();  // executes; number of rows changed
 
 private:
+    template <typename Work>
+    auto run(Work&& work);
+
+    soci::session& m_sql;
     soci::statement m_statement;
 };
 

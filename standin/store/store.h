@@ -6,6 +6,7 @@
 // with a text of one line for people, when the store fails or refuses; what it returns is the caller's.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -19,19 +20,25 @@
 
 namespace standin {
 
-// What opening does where there is no store yet: make one, or refuse. Commands that only read take existingOnly.
-enum class OpenMode { createIfMissing, existingOnly };
+// What opening does where there is no store yet: make one, refuse, or open nothing. Commands that only read take
+// existingOnly.
+enum class OpenMode { createIfMissing, existingOnly, ifThere };
+
+constexpr size_t kDefaultConnections = 8;
 
 }  // namespace standin
 
 // Opens the one store of the process: "sqlite:PATH" or "postgresql://..." (also written "postgres://..."). Call it
-// before any VELQZEM function and when no thread uses the store; opening another store closes the first.
+// before any VELQZEM function and when no thread uses the store; opening another store closes the first. connections:
+// how many threads can use the store at a time; at least one.
 // Where the database is empty or missing, createIfMissing makes the store; a new SQLite file is its owner's alone
-// (0600), as is what SQLite puts beside it, and one that is a store loses the rights of group and others. A store of
-// the version before is brought to this one, once, whoever else opens it at the same time. Refused, and left as it was:
-// a database that holds other tables ("not a store"), a store of a version that this program does not know, and with
-// existingOnly a database that is empty or missing.
-void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode = standin::OpenMode::createIfMissing);
+// (0600), its folder's owner's when root makes it, as is what SQLite puts beside it, and one that is a store loses the
+// rights of group and others. A store of the version before is brought to this one, once, whoever else opens it at the
+// same time. Refused, and left as it was: a database that holds other tables ("not a store"), a store of a version that
+// this program does not know, and with existingOnly a database that is empty or missing; with ifThere that is left as it
+// was too, and nothing is open then.
+void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode = standin::OpenMode::createIfMissing,
+                      size_t connections = standin::kDefaultConnections);
 
 // Closes the store; VELQZEM functions then fail with EIO. No thread may be using it.
 void VELQZEMStoreClose();
@@ -65,8 +72,9 @@ private:
 
 // Why the calling thread's last VELQZEM call failed: one line for people ("parent_id: no group 99"), which it hands
 // over; a second call gives an empty text. Every VELQZEM call that can fail begins by forgetting the text, so that one
-// which succeeds leaves none; releasing records and lists leaves it as it is. The text holds only what the caller's
-// rights let it see; without a caller anything. It may hold names, with any character but a NUL.
+// which succeeds leaves none; releasing records and lists leaves it as it is. Where the database failed, the text says
+// so, and whether changes that were made on behalf of the caller before are there or may be. The text holds only what
+// the caller's rights let it see; without a caller anything. It may hold names, with any character but a NUL.
 std::string takeRefusal();
 
 // --- Accounts
@@ -107,12 +115,55 @@ int64_t revokeTokens(uint32_t uid, const std::optional<std::string>& label);
 // at most once a minute for each token, if the store can be written at once: one that cannot does not fail the search.
 std::optional<Account> findAccountByToken(const std::string& tokenHash);
 
-// --- Fleets
+// --- Fleets. A fleet file is a JSON object with the arrays "accounts", "groups", "policies" and "servers", each
+// optional. A record is known by its kind and its "uid" or "id"; a member that it lacks has its default value.
 
-// Stores a fleet file's accounts, groups, policies and servers, all or nothing, into a store that holds none yet. The
-// whole fleet is checked first; the exception's text says what is wrong and where ("groups[3].parent_id: ...").
-// progress: called now and then with the records stored so far and their total; may be empty.
-void loadFleet(const Json::Value& jFleet, const std::function<void(size_t done, size_t total)>& progress);
+struct ApplyOptions {
+    bool dryRun = false;  // only plan
+    bool prune = false;   // delete what the file lacks; the root group goes back to what it was at first
+};
+
+// Records, by what becomes of them.
+struct PlanCount {
+    size_t created = 0;
+    size_t changed = 0;
+    size_t deleted = 0;
+};
+
+// Takes a line of a plan, without a line end: "+ group 12 Web" for a record that is new, "~ server 4 address 192.0.2.1
+// -> 192.0.2.7, name a -> b" for one that changes, "- policy 3" for one that is deleted. Texts are quoted as JSON where
+// they hold more than visible characters, or could be taken for more than one value, and cut when they are long.
+using PlanSink = std::function<void(const std::string& line)>;
+
+// Called now and then with the records done so far and their total.
+using FleetProgress = std::function<void(size_t done, size_t total)>;
+
+// Brings the store to what the fleet file says, in one transaction: records that are new are created, those that differ
+// are changed, and what the file lacks is deleted with prune, else kept. Groups and servers whose policies are others
+// then are to fetch them anew. "mtime" and "revision" of a file count for new records alone, and are not compared. An
+// equal store is left untouched. Tokens stay with their accounts.
+// Refused, and nothing changed, with the place ("groups[3].parent_id: no group 9"): a file that breaks a rule of the
+// store, by itself or together with what the store keeps, or has a key that the format does not; a fleet without an
+// administrator.
+// With dryRun nothing is written; with no store open the plan is that for an empty one.
+// plan: called for each record that differs, in the order of kinds and identifiers, when the store is free again.
+// progress: called within the transaction, from the start again when that is repeated. Both may be empty.
+PlanCount applyFleet(const Json::Value& jFleet, const ApplyOptions& options, const PlanSink& plan = nullptr,
+                     const FleetProgress& progress = nullptr);
+
+// The same for a fleet that is made from the stored one, in the same transaction, and without deletions. revise: called
+// with the stored fleet as exportFleet() writes it and the highest identifier that a group ever had, above which those of
+// new groups belong, and once more when the database has the transaction repeated; returns the fleet to apply, and may
+// throw std::runtime_error.
+using Revision = std::function<Json::Value(const Json::Value& jStored, int64_t lastGroup)>;
+PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan = nullptr,
+                      const FleetProgress& progress = nullptr);
+
+// Gives the store as a fleet file, line by line without line ends: a record in each, in the order of kinds and
+// identifiers, its members in one order without those at their default. The root group is group 0; tokens are left out.
+// Throws also for a record that somebody has spoiled behind the store's back, and names it: what comes out can be
+// applied. The sink is called when nothing is locked any more.
+void exportFleet(const std::function<void(const std::string& line)>& sink);
 
 // --- For the operator
 
@@ -124,6 +175,15 @@ void loadFleet(const Json::Value& jFleet, const std::function<void(size_t done, 
 // sink: empty for none, as at first. It is called on the thread of the change, after its commit, by several threads at
 // once and not always in the order of the commits; what it throws is lost. Set it when no thread uses the store.
 void setChangeSink(std::function<void(const std::string& line)> sink);
+
+// Whether the store answers: another thread asks it every second, and this returns at once what came of the last time.
+// True while it has not been asked yet, false when no store is open.
+bool isStoreAnswering();
+
+// Has the sink told when the store stops answering, and why, and when it answers again, one line each, without a line
+// end and with any bytes: "the store does not answer: ...", "the store answers again after 7 s". sink: empty for none,
+// as at first; called on a thread of the store's own, one call at a time. What it throws is lost.
+void setOutageSink(std::function<void(const std::string& line)> sink);
 
 // SQL statements that the calling thread has executed so far, transaction statements included.
 uint64_t statementCount();

@@ -8,9 +8,23 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
+#include "standin/store/errors.h"
+
 namespace standin {
+namespace {
+
+// The folder of a service belongs to its account, and so has to what root makes there for it. Returns whether it does.
+bool giveToOwnerOfFolder(int file, const std::string& path)
+{
+    struct stat folder = {};
+    return geteuid() != 0 || (stat(std::filesystem::path(path).parent_path().c_str(), &folder) == 0 &&
+                              fchown(file, folder.st_uid, folder.st_gid) == 0);
+}
+
+}  // namespace
 
 void provideStoreFile(const std::string& path, OpenMode mode)
 {
@@ -18,15 +32,21 @@ void provideStoreFile(const std::string& path, OpenMode mode)
     if (stat(path.c_str(), &info) == 0) {
         return;
     }
-    if (mode == OpenMode::existingOnly) {
-        throw std::runtime_error("there is no store " + path + ": " + std::strerror(errno));
+    const bool isMissing = errno == ENOENT;
+    if (mode != OpenMode::createIfMissing) {
+        const std::string text = "there is no store " + path + ": " + std::strerror(errno);
+        isMissing ? throw NoStore(text) : throw std::runtime_error(text);
     }
     const int file = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    if (file < 0 && errno != EEXIST) {
-        throw std::runtime_error("cannot make the store " + path + ": " + std::strerror(errno));
+    if (file < 0 && errno == EEXIST) {
+        return;
     }
+    const int err = file >= 0 && giveToOwnerOfFolder(file, path) ? 0 : errno;
     if (file >= 0) {
         close(file);
+    }
+    if (err != 0) {
+        throw std::runtime_error("cannot make the store " + path + ": " + std::strerror(err));
     }
 }
 

@@ -7,8 +7,8 @@
 
 namespace standin {
 
-// Makes an empty file that is its owner's alone when there is none; with existingOnly throws std::runtime_error then.
-// Also throws when the file cannot be made.
+// Makes an empty file that is its owner's alone when there is none; throws NoStore then where none is to be made,
+// and std::runtime_error when the file cannot be made. One that root makes belongs to the owner of its folder.
 void provideStoreFile(const std::string& path, OpenMode mode);
 
 // Whether this process may write the file.

@@ -33,12 +33,11 @@ struct Found {
     int64_t lastUsed = 0;
 };
 
-std::optional<Found> findToken(const std::string& tokenHash, int64_t now)
+std::optional<Found> findToken(soci::session& sql, const std::string& tokenHash, int64_t now)
 {
-    Transaction transaction(Access::read);
     int64_t uid = 0;
     Found found;
-    Statement statement(transaction.sql());
+    Statement statement(sql);
     statement.in(tokenHash).in(now).out(uid).out(found.account.name).out(found.lastUsed);
     statement.prepare(
         "SELECT a.uid, a.name, t.last_used FROM token t JOIN account a ON a.uid = t.uid"
@@ -48,6 +47,33 @@ std::optional<Found> findToken(const std::string& tokenHash, int64_t now)
     }
     found.account.uid = static_cast<uint32_t>(uid);
     return found;
+}
+
+void insertToken(soci::session& sql, int64_t uid, const std::string& tokenHash, const std::string& label, int64_t made,
+                 int64_t expires)
+{
+    if (number(sql, "SELECT COUNT(*) FROM account WHERE uid = :uid", uid) == 0) {
+        throw std::runtime_error("no account with uid " + std::to_string(uid));
+    }
+    change(sql,
+           "INSERT INTO token (hash, uid, label, made, expires, last_used)"
+           " VALUES (:hash, :uid, :label, :made, :expires, 0)",
+           tokenHash, uid, label, made, expires);
+}
+
+std::vector<Token> readTokens(soci::session& sql, std::optional<uint32_t> uid)
+{
+    Token row;
+    Statement statement(sql);
+    statement.out(row.account).out(row.label).out(row.made).out(row.expires).out(row.lastUsed);
+    statement.prepare(
+        "SELECT a.name, t.label, t.made, t.expires, t.last_used FROM token t JOIN account a ON a.uid = t.uid" +
+        (uid ? " WHERE a.uid = " + std::to_string(*uid) : std::string()) + " ORDER BY a.name, t.made, t.hash");
+    std::vector<Token> tokens;
+    for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
+        tokens.push_back(row);
+    }
+    return tokens;
 }
 
 // The store may be locked by a writer, or be one that nobody can write: then the use is not noted.
@@ -69,55 +95,30 @@ void addToken(uint32_t uid, const std::string& tokenHash, const std::string& lab
         checkLabel(label);
         const int64_t now = std::time(nullptr);
         const int64_t expires = endOf(lifetime, now);
-        const int64_t account = uid;
-        Transaction transaction(Access::write);
-        soci::session& sql = transaction.sql();
-        if (number(sql, "SELECT COUNT(*) FROM account WHERE uid = :uid", account) == 0) {
-            throw std::runtime_error("no account with uid " + std::to_string(uid));
-        }
-        change(sql,
-               "INSERT INTO token (hash, uid, label, made, expires, last_used)"
-               " VALUES (:hash, :uid, :label, :made, :expires, 0)",
-               tokenHash, account, label, now, expires);
-        transaction.commit();
+        transacted(Access::write, [&](soci::session& sql) { insertToken(sql, uid, tokenHash, label, now, expires); });
     });
 }
 
 std::vector<Token> listTokens(std::optional<uint32_t> uid)
 {
-    return explained([&] {
-        Transaction transaction(Access::read);
-        Token row;
-        Statement statement(transaction.sql());
-        statement.out(row.account).out(row.label).out(row.made).out(row.expires).out(row.lastUsed);
-        statement.prepare(
-            "SELECT a.name, t.label, t.made, t.expires, t.last_used FROM token t JOIN account a ON a.uid = t.uid" +
-            (uid ? " WHERE a.uid = " + std::to_string(*uid) : std::string()) + " ORDER BY a.name, t.made, t.hash");
-        std::vector<Token> tokens;
-        for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
-            tokens.push_back(row);
-        }
-        return tokens;
-    });
+    return explained(
+        [uid] { return transacted(Access::read, [uid](soci::session& sql) { return readTokens(sql, uid); }); });
 }
 
 int64_t revokeTokens(uint32_t uid, const std::optional<std::string>& label)
 {
-    return explained([&] {
-        Transaction transaction(Access::write);
-        soci::session& sql = transaction.sql();
-        const std::string ofAccount = "DELETE FROM token WHERE uid = " + std::to_string(uid);
-        const int64_t revoked = label ? change(sql, ofAccount + " AND label = :label", *label) : change(sql, ofAccount);
-        transaction.commit();
-        return revoked;
-    });
+    const std::string ofAccount = "DELETE FROM token WHERE uid = " + std::to_string(uid);
+    const auto revoke = [&](soci::session& sql) {
+        return label ? change(sql, ofAccount + " AND label = :label", *label) : change(sql, ofAccount);
+    };
+    return explained([&] { return transacted(Access::write, revoke); });
 }
 
 std::optional<Account> findAccountByToken(const std::string& tokenHash)
 {
     return explained([&]() -> std::optional<Account> {
         const int64_t now = std::time(nullptr);
-        const std::optional<Found> found = findToken(tokenHash, now);
+        const auto found = transacted(Access::read, [&](soci::session& sql) { return findToken(sql, tokenHash, now); });
         if (!found) {
             return std::nullopt;
         }

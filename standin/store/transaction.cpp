@@ -1,6 +1,11 @@
-// How a transaction begins differs between the databases; both let only one writing transaction run at a time.
+// How a transaction begins differs between the databases; on both only one writing transaction runs at a time.
 #include "standin/store/transaction.h"
 
+#include <algorithm>
+#include <random>
+#include <thread>
+
+#include "standin/store/caller.h"
 #include "standin/store/snapshot.h"
 #include "standin/store/statement.h"
 #include "standin/store/writer_line.h"
@@ -25,10 +30,12 @@ void begin(soci::session& sql, Access access)
         execute(sql, access == Access::write ? "BEGIN IMMEDIATE" : "BEGIN");
         return;
     }
-    execute(sql, access == Access::write ? "BEGIN" : "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
-    if (access == Access::write) {
-        execute(sql, "LOCK TABLE meta IN EXCLUSIVE MODE");
+    if (access == Access::read) {
+        return execute(sql, "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
     }
+    // Who has waited for the lock then sees what the one before has done: each statement looks at the store anew.
+    execute(sql, "BEGIN ISOLATION LEVEL READ COMMITTED");
+    number(sql, "SELECT value FROM meta WHERE name = 'version' FOR UPDATE");
 }
 
 // Whether there was a connection to roll back on.
@@ -42,16 +49,29 @@ bool rollBack(soci::session& sql) noexcept
     }
 }
 
-// A database server that was restarted leaves dead connections in the pool: connect anew before giving up. On a live
-// one, what a transaction may fail to begin for is a lock that others keep.
+// Leaves no transaction on the connection: where that cannot be told, it is closed. Whether it was told; SQLite cannot
+// roll back what has not begun.
+bool leaveNone(Connection& connection) noexcept
+{
+    const bool isRolledBack = rollBack(connection.sql());
+    if (!isRolledBack && isPostgres()) {
+        connection.close();
+    }
+    return isRolledBack;
+}
+
+// A database server that was restarted leaves dead connections in the pool: connect anew before giving up.
 void beginOrReconnect(Connection& connection, Access access)
 {
-    try {
-        begin(connection.sql(), access);
-    } catch (const soci::soci_error&) {
-        require(!rollBack(connection.sql()) && errnoOfException() != EBUSY, EBUSY);
+    for (bool isFirst = true;; isFirst = false) {
+        try {
+            return begin(connection.sql(), access);
+        } catch (const std::runtime_error&) {
+            if (leaveNone(connection) || !isFirst || errnoOfException() == EBUSY) {
+                throw;
+            }
+        }
         connection.reconnect();
-        begin(connection.sql(), access);
     }
 }
 
@@ -79,7 +99,7 @@ Transaction::Transaction(Access access) : m_turn(access), m_connection(connectio
 Transaction::~Transaction()
 {
     if (m_open) {
-        rollBack(m_connection.sql());
+        leaveNone(m_connection);
     }
 }
 
@@ -90,8 +110,31 @@ soci::session& Transaction::sql()
 
 void Transaction::commit()
 {
-    execute(m_connection.sql(), "COMMIT");
-    m_open = false;
+    try {
+        execute(m_connection.sql(), "COMMIT");
+        m_open = false;
+        if (m_turn.isTaken) {
+            noteCommit();
+        }
+    } catch (const std::runtime_error&) {
+        m_open = false;
+        const bool isKnown = leaveNone(m_connection) && !isOutcomeUnknown();
+        require(isKnown || !isPostgres() || !m_turn.isTaken, EIO,
+                "the database was lost while it stored the change, which may be there now or not");
+        throw;
+    }
+}
+
+void Repetition::pauseOrThrow()
+{
+    thread_local std::minstd_rand tRandom(std::random_device{}());
+    constexpr int kLongestPause = 64;
+    if (!isToBeRepeated() || std::chrono::steady_clock::now() >= m_end) {
+        throw;
+    }
+    // Those who met once do not meet again at the same moment.
+    std::this_thread::sleep_for(std::chrono::microseconds(std::uniform_int_distribution(0, m_pause * 1000)(tRandom)));
+    m_pause = std::min(2 * m_pause, kLongestPause);
 }
 
 }  // namespace standin

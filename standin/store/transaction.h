@@ -1,6 +1,10 @@
-// Transactions, and the two wrappers that most functions of the store are made of: reading(...) and writing(...) run
-// their work in one and turn what it throws into errno and -1, as guarded() of errors.h does.
+// Transactions: transacted(...) runs work in one, and again where the database asks for that; reading(...) and
+// writing(...), which most functions of the store are made of, turn what it throws into errno and -1, as guarded() of
+// errors.h does.
 #pragma once
+
+#include <chrono>
+#include <type_traits>
 
 #include "standin/store/database.h"
 #include "standin/store/errors.h"
@@ -22,7 +26,8 @@ public:
 
     soci::session& sql();
 
-    // Throws soci::soci_error; the transaction is rolled back then.
+    // Throws soci::soci_error; the transaction is rolled back then. Throws Refusal EIO when the connection is lost
+    // before the database says what became of the changes.
     void commit();
 
 private:
@@ -40,27 +45,54 @@ private:
     bool m_open = true;
 };
 
-// Runs work(soci::session&) in a transaction and commits it: 0 and errno as it was, or -1 with errno.
+// How long a transaction that the database gave up is repeated: five seconds from when the object was made.
+class Repetition {
+public:
+    // To be called in a catch block: returns after a pause, longer each time, where the exception says that the
+    // transaction is to be repeated and there is time left. Else throws the exception.
+    void pauseOrThrow();
+
+private:
+    std::chrono::steady_clock::time_point m_end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    int m_pause = 1;  // milliseconds, at most
+};
+
+// Runs work(soci::session&) in a transaction, commits it and returns what the work returned. A database may give up a
+// transaction that another one came in the way of; then the work runs once more, in a new transaction and from its
+// start. So whatever it sets outside itself it sets anew in each run, from what was there before the first one. Throws
+// what the work and the transaction throw.
 template <typename Work>
-int transacted(Access access, Work&& work) noexcept
+auto transacted(Access access, Work&& work)
 {
-    return guarded([&] {
-        Transaction transaction(access);
-        work(transaction.sql());
-        transaction.commit();
-    });
+    using Result = std::invoke_result_t<Work&, soci::session&>;
+    for (Repetition repetition;;) {
+        try {
+            Transaction transaction(access);
+            if constexpr (std::is_void_v<Result>) {
+                work(transaction.sql());
+                return transaction.commit();
+            } else {
+                Result result = work(transaction.sql());
+                transaction.commit();
+                return result;
+            }
+        } catch (const soci::soci_error&) {
+            repetition.pauseOrThrow();
+        }
+    }
 }
 
+// Runs work(soci::session&), which returns nothing, in a transaction: 0 and errno as it was, or -1 with errno.
 template <typename Work>
 int reading(Work&& work) noexcept
 {
-    return transacted(Access::read, work);
+    return guarded([&work] { transacted(Access::read, work); });
 }
 
 template <typename Work>
 int writing(Work&& work) noexcept
 {
-    return transacted(Access::write, work);
+    return guarded([&work] { transacted(Access::write, work); });
 }
 
 }  // namespace standin

@@ -1,0 +1,218 @@
+// What differs between two fleets, and the lines that tell people.
+#include <cstring>
+#include <optional>
+
+#include "standin/store/fleet.h"
+#include "standin/store/json_text.h"
+#include "standin/store/visible_text.h"
+
+namespace standin {
+namespace {
+
+constexpr const char* kNothing = "\"\"";
+
+// --- The differences
+
+// A JSON text as the store writes it: one that was put there by hand may say the same in other words. Empty for one
+// that cannot be read.
+template <typename R>
+std::optional<std::string> storedForm(const Field<R>& field, const VLIBCString& text)
+{
+    try {
+        Json::Value jRecord;
+        jRecord[field.name] = parseJson(text.c_str());
+        R record;
+        layMembers(jRecord, record);
+        return (record.*std::get<VLIBCString R::*>(field.member)).c_str();
+    } catch (const std::runtime_error&) {
+        return std::nullopt;
+    }
+}
+
+template <typename R>
+bool isSame(const Field<R>& field, const VLIBCString& before, const VLIBCString& after)
+{
+    const bool isSameText = std::strcmp(before.c_str(), after.c_str()) == 0;
+    const bool isJson = field.rule == Rule::json || field.rule == Rule::links;
+    return isSameText || (isJson && !before.empty() && storedForm(field, before) == after.c_str());
+}
+
+template <typename R, typename Number>
+bool isSame(const Field<R>&, Number before, Number after)
+{
+    return before == after;
+}
+
+template <typename R>
+Difference<R> differenceOf(const Entry<R>& before, const Entry<R>& after)
+{
+    Difference<R> difference{&before, &after};
+    for (size_t i = 0; i < Kind<R>::kFields.size(); ++i) {
+        const Field<R>& field = Kind<R>::kFields[i];
+        const auto differs = [&](auto member) { return !isSame(field, before.record.*member, after.record.*member); };
+        difference.fields[i] = field.rule != Rule::own && std::visit(differs, field.member);
+    }
+    difference.delegates = before.delegates != after.delegates;
+    return difference;
+}
+
+// Both ascend by their identifiers.
+template <typename R>
+Differences<R> compareSections(const Section<R>& before, const Section<R>& after)
+{
+    Differences<R> differences;
+    auto old = before.begin();
+    for (const Entry<R>& entry : after) {
+        for (; old != before.end() && idOf(old->record) < idOf(entry.record); ++old) {
+            differences.push_back({&*old, nullptr});
+        }
+        if (old == before.end() || idOf(old->record) != idOf(entry.record)) {
+            differences.push_back({nullptr, &entry});
+            continue;
+        }
+        const Difference<R> difference = differenceOf(*old++, entry);
+        if (difference.fields.any() || difference.delegates) {
+            differences.push_back(difference);
+        }
+    }
+    for (; old != before.end(); ++old) {
+        differences.push_back({&*old, nullptr});
+    }
+    return differences;
+}
+
+// --- The lines
+
+std::string list(const std::vector<int64_t>& ids)
+{
+    std::string text;
+    for (const int64_t id : ids) {
+        text += (text.empty() ? "" : ",") + std::to_string(id);
+    }
+    constexpr size_t kLongest = 80;
+    return text.empty() ? kNothing : text.size() <= kLongest ? text : text.substr(0, kLongest) + "...";
+}
+
+template <typename R>
+std::string valueText(const Field<R>&, int64_t value)
+{
+    return std::to_string(value);
+}
+
+template <typename R>
+std::string valueText(const Field<R>&, int32_t flag)
+{
+    return flag != 0 ? "true" : "false";
+}
+
+template <typename R>
+std::string valueText(const Field<R>& field, const VLIBCString& text)
+{
+    if (field.rule != Rule::plain && !text.empty()) {
+        try {
+            return visibleText(parseJson(text.c_str()));
+        } catch (const std::runtime_error&) {  // the store's may be damaged
+        }
+    }
+    return visibleText(std::string_view(text.c_str()));
+}
+
+std::string arrow(const std::string& before, const std::string& after)
+{
+    return " " + before + " -> " + after;
+}
+
+template <typename R>
+std::string arrow(const Field<R>& field, const R& before, const R& after)
+{
+    if (field.rule == Rule::links) {
+        const VLIBCString& links = before.*std::get<VLIBCString R::*>(field.member);
+        const VLIBCString& newLinks = after.*std::get<VLIBCString R::*>(field.member);
+        try {
+            const std::string policies = links.empty() ? kNothing : list(parseLinkIds(links.c_str()));
+            const std::string newPolicies = newLinks.empty() ? kNothing : list(parseLinkIds(newLinks.c_str()));
+            if (policies != newPolicies) {
+                return arrow(policies, newPolicies);
+            }
+        } catch (const std::runtime_error&) {  // the store's may be damaged
+        }
+    }
+    const auto textOf = [&field](const R& record) {
+        return std::visit([&](auto member) { return valueText(field, record.*member); }, field.member);
+    };
+    return arrow(textOf(before), textOf(after));
+}
+
+// What becomes of a record that stays.
+template <typename R>
+std::string changesOf(const Difference<R>& difference)
+{
+    std::string text;
+    const auto append = [&text](const std::string& member) { text += (text.empty() ? " " : ", ") + member; };
+    for (size_t i = 0; i < difference.fields.size(); ++i) {
+        if (difference.fields[i]) {
+            const Field<R>& field = Kind<R>::kFields[i];
+            append(field.name + arrow(field, difference.pBefore->record, difference.pAfter->record));
+        }
+    }
+    if (difference.delegates) {
+        append("delegate" + arrow(list(difference.pBefore->delegates), list(difference.pAfter->delegates)));
+    }
+    return text;
+}
+
+template <typename R>
+void appendLines(std::vector<std::string>& lines, const Differences<R>& differences)
+{
+    for (const Difference<R>& difference : differences) {
+        const R& record = difference.either().record;
+        const std::string node = Kind<R>::kName + (" " + std::to_string(idOf(record)));
+        if (difference.pBefore == nullptr) {
+            lines.push_back("+ " + node + " " + visibleText(std::string_view(record.name.c_str())));
+        } else if (difference.pAfter == nullptr) {
+            lines.push_back("- " + node);
+        } else {
+            lines.push_back("~ " + node + changesOf(difference));
+        }
+    }
+}
+
+template <typename R>
+void count(PlanCount& counts, const Differences<R>& differences)
+{
+    for (const Difference<R>& difference : differences) {
+        ++(difference.pBefore == nullptr  ? counts.created
+           : difference.pAfter == nullptr ? counts.deleted
+                                          : counts.changed);
+    }
+}
+
+}  // namespace
+
+Plan compare(const Fleet& before, const Fleet& after)
+{
+    return {compareSections(before.accounts, after.accounts), compareSections(before.groups, after.groups),
+            compareSections(before.policies, after.policies), compareSections(before.servers, after.servers)};
+}
+
+std::vector<std::string> linesOf(const Plan& plan)
+{
+    std::vector<std::string> lines;
+    appendLines(lines, plan.accounts);
+    appendLines(lines, plan.groups);
+    appendLines(lines, plan.policies);
+    appendLines(lines, plan.servers);
+    return lines;
+}
+
+PlanCount countOf(const Plan& plan)
+{
+    PlanCount counts;
+    count(counts, plan.accounts);
+    count(counts, plan.groups);
+    count(counts, plan.policies);
+    count(counts, plan.servers);
+    return counts;
+}
+
+}  // namespace standin

@@ -1,0 +1,115 @@
+// A connection is cut off by shutting its socket down: the thread that waits on it sees its end, and closes it.
+#include "standin/store/pool.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "standin/store/errors.h"
+#include "standin/store/question.h"
+#include "standin/store/session.h"
+
+namespace standin {
+namespace {
+
+constexpr std::chrono::seconds kPatience{5};
+constexpr std::chrono::seconds kMaxSilence{70};  // the database itself ends a statement before
+
+// Of the connection that the thread has leased; null for none, and for one that is not cut off.
+thread_local std::atomic<std::chrono::steady_clock::time_point>* tpLastStatement = nullptr;
+
+}  // namespace
+
+Pool::Pool(Address address, size_t size) : m_address(std::move(address)), m_slots(size)
+{
+    for (size_t number = 0; number < size; ++number) {
+        m_slots[number].pSession = openSession(m_address);
+        m_free.push_back(number);
+    }
+    m_watch = std::make_unique<Watch>(questionFor(m_address), [this](bool isAnswering) { cutOff(isAnswering); });
+}
+
+size_t Pool::lease()
+{
+    std::unique_lock lock(m_mutex);
+    const bool isFree = m_changed.wait_for(lock, kPatience, [this] { return !m_free.empty() || isAway(); });
+    require(!isAway(), EIO, kNoAnswer);
+    require(isFree, EBUSY);
+    const size_t number = m_free.back();
+    m_free.pop_back();
+    Slot& slot = m_slots[number];
+    slot.socket = socketOf(*slot.pSession);
+    if (m_address.isPostgres) {
+        tpLastStatement = &slot.lastStatement;
+        noteStatement();
+    }
+    return number;
+}
+
+void Pool::giveBack(size_t number) noexcept
+{
+    tpLastStatement = nullptr;
+    const std::lock_guard lock(m_mutex);
+    m_slots[number].socket = -1;
+    m_free.push_back(number);  // there is room: it was in there before
+    m_changed.notify_one();
+}
+
+soci::session& Pool::at(size_t number)
+{
+    return *m_slots[number].pSession;
+}
+
+void Pool::close(size_t number)
+{
+    Slot& slot = m_slots[number];
+    {
+        const std::lock_guard lock(m_mutex);  // the socket's number may come to name another
+        slot.socket = -1;
+    }
+    slot.pSession->close();
+}
+
+void Pool::reconnect(size_t number)
+{
+    close(number);
+    require(!isAway(), EIO, kNoAnswer);
+    try {
+        m_slots[number].pSession = openSession(m_address);
+    } catch (const std::runtime_error&) {
+        m_watch->askNow();  // so that those who come next need not try
+        require(!isAway(), EIO, kNoAnswer);
+        throw;
+    }
+    const std::lock_guard lock(m_mutex);
+    m_slots[number].socket = socketOf(*m_slots[number].pSession);
+    noteStatement();
+}
+
+// SQLite lets each call see for itself: its answer is not waited for without end.
+bool Pool::isAway() const
+{
+    return m_address.isPostgres && !m_watch->isAnswering();
+}
+
+void Pool::cutOff(bool isAnswering)
+{
+    const auto oldest = Clock::now() - kMaxSilence;
+    const std::lock_guard lock(m_mutex);
+    for (const Slot& slot : m_slots) {
+        if (slot.socket >= 0 && (!isAnswering || slot.lastStatement.load() < oldest)) {
+            shutdown(slot.socket, SHUT_RDWR);
+        }
+    }
+    m_changed.notify_all();
+}
+
+void noteStatement() noexcept
+{
+    if (tpLastStatement != nullptr) {
+        *tpLastStatement = std::chrono::steady_clock::now();
+    }
+}
+
+}  // namespace standin

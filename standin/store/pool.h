@@ -1,0 +1,80 @@
+// The connections to a database, and what is done when it does not answer.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include <soci/soci.h>
+
+#include "standin/store/address.h"
+#include "standin/store/watch.h"
+
+namespace standin {
+
+// A fixed number of connections, each leased by one thread at a time. While PostgreSQL does not answer, none is leased,
+// and those that are leased are cut off, so that whoever waits for an answer on one fails. So is a single one on which
+// it has been silent for too long. Any thread may call it.
+class Pool {
+public:
+    // Makes all connections, so that a wrong address is noticed at once. Throws as openSession.
+    Pool(Address address, size_t size);
+    Pool(const Pool&) = delete;
+    Pool& operator=(const Pool&) = delete;
+
+    const Address& address() const
+    {
+        return m_address;
+    }
+    bool isAnswering() const
+    {
+        return m_watch->isAnswering();
+    }
+
+    // Leases a connection to the calling thread. Returns its number, for giveBack. Throws Refusal: EBUSY when none
+    // comes free within five seconds, EIO when the database does not answer.
+    size_t lease();
+
+    void giveBack(size_t number) noexcept;
+
+    // These three are for the thread that has leased the connection.
+
+    // It may have been closed, and then statements fail.
+    soci::session& at(size_t number);
+
+    // Closes it; a transaction that is open on it is lost.
+    void close(size_t number);
+
+    // Makes it anew. Throws as openSession, and Refusal EIO when the database does not answer.
+    void reconnect(size_t number);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    struct Slot {
+        std::unique_ptr<soci::session> pSession = std::make_unique<soci::session>();  // the leaseholder's
+        int socket = -1;                                                              // while leased, on PostgreSQL
+        std::atomic<Clock::time_point> lastStatement{};                               // while leased
+    };
+
+    bool isAway() const;
+    void cutOff(bool isAnswering);  // on the watch's thread
+
+    const Address m_address;
+    std::mutex m_mutex;  // guards the slots' sockets and the next two
+    std::condition_variable m_changed;
+    std::vector<size_t> m_free;
+    std::vector<Slot> m_slots;
+    std::unique_ptr<Watch> m_watch;  // ends first
+
+    friend void noteStatement() noexcept;
+};
+
+// The calling thread executes a statement on the connection that it has leased.
+void noteStatement() noexcept;
+
+}  // namespace standin

@@ -1,0 +1,132 @@
+#!/usr/bin/env python3
+"""What is installed and packed: the tree from another place, modules built against it, the package.
+
+usage: tests/install_test.py BUILD_DIR [option of unittest or InstallTest.test_...]
+"""
+import contextlib
+import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.dont_write_bytecode = True  # no cache beside the sources
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools"))
+from zemhost import Server, Store, call  # noqa: E402
+
+BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
+SERVICE = 12345  # user and group that a service could have
+
+# A module of someone else's, who has the installed headers only. It reads a parameter and asks the store.
+MODULE = r"""
+#include "platform/velq_webapi.h"
+#include "platform/velq_zem.h"
+static void run(VELQ::APIRequest* req, VELQ::APIResponse* resp)
+{
+    _tag_velq_zem_ou_* pOu = VELQZEMOuAlloc();
+    const int found = VELQZEMOuGet(req->GetParam("id", Json::Value()).asUInt(), pOu);
+    VELQZEMOuFree(pOu);
+    resp->SetSuccess(Json::Value(0 == found));
+}
+static VELQ::APIMethod rows[] = {{"Test", 1, "run", run}, {0, 0, 0, 0}};
+extern "C" VELQ::APIMethod* GetAPITable() { return rows; }
+"""
+
+
+def output(*command, **options):
+    """What a command prints. It must succeed."""
+    done = subprocess.run([str(word) for word in command], timeout=200, encoding="utf-8", stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, **options)
+    if done.returncode != 0:
+        raise RuntimeError(f"{command} ended with status {done.returncode}: {done.stdout}")
+    return done.stdout
+
+
+def dynamic(tree, tag):
+    """What the programs and libraries of a tree have under that tag: file name to texts."""
+    return {path.name: re.findall(rf"\({tag}\).*\[(.*)\]", output("readelf", "-d", path))
+            for path in [*tree.glob("bin/*"), *tree.glob("lib/zemhost/*")]}
+
+
+class InstallTest(unittest.TestCase):
+    """Each test has a tree that was moved after it was installed, and a store outside of it."""
+
+    def setUp(self):
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory(prefix="zem-")))
+        self.folder.chmod(0o755)  # another user comes in
+        output("cmake", "--install", BUILD, "--prefix", self.folder / "first", "--strip")
+        self.tree = (self.folder / "first").rename(self.folder / "moved here")
+        (self.folder / "state").mkdir(mode=0o700)
+        self.store = Store(self.tree / "bin", self.folder / "state")
+
+    def serve(self, **options):
+        self.server = Server(self.store, **options)
+        self.addCleanup(self.server.stop)
+
+    def call(self, token, *arguments):
+        with contextlib.closing(self.server.connect()) as connection:
+            return call(connection, token, *arguments)[1]
+
+    def test_tree_runs_where_it_was_moved(self):
+        self.assertRegex(self.store.run("--version"), r"^zemhost \d+\.\d+\.\d+\n$")
+        self.store.fill()
+        self.assertIn("12 groups, 30 servers", self.store.run("tree", "--as", "admin"))
+        self.serve()
+        for method, params in [("Tree get", {}), ("GPO link", {"id": 8, "target_add": [{"node_type": 3, "node_id": 1}]})]:
+            self.assertTrue(self.call(self.store.token("admin"), method, params)["success"])
+        libraries = ["libvelqplatform.so", "libvelqplatform.so.1", "webapi_zem_gpo.so", "webapi_zem_ou.so"]
+        paths = {"zemhost": ["$ORIGIN:$ORIGIN/../lib/zemhost"], **{name: ["$ORIGIN"] for name in libraries}}
+        self.assertEqual(dynamic(self.tree, "RUNPATH"), paths)
+        self.assertFalse(any(dynamic(self.tree, "RPATH").values()))
+
+    def test_module_is_built_against_the_tree(self):
+        environment = {**os.environ, "PKG_CONFIG_PATH": str(self.tree / "share/pkgconfig")}
+        flags = output("pkg-config", "--cflags", "--libs", "zemhost", env=environment)
+        headers = sorted((self.tree / "include/zemhost").rglob("*.h"))
+        self.assertEqual(len(headers), 6)
+        for header in headers:
+            output("sh", "-c", f'c++ -std=c++17 -Wall -Werror -fsyntax-only -include "$0" -x c++ /dev/null {flags}', header)
+        (self.folder / "own.cpp").write_text(MODULE)
+        output("sh", "-c", f"c++ -shared -fPIC -Wl,-z,defs -o own.so own.cpp {flags}", cwd=self.folder)
+        self.store.fill()
+        for group, answer in [(3, "true"), (77, "false")]:
+            printed = self.store.run("call", "Test", "run", "--params", json.dumps({"id": group}), "--as", "admin",
+                                     "--module", self.folder / "own.so")
+            self.assertIn(f'"data":{answer}', printed)
+
+    @unittest.skipUnless(os.geteuid() == 0, "only root works on other users' stores")
+    def test_root_and_a_service_share_a_store(self):
+        service = {"user": SERVICE, "group": SERVICE, "extra_groups": []}
+        os.chown(self.store.folder, SERVICE, SERVICE)
+        self.store.fill()
+        for _ in range(2):  # the second server finds what root left when no server ran
+            self.serve(**service)
+            token = self.store.token("admin")
+            group = self.call(token, "KXGroup create", {"id": 0, "name": "Lab", "parent_id": 0})["data"]["ids"]
+            self.store.run("link", "add", "group", str(group), "1")
+            self.assertTrue(self.call(token, "KXGroup delete", {"node_id": group})["success"])
+            files = {path.name: path.stat() for path in self.store.folder.glob("zem.db*")}
+            self.assertEqual(len(files), 3)
+            self.assertEqual({(info.st_uid, info.st_mode & 0o777) for info in files.values()}, {(SERVICE, 0o600)})
+            self.server.stop()
+            self.store.token("admin")
+
+    def test_package_needs_what_it_loads_and_keeps_its_environment_secret(self):
+        output("cpack", "--config", BUILD / "CPackConfig.cmake", "-B", self.folder / "packed")
+        package, = (self.folder / "packed").glob("*.deb")
+        output("dpkg-deb", "--extract", package, self.folder / "unpacked")
+        depends = set(re.findall(r"[^ ,]+(?= \(|,|\n)", output("dpkg-deb", "--field", package, "Depends")))
+        libraries = dynamic(self.folder / "unpacked/usr", "NEEDED")
+        for library in {name for names in libraries.values() for name in names} - set(libraries):
+            owners = re.findall("^[^:]+", output("dpkg-query", "--search", f"*/{library}"), re.MULTILINE)
+            self.assertTrue(depends & set(owners), f"{library} of {owners}")
+        self.assertIn("/etc/default/zemhost\n", output("dpkg-deb", "--info", package, "conffiles"))
+        listed = output("dpkg-deb", "--contents", package)
+        self.assertRegex(listed, r"(?m)^-rw------- root/root .* \./etc/default/zemhost$")
+
+
+if __name__ == "__main__":
+    unittest.main()

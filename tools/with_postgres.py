@@ -1,0 +1,134 @@
+#!/usr/bin/env python3
+"""Runs a command with ZEM_TEST_POSTGRESQL naming a PostgreSQL of its own, which is gone when the command is: a cluster in
+a temporary folder, reached through a Unix socket there only. Where the variable names a database already, that is used.
+
+usage: tools/with_postgres.py COMMAND [ARGUMENT]...
+"""
+import os
+import pathlib
+import pwd
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+VARIABLE = "ZEM_TEST_POSTGRESQL"
+SIGNALS = [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]
+PATIENCE = 60  # seconds for the server to start, and for it and the command to end
+
+# What is written is lost when the machine fails, not when a process does; the tests kill only those.
+SETTINGS = {"listen_addresses": "", "max_connections": 300, "fsync": "off", "full_page_writes": "off"}
+
+
+def server_user():
+    """The user that the server is to be: it refuses to be root."""
+    for name in ["postgres", "nobody"]:
+        try:
+            return pwd.getpwnam(name)
+        except KeyError:
+            pass
+    raise RuntimeError("neither a user postgres nor nobody is there")
+
+
+def find_programs():
+    """The folder of the newest version's programs; Debian keeps them out of the PATH."""
+    found = sorted(pathlib.Path("/usr/lib/postgresql").glob("*/bin/initdb"), key=lambda path: int(path.parts[-3]))
+    path = found[-1] if found else shutil.which("initdb")
+    if path is None:
+        raise RuntimeError("PostgreSQL is not installed: tools/setup test")
+    return pathlib.Path(path).parent
+
+
+class Cluster:
+    """A running server with a database of its own at `url`, for a with statement. It does not outlive us."""
+
+    def __init__(self):
+        self.programs = find_programs()
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="zem-pg-", dir="/tmp"))  # a socket's path has to be short
+        self.log = self.folder / "log"
+        self.url = f"postgresql:///postgres?host={self.folder}&user=postgres"
+        self.process = None
+        self.as_user = []
+        if os.geteuid() == 0:
+            user = server_user()
+            os.chown(self.folder, user.pw_uid, user.pw_gid)
+            self.as_user = ["--reuid", str(user.pw_uid), "--regid", str(user.pw_gid), "--clear-groups"]
+
+    def __enter__(self):
+        try:
+            # Texts sort by a language, as on many machines, so that the tests notice who relies on their bytes.
+            self.popen("initdb", "--pgdata", self.folder / "data", "--username", "postgres", "--auth", "trust",
+                       "--encoding", "UTF8", "--locale", "C", "--locale-provider", "icu", "--icu-locale", "en",
+                       "--no-sync").wait(PATIENCE)
+            self.start()
+        except BaseException:
+            self.__exit__()
+            raise
+        return self
+
+    def __exit__(self, *_):
+        self.stop()
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+    def popen(self, program, *arguments):
+        with open(self.log, "ab") as log:
+            return subprocess.Popen(["setpriv", "--pdeathsig", "QUIT", *self.as_user, self.programs / program,
+                                     *arguments], cwd=self.folder, stdin=subprocess.DEVNULL, stdout=log, stderr=log)
+
+    def start(self):
+        settings = [part for name, value in SETTINGS.items() for part in ("-c", f"{name}={value}")]
+        self.process = self.popen("postgres", "-D", self.folder / "data", "-k", self.folder, *settings)
+        end = time.monotonic() + PATIENCE
+        while subprocess.run([self.programs / "pg_isready", "-q", "-h", self.folder], check=False).returncode != 0:
+            if self.process.poll() is not None or time.monotonic() > end:
+                raise RuntimeError(f"PostgreSQL did not start: {self.log.read_text(errors='replace')}")
+            time.sleep(0.02)
+
+    def stop(self, how=signal.SIGINT):
+        """Ends the server, whatever its clients are at. how: SIGQUIT ends it without writing what is in its memory."""
+        if self.process is None:
+            return
+        self.process.send_signal(how)
+        try:
+            self.process.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait(PATIENCE)
+
+
+def run(command, environment):
+    """Runs the command; its exit status. It and what is of its process group do not outlive us."""
+    process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", *command], env=environment, process_group=0)
+    try:
+        return process.wait()
+    finally:
+        if process.poll() is None:
+            os.killpg(process.pid, signal.SIGTERM)
+            try:
+                process.wait(PATIENCE)
+            except subprocess.TimeoutExpired:
+                os.killpg(process.pid, signal.SIGKILL)
+
+
+def leave(number, _):
+    for other in SIGNALS:
+        signal.signal(other, signal.SIG_IGN)  # what is under way is the end
+    sys.exit(128 + number)
+
+
+def main(command):
+    if not command:
+        sys.exit(__doc__)
+    if VARIABLE in os.environ:
+        os.execvp(command[0], command)
+    for number in SIGNALS:
+        signal.signal(number, leave)
+    with Cluster() as cluster:
+        status = run(command, {**os.environ, VARIABLE: cluster.url})
+    return status if status >= 0 else 128 - status
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
