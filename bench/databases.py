@@ -49,7 +49,7 @@ class Database(Store):
 
     def load(self):
         self.empty()
-        self.run("load", self.file)
+        self.run("apply", self.file)
 
     def serve(self):
         self.server = Server(self)
