@@ -8,12 +8,14 @@ namespace standin {
 namespace {
 
 thread_local std::optional<uint32_t> tCaller;
+thread_local bool tHasCommitted = false;
 
 }  // namespace
 
 CallerScope::CallerScope(uint32_t uid) : m_before(tCaller)
 {
     tCaller = uid;
+    tHasCommitted = false;
     forgetRefusal();
 }
 
@@ -25,6 +27,16 @@ CallerScope::~CallerScope()
 std::optional<uint32_t> currentCaller()
 {
     return tCaller;
+}
+
+void noteCommit() noexcept
+{
+    tHasCommitted = true;
+}
+
+bool hasCommitted() noexcept
+{
+    return tCaller && tHasCommitted;
 }
 
 }  // namespace standin

@@ -11,6 +11,7 @@
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
 
+#include "standin/store/caller.h"
 #include "standin/store/store.h"
 
 namespace standin {
@@ -158,12 +159,16 @@ void forgetRefusal() noexcept
 
 int keepRefusal() noexcept
 {
+    const int code = errnoOfException();
     try {
         tRefusal = textOfException();
+        if (hasCommitted() && (code == EIO || code == EBUSY)) {
+            tRefusal += "; what the request had changed before stays changed";
+        }
     } catch (...) {
         tRefusal.clear();  // there is no memory left for the text
     }
-    return errnoOfException();
+    return code;
 }
 
 std::string takeRefusal()

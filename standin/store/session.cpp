@@ -13,6 +13,7 @@
 #include <soci/sqlite3/soci-sqlite3.h>
 
 #include "standin/store/errors.h"
+#include "standin/store/signal_block.h"
 #include "standin/store/statement.h"
 
 namespace standin {
@@ -70,7 +71,10 @@ std::unique_ptr<soci::session> openPostgresInTime(const std::string& url)
 {
     std::packaged_task<std::unique_ptr<soci::session>()> attempt([url] { return openPostgres(url); });
     std::future<std::unique_ptr<soci::session>> opened = attempt.get_future();
-    std::thread(std::move(attempt)).detach();
+    {
+        const SignalBlock block;
+        std::thread(std::move(attempt)).detach();
+    }
     require(opened.wait_for(kMaxConnecting) == std::future_status::ready, EIO, kNoAnswer);
     return opened.get();
 }

@@ -72,8 +72,9 @@ private:
 
 // Why the calling thread's last VELQZEM call failed: one line for people ("parent_id: no group 99"), which it hands
 // over; a second call gives an empty text. Every VELQZEM call that can fail begins by forgetting the text, so that one
-// which succeeds leaves none; releasing records and lists leaves it as it is. The text holds only what the caller's
-// rights let it see; without a caller anything. It may hold names, with any character but a NUL.
+// which succeeds leaves none; releasing records and lists leaves it as it is. Where the database failed, the text says
+// so, and whether changes that were made on behalf of the caller before are there or may be. The text holds only what
+// the caller's rights let it see; without a caller anything. It may hold names, with any character but a NUL.
 std::string takeRefusal();
 
 // --- Accounts
@@ -146,7 +147,7 @@ using FleetProgress = std::function<void(size_t done, size_t total)>;
 // administrator.
 // With dryRun nothing is written; with no store open the plan is that for an empty one.
 // plan: called for each record that differs, in the order of kinds and identifiers, when the store is free again.
-// progress: called within the transaction. Both may be empty.
+// progress: called within the transaction, from the start again when that is repeated. Both may be empty.
 PlanCount applyFleet(const Json::Value& jFleet, const ApplyOptions& options, const PlanSink& plan = nullptr,
                      const FleetProgress& progress = nullptr);
 

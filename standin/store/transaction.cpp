@@ -5,6 +5,7 @@
 #include <random>
 #include <thread>
 
+#include "standin/store/caller.h"
 #include "standin/store/snapshot.h"
 #include "standin/store/statement.h"
 #include "standin/store/writer_line.h"
@@ -112,6 +113,9 @@ void Transaction::commit()
     try {
         execute(m_connection.sql(), "COMMIT");
         m_open = false;
+        if (m_turn.isTaken) {
+            noteCommit();
+        }
     } catch (const std::runtime_error&) {
         m_open = false;
         const bool isKnown = leaveNone(m_connection) && !isOutcomeUnknown();

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "standin/store/errors.h"
+#include "standin/store/signal_block.h"
 #include "standin/store/store.h"
 
 namespace standin {
@@ -28,8 +29,10 @@ try {
 }  // namespace
 
 Watch::Watch(std::function<void()> question, std::function<void(bool)> afterwards)
-    : m_question(std::move(question)), m_afterwards(std::move(afterwards)), m_thread(&Watch::run, this)
+    : m_question(std::move(question)), m_afterwards(std::move(afterwards))
 {
+    const SignalBlock block;
+    m_thread = std::thread(&Watch::run, this);
 }
 
 Watch::~Watch()

@@ -1,0 +1,273 @@
+#!/usr/bin/env python3
+"""Restarts and stops the database under two servers on one store while clients write, and checks that every change that
+was answered with success is there and none that was refused, that whoever waits is answered while the database is
+stopped, that other requests go on, that an outage is told once, and that a server ends in the middle of one.
+
+usage: tools/outage_test.py BUILD_DIR [--outages 12] [--seed N]
+"""
+import argparse
+import contextlib
+import http.client
+import json
+import os
+import pathlib
+import random
+import re
+import signal
+import sys
+import tempfile
+import threading
+import time
+
+sys.dont_write_bytecode = True  # no cache beside the sources
+from with_postgres import Cluster  # noqa: E402
+from zemhost import Server, Store, call, request  # noqa: E402
+
+WRITERS = 8
+PATIENCE = 40  # seconds for what has to happen at some time
+QUICK = 5  # seconds for what does not wait for the database, on a busy machine
+UNKNOWN = re.compile("may be there now or not|had changed before stays")
+BEGUN, ENDED = "zemhost: the store does not answer: ", "zemhost: the store answers again after "
+LOST = "owner of a token could not be looked up"
+REQUEST = re.compile(r"\S+ (?:- )?(?:admin|-) \S+ \S+ (?:\d+|cut) \d+")
+
+
+def await_true(condition, what):
+    end = time.monotonic() + PATIENCE
+    while not condition():
+        if time.monotonic() > end:
+            raise RuntimeError(f"not within {PATIENCE} s: {what}")
+        time.sleep(0.02)
+
+
+class Loop(threading.Thread):
+    """Calls step again and again, on a connection to the server, until it is told to stop. What went wrong is a list of
+    texts."""
+
+    def __init__(self, server, pause):
+        super().__init__(daemon=True)
+        self.server, self.pause, self.rounds, self.faults = server, pause, 0, []
+        self.is_stopping = threading.Event()
+
+    def run(self):
+        connection = self.server.connect()
+        while not self.is_stopping.wait(self.pause):
+            try:
+                self.step(connection)
+                self.rounds += 1
+            except (OSError, http.client.HTTPException, ValueError) as e:
+                if not self.is_stopping.is_set():
+                    self.faults.append(f"{type(self).__name__}: {e!r}")
+                return
+
+    def stop(self):
+        self.is_stopping.set()
+        self.join(PATIENCE)
+
+
+class Writer(Loop):
+    """Makes groups below one of its own, and changes that one's description in turn."""
+
+    def __init__(self, server, token, home):
+        super().__init__(server, 0.005)
+        self.token, self.home = token, home
+        # By what became of them: the new groups' names, and the numbers that were set.
+        self.made, self.set = ({"there": [], "unknown": [], "refused": []} for _ in range(2))
+        self.slowest = 0
+
+    def step(self, connection):
+        name = str(self.rounds)
+        if self.rounds % 2 == 0:
+            fates, method, params = self.made, "create", {"id": 0, "name": name, "parent_id": self.home}
+        else:
+            fates, method, params = self.set, "set", {"node_id": self.home, "desc": name}
+        start = time.monotonic()
+        status, answer = call(connection, self.token, "KXGroup " + method, params)
+        self.slowest = max(self.slowest, time.monotonic() - start)
+        if answer["success"]:
+            fates["there"].append(name)
+        else:
+            is_unknown = UNKNOWN.search(answer["error"]["message"])
+            fates["unknown" if is_unknown else "refused"].append(name)
+            if (status, answer["error"]["code"]) not in [(200, 117), (200, 414), (503, 503)]:
+                self.faults.append(f"{status} {answer}")
+
+    def succeeded(self):
+        return len(self.made["there"])
+
+    def check(self, store, revision):
+        """What the store holds otherwise than was answered. revision: of the group at first."""
+        names = {name for name, in store.rows(f"SELECT name FROM ou WHERE parent_id = {self.home}")}
+        (now, last), = store.rows(f'SELECT revision, "desc" FROM ou WHERE id = {self.home}')
+        lost = set(self.made["there"]) - names
+        extra = names - set(self.made["there"]) - set(self.made["unknown"])
+        sets = now - revision - len(self.set["there"])
+        faults = [f"{text} below {self.home}: {sorted(found)}" for text, found in
+                  [("lost", lost), ("there though refused", extra)] if found]
+        if not 0 <= sets <= len(self.set["unknown"]) or last not in self.set["there"][-1:] + self.set["unknown"]:
+            faults.append(f"group {self.home}: {sets} changes more than were answered; {last} is the last")
+        return faults
+
+
+class Watcher(Loop):
+    """Asks for the health, and for what is not there."""
+
+    def __init__(self, server):
+        super().__init__(server, 0.05)
+        self.health, self.slowest = 200, 0
+
+    def step(self, connection):
+        start = time.monotonic()
+        self.health, _ = request(connection, "/health", None, None, method="GET")
+        status, _ = request(connection, "/webapi/none/1/get", None)
+        self.slowest = max(self.slowest, time.monotonic() - start)
+        if status != 404 or self.health not in (200, 503):
+            self.faults.append(f"{status} for no method, {self.health} for the health")
+
+
+def processes(cluster):
+    """The database server's processes, the one that starts the others first."""
+    main = cluster.process.pid
+    yield main
+    for path in pathlib.Path("/proc").glob("[0-9]*/stat"):
+        with contextlib.suppress(OSError):
+            if int(path.read_text().rpartition(")")[2].split()[1]) == main:
+                yield int(path.parent.name)
+
+
+@contextlib.contextmanager
+def stopped(cluster):
+    """The database server does nothing any more, but its sockets are open."""
+    halted = []
+    try:
+        for process in processes(cluster):
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(process, signal.SIGSTOP)
+                halted.append(process)
+        yield
+    finally:
+        for process in halted:
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(process, signal.SIGCONT)
+
+
+def stop_for_a_while(cluster, writers, watchers):
+    with stopped(cluster):
+        before = [writer.rounds for writer in writers]
+        await_true(lambda: all(watcher.health == 503 for watcher in watchers), "no health")
+        await_true(lambda: all(writer.rounds > rounds + 1 for writer, rounds in zip(writers, before)),
+                   "an answer for everyone while the database is stopped")
+
+
+def restart(how):
+    def work(cluster, *_):
+        cluster.stop(how)
+        cluster.start()
+    return work
+
+
+OUTAGES = {"stopped": stop_for_a_while, "restarted": restart(signal.SIGINT), "killed": restart(signal.SIGQUIT)}
+
+
+def play(cluster, writers, watchers, kinds):
+    """Each of the outages, and what follows each."""
+    for kind in kinds:
+        before = [writer.succeeded() for writer in writers]
+        OUTAGES[kind](cluster, writers, watchers)
+        await_true(lambda: all(writer.succeeded() > done + 2 for writer, done in zip(writers, before)),
+                   f"success for everyone after the database was {kind}")
+        await_true(lambda: all(watcher.health == 200 for watcher in watchers), f"health after it was {kind}")
+
+
+def check_log(text, kinds, seconds):
+    """What is wrong with a server's log. Some restarts are too quick to be noticed."""
+    said = [line.split(" ", 1)[1] for line in text.splitlines()]
+    said = [line for line in said if not REQUEST.fullmatch("- " + line) and not line.startswith(("change: ", "module: "))]
+    told = [line for line in said if not LOST in line]
+    marks = [BEGUN, ENDED] * (len(told) // 2)
+    faults = [line for line, mark in zip(told, marks + [""] * len(told)) if not mark or not line.startswith(mark)]
+    if not kinds.count("stopped") <= len(told) // 2 <= len(kinds):
+        faults.append(f"{len(told)} lines tell of {len(kinds)} outages: {told}")
+    if len(said) - len(told) > seconds / 10 + 1:
+        faults.append(f"{len(said) - len(told)} lines tell of requests")
+    return faults
+
+
+def check_end(cluster, store, servers, loops):
+    """Ends the servers while the database is stopped and everybody waits for it."""
+    with stopped(cluster):
+        time.sleep(0.5)
+        for loop in loops:
+            loop.is_stopping.set()
+        for server in servers:
+            server.process.terminate()
+        for server in servers:
+            server.stop()
+        refused = store.run("tree", "--as", "admin", status=1)
+    for loop in loops:
+        loop.stop()
+    return [] if "timeout" in refused else [f"a start while the database is stopped says {refused}"]
+
+
+def run(cluster, folder, kinds):
+    store = Store(sys.argv[1], folder, cluster.url)
+    store.fill()
+    token = store.token("admin")
+    params = json.dumps({"multiple_data": [{"name": f"writer {i}", "parent_id": 1} for i in range(WRITERS)]})
+    homes = json.loads(store.run("call", "VELQ.ZEM.KXGroup", "create", "--params", params, "--as", "admin"))["data"]["ids"]
+    revisions = dict(store.rows("SELECT id, revision FROM ou"))
+    logs = [store.folder / f"log {i}" for i in range(2)]
+    start = time.monotonic()
+    with contextlib.ExitStack() as stack:
+        files = [stack.enter_context(open(log, "wb")) for log in logs]
+        servers = [Server(store, "--connections", count, stderr=file) for count, file in zip(["8", "2"], files)]
+        for server in servers:
+            stack.callback(server.kill)
+        watchers = [Watcher(server) for server in servers]
+        writers = [Writer(servers[i % 2], token, home) for i, home in enumerate(homes)]
+        for loop in watchers + writers:
+            loop.start()
+        play(cluster, writers, watchers, kinds)
+        faults = [fault for loop in watchers + writers for fault in loop.faults]
+        for writer in writers:
+            writer.stop()
+        faults += [fault for writer in writers for fault in writer.check(store, revisions[writer.home])]
+        faults += [fault for log in logs for fault in check_log(log.read_text(), kinds, time.monotonic() - start)]
+        last = [Writer(servers[i % 2], token, home) for i, home in enumerate(homes)]
+        for loop in last:
+            loop.rounds = 10**9
+            loop.start()
+        faults += check_end(cluster, store, servers, watchers + last)
+    faults += [f"{log}: {line}" for log in logs for line in log.read_text().splitlines() if "stopped before" in line]
+    slowest = max(watcher.slowest for watcher in watchers)
+    if slowest > QUICK:
+        faults.append(f"a refusal or the health took {slowest:.1f} s")
+    report(writers, kinds, slowest, time.monotonic() - start)
+    return faults
+
+
+def report(writers, kinds, slowest, seconds):
+    count = {fate: sum(len(fates[fate]) for writer in writers for fates in (writer.made, writer.set))
+             for fate in ["there", "unknown", "refused"]}
+    print(f"{len(kinds)} outages: {count['there']} changes answered and all there, {count['refused']} refused and none "
+          f"there, {count['unknown']} said to be unknown; slowest change {max(w.slowest for w in writers):.1f} s, "
+          f"slowest refusal or health {slowest:.2f} s; {seconds:.0f} s")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("build")
+    parser.add_argument("--outages", type=int, default=12)
+    parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(10**6))
+    options = parser.parse_args()
+    print(f"seed {options.seed}")
+    kinds = [kind for _ in range(options.outages) for kind in OUTAGES][:options.outages]
+    random.Random(options.seed).shuffle(kinds)
+    with Cluster() as cluster, tempfile.TemporaryDirectory(prefix="zem-") as folder:
+        faults = run(cluster, folder, kinds)
+    print(*faults, sep="\n", end="\n" if faults else "")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
