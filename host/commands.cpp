@@ -96,16 +96,30 @@ void drawTokens(const std::vector<standin::Token>& tokens, int64_t now, std::ost
     drawTable(rows, out);
 }
 
+Page loadPage(const PageChoice& choice)
+{
+    Page page;
+    const std::filesystem::path folder = programFile("share/zemhost", "console");
+    if (!choice.folder.empty()) {
+        page.load(choice.folder);
+    } else if (std::filesystem::exists(folder / "index.html")) {
+        page.load(folder);
+    } else {
+        std::cerr << "zemhost: the console's page is not served: it is not in " << printable(folder.string()) << '\n';
+    }
+    return page;
+}
+
 }  // namespace
 
-int serveModules(const ModulePaths& modules, const ServeOptions& options)
+int serveModules(const ModulePaths& modules, const PageChoice& choice, const ServeOptions& options)
 {
     if (!standin::hasAccounts()) {
         std::cerr << "zemhost: the store holds no accounts yet, so nobody can call anything; to fill it:\n"
                      "  zemhost apply FILE   a fleet file, with the same --store\n"
                      "  zemhost token NAME   likewise, for one of its accounts\n";
     }
-    serve(loadModules(modules), options);
+    serve(loadModules(modules), choice.isServed ? loadPage(choice) : Page(), options);
     return 0;
 }
 

@@ -20,8 +20,14 @@ namespace host {
 // Files of the modules that a command loads; none: those that came with the program.
 using ModulePaths = std::vector<std::string>;
 
+// The console's page.
+struct PageChoice {
+    bool isServed = true;
+    std::string folder;  // empty: the one that came with the program, if it did
+};
+
 // Until SIGTERM or SIGINT. Says on standard error how to fill a store that nobody can use yet.
-int serveModules(const ModulePaths& modules, const ServeOptions& options);
+int serveModules(const ModulePaths& modules, const PageChoice& page, const ServeOptions& options);
 
 // Brings the store to what a fleet file says, all or nothing, and prints the plan with a count. path: the file's.
 int applyFleetFile(const std::string& path, const standin::ApplyOptions& options);

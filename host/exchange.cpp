@@ -42,7 +42,7 @@ Exchange::~Exchange()
 MHD_Result Exchange::begin(const char* szPath, const char* szMethod)
 {
     try {
-        m_refused = judgeHead(m_pConnection, szPath, szMethod, m_server.modules, m_head);
+        m_refused = judgeHead(m_pConnection, szPath, szMethod, m_server.modules, m_server.page, m_head);
     } catch (const std::exception& e) {
         logTrouble("a request could not be checked", e.what());
         m_refused = MHD_HTTP_INTERNAL_SERVER_ERROR;
@@ -50,8 +50,8 @@ MHD_Result Exchange::begin(const char* szPath, const char* szMethod)
     if (m_refused != 0) {
         return sendsBodyUnasked(m_pConnection) ? MHD_YES : respond(refused());
     }
-    if (m_head.resource == Resource::health) {
-        m_answer = healthAnswer();
+    if (m_head.resource != Resource::method) {
+        m_answer = m_head.resource == Resource::health ? healthAnswer() : Answer{};
         m_isHandled = true;
         return MHD_YES;
     }
@@ -77,6 +77,9 @@ MHD_Result Exchange::receive(const char* pData, size_t size)
 
 MHD_Result Exchange::finish()
 {
+    if (m_refused == 0 && m_head.resource == Resource::file) {
+        return respondWithFile();
+    }
     if (m_refused != 0 || m_isHandled) {
         return respond(m_refused != 0 ? refused() : std::move(m_answer));
     }
@@ -175,6 +178,18 @@ MHD_Result Exchange::respond(Answer answer)
     const int code = answer.code;
     const bool isLast = m_head.isLast || m_server.isStopping;
     const MHD_Result queued = queueAnswer(m_pConnection, std::move(answer), allowedMethods(m_head.resource), isLast);
+    return noteAnswer(queued, code);
+}
+
+MHD_Result Exchange::respondWithFile()
+{
+    int status = 0;
+    const MHD_Result queued = queueFile(m_pConnection, *m_head.pFile, m_server.isStopping, status);
+    return noteAnswer(queued, status);
+}
+
+MHD_Result Exchange::noteAnswer(MHD_Result queued, int code)
+{
     m_isAnswered = true;
     log(std::to_string(code));
     return queued;

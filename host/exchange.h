@@ -17,6 +17,7 @@
 #include "host/known_tokens.h"
 #include "host/log.h"
 #include "host/module_loader.h"
+#include "host/page.h"
 #include "host/request_body.h"
 #include "host/request_head.h"
 #include "host/waiting_sockets.h"
@@ -26,6 +27,7 @@ namespace host {
 // What the exchanges of a server share. Any thread may use it.
 struct ServerState {
     const ModuleSet& modules;
+    const Page& page;
     WaitingSockets waiting;
     KnownTokens knownTokens{};
     BodyMemory bodyMemory{};
@@ -67,7 +69,12 @@ private:
     int runHandler();                               // fills m_answer, or returns the HTTP status of the refusal
     void recognise(AccountKey account);             // the request counts for the account from now on
     Answer refused() const;
-    MHD_Result respond(Answer answer);                 // on the connection's thread
+
+    // These three on the connection's thread.
+    MHD_Result respond(Answer answer);
+    MHD_Result respondWithFile();
+    MHD_Result noteAnswer(MHD_Result queued, int code);  // code: for the log
+
     void log(const std::string& code) const noexcept;  // a proxy asks for the health every second: no line for that
 
     ServerState& m_server;

@@ -142,7 +142,7 @@ void stopDaemon(ServerState& server, MHD_Daemon* pDaemon)
 
 }  // namespace
 
-void serve(const ModuleSet& modules, const ServeOptions& options)
+void serve(const ModuleSet& modules, const Page& page, const ServeOptions& options)
 {
     signal(SIGPIPE, SIG_IGN);
     sigset_t stopSignals;
@@ -161,6 +161,7 @@ void serve(const ModuleSet& modules, const ServeOptions& options)
     standin::setChangeSink([](const std::string& line) { writeLog("change: " + line); });
     standin::setOutageSink([](const std::string& line) { writeLog("zemhost: " + printable(line)); });
     ServerState server{.modules = modules,
+                       .page = page,
                        .waiting = WaitingSockets(connections / 2),
                        .handlers = HandlerPool(options.connections, kWaitingRequests)};
     MHD_Daemon* pDaemon = startDaemon(server, listenFd, connections, options.idleTimeout);

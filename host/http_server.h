@@ -1,10 +1,12 @@
-// The HTTP server: POST /webapi/{API}/{version}/{method} with a bearer token and a JSON object of parameters.
+// The HTTP server: POST /webapi/{API}/{version}/{method} with a bearer token and a JSON object of parameters, and GET
+// of the console's page at / and of its files.
 #pragma once
 
 #include <cstddef>
 #include <string>
 
 #include "host/module_loader.h"
+#include "host/page.h"
 #include "standin/store/store.h"
 
 namespace host {
@@ -17,12 +19,11 @@ struct ServeOptions {
     unsigned idleTimeout = 10;  // seconds until a connection is closed on which nothing moves and no handler is awaited
 };
 
-// Serves the modules' methods until SIGTERM or SIGINT, then finishes the requests that have begun to arrive, for 30
-// seconds at most; the process ends at once, with status 0, when some are not finished then. Prints the address on
-// standard output once it is ready, and a line per request and per change of the store in the log.
-// modules: outlives the call.
-// Call it once per process, from the main thread before it starts others. Throws std::runtime_error when it cannot
-// start.
-void serve(const ModuleSet& modules, const ServeOptions& options);
+// Serves the modules' methods and the page until SIGTERM or SIGINT, then finishes the requests that have begun to
+// arrive, for 30 seconds at most; the process ends at once, with status 0, when some are not finished then. Prints the
+// address on standard output once it is ready, and a line per request and per change of the store in the log. modules,
+// page: outlive the call. Call it once per process, from the main thread before it starts others. Throws
+// std::runtime_error when it cannot start.
+void serve(const ModuleSet& modules, const Page& page, const ServeOptions& options);
 
 }  // namespace host

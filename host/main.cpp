@@ -62,8 +62,10 @@ CLI::Option* addAccount(CLI::App* pCommand, const char* szOption, std::string& a
 void addServe(CommandLine& line)
 {
     const auto pOptions = std::make_shared<host::ServeOptions>();
-    CLI::App* pServe = addCommand(line, "serve", "Serve the modules' methods over HTTP until SIGTERM",
-                                  [&line, pOptions] { return host::serveModules(line.modules, *pOptions); });
+    const auto pPage = std::make_shared<host::PageChoice>();
+    const auto work = [&line, pPage, pOptions] { return host::serveModules(line.modules, *pPage, *pOptions); };
+    CLI::App* pServe =
+        addCommand(line, "serve", "Serve the modules' methods and the console over HTTP until SIGTERM", work);
     pServe->add_option("--listen", pOptions->address, "IPV4:PORT or [IPV6]:PORT; port 0: any that is free")
         ->capture_default_str();
     pServe
@@ -76,6 +78,9 @@ void addServe(CommandLine& line)
         ->check(CLI::Range(1u, 3600u));
     pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow an address that can be reached from elsewhere");
     pServe->add_flag("--debug", pOptions->echoesFailures, "Write the modules' failure lines to standard output, too");
+    auto* pFolder = pServe->add_option("--console", pPage->folder,
+                                       "Folder of the console's page; default: the one that came with zemhost");
+    pServe->add_flag("!--no-console", pPage->isServed, "Serve no page")->excludes(pFolder);
     addModules(line, pServe);
     pServe->parse_complete_callback([&line, pOptions] {
         line.mode = standin::OpenMode::createIfMissing;

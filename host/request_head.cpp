@@ -41,14 +41,19 @@ bool isBodyAmbiguous(MHD_Connection* pConnection)
     return ends > 1;
 }
 
-// Finds what the path stands for, and a method's row.
-void resolvePath(const char* szPath, const ModuleSet& modules, RequestHead& head)
+// Finds what the path stands for, and a method's row or the file.
+void resolvePath(const char* szPath, const ModuleSet& modules, const Page& page, RequestHead& head)
 {
     char szApi[100], szVersion[19], szMethod[100];
     int end = 0;
     head.api = szPath;
     if (strcmp(szPath, "/health") == 0) {
         head.resource = Resource::health;
+        return;
+    }
+    head.pFile = page.find(szPath);
+    if (head.pFile != nullptr) {
+        head.resource = Resource::file;
         return;
     }
     if (sscanf(szPath, "/webapi/%99[^/]/%18[0-9]/%99[^/]%n", szApi, szVersion, szMethod, &end) != 3 ||
@@ -86,9 +91,9 @@ int judgeCall(MHD_Connection* pConnection, RequestHead& head)
 }  // namespace
 
 int judgeHead(MHD_Connection* pConnection, const char* szPath, const char* szMethod, const ModuleSet& modules,
-              RequestHead& head)
+              const Page& page, RequestHead& head)
 {
-    resolvePath(szPath, modules, head);
+    resolvePath(szPath, modules, page, head);
     head.isLast = isBodyAmbiguous(pConnection);
     if (head.isLast) {
         return MHD_HTTP_BAD_REQUEST;

@@ -6,6 +6,7 @@
 #include <microhttpd.h>
 
 #include "host/module_loader.h"
+#include "host/page.h"
 #include "standin/store/store.h"
 
 namespace host {
@@ -15,12 +16,14 @@ enum class Resource {
     none,
     method,  // of a module, to be called
     health,  // whether the store answers, for who watches the server
+    file,    // of the console's page; nobody needs a token for it
 };
 
 struct RequestHead {
     Resource resource = Resource::none;
     std::string api, method;                // as the client wrote them; a path of another form is all in api
     const VELQ::APIMethod* pRow = nullptr;  // the module's; null when none offers the method
+    const PageFile* pFile = nullptr;        // the page's; null unless the path is one's
     std::string tokenHash;                  // of the bearer token
     standin::Account account;               // the token's; empty before it was looked up
     bool isLast = false;                    // the connection cannot be used for another request
@@ -30,7 +33,7 @@ struct RequestHead {
 // without decoding; szMethod: of HTTP. Returns the HTTP status of the refusal (400, 401, 404, 405, 413), 0 for none;
 // the token may still be nobody's. Throws std::bad_alloc; what was read before is in head then.
 int judgeHead(MHD_Connection* pConnection, const char* szPath, const char* szMethod, const ModuleSet& modules,
-              RequestHead& head);
+              const Page& page, RequestHead& head);
 
 // The HTTP methods that the resource takes, as a header lists them.
 const char* allowedMethods(Resource resource);

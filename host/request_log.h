@@ -9,7 +9,7 @@
 namespace host {
 
 // Writes a request's line: time in UTC, account, API, method, code, milliseconds since start. code: the envelope's
-// code, or "cut" when the client got no answer.
+// code, HTTP's status for a file of the page, or "cut" when the client got no answer.
 void logRequest(const RequestHead& head, std::chrono::steady_clock::time_point start, const std::string& code) noexcept;
 
 }  // namespace host

@@ -8,26 +8,13 @@
 
 #include <sodium.h>
 
+#include "host/digest.h"
+
 namespace host {
 
 namespace {
 
-constexpr size_t kBytes = 32;
-constexpr size_t kDigits = 2 * kBytes;
 constexpr std::string_view kScheme = "Bearer ";
-
-std::string hex(const unsigned char (&bytes)[kBytes])
-{
-    char szHex[kDigits + 1];
-    return sodium_bin2hex(szHex, sizeof(szHex), bytes, kBytes);
-}
-
-std::string hashOf(std::string_view token)
-{
-    unsigned char hash[kBytes];
-    crypto_generichash(hash, kBytes, reinterpret_cast<const unsigned char*>(token.data()), token.size(), nullptr, 0);
-    return hex(hash);
-}
 
 }  // namespace
 
@@ -36,10 +23,10 @@ std::string issueToken(const standin::Account& account, const std::string& label
     if (sodium_init() < 0) {
         throw std::runtime_error("no source of random numbers");
     }
-    unsigned char random[kBytes];
-    randombytes_buf(random, kBytes);
-    std::string token = hex(random);
-    standin::addToken(account.uid, hashOf(token), label, lifetime);
+    unsigned char random[kDigestBytes];
+    randombytes_buf(random, kDigestBytes);
+    std::string token = hexOf(random);
+    standin::addToken(account.uid, digestOf(token), label, lifetime);
     return token;
 }
 
@@ -49,8 +36,8 @@ std::string hashOfBearer(const char* szHeader)
         return "";
     }
     const std::string_view token = szHeader + kScheme.size();
-    const bool isToken = token.size() == kDigits && token.find_first_not_of("0123456789abcdef") == token.npos;
-    return isToken ? hashOf(token) : "";
+    const bool isToken = token.size() == kDigestDigits && token.find_first_not_of("0123456789abcdef") == token.npos;
+    return isToken ? digestOf(token) : "";
 }
 
 }  // namespace host

@@ -135,6 +135,8 @@ VAIN_COMMANDS = [
     ("a fleet file as inventory", f"import ansible {SAMPLE}", 'group "accounts": not a list of names'),
     ("an address that others reach", "serve --listen 0.0.0.0:0", "--allow-remote"),
     ("an address without a port", "serve --listen localhost", "no address"),
+    ("a page that is not there", "serve --listen 127.0.0.1:0 --console nowhere", "nowhere"),
+    ("a page without a beginning", "serve --listen 127.0.0.1:0 --console .", "no index.html"),
     ("a module that is not there", "tree --as admin --module none.so", "none.so"),
     ("a module that is no shared object", "tree --as admin --module text.so", "text.so"),
     ("a module without a table", f"tree --as admin --module {BUILD}/libvelqplatform.so", "GetAPITable"),
@@ -153,10 +155,37 @@ MISUSES = [
     ("an inventory of another program", "import puppet x", "puppet"),
     ("a kind of node without links", "link add policy 12 1", "policy"),
     ("an option's text is taken for a number", "token admin --days soon", "--days"),
+    ("a page is wanted and not wanted", "serve --console . --no-console", "--console"),
     ("a server without a connection to its store", "serve --connections 0", "--connections"),
     ("more connections than there are descriptors for", "serve --connections 65", "--connections"),
     ("a token ends before it begins", "token admin --days 0", "--days"),
 ]
+
+# The fault that a row catches, a request for the page, its status and the type of what it gets. Nobody has a token.
+PAGE = [
+    ("the folder's address shows nothing", "GET", "/", 200, "text/html; charset=utf-8"),
+    ("a script has a type that browsers do not run", "GET", "/tree.js", 200, "text/javascript; charset=utf-8"),
+    ("a style sheet has none that they take", "GET", "/look.css", 200, "text/css; charset=utf-8"),
+    ("a picture is shown as text", "GET", "/icon.svg", 200, "image/svg+xml; charset=utf-8"),
+    ("what stands behind the path changes the file", "GET", "/tree.js?file=../outside.js", 200,
+     "text/javascript; charset=utf-8"),
+    ("a file is sent to who asks for its head", "HEAD", "/tree.js", 200, "text/javascript; charset=utf-8"),
+    ("a file takes what is posted to it", "POST", "/tree.js", 405, "application/json"),
+    ("a file can be taken away", "DELETE", "/", 405, "application/json"),
+    ("a path leads out of the folder", "GET", "/../outside.js", 404, "application/json"),
+    ("an escaped path leads out of it", "GET", "/%2e%2e/outside.js", 404, "application/json"),
+    ("a path with escaped slashes leads out of it", "GET", "/..%2foutside.js", 404, "application/json"),
+    ("a path of the file system is one of the page", "GET", "//etc/hostname", 404, "application/json"),
+    ("a file has a second address", "GET", "//tree.js", 404, "application/json"),
+    ("a path ends at a NUL", "GET", "/tree.js%00.html", 404, "application/json"),
+    ("whatever lies in the folder is served", "GET", "/notes.txt", 404, "application/json"),
+    ("hidden files are served", "GET", "/.draft.js", 404, "application/json"),
+    ("folders are served", "GET", "/inner/tree.js", 404, "application/json"),
+    ("a file that came later is served", "GET", "/late.js", 404, "application/json"),
+]
+
+PAGE_POLICY = ("default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
+               "base-uri 'none'; form-action 'none'; frame-ancestors 'none'")
 
 # Commands that find nothing to do where there is no store.
 READING = ["tree --as admin", "list --as admin", "call VELQ.ZEM.Tree get --as admin", "link add group 1 1", "tokens",
@@ -244,6 +273,62 @@ class HostTest(unittest.TestCase):
         self.addCleanup(connection.close)
         send(connection, path, token, *arguments, **options)
         return connection
+
+    def get(self, method, path, headers=(), body=None):
+        """Sends a request without a token. Gives the answer, whose text is read as "text"."""
+        with contextlib.closing(self.server.connect()) as connection:
+            send(connection, path, None, body, method, headers)
+            answer = connection.getresponse()
+            answer.text = answer.read()
+            return answer
+
+    def serve_page(self):
+        """Starts the server with a page of some files. Gives their contents by name."""
+        folder = self.store.folder / "page"
+        (folder / "inner").mkdir(parents=True)
+        names = ["index.html", "tree.js", "look.css", "icon.svg", "notes.txt", ".draft.js", "inner/tree.js"]
+        for name in [*names, "../outside.js"]:
+            (folder / name).write_text(f"this is {name}")
+        self.serve("--console", "page")
+        (folder / "late.js").write_text("late")
+        (folder / "tree.js").write_text("changed")
+        return {name: f"this is {name}".encode() for name in names}
+
+    def test_page_is_its_files_and_nothing_else(self):
+        contents = self.serve_page()
+        for fault, method, path, status, content_type in PAGE:
+            with self.subTest(fault):
+                answer = self.get(method, path)
+                self.assertEqual((answer.status, answer.headers["Content-Type"]), (status, content_type))
+                if status == 200:
+                    expected = contents[path[1:].partition("?")[0] or "index.html"]
+                    self.assertEqual(answer.text, b"" if method == "HEAD" else expected)
+                    self.assertEqual(int(answer.headers["Content-Length"]), len(expected))
+                self.assertEqual(answer.headers["Allow"], "GET, HEAD" if status == 405 else None)
+        self.assertEqual(self.get("GET", "/tree.js", body=HUGE).status, 200)
+        self.assertRegex(self.store.log.read_text(encoding="utf-8"), r"(?m)Z - /look\.css - 200 \d+$")
+
+    def test_page_is_sent_again_only_when_it_changed_and_obeys_nobody_else(self):
+        self.serve_page()
+        first = self.get("GET", "/tree.js")
+        tag = first.headers["ETag"]
+        for etags, status in [(tag, 304), (f'"0", W/{tag}', 304), ("*", 304), ('"0"', 200), (tag.strip('"'), 200)]:
+            again = self.get("GET", "/tree.js", {"If-None-Match": etags})
+            self.assertEqual((again.status, again.text), (status, b"" if status == 304 else first.text))
+            self.assertEqual((again.headers["ETag"], again.headers["Cache-Control"]), (tag, "no-cache"))
+        self.assertNotEqual(self.get("GET", "/look.css").headers["ETag"], tag)
+        for answer in first, again, self.get("HEAD", "/"):
+            self.assertEqual({name: answer.headers[name] for name in ["Content-Security-Policy", "Referrer-Policy",
+                                                                      "X-Content-Type-Options", "X-Frame-Options",
+                                                                      "Cross-Origin-Resource-Policy"]},
+                             {"Content-Security-Policy": PAGE_POLICY, "Referrer-Policy": "no-referrer",
+                              "X-Content-Type-Options": "nosniff", "X-Frame-Options": "DENY",
+                              "Cross-Origin-Resource-Policy": "same-origin"})
+
+    def test_page_is_left_out_when_it_is_not_wanted(self):
+        token = self.serve("--no-console")
+        self.assertEqual(self.get("GET", "/").status, 404)
+        self.assertEqual(self.request(TREE, token)[0], 200)
 
     def test_long_handlers_leave_others_room_and_termination_answers_all(self):
         self.build_module('[](void*, void*) { while (access("go", F_OK) != 0) usleep(1000); }')
@@ -555,7 +640,8 @@ class HostTest(unittest.TestCase):
         self.assertEqual(self.records(), expected)
 
         inventory["cold"]["children"].append("north")
-        self.assertIn('standard input: group "cold": it is in a circle of groups', self.import_inventory(inventory, status=1))
+        refused = self.import_inventory(inventory, status=1)
+        self.assertIn('standard input: group "cold": it is in a circle of groups', refused)
         self.assertEqual(self.records(), expected)
 
     def test_commands_show_what_they_changed(self):

@@ -22,26 +22,26 @@ constexpr const char* kTokenTable =
     " label TEXT NOT NULL, made BIGINT NOT NULL, expires BIGINT NOT NULL, last_used BIGINT NOT NULL)";
 constexpr const char* kTokenIndex = "CREATE INDEX token_account ON token (uid)";
 
-// The counters stand in meta beside the version: an identifier is never given out twice. Foreign keys are checked at
-// commit, so that a fleet's groups may be stored in any order. Group 0 is its own parent.
+// The counters stand in meta beside the version: an identifier is never given out twice. Group 0 is its own
+// parent. A store of an earlier program checks its foreign keys at commit, a newer one after each statement.
 constexpr const char* kSchema[] = {
     "CREATE TABLE account (uid BIGINT PRIMARY KEY, name TEXT NOT NULL UNIQUE, admin BIGINT NOT NULL,"
     " domain_name TEXT NOT NULL, domain_type TEXT NOT NULL)",
     kTokenTable,
     kTokenIndex,
     "CREATE TABLE ou (id BIGINT PRIMARY KEY,"
-    " parent_id BIGINT NOT NULL REFERENCES ou (id) DEFERRABLE INITIALLY DEFERRED, name TEXT NOT NULL,"
+    " parent_id BIGINT NOT NULL REFERENCES ou (id), name TEXT NOT NULL,"
     " \"desc\" TEXT NOT NULL, mtime BIGINT NOT NULL, revision BIGINT NOT NULL, block_inheritance BIGINT NOT NULL,"
     " linked_gpo TEXT NOT NULL, extra_info TEXT NOT NULL)",
     "CREATE INDEX ou_parent ON ou (parent_id)",
     "CREATE UNIQUE INDEX ou_sibling ON ou (parent_id, name) WHERE id <> 0",
     "CREATE TABLE kx (id BIGINT PRIMARY KEY,"
-    " parent_id BIGINT NOT NULL REFERENCES ou (id) DEFERRABLE INITIALLY DEFERRED, name TEXT NOT NULL,"
+    " parent_id BIGINT NOT NULL REFERENCES ou (id), name TEXT NOT NULL,"
     " address TEXT NOT NULL, sid TEXT NOT NULL, mtime BIGINT NOT NULL, revision BIGINT NOT NULL,"
     " linked_gpo TEXT NOT NULL)",
     "CREATE INDEX kx_parent ON kx (parent_id)",
     "CREATE TABLE gpo (id BIGINT PRIMARY KEY,"
-    " parent_id BIGINT NOT NULL REFERENCES ou (id) DEFERRABLE INITIALLY DEFERRED, name TEXT NOT NULL,"
+    " parent_id BIGINT NOT NULL REFERENCES ou (id), name TEXT NOT NULL,"
     " \"desc\" TEXT NOT NULL, mtime BIGINT NOT NULL, revision BIGINT NOT NULL, setting TEXT NOT NULL)",
     "CREATE INDEX gpo_parent ON gpo (parent_id)",
     "CREATE TABLE delegate (node_type BIGINT NOT NULL, node_id BIGINT NOT NULL, position BIGINT NOT NULL,"

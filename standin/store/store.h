@@ -147,7 +147,7 @@ using FleetProgress = std::function<void(size_t done, size_t total)>;
 // administrator.
 // With dryRun nothing is written; with no store open the plan is that for an empty one.
 // plan: called for each record that differs, in the order of kinds and identifiers, when the store is free again.
-// progress: called within the transaction. Both may be empty.
+// progress: called within the transaction, from the start again when that is repeated. Both may be empty.
 PlanCount applyFleet(const Json::Value& jFleet, const ApplyOptions& options, const PlanSink& plan = nullptr,
                      const FleetProgress& progress = nullptr);
 

@@ -1,0 +1,83 @@
+// What the page works out of a tree answer by itself: what applies to a node, what a filter leaves, which links stay.
+import { test } from "node:test";
+import assert from "node:assert/strict";
+import { Fleet, GROUP, keptLinks, keyOf, POLICY, SERVER } from "../../console/fleet.js";
+
+function node(type, id, name, members = {}, children = null) {
+    return { node_type: type, node_id: id, parent_id: 0, name, expanded: children !== null, children, ...members };
+}
+
+function linking(...ids) {
+    return { linked_gpo: { order: ids.map((id) => ({ gpo_id: id, gpo_name: `p${id}`, gpo_desc: "" })) } };
+}
+
+const FLEET = new Fleet([
+    node(GROUP, 1, "Site", linking(1, 2), [
+        node(GROUP, 2, "Closed", { block_inheritance: 1, ...linking(3) }, [
+            node(GROUP, 3, "Room", linking(4, 3), [node(SERVER, 1, "host", { address: "192.0.2.1", ...linking(5) })]),
+        ]),
+        node(SERVER, 2, "door", linking(2, 6)),
+    ]),
+    node(SERVER, 3, "stray", { parent_id: 9, linked_gpo: null, delegate: [{ ugid: 7, name: "" }] }),
+    node(POLICY, 1, "p1", { linked: true }),
+    node(POLICY, 1, "the same after 53 bits"),
+]);
+
+// A node, what applies to it with where each comes from, the group that ends it, and whether more may come from above.
+const EFFECTIVE = [
+    [[SERVER, 1], ["p5 host", "p4 Room", "p3 Room Closed"], "Closed", false],
+    [[SERVER, 2], ["p2 door Site", "p6 door", "p1 Site"], undefined, false],
+    [[GROUP, 2], ["p3 Closed"], "Closed", false],
+    [[SERVER, 3], [], undefined, true],
+];
+
+test("policies come down the tree, the nearest first, up to a group that blocks them", () => {
+    for (const [key, expected, blockedBy, isPart] of EFFECTIVE) {
+        const effective = FLEET.effectivePolicies(FLEET.find(keyOf(...key)));
+        const told = effective.policies.map(({ name, from }) => [name, ...from.map((at) => at.name)].join(" "));
+        assert.deepEqual([told, effective.blockedBy?.name, effective.isPart], [expected, blockedBy, isPart]);
+    }
+});
+
+// A text, the number of hits, and what is shown: level, place among those shown beside it, name.
+const FILTERS = [
+    [" HOST ", 1, ["1 1/1 Site", "2 1/1 Closed", "3 1/1 Room", "4 1/1 host"]],
+    ["192.0", 1, ["1 1/1 Site", "2 1/1 Closed", "3 1/1 Room", "4 1/1 host"]],
+    ["r", 4, ["1 1/3 Site", "2 1/2 Closed", "3 1/1 Room", "2 2/2 door", "1 2/3 stray", "1 3/3 the same after 53 bits"]],
+    ["p2", 0, []],
+];
+
+test("a filter leaves the hits and those above them, and counts them", () => {
+    for (const [text, hits, expected] of FILTERS) {
+        assert.equal(FLEET.filter(text), hits);
+        const shown = FLEET.nodes.filter((other) => other.isShown);
+        assert.deepEqual(shown.map(({ level, position, parent, name }) =>
+            `${level} ${position}/${parent.shownChildren} ${name}`), expected);
+    }
+    assert.equal(FLEET.filter(""), 0);
+    assert.ok(FLEET.nodes.every((other) => other.isShown && !other.isHit));
+});
+
+test("the whole is known of a part", () => {
+    assert.deepEqual(FLEET.counts(FLEET.find(keyOf(GROUP, 1))), { group: 2, server: 2, policy: 0 });
+    assert.deepEqual(FLEET.counts(FLEET.root), { group: 3, server: 3, policy: 2 });
+    assert.deepEqual(FLEET.linkedBy(3).map(({ name }) => name), ["Closed", "Room"]);
+    assert.deepEqual(FLEET.accounts, [{ id: 7, name: "uid 7" }]);
+    assert.equal(FLEET.isPart, true);
+    assert.equal(FLEET.find(keyOf(SERVER, 1)).path, "Site / Closed / Room / host");
+});
+
+// Links before, links wanted, and those that need not be linked anew at the end.
+const KEPT = [
+    [[1, 2, 3], [1, 2, 3], [1, 2, 3]],
+    [[1, 2, 3, 4], [1, 3, 2, 4], [1, 3]],
+    [[1, 2, 3], [3, 1, 2], [3]],
+    [[1, 2], [2, 5], [2]],
+    [[], [1], []],
+];
+
+test("links that are in the wanted order stay", () => {
+    for (const [before, wanted, kept] of KEPT) {
+        assert.deepEqual([...keptLinks(before, wanted)], kept);
+    }
+});

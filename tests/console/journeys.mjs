@@ -1,0 +1,356 @@
+// Journeys of users through the console's page, in a browser and against a server with the sample fleet.
+//
+// usage: node tests/console/journeys.mjs BUILD_DIR
+import { after, afterEach, before, beforeEach, test } from "node:test";
+import assert from "node:assert/strict";
+import { writeFileSync } from "node:fs";
+import path from "node:path";
+import { launch, Window } from "./browser.mjs";
+import { FleetServer } from "./fleet_server.mjs";
+
+const BUILD = path.resolve(process.argv[2]);
+const HOSTILE = "<img src=x onerror=alert(1)>";
+const OPTIONS = { timeout: 60000 };
+
+let browser;
+let server;
+let contexts;
+
+before(async () => {
+    browser = await launch();
+});
+
+after(() => browser.close());
+
+beforeEach(async () => {
+    contexts = [];
+    server = new FleetServer(BUILD);
+    server.fill();
+    await server.start();
+});
+
+afterEach(async () => {
+    await Promise.all(contexts.map((context) => context.close()));
+    await server.remove();
+});
+
+// A window of somebody's own. account: who signs in by the link; null: nobody. options: of the browser's context.
+async function open(account, options = {}) {
+    const context = await browser.newContext({ viewport: { width: 1400, height: 1600 }, ...options });
+    contexts.push(context);
+    return Window.open(context, server, account);
+}
+
+// What the rows of the nodes say.
+function told(nodes) {
+    return nodes.map(({ level, name }) => `${level} ${name}`);
+}
+
+test("a link signs in and shows the tree that the server tells", OPTIONS, async () => {
+    const admin = await open("admin");
+    await admin.becomes(() => admin.rows(), told(await server.nodes("admin")));
+    assert.equal(admin.page.url(), `${server.url}/`);
+    const delegate = await open("m.okafor");
+    await delegate.becomes(() => delegate.rows(), told(await server.nodes("m.okafor")));
+
+    await admin.choose("Web");
+    await admin.choose("Plants");
+    await admin.page.keyboard.press("ArrowLeft");
+    const closed = (await admin.rows()).length;
+    assert.ok(closed < (await server.nodes("admin")).length);
+    await admin.page.reload();
+    await admin.details.getByRole("heading", { name: "Plants" }).waitFor();
+    await admin.becomes(async () => (await admin.rows()).length, closed);
+
+    await admin.button("Sign out").click();
+    await admin.page.getByLabel("Token").fill("0".repeat(64));
+    await admin.button("Sign in").click();
+    await admin.alert.getByText("does not know this token").waitFor();
+    await admin.page.getByLabel("Token").fill(server.token("m.okafor"));
+    await admin.page.keyboard.press("Enter");
+    await admin.becomes(() => admin.rows(), told(await server.nodes("m.okafor")));
+    admin.assertNoFaults([/401/]);
+    delegate.assertNoFaults();
+    assert.ok(!server.log().includes(server.token("admin")));
+});
+
+test("a filter leaves the hits and what is above them", OPTIONS, async () => {
+    const window = await open("admin");
+    const nodes = await server.nodes("admin");
+    const hits = nodes.filter(({ name, address = "" }) => `${name}\n${address}`.includes("10.20.2"));
+    await window.choose("Plant South");
+    await window.page.keyboard.press("ArrowLeft");
+    await window.filter.fill("10.20.2");
+    await window.page.getByRole("status").getByText(`${hits.length} hits`, { exact: true }).waitFor();
+    const above = ["Plants", "Plant North", "North line control", "Plant South", "South laboratory"];
+    const left = nodes.filter((node) => hits.includes(node) || above.includes(node.name));
+    await window.becomes(() => window.rows(), told(left));
+    await window.filter.fill("no such thing");
+    await window.becomes(() => window.rows(), []);
+    await window.filter.press("Escape");
+    await window.row("South laboratory").waitFor({ state: "hidden" }); // closed, as it was before
+    await window.becomes(async () => (await window.rows()).length, nodes.length - 6);
+    window.assertNoFaults();
+});
+
+test("groups are created, renamed, described, dragged and deleted", OPTIONS, async () => {
+    const window = await open("admin");
+    await window.choose("Web");
+    await window.button("New group").click();
+    await window.dialog.getByLabel("Name").fill("Lab");
+    await window.button("Create", window.dialog).click();
+    await window.details.getByRole("heading", { name: "Lab" }).waitFor();
+    assert.equal((await server.group("Lab")).parent, "Web");
+
+    await window.button("Rename").click();
+    await window.dialog.getByLabel("Name").fill("Laboratory");
+    await window.button("Rename", window.dialog).click();
+    await window.row("Laboratory").waitFor();
+    await window.button("Describe", window.details).click();
+    await window.dialog.getByLabel("Description").fill("opens in spring");
+    await window.button("Save", window.dialog).click();
+    await window.details.getByText("opens in spring").waitFor();
+
+    await window.drag("Laboratory", "Plant North");
+    await window.becomes(async () => (await server.group("Laboratory")).parent, "Plant North");
+    await window.becomes(() => window.rows(), told(await server.nodes("admin")));
+    await window.button("Move").click();
+    await window.dialog.getByRole("searchbox").fill("south lab");
+    await window.button("Move", window.dialog).click();
+    await window.becomes(async () => (await server.group("Laboratory")).parent, "South laboratory");
+
+    await window.choose("Plant South");
+    await window.button("Delete").click();
+    await window.dialog.getByText("2 groups").first().waitFor();
+    await window.dialog.getByText("5 servers").first().waitFor();
+    await window.button("Delete", window.dialog).click();
+    await window.row("Laboratory").waitFor({ state: "detached" });
+    assert.equal(await server.group("Plant South"), undefined);
+    await window.becomes(() => window.rows(), told(await server.nodes("admin")));
+    window.assertNoFaults();
+});
+
+test("policies are ordered, inherited and blocked, delegates set", OPTIONS, async () => {
+    const window = await open("admin");
+    for (const [name, expected] of [["Web", [4, 5, 3]], ["hq-web2.brackwater.example", [5, 8]]]) {
+        await window.choose(name);
+        await window.button("Change policies", window.details).click();
+        await window.dialog.getByRole("searchbox").fill("internal");
+        await window.button("Add", window.dialog).click();
+        await window.button("Move Firewall: internal up", window.dialog).click();
+        await window.button("Save", window.dialog).click();
+        await window.dialog.waitFor({ state: "detached" });
+        const node = (await server.nodes("admin")).find((other) => other.name === name);
+        assert.deepEqual(node.linked_gpo.order.map(({ gpo_id }) => gpo_id), expected);
+    }
+    const effective = async () => {
+        const items = await window.details.getByRole("list").nth(1).getByRole("listitem").allInnerTexts();
+        return items.map((text) => text.replace(/\s+/g, " ").trim());
+    };
+    const own = ["Firewall: internal from this server, Web", "Early updates from this server",
+        "Firewall: public services from Web", "Nightly backup from Web"];
+    const above = ["Base security from Headquarters", "Time and names from Headquarters"];
+    await window.becomes(effective, [...own, ...above]);
+    await window.choose("Web");
+    await window.details.getByRole("checkbox", { name: "Block inheritance" }).check();
+    await window.becomes(async () => Boolean((await server.group("Web")).block_inheritance), true);
+    await window.choose("hq-web2.brackwater.example");
+    await window.becomes(effective, own);
+
+    await window.choose("Plants");
+    await window.button("Change delegates", window.details).click();
+    await window.button("Remove j.lindgren", window.dialog).click();
+    await window.dialog.getByRole("searchbox").fill("okafor");
+    await window.button("Add", window.dialog).click();
+    await window.button("Save", window.dialog).click();
+    await window.becomes(async () => (await server.group("Plants")).delegate.map(({ name }) => name), ["m.okafor"]);
+    window.assertNoFaults();
+});
+
+test("what is refused says why and leaves the tree as it is", OPTIONS, async () => {
+    const window = await open("admin");
+    await server.call("admin", "KXGroup", "create", { id: 0, name: "Web", parent_id: 6 });
+    const nodes = await server.nodes("admin");
+    await window.drag("Web", "Plants");
+    await window.alert.getByText("of that name").waitFor();
+    await window.becomes(() => window.rows(), told(nodes));
+    await window.button("Dismiss").click();
+    await window.alert.waitFor({ state: "hidden" });
+
+    await window.choose("Retired");
+    await window.button("Rename").click();
+    await window.dialog.getByLabel("Name").fill("Plants");
+    await window.button("Rename", window.dialog).click();
+    await window.dialog.getByRole("alert").getByText("of that name").waitFor();
+    await window.page.keyboard.press("Escape");
+    await window.dialog.waitFor({ state: "detached" });
+
+    await server.stop();
+    await window.button("New group").click();
+    await window.dialog.getByLabel("Name").fill("Lab");
+    await window.button("Create", window.dialog).click();
+    await window.alert.getByText("does not answer").first().waitFor();
+    await server.start();
+    await window.button("Create", window.dialog).click();
+    await window.row("Lab").waitFor();
+    await window.becomes(() => window.rows(), told(await server.nodes("admin")));
+    window.assertNoFaults(Array(2).fill(/ERR_CONNECTION_REFUSED/));
+});
+
+test("who has nothing to see is told what to do", OPTIONS, async () => {
+    const stranger = await open("p.duarte");
+    await stranger.page.getByRole("status").getByText("Ask an administrator").waitFor();
+    assert.ok(await stranger.button("New group").isDisabled());
+    stranger.assertNoFaults();
+
+    await server.remove();
+    server = new FleetServer(BUILD);
+    const fleet = path.join(server.folder, "fleet.json");
+    const accounts = [{ uid: 1000, name: "admin", admin: true }];
+    writeFileSync(fleet, JSON.stringify({ accounts, groups: [], policies: [], servers: [] }));
+    server.fill(fleet);
+    await server.start();
+    const admin = await open("admin");
+    await admin.page.getByRole("status").getByText("no groups yet").waitFor();
+    await admin.button("New group").click();
+    await admin.dialog.getByLabel("Name").fill("First");
+    await admin.page.keyboard.press("Enter");
+    await admin.becomes(() => admin.rows(), ["1 First"]);
+    admin.assertNoFaults();
+});
+
+test("everything works by keyboard", OPTIONS, async () => {
+    const window = await open(null);
+    const keys = async (...pressed) => {
+        for (const key of pressed) {
+            await window.page.keyboard.press(key);
+        }
+    };
+    const active = () => window.page.evaluate(() => {
+        const id = document.activeElement.getAttribute("aria-activedescendant");
+        return document.getElementById(id)?.querySelector("[role=gridcell]").innerText.trim();
+    });
+    await window.page.keyboard.type(server.token("admin"));
+    await keys("Enter");
+    await window.row("Headquarters").waitFor();
+    await window.filter.focus();
+    await window.page.keyboard.type("plant n");
+    await window.row("Web").waitFor({ state: "detached" });
+    await keys("Enter");
+    await window.becomes(active, "Plant North");
+    await keys("Escape", "ArrowLeft");
+    assert.equal(await window.row("Plant North").getAttribute("aria-expanded"), "false");
+    await keys("ArrowRight", "ArrowDown");
+    await window.becomes(active, "North line control");
+    assert.equal(await window.row("North line control").getAttribute("aria-selected"), "true");
+
+    await keys("F2", "End");
+    await window.page.keyboard.type(" room");
+    await keys("Enter");
+    await window.row("North line control room").waitFor();
+    await window.becomes(active, "North line control room");
+    await keys("Control+x", "End");
+    await window.becomes(active, "Firewall: internal");
+    await keys("Home");
+    await window.becomes(active, "Headquarters");
+    await keys("Control+v");
+    await window.becomes(async () => (await server.group("North line control room")).parent, "Headquarters");
+    await window.becomes(active, "North line control room");
+    await keys("Delete");
+    await window.dialog.getByText("4 servers").first().waitFor();
+    await window.button("Delete", window.dialog).press("Enter");
+    await window.becomes(() => server.group("North line control room"), undefined);
+    await window.becomes(() => window.tree.evaluate((tree) => tree === document.activeElement), true);
+    window.assertNoFaults();
+});
+
+test("two windows do not undo one another's changes", OPTIONS, async () => {
+    const [first, second] = [await open("admin"), await open("admin")];
+    await second.choose("Plant North");
+    await second.page.keyboard.press("ArrowLeft");
+    await second.choose("Web");
+    await second.button("Rename").click();
+    await first.choose("Web");
+    await first.button("Rename").click();
+    await first.dialog.getByLabel("Name").fill("Web and mail");
+    await first.button("Rename", first.dialog).click();
+    await first.row("Web and mail").waitFor();
+
+    await second.dialog.getByLabel("Name").fill("Public");
+    await second.button("Rename", second.dialog).click();
+    await second.alert.getByText("Web was not changed").waitFor();
+    await second.row("Web and mail").waitFor();
+    assert.equal((await server.group("Web and mail")).revision, 2);
+
+    await server.call("admin", "KXGroup", "delete", { node_id: 12 });
+    await second.page.evaluate(() => dispatchEvent(new Event("focus"))); // it comes to the front
+    await second.row("Retired").waitFor({ state: "detached" });
+    assert.equal(await second.row("Plant North").getAttribute("aria-expanded"), "false");
+    await second.details.getByRole("heading", { name: "Web and mail" }).waitFor();
+    first.assertNoFaults();
+    second.assertNoFaults();
+});
+
+test("a name is text wherever it stands", OPTIONS, async () => {
+    const record = { name: HOSTILE, desc: HOSTILE, parent_id: 0, linked_gpo: { order: [{ id: 1 }] } };
+    await server.call("admin", "KXGroup", "create", { multiple_data: [record] });
+    const { node_id: id } = await server.group(HOSTILE);
+    await server.call("admin", "KXGroup", "create", { id: 0, name: `${HOSTILE} below`, parent_id: id });
+    const window = await open("admin");
+    await window.choose(HOSTILE);
+    await window.details.getByText(HOSTILE).nth(1).waitFor(); // the description
+    for (const name of ["Rename", "Move", "Delete", "New group"]) {
+        await window.button(name).click();
+        await window.dialog.waitFor();
+        await window.page.keyboard.press("Escape");
+    }
+    for (const name of ["Describe", "Change policies", "Change delegates"]) {
+        await window.button(name, window.details).click();
+        await window.dialog.getByText(HOSTILE).first().waitFor();
+        await window.page.keyboard.press("Escape");
+    }
+    await window.choose(`${HOSTILE} below`);
+    await window.button(HOSTILE, window.details).first().waitFor(); // what it inherits from, and where it is
+    await window.filter.fill("<IMG SRC");
+    await window.page.getByRole("status").getByText("2 hits").waitFor();
+    await window.filter.fill("");
+    await window.drag(HOSTILE, "Retired");
+    await window.becomes(async () => (await server.group(HOSTILE)).parent, "Retired");
+    assert.equal(await window.page.locator("img").count(), 0);
+    window.assertNoFaults();
+});
+
+test("roles and names are true, in light and dark", OPTIONS, async () => {
+    const colors = new Set();
+    for (const colorScheme of ["light", "dark"]) {
+        const window = await open(null, { colorScheme, viewport: { width: 1200, height: 600 } });
+        assert.deepEqual(await window.violations(), []);
+        await window.page.goto(server.link("admin"));
+        await window.choose("Web");
+        colors.add(await window.page.evaluate(() => getComputedStyle(document.body).color));
+        assert.deepEqual(await window.violations(), []);
+        await window.button("Change policies", window.details).click();
+        await window.dialog.waitFor();
+        assert.deepEqual(await window.violations(), []);
+        await window.page.keyboard.press("Escape");
+        await window.filter.fill("web");
+        await window.row("Plants").waitFor({ state: "detached" });
+        await window.drag("Web staging", "Headquarters");
+        assert.deepEqual(await window.violations(), []);
+        window.assertNoFaults();
+    }
+    assert.equal(colors.size, 2);
+    const window = await open("admin");
+    await window.choose("Plants");
+    await window.page.keyboard.press("ArrowLeft");
+    for (const name of ["New group", "Rename", "Move", "Delete"]) {
+        await window.button(name).waitFor();
+    }
+    const row = window.tree.getByRole("row", { name: /^Group Plants / });
+    const states = { level: "1", expanded: "false", selected: "true", posinset: "2", setsize: "9" };
+    for (const [name, value] of Object.entries(states)) {
+        assert.equal(await row.getAttribute(`aria-${name}`), value, name);
+    }
+    assert.equal(await window.tree.getAttribute("aria-rowcount"), String((await window.rows()).length + 1));
+    window.assertNoFaults();
+});
