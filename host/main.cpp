@@ -48,12 +48,6 @@ CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, 
     return pCommand;
 }
 
-// Has the command make the store when there is none.
-void makeStore(CommandLine& line, CLI::App* pCommand)
-{
-    pCommand->parse_complete_callback([&line] { line.mode = standin::OpenMode::createIfMissing; });
-}
-
 void addModules(CommandLine& line, CLI::App* pCommand)
 {
     pCommand->add_option("--module", line.modules, "Module to load, repeatable; default: those that came with zemhost")
