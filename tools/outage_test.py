@@ -183,7 +183,7 @@ def check_log(text, kinds, seconds):
     """What is wrong with a server's log. Some restarts are too quick to be noticed."""
     said = [line.split(" ", 1)[1] for line in text.splitlines()]
     said = [line for line in said if not REQUEST.fullmatch("- " + line) and not line.startswith(("change: ", "module: "))]
-    told = [line for line in said if not LOST in line]
+    told = [line for line in said if LOST not in line]
     marks = [BEGUN, ENDED] * (len(told) // 2)
     faults = [line for line, mark in zip(told, marks + [""] * len(told)) if not mark or not line.startswith(mark)]
     if not kinds.count("stopped") <= len(told) // 2 <= len(kinds):
@@ -220,7 +220,7 @@ def run(cluster, folder, kinds):
     start = time.monotonic()
     with contextlib.ExitStack() as stack:
         files = [stack.enter_context(open(log, "wb")) for log in logs]
-        servers = [Server(store, "--connections", count, stderr=file) for count, file in zip(["8", "2"], files)]
+        servers = [Server(store, "--no-console", "--connections", count, stderr=file) for count, file in zip(["8", "2"], files)]
         for server in servers:
             stack.callback(server.kill)
         watchers = [Watcher(server) for server in servers]

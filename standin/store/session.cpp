@@ -32,9 +32,7 @@ constexpr const char* kSqliteSettings[] = {"PRAGMA synchronous = FULL", "PRAGMA 
 // tables held when PostgreSQL last looked are at times a hundred times as slow. A plan that is made for any value is
 // made once for all rows of a foreign key. A database that does not know one of these settings goes without.
 constexpr const char* kPostgresSettings[] = {
-    "SET client_encoding = 'UTF8'",
-    "SET client_min_messages = 'error'",
-    "SET statement_timeout = '60s'",
+    "SET client_encoding = 'UTF8'", "SET client_min_messages = 'error'", "SET statement_timeout = '60s'",
     "SET idle_in_transaction_session_timeout = '60s'",
     "SELECT set_config(name, value, false) FROM (VALUES ('jit', 'off'), ('enable_seqscan', 'off'),"
     " ('enable_hashjoin', 'off'), ('enable_mergejoin', 'off'), ('plan_cache_mode', 'force_generic_plan'))"
@@ -60,6 +58,7 @@ std::unique_ptr<soci::session> openPostgres(const std::string& url)
 {
     auto pSession = std::make_unique<soci::session>();
     pSession->open(*soci::factory_postgresql(), url);
+    silence(connectionOf(*pSession));
     setPatience(*pSession, true);
     for (const char* szSetting : kPostgresSettings) {
         execute(*pSession, szSetting);
@@ -107,6 +106,12 @@ bool isLost(soci::session& sql)
 {
     const PGconn* pConnection = connectionOf(sql);
     return sql.get_backend() == nullptr || (pConnection != nullptr && PQstatus(pConnection) != CONNECTION_OK);
+}
+
+void silence(PGconn* pConnection)
+{
+    PQsetNoticeProcessor(
+        pConnection, [](void*, const char*) {}, nullptr);
 }
 
 int socketOf(soci::session& sql)
