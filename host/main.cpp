@@ -48,12 +48,6 @@ CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, 
     return pCommand;
 }
 
-// Has the command make the store when there is none.
-void makeStore(CommandLine& line, CLI::App* pCommand)
-{
-    pCommand->parse_complete_callback([&line] { line.mode = standin::OpenMode::createIfMissing; });
-}
-
 void addModules(CommandLine& line, CLI::App* pCommand)
 {
     pCommand->add_option("--module", line.modules, "Module to load, repeatable; default: those that came with zemhost")
@@ -257,13 +251,26 @@ std::string storeOf(const CommandLine& line)
     return szEnvironment;
 }
 
+// The store, for as long as it is used: its threads do not outlive what they use.
+struct OpenStore {
+    explicit OpenStore(const CommandLine& line)
+    {
+        VELQZEMStoreOpen(storeOf(line), line.mode, line.connections);
+    }
+    ~OpenStore()
+    {
+        VELQZEMStoreClose();
+    }
+    OpenStore(const OpenStore&) = delete;
+};
+
 int run(int argc, char** argv)
 {
     CommandLine line;
     addCommands(line);
     if (parse(line, argc, argv)) {
         openlog("zemhost", LOG_PID, LOG_DAEMON);
-        VELQZEMStoreOpen(storeOf(line), line.mode, line.connections);
+        const OpenStore store(line);
         const int status = line.run();
         if (!std::cout.flush()) {
             throw std::runtime_error("the output could not be written");

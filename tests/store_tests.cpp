@@ -900,6 +900,7 @@ TEST_P(GivenUpTest, patienceEndsAndOtherFaultsAreNotRepeated)
     const std::tuple<const char*, bool, int, const char*, bool> faults[] = {
         {"RAISE EXCEPTION 'no' USING ERRCODE = '23505'", false, EIO, "the database reports: ", true},
         {"RAISE EXCEPTION 'no' USING ERRCODE = '23505'", true, EIO, "the database reports: ", true},
+        {"PERFORM pg_terminate_backend(pg_backend_pid())", false, EIO, "the database does not answer", true},
         {"RAISE EXCEPTION 'who knows' USING ERRCODE = '40003'", true, EIO, "may be there now or not", true},
         {"PERFORM pg_terminate_backend(pg_backend_pid())", true, EIO, "may be there now or not", true},
         {kNotSerializable, true, EBUSY, "the database is locked by others for too long", false}};
@@ -910,6 +911,19 @@ TEST_P(GivenUpTest, patienceEndsAndOtherFaultsAreNotRepeated)
         EXPECT_NE(text.find(szText), text.npos) << text;
         EXPECT_EQ(runs() == 1, isOnce) << szFault;
         EXPECT_EQ(dump(), jBefore);  // on a new connection where that was lost
+    }
+}
+
+TEST_P(GivenUpTest, aRequestThatWasCutOffSaysWhatItHadChangedBefore)
+{
+    for (const char* szChanged : {"", "; what the request had changed before stays changed"}) {
+        const standin::CallerScope caller(1);
+        if (*szChanged != '\0') {
+            ASSERT_EQ(set(2, "{'desc':'y'}"), 0);
+        }
+        failFirst(1, "PERFORM pg_terminate_backend(pg_backend_pid())", false);
+        EXPECT_EQ(set(2, "{'desc':'z'}"), EIO);
+        EXPECT_EQ(standin::takeRefusal(), std::string("the database does not answer") + szChanged);
     }
 }
 
