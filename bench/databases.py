@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """What takes how long on PostgreSQL beside SQLite: large fleets on both, each row measured on them in turns in one run.
 
-usage: bench/databases.py BUILD_DIR [--postgresql URL] [--rounds 3] [--only TEXT]
+usage: tools/with_postgres.py bench/databases.py BUILD_DIR [--rounds 3] [--only TEXT]
 
-The PostgreSQL database, ZEM_TEST_POSTGRESQL without the option, is emptied. Prints medians in milliseconds.
+Prints medians in milliseconds. PostgreSQL has its default settings, and the disk that the SQLite file has.
 """
 import argparse
 import contextlib
@@ -19,7 +19,7 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools"))
 sys.dont_write_bytecode = True  # no cache beside the sources
-from zemhost import Server, Store, send  # noqa: E402
+from zemhost import Server, Store, database, psql, send  # noqa: E402
 
 ADMIN = {"uid": 1, "name": "admin", "admin": True}
 CHAINS, LENGTH, POLICIES = 500, 126, 100_000
@@ -27,29 +27,25 @@ DELEGATE_OF_ONE = {"delegate": [{"ugid": 2, "user_type": 2}]}
 
 
 class Database(Store):
-    """A store at an address, and the server on it."""
+    """A store that is emptied and filled again, and the server on it."""
 
     def __init__(self, build, folder, url):
         folder.mkdir()
-        super().__init__(build, folder)
-        self.url, self.server = url, None
+        super().__init__(build, folder, url)
+        self.server = None
         self.file = self.folder / "fleet.json"
 
-    def run(self, *arguments, **options):
-        return super().run(*arguments, env={**os.environ, "ZEM_STORE": self.url}, **options)
-
     def empty(self):
-        if self.url.startswith("sqlite:"):
+        if self.is_sqlite:
             for suffix in ["", "-wal", "-shm"]:
-                pathlib.Path(self.url.split(":", 1)[1] + suffix).unlink(missing_ok=True)
+                self.path.with_name(self.path.name + suffix).unlink(missing_ok=True)
         else:
-            subprocess.run(["psql", "-q", self.url, "-c", "SET client_min_messages = error",
-                            "-c", "DROP SCHEMA public CASCADE", "-c", "CREATE SCHEMA public"],
-                           check=True, stdout=subprocess.DEVNULL)
+            schema = psql(self.url, "SELECT current_schema()")
+            psql(self.url, "SET client_min_messages = error", f"DROP SCHEMA {schema} CASCADE", f"CREATE SCHEMA {schema}")
 
     def load(self):
         self.empty()
-        self.run("load", self.file)
+        self.run("apply", self.file)
 
     def serve(self):
         self.server = Server(self)
@@ -116,35 +112,35 @@ def group_of(round_number, level):
     return (2 * round_number + 1) * LENGTH + level
 
 
-def move(database, round_number):
+def move(store, round_number):
     target = group_of(round_number, 63) + LENGTH
-    database.call("admin", "KXGroup set", {"node_id": group_of(round_number, 64), "parent_id": target})
+    store.call("admin", "KXGroup set", {"node_id": group_of(round_number, 64), "parent_id": target})
 
 
-def links(database, round_number):
+def links(store, round_number):
     order = [{"id": i} for i in range(1, POLICIES + 1)]
-    database.call("admin", "KXGroup set", {"node_id": group_of(round_number, 1), "linked_gpo": {"order": order}})
+    store.call("admin", "KXGroup set", {"node_id": group_of(round_number, 1), "linked_gpo": {"order": order}})
 
 
-def describe(database, round_number):
-    database.call("admin", "KXGroup set", {"node_id": group_of(0, 1), "desc": f"changed {round_number}"})
+def describe(store, round_number):
+    store.call("admin", "KXGroup set", {"node_id": group_of(0, 1), "desc": f"changed {round_number}"})
 
 
-def unlink(database, round_number):
-    database.run("link", "remove", "group", str(group_of(0, 1)), str(POLICIES // 2 + round_number))
+def unlink(store, round_number):
+    store.run("link", "remove", "group", str(group_of(0, 1)), str(POLICIES // 2 + round_number))
 
 
-def creates(database, round_number):
+def creates(store, round_number):
     records = [{"parent_id": group_of(round_number, 2), "name": f"new {i}"} for i in range(5000)]
-    database.call("admin", "KXGroup create", {"multiple_data": records})
+    store.call("admin", "KXGroup create", {"multiple_data": records})
 
 
-def delete(database, round_number):
-    database.call("admin", "KXGroup delete", {"node_id": round_number % 3 + 1})
+def delete(store, round_number):
+    store.call("admin", "KXGroup delete", {"node_id": round_number % 3 + 1})
 
 
 def tree(account):
-    return lambda database, _: database.call(account, "Tree get", {})
+    return lambda store, _: store.call(account, "Tree get", {})
 
 
 # What is loaded, what the loading is called, and what is done then.
@@ -163,60 +159,57 @@ STAGES = [
 ]
 
 
-def measure(name, databases, rounds, work):
+def measure(name, stores, rounds, work):
     """Does the work in turns, more often where it is quick, and prints the medians."""
-    times = [[] for _ in databases]
+    times = [[] for _ in stores]
     round_number = 0
     while round_number < rounds or (times[-1][0] < 100 and round_number < 10 * rounds):
-        for database, taken in zip(databases, times):
+        for store, taken in zip(stores, times):
             start = time.monotonic()
-            work(database, round_number)
+            work(store, round_number)
             taken.append((time.monotonic() - start) * 1000)
         round_number += 1
     medians = [statistics.median(taken) for taken in times]
     print(f"| {name} | {medians[0]:.1f} | {medians[1]:.1f} | {medians[1] / medians[0]:.1f} |", flush=True)
 
 
-def run_stage(databases, options, make_fleet, load_name, rows):
+def run_stage(stores, options, make_fleet, load_name, rows):
     """Loads the fleet as often as that is measured, once for the rows alone."""
     wanted = {name: work for name, work in rows.items() if options.only in name}
     is_load_wanted = options.only in load_name
     if not wanted and not is_load_wanted:
         return
     text = json.dumps(make_fleet())
-    for database in databases:
-        database.file.write_text(text, encoding="utf-8")
+    for store in stores:
+        store.file.write_text(text, encoding="utf-8")
     if is_load_wanted:
-        measure(load_name, databases, options.rounds, lambda database, _: database.load())
-    for database in databases if wanted else []:
+        measure(load_name, stores, options.rounds, lambda store, _: store.load())
+    for store in stores if wanted else []:
         if not is_load_wanted:
-            database.load()
-        database.serve()
+            store.load()
+        store.serve()
     for name, work in wanted.items():
-        measure(name, databases, options.rounds, work)
-    for database in databases:
-        database.stop()
+        measure(name, stores, options.rounds, work)
+    for store in stores:
+        store.stop()
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("build")
-    parser.add_argument("--postgresql", default=os.environ.get("ZEM_TEST_POSTGRESQL"), metavar="URL")
     parser.add_argument("--rounds", type=int, default=3, help="of what takes long; three at most delete something")
     parser.add_argument("--only", default="", metavar="TEXT", help="rows with this in their name")
     options = parser.parse_args()
-    if not options.postgresql:
-        parser.error("name a PostgreSQL database that may be emptied")
-    print("| milliseconds | SQLite | PostgreSQL | ratio |\n|---|---|---|---|")
-    with tempfile.TemporaryDirectory() as folder:
-        databases = [Database(options.build, pathlib.Path(folder) / name, url) for name, url in
-                     [("sqlite", f"sqlite:{folder}/fleet.db"), ("postgresql", options.postgresql)]]
+    with tempfile.TemporaryDirectory() as folder, database("postgresql") as url:
+        stores = [Database(options.build, pathlib.Path(folder) / kind, address) for kind, address in
+                     [("sqlite", None), ("postgresql", url)]]
+        print("| milliseconds | SQLite | PostgreSQL | ratio |\n|---|---|---|---|")
         try:
             for stage in STAGES:
-                run_stage(databases, options, *stage)
+                run_stage(stores, options, *stage)
         finally:
-            for database in databases:
-                database.stop()
+            for each in stores:
+                each.stop()
 
 
 if __name__ == "__main__":

@@ -180,7 +180,9 @@ public:
         m_pid = fork();
         if (m_pid == 0) {
             dup2(out[1], STDOUT_FILENO);
-            freopen("/dev/null", "w", stderr);
+            if (freopen("/dev/null", "w", stderr) == nullptr) {
+                _exit(127);
+            }
             execl(ZEMHOST, ZEMHOST, "serve", "--listen", "127.0.0.1:0", "--store", url.c_str(), nullptr);
             _exit(127);
         }

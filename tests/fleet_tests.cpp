@@ -638,7 +638,8 @@ TEST_P(FleetTest, aRevisionWorksOnWhatTheStoreHoldsAndDeletesNothing)
     apply(json(kFleet));
     Lines lines;
     Json::Value jSeen;
-    const auto revise = [&jSeen](const Json::Value& jStored) {
+    const auto revise = [&jSeen](const Json::Value& jStored, int64_t lastGroup) {
+        EXPECT_EQ(lastGroup, 4);
         jSeen = jStored;
         Json::Value jFleet;
         jFleet["groups"].append(jStored["groups"][1])["desc"] = "revised";
@@ -653,8 +654,9 @@ TEST_P(FleetTest, aRevisionWorksOnWhatTheStoreHoldsAndDeletesNothing)
     EXPECT_EQ(jSeen, jWhole);
     EXPECT_EQ(lines, Lines({"~ group 1 desc top -> revised", "+ server 3 s3", "~ group 1 desc top -> revised",
                             "+ server 3 s3"}));
-    EXPECT_THROW(standin::reviseFleet([](const Json::Value&) -> Json::Value { throw std::runtime_error("no"); }, false),
-                 std::runtime_error);
+    EXPECT_THROW(
+        standin::reviseFleet([](const Json::Value&, int64_t) -> Json::Value { throw std::runtime_error("no"); }, false),
+        std::runtime_error);
     EXPECT_EQ(apply(json("{}")), Lines{"0+ 0~ 0-"});  // nothing is locked
 }
 

@@ -28,15 +28,9 @@ constexpr const char* kSqliteSettings[] = {"PRAGMA synchronous = FULL", "PRAGMA 
 
 // The two time-outs end what nobody waits for any more; the longest statements, of fleets of a million nodes, take some
 // ten seconds. A server that was stopped in a transaction would keep the others from writing without the last one.
-// Every query of the store has its index, so plans go by indexes alone, as SQLite's do: those that go by what the
-// tables held when PostgreSQL last looked are at times a hundred times as slow. A plan that is made for any value is
-// made once for all rows of a foreign key. A database that does not know one of these settings goes without.
-constexpr const char* kPostgresSettings[] = {
-    "SET client_encoding = 'UTF8'", "SET client_min_messages = 'error'", "SET statement_timeout = '60s'",
-    "SET idle_in_transaction_session_timeout = '60s'",
-    "SELECT set_config(name, value, false) FROM (VALUES ('jit', 'off'), ('enable_seqscan', 'off'),"
-    " ('enable_hashjoin', 'off'), ('enable_mergejoin', 'off'), ('plan_cache_mode', 'force_generic_plan'))"
-    " AS settings (name, value) WHERE current_setting(name, true) IS NOT NULL"};
+constexpr const char* kPostgresSettings[] = {"SET client_encoding = 'UTF8'", "SET client_min_messages = 'error'",
+                                             "SET statement_timeout = '60s'",
+                                             "SET idle_in_transaction_session_timeout = '60s'"};
 
 // The client library's connection, null when there is none.
 PGconn* connectionOf(soci::session& sql)
