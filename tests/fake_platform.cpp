@@ -296,20 +296,38 @@ std::string fake::call(const std::string& method, const Json::Value& jParams, ui
     return call(test::handlerOf(method), jParams, uid);
 }
 
-extern "C" void syslog(int priority, const char* szFormat, ...)
+namespace {
+
+void takeLine(int priority, const char* szFormat, va_list arguments)
 {
     const int err = errno;
     char szLine[2048];
-    va_list args;
-    va_start(args, szFormat);
-    vsnprintf(szLine, sizeof(szLine), szFormat, args);
-    va_end(args);
+    vsnprintf(szLine, sizeof(szLine), szFormat, arguments);
     EXPECT_EQ(priority, LOG_ERR);
     if (!platform.isQuiet) {
         platform.rawLogs += szLine;
         platform.logs.push_back(shortForm(szLine, err));
     }
     errno = EXDEV;  // a real one may change it, too
+}
+
+}  // namespace
+
+extern "C" void syslog(int priority, const char* szFormat, ...)
+{
+    va_list arguments;
+    va_start(arguments, szFormat);
+    takeLine(priority, szFormat, arguments);
+    va_end(arguments);
+}
+
+// What the C library makes of it where formats are checked.
+extern "C" void __syslog_chk(int priority, int, const char* szFormat, ...)
+{
+    va_list arguments;
+    va_start(arguments, szFormat);
+    takeLine(priority, szFormat, arguments);
+    va_end(arguments);
 }
 
 // --- The core library and the framework

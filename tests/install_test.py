@@ -77,6 +77,9 @@ class InstallTest(unittest.TestCase):
         self.serve()
         for method, params in [("Tree get", {}), ("GPO link", {"id": 8, "target_add": [{"node_type": 3, "node_id": 1}]})]:
             self.assertTrue(self.call(self.store.token("admin"), method, params)["success"])
+        with contextlib.closing(self.server.connect()) as connection:
+            connection.request("GET", "/")
+            self.assertIn(b"<!doctype html>", connection.getresponse().read(100).lower())
         libraries = ["libvelqplatform.so", "libvelqplatform.so.1", "webapi_zem_gpo.so", "webapi_zem_ou.so"]
         paths = {"zemhost": ["$ORIGIN:$ORIGIN/../lib/zemhost"], **{name: ["$ORIGIN"] for name in libraries}}
         self.assertEqual(dynamic(self.tree, "RUNPATH"), paths)
