@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include <libpq-fe.h>
 #include <soci/soci.h>
 
 #include "standin/store/address.h"
@@ -21,6 +22,10 @@ void setPatience(soci::session& sql, bool isPatient);
 // Whether the connection has ended, or was never made; known from what came of its statements, without asking. SQLite's
 // does not end by itself.
 bool isLost(soci::session& sql);
+
+// Has what the server sends unasked not go to standard error, as the client library has it by itself. The connection
+// may be one that could not be made.
+void silence(PGconn* pConnection);
 
 // The socket of a connection to PostgreSQL, which stays its own; -1 when there is none.
 int socketOf(soci::session& sql);
