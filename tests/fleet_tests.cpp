@@ -18,7 +18,6 @@ using test::json;
 namespace {
 
 using Lines = std::vector<std::string>;
-using Random = std::mt19937;
 
 constexpr const char* kFleet = R"({
   "accounts": [{"uid":1,"name":"admin","admin":true}, {"uid":2,"name":"helper","domain_name":"corp"},
@@ -151,89 +150,107 @@ INSTANTIATE_TEST_SUITE_P(Databases, FleetTest, testing::ValuesIn(test::kDatabase
 
 // --- Random fleets, in the form in which they are exported
 
-int pick(Random& random, int least, int most)
-{
-    return std::uniform_int_distribution(least, most)(random);
-}
-
-std::vector<int> someOf(Random& random, int most)
-{
-    std::vector<int> ids;
-    for (int id = 1; id <= most; ++id) {
-        pick(random, 0, 2) > 0 ? ids.push_back(id) : void();
-    }
-    return ids;
-}
-
-// A member that holds a random selection, in random order, unless it is empty.
-void addList(Random& random, Json::Value& jList, std::vector<int> ids, const char* szEntry)
-{
-    std::shuffle(ids.begin(), ids.end(), random);
-    ids.resize(static_cast<size_t>(pick(random, 0, static_cast<int>(std::min<size_t>(ids.size(), 2)))));
-    for (const int id : ids) {
-        jList.append(json(szEntry, id));
-    }
-}
-
-void addRelations(Random& random, Json::Value& jNode, const std::vector<int>& uids, const std::vector<int>& policies)
-{
-    Json::Value jOrder, jDelegates;
-    addList(random, jOrder, policies, "{'id':%}");
-    addList(random, jDelegates, uids, "{'ugid':%,'user_type':2}");
-    jOrder.isNull() ? void() : void(jNode["linked_gpo"]["order"] = jOrder);
-    jDelegates.isNull() ? void() : void(jNode["delegate"] = jDelegates);
-}
-
 // Few names, identifiers and places, so that two fleets have much to take from one another.
-Json::Value randomFleet(Random& random)
-{
-    constexpr int kAccounts = 5, kGroups = 9, kPolicies = 5, kServers = 6, kNames = 4;
-    const auto name = [&] { return std::string(1, static_cast<char>('a' + pick(random, 0, kNames - 1))); };
+class RandomFleet {
+public:
+    explicit RandomFleet(unsigned seed) : m_random(seed)
+    {
+        addAccounts();
+        addGroups();
+        for (const int id : m_policies) {
+            Json::Value& jPolicy = addNode("policies", id);
+            isOneOf(2) ? void(jPolicy["setting"] = json("{'version':%}", pick(1, 2))) : void();
+        }
+        for (const int id : someOf(6)) {
+            Json::Value& jServer = addNode("servers", id);
+            isOneOf(2) ? void(jServer["address"] = name()) : void();
+            addRelations(jServer);
+        }
+    }
     Json::Value jFleet = json("{'accounts':[],'groups':[],'policies':[],'servers':[]}");
-    std::vector<int> uids = someOf(random, kAccounts), names = {1, 2, 3, 4, 5};
-    uids.empty() ? uids.push_back(1) : void();
-    std::shuffle(names.begin(), names.end(), random);
-    for (const int uid : uids) {
-        Json::Value& jAccount = jFleet["accounts"].append(json("{'uid':%,'name':'n%'}", uid, names.back()));
-        names.pop_back();
-        uid == uids[0] || pick(random, 0, 2) == 0 ? void(jAccount["admin"] = true) : void();
+
+private:
+    int pick(int least, int most)
+    {
+        return std::uniform_int_distribution(least, most)(m_random);
     }
-    const std::vector<int> policies = someOf(random, kPolicies);
-    std::vector<int> groups = {0}, order = someOf(random, kGroups);
-    std::shuffle(order.begin(), order.end(), random);
-    std::set<std::pair<int, std::string>> taken;
-    std::map<int, Json::Value> jGroups{{0, json("{'id':0,'parent_id':0,'name':'%'}", pick(random, 0, 1))}};
-    for (const int id : order) {
-        std::pair<int, std::string> place;
-        do {
-            place = {groups[static_cast<size_t>(pick(random, 0, static_cast<int>(groups.size()) - 1))], name()};
-        } while (!taken.insert(place).second);
-        jGroups[id] = json("{'id':%,'parent_id':%,'name':'%'}", id, place.first, place.second);
-        groups.push_back(id);
+    bool isOneOf(int many)
+    {
+        return pick(1, many) == 1;
     }
-    for (auto& [id, jGroup] : jGroups) {
-        pick(random, 0, 2) == 0 ? void(jGroup["desc"] = name()) : void();
-        pick(random, 0, 3) == 0 ? void(jGroup["block_inheritance"] = true) : void();
-        pick(random, 0, 3) == 0 ? void(jGroup["extra_info"] = json("{'k':[%]}", pick(random, 0, 1))) : void();
-        addRelations(random, jGroup, uids, policies);
-        jFleet["groups"].append(jGroup);
+    std::string name()
+    {
+        return std::string(1, static_cast<char>('a' + pick(0, 3)));
     }
-    const auto anyGroup = [&] {
-        return groups[static_cast<size_t>(pick(random, 0, static_cast<int>(groups.size()) - 1))];
-    };
-    for (const int id : policies) {
-        Json::Value& jPolicy =
-            jFleet["policies"].append(json("{'id':%,'parent_id':%,'name':'%'}", id, anyGroup(), name()));
-        pick(random, 0, 1) == 0 ? void(jPolicy["setting"] = json("{'version':%}", pick(random, 1, 2))) : void();
+    int anyGroup()
+    {
+        return m_groups[static_cast<size_t>(pick(0, static_cast<int>(m_groups.size()) - 1))];
     }
-    for (const int id : someOf(random, kServers)) {
-        Json::Value& jServer =
-            jFleet["servers"].append(json("{'id':%,'parent_id':%,'name':'%'}", id, anyGroup(), name()));
-        pick(random, 0, 1) == 0 ? void(jServer["address"] = name()) : void();
-        addRelations(random, jServer, uids, policies);
+    // Two thirds of the numbers from 1 on, in random order when that is wanted.
+    std::vector<int> someOf(int most, bool isShuffled = false)
+    {
+        std::vector<int> ids;
+        for (int id = 1; id <= most; ++id) {
+            isOneOf(3) ? void() : ids.push_back(id);
+        }
+        isShuffled ? std::shuffle(ids.begin(), ids.end(), m_random) : void();
+        return ids;
     }
-    return jFleet;
-}
+    Json::Value& addNode(const char* szSection, int id)
+    {
+        return jFleet[szSection].append(json("{'id':%,'parent_id':%,'name':'%'}", id, anyGroup(), name()));
+    }
+    void addAccounts()
+    {
+        std::vector<int> names = {1, 2, 3, 4, 5};
+        std::shuffle(names.begin(), names.end(), m_random);
+        m_uids.empty() ? m_uids.push_back(1) : void();
+        for (const int uid : m_uids) {
+            Json::Value& jAccount = jFleet["accounts"].append(json("{'uid':%,'name':'n%'}", uid, names.back()));
+            names.pop_back();
+            uid == m_uids[0] || isOneOf(3) ? void(jAccount["admin"] = true) : void();
+        }
+    }
+    // Each below one that came before, in an order of their own.
+    void addGroups()
+    {
+        std::set<std::pair<int, std::string>> places;
+        std::map<int, Json::Value> jGroups{{0, json("{'id':0,'parent_id':0,'name':'%'}", pick(0, 1))}};
+        for (const int id : someOf(9, true)) {
+            std::pair<int, std::string> place;
+            do {
+                place = {anyGroup(), name()};
+            } while (!places.insert(place).second);
+            jGroups[id] = json("{'id':%,'parent_id':%,'name':'%'}", id, place.first, place.second);
+            m_groups.push_back(id);
+        }
+        for (auto& [id, jGroup] : jGroups) {
+            isOneOf(3) ? void(jGroup["desc"] = name()) : void();
+            isOneOf(4) ? void(jGroup["block_inheritance"] = true) : void();
+            isOneOf(4) ? void(jGroup["extra_info"] = json("{'k':[%]}", pick(0, 1))) : void();
+            addRelations(jGroup);
+            jFleet["groups"].append(jGroup);
+        }
+    }
+    void addRelations(Json::Value& jNode)
+    {
+        addList(jNode["linked_gpo"]["order"], m_policies, "{'id':%}");
+        addList(jNode["delegate"], m_uids, "{'ugid':%,'user_type':2}");
+        jNode["linked_gpo"]["order"].isNull() ? jNode.removeMember("linked_gpo") : void();
+        jNode["delegate"].isNull() ? jNode.removeMember("delegate") : void();
+    }
+    // At most two of them, in random order.
+    void addList(Json::Value& jList, std::vector<int> ids, const char* szEntry)
+    {
+        std::shuffle(ids.begin(), ids.end(), m_random);
+        ids.resize(std::min(ids.size(), static_cast<size_t>(pick(0, 2))));
+        for (const int id : ids) {
+            jList.append(json(szEntry, id));
+        }
+    }
+    std::mt19937 m_random;
+    std::vector<int> m_groups = {0}, m_uids = someOf(5), m_policies = someOf(5);
+};
 
 std::map<std::string, Json::Value> recordsOf(const Json::Value& jFleet)
 {
@@ -302,8 +319,7 @@ TEST_P(FleetTest, anyFleetBecomesAnyOther)
             : "SELECT 'sibling ' || name FROM ou WHERE id <> 0 GROUP BY parent_id, name HAVING COUNT(*) > 1";
     for (unsigned seed = 0; seed < 150; ++seed) {
         SCOPED_TRACE(seed);
-        Random random(seed);
-        const Json::Value jFleet = randomFleet(random), jOwn = exported(true), jBefore = exported();
+        const Json::Value jFleet = RandomFleet(seed).jFleet, jOwn = exported(true), jBefore = exported();
         const Lines planned = apply(jFleet, kDryPrune);
         EXPECT_EQ(exported(true), jOwn);
         const Lines done = apply(jFleet, kPrune);
@@ -321,8 +337,7 @@ TEST_P(FleetTest, withoutPruningTheOthersStay)
     int done = 0;
     for (unsigned seed = 1000; seed < 1100; ++seed) {
         SCOPED_TRACE(seed);
-        Random random(seed);
-        const Json::Value jBefore = exported(), jFleet = randomFleet(random);
+        const Json::Value jBefore = exported(), jFleet = RandomFleet(seed).jFleet;
         const Lines lines = apply(jFleet);
         auto expected = recordsOf(jFleet);
         expected.merge(recordsOf(jBefore));

@@ -521,6 +521,83 @@ TEST_P(StoreTest, statementsOfATreeDoNotGrowWithIt)
     EXPECT_EQ(statements(), few);
 }
 
+// Each statement is a round trip to the database.
+TEST_P(StoreTest, statementsOfAChangeAreFewHoweverMuchItHolds)
+{
+    constexpr int kMany = 1000, kFirst = 10, kRowsOfAStatement = 100;
+    Json::Value jFleet = json(kFleet), jLinks, jDelegates(Json::arrayValue);
+    for (int id = kFirst; id < kFirst + kMany; ++id) {
+        jFleet["policies"].append(json("{'id':%,'parent_id':0,'name':'p'}", id));
+        jFleet["accounts"].append(json("{'uid':%,'name':'account %','admin':false}", id, id));
+        jLinks["linked_gpo"]["order"].append(json("{'id':%}", id));
+        jDelegates.append(json("{'ugid':%,'user_type':2}", id));
+    }
+    standin::applyFleet(jFleet, {});
+    const auto statements = [](uint32_t uid, Change* change, int64_t id, const std::string& text) {
+        const uint64_t before = standin::statementCount();
+        EXPECT_EQ(as(uid, change, id, text), 0) << text;
+        return standin::statementCount() - before;
+    };
+    EXPECT_EQ(statements(1, create, 3, "{'name':'n'}"), 7u);
+    EXPECT_EQ(statements(2, create, 3, "{'name':'m'}"), 8u);  // another is for whether the parent is the caller's
+    const uint64_t links = statements(1, set, 4, "{'linked_gpo':{'order':[{'id':1}]}}");
+    EXPECT_EQ(statements(1, set, 4, jLinks.toStyledString()), links);
+    runSql("DELETE FROM gpo WHERE id = 500");
+    jLinks["linked_gpo"]["order"].append(json("{'id':2}"));
+    EXPECT_EQ(statements(1, set, 4, jLinks.toStyledString()), links);  // of the new link alone
+    EXPECT_EQ(statements(1, set, 4, "{'desc':'x'}"), links - 1);
+    EXPECT_EQ(json(group(4).linkedGpo.c_str()), jLinks["linked_gpo"]);
+    const uint64_t delegates = statements(1, setDelegates<2>, 1, "[{'ugid':1,'user_type':2}]");
+    EXPECT_EQ(statements(1, setDelegates<2>, 1, jDelegates.toStyledString()),
+              delegates + kMany / kRowsOfAStatement - 1);
+}
+
+TEST_P(StoreTest, rowsAreStoredAllAndInOrderHoweverManyThereAre)
+{
+    Json::Value jFleet = json(kFleet);
+    for (int uid = 10; uid < 300; ++uid) {
+        jFleet["accounts"].append(json("{'uid':%,'name':'account %','admin':false}", uid, uid));
+    }
+    standin::applyFleet(jFleet, {});
+    for (const int count : {1, 99, 100, 101, 200, 250, 0}) {
+        Json::Value jDelegates(Json::arrayValue);
+        std::vector<std::string> expected;
+        for (int uid = 10 + count; uid > 10; --uid) {
+            jDelegates.append(json("{'ugid':%,'user_type':2}", uid));
+            expected.push_back(std::to_string(uid));
+        }
+        ASSERT_EQ(setDelegates<2>(4, jDelegates.toStyledString()), 0);
+        std::vector<std::string> stored;
+        for (const Json::Value& jDelegate : delegatesOf(4, 2)) {
+            stored.push_back(jDelegate.asString().substr(0, expected.at(stored.size()).size()));
+        }
+        EXPECT_EQ(stored, expected);
+    }
+}
+
+TEST_P(StoreTest, delegatesThatStayAsTheyAreWaitForNoWriter)
+{
+    const standin::Transaction writer(standin::Access::write);
+    std::thread([] {
+        EXPECT_EQ(setDelegates<2>(2, "[{'ugid':2,'user_type':2},{'ugid':1,'user_type':2}]"), 0);
+        EXPECT_EQ(setDelegates<2>(2, "null"), 0);
+        EXPECT_EQ(setDelegates<2>(9, "[]"), ENOENT);
+        EXPECT_EQ(as(3, setDelegates<2>, 2, "[]"), EACCES);
+    }).join();
+}
+
+TEST_P(StoreTest, aFleetLeavesTheDatabaseKnowingItsTables)
+{
+    if (isSqlite()) {
+        return;  // it goes by the indexes alone
+    }
+    standin::Connection connection;
+    EXPECT_GT(standin::number(connection.sql(),
+                              "SELECT COUNT(*) FROM pg_stats WHERE schemaname = current_schema() AND tablename = 'ou'"
+                              " AND attname = 'parent_id' AND n_distinct = -0.5"),
+              0);
+}
+
 TEST_P(StoreTest, aListedTreeStaysAtItsMomentUntilReleased)
 {
     const auto policyName = [] {

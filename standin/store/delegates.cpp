@@ -107,34 +107,59 @@ bool areDelegates(soci::session& sql, int nodeType, int64_t id, const std::vecto
     });
 }
 
-std::string replaceDelegates(soci::session& sql, const CallerRights& rights, int nodeType, int64_t id,
-                             const std::vector<int64_t>& ugids)
+// What a caller asks for.
+struct Request {
+    int64_t id;
+    int nodeType;
+    const Json::Value& jRecord;
+    bool absentClears;
+};
+
+// The uids to store, nothing when the node has them. Throws where the caller is refused.
+std::optional<std::vector<int64_t>> delegatesToSet(soci::session& sql, const CallerRights& rights,
+                                                   const Request& request)
 {
-    if (areDelegates(sql, nodeType, id, ugids)) {
-        return "";
+    const bool canHave = request.nodeType == VELQ_ZEM_TYPE_OU || request.nodeType == kServerType;
+    require(canHave, EINVAL, "node_type: neither a group nor a server");
+    rights.requireNode(request.nodeType, request.id);
+    demand(request.jRecord.isObject(), "record", "not an object");
+    requireExisting(sql, request.nodeType, request.id);
+    const Json::Value& jDelegates = request.jRecord["delegate"];
+    if (jDelegates.isNull() && !request.absentClears) {
+        return std::nullopt;
     }
-    change(sql, "DELETE FROM delegate WHERE node_type = :type AND node_id = :id", nodeType, id);
-    Inserter<DelegateRow> inserter(sql);
-    insertDelegates(inserter, nodeType, id, ugids);
-    inserter.flush();
-    return changeLine(rights, nodeType == kServerType ? Kind<Server>::kName : Kind<Group>::kName, id, "delegate");
+    std::vector<int64_t> ugids = wantedDelegates(sql, jDelegates);
+    if (areDelegates(sql, request.nodeType, request.id, ugids)) {
+        return std::nullopt;
+    }
+    return ugids;
 }
 
-int setDelegates(int64_t id, int nodeType, const Json::Value& jRecord, bool absentClears)
+std::string replaceDelegates(soci::session& sql, const Request& request)
 {
-    return changing([&](soci::session& sql) -> std::string {
-        const bool canHave = nodeType == VELQ_ZEM_TYPE_OU || nodeType == kServerType;
-        require(canHave, EINVAL, "node_type: neither a group nor a server");
-        const CallerRights rights(sql);
-        rights.requireNode(nodeType, id);
-        demand(jRecord.isObject(), "record", "not an object");
-        requireExisting(sql, nodeType, id);
-        const Json::Value& jDelegates = jRecord["delegate"];
-        if (jDelegates.isNull() && !absentClears) {
-            return "";
-        }
-        return replaceDelegates(sql, rights, nodeType, id, wantedDelegates(sql, jDelegates));
-    });
+    const CallerRights rights(sql);
+    const auto ugids = delegatesToSet(sql, rights, request);
+    if (!ugids) {
+        return "";
+    }
+    change(sql, "DELETE FROM delegate WHERE node_type = :type AND node_id = :id", request.nodeType, request.id);
+    Inserter<DelegateRow> inserter(sql);
+    insertDelegates(inserter, request.nodeType, request.id, *ugids);
+    inserter.flush();
+    const char* szKind = request.nodeType == kServerType ? Kind<Server>::kName : Kind<Group>::kName;
+    return changeLine(rights, szKind, request.id, "delegate");
+}
+
+// Most calls leave things as they are, which is seen without keeping others from writing.
+int setDelegates(const Request& request)
+{
+    bool isToChange = false;
+    const int result =
+        reading([&](soci::session& sql) { isToChange = delegatesToSet(sql, CallerRights(sql), request).has_value(); });
+    if (result < 0 || !isToChange) {
+        return result;
+    }
+    return changing([&](soci::session& sql) { return replaceDelegates(sql, request); });
 }
 
 }  // namespace
@@ -223,10 +248,10 @@ _tag_velq_zem_delegate_* VELQZEMDelegateNext(const _tag_velq_zem_delegate_* pIte
 
 int VELQZEMDelegateOverrideListByTarget(int64_t id, int nodeType, Json::Value& jRecord)
 {
-    return setDelegates(id, nodeType, jRecord, true);
+    return setDelegates({id, nodeType, jRecord, true});
 }
 
 int VELQZEMDelegateSetListByTarget(int64_t id, int nodeType, Json::Value& jRecord)
 {
-    return setDelegates(id, nodeType, jRecord, false);
+    return setDelegates({id, nodeType, jRecord, false});
 }

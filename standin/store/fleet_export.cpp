@@ -1,7 +1,5 @@
 // Fleet files are written with the members in one order and those left out that are at their default, so that two
 // files of one fleet are the same, and those of two fleets differ in the lines of what differs.
-#include <cstring>
-
 #include "standin/store/errors.h"
 #include "standin/store/fleet.h"
 #include "standin/store/json_text.h"
@@ -45,16 +43,6 @@ Json::Value valueOf(const Field<R>& field, const VLIBCString& text)
     }
 }
 
-bool isDefault(int64_t value, int64_t fresh)
-{
-    return value == fresh;
-}
-
-bool isDefault(const VLIBCString& value, const VLIBCString& fresh)
-{
-    return std::strcmp(value.c_str(), fresh.c_str()) == 0;
-}
-
 Json::Value delegatesOf(const std::vector<int64_t>& uids)
 {
     Json::Value jDelegates(Json::arrayValue);
@@ -74,7 +62,7 @@ void eachMember(const Entry<R>& entry, Take&& take)
     const auto giveFields = [&](bool isOwn) {
         for (const Field<R>& field : Kind<R>::kFields) {
             const auto give = [&](auto member) {
-                if (isAlwaysThere(field.name) || !isDefault(entry.record.*member, kFresh.*member)) {
+                if (isAlwaysThere(field.name) || !isSame(field, entry.record, kFresh)) {
                     take(field.name, valueOf(field, entry.record.*member));
                 }
             };

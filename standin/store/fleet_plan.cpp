@@ -1,5 +1,4 @@
 // What differs between two fleets, and the lines that tell people.
-#include <cstring>
 #include <optional>
 
 #include "standin/store/fleet.h"
@@ -30,17 +29,16 @@ std::optional<std::string> storedForm(const Field<R>& field, const VLIBCString& 
 }
 
 template <typename R>
-bool isSame(const Field<R>& field, const VLIBCString& before, const VLIBCString& after)
+bool differs(const Field<R>& field, const R& before, const R& after)
 {
-    const bool isSameText = std::strcmp(before.c_str(), after.c_str()) == 0;
-    const bool isJson = field.rule == Rule::json || field.rule == Rule::links;
-    return isSameText || (isJson && !before.empty() && storedForm(field, before) == after.c_str());
-}
-
-template <typename R, typename Number>
-bool isSame(const Field<R>&, Number before, Number after)
-{
-    return before == after;
+    if (field.rule == Rule::own || isSame(field, before, after)) {
+        return false;
+    }
+    if (field.rule == Rule::plain) {
+        return true;
+    }
+    const auto text = std::get<VLIBCString R::*>(field.member);
+    return (before.*text).empty() || storedForm(field, before.*text) != (after.*text).c_str();
 }
 
 template <typename R>
@@ -48,9 +46,7 @@ Difference<R> differenceOf(const Entry<R>& before, const Entry<R>& after)
 {
     Difference<R> difference{&before, &after};
     for (size_t i = 0; i < Kind<R>::kFields.size(); ++i) {
-        const Field<R>& field = Kind<R>::kFields[i];
-        const auto differs = [&](auto member) { return !isSame(field, before.record.*member, after.record.*member); };
-        difference.fields[i] = field.rule != Rule::own && std::visit(differs, field.member);
+        difference.fields[i] = differs(Kind<R>::kFields[i], before.record, after.record);
     }
     difference.delegates = before.delegates != after.delegates;
     return difference;
@@ -89,8 +85,7 @@ std::string list(const std::vector<int64_t>& ids)
     for (const int64_t id : ids) {
         text += (text.empty() ? "" : ",") + std::to_string(id);
     }
-    constexpr size_t kLongest = 80;
-    return text.empty() ? kNothing : text.size() <= kLongest ? text : text.substr(0, kLongest) + "...";
+    return text.empty() ? kNothing : text.size() <= kLongestValue ? text : text.substr(0, kLongestValue) + "...";
 }
 
 template <typename R>

@@ -13,6 +13,7 @@
 #include <soci/sqlite3/soci-sqlite3.h>
 
 #include "standin/store/errors.h"
+#include "standin/store/session.h"
 #include "standin/store/statement.h"
 
 namespace standin {
@@ -85,8 +86,7 @@ void askPostgres(const std::string& url, PostgresConnection& pConnection)
         return;
     }
     pConnection.reset(PQconnectdb(url.c_str()));
-    PQsetNoticeProcessor(
-        pConnection.get(), [](void*, const char*) {}, nullptr);  // by itself, standard error
+    silence(pConnection.get());
     const bool isConnected = PQstatus(pConnection.get()) == CONNECTION_OK;
     if (isConnected && answers(pConnection.get())) {
         return;

@@ -36,12 +36,12 @@ constexpr const char* kSchema[] = {
     "CREATE INDEX ou_parent ON ou (parent_id)",
     "CREATE UNIQUE INDEX ou_sibling ON ou (parent_id, name) WHERE id <> 0",
     "CREATE TABLE kx (id BIGINT PRIMARY KEY,"
-    " parent_id BIGINT NOT NULL REFERENCES ou (id), name TEXT NOT NULL,"
+    " parent_id BIGINT NOT NULL REFERENCES ou (id) ON DELETE RESTRICT, name TEXT NOT NULL,"
     " address TEXT NOT NULL, sid TEXT NOT NULL, mtime BIGINT NOT NULL, revision BIGINT NOT NULL,"
     " linked_gpo TEXT NOT NULL)",
     "CREATE INDEX kx_parent ON kx (parent_id)",
     "CREATE TABLE gpo (id BIGINT PRIMARY KEY,"
-    " parent_id BIGINT NOT NULL REFERENCES ou (id), name TEXT NOT NULL,"
+    " parent_id BIGINT NOT NULL REFERENCES ou (id) ON DELETE RESTRICT, name TEXT NOT NULL,"
     " \"desc\" TEXT NOT NULL, mtime BIGINT NOT NULL, revision BIGINT NOT NULL, setting TEXT NOT NULL)",
     "CREATE INDEX gpo_parent ON gpo (parent_id)",
     "CREATE TABLE delegate (node_type BIGINT NOT NULL, node_id BIGINT NOT NULL, position BIGINT NOT NULL,"

@@ -57,6 +57,7 @@ std::unique_ptr<soci::session> openPostgres(const std::string& url)
 {
     auto pSession = std::make_unique<soci::session>();
     pSession->open(*soci::factory_postgresql(), url);
+    silence(connectionOf(*pSession));
     setPatience(*pSession, true);
     for (const char* szSetting : kPostgresSettings) {
         execute(*pSession, szSetting);
@@ -104,6 +105,12 @@ bool isLost(soci::session& sql)
 {
     const PGconn* pConnection = connectionOf(sql);
     return sql.get_backend() == nullptr || (pConnection != nullptr && PQstatus(pConnection) != CONNECTION_OK);
+}
+
+void silence(PGconn* pConnection)
+{
+    PQsetNoticeProcessor(
+        pConnection, [](void*, const char*) {}, nullptr);
 }
 
 SocketHandle::SocketHandle(soci::session& sql)

@@ -4,6 +4,7 @@
 #include <memory>
 #include <utility>
 
+#include <libpq-fe.h>
 #include <soci/soci.h>
 
 #include "standin/store/address.h"
@@ -22,6 +23,10 @@ void setPatience(soci::session& sql, bool isPatient);
 // Whether the connection has ended, or was never made; known from what came of its statements, without asking. SQLite's
 // does not end by itself.
 bool isLost(soci::session& sql);
+
+// Has what the server sends unasked not go to standard error, as the client library has it by itself. The connection
+// may be one that could not be made.
+void silence(PGconn* pConnection);
 
 // A second descriptor of the socket of a connection to PostgreSQL. The client library closes its own as soon as it sees
 // the connection's end, and the number may name something else from then on.

@@ -33,9 +33,9 @@ void begin(soci::session& sql, Access access)
     if (access == Access::read) {
         return execute(sql, "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
     }
-    // Who has waited for the lock then sees what the one before has done: each statement looks at the store anew.
-    execute(sql, "BEGIN ISOLATION LEVEL READ COMMITTED");
-    number(sql, "SELECT value FROM meta WHERE name = 'version' FOR UPDATE");
+    // Who has waited for the lock then sees what the one before has done: each statement looks at the store anew. Both
+    // go to the database at once.
+    number(sql, "BEGIN ISOLATION LEVEL READ COMMITTED; SELECT value FROM meta WHERE name = 'version' FOR UPDATE");
 }
 
 // Whether there was a connection to roll back on.

@@ -13,7 +13,6 @@
 namespace standin {
 namespace {
 
-constexpr size_t kLongest = 80;  // of a value in a line, in bytes
 constexpr std::string_view kSeparators = "\",>";
 constexpr uint32_t kReplacement = 0xFFFD;  // stands for what is no character
 
@@ -65,10 +64,10 @@ bool isAllVisible(std::string_view text)
     return isAll;
 }
 
-// At most so many bytes, whole characters, and a mark where something was cut off.
+// At most so many bytes, and whole characters.
 std::string_view beginningOf(std::string_view text)
 {
-    size_t length = std::min(text.size(), kLongest);
+    size_t length = std::min(text.size(), kLongestValue);
     while (length < text.size() && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80 && length > 0) {
         --length;
     }
@@ -109,7 +108,7 @@ std::string visibleText(std::string_view text)
 std::string visibleText(const Json::Value& jValue)
 {
     const std::string text = visibleJson(jValue);
-    return text.size() <= kLongest ? text : visibleText(std::string_view(text));
+    return text.size() <= kLongestValue ? text : visibleText(std::string_view(text));
 }
 
 }  // namespace standin
