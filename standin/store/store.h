@@ -35,8 +35,8 @@ constexpr size_t kDefaultConnections = 8;
 // (0600), its folder's owner's when root makes it, as is what SQLite puts beside it, and one that is a store loses the
 // rights of group and others. A store of the version before is brought to this one, once, whoever else opens it at the
 // same time. Refused, and left as it was: a database that holds other tables ("not a store"), a store of a version that
-// this program does not know, and with existingOnly a database that is empty or missing; with ifThere that is left as it
-// was too, and nothing is open then.
+// this program does not know, and with existingOnly a database that is empty or missing; with ifThere that is left as
+// it was too, and nothing is open then.
 void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode = standin::OpenMode::createIfMissing,
                       size_t connections = standin::kDefaultConnections);
 
@@ -152,9 +152,9 @@ PlanCount applyFleet(const Json::Value& jFleet, const ApplyOptions& options, con
                      const FleetProgress& progress = nullptr);
 
 // The same for a fleet that is made from the stored one, in the same transaction, and without deletions. revise: called
-// with the stored fleet as exportFleet() writes it and the highest identifier that a group ever had, above which those of
-// new groups belong, and once more when the database has the transaction repeated; returns the fleet to apply, and may
-// throw std::runtime_error.
+// with the stored fleet as exportFleet() writes it and the highest identifier that a group ever had, above which those
+// of new groups belong, and once more when the database has the transaction repeated; returns the fleet to apply, and
+// may throw std::runtime_error.
 using Revision = std::function<Json::Value(const Json::Value& jStored, int64_t lastGroup)>;
 PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan = nullptr,
                       const FleetProgress& progress = nullptr);
