@@ -436,6 +436,12 @@ TEST_P(FleetTest, refusalsNameTheirPlaceAndChangeNothing)
             EXPECT_EQ(apply(jFleet, kDryPrune), Lines{szMessage});
             EXPECT_EQ(apply(jFleet, kPrune), Lines{szMessage});
         }
+        Json::Value jDeep = json(kFleet);
+        Json::Value* pInner = &jDeep["groups"][2]["extra_info"];
+        for (int level = 0; level < 1001; ++level) {
+            pInner = &pInner->append(Json::Value(Json::arrayValue));
+        }
+        EXPECT_EQ(apply(jDeep), Lines{"groups[2].extra_info: a value that is nested too deep"});
         EXPECT_EQ(apply(json("{'groups':5}")), Lines{"groups: not an array"});
         EXPECT_EQ(apply(json("{'group':[]}")), Lines{"group: a key that fleet files do not have"});
         EXPECT_EQ(apply(json("[]")), Lines{"fleet: not an object"});
@@ -631,6 +637,12 @@ TEST_P(FleetTest, whatIsDamagedIsNamedAndMendedByAFileThatHoldsIt)
     runSql(
         "UPDATE ou SET linked_gpo = '{ \"kept\": 7, \"order\": [ {\"id\":1,\"on\":true}, {\"id\":2} ] }' WHERE id = 2");
     EXPECT_EQ(apply(json(kFleet)), Lines{"0+ 0~ 0-"});  // other words for the same
+    runSql("DELETE FROM kx", "DELETE FROM gpo", "DELETE FROM ou");
+    const std::string noRoot = "group 0 of the store: it is missing, or has not the lowest identifier";
+    EXPECT_EQ(exportFails(), noRoot);
+    EXPECT_EQ(apply(json("{}")), Lines{noRoot});
+    EXPECT_EQ(apply(json(kFleet), kPrune).at(0), "+ group 0 root");
+    EXPECT_EQ(exportFails(), "");
 }
 
 TEST_P(FleetTest, aRevisionWorksOnWhatTheStoreHoldsAndDeletesNothing)
