@@ -339,17 +339,21 @@ TEST_P(FleetTest, withoutPruningTheOthersStay)
 
 TEST_P(FleetTest, eachLineSaysWhatBecomesOfARecordAndCannotBeForged)
 {
-    const std::string manyLinks = [] {
+    const auto linksUpTo = [](int last) {
         std::string text;
-        for (int id = 100; id < 140; ++id) {
+        for (int id = 100; id <= last; ++id) {
             text += (text.empty() ? "{'id':" : ",{'id':") + std::to_string(id) + "}";
         }
         return "{'linked_gpo':{'order':[" + text + "]}}";
-    }();
+    };
     Json::Value jBase = json(kFleet);
     for (int id = 100; id < 140; ++id) {
         jBase["policies"].append(json("{'id':%,'name':'many','parent_id':0}", id));
     }
+    const std::string longText(99, 'x');
+    lay(json("{'desc':'" + longText + "\u00e8','setting':{'version':1,'values':['" + longText + "',1]}}"),
+        record(jBase, "policies", 100));
+    lay(json(linksUpTo(139)), record(jBase, "groups", 3));
     const std::tuple<const char*, int, std::string, const char*> cases[] = {
         {"servers", 1, "{'address':'192.0.2.7'}", "~ server 1 address 192.0.2.1 -> 192.0.2.7"},
         {"servers", 1, "{'name':'x','address':'','sid':null}",
@@ -375,9 +379,16 @@ TEST_P(FleetTest, eachLineSaysWhatBecomesOfARecordAndCannotBeForged)
          "~ group 4 desc \"\" -> xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx..."},
         {"groups", 4, "{'desc':'" + std::string(79, 'x') + "\u00fc'}",
          "~ group 4 desc \"\" -> xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx..."},
-        {"groups", 4, manyLinks,
+        {"groups", 4, linksUpTo(139),
          "~ group 4 linked_gpo \"\" -> 100,101,102,103,104,105,106,107,108,109,110,111,112,113,114,115,116,117,118,119,"
          "..."},
+        {"groups", 3, linksUpTo(138),
+         "~ group 3 linked_gpo ...,129,130,131,132,133,134,135,136,137,138,139 -> "
+         "...,129,130,131,132,133,134,135,136,137,138"},
+        {"policies", 100, "{'setting':{'version':1,'values':['" + longText + "',2]}}",
+         R"(~ policy 100 setting ..."xxxxxxxx\",1],\"version\":1}" -> ..."xxxxxxxx\",2],\"version\":1}")"},
+        {"policies", 100, "{'desc':'" + longText + "\u00e9'}",
+         "~ policy 100 desc ...xxxxxxxxx\u00e8 -> ...xxxxxxxxx\u00e9"},
         {"groups", 0, "{'desc':'all'}", "~ group 0 desc \"\" -> all"},
         {"servers", 9, "{'id':9,'parent_id':4,'name':'new one'}", "+ server 9 \"new one\""}};
     jBase["groups"].append(json("{'id':0}"));
