@@ -132,7 +132,8 @@ struct PlanCount {
 
 // Takes a line of a plan, without a line end: "+ group 12 Web" for a record that is new, "~ server 4 address 192.0.2.1
 // -> 192.0.2.7, name a -> b" for one that changes, "- policy 3" for one that is deleted. Texts are quoted as JSON where
-// they hold more than visible characters, or could be taken for more than one value, and cut when they are long.
+// they hold more than visible characters, or could be taken for more than one value, and cut when they are long, so
+// that a change shows what differs.
 using PlanSink = std::function<void(const std::string& line)>;
 
 // Called now and then with the records done so far and their total.
