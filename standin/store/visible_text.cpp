@@ -116,7 +116,7 @@ std::string visibleText(std::string_view text, size_t from)
 
 std::string visiblePartOfJson(std::string_view json, size_t from)
 {
-    return from == 0 && json.size() <= kLongest ? std::string(json) : visibleText(json, from);
+    return from == 0 && json.size() <= kLongestValue ? std::string(json) : visibleText(json, from);
 }
 
 }  // namespace standin
