@@ -48,20 +48,17 @@ export class Api {
         await this.#link(policyId, "target_remove", node);
     }
 
-    // Asks for a change of the root group that is out of date, so that it is refused to everyone, but not for lack of
-    // rights to an administrator.
+    // Asks to change nothing of the root group, which only an administrator may.
     async mayManageAll() {
         try {
-            await this.#call("VELQ.ZEM.KXGroup", "set", { multiple_data: [{ id: 0, revision: -1 }] });
+            await this.#call("VELQ.ZEM.KXGroup", "set", { node_id: 0 });
+            return true;
         } catch (error) {
             if (error.code === NO_PERMISSION) {
                 return false;
             }
-            if (error.reason !== "stale") {
-                throw error;
-            }
+            throw error;
         }
-        return true;
     }
 
     async #link(policyId, list, node) {
