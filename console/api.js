@@ -48,17 +48,20 @@ export class Api {
         await this.#link(policyId, "target_remove", node);
     }
 
-    // Asks to change nothing of the root group, which only an administrator may.
+    // Asks for a change of the root group that is out of date, so that it is refused to everyone, but not for lack of
+    // rights to an administrator.
     async mayManageAll() {
         try {
-            await this.#call("VELQ.ZEM.KXGroup", "set", { node_id: 0 });
-            return true;
+            await this.#call("VELQ.ZEM.KXGroup", "set", { multiple_data: [{ id: 0, revision: -1 }] });
         } catch (error) {
             if (error.code === NO_PERMISSION) {
                 return false;
             }
-            throw error;
+            if (error.reason !== "stale") {
+                throw error;
+            }
         }
+        return true;
     }
 
     async #link(policyId, list, node) {
