@@ -5,7 +5,7 @@ import { inWords } from "./details.js";
 import { keptLinks } from "./fleet.js";
 import { groupOf } from "./tree.js";
 
-const NAME = { required: true, maxlength: 255 };
+const NAME = { required: true }; // its length is the server's to judge: a browser counts other units
 const DELEGATE_USER_TYPE = 2;
 
 export class Changes {

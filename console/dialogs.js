@@ -16,13 +16,14 @@ export function ask(title, confirm, contents, act) {
     byId("dialogs").append(dialog);
     dialog.showModal();
     form.querySelector("input, select, textarea")?.select?.();
+    let isSent = false; // the button stays enabled: it would lose the focus
     return new Promise((resolve, reject) => {
         const end = (settle, value) => {
             dialog.close();
             dialog.remove();
             settle(value);
         };
-        const leave = () => (submit.disabled ? dialog.close() : end(resolve)); // what is on its way is waited for
+        const leave = () => (isSent ? dialog.close() : end(resolve)); // what is on its way is waited for
         cancel.addEventListener("click", leave);
         dialog.addEventListener("cancel", (event) => {
             event.preventDefault();
@@ -30,17 +31,21 @@ export function ask(title, confirm, contents, act) {
         });
         form.addEventListener("submit", async (event) => {
             event.preventDefault();
-            submit.disabled = true;
+            if (isSent) {
+                return;
+            }
+            isSent = true;
             try {
                 end(resolve, await act(new FormData(form)));
             } catch (error) {
                 if (error.isFinal || !dialog.open) {
-                    return end(reject, error);
+                    end(reject, error);
+                    return;
                 }
                 reason.textContent = error.message;
                 reason.hidden = false;
             }
-            submit.disabled = false;
+            isSent = false;
         });
     });
 }

@@ -74,7 +74,11 @@ class Node {
 
     // The groups above, the topmost first.
     get ancestors() {
-        return this.level > 1 ? [...this.parent.ancestors, this.parent] : [];
+        const above = [];
+        for (let at = this; at.level > 1; at = at.parent) {
+            above.push(at.parent);
+        }
+        return above.reverse();
     }
 
     get path() {

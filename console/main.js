@@ -11,6 +11,8 @@ const NO_GROUPS = "This fleet has no groups yet. Create the first one with “Ne
 const NO_RIGHTS = "No group is delegated to this account, so that there is nothing to show. Ask an administrator to " +
     "make it a delegate of a group, or sign in with another token.";
 
+const TO_TOP = ", or on the header for the top level";
+
 const OF_GROUPS = ["rename", "describe", "move", "delete", "block", "delegates"]; // changes that only groups know
 
 class Page {
@@ -22,6 +24,7 @@ class Page {
     #shown = null; // the answer that the fleet was made of
     #asked = 0;
     #asking = null;
+    #isComingBack = false;
     #cut = null;
 
     constructor() {
@@ -30,7 +33,7 @@ class Page {
             command: (name, node) => this.#run(name, node),
             canMove: (node, parent) => this.#changes.canMove(node, parent),
             move: (node, parent) => this.#try(() => this.#changes.moveTo(node, parent)),
-            drag: (node) => this.say(node && `Drop ${node.name} on a group, or on the header for the top level.`),
+            drag: (node) => this.say(node && `Drop ${node.name} on a group${this.#fleet.isPart ? "" : TO_TOP}.`),
         }, keptView());
         this.#details = new Details(byId("details"), {
             goTo: (key) => this.#goTo(key),
@@ -41,6 +44,16 @@ class Page {
 
     get fleet() {
         return this.#fleet;
+    }
+
+    // Signs in with the token that the address carries, or the one kept; asks for one when there is none.
+    start() {
+        const token = takeToken();
+        if (token === null) {
+            this.askForToken("");
+        } else {
+            this.open(token);
+        }
     }
 
     // Shows what the token's account sees; the form again, when there is no such token.
@@ -57,9 +70,8 @@ class Page {
 
     // Asks for the tree again. Gives whether an answer came; says so itself, if not.
     async refresh() {
-        this.#asking = this.#ask(++this.#asked);
         try {
-            await this.#asking;
+            await this.#fetch();
             return true;
         } catch (error) {
             this.#report(error);
@@ -67,9 +79,9 @@ class Page {
         }
     }
 
-    // The node as it is now. Throws Refusal when it is gone.
+    // The node as it is now. Throws Refusal when it is gone, or nobody tells.
     async latest(node) {
-        await this.refresh();
+        await this.#fetch();
         const found = this.#fleet.find(node.key);
         if (found === null) {
             throw gone(node);
@@ -111,6 +123,11 @@ class Page {
 
     get #chosen() {
         return this.#fleet.find(this.#tree.selected ?? "");
+    }
+
+    #fetch() {
+        this.#asking = this.#ask(++this.#asked);
+        return this.#asking;
     }
 
     async #ask(asked) {
@@ -271,6 +288,7 @@ class Page {
         byId("console").hidden = false;
         byId("again").hidden = error.reason !== "away";
         byId("reason").textContent = error.message;
+        this.say(""); // of an earlier change, which was done
         byId("notice").hidden = false;
     }
 
@@ -302,7 +320,7 @@ class Page {
         document.addEventListener("visibilitychange", () => this.#comeBack());
         addEventListener("focus", () => this.#comeBack());
         addEventListener("pagehide", () => keepView(this.#tree.view));
-        addEventListener("hashchange", () => this.open(takeToken()));
+        addEventListener("hashchange", () => this.start());
     }
 
     // button: null when the click was beside one.
@@ -329,10 +347,17 @@ class Page {
         }
     }
 
-    // What others changed while the page was behind is fetched when it comes to the front.
-    #comeBack() {
-        if (document.visibilityState === "visible" && !byId("console").hidden) {
-            this.refresh();
+    // What others changed while the page was behind is fetched when it comes to the front, of which several events
+    // may tell.
+    async #comeBack() {
+        if (this.#isComingBack || document.visibilityState !== "visible" || byId("console").hidden) {
+            return;
+        }
+        this.#isComingBack = true;
+        try {
+            await this.refresh();
+        } finally {
+            this.#isComingBack = false;
         }
     }
 }
@@ -351,10 +376,4 @@ function final(message) {
     return refusal;
 }
 
-const page = new Page();
-const token = takeToken();
-if (token === null) {
-    page.askForToken("");
-} else {
-    page.open(token);
-}
+new Page().start();

@@ -94,7 +94,8 @@ void addApply(CommandLine& line)
     const auto pOptions = std::make_shared<standin::ApplyOptions>();
     CLI::App* pApply = addCommand(line, "apply", "Bring the store to what a fleet file says, all or nothing",
                                   [pPath, pOptions] { return host::applyFleetFile(*pPath, *pOptions); });
-    pApply->add_option("FILE", *pPath, "JSON of accounts, groups, policies and servers")->required();
+    pApply->add_option("FILE", *pPath, "JSON of accounts, groups, policies and servers; - is standard input")
+        ->required();
     pApply->add_flag("--dry-run", pOptions->dryRun, "Only print what would change");
     pApply->add_flag("--prune", pOptions->prune, "Delete what the file lacks");
     pApply->parse_complete_callback([&line, pOptions] {

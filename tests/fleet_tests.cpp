@@ -354,17 +354,21 @@ TEST_P(FleetTest, withoutPruningTheOthersStay)
 
 TEST_P(FleetTest, eachLineSaysWhatBecomesOfARecordAndCannotBeForged)
 {
-    const std::string manyLinks = [] {
+    const auto linksUpTo = [](int last) {
         std::string text;
-        for (int id = 100; id < 140; ++id) {
+        for (int id = 100; id <= last; ++id) {
             text += (text.empty() ? "{'id':" : ",{'id':") + std::to_string(id) + "}";
         }
         return "{'linked_gpo':{'order':[" + text + "]}}";
-    }();
+    };
     Json::Value jBase = json(kFleet);
     for (int id = 100; id < 140; ++id) {
         jBase["policies"].append(json("{'id':%,'name':'many','parent_id':0}", id));
     }
+    const std::string longText(99, 'x');
+    lay(json("{'desc':'" + longText + "\u00e8','setting':{'version':1,'values':['" + longText + "',1]}}"),
+        record(jBase, "policies", 100));
+    lay(json(linksUpTo(139)), record(jBase, "groups", 3));
     const std::tuple<const char*, int, std::string, const char*> cases[] = {
         {"servers", 1, "{'address':'192.0.2.7'}", "~ server 1 address 192.0.2.1 -> 192.0.2.7"},
         {"servers", 1, "{'name':'x','address':'','sid':null}",
@@ -390,9 +394,16 @@ TEST_P(FleetTest, eachLineSaysWhatBecomesOfARecordAndCannotBeForged)
          "~ group 4 desc \"\" -> xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx..."},
         {"groups", 4, "{'desc':'" + std::string(79, 'x') + "\u00fc'}",
          "~ group 4 desc \"\" -> xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx..."},
-        {"groups", 4, manyLinks,
+        {"groups", 4, linksUpTo(139),
          "~ group 4 linked_gpo \"\" -> 100,101,102,103,104,105,106,107,108,109,110,111,112,113,114,115,116,117,118,119,"
          "..."},
+        {"groups", 3, linksUpTo(138),
+         "~ group 3 linked_gpo ...,129,130,131,132,133,134,135,136,137,138,139 -> "
+         "...,129,130,131,132,133,134,135,136,137,138"},
+        {"policies", 100, "{'setting':{'version':1,'values':['" + longText + "',2]}}",
+         R"(~ policy 100 setting ..."xxxxxxxx\",1],\"version\":1}" -> ..."xxxxxxxx\",2],\"version\":1}")"},
+        {"policies", 100, "{'desc':'" + longText + "\u00e9'}",
+         "~ policy 100 desc ...xxxxxxxxx\u00e8 -> ...xxxxxxxxx\u00e9"},
         {"groups", 0, "{'desc':'all'}", "~ group 0 desc \"\" -> all"},
         {"servers", 9, "{'id':9,'parent_id':4,'name':'new one'}", "+ server 9 \"new one\""}};
     jBase["groups"].append(json("{'id':0}"));
@@ -451,6 +462,12 @@ TEST_P(FleetTest, refusalsNameTheirPlaceAndChangeNothing)
             EXPECT_EQ(apply(jFleet, kDryPrune), Lines{szMessage});
             EXPECT_EQ(apply(jFleet, kPrune), Lines{szMessage});
         }
+        Json::Value jDeep = json(kFleet);
+        Json::Value* pInner = &jDeep["groups"][2]["extra_info"];
+        for (int level = 0; level < 1001; ++level) {
+            pInner = &pInner->append(Json::Value(Json::arrayValue));
+        }
+        EXPECT_EQ(apply(jDeep), Lines{"groups[2].extra_info: a value that is nested too deep"});
         EXPECT_EQ(apply(json("{'groups':5}")), Lines{"groups: not an array"});
         EXPECT_EQ(apply(json("{'group':[]}")), Lines{"group: a key that fleet files do not have"});
         EXPECT_EQ(apply(json("[]")), Lines{"fleet: not an object"});
@@ -646,6 +663,12 @@ TEST_P(FleetTest, whatIsDamagedIsNamedAndMendedByAFileThatHoldsIt)
     runSql(
         "UPDATE ou SET linked_gpo = '{ \"kept\": 7, \"order\": [ {\"id\":1,\"on\":true}, {\"id\":2} ] }' WHERE id = 2");
     EXPECT_EQ(apply(json(kFleet)), Lines{"0+ 0~ 0-"});  // other words for the same
+    runSql("DELETE FROM kx", "DELETE FROM gpo", "DELETE FROM ou");
+    const std::string noRoot = "group 0 of the store: it is missing, or has not the lowest identifier";
+    EXPECT_EQ(exportFails(), noRoot);
+    EXPECT_EQ(apply(json("{}")), Lines{noRoot});
+    EXPECT_EQ(apply(json(kFleet), kPrune).at(0), "+ group 0 root");
+    EXPECT_EQ(exportFails(), "");
 }
 
 TEST_P(FleetTest, aRevisionWorksOnWhatTheStoreHoldsAndDeletesNothing)

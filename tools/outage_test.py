@@ -21,7 +21,7 @@ import time
 
 sys.dont_write_bytecode = True  # no cache beside the sources
 from with_postgres import Cluster  # noqa: E402
-from zemhost import Server, Store, call, request  # noqa: E402
+from zemhost import Server, Store, call, psql, request  # noqa: E402
 
 WRITERS = 8
 PATIENCE = 40  # seconds for what has to happen at some time
@@ -210,10 +210,25 @@ def check_end(cluster, store, servers, loops):
     return [] if "timeout" in refused else [f"a start while the database is stopped says {refused}"]
 
 
+def check_start(cluster, folder):
+    """A server needs a connection more than it gives its requests: it says at once that there is none, and is well where
+    there is."""
+    psql(cluster.url, "CREATE ROLE few LOGIN CONNECTION LIMIT 3", "GRANT pg_read_all_data TO few")
+    store = Store(sys.argv[1], folder, cluster.url.replace("user=postgres", "user=few"))
+    refused = store.run("serve", "--listen", "127.0.0.1:0", "--connections", "3", status=1)
+    server = Server(store, "--connections", "2")
+    time.sleep(2.5)  # the store is asked every second
+    health, _ = request(server.connect(), "/health", None, None, method="GET")
+    server.stop()
+    faults = [] if "too many connections" in refused else [f"a start with too few connections says {refused}"]
+    return faults if health == 200 else faults + [f"the health with just enough connections is {health}"]
+
+
 def run(cluster, folder, kinds):
     store = Store(sys.argv[1], folder, cluster.url)
     store.fill()
     token = store.token("admin")
+    too_few = check_start(cluster, folder)
     params = json.dumps({"multiple_data": [{"name": f"writer {i}", "parent_id": 1} for i in range(WRITERS)]})
     homes = json.loads(store.run("call", "VELQ.ZEM.KXGroup", "create", "--params", params, "--as", "admin"))["data"]["ids"]
     revisions = dict(store.rows("SELECT id, revision FROM ou"))
@@ -229,7 +244,7 @@ def run(cluster, folder, kinds):
         for loop in watchers + writers:
             loop.start()
         play(cluster, writers, watchers, kinds)
-        faults = [fault for loop in watchers + writers for fault in loop.faults]
+        faults = too_few + [fault for loop in watchers + writers for fault in loop.faults]
         for writer in writers:
             writer.stop()
         faults += [fault for writer in writers for fault in writer.check(store, revisions[writer.home])]

@@ -59,9 +59,10 @@ class Cluster:
     def __enter__(self):
         try:
             # Texts sort by a language, as on many machines, so that the tests notice who relies on their bytes.
-            self.popen("initdb", "--pgdata", self.folder / "data", "--username", "postgres", "--auth", "trust",
-                       "--encoding", "UTF8", "--locale", "C", "--locale-provider", "icu", "--icu-locale", "en",
-                       "--no-sync").wait(PATIENCE)
+            self.process = self.popen("initdb", "--pgdata", self.folder / "data", "--username", "postgres",
+                                      "--auth", "trust", "--encoding", "UTF8", "--locale", "C", "--locale-provider",
+                                      "icu", "--icu-locale", "en", "--no-sync")
+            self.process.wait(PATIENCE)
             self.start()
         except BaseException:
             self.__exit__()
@@ -69,8 +70,17 @@ class Cluster:
         return self
 
     def __exit__(self, *_):
-        self.stop()
-        shutil.rmtree(self.folder, ignore_errors=True)
+        try:
+            self.stop()
+        finally:
+            self.remove_folder()
+
+    def remove_folder(self):
+        """The processes of an initdb that was interrupted write a little longer than it."""
+        end = time.monotonic() + PATIENCE
+        while self.folder.exists() and time.monotonic() < end:
+            shutil.rmtree(self.folder, ignore_errors=True)
+            time.sleep(0.02)
 
     def popen(self, program, *arguments):
         with open(self.log, "ab") as log:

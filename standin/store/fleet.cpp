@@ -96,13 +96,12 @@ PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan,
 
 void exportFleet(const std::function<void(const std::string& line)>& sink)
 {
-    const auto read = [](soci::session& sql) {
-        const Fleet fleet = storedFleet(sql);
+    const std::vector<std::string> lines = explained([] {
+        const Fleet fleet = transacted(Access::read, storedFleet);
         std::vector<std::string> file = fileOf(fleet);
         checkFleet(fleet, Checked::all);
         return file;
-    };
-    const std::vector<std::string> lines = explained([&read] { return transacted(Access::read, read); });
+    });
     for (const std::string& line : lines) {
         sink(line);
     }

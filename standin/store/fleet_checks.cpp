@@ -132,6 +132,9 @@ void checkRelations(const Section<R>& section, const Fleet& fleet, Checked check
 
 void checkFleet(const Fleet& fleet, Checked checked)
 {
+    if (fleet.groups.empty() || fleet.groups.front().record.id != 0) {
+        throw std::runtime_error("group 0 of the store: it is missing, or has not the lowest identifier");
+    }
     checkNames<AccountRow>(
         fleet.accounts.begin(), fleet.accounts.end(), [](const AccountRow&) { return 0; }, " has it too");
     checkParents(fleet.groups, fleet);

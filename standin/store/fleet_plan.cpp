@@ -1,4 +1,6 @@
 // What differs between two fleets, and the lines that tell people.
+#include <algorithm>
+#include <cstring>
 #include <optional>
 
 #include "standin/store/fleet.h"
@@ -79,42 +81,55 @@ Differences<R> compareSections(const Section<R>& before, const Section<R>& after
 
 // --- The lines
 
-std::string list(const std::vector<int64_t>& ids)
+// from: index of the first identifier that is shown.
+std::string list(const std::vector<int64_t>& ids, size_t from)
 {
-    std::string text;
-    for (const int64_t id : ids) {
-        text += (text.empty() ? "" : ",") + std::to_string(id);
+    std::string text = from > 0 ? "..." : "";
+    for (size_t i = from; i < ids.size(); ++i) {
+        text += (text.empty() ? "" : ",") + std::to_string(ids[i]);
     }
     return text.empty() ? kNothing : text.size() <= kLongestValue ? text : text.substr(0, kLongestValue) + "...";
 }
 
+// before, after: strings or lists. Those that begin alike for longer than is shown are shown from shortly before where
+// they differ. show: gives the text of a value from an index on.
+template <typename Value, typename Show>
+std::string arrow(const Value& before, const Value& after, Show&& show)
+{
+    size_t from = 0;
+    if (show(before, from) == show(after, from)) {
+        constexpr size_t kContext = 10;
+        const auto parting = std::mismatch(before.begin(), before.end(), after.begin(), after.end()).first;
+        const auto same = static_cast<size_t>(parting - before.begin());
+        from = same - std::min(same, kContext);
+    }
+    return " " + show(before, from) + " -> " + show(after, from);
+}
+
 template <typename R>
-std::string valueText(const Field<R>&, int64_t value)
+std::string wholeText(const Field<R>&, int64_t value)
 {
     return std::to_string(value);
 }
 
 template <typename R>
-std::string valueText(const Field<R>&, int32_t flag)
+std::string wholeText(const Field<R>&, int32_t flag)
 {
     return flag != 0 ? "true" : "false";
 }
 
+// Of a value that is JSON, its JSON text.
 template <typename R>
-std::string valueText(const Field<R>& field, const VLIBCString& text)
+std::string wholeText(const Field<R>& field, const VLIBCString& text)
 {
-    if (field.rule != Rule::plain && !text.empty()) {
-        try {
-            return visibleText(parseJson(text.c_str()));
-        } catch (const std::runtime_error&) {  // the store's may be damaged
-        }
+    if (field.rule == Rule::plain || text.empty()) {
+        return field.rule == Rule::plain ? text.c_str() : kNothing;
     }
-    return visibleText(std::string_view(text.c_str()));
-}
-
-std::string arrow(const std::string& before, const std::string& after)
-{
-    return " " + before + " -> " + after;
+    try {
+        return visibleJson(parseJson(text.c_str()));
+    } catch (const std::runtime_error&) {  // the store's may be damaged
+        return visibleJson(Json::Value(text.c_str()));
+    }
 }
 
 template <typename R>
@@ -124,18 +139,21 @@ std::string arrow(const Field<R>& field, const R& before, const R& after)
         const VLIBCString& links = before.*std::get<VLIBCString R::*>(field.member);
         const VLIBCString& newLinks = after.*std::get<VLIBCString R::*>(field.member);
         try {
-            const std::string policies = links.empty() ? kNothing : list(parseLinkIds(links.c_str()));
-            const std::string newPolicies = newLinks.empty() ? kNothing : list(parseLinkIds(newLinks.c_str()));
+            const auto policies = links.empty() ? std::vector<int64_t>() : parseLinkIds(links.c_str());
+            const auto newPolicies = newLinks.empty() ? std::vector<int64_t>() : parseLinkIds(newLinks.c_str());
             if (policies != newPolicies) {
-                return arrow(policies, newPolicies);
+                return arrow(policies, newPolicies, list);
             }
         } catch (const std::runtime_error&) {  // the store's may be damaged
         }
     }
     const auto textOf = [&field](const R& record) {
-        return std::visit([&](auto member) { return valueText(field, record.*member); }, field.member);
+        return std::visit([&](auto member) { return wholeText(field, record.*member); }, field.member);
     };
-    return arrow(textOf(before), textOf(after));
+    const auto show = [&field](const std::string& text, size_t from) {
+        return field.rule == Rule::plain ? visibleText(text, from) : visiblePartOfJson(text, from);
+    };
+    return arrow(textOf(before), textOf(after), show);
 }
 
 // What becomes of a record that stays.
@@ -151,7 +169,7 @@ std::string changesOf(const Difference<R>& difference)
         }
     }
     if (difference.delegates) {
-        append("delegate" + arrow(list(difference.pBefore->delegates), list(difference.pAfter->delegates)));
+        append("delegate" + arrow(difference.pBefore->delegates, difference.pAfter->delegates, list));
     }
     return text;
 }
@@ -163,7 +181,7 @@ void appendLines(std::vector<std::string>& lines, const Differences<R>& differen
         const R& record = difference.either().record;
         const std::string node = Kind<R>::kName + (" " + std::to_string(idOf(record)));
         if (difference.pBefore == nullptr) {
-            lines.push_back("+ " + node + " " + visibleText(std::string_view(record.name.c_str())));
+            lines.push_back("+ " + node + " " + visibleText(record.name.c_str()));
         } else if (difference.pAfter == nullptr) {
             lines.push_back("- " + node);
         } else {

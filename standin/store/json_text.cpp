@@ -94,8 +94,12 @@ void takeMember(const Field<R>& field, const Json::Value& jValue, VLIBCString& t
 {
     if (field.rule == Rule::plain) {
         takeText(field.name, jValue, target);
-    } else {
+        return;
+    }
+    try {
         takeJson(field.rule, jValue, target);
+    } catch (const Refusal& refusal) {
+        throw BadInput(field.name, refusal.what());
     }
 }
 

@@ -1,14 +1,11 @@
 // A connection is cut off by shutting its socket down: the thread that waits on it sees its end, and closes it.
 #include "standin/store/pool.h"
 
-#include <sys/socket.h>
-
 #include <cerrno>
 #include <utility>
 
 #include "standin/store/errors.h"
 #include "standin/store/question.h"
-#include "standin/store/session.h"
 
 namespace standin {
 namespace {
@@ -24,10 +21,14 @@ thread_local std::atomic<std::chrono::steady_clock::time_point>* tpLastStatement
 Pool::Pool(Address address, size_t size) : m_address(std::move(address)), m_slots(size)
 {
     for (size_t number = 0; number < size; ++number) {
-        m_slots[number].pSession = openSession(m_address);
+        connect(number);
         m_free.push_back(number);
     }
-    m_watch = std::make_unique<Watch>(questionFor(m_address), [this](bool isAnswering) { cutOff(isAnswering); });
+    const std::function<void()> question = questionFor(m_address);
+    if (m_address.isPostgres) {
+        question();  // without a connection for it, the pool's would be taken for lost
+    }
+    m_watch = std::make_unique<Watch>(question, [this](bool isAnswering) { cutOff(isAnswering); });
 }
 
 size_t Pool::lease()
@@ -39,7 +40,7 @@ size_t Pool::lease()
     const size_t number = m_free.back();
     m_free.pop_back();
     Slot& slot = m_slots[number];
-    slot.socket = socketOf(*slot.pSession);
+    slot.isLeased = true;
     if (m_address.isPostgres) {
         tpLastStatement = &slot.lastStatement;
         noteStatement();
@@ -51,7 +52,7 @@ void Pool::giveBack(size_t number) noexcept
 {
     tpLastStatement = nullptr;
     const std::lock_guard lock(m_mutex);
-    m_slots[number].socket = -1;
+    m_slots[number].isLeased = false;
     m_free.push_back(number);  // there is room: it was in there before
     m_changed.notify_one();
 }
@@ -63,12 +64,9 @@ soci::session& Pool::at(size_t number)
 
 void Pool::close(size_t number)
 {
-    Slot& slot = m_slots[number];
-    {
-        const std::lock_guard lock(m_mutex);  // the socket's number may come to name another
-        slot.socket = -1;
-    }
-    slot.pSession->close();
+    m_slots[number].pSession->close();
+    const std::lock_guard lock(m_mutex);
+    m_slots[number].socket = SocketHandle();
 }
 
 void Pool::reconnect(size_t number)
@@ -76,14 +74,20 @@ void Pool::reconnect(size_t number)
     close(number);
     require(!isAway(), EIO, kNoAnswer);
     try {
-        m_slots[number].pSession = openSession(m_address);
+        connect(number);
     } catch (const std::runtime_error&) {
         m_watch->askNow();  // so that those who come next need not try
         require(!isAway(), EIO, kNoAnswer);
         throw;
     }
+}
+
+void Pool::connect(size_t number)
+{
+    Slot& slot = m_slots[number];
+    slot.pSession = openSession(m_address);
     const std::lock_guard lock(m_mutex);
-    m_slots[number].socket = socketOf(*m_slots[number].pSession);
+    slot.socket = SocketHandle(*slot.pSession);
     noteStatement();
 }
 
@@ -98,8 +102,8 @@ void Pool::cutOff(bool isAnswering)
     const auto oldest = Clock::now() - kMaxSilence;
     const std::lock_guard lock(m_mutex);
     for (const Slot& slot : m_slots) {
-        if (slot.socket >= 0 && (!isAnswering || slot.lastStatement.load() < oldest)) {
-            shutdown(slot.socket, SHUT_RDWR);
+        if (slot.isLeased && (!isAnswering || slot.lastStatement.load() < oldest)) {
+            slot.socket.shutDown();
         }
     }
     m_changed.notify_all();

@@ -12,6 +12,7 @@
 #include <soci/soci.h>
 
 #include "standin/store/address.h"
+#include "standin/store/session.h"
 #include "standin/store/watch.h"
 
 namespace standin {
@@ -21,7 +22,8 @@ namespace standin {
 // it has been silent for too long. Any thread may call it.
 class Pool {
 public:
-    // Makes all connections, so that a wrong address is noticed at once. Throws as openSession.
+    // Makes all connections, that of the watch too, so that a wrong address is noticed at once, and a database that has
+    // not as many. Throws as openSession.
     Pool(Address address, size_t size);
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
@@ -57,15 +59,17 @@ private:
 
     struct Slot {
         std::unique_ptr<soci::session> pSession = std::make_unique<soci::session>();  // the leaseholder's
-        int socket = -1;                                                              // while leased, on PostgreSQL
-        std::atomic<Clock::time_point> lastStatement{};                               // while leased
+        SocketHandle socket;                                                          // none while it is closed
+        bool isLeased = false;
+        std::atomic<Clock::time_point> lastStatement{};  // while leased
     };
 
+    void connect(size_t number);
     bool isAway() const;
     void cutOff(bool isAnswering);  // on the watch's thread
 
     const Address m_address;
-    std::mutex m_mutex;  // guards the slots' sockets and the next two
+    std::mutex m_mutex;  // guards the next two, and of the slots who has them and their sockets
     std::condition_variable m_changed;
     std::vector<size_t> m_free;
     std::vector<Slot> m_slots;

@@ -2,8 +2,13 @@
 // looked up, and SOCI asks the database its first question, without any limit.
 #include "standin/store/session.h"
 
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <future>
 #include <string>
 #include <thread>
@@ -108,9 +113,24 @@ void silence(PGconn* pConnection)
         pConnection, [](void*, const char*) {}, nullptr);
 }
 
-int socketOf(soci::session& sql)
+SocketHandle::SocketHandle(soci::session& sql)
 {
-    return PQsocket(connectionOf(sql));  // which knows what to say of a null pointer
+    if (const PGconn* pConnection = connectionOf(sql)) {
+        m_descriptor = fcntl(PQsocket(pConnection), F_DUPFD_CLOEXEC, 0);
+        require(m_descriptor >= 0, EIO, std::strerror(errno));
+    }
+}
+
+SocketHandle::~SocketHandle()
+{
+    if (m_descriptor >= 0) {
+        close(m_descriptor);
+    }
+}
+
+void SocketHandle::shutDown() const noexcept
+{
+    shutdown(m_descriptor, SHUT_RDWR);
 }
 
 }  // namespace standin

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include <libpq-fe.h>
 #include <soci/soci.h>
@@ -27,7 +28,29 @@ bool isLost(soci::session& sql);
 // may be one that could not be made.
 void silence(PGconn* pConnection);
 
-// The socket of a connection to PostgreSQL, which stays its own; -1 when there is none.
-int socketOf(soci::session& sql);
+// A second descriptor of the socket of a connection to PostgreSQL. The client library closes its own as soon as it sees
+// the connection's end, and the number may name something else from then on.
+class SocketHandle {
+public:
+    // None.
+    SocketHandle() = default;
+
+    // None for a connection to SQLite. Throws Refusal EIO when the process may not have another descriptor.
+    explicit SocketHandle(soci::session& sql);
+
+    SocketHandle(SocketHandle&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+    SocketHandle& operator=(SocketHandle&& other) noexcept
+    {
+        std::swap(m_descriptor, other.m_descriptor);
+        return *this;
+    }
+    ~SocketHandle();
+
+    // Ends the connection, if there is one: whoever waits on it sees that. Any thread may call it.
+    void shutDown() const noexcept;
+
+private:
+    int m_descriptor = -1;
+};
 
 }  // namespace standin

@@ -2,8 +2,8 @@
 // as slowly. SQLite goes by the indexes alone.
 //
 // What hangs below a group is found by an index. How much that is differs from group to group, and by the average,
-// which the root and a few others raise, PostgreSQL would rather read the whole table: it is told that it is two of a
-// kind.
+// which the root and a few others raise, PostgreSQL would rather read the whole table. So it is told that it is little,
+// two records of a kind: of one it would take the wrong index for siblings of one name.
 #include "standin/store/statistics.h"
 
 #include "standin/store/database.h"

@@ -35,8 +35,8 @@ constexpr size_t kDefaultConnections = 8;
 // (0600), its folder's owner's when root makes it, as is what SQLite puts beside it, and one that is a store loses the
 // rights of group and others. A store of the version before is brought to this one, once, whoever else opens it at the
 // same time. Refused, and left as it was: a database that holds other tables ("not a store"), a store of a version that
-// this program does not know, and with existingOnly a database that is empty or missing; with ifThere that is left as it
-// was too, and nothing is open then.
+// this program does not know, and with existingOnly a database that is empty or missing; with ifThere that is left as
+// it was too, and nothing is open then.
 void VELQZEMStoreOpen(const std::string& url, standin::OpenMode mode = standin::OpenMode::createIfMissing,
                       size_t connections = standin::kDefaultConnections);
 
@@ -132,7 +132,8 @@ struct PlanCount {
 
 // Takes a line of a plan, without a line end: "+ group 12 Web" for a record that is new, "~ server 4 address 192.0.2.1
 // -> 192.0.2.7, name a -> b" for one that changes, "- policy 3" for one that is deleted. Texts are quoted as JSON where
-// they hold more than visible characters, or could be taken for more than one value, and cut when they are long.
+// they hold more than visible characters, or could be taken for more than one value, and cut when they are long, so
+// that a change shows what differs.
 using PlanSink = std::function<void(const std::string& line)>;
 
 // Called now and then with the records done so far and their total.
@@ -152,9 +153,9 @@ PlanCount applyFleet(const Json::Value& jFleet, const ApplyOptions& options, con
                      const FleetProgress& progress = nullptr);
 
 // The same for a fleet that is made from the stored one, in the same transaction, and without deletions. revise: called
-// with the stored fleet as exportFleet() writes it and the highest identifier that a group ever had, above which those of
-// new groups belong, and once more when the database has the transaction repeated; returns the fleet to apply, and may
-// throw std::runtime_error.
+// with the stored fleet as exportFleet() writes it and the highest identifier that a group ever had, above which those
+// of new groups belong, and once more when the database has the transaction repeated; returns the fleet to apply, and
+// may throw std::runtime_error.
 using Revision = std::function<Json::Value(const Json::Value& jStored, int64_t lastGroup)>;
 PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan = nullptr,
                       const FleetProgress& progress = nullptr);

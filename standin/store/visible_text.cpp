@@ -64,11 +64,16 @@ bool isAllVisible(std::string_view text)
     return isAll;
 }
 
-// At most so many bytes, and whole characters.
+bool isWithinCharacter(char byte)
+{
+    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
+
+// At most so many bytes, whole characters.
 std::string_view beginningOf(std::string_view text)
 {
     size_t length = std::min(text.size(), kLongestValue);
-    while (length < text.size() && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80 && length > 0) {
+    while (length < text.size() && isWithinCharacter(text[length]) && length > 0) {
         --length;
     }
     return text.substr(0, length);
@@ -96,19 +101,22 @@ std::string visibleJson(const Json::Value& jValue)
     return escaped;
 }
 
-std::string visibleText(std::string_view text)
+std::string visibleText(std::string_view text, size_t from)
 {
-    const std::string_view beginning = beginningOf(text);
+    while (from > 0 && isWithinCharacter(text[from])) {
+        --from;
+    }
+    const std::string_view rest = text.substr(from);
+    const std::string_view beginning = beginningOf(rest);
     const bool isPlain =
         !text.empty() && text.find_first_of(kSeparators) == std::string_view::npos && isAllVisible(beginning);
-    const char* szMark = beginning.size() < text.size() ? "..." : "";
-    return (isPlain ? std::string(beginning) : visibleJson(Json::Value(std::string(beginning)))) + szMark;
+    const std::string shown = isPlain ? std::string(beginning) : visibleJson(Json::Value(std::string(beginning)));
+    return (from > 0 ? "..." : "") + shown + (beginning.size() < rest.size() ? "..." : "");
 }
 
-std::string visibleText(const Json::Value& jValue)
+std::string visiblePartOfJson(std::string_view json, size_t from)
 {
-    const std::string text = visibleJson(jValue);
-    return text.size() <= kLongestValue ? text : visibleText(std::string_view(text));
+    return from == 0 && json.size() <= kLongestValue ? std::string(json) : visibleText(json, from);
 }
 
 }  // namespace standin

@@ -16,10 +16,11 @@ constexpr size_t kLongestValue = 80;  // of a line, in bytes
 std::string visibleJson(const Json::Value& jValue);
 
 // One value of a line: the text itself where all of it can be seen and nothing in it separates values, else as a JSON
-// text. One that is longer than kLongestValue is cut, with "..." after it.
-std::string visibleText(std::string_view text);
+// text. A long one is cut, with "..." after it. from: bytes to leave out at the beginning, fewer than there are or
+// none, with "..." in their place.
+std::string visibleText(std::string_view text, size_t from = 0);
 
-// The same for a JSON text, which stays as it is when it is short.
-std::string visibleText(const Json::Value& jValue);
+// The same for a text that visibleJson() gave, which stays as it is when it is short and whole.
+std::string visiblePartOfJson(std::string_view json, size_t from);
 
 }  // namespace standin

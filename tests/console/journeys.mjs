@@ -63,6 +63,7 @@ test("a link signs in and shows the tree that the server tells", OPTIONS, async 
     await admin.becomes(async () => (await admin.rows()).length, closed);
 
     await admin.button("Sign out").click();
+    await admin.page.evaluate(() => { location.hash = "elsewhere"; });
     await admin.page.getByLabel("Token").fill("0".repeat(64));
     await admin.button("Sign in").click();
     await admin.alert.getByText("does not know this token").waitFor();
@@ -186,15 +187,19 @@ test("what is refused says why and leaves the tree as it is", OPTIONS, async () 
     await window.dialog.waitFor({ state: "detached" });
 
     await server.stop();
+    await window.button("Delete").click();
+    await window.alert.getByText("does not answer").waitFor();
+    assert.equal(await window.dialog.count(), 0); // no question about what may be different by now
     await window.button("New group").click();
     await window.dialog.getByLabel("Name").fill("Lab");
     await window.button("Create", window.dialog).click();
-    await window.alert.getByText("does not answer").first().waitFor();
+    await window.dialog.getByRole("alert").getByText("does not answer").waitFor();
+    assert.ok(await window.button("Create", window.dialog).evaluate((button) => button === document.activeElement));
     await server.start();
     await window.button("Create", window.dialog).click();
     await window.row("Lab").waitFor();
     await window.becomes(() => window.rows(), told(await server.nodes("admin")));
-    window.assertNoFaults(Array(2).fill(/ERR_CONNECTION_REFUSED/));
+    window.assertNoFaults(Array(3).fill(/ERR_CONNECTION_REFUSED/));
 });
 
 test("who has nothing to see is told what to do", OPTIONS, async () => {
@@ -283,10 +288,16 @@ test("two windows do not undo one another's changes", OPTIONS, async () => {
     assert.equal((await server.group("Web and mail")).revision, 2);
 
     await server.call("admin", "KXGroup", "delete", { node_id: 12 });
-    await second.page.evaluate(() => dispatchEvent(new Event("focus"))); // it comes to the front
+    let asked = 0;
+    second.page.on("request", () => ++asked);
+    await second.page.evaluate(() => { // it comes to the front
+        document.dispatchEvent(new Event("visibilitychange"));
+        dispatchEvent(new Event("focus"));
+    });
     await second.row("Retired").waitFor({ state: "detached" });
     assert.equal(await second.row("Plant North").getAttribute("aria-expanded"), "false");
     await second.details.getByRole("heading", { name: "Web and mail" }).waitFor();
+    assert.equal(asked, 1);
     first.assertNoFaults();
     second.assertNoFaults();
 });
