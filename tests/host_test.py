@@ -416,7 +416,7 @@ class HostTest(unittest.TestCase):
             time.sleep(0.05)
 
     def test_health_tells_whether_the_store_answers(self):
-        self.serve()
+        self.serve("--no-console")
         away = self.store.path.with_name("away")
         for _ in range(2):
             self.assertEqual(self.request("/health", None, method="GET"), (200, {"success": True, "data": None}))
