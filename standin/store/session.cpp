@@ -69,11 +69,13 @@ std::unique_ptr<soci::session> openPostgresInTime(const std::string& url)
 {
     std::packaged_task<std::unique_ptr<soci::session>()> attempt([url] { return openPostgres(url); });
     std::future<std::unique_ptr<soci::session>> opened = attempt.get_future();
-    {
+    std::thread thread = [&] {
         const SignalBlock block;
-        std::thread(std::move(attempt)).detach();
-    }
-    require(opened.wait_for(kMaxConnecting) == std::future_status::ready, EIO, kNoAnswer);
+        return std::thread(std::move(attempt));
+    }();
+    const bool isInTime = opened.wait_for(kMaxConnecting) == std::future_status::ready;
+    isInTime ? thread.join() : thread.detach();
+    require(isInTime, EIO, kNoAnswer);
     return opened.get();
 }
 
