@@ -19,7 +19,7 @@
 
 #include "bench/shapes.h"
 #include "include/webapi_zem_ou.h"
-#include "standin/store/store.h"
+#include "store/store.h"
 
 namespace {
 
@@ -98,7 +98,7 @@ public:
     {
         std::filesystem::create_directories(m_folder);
         VELQZEMStoreOpen(url());
-        standin::applyFleet(makeFleet(groups), {});
+        store::applyFleet(makeFleet(groups), {});
         reshape(m_folder / "fleet.db", shape.make(groups));
     }
     ~Database()

@@ -1,6 +1,6 @@
 // Bytes as the body of an HTTP request to each method, over the real store. Input: the method and the account, the
 // body.
-#include "host/dispatch.h"
+#include "host/calls/dispatch.h"
 #include "tests/temp_store.h"
 
 namespace {
@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
     } catch (const std::runtime_error&) {
         return 0;
     }
-    const standin::Account account = pData[0] & 4 ? standin::Account{2000, "ann"} : standin::Account{1000, "admin"};
+    const store::Account account = pData[0] & 4 ? store::Account{2000, "ann"} : store::Account{1000, "admin"};
     if (host::answerRequest(gTable[pData[0] % 4].pHandler, account, jParams).status != 200) {
         abort();  // something was thrown out of the handler
     }

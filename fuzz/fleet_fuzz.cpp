@@ -6,7 +6,7 @@ namespace {
 std::string exported()
 {
     std::string text;
-    standin::exportFleet([&text](const std::string& line) { text += line; });
+    store::exportFleet([&text](const std::string& line) { text += line; });
     return text;
 }
 
@@ -25,19 +25,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
         return 0;
     }
     const std::string before = exported();
-    standin::PlanCount planned;
+    store::PlanCount planned;
     try {
-        planned = standin::applyFleet(jFleet, {.dryRun = true, .prune = true});
+        planned = store::applyFleet(jFleet, {.dryRun = true, .prune = true});
     } catch (const std::runtime_error& error) {
         require(*error.what() != '\0');  // a refusal says what is wrong
         return 0;
     }
     require(exported() == before);
-    standin::applyFleet(jFleet, {.dryRun = false, .prune = true});
+    store::applyFleet(jFleet, {.dryRun = false, .prune = true});
     std::string error;
-    require(standin::readUntrustedJson(exported(), 2000, jFleet, error));
+    require(store::readUntrustedJson(exported(), 2000, jFleet, error));
     for (const bool prune : {false, true}) {
-        const standin::PlanCount count = standin::applyFleet(jFleet, {.dryRun = false, .prune = prune});
+        const store::PlanCount count = store::applyFleet(jFleet, {.dryRun = false, .prune = prune});
         require(count.created + count.changed + count.deleted == 0);
     }
     return 0;

@@ -8,9 +8,9 @@
 #include <thread>
 
 #include "platform/velq_zem.h"
-#include "standin/store/records.h"
-#include "standin/store/statement.h"
-#include "standin/store/transaction.h"
+#include "store/db/statement.h"
+#include "store/db/transaction.h"
+#include "store/records/records.h"
 #include "tests/temp_database.h"
 
 using test::json;
@@ -30,19 +30,19 @@ constexpr const char* kFleet = R"({
               {"id":2,"parent_id":0,"name":"s2","linked_gpo":{"order":[{"id":1}]},
                "delegate":[{"ugid":3,"user_type":2}]}]})";
 
-std::string countText(const standin::PlanCount& count)
+std::string countText(const store::PlanCount& count)
 {
     return std::to_string(count.created) + "+ " + std::to_string(count.changed) + "~ " + std::to_string(count.deleted) +
            "-";
 }
 
 // The lines of the plan, and its counts as the last of them; where it is refused, the reason alone.
-Lines apply(const Json::Value& jFleet, const standin::ApplyOptions& options = {})
+Lines apply(const Json::Value& jFleet, const store::ApplyOptions& options = {})
 {
     Lines lines;
     try {
         const auto take = [&lines](const std::string& line) { lines.push_back(line); };
-        const std::string counts = countText(standin::applyFleet(jFleet, options, take));
+        const std::string counts = countText(store::applyFleet(jFleet, options, take));
         lines.push_back(counts);
     } catch (const std::runtime_error& error) {
         EXPECT_EQ(lines.size(), 0u);
@@ -51,13 +51,13 @@ Lines apply(const Json::Value& jFleet, const standin::ApplyOptions& options = {}
     return lines;
 }
 
-constexpr standin::ApplyOptions kPrune{.dryRun = false, .prune = true};
-constexpr standin::ApplyOptions kDryPrune{.dryRun = true, .prune = true};
+constexpr store::ApplyOptions kPrune{.dryRun = false, .prune = true};
+constexpr store::ApplyOptions kDryPrune{.dryRun = true, .prune = true};
 
 std::string exportText()
 {
     std::string text;
-    standin::exportFleet([&text](const std::string& line) { text += line + "\n"; });
+    store::exportFleet([&text](const std::string& line) { text += line + "\n"; });
     return text;
 }
 
@@ -111,8 +111,8 @@ std::string exportFails()
 template <typename... Texts>
 void runSql(const Texts&... statements)
 {
-    standin::Transaction transaction(standin::Access::write);
-    (standin::execute(transaction.sql(), statements), ...);
+    store::Transaction transaction(store::Access::write);
+    (store::execute(transaction.sql(), statements), ...);
     transaction.commit();
 }
 
@@ -502,7 +502,7 @@ TEST_P(FleetTest, aPartOfAFleetIsCheckedWithWhatTheStoreHolds)
                   !std::string(szOutcome).ends_with("-") || szOutcome == std::string("0+ 0~ 0-"));
     }
     Json::Value jFleet;
-    for (int level = 0; level < standin::kMaxGroupDepth; ++level) {
+    for (int level = 0; level < store::kMaxGroupDepth; ++level) {
         jFleet["groups"].append(
             json("{'id':%,'parent_id':%,'name':'deep'}", 1000 + level, level == 0 ? 0 : 999 + level));
     }
@@ -537,10 +537,10 @@ TEST_P(FleetTest, anEqualStoreIsNotWritten)
         return text;
     };
     const std::string before = written();
-    const uint64_t statements = standin::statementCount();
+    const uint64_t statements = store::statementCount();
     EXPECT_EQ(apply(exported(true), kPrune), Lines{"0+ 0~ 0-"});
     EXPECT_EQ(apply(jFleet), Lines{"0+ 0~ 0-"});
-    EXPECT_LT(standin::statementCount() - statements, 40u);
+    EXPECT_LT(store::statementCount() - statements, 40u);
     EXPECT_EQ(written(), before);
     EXPECT_EQ(apply(json("{'accounts':[{'uid':3,'name':'else'}]}")).back(), "0+ 1~ 0-");
     EXPECT_NE(written(), before);  // the test can tell
@@ -576,21 +576,21 @@ TEST_P(FleetTest, anEmptyStoreBecomesTheOneThatWasExportedToTheByte)
 TEST_P(FleetTest, tokensStayWithTheirAccountsAndIdentifiersAreNotGivenTwice)
 {
     apply(json(kFleet));
-    standin::addToken(2, "h2", "", 0);
-    standin::addToken(3, "h3", "", 0);
+    store::addToken(2, "h2", "", 0);
+    store::addToken(3, "h3", "", 0);
     Json::Value jFleet = exported();
     record(jFleet, "accounts", 2)["name"] = "other";  // they take one another's names
     record(jFleet, "accounts", 3)["name"] = "helper";
     EXPECT_EQ(apply(jFleet),
               Lines({"~ account 2 name helper -> other", "~ account 3 name other -> helper", "0+ 2~ 0-"}));
-    EXPECT_EQ(standin::findAccountByToken("h2")->name, "other");
-    EXPECT_EQ(standin::findAccountByToken("h3")->name, "helper");
+    EXPECT_EQ(store::findAccountByToken("h2")->name, "other");
+    EXPECT_EQ(store::findAccountByToken("h3")->name, "helper");
     const char* szLess =
         R"({"accounts":[{"uid":1,"name":"admin","admin":true}],"groups":[{"id":8,"parent_id":0,"name":"z"}]})";
     EXPECT_EQ(apply(json(szLess), kPrune),
               Lines({"- account 2", "- account 3", "- group 1", "- group 2", "- group 3", "- group 4", "+ group 8 z",
                      "- policy 1", "- policy 2", "- server 1", "- server 2", "1+ 0~ 10-"}));
-    EXPECT_FALSE(standin::findAccountByToken("h2").has_value());
+    EXPECT_FALSE(store::findAccountByToken("h2").has_value());
     EXPECT_EQ(apply(json("{'accounts':[{'uid':1,'name':'admin','admin':true}]}"), kPrune).back(), "0+ 0~ 1-");
     EXPECT_EQ(apply(json(kFleet)).back(), "10+ 0~ 0-");
     _tag_velq_zem_ou_ created;
@@ -686,14 +686,14 @@ TEST_P(FleetTest, aRevisionWorksOnWhatTheStoreHoldsAndDeletesNothing)
     };
     const auto take = [&lines](const std::string& line) { lines.push_back(line); };
     const Json::Value jWhole = exported(true);
-    EXPECT_EQ(countText(standin::reviseFleet(revise, true, take)), "1+ 1~ 0-");
+    EXPECT_EQ(countText(store::reviseFleet(revise, true, take)), "1+ 1~ 0-");
     EXPECT_EQ(exported(true), jWhole);
-    EXPECT_EQ(countText(standin::reviseFleet(revise, false, take)), "1+ 1~ 0-");
+    EXPECT_EQ(countText(store::reviseFleet(revise, false, take)), "1+ 1~ 0-");
     EXPECT_EQ(jSeen, jWhole);
     EXPECT_EQ(lines, Lines({"~ group 1 desc top -> revised", "+ server 3 s3", "~ group 1 desc top -> revised",
                             "+ server 3 s3"}));
     EXPECT_THROW(
-        standin::reviseFleet([](const Json::Value&, int64_t) -> Json::Value { throw std::runtime_error("no"); }, false),
+        store::reviseFleet([](const Json::Value&, int64_t) -> Json::Value { throw std::runtime_error("no"); }, false),
         std::runtime_error);
     EXPECT_EQ(apply(json("{}")), Lines{"0+ 0~ 0-"});  // nothing is locked
 }
@@ -730,7 +730,7 @@ TEST_P(FleetTest, noChangeMadeMeanwhileIsLost)
 TEST(FleetFile, isPlannedWhereThereIsNoStore)
 {
     const test::TempFolder folder;
-    VELQZEMStoreOpen("sqlite:" + folder.path + "/store.db", standin::OpenMode::ifThere);
+    VELQZEMStoreOpen("sqlite:" + folder.path + "/store.db", store::OpenMode::ifThere);
     EXPECT_EQ(apply(json(kFleet), kDryPrune).back(), "11+ 0~ 0-");
     EXPECT_EQ(apply(json("{}"), kDryPrune), Lines{"accounts: none is an administrator"});
     EXPECT_EQ(apply(json(kFleet)), Lines{"no store is open"});

@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "host/fair_queue.h"
-#include "host/handler_pool.h"
+#include "host/calls/fair_queue.h"
+#include "host/calls/handler_pool.h"
 
 namespace {
 
@@ -70,7 +70,7 @@ TEST(FairQueue, accountsShareWorkersAndPlaces)
 // A chain of jobs, each of which adds the next one for another account when it is done.
 void addChain(host::HandlerPool& pool, std::atomic<int>& running, int links)
 {
-    const auto job = [&pool, &running, links]() -> FairQueue::Ending {
+    const auto job = [&pool, &running, links]() -> FairQueue::Completion {
         return [&pool, &running, links] {
             if (links > 1) {
                 addChain(pool, running, links - 1);

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/ansible_inventory.h"
+#include "host/cli/ansible_inventory.h"
 #include "tests/support.h"
 
 using namespace test;

@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include "standin/store/errors.h"
-#include "standin/store/json_text.h"
 #include "standin/webapi/json_writer.h"
+#include "store/base/errors.h"
+#include "store/records/json_text.h"
 #include "tests/support.h"
 
 namespace {
@@ -104,9 +104,9 @@ TEST(PolicyLinks, areReadAsTheLibraryReadsThem)
     for (const std::string& text : texts) {
         Json::Value jExpected;
         if (test::parse(text.data(), text.size(), jExpected)) {
-            EXPECT_EQ(standin::parseLinks(text.c_str()), jExpected) << text;
+            EXPECT_EQ(store::parseLinks(text.c_str()), jExpected) << text;
         } else {
-            EXPECT_THROW(standin::parseLinks(text.c_str()), standin::Refusal) << text;
+            EXPECT_THROW(store::parseLinks(text.c_str()), store::Refusal) << text;
         }
     }
 }

@@ -13,9 +13,9 @@
 #include <thread>
 
 #include "platform/velq_zem.h"
-#include "standin/store/statement.h"
-#include "standin/store/store.h"
-#include "standin/store/transaction.h"
+#include "store/db/statement.h"
+#include "store/db/transaction.h"
+#include "store/store.h"
 #include "tests/temp_database.h"
 
 using test::json;
@@ -188,8 +188,8 @@ int notify(int64_t id, const std::string&)
 template <typename... Texts>
 void runSql(const Texts&... statements)
 {
-    standin::Transaction transaction(standin::Access::write);
-    (standin::execute(transaction.sql(), statements), ...);
+    store::Transaction transaction(store::Access::write);
+    (store::execute(transaction.sql(), statements), ...);
     transaction.commit();
 }
 
@@ -207,7 +207,7 @@ std::string textOf(const std::string& path)
 }
 
 // Why opening the store fails, empty when it does not.
-std::string openingFails(const std::string& url, standin::OpenMode mode)
+std::string openingFails(const std::string& url, store::OpenMode mode)
 {
     try {
         VELQZEMStoreOpen(url, mode);
@@ -227,7 +227,7 @@ protected:
         m_pDatabase = std::make_unique<test::TempDatabase>(GetParam());
         m_url = m_pDatabase->url();
         VELQZEMStoreOpen(m_url);
-        standin::applyFleet(json(kFleet), {});
+        store::applyFleet(json(kFleet), {});
     }
     void TearDown() override
     {
@@ -254,7 +254,7 @@ int as(uint32_t uid, Change* change, int64_t id, const std::string& text)
     if (uid == 0) {
         return change(id, text);
     }
-    const standin::CallerScope caller(uid);
+    const store::ActingAccount caller(uid);
     return change(id, text);
 }
 
@@ -340,10 +340,10 @@ TEST_P(StoreTest, refusalsChangeNothingAndSayWhy)
     };
     for (const auto& [uid, code, change, id, record, szText] : cases) {
         EXPECT_EQ(as(static_cast<uint32_t>(uid), change, id, record), code) << szText << record;
-        EXPECT_EQ(standin::takeRefusal(), szText) << record;
+        EXPECT_EQ(store::takeRefusal(), szText) << record;
     }
     EXPECT_EQ(orErrno(VELQZEMOuSet(&stale)), EAGAIN);
-    EXPECT_EQ(standin::takeRefusal(), "changed by someone else since it was read");
+    EXPECT_EQ(store::takeRefusal(), "changed by someone else since it was read");
     for (const char* szNotUtf8 :
          {"\xc3(", "\xc0\xaf", "\xe0\x80\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xe2\x82"}) {
         bytes.name = szNotUtf8;
@@ -355,7 +355,7 @@ TEST_P(StoreTest, refusalsChangeNothingAndSayWhy)
 TEST_P(StoreTest, groupsNestToTheLimitAlsoWhenMoved)
 {
     gCreated = 0;
-    for (int level = 1; level <= standin::kMaxGroupDepth; ++level) {
+    for (int level = 1; level <= store::kMaxGroupDepth; ++level) {
         ASSERT_EQ(create(gCreated, "{'name':'deep'}"), 0);
     }
     const std::string toLastButOne = "{'parent_id':" + std::to_string(group(gCreated).parentId) + "}";
@@ -476,7 +476,7 @@ TEST_P(StoreTest, everythingOutlivesReopening)
                             "extra_info":["\u0000",1.5]})"),
               0);
     ASSERT_EQ(VELQZEMOuDeleteAllByID(3), 0);
-    standin::addToken(2, "hash", "", 0);
+    store::addToken(2, "hash", "", 0);
     const Json::Value jBefore = dump();
     VELQZEMStoreOpen(m_url);
     EXPECT_EQ(dump(), jBefore);
@@ -486,9 +486,9 @@ TEST_P(StoreTest, everythingOutlivesReopening)
     EXPECT_EQ(jGroups[3]["extra_info"], json("['\\u0000',1.5]"));
     EXPECT_EQ(jGroups[1]["linked_gpo"], json("{'order':[{'id':1,'on':true}],'kept':7}"));
     EXPECT_FALSE(jGroups[0].isMember("linked_gpo"));
-    EXPECT_EQ(standin::findAccountByToken("hash")->uid, 2u);
-    EXPECT_FALSE(standin::findAccountByName("' OR '1'='1").has_value());
-    EXPECT_THROW(standin::addToken(77, "x", "", 0), std::runtime_error);
+    EXPECT_EQ(store::findAccountByToken("hash")->uid, 2u);
+    EXPECT_FALSE(store::findAccountByName("' OR '1'='1").has_value());
+    EXPECT_THROW(store::addToken(77, "x", "", 0), std::runtime_error);
     ASSERT_EQ(VELQZEMOuDeleteAllByID(5), 0);
     ASSERT_EQ(create(0, "{'name':'next'}"), 0);
     EXPECT_EQ(gCreated, 6);  // not that of a deleted group
@@ -499,7 +499,7 @@ TEST_P(StoreTest, everythingOutlivesReopening)
 TEST_P(StoreTest, statementsOfATreeDoNotGrowWithIt)
 {
     const auto statements = [] {
-        const uint64_t before = standin::statementCount();
+        const uint64_t before = store::statementCount();
         Tree tree(1);
         for (const _tag_velq_zem_ou_* p = tree.pOu; p != nullptr; p = p->pNext) {
             delegatesOf(p->id, 2);
@@ -507,7 +507,7 @@ TEST_P(StoreTest, statementsOfATreeDoNotGrowWithIt)
             EXPECT_EQ(VELQZEMGpoGet(1, pGpo), 0);
             VELQZEMGpoFree(pGpo);
         }
-        return standin::statementCount() - before;
+        return store::statementCount() - before;
     };
     const uint64_t few = statements();
     Json::Value jFleet = json(kFleet);
@@ -517,7 +517,7 @@ TEST_P(StoreTest, statementsOfATreeDoNotGrowWithIt)
         jGroup["name"] = std::to_string(id);
     }
     emptyStore();
-    standin::applyFleet(jFleet, {});
+    store::applyFleet(jFleet, {});
     EXPECT_EQ(statements(), few);
 }
 
@@ -532,11 +532,11 @@ TEST_P(StoreTest, statementsOfAChangeAreFewHoweverMuchItHolds)
         jLinks["linked_gpo"]["order"].append(json("{'id':%}", id));
         jDelegates.append(json("{'ugid':%,'user_type':2}", id));
     }
-    standin::applyFleet(jFleet, {});
+    store::applyFleet(jFleet, {});
     const auto statements = [](uint32_t uid, Change* change, int64_t id, const std::string& text) {
-        const uint64_t before = standin::statementCount();
+        const uint64_t before = store::statementCount();
         EXPECT_EQ(as(uid, change, id, text), 0) << text;
-        return standin::statementCount() - before;
+        return store::statementCount() - before;
     };
     EXPECT_EQ(statements(1, create, 3, "{'name':'n'}"), 7u);
     EXPECT_EQ(statements(2, create, 3, "{'name':'m'}"), 8u);  // another is for whether the parent is the caller's
@@ -558,7 +558,7 @@ TEST_P(StoreTest, rowsAreStoredAllAndInOrderHoweverManyThereAre)
     for (int uid = 10; uid < 300; ++uid) {
         jFleet["accounts"].append(json("{'uid':%,'name':'account %','admin':false}", uid, uid));
     }
-    standin::applyFleet(jFleet, {});
+    store::applyFleet(jFleet, {});
     for (const int count : {1, 99, 100, 101, 200, 250, 0}) {
         Json::Value jDelegates(Json::arrayValue);
         std::vector<std::string> expected;
@@ -577,7 +577,7 @@ TEST_P(StoreTest, rowsAreStoredAllAndInOrderHoweverManyThereAre)
 
 TEST_P(StoreTest, delegatesThatStayAsTheyAreWaitForNoWriter)
 {
-    const standin::Transaction writer(standin::Access::write);
+    const store::Transaction writer(store::Access::write);
     std::thread([] {
         EXPECT_EQ(setDelegates<2>(2, "[{'ugid':2,'user_type':2},{'ugid':1,'user_type':2}]"), 0);
         EXPECT_EQ(setDelegates<2>(2, "null"), 0);
@@ -591,10 +591,10 @@ TEST_P(StoreTest, aFleetLeavesTheDatabaseKnowingItsTables)
     if (isSqlite()) {
         return;  // it goes by the indexes alone
     }
-    standin::Connection connection;
-    EXPECT_GT(standin::number(connection.sql(),
-                              "SELECT COUNT(*) FROM pg_stats WHERE schemaname = current_schema() AND tablename = 'ou'"
-                              " AND attname = 'parent_id' AND n_distinct = -0.5"),
+    store::Connection connection;
+    EXPECT_GT(store::number(connection.sql(),
+                            "SELECT COUNT(*) FROM pg_stats WHERE schemaname = current_schema() AND tablename = 'ou'"
+                            " AND attname = 'parent_id' AND n_distinct = -0.5"),
               0);
 }
 
@@ -632,7 +632,7 @@ TEST_P(StoreTest, aListedTreeStaysAtItsMomentUntilReleased)
 TEST_P(StoreTest, callersChangeWhatIsTheirsAndTheLogSaysWhat)
 {
     std::string log;
-    standin::setChangeSink([&log](const std::string& line) { log += line + "\n"; });
+    store::setChangeSink([&log](const std::string& line) { log += line + "\n"; });
     const std::string itself = "[{'ugid':2,'user_type':2},{'ugid':1,'user_type':2}]";
     ASSERT_EQ(set(3, "{'linked_gpo':{'order':[{'id':3}]}}"), 0);
     const std::tuple<int, Change*, int64_t, const char*> changes[] = {
@@ -650,8 +650,8 @@ TEST_P(StoreTest, callersChangeWhatIsTheirsAndTheLogSaysWhat)
         {0, set, 4, "{'parent_id':2}"}};
     for (const auto& [uid, change, id, szRecord] : changes) {
         EXPECT_EQ(deleteAll(0, ""), EINVAL);  // leaves a text that is not the next call's
-        EXPECT_EQ(as(static_cast<uint32_t>(uid), change, id, szRecord), 0) << szRecord << standin::takeRefusal();
-        EXPECT_EQ(standin::takeRefusal(), "");
+        EXPECT_EQ(as(static_cast<uint32_t>(uid), change, id, szRecord), 0) << szRecord << store::takeRefusal();
+        EXPECT_EQ(store::takeRefusal(), "");
     }
     EXPECT_EQ(log,
               "- group 3 linked_gpo\nhelper group 3 linked_gpo\nhelper group 2 desc,linked_gpo\n"
@@ -663,16 +663,16 @@ TEST_P(StoreTest, callersChangeWhatIsTheirsAndTheLogSaysWhat)
         EXPECT_EQ(as(2, set, 2, std::string(R"({"extra_info":)") + std::to_string(std::strlen(szName)) + "}"), 0);
         EXPECT_EQ(log, "uid=2 group 2 extra_info\n") << szName;
     }
-    standin::setChangeSink([](const std::string&) { throw std::runtime_error("full"); });
+    store::setChangeSink([](const std::string&) { throw std::runtime_error("full"); });
     EXPECT_EQ(set(2, "{'desc':'y'}"), 0);
-    standin::setChangeSink({});
+    store::setChangeSink({});
 }
 
 // The delegate of group 2 writes whatever it may write; isChecked: as a caller, or asking for its right beforehand
 // only.
 void writeBack(const std::atomic<bool>& isOver, bool isChecked)
 {
-    std::optional<standin::CallerScope> caller;
+    std::optional<store::ActingAccount> caller;
     if (isChecked) {
         caller.emplace(2);
     }
@@ -741,7 +741,7 @@ TEST_P(StoreTest, damageIsNamedAndEndsNoQueryLate)
         {deleteAll, 2, ""}, {create, 3, "{'name':'n'}"}, {set, 4, "{'parent_id':2}"}, {set, 2, "{'parent_id':4}"}};
     for (const auto& [change, id, szRecord] : changes) {
         EXPECT_EQ(change(id, szRecord), EIO) << szRecord;
-        EXPECT_EQ(standin::takeRefusal(), "the store is damaged: group 1 is its own ancestor");
+        EXPECT_EQ(store::takeRefusal(), "the store is damaged: group 1 is its own ancestor");
     }
     EXPECT_EQ(set(2, "{'desc':'x'}"), 0);
     EXPECT_NE(VELQZEMOuCanManagedByUid(2, 1), 0);
@@ -750,7 +750,7 @@ TEST_P(StoreTest, damageIsNamedAndEndsNoQueryLate)
     EXPECT_EQ(deleteAll(4, ""), 0);
     runSql("DROP TABLE gpo_fetch");
     EXPECT_EQ(notify(0, ""), EIO);
-    const std::string reason = standin::takeRefusal();
+    const std::string reason = store::takeRefusal();
     EXPECT_TRUE(reason.starts_with("the database reports: ") && reason.find("gpo_fetch") != reason.npos) << reason;
     EXPECT_TRUE(reason.find("INSERT") == reason.npos && reason.find('\n') == reason.npos) << reason;
 }
@@ -758,7 +758,7 @@ TEST_P(StoreTest, damageIsNamedAndEndsNoQueryLate)
 std::string tokens(std::optional<uint32_t> uid)
 {
     std::string text;
-    for (const standin::Token& token : standin::listTokens(uid)) {
+    for (const store::Token& token : store::listTokens(uid)) {
         text += token.account + ":" + token.label + (token.expires == 0 ? "" : "!") + (token.lastUsed == 0 ? "" : "*") +
                 " ";
     }
@@ -768,56 +768,56 @@ std::string tokens(std::optional<uint32_t> uid)
 TEST_P(StoreTest, anAccountHasSeveralTokensUntilTheyExpireOrAreRevoked)
 {
     const auto owner = [](const char* szHash) {
-        const auto account = standin::findAccountByToken(szHash);
+        const auto account = store::findAccountByToken(szHash);
         return account ? account->name : "";
     };
-    standin::addToken(2, "h1", "laptop", 0);
-    standin::addToken(2, "h2", "phone", 60);
-    standin::addToken(2, "h3", "phone", 60);
-    standin::addToken(1, "h4", "", 0);
+    store::addToken(2, "h1", "laptop", 0);
+    store::addToken(2, "h2", "phone", 60);
+    store::addToken(2, "h3", "phone", 60);
+    store::addToken(1, "h4", "", 0);
     EXPECT_EQ(tokens(std::nullopt), "admin: helper:laptop helper:phone! helper:phone! ");
     EXPECT_EQ(owner("h1") + owner("h2") + owner("h4") + owner("h5"), "helperhelperadmin");
     EXPECT_EQ(tokens(2), "helper:laptop* helper:phone!* helper:phone! ");
     runSql("UPDATE token SET expires = made - 1, last_used = 0 WHERE hash = 'h2'");
     EXPECT_EQ(owner("h2"), "");
-    EXPECT_EQ(standin::revokeTokens(2, "phone"), 2);
-    EXPECT_EQ(standin::revokeTokens(2, "phone"), 0);
+    EXPECT_EQ(store::revokeTokens(2, "phone"), 2);
+    EXPECT_EQ(store::revokeTokens(2, "phone"), 0);
     EXPECT_EQ(owner("h1") + owner("h3"), "helper");
-    EXPECT_EQ(standin::revokeTokens(2, std::nullopt), 1);
+    EXPECT_EQ(store::revokeTokens(2, std::nullopt), 1);
     EXPECT_EQ(tokens(std::nullopt), "admin:* ");
     for (const auto& [uid, szHash, szLabel, lifetime] : {std::tuple(77u, "x", "", 0),
                                                          {1u, "h4", "", 0},
                                                          {1u, "x", "a\nb", 0},
                                                          {1u, "x", "\xff", 0},
                                                          {1u, "x", "", -1}}) {
-        EXPECT_THROW(standin::addToken(uid, szHash, szLabel, lifetime), std::runtime_error) << szLabel << lifetime;
+        EXPECT_THROW(store::addToken(uid, szHash, szLabel, lifetime), std::runtime_error) << szLabel << lifetime;
     }
     EXPECT_EQ(tokens(std::nullopt), "admin:* ");
 }
 
 TEST_P(StoreTest, usesOfATokenAreNotedNowAndThenAndOnlyIfThatCostsNothing)
 {
-    const auto lastUse = [] { return standin::listTokens(1).at(0).lastUsed; };
-    standin::addToken(1, "h", "", 0);
+    const auto lastUse = [] { return store::listTokens(1).at(0).lastUsed; };
+    store::addToken(1, "h", "", 0);
     runSql("UPDATE token SET last_used = made - 30");
     const int64_t before = lastUse();
-    EXPECT_TRUE(standin::findAccountByToken("h").has_value());
+    EXPECT_TRUE(store::findAccountByToken("h").has_value());
     EXPECT_EQ(lastUse(), before);
     runSql("UPDATE token SET last_used = made - 90");
     const auto start = std::chrono::steady_clock::now();
     {
-        standin::Transaction writer(standin::Access::write);
-        standin::execute(writer.sql(), "UPDATE token SET label = 'x'");
-        std::thread([] { EXPECT_TRUE(standin::findAccountByToken("h").has_value()); }).join();
+        store::Transaction writer(store::Access::write);
+        store::execute(writer.sql(), "UPDATE token SET label = 'x'");
+        std::thread([] { EXPECT_TRUE(store::findAccountByToken("h").has_value()); }).join();
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
     EXPECT_EQ(lastUse(), before - 60);
     runSql(isSqlite() ? "CREATE TRIGGER fixed BEFORE UPDATE ON token BEGIN SELECT RAISE(ABORT, 'read-only'); END"
                       : "ALTER TABLE token ADD CHECK (last_used < made)");
-    EXPECT_TRUE(standin::findAccountByToken("h").has_value());
+    EXPECT_TRUE(store::findAccountByToken("h").has_value());
     EXPECT_EQ(lastUse(), before - 60);
     runSql(isSqlite() ? "DROP TRIGGER fixed" : "ALTER TABLE token DROP CONSTRAINT token_check");
-    EXPECT_TRUE(standin::findAccountByToken("h").has_value());
+    EXPECT_TRUE(store::findAccountByToken("h").has_value());
     EXPECT_GT(lastUse(), before);
 }
 
@@ -832,7 +832,7 @@ int failuresOfOpening(const std::string& url, int processes)
         if (children.back() == 0) {
             close(start[1]);
             [[maybe_unused]] const ssize_t end = read(start[0], &processes, 1);  // which is when all are there
-            const std::string fault = openingFails(url, standin::OpenMode::createIfMissing);
+            const std::string fault = openingFails(url, store::OpenMode::createIfMissing);
             std::cerr << fault;
             _exit(fault.empty() ? 0 : 1);
         }
@@ -853,9 +853,9 @@ TEST_P(StoreTest, aNewStoreIsMadeOnceByWhoeverOpensItFirst)
     for (int round = 0; round < 3; ++round) {
         clear();
         ASSERT_EQ(failuresOfOpening(m_url, 8), 0);
-        VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
-        EXPECT_FALSE(standin::hasAccounts());
-        standin::applyFleet(json(kFleet), {});
+        VELQZEMStoreOpen(m_url, store::OpenMode::existingOnly);
+        EXPECT_FALSE(store::hasAccounts());
+        store::applyFleet(json(kFleet), {});
     }
     EXPECT_EQ(seenBy(1), "1 2 3 4 / 1 2 3 / 1 2 3 / ");
 }
@@ -868,11 +868,11 @@ TEST_P(StoreTest, aStoreOfVersion1IsBroughtUpOnceByWhoeverOpensIt)
            "UPDATE meta SET value = 1 WHERE name = 'version'");
     VELQZEMStoreClose();
     ASSERT_EQ(failuresOfOpening(m_url, 4), 0);
-    VELQZEMStoreOpen(m_url, standin::OpenMode::existingOnly);
+    VELQZEMStoreOpen(m_url, store::OpenMode::existingOnly);
     EXPECT_EQ(dump(), jBefore);
     EXPECT_EQ(tokens(std::nullopt), "admin: helper: ");
-    EXPECT_EQ(standin::findAccountByToken("old2")->uid, 2u);
-    EXPECT_TRUE(standin::hasAccounts());
+    EXPECT_EQ(store::findAccountByToken("old2")->uid, 2u);
+    EXPECT_TRUE(store::hasAccounts());
 }
 
 // PostgreSQL that gives transactions up.
@@ -916,9 +916,9 @@ constexpr const char* kDeadlock = "RAISE EXCEPTION 'a deadlock' USING ERRCODE = 
 TEST_P(GivenUpTest, changesAreRepeatedUntilTheyAreMadeOnce)
 {
     std::string log;
-    standin::setChangeSink([&log](const std::string& line) { log += line + ", "; });
+    store::setChangeSink([&log](const std::string& line) { log += line + ", "; });
     const auto addToken = [](int64_t uid, const std::string& hash) {
-        standin::addToken(static_cast<uint32_t>(uid), hash, "", 0);
+        store::addToken(static_cast<uint32_t>(uid), hash, "", 0);
         return 0;
     };
     const std::tuple<Change*, int64_t, const char*> changes[] = {
@@ -947,17 +947,17 @@ TEST_P(GivenUpTest, changesAreRepeatedUntilTheyAreMadeOnce)
     for (const bool isAtCommit : {false, true}) {
         clear();
         VELQZEMStoreOpen(m_url);
-        standin::applyFleet(json(kFleet), {});
+        store::applyFleet(json(kFleet), {});
         failFirst(3, isAtCommit ? kNotSerializable : kDeadlock, isAtCommit);
         for (const auto& [change, id, szRecord] : changes) {
             m_pDatabase->run("ALTER SEQUENCE runs RESTART");
-            ASSERT_EQ(change(id, szRecord), 0) << szRecord << standin::takeRefusal();
+            ASSERT_EQ(change(id, szRecord), 0) << szRecord << store::takeRefusal();
             EXPECT_GT(runs(), 3) << szRecord;
         }
         EXPECT_EQ(dumpWithoutTimes(), jExpected);
         EXPECT_EQ(std::exchange(log, ""), expectedLog);
     }
-    standin::setChangeSink({});
+    store::setChangeSink({});
 }
 
 TEST_P(GivenUpTest, whatIsReadIsReadOnce)
@@ -984,7 +984,7 @@ TEST_P(GivenUpTest, patienceEndsAndOtherFaultsAreNotRepeated)
     for (const auto& [szFault, isAtCommit, code, szText, isOnce] : faults) {
         failFirst(1000000, szFault, isAtCommit);
         EXPECT_EQ(set(2, "{'desc':'x'}"), code) << szFault;
-        const std::string text = standin::takeRefusal();
+        const std::string text = store::takeRefusal();
         EXPECT_NE(text.find(szText), text.npos) << text;
         EXPECT_EQ(runs() == 1, isOnce) << szFault;
         EXPECT_EQ(dump(), jBefore);  // on a new connection where that was lost
@@ -994,13 +994,13 @@ TEST_P(GivenUpTest, patienceEndsAndOtherFaultsAreNotRepeated)
 TEST_P(GivenUpTest, aRequestThatWasCutOffSaysWhatItHadChangedBefore)
 {
     for (const char* szChanged : {"", "; what the request had changed before stays changed"}) {
-        const standin::CallerScope caller(1);
+        const store::ActingAccount caller(1);
         if (*szChanged != '\0') {
             ASSERT_EQ(set(2, "{'desc':'y'}"), 0);
         }
         failFirst(1, "PERFORM pg_terminate_backend(pg_backend_pid())", false);
         EXPECT_EQ(set(2, "{'desc':'z'}"), EIO);
-        EXPECT_EQ(standin::takeRefusal(), std::string("the database does not answer") + szChanged);
+        EXPECT_EQ(store::takeRefusal(), std::string("the database does not answer") + szChanged);
     }
 }
 
@@ -1028,9 +1028,9 @@ TEST(StoreFile, ofVersion1KeepsItsTreeAndTokens)
     const test::TempFolder folder;
     const std::string path = folder.path + "/store.db";
     std::filesystem::copy_file(ZEM_TEST_DATA "/store_v1.db", path);
-    VELQZEMStoreOpen("sqlite:" + path, standin::OpenMode::existingOnly);
-    const auto admin = standin::findAccountByToken("27ad89ccaa4dfed1d4c91a8016a51cbe89fd1ec5c414e29ad5722c1e0ebe3efa");
-    const auto ann = standin::findAccountByToken("84bf71134bbc0368f9bda3abdbaf0b1a50d18b0358213f2b53521fb893aa40e9");
+    VELQZEMStoreOpen("sqlite:" + path, store::OpenMode::existingOnly);
+    const auto admin = store::findAccountByToken("27ad89ccaa4dfed1d4c91a8016a51cbe89fd1ec5c414e29ad5722c1e0ebe3efa");
+    const auto ann = store::findAccountByToken("84bf71134bbc0368f9bda3abdbaf0b1a50d18b0358213f2b53521fb893aa40e9");
     EXPECT_EQ(admin->uid, 1000u);
     EXPECT_EQ(ann->name, "ann");
     EXPECT_EQ(seenBy(1000), "1 4 / 1 3 / 2 5 / ");
@@ -1043,9 +1043,9 @@ TEST(StoreFile, ofVersion1KeepsItsTreeAndTokens)
     const auto trees = [] { return std::vector{dump(1000), dump(1001)}; };
     const std::vector<Json::Value> before = trees();
     std::string text;
-    standin::exportFleet([&text](const std::string& line) { text += line; });
+    store::exportFleet([&text](const std::string& line) { text += line; });
     VELQZEMStoreOpen("sqlite:" + folder.path + "/other.db");
-    standin::applyFleet(json(text), {});
+    store::applyFleet(json(text), {});
     EXPECT_EQ(trees(), before);
     VELQZEMStoreOpen("sqlite:" + path);
     EXPECT_EQ(create(0, "{'name':'next'}"), 0);
@@ -1055,7 +1055,7 @@ TEST(StoreFile, ofVersion1KeepsItsTreeAndTokens)
 
 TEST_P(StoreTest, onlyAStoreIsOpenedAndOnlyWhereItMayBeIsOneMade)
 {
-    using enum standin::OpenMode;
+    using enum store::OpenMode;
     clear();
     EXPECT_TRUE(openingFails(m_url, existingOnly).starts_with("there is no store"));
     EXPECT_FALSE(isSqlite() && std::filesystem::exists(m_pDatabase->path()));
@@ -1074,7 +1074,7 @@ TEST_P(StoreTest, onlyAStoreIsOpenedAndOnlyWhereItMayBeIsOneMade)
     EXPECT_EQ(openingFails(m_url, createIfMissing), "not a store: the database holds tables of something else");
     clear();
     EXPECT_EQ(openingFails(isSqlite() ? m_url : "postgres" + m_url.substr(10), createIfMissing), "");
-    EXPECT_FALSE(standin::hasAccounts());
+    EXPECT_FALSE(store::hasAccounts());
     EXPECT_EQ(openingFails(m_url, existingOnly), "");
 }
 
@@ -1095,13 +1095,13 @@ TEST(StoreFile, isItsOwnersAlone)
     for (const auto& entry : std::filesystem::directory_iterator(folder.path)) {
         chmod(entry.path().c_str(), 0666);
     }
-    VELQZEMStoreOpen("sqlite:" + path, standin::OpenMode::existingOnly);
+    VELQZEMStoreOpen("sqlite:" + path, store::OpenMode::existingOnly);
     EXPECT_EQ(modes(), std::set<int>{0600});
     VELQZEMStoreClose();
     umask(mask);
     std::ofstream(path) << std::string(5000, 'x');
     chmod(path.c_str(), 0644);
-    EXPECT_EQ(openingFails("sqlite:" + path, standin::OpenMode::createIfMissing),
+    EXPECT_EQ(openingFails("sqlite:" + path, store::OpenMode::createIfMissing),
               "not a store: the file is not a database");
     EXPECT_EQ(modes(), std::set<int>{0644});
     EXPECT_EQ(textOf(path), std::string(5000, 'x'));

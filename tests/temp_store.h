@@ -1,7 +1,7 @@
 // A node store in a folder of its own.
 #pragma once
 
-#include "standin/store/store.h"
+#include "store/store.h"
 #include "tests/support.h"
 
 namespace test {
@@ -12,7 +12,7 @@ struct TempStore {
     {
         VELQZEMStoreOpen("sqlite:" + path);
         if (!jFleet.isNull()) {
-            standin::applyFleet(jFleet, {});
+            store::applyFleet(jFleet, {});
         }
     }
     ~TempStore()

@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "include/webapi_zem_lib.h"
-#include "standin/store/store.h"
+#include "store/store.h"
 #include "tests/temp_database.h"
 
 using namespace test;
@@ -69,7 +69,7 @@ Json::Value randomFleet(Random& random)
 // As the server calls it.
 VELQ::APIResponse call(const char* szMethod, int uid, const Json::Value& jParams = Json::Value())
 {
-    const standin::CallerScope caller(static_cast<uint32_t>(uid));
+    const store::ActingAccount caller(static_cast<uint32_t>(uid));
     return answerOf(handlerOf(szMethod), jParams, static_cast<uint32_t>(uid));
 }
 
@@ -106,7 +106,7 @@ struct ThreadsTest : testing::TestWithParam<const char*> {
         VELQZEMStoreClose();
         pDatabase->clear();
         VELQZEMStoreOpen(pDatabase->url());
-        standin::applyFleet(jFleet, {});
+        store::applyFleet(jFleet, {});
     }
     Rows query(const std::string& text) const
     {

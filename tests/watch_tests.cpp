@@ -12,9 +12,9 @@
 #include <utility>
 #include <vector>
 
-#include "standin/store/address.h"
-#include "standin/store/store.h"
-#include "standin/store/watch.h"
+#include "store/db/address.h"
+#include "store/db/health_monitor.h"
+#include "store/store.h"
 
 namespace {
 
@@ -26,19 +26,19 @@ TEST(Address, hasTimeLimitsUnlessTheUrlSaysThem)
         {"postgres:///db?user=a", "postgresql:///db?user=a&connect_timeout=2&" + rest},
         {"postgresql:///db?connect_timeout=30", "postgresql:///db?connect_timeout=30&" + rest}};
     for (const auto& [szUrl, place] : cases) {
-        EXPECT_EQ(standin::addressOf(szUrl).place, place);
-        EXPECT_TRUE(standin::addressOf(szUrl).isPostgres);
+        EXPECT_EQ(store::addressOf(szUrl).place, place);
+        EXPECT_TRUE(store::addressOf(szUrl).isPostgres);
     }
-    EXPECT_EQ(standin::addressOf("sqlite:/a/b?c=1").place, "/a/b?c=1");
+    EXPECT_EQ(store::addressOf("sqlite:/a/b?c=1").place, "/a/b?c=1");
     for (const char* szUrl : {"", "sqlite:", "sqlite:a\"b", "mysql://host/db"}) {
-        EXPECT_THROW(standin::addressOf(szUrl), std::runtime_error) << szUrl;
+        EXPECT_THROW(store::addressOf(szUrl), std::runtime_error) << szUrl;
     }
 }
 
-TEST(Watch, tellsOnceOfEachOutageAndAnswersWhoeverAsks)
+TEST(HealthMonitor, tellsOnceOfEachOutageAndAnswersWhoeverAsks)
 {
     std::vector<std::string> lines;
-    standin::setOutageSink([&lines](const std::string& line) {
+    store::setOutageSink([&lines](const std::string& line) {
         lines.push_back(line);
         throw 1;  // the watch goes on
     });
@@ -50,20 +50,20 @@ TEST(Watch, tellsOnceOfEachOutageAndAnswersWhoeverAsks)
         }
     };
     {
-        standin::Watch watch(ask, [&outcomes](bool isAnswering) { outcomes.push_back(isAnswering); });
+        store::HealthMonitor watch(ask, [&outcomes](bool isAnswering) { outcomes.push_back(isAnswering); });
         for (const char* szNext : std::initializer_list<const char*>{nullptr, "gone", "still gone", nullptr, "", "x"}) {
             szFailure = szNext;
             watch.askNow();
             EXPECT_EQ(watch.isAnswering(), szNext == nullptr);
         }
     }
-    standin::setOutageSink(nullptr);
+    store::setOutageSink(nullptr);
     EXPECT_GE(outcomes.size(), 6u);  // it asks by itself, too
     EXPECT_EQ(lines, (std::vector<std::string>{"the store does not answer: gone", "the store answers again after 0 s",
                                                "the store does not answer: no reason given"}));
 }
 
-TEST(Watch, aServerThatIsSilentIsNotWaitedForWithoutEnd)
+TEST(HealthMonitor, aServerThatIsSilentIsNotWaitedForWithoutEnd)
 {
     const int silent = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
@@ -79,7 +79,7 @@ TEST(Watch, aServerThatIsSilentIsNotWaitedForWithoutEnd)
     } catch (const std::runtime_error& error) {
         EXPECT_NE(std::string(error.what()).find("timeout"), std::string::npos) << error.what();
     }
-    EXPECT_FALSE(standin::isStoreAnswering());
+    EXPECT_FALSE(store::isStoreAnswering());
     close(silent);
 }
 

@@ -1,0 +1,125 @@
+// Whatever a handler throws ends here, and its text is for the operator only; the client gets a code.
+#include "host/calls/dispatch.h"
+
+#include <cerrno>
+#include <stdexcept>
+#include <utility>
+
+#include <json/writer.h>
+
+#include "host/base/log.h"
+#include "host/base/text.h"
+#include "platform/velq_core.h"
+
+namespace host {
+
+namespace {
+
+constexpr int kMaxNesting = 200;
+
+// What a code means, where nobody says more. HTTP's are the server's own; 500 is a module's as well.
+struct Meaning {
+    int code;
+    const char* szText;
+};
+
+constexpr Meaning kMeanings[] = {
+    {0, "the method gave no answer"},
+    {101, "a required parameter is missing or cannot be used, or the group is the root"},
+    {105, "it cannot be determined who is logged in"},
+    {117, "a step failed; the server's log says which"},
+    {400, "the body is not a JSON object, or the request is malformed otherwise"},
+    {401, "there is no token, or it is unknown, revoked or expired"},
+    {404, "there is no such method"},
+    {413, "the body is larger than 4 MiB"},
+    {414, "the account may not manage this group"},
+    {500, "the server failed; its log says how"},
+    {503, "the server is too busy; try again"},
+};
+
+std::string meaningOf(int code)
+{
+    for (const Meaning& meaning : kMeanings) {
+        if (meaning.code == code) {
+            return meaning.szText;
+        }
+    }
+    return "the method failed without a reason";
+}
+
+std::string errorEnvelope(int code, const std::string& message)
+{
+    return "{\"success\":false,\"error\":{\"code\":" + std::to_string(code) +
+           ",\"message\":" + Json::valueToQuotedString(printable(message).c_str()) + "}}";
+}
+
+void reportException(const char* szWhat)
+{
+    logTrouble("a handler failed", szWhat);
+    store::takeRefusal();  // it does not say what went wrong
+}
+
+}  // namespace
+
+Json::Value parseParameters(const std::string& body)
+{
+    if (body.empty()) {
+        return Json::Value();
+    }
+    Json::Value jParams;
+    std::string error;
+    if (!store::readUntrustedJson(body, kMaxNesting, jParams, error) || !jParams.isObject()) {
+        throw std::runtime_error("the parameters are not a JSON object");
+    }
+    return jParams;
+}
+
+bool callHandler(Handler handler, const store::Account& account, Json::Value jParams, VELQ::APIResponse& resp)
+{
+    const store::ActingAccount caller(account.uid);
+    try {
+        VELQ::APIRequest req(account.uid, account.name, std::move(jParams));
+        // What an earlier request left behind must not colour the log lines of this one.
+        VLIBCErrSetEx(0, "", 0);
+        errno = 0;
+        handler(&req, &resp);
+        return true;
+    } catch (const std::exception& e) {
+        reportException(e.what());
+    } catch (...) {
+        reportException("an exception of no known type");
+    }
+    resp.SetError(500, Json::Value());
+    return false;
+}
+
+Answer answerRequest(Handler handler, const store::Account& account, Json::Value jParams)
+{
+    try {
+        VELQ::APIResponse resp;
+        const int status = callHandler(handler, account, std::move(jParams), resp) ? 200 : 500;
+        return {status, resp.GetErrorCode(), envelope(resp)};
+    } catch (const std::exception& e) {
+        reportException(e.what());
+        return refusal(500);
+    }
+}
+
+Answer refusal(int status, const std::string& message)
+{
+    return {status, status, {errorEnvelope(status, message.empty() ? meaningOf(status) : message)}};
+}
+
+std::vector<std::string> envelope(VELQ::APIResponse& resp)
+{
+    if (!resp.IsSuccess()) {
+        const std::string reason = store::takeRefusal();
+        return {errorEnvelope(resp.GetErrorCode(), reason.empty() ? meaningOf(resp.GetErrorCode()) : reason)};
+    }
+    std::vector<std::string> parts = resp.TakeData();
+    parts.insert(parts.begin(), "{\"success\":true,\"data\":");
+    parts.emplace_back("}");
+    return parts;
+}
+
+}  // namespace host

@@ -1,0 +1,68 @@
+// An account that may not start another job keeps its turn, while those behind it go ahead.
+#include "host/calls/fair_queue.h"
+
+#include <utility>
+
+namespace host {
+
+bool FairQueue::add(AccountKey account, Job job)
+{
+    std::list<Job> added;
+    added.push_back(std::move(job));
+    std::list<AccountKey> turn{account};
+    const auto entry = m_accounts.try_emplace(account).first;
+    std::list<Job>& waiting = entry->second.waiting;
+    if (waiting.size() >= m_free) {
+        forgetIdle(entry);
+        return false;
+    }
+    --m_free;
+    if (waiting.empty()) {
+        m_turns.splice(m_turns.end(), turn);
+    }
+    waiting.splice(waiting.end(), added);
+    return true;
+}
+
+std::optional<FairQueue::Started> FairQueue::start()
+{
+    for (auto turn = m_turns.begin(); turn != m_turns.end(); ++turn) {
+        Account& account = m_accounts.find(*turn)->second;
+        if (account.running < m_idle) {
+            return startFirst(turn, account);
+        }
+    }
+    return std::nullopt;
+}
+
+FairQueue::Started FairQueue::startFirst(std::list<AccountKey>::iterator turn, Account& account)
+{
+    Started started{*turn, std::move(account.waiting.front())};
+    account.waiting.pop_front();
+    ++account.running;
+    --m_idle;
+    ++m_free;
+    if (account.waiting.empty()) {
+        m_turns.erase(turn);
+    } else {
+        m_turns.splice(m_turns.end(), m_turns, turn);
+    }
+    return started;
+}
+
+void FairQueue::finish(AccountKey account)
+{
+    const auto entry = m_accounts.find(account);
+    --entry->second.running;
+    ++m_idle;
+    forgetIdle(entry);
+}
+
+void FairQueue::forgetIdle(Accounts::iterator account)
+{
+    if (account->second.waiting.empty() && account->second.running == 0) {
+        m_accounts.erase(account);
+    }
+}
+
+}  // namespace host

@@ -1,0 +1,43 @@
+// A token is looked up by its hash, so that neither the store's file nor the time of a look-up tells one.
+#include "host/calls/tokens.h"
+
+#include <strings.h>
+
+#include <stdexcept>
+#include <string_view>
+
+#include <sodium.h>
+
+#include "host/base/digest.h"
+
+namespace host {
+
+namespace {
+
+constexpr std::string_view kScheme = "Bearer ";
+
+}  // namespace
+
+std::string issueToken(const store::Account& account, const std::string& label, int64_t lifetime)
+{
+    if (sodium_init() < 0) {
+        throw std::runtime_error("no source of random numbers");
+    }
+    unsigned char random[kDigestBytes];
+    randombytes_buf(random, kDigestBytes);
+    std::string token = hexOf(random);
+    store::addToken(account.uid, digestOf(token), label, lifetime);
+    return token;
+}
+
+std::string hashOfBearer(const char* szHeader)
+{
+    if (strncasecmp(szHeader, kScheme.data(), kScheme.size()) != 0) {
+        return "";
+    }
+    const std::string_view token = szHeader + kScheme.size();
+    const bool isToken = token.size() == kDigestDigits && token.find_first_not_of("0123456789abcdef") == token.npos;
+    return isToken ? digestOf(token) : "";
+}
+
+}  // namespace host

@@ -1,0 +1,193 @@
+// A command loads modules, finds the account, calls what the modules offer and prints what comes of it.
+#include "host/cli/commands.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <iostream>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+#include "host/base/log.h"
+#include "host/base/text.h"
+#include "host/calls/dispatch.h"
+#include "host/calls/module_loader.h"
+#include "host/calls/tokens.h"
+#include "host/cli/program_files.h"
+#include "host/cli/tree_view.h"
+#include "store/store.h"
+
+namespace host {
+
+namespace {
+
+ModuleSet loadModules(const ModulePaths& paths)
+{
+    ModuleSet modules;
+    for (const std::string& path : paths.empty() ? defaultModules() : paths) {
+        modules.load(path);
+    }
+    return modules;
+}
+
+store::Account accountOf(const std::string& name)
+{
+    const auto account = store::findAccountByName(name);
+    if (!account) {
+        throw std::runtime_error("there is no account \"" + name + "\"");
+    }
+    return *account;
+}
+
+Handler handlerOf(const ModuleSet& modules, const std::string& api, int64_t version, const std::string& method)
+{
+    const VELQ::APIMethod* pRow = modules.find(api, version, method);
+    if (pRow == nullptr) {
+        throw std::runtime_error("no module offers " + api + " " + std::to_string(version) + " " + method);
+    }
+    return pRow->pHandler;
+}
+
+int printAnswer(const Answer& answer)
+{
+    for (const std::string& part : answer.parts) {
+        std::cout << part;
+    }
+    std::cout << '\n';
+    return answer.code == 0 ? 0 : 1;
+}
+
+// A cell for each column of a table, its text printable.
+using Row = std::vector<std::string>;
+
+// Draws the rows with columns that are as wide as their widest cell, in characters.
+void drawTable(const std::vector<Row>& rows, std::ostream& out)
+{
+    const auto widthOf = [](const std::string& text) { return store::characterCount(text); };
+    std::vector<size_t> widths(rows.front().size());
+    for (const Row& row : rows) {
+        for (size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], widthOf(row[i]));
+        }
+    }
+    for (const Row& row : rows) {
+        for (size_t i = 0; i + 1 < row.size(); ++i) {
+            out << row[i] << std::string(widths[i] - widthOf(row[i]) + 2, ' ');
+        }
+        out << row.back() << '\n';
+    }
+}
+
+void drawTokens(const std::vector<store::Token>& tokens, int64_t now, std::ostream& out)
+{
+    const auto timeOr = [](const char* szNone, int64_t seconds) { return seconds == 0 ? szNone : utcTime(seconds); };
+    std::vector<Row> rows = {{"ACCOUNT", "LABEL", "MADE", "EXPIRES", "LAST USED"}};
+    for (const store::Token& token : tokens) {
+        const bool isExpired = token.expires != 0 && token.expires <= now;
+        rows.push_back({printable(token.account), token.label.empty() ? "-" : printable(token.label),
+                        timeOr("not known", token.made),
+                        timeOr("never", token.expires) + (isExpired ? " (expired)" : ""),
+                        timeOr("never", token.lastUsed)});
+    }
+    drawTable(rows, out);
+}
+
+Page loadPage(const PageChoice& choice)
+{
+    Page page;
+    const std::filesystem::path folder = programFile("share/zemhost", "console");
+    if (!choice.folder.empty()) {
+        page.load(choice.folder);
+    } else if (std::filesystem::exists(folder / "index.html")) {
+        page.load(folder);
+    } else {
+        std::cerr << "zemhost: the console's page is not served: it is not in " << printable(folder.string()) << '\n';
+    }
+    return page;
+}
+
+}  // namespace
+
+int serveModules(const ModulePaths& modules, const PageChoice& choice, const ServeOptions& options)
+{
+    if (!store::hasAccounts()) {
+        std::cerr << "zemhost: the store holds no accounts yet, so nobody can call anything; to fill it:\n"
+                     "  zemhost apply FILE   a fleet file, with the same --store\n"
+                     "  zemhost token NAME   likewise, for one of its accounts\n";
+    }
+    serve(loadModules(modules), choice.isServed ? loadPage(choice) : Page(), options);
+    return 0;
+}
+
+int printToken(const NewToken& token)
+{
+    constexpr int64_t kDay = 24 * 60 * 60;  // seconds
+    std::cout << issueToken(accountOf(token.account), token.label, token.days * kDay) << '\n';
+    return 0;
+}
+
+int printTokens(const std::string& account)
+{
+    const auto uid = account.empty() ? std::nullopt : std::optional(accountOf(account).uid);
+    drawTokens(store::listTokens(uid), time(nullptr), std::cout);
+    return 0;
+}
+
+int revokeTokens(const std::string& account, const std::optional<std::string>& label)
+{
+    const int64_t revoked = store::revokeTokens(accountOf(account).uid, label);
+    std::cout << revoked << (revoked == 1 ? " token" : " tokens") << " revoked\n";
+    return revoked > 0 ? 0 : 1;
+}
+
+int callMethod(const ModulePaths& modules, const MethodCall& call)
+{
+    const ModuleSet loaded = loadModules(modules);
+    const Handler handler = handlerOf(loaded, call.api, call.version, call.method);
+    return printAnswer(answerRequest(handler, accountOf(call.account), parseParameters(call.params)));
+}
+
+int printTree(const ModulePaths& modules, const std::string& account)
+{
+    const ModuleSet loaded = loadModules(modules);
+    VELQ::APIResponse resp;
+    callHandler(handlerOf(loaded, "VELQ.ZEM.Tree", 1, "get"), accountOf(account), Json::Value(), resp);
+    if (!resp.IsSuccess()) {
+        return printAnswer({200, resp.GetErrorCode(), envelope(resp)});
+    }
+    drawTree(resp.GetData(), std::cout);
+    return 0;
+}
+
+int printOneLevel(const ModulePaths& modules, const std::string& account, const Json::Value& jPaging)
+{
+    const ModuleSet loaded = loadModules(modules);
+    const auto handler = reinterpret_cast<Handler>(loaded.symbol("list_one_level_v1"));
+    const store::Account caller = accountOf(account);
+    Json::Value jParams = jPaging;
+    jParams["ugid"] = caller.uid;
+    jParams["user_type"] = store::kLoginUserType;
+    return printAnswer(answerRequest(handler, caller, std::move(jParams)));
+}
+
+int changeLink(const ModulePaths& modules, const LinkChange& change)
+{
+    const ModuleSet loaded = loadModules(modules);
+    const char* szName = change.kind == "group" ? "VELQZEMOuUpdateLinkGpo" : "VELQZEMKxUpdateLinkGpo";
+    const auto update = reinterpret_cast<int (*)(Json::Value&, int)>(loaded.symbol(szName));
+    Json::Value jLink;
+    jLink["node_id"] = Json::Int64{change.nodeId};
+    jLink["gpo_id"] = Json::Int64{change.policyId};
+    errno = 0;
+    if (update(jLink, change.action == "add") < 0) {
+        const std::string reason = errno == 0 ? "refused" : strerror(errno);
+        const std::string refusal = store::takeRefusal();
+        throw std::runtime_error("the links of " + change.kind + " " + std::to_string(change.nodeId) +
+                                 " were not changed: " + (refusal.empty() ? reason : refusal));
+    }
+    return 0;
+}
+
+}  // namespace host

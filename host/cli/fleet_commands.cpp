@@ -1,0 +1,102 @@
+// Fleet files in and out: what is printed is the plan, or the file.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <stdexcept>
+#include <utility>
+
+#include "host/base/text.h"
+#include "host/cli/ansible_inventory.h"
+#include "host/cli/commands.h"
+
+namespace host {
+
+namespace {
+
+constexpr int kMaxNesting = 1010;  // of the values of a file: a fleet's record may hold one of 1,000 levels
+
+std::string nameOf(const std::string& path)
+{
+    return path == "-" ? "standard input" : path;
+}
+
+Json::Value parseFile(const std::string& path)
+{
+    errno = 0;
+    std::ifstream file(path == "-" ? "/dev/stdin" : path);
+    if (file.peek() == std::ifstream::traits_type::eof()) {
+        throw std::runtime_error("cannot read " + nameOf(path) + ": " + (errno == 0 ? "it is empty" : strerror(errno)));
+    }
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    Json::Value jValue;
+    std::string error;
+    if (!store::readUntrustedJson(text, kMaxNesting, jValue, error)) {
+        throw std::runtime_error(nameOf(path) + " is not JSON: " + error);
+    }
+    return jValue;
+}
+
+void printLine(const std::string& line)
+{
+    std::cout << line << '\n';
+}
+
+void printCount(const store::PlanCount& count, bool isDryRun)
+{
+    std::cout << count.created << " created, " << count.changed << " changed, " << count.deleted << " deleted"
+              << (isDryRun ? "; dry run, nothing was written" : "") << '\n';
+}
+
+// Counts records on a terminal.
+void showProgress(size_t done, size_t total)
+{
+    static const bool kIsTerminal = isatty(STDERR_FILENO) != 0;
+    if (kIsTerminal) {
+        std::cerr << '\r' << done << " of " << total << " records" << (done == total ? "\n" : "");
+    }
+}
+
+}  // namespace
+
+int applyFleetFile(const std::string& path, const store::ApplyOptions& options)
+{
+    const Json::Value jFleet = parseFile(path);
+    try {
+        printCount(store::applyFleet(jFleet, options, printLine, showProgress), options.dryRun);
+    } catch (const std::runtime_error& e) {
+        throw std::runtime_error(nameOf(path) + ": " + e.what());
+    }
+    return 0;
+}
+
+int importAnsibleInventory(const std::string& path, bool isDryRun)
+{
+    const Json::Value jInventory = parseFile(path);
+    std::vector<std::string> notes;
+    const auto revise = [&](const Json::Value& jStored, int64_t lastGroup) {
+        Import import = importInventory(jInventory, jStored, lastGroup);
+        notes = std::move(import.notes);
+        return std::move(import.jFleet);
+    };
+    try {
+        printCount(store::reviseFleet(revise, isDryRun, printLine, showProgress), isDryRun);
+    } catch (const std::runtime_error& e) {
+        throw std::runtime_error(nameOf(path) + ": " + e.what());
+    }
+    for (const std::string& note : notes) {
+        std::cerr << printable(note) + "\n";
+    }
+    return 0;
+}
+
+int exportFleet()
+{
+    store::exportFleet(printLine);
+    return 0;
+}
+
+}  // namespace host

@@ -1,0 +1,303 @@
+// zemhost: serves the methods of web API modules over HTTP, and offers them and the node store on the command line.
+#include <syslog.h>
+
+#include <cstdlib>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "host/base/text.h"
+#include "host/cli/commands.h"
+#include "store/store.h"
+
+namespace {
+
+constexpr const char* kVersion = "zemhost " ZEM_VERSION;
+constexpr int kFailed = 1;   // exit status
+constexpr int kMisused = 2;  // exit status
+
+// The command line is not one that the program takes. The text is for people.
+struct UsageError : std::runtime_error {
+    using runtime_error::runtime_error;
+};
+
+// The options of all commands, and what the command that is given does. Its own options live with that.
+struct CommandLine {
+    CLI::App app{"Serves web API modules over HTTP and on the command line.", "zemhost"};
+    std::string store;  // empty: not given
+    host::ModulePaths modules;
+    store::OpenMode mode = store::OpenMode::existingOnly;
+    size_t connections = 1;  // a command has one thread
+    std::function<int()> run;
+};
+
+// Adds a command that works on a store. work: what it does, with the options that are still to be read.
+CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, std::function<int()> work)
+{
+    CLI::App* pCommand = line.app.add_subcommand(szName, szHelp);
+    pCommand->callback([&line, work = std::move(work)] { line.run = work; });
+    pCommand->add_option("--store", line.store,
+                         "sqlite:PATH or postgresql://...; default: ZEM_STORE in the environment, else sqlite:zem.db");
+    return pCommand;
+}
+
+void addModules(CommandLine& line, CLI::App* pCommand)
+{
+    pCommand->add_option("--module", line.modules, "Module to load, repeatable; default: those that came with zemhost")
+        ->allow_extra_args(false);
+}
+
+CLI::Option* addAccount(CLI::App* pCommand, const char* szOption, std::string& account)
+{
+    return pCommand->add_option(szOption, account, "Name of an account")->required();
+}
+
+void addServe(CommandLine& line)
+{
+    const auto pOptions = std::make_shared<host::ServeOptions>();
+    const auto pPage = std::make_shared<host::PageChoice>();
+    const auto work = [&line, pPage, pOptions] { return host::serveModules(line.modules, *pPage, *pOptions); };
+    CLI::App* pServe =
+        addCommand(line, "serve", "Serve the modules' methods and the console over HTTP until SIGTERM", work);
+    pServe->add_option("--listen", pOptions->address, "IPV4:PORT or [IPV6]:PORT; port 0: any that is free")
+        ->capture_default_str();
+    pServe
+        ->add_option("--connections", pOptions->connections,
+                     "Connections to the store, and requests that are handled at a time")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 64));
+    pServe->add_option("--idle-timeout", pOptions->idleTimeout, "Seconds until an idle connection is closed")
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 3600u));
+    pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow an address that can be reached from elsewhere");
+    pServe->add_flag("--debug", pOptions->echoesFailures, "Write the modules' failure lines to standard output, too");
+    auto* pFolder = pServe->add_option("--console", pPage->folder,
+                                       "Folder of the console's page; default: the one that came with zemhost");
+    pServe->add_flag("!--no-console", pPage->isServed, "Serve no page")->excludes(pFolder);
+    addModules(line, pServe);
+    pServe->parse_complete_callback([&line, pOptions] {
+        line.mode = store::OpenMode::createIfMissing;
+        line.connections = pOptions->connections;
+    });
+}
+
+void addApply(CommandLine& line)
+{
+    const auto pPath = std::make_shared<std::string>();
+    const auto pOptions = std::make_shared<store::ApplyOptions>();
+    CLI::App* pApply = addCommand(line, "apply", "Bring the store to what a fleet file says, all or nothing",
+                                  [pPath, pOptions] { return host::applyFleetFile(*pPath, *pOptions); });
+    pApply->add_option("FILE", *pPath, "JSON of accounts, groups, policies and servers; - is standard input")
+        ->required();
+    pApply->add_flag("--dry-run", pOptions->dryRun, "Only print what would change");
+    pApply->add_flag("--prune", pOptions->prune, "Delete what the file lacks");
+    pApply->parse_complete_callback([&line, pOptions] {
+        line.mode = pOptions->dryRun ? store::OpenMode::ifThere : store::OpenMode::createIfMissing;
+    });
+}
+
+struct ImportSource {
+    std::string kind, path;
+    bool dryRun = false;
+};
+
+void addImport(CommandLine& line)
+{
+    const auto pSource = std::make_shared<ImportSource>();
+    CLI::App* pImport =
+        addCommand(line, "import", "Bring the groups and servers of an inventory into the store, all or nothing",
+                   [pSource] { return host::importAnsibleInventory(pSource->path, pSource->dryRun); });
+    pImport->add_option("KIND", pSource->kind, "Whose inventory it is")->required()->check(CLI::IsMember({"ansible"}));
+    pImport->add_option("FILE", pSource->path, "What ansible-inventory --list prints; - is standard input")->required();
+    pImport->add_flag("--dry-run", pSource->dryRun, "Only print what would change");
+}
+
+void addExport(CommandLine& line)
+{
+    addCommand(line, "export", "Print the store as a fleet file", [] { return host::exportFleet(); });
+}
+
+void addToken(CommandLine& line)
+{
+    const auto pNew = std::make_shared<host::NewToken>();
+    CLI::App* pToken = addCommand(line, "token", "Make another bearer token for an account and print it, this once",
+                                  [pNew] { return host::printToken(*pNew); });
+    addAccount(pToken, "NAME", pNew->account);
+    pToken->add_option("--label", pNew->label, "What tells it from the account's others");
+    pToken->add_option("--days", pNew->days, "Days until it expires; default: never")->check(CLI::Range(1, 36500));
+}
+
+void addTokens(CommandLine& line)
+{
+    const auto pAccount = std::make_shared<std::string>();
+    CLI::App* pTokens = addCommand(line, "tokens", "List the tokens of one account or of all, with times in UTC",
+                                   [pAccount] { return host::printTokens(*pAccount); });
+    addAccount(pTokens, "NAME", *pAccount)->required(false);
+}
+
+void addRevoke(CommandLine& line)
+{
+    const auto pAccount = std::make_shared<std::string>();
+    const auto pLabel = std::make_shared<std::optional<std::string>>();
+    CLI::App* pRevoke = addCommand(line, "revoke", "Take back an account's tokens",
+                                   [pAccount, pLabel] { return host::revokeTokens(*pAccount, *pLabel); });
+    addAccount(pRevoke, "NAME", *pAccount);
+    pRevoke->add_option_function<std::string>(
+        "LABEL", [pLabel](const std::string& label) { *pLabel = label; }, "Only those with it; default: all");
+}
+
+void addTree(CommandLine& line)
+{
+    const auto pAccount = std::make_shared<std::string>();
+    CLI::App* pTree = addCommand(line, "tree", "Draw the tree that an account sees",
+                                 [&line, pAccount] { return host::printTree(line.modules, *pAccount); });
+    addAccount(pTree, "--as", *pAccount);
+    addModules(line, pTree);
+}
+
+void addCall(CommandLine& line)
+{
+    const auto pCall = std::make_shared<host::MethodCall>();
+    CLI::App* pCommand = addCommand(line, "call", "Call one method and print the answer",
+                                    [&line, pCall] { return host::callMethod(line.modules, *pCall); });
+    pCommand->add_option("API", pCall->api, "Such as VELQ.ZEM.Tree")->required();
+    pCommand->add_option("METHOD", pCall->method, "Such as get")->required();
+    pCommand->add_option("--version", pCall->version, "Version of the method")->capture_default_str();
+    pCommand->add_option("--params", pCall->params, "JSON object of parameters; default: none");
+    addAccount(pCommand, "--as", pCall->account);
+    addModules(line, pCommand);
+}
+
+// Adds a paging option whose value becomes a parameter of the listing only when it is given.
+template <typename Value>
+void addPaging(CLI::App* pList, const char* szOption, const std::shared_ptr<Json::Value>& pPaging, const char* szParam,
+               const char* szHelp)
+{
+    pList->add_option_function<Value>(
+        szOption, [pPaging, szParam](const Value& value) { (*pPaging)[szParam] = value; }, szHelp);
+}
+
+void addList(CommandLine& line)
+{
+    const auto pAccount = std::make_shared<std::string>();
+    const auto pPaging = std::make_shared<Json::Value>(Json::objectValue);
+    const auto work = [&line, pAccount, pPaging] { return host::printOneLevel(line.modules, *pAccount, *pPaging); };
+    CLI::App* pList = addCommand(line, "list", "List the topmost groups that an account sees", work);
+    addPaging<Json::Int64>(pList, "--offset", pPaging, "offset", "Groups to skip");
+    addPaging<Json::Int64>(pList, "--limit", pPaging, "limit", "Groups to list at most");
+    addPaging<std::string>(pList, "--sort-by", pPaging, "sort_by", "Field");
+    addPaging<std::string>(pList, "--sort-direction", pPaging, "sort_direction", "ASC or DESC");
+    addAccount(pList, "--as", *pAccount);
+    addModules(line, pList);
+}
+
+void addLink(CommandLine& line)
+{
+    const auto pChange = std::make_shared<host::LinkChange>();
+    CLI::App* pLink = addCommand(line, "link", "Link a policy to a node, or take the link away",
+                                 [&line, pChange] { return host::changeLink(line.modules, *pChange); });
+    pLink->add_option("ACTION", pChange->action, "What to do")->required()->check(CLI::IsMember({"add", "remove"}));
+    pLink->add_option("KIND", pChange->kind, "Kind of node")->required()->check(CLI::IsMember({"group", "server"}));
+    pLink->add_option("NODE", pChange->nodeId, "Identifier of the group or server")->required();
+    pLink->add_option("POLICY", pChange->policyId, "Identifier of the policy")->required();
+    addModules(line, pLink);
+}
+
+void addCommands(CommandLine& line)
+{
+    line.app.set_version_flag("--version", kVersion, "Print the version and exit");
+    line.app.footer("zemhost COMMAND --help describes a command. Exit status: 0, 1 for a failure, 2 for wrong usage.");
+    for (const auto add : {addServe, addApply, addImport, addExport, addToken, addTokens, addRevoke, addTree, addCall,
+                           addList, addLink}) {
+        add(line);
+    }
+    line.app.allow_extras();  // last, so that no command inherits it: only a word in a command's place is left over
+}
+
+// Reads the command line. Returns whether there is a command to run; otherwise what was asked for has been printed.
+bool parse(CommandLine& line, int argc, char** argv)
+{
+    try {
+        line.app.parse(argc, argv);
+    } catch (const CLI::Success& e) {
+        line.app.exit(e);  // --help, --version
+        return false;
+    } catch (const CLI::ParseError& e) {
+        throw UsageError(e.what());
+    }
+    const std::vector<std::string> words = line.app.remaining();
+    if (!line.run) {
+        throw UsageError(words.empty() ? "a command is missing" : "there is no command \"" + words.front() + '"');
+    }
+    if (!words.empty()) {
+        throw UsageError('"' + words.front() + "\" stands before the command: what is for a command comes after it");
+    }
+    return true;
+}
+
+// A password in the URL stays out of the list of processes when it comes from the environment.
+std::string storeOf(const CommandLine& line)
+{
+    const char* szEnvironment = getenv("ZEM_STORE");
+    if (!line.store.empty() || szEnvironment == nullptr || *szEnvironment == '\0') {
+        return line.store.empty() ? "sqlite:zem.db" : line.store;
+    }
+    return szEnvironment;
+}
+
+// The store, for as long as it is used: its threads do not outlive what they use.
+struct OpenStore {
+    explicit OpenStore(const CommandLine& line)
+    {
+        VELQZEMStoreOpen(storeOf(line), line.mode, line.connections);
+    }
+    ~OpenStore()
+    {
+        VELQZEMStoreClose();
+    }
+    OpenStore(const OpenStore&) = delete;
+};
+
+int run(int argc, char** argv)
+{
+    CommandLine line;
+    addCommands(line);
+    if (parse(line, argc, argv)) {
+        openlog("zemhost", LOG_PID, LOG_DAEMON);
+        const OpenStore store(line);
+        const int status = line.run();
+        if (!std::cout.flush()) {
+            throw std::runtime_error("the output could not be written");
+        }
+        return status;
+    }
+    return 0;
+}
+
+void complain(const std::exception& e)
+{
+    std::cerr << "zemhost: " + host::printable(e.what()) + "\n";
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const UsageError& e) {
+        complain(e);
+        std::cerr << "zemhost --help lists the commands, zemhost COMMAND --help their arguments.\n";
+        return kMisused;
+    } catch (const std::exception& e) {
+        complain(e);
+        return kFailed;
+    }
+}

@@ -1,0 +1,86 @@
+// One indented line per node with its kind, name, delegates and linked policies.
+#include "host/cli/tree_view.h"
+
+#include <map>
+#include <ostream>
+#include <string>
+
+#include "host/base/text.h"
+#include "platform/velq_zem.h"
+#include "store/store.h"
+
+namespace host {
+
+namespace {
+
+const std::map<int, std::string> kKinds = {
+    {VELQ_ZEM_TYPE_OU, "group"}, {store::kServerType, "server"}, {store::kPolicyType, "policy"}};
+
+// The member, a null value when jObject has none or is no object.
+const Json::Value& member(const Json::Value& jObject, const char* szKey)
+{
+    return jObject.isObject() ? jObject[szKey] : Json::Value::nullSingleton();
+}
+
+const Json::Value& arrayMember(const Json::Value& jObject, const char* szKey)
+{
+    static const Json::Value kNone(Json::arrayValue);
+    const Json::Value& jValue = member(jObject, szKey);
+    return jValue.isArray() ? jValue : kNone;
+}
+
+// The name, else "#" and the identifier.
+std::string label(const Json::Value& jObject, const char* szName, const char* szId)
+{
+    if (member(jObject, szName).isString()) {
+        return printable(jObject[szName].asString());
+    }
+    return member(jObject, szId).isIntegral() ? "#" + jObject[szId].asString() : "?";
+}
+
+std::string labels(const std::string& title, const Json::Value& jItems, const char* szName, const char* szId)
+{
+    std::string text;
+    for (const Json::Value& jItem : jItems) {
+        text += (text.empty() ? title : ", ") + label(jItem, szName, szId);
+    }
+    return text;
+}
+
+struct Drawing {
+    std::ostream& out;
+    std::map<std::string, size_t> counts;
+
+    void add(const Json::Value& jNode, size_t depth)
+    {
+        const Json::Value& jType = member(jNode, "node_type");
+        const auto it = kKinds.find(jType.isInt() ? jType.asInt() : -1);
+        const std::string kind = it == kKinds.end() ? "node" : it->second;
+        const Json::Value& jDelegates = arrayMember(jNode, "delegate");
+        const Json::Value& jLinks = arrayMember(member(jNode, "linked_gpo"), "order");
+        ++counts[kind];
+        counts["link"] += jLinks.size();
+        counts["delegate"] += jDelegates.size();
+        out << std::string(2 * depth, ' ') << kind << ' ' << label(jNode, "name", "node_id")
+            << labels("  delegates: ", jDelegates, "name", "ugid") << labels("  policies: ", jLinks, "gpo_name", "id")
+            << (member(jNode, "linked") == Json::Value(true) ? " (linked)" : "") << '\n';
+        for (const Json::Value& jChild : arrayMember(jNode, "children")) {
+            add(jChild, depth + 1);
+        }
+    }
+};
+
+}  // namespace
+
+void drawTree(const Json::Value& jNodes, std::ostream& out)
+{
+    Drawing drawing{out, {}};
+    for (const Json::Value& jNode : jNodes) {
+        drawing.add(jNode, 0);
+    }
+    auto& counts = drawing.counts;
+    out << counts["group"] << " groups, " << counts["server"] << " servers, " << counts["policy"] << " policies, "
+        << counts["link"] << " links, " << counts["delegate"] << " delegates\n";
+}
+
+}  // namespace host

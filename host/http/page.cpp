@@ -1,0 +1,131 @@
+// The page may load and call nothing but this server, and nothing may frame it: text that slipped into its markup could
+// neither run nor send a token away.
+#include "host/http/page.h"
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <new>
+#include <stdexcept>
+#include <system_error>
+
+#include "host/base/digest.h"
+
+namespace host {
+
+namespace {
+
+constexpr size_t kMaxBytes = 16 << 20;  // of all files; another folder was meant when there are more
+
+struct Pair {
+    const char* szName;
+    const char* szValue;
+};
+
+constexpr Pair kTypes[] = {
+    {".css", "text/css; charset=utf-8"},
+    {".html", "text/html; charset=utf-8"},
+    {".js", "text/javascript; charset=utf-8"},
+    {".svg", "image/svg+xml; charset=utf-8"},
+};
+
+constexpr Pair kHeaders[] = {
+    {MHD_HTTP_HEADER_CACHE_CONTROL, "no-cache"},  // kept, but asked about: a new version is seen at once
+    {"Content-Security-Policy",
+     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; base-uri 'none'; "
+     "form-action 'none'; frame-ancestors 'none'"},
+    {"Cross-Origin-Resource-Policy", "same-origin"},
+    {"Referrer-Policy", "no-referrer"},
+    {"X-Content-Type-Options", "nosniff"},
+    {"X-Frame-Options", "DENY"},
+};
+
+// The type of a file of that name; null when a page has none such.
+const char* typeOf(const std::filesystem::path& path)
+{
+    for (const Pair& type : kTypes) {
+        if (path.extension() == type.szName) {
+            return type.szValue;
+        }
+    }
+    return nullptr;
+}
+
+std::string readFile(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::string bytes(std::istreambuf_iterator<char>(file), {});
+    if (!file) {
+        throw std::runtime_error("cannot read " + path.string());
+    }
+    return bytes;
+}
+
+// Whether the client has the file as it is.
+bool isKnown(MHD_Connection* pConnection, const PageFile& file)
+{
+    const char* szEtags = MHD_lookup_connection_value(pConnection, MHD_HEADER_KIND, MHD_HTTP_HEADER_IF_NONE_MATCH);
+    return szEtags != nullptr && (strcmp(szEtags, "*") == 0 || strstr(szEtags, file.etag.c_str()) != nullptr);
+}
+
+void addHeaders(MHD_Response* pResponse, const PageFile& file, bool isLast)
+{
+    for (const Pair& header : kHeaders) {
+        MHD_add_response_header(pResponse, header.szName, header.szValue);
+    }
+    MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_TYPE, file.szType);
+    MHD_add_response_header(pResponse, MHD_HTTP_HEADER_ETAG, file.etag.c_str());
+    if (isLast) {
+        MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONNECTION, "close");
+    }
+}
+
+}  // namespace
+
+void Page::load(const std::filesystem::path& folder)
+try {
+    size_t total = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        const std::string name = entry.path().filename();
+        const char* szType = typeOf(name);
+        if (szType == nullptr || name.front() == '.' || !entry.is_regular_file()) {
+            continue;
+        }
+        total += entry.file_size();
+        if (total > kMaxBytes) {
+            throw std::runtime_error(folder.string() + " is too large for the console's page");
+        }
+        const std::string bytes = readFile(entry.path());
+        m_files["/" + name] = {bytes, '"' + digestOf(bytes) + '"', szType};
+    }
+    if (const auto index = m_files.find("/index.html"); index != m_files.end()) {
+        m_files["/"] = index->second;
+        return;
+    }
+    throw std::runtime_error(folder.string() + " does not hold the console's page: it has no index.html");
+} catch (const std::filesystem::filesystem_error& e) {
+    throw std::runtime_error("the console's page cannot be read: " + folder.string() + ": " + e.code().message());
+}
+
+const PageFile* Page::find(std::string_view path) const
+{
+    const auto file = m_files.find(path);
+    return file == m_files.end() ? nullptr : &file->second;
+}
+
+MHD_Result queueFile(MHD_Connection* pConnection, const PageFile& file, bool isLast, int& status)
+{
+    status = isKnown(pConnection, file) ? MHD_HTTP_NOT_MODIFIED : MHD_HTTP_OK;  // the library sends no body with 304
+    MHD_Response* pResponse =
+        MHD_create_response_from_buffer(  // which points to the bytes: slow readers hold no copies
+            file.bytes.size(), const_cast<char*>(file.bytes.data()), MHD_RESPMEM_PERSISTENT);
+    if (pResponse == nullptr) {
+        throw std::bad_alloc();
+    }
+    addHeaders(pResponse, file, isLast);
+    const MHD_Result queued = MHD_queue_response(pConnection, static_cast<unsigned>(status), pResponse);
+    MHD_destroy_response(pResponse);
+    return queued;
+}
+
+}  // namespace host

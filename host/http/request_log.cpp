@@ -1,0 +1,20 @@
+// The fields of a line are escaped, so that none can look like two.
+#include "host/http/request_log.h"
+
+#include <exception>
+
+#include "host/base/log.h"
+#include "host/base/text.h"
+
+namespace host {
+
+void logRequest(const RequestHead& head, std::chrono::steady_clock::time_point start, const std::string& code) noexcept
+try {
+    const auto spent = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    writeLog(logField(head.account.name) + ' ' + logField(head.api) + ' ' + logField(head.method) + ' ' + code + ' ' +
+             std::to_string(spent.count()));
+} catch (const std::exception&) {
+    return;  // no memory for the line
+}
+
+}  // namespace host

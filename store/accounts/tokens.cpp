@@ -1,0 +1,134 @@
+// Bearer tokens by their hashes. Who looks one up reads only, but for the note of its last use.
+#include <algorithm>
+#include <ctime>
+#include <stdexcept>
+
+#include "store/base/utf8.h"
+#include "store/db/database.h"
+#include "store/records/json_text.h"
+#include "store/records/rows.h"
+
+namespace store {
+namespace {
+
+constexpr int64_t kNoteEvery = 60;  // seconds
+
+void checkLabel(const std::string& label)
+{
+    const bool isOneLine =
+        std::none_of(label.begin(), label.end(), [](char c) { return (c >= 0 && c < ' ') || c == 0x7f; });
+    requireValid(isPlainText(label) && isOneLine, "label", "not a line of UTF-8");
+    requireValid(characterCount(label) <= kMaxNameLength, "label",
+                 "longer than " + std::to_string(kMaxNameLength) + " characters");
+}
+
+int64_t endOf(int64_t lifetime, int64_t now)
+{
+    requireValid(lifetime >= 0 && lifetime <= INT64_MAX - now, "lifetime", "not a number of seconds");
+    return lifetime == 0 ? 0 : now + lifetime;
+}
+
+struct Found {
+    Account account;
+    int64_t lastUsed = 0;
+};
+
+std::optional<Found> findToken(soci::session& sql, const std::string& tokenHash, int64_t now)
+{
+    int64_t uid = 0;
+    Found found;
+    Statement statement(sql);
+    statement.in(tokenHash).in(now).out(uid).out(found.account.name).out(found.lastUsed);
+    statement.prepare(
+        "SELECT a.uid, a.name, t.last_used FROM token t JOIN account a ON a.uid = t.uid"
+        " WHERE t.hash = :hash AND (t.expires = 0 OR t.expires > :now)");
+    if (!statement.first()) {
+        return std::nullopt;
+    }
+    found.account.uid = static_cast<uint32_t>(uid);
+    return found;
+}
+
+void insertToken(soci::session& sql, int64_t uid, const std::string& tokenHash, const std::string& label, int64_t made,
+                 int64_t expires)
+{
+    if (number(sql, "SELECT COUNT(*) FROM account WHERE uid = :uid", uid) == 0) {
+        throw std::runtime_error("no account with uid " + std::to_string(uid));
+    }
+    change(sql,
+           "INSERT INTO token (hash, uid, label, made, expires, last_used)"
+           " VALUES (:hash, :uid, :label, :made, :expires, 0)",
+           tokenHash, uid, label, made, expires);
+}
+
+std::vector<Token> readTokens(soci::session& sql, std::optional<uint32_t> uid)
+{
+    Token row;
+    Statement statement(sql);
+    statement.out(row.account).out(row.label).out(row.made).out(row.expires).out(row.lastUsed);
+    statement.prepare(
+        "SELECT a.name, t.label, t.made, t.expires, t.last_used FROM token t JOIN account a ON a.uid = t.uid" +
+        (uid ? " WHERE a.uid = " + std::to_string(*uid) : std::string()) + " ORDER BY a.name, t.made, t.hash");
+    std::vector<Token> tokens;
+    for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
+        tokens.push_back(row);
+    }
+    return tokens;
+}
+
+// The store may be locked by a writer, or be one that nobody can write: then the use is not noted.
+void noteUse(const std::string& tokenHash, int64_t now)
+{
+    try {
+        Connection connection;
+        const NoLockWait noLockWait(connection.sql());
+        change(connection.sql(), "UPDATE token SET last_used = :now WHERE hash = :hash", now, tokenHash);
+    } catch (const std::runtime_error&) {
+    }
+}
+
+}  // namespace
+
+void addToken(uint32_t uid, const std::string& tokenHash, const std::string& label, int64_t lifetime)
+{
+    explained([&] {
+        checkLabel(label);
+        const int64_t now = std::time(nullptr);
+        const int64_t expires = endOf(lifetime, now);
+        inTransaction(Access::write,
+                      [&](soci::session& sql) { insertToken(sql, uid, tokenHash, label, now, expires); });
+    });
+}
+
+std::vector<Token> listTokens(std::optional<uint32_t> uid)
+{
+    return explained(
+        [uid] { return inTransaction(Access::read, [uid](soci::session& sql) { return readTokens(sql, uid); }); });
+}
+
+int64_t revokeTokens(uint32_t uid, const std::optional<std::string>& label)
+{
+    const std::string ofAccount = "DELETE FROM token WHERE uid = " + std::to_string(uid);
+    const auto revoke = [&](soci::session& sql) {
+        return label ? change(sql, ofAccount + " AND label = :label", *label) : change(sql, ofAccount);
+    };
+    return explained([&] { return inTransaction(Access::write, revoke); });
+}
+
+std::optional<Account> findAccountByToken(const std::string& tokenHash)
+{
+    return explained([&]() -> std::optional<Account> {
+        const int64_t now = std::time(nullptr);
+        const auto found =
+            inTransaction(Access::read, [&](soci::session& sql) { return findToken(sql, tokenHash, now); });
+        if (!found) {
+            return std::nullopt;
+        }
+        if (std::abs(now - found->lastUsed) >= kNoteEvery) {
+            noteUse(tokenHash, now);
+        }
+        return found->account;
+    });
+}
+
+}  // namespace store

@@ -1,0 +1,19 @@
+// Counts and cuts UTF-8 text by characters; store.h declares what others use of it.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace store {
+
+// Whether the byte continues a character rather than beginning one.
+constexpr bool isContinuationByte(char byte)
+{
+    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
+
+// The longest beginning of the text that has at most maxBytes bytes and cuts no character in two. Any thread may call
+// it.
+std::string_view wholeCharacters(std::string_view text, size_t maxBytes);
+
+}  // namespace store

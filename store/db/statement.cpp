@@ -1,0 +1,98 @@
+// Statements are counted as they are executed, which tells a test how many a call needs.
+#include "store/db/statement.h"
+
+#include "store/base/errors.h"
+#include "store/db/pool.h"
+#include "store/db/session.h"
+#include "store/store.h"
+
+namespace store {
+namespace {
+
+thread_local uint64_t tStatements = 0;
+
+}  // namespace
+
+// What the client library says of a connection's end depends on who ended it and when.
+template <typename Work>
+auto Statement::run(Work&& work)
+{
+    try {
+        return work();
+    } catch (const soci::soci_error&) {
+        require(!isLost(m_sql), EIO, kNoAnswer);
+        throw;
+    }
+}
+
+Statement& Statement::in(const std::vector<int64_t>& values)
+{
+    for (const int64_t& value : values) {
+        in(value);
+    }
+    return *this;
+}
+
+Statement& Statement::prepare(const std::string& query, bool once)
+{
+    const auto type = once ? soci::details::st_one_time_query : soci::details::st_repeatable_query;
+    run([&] {
+        m_statement.alloc();
+        m_statement.prepare(query, type);
+        m_statement.define_and_bind();
+    });
+    return *this;
+}
+
+bool Statement::first()
+{
+    ++tStatements;
+    noteStatement();
+    return run([this] { return m_statement.execute(true); });
+}
+
+bool Statement::next()
+{
+    return run([this] { return m_statement.fetch(); });
+}
+
+int64_t Statement::change()
+{
+    first();
+    return m_statement.get_affected_rows();
+}
+
+std::vector<std::string> conditionsFor(const std::string& column, const std::vector<int64_t>& values)
+{
+    constexpr size_t kMost = 1000;
+    std::vector<std::string> conditions;
+    for (size_t i = 0; i < values.size(); ++i) {
+        if (i % kMost == 0) {
+            conditions.push_back(column + " IN (");
+        }
+        conditions.back() += std::to_string(values[i]) + (i + 1 == values.size() || i % kMost == kMost - 1 ? ")" : ",");
+    }
+    return conditions;
+}
+
+std::unordered_set<int64_t> valuesIn(soci::session& sql, const std::string& table, const std::string& column,
+                                     const std::vector<int64_t>& values)
+{
+    std::unordered_set<int64_t> found;
+    for (const std::string& condition : conditionsFor(column, values)) {
+        found.merge(numbers(sql, "SELECT " + column + " FROM " + table + " WHERE " + condition));
+    }
+    return found;
+}
+
+void execute(soci::session& sql, const std::string& query)
+{
+    Statement(sql).prepare(query).first();
+}
+
+uint64_t statementCount()
+{
+    return tStatements;
+}
+
+}  // namespace store

@@ -1,0 +1,40 @@
+// A turn is handed from the writer that leaves to the first in the line, so that nobody comes in between.
+#include "store/db/write_queue.h"
+
+#include <cerrno>
+#include <chrono>
+
+#include "store/base/errors.h"
+
+namespace store {
+namespace {
+
+constexpr std::chrono::seconds kPatience{5};
+
+}  // namespace
+
+void WriteQueue::enter()
+{
+    std::unique_lock lock(m_mutex);
+    if (!m_isTaken) {
+        m_isTaken = true;
+        return;
+    }
+    const auto place = m_waiters.emplace(m_waiters.end());
+    const bool hasTurn = place->wake.wait_for(lock, kPatience, [&] { return place->hasTurn; });
+    m_waiters.erase(place);
+    require(hasTurn, EBUSY);
+}
+
+void WriteQueue::leave()
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_waiters.empty()) {
+        m_isTaken = false;
+        return;
+    }
+    m_waiters.front().hasTurn = true;
+    m_waiters.front().wake.notify_one();
+}
+
+}  // namespace store

@@ -1,0 +1,256 @@
+// The delegates of groups and servers. While a thread keeps the snapshot of a listed tree they come from there, else
+// from the database.
+#include "store/nodes/delegates.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "store/nodes/listing_snapshot.h"
+#include "store/records/json_text.h"
+#include "store/rules/change_log.h"
+#include "store/rules/checks.h"
+
+namespace store {
+namespace {
+
+thread_local std::vector<Delegate> tListed;  // what this thread listed last
+
+std::vector<Delegate> readDelegates(soci::session& sql, int64_t nodeType, int64_t id)
+{
+    Reader<DelegateRow> reader(sql, "", "WHERE node_type = :type AND node_id = :id ORDER BY position", nodeType, id);
+    std::vector<Delegate> delegates;
+    for (DelegateRow row; reader.next(row);) {
+        delegates.push_back(delegateOf(row));
+    }
+    return delegates;
+}
+
+std::vector<Delegate> readDelegates(int64_t nodeType, int64_t id)
+{
+    return inTransaction(Access::read, [&](soci::session& sql) { return readDelegates(sql, nodeType, id); });
+}
+
+std::vector<Delegate> delegatesInSnapshot(const ListingSnapshot& snapshot, int nodeType, int64_t id)
+{
+    const auto kind = snapshot.delegates.find(nodeType);
+    if (kind == snapshot.delegates.end()) {
+        return {};
+    }
+    const auto found = kind->second.find(id);
+    return found == kind->second.end() ? std::vector<Delegate>() : found->second;
+}
+
+void listDelegates(int64_t id, int nodeType, Delegate*& pHead, int& count)
+{
+    const ListingSnapshot* pSnapshot = currentSnapshot();
+    tListed = pSnapshot ? delegatesInSnapshot(*pSnapshot, nodeType, id) : readDelegates(nodeType, id);
+    for (size_t i = 1; i < tListed.size(); ++i) {
+        tListed[i - 1].pNext = &tListed[i];
+    }
+    pHead = tListed.empty() ? nullptr : tListed.data();
+    count = static_cast<int>(tListed.size());
+}
+
+using ExtraInfo = std::unordered_map<uint64_t, VLIBCString>;  // of accounts, by uid
+
+void fillExtraInfo(Delegate* pHead, bool all, const ExtraInfo& extraInfo)
+{
+    for (Delegate* pItem = pHead; pItem != nullptr; pItem = pItem->pNext) {
+        if (all || pItem->extraInfo.empty()) {
+            const auto found = extraInfo.find(pItem->ugid);
+            pItem->extraInfo = found == extraInfo.end() ? VLIBCString() : found->second;
+        }
+    }
+}
+
+// Of the accounts that the items name.
+ExtraInfo readExtraInfo(soci::session& sql, const Delegate* pHead)
+{
+    ExtraInfo extraInfo;
+    for (const Delegate* pItem = pHead; pItem != nullptr; pItem = pItem->pNext) {
+        const auto uid = static_cast<int64_t>(pItem->ugid);
+        AccountRow account;
+        if (Reader<AccountRow>(sql, "", "WHERE uid = :uid", uid).next(account)) {
+            extraInfo.emplace(pItem->ugid, extraInfoOf(account));
+        }
+    }
+    return extraInfo;
+}
+
+// The uids that the entries name, as far as they can be read.
+std::vector<int64_t> named(const Json::Value& jDelegates)
+{
+    std::vector<int64_t> ugids;
+    for (const Json::Value& jDelegate : jDelegates) {
+        if (jDelegate.isObject() && jDelegate["ugid"].isInt64()) {
+            ugids.push_back(jDelegate["ugid"].asInt64());
+        }
+    }
+    return ugids;
+}
+
+// The uids to store for a record; none for null.
+std::vector<int64_t> wantedDelegates(soci::session& sql, const Json::Value& jDelegates)
+{
+    if (jDelegates.isNull()) {
+        return {};
+    }
+    const std::unordered_set<int64_t> known = valuesIn(sql, Kind<AccountRow>::kTable, "uid", named(jDelegates));
+    return delegateUgids(jDelegates, [&known](int64_t ugid) { return known.contains(ugid); });
+}
+
+bool areDelegates(soci::session& sql, int nodeType, int64_t id, const std::vector<int64_t>& ugids)
+{
+    const std::vector<Delegate> stored = readDelegates(sql, nodeType, id);
+    return std::equal(stored.begin(), stored.end(), ugids.begin(), ugids.end(), [](const Delegate& item, int64_t ugid) {
+        return item.userType == kDelegateUserType && item.ugid == static_cast<uint64_t>(ugid);
+    });
+}
+
+// What a caller asks for.
+struct Request {
+    int64_t id;
+    int nodeType;
+    const Json::Value& jRecord;
+    bool absentClears;
+};
+
+// The uids to store, nothing when the node has them. Throws where the caller is refused.
+std::optional<std::vector<int64_t>> delegatesToSet(soci::session& sql, const Rights& rights, const Request& request)
+{
+    const bool canHave = request.nodeType == VELQ_ZEM_TYPE_OU || request.nodeType == kServerType;
+    require(canHave, EINVAL, "node_type: neither a group nor a server");
+    rights.requireNode(request.nodeType, request.id);
+    requireValid(request.jRecord.isObject(), "record", "not an object");
+    requireExisting(sql, request.nodeType, request.id);
+    const Json::Value& jDelegates = request.jRecord["delegate"];
+    if (jDelegates.isNull() && !request.absentClears) {
+        return std::nullopt;
+    }
+    std::vector<int64_t> ugids = wantedDelegates(sql, jDelegates);
+    if (areDelegates(sql, request.nodeType, request.id, ugids)) {
+        return std::nullopt;
+    }
+    return ugids;
+}
+
+std::string replaceDelegates(soci::session& sql, const Request& request)
+{
+    const Rights rights(sql);
+    const auto ugids = delegatesToSet(sql, rights, request);
+    if (!ugids) {
+        return "";
+    }
+    change(sql, "DELETE FROM delegate WHERE node_type = :type AND node_id = :id", request.nodeType, request.id);
+    Inserter<DelegateRow> inserter(sql);
+    insertDelegates(inserter, request.nodeType, request.id, *ugids);
+    inserter.flush();
+    const char* szKind = request.nodeType == kServerType ? Kind<Server>::kName : Kind<Group>::kName;
+    return changeLine(rights, szKind, request.id, "delegate");
+}
+
+// Most calls leave things as they are, which is seen without keeping others from writing.
+int setDelegates(const Request& request)
+{
+    bool isToChange = false;
+    const int result =
+        reading([&](soci::session& sql) { isToChange = delegatesToSet(sql, Rights(sql), request).has_value(); });
+    if (result < 0 || !isToChange) {
+        return result;
+    }
+    return changing([&](soci::session& sql) { return replaceDelegates(sql, request); });
+}
+
+}  // namespace
+
+Delegate delegateOf(const DelegateRow& row)
+{
+    Delegate delegate;
+    delegate.userType = row.userType;
+    delegate.ugid = static_cast<uint64_t>(row.ugid);
+    return delegate;
+}
+
+VLIBCString extraInfoOf(const AccountRow& account)
+{
+    Json::Value jExtra;
+    jExtra["userNameCache"] = account.name.c_str();
+    jExtra["domainName"] = account.domainName.c_str();
+    jExtra["domainType"] = account.domainType.c_str();
+    return VLIBCString(jsonText(jExtra));
+}
+
+void insertDelegates(Inserter<DelegateRow>& inserter, int nodeType, int64_t id, const std::vector<int64_t>& ugids)
+{
+    DelegateRow row;
+    row.nodeType = nodeType;
+    row.nodeId = id;
+    for (const int64_t ugid : ugids) {
+        row.ugid = ugid;
+        inserter.insert(row);
+        ++row.position;
+    }
+}
+
+}  // namespace store
+
+using namespace store;
+
+int VELQZEMDelegateListByTarget(int64_t id, int nodeType, _tag_velq_zem_delegate_** ppHead, int* pCount)
+{
+    return toErrno([&] {
+        requireArguments(ppHead);
+        int count = 0;
+        listDelegates(id, nodeType, *ppHead, count);
+        if (pCount != nullptr) {
+            *pCount = count;
+        }
+    });
+}
+
+int VELQDelegateUpdateExtraInfoList(_tag_velq_zem_delegate_* pHead, BOOL flag)
+{
+    const ListingSnapshot* pSnapshot = currentSnapshot();
+    return toErrno([&] {
+        if (pHead == nullptr) {
+            return;
+        }
+        const bool all = flag != FALSE;
+        if (pSnapshot != nullptr) {
+            return fillExtraInfo(pHead, all, pSnapshot->extraInfo);
+        }
+        const auto read = [pHead](soci::session& sql) { return readExtraInfo(sql, pHead); };
+        fillExtraInfo(pHead, all, inTransaction(Access::read, read));
+    });
+}
+
+int VELQZEMDelegateItemGetUserType(int64_t* pUserType, const _tag_velq_zem_delegate_* pItem)
+{
+    return toErrno([&] {
+        requireArguments(pUserType, pItem);
+        *pUserType = pItem->userType;
+    });
+}
+
+int VELQZEMDelegateItemGetUGID(uint64_t* pUgid, const _tag_velq_zem_delegate_* pItem)
+{
+    return toErrno([&] {
+        requireArguments(pUgid, pItem);
+        *pUgid = pItem->ugid;
+    });
+}
+
+_tag_velq_zem_delegate_* VELQZEMDelegateNext(const _tag_velq_zem_delegate_* pItem)
+{
+    return pItem == nullptr ? nullptr : pItem->pNext;
+}
+
+int VELQZEMDelegateOverrideListByTarget(int64_t id, int nodeType, Json::Value& jRecord)
+{
+    return setDelegates({id, nodeType, jRecord, true});
+}
+
+int VELQZEMDelegateSetListByTarget(int64_t id, int nodeType, Json::Value& jRecord)
+{
+    return setDelegates({id, nodeType, jRecord, false});
+}

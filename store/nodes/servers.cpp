@@ -1,0 +1,24 @@
+// Servers come with a fleet; from then on they are loaded and changed, neither created nor deleted.
+#include "store/records/rows.h"
+#include "store/rules/change_log.h"
+#include "store/rules/checks.h"
+
+using namespace store;
+
+int VELQZEMKxGet(int64_t id, _tag_velq_zem_kx_* pKx)
+{
+    return readRecord(id, pKx);
+}
+
+int VELQZEMKxSet(_tag_velq_zem_kx_* pKx)
+{
+    return changeRecord(pKx, [](soci::session& sql, Server& server) {
+        const Rights rights(sql);
+        rights.requireNode(Kind<Server>::kType, server.id);
+        Server stored;
+        load(sql, server.id, stored);
+        checkReplacement(sql, rights, server, stored);
+        replace(sql, server, stored);
+        return changeLine(rights, Kind<Server>::kName, server.id, changedMembers(stored, server));
+    });
+}

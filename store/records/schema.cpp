@@ -1,0 +1,184 @@
+// The tables as SQL, in the dialect of either database, and the way to them from the version before. Whoever opens a
+// store looks at it first; only one that is empty or old is written.
+#include "store/records/schema.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+#include "store/base/errors.h"
+#include "store/db/statement.h"
+#include "store/db/transaction.h"
+
+namespace store {
+namespace {
+
+constexpr int64_t kSchemaVersion = 2;
+
+constexpr const char* kTokenTable =
+    "CREATE TABLE token (hash TEXT PRIMARY KEY, uid BIGINT NOT NULL REFERENCES account (uid) ON DELETE CASCADE,"
+    " label TEXT NOT NULL, made BIGINT NOT NULL, expires BIGINT NOT NULL, last_used BIGINT NOT NULL)";
+constexpr const char* kTokenIndex = "CREATE INDEX token_account ON token (uid)";
+
+// The counters stand in meta beside the version: an identifier is never given out twice. Group 0 is its own
+// parent. A store of an earlier program checks its foreign keys at commit, a newer one after each statement.
+constexpr const char* kSchema[] = {
+    "CREATE TABLE account (uid BIGINT PRIMARY KEY, name TEXT NOT NULL UNIQUE, admin BIGINT NOT NULL,"
+    " domain_name TEXT NOT NULL, domain_type TEXT NOT NULL)",
+    kTokenTable,
+    kTokenIndex,
+    "CREATE TABLE ou (id BIGINT PRIMARY KEY,"
+    " parent_id BIGINT NOT NULL REFERENCES ou (id), name TEXT NOT NULL,"
+    " \"desc\" TEXT NOT NULL, mtime BIGINT NOT NULL, revision BIGINT NOT NULL, block_inheritance BIGINT NOT NULL,"
+    " linked_gpo TEXT NOT NULL, extra_info TEXT NOT NULL)",
+    "CREATE INDEX ou_parent ON ou (parent_id)",
+    "CREATE UNIQUE INDEX ou_sibling ON ou (parent_id, name) WHERE id <> 0",
+    "CREATE TABLE kx (id BIGINT PRIMARY KEY,"
+    " parent_id BIGINT NOT NULL REFERENCES ou (id) ON DELETE RESTRICT, name TEXT NOT NULL,"
+    " address TEXT NOT NULL, sid TEXT NOT NULL, mtime BIGINT NOT NULL, revision BIGINT NOT NULL,"
+    " linked_gpo TEXT NOT NULL)",
+    "CREATE INDEX kx_parent ON kx (parent_id)",
+    "CREATE TABLE gpo (id BIGINT PRIMARY KEY,"
+    " parent_id BIGINT NOT NULL REFERENCES ou (id) ON DELETE RESTRICT, name TEXT NOT NULL,"
+    " \"desc\" TEXT NOT NULL, mtime BIGINT NOT NULL, revision BIGINT NOT NULL, setting TEXT NOT NULL)",
+    "CREATE INDEX gpo_parent ON gpo (parent_id)",
+    "CREATE TABLE delegate (node_type BIGINT NOT NULL, node_id BIGINT NOT NULL, position BIGINT NOT NULL,"
+    " ugid BIGINT NOT NULL, user_type BIGINT NOT NULL, PRIMARY KEY (node_type, node_id, position))",
+    "CREATE INDEX delegate_account ON delegate (ugid)",
+    "CREATE TABLE gpo_fetch (node_type BIGINT NOT NULL, node_id BIGINT NOT NULL, uid BIGINT NOT NULL,"
+    " mtime BIGINT NOT NULL, PRIMARY KEY (node_type, node_id))",
+    "INSERT INTO ou VALUES (0, 0, 'root', '', 0, 0, 0, '', '')",
+    "INSERT INTO meta VALUES ('last_ou', 0)",
+};
+
+// Texts sort by their bytes, as they do by themselves on SQLite and wherever no language is set.
+void executeAll(soci::session& sql, const auto& statements)
+{
+    const bool isByLanguage = number(sql, "SELECT CASE WHEN 'a' < 'B' THEN 1 ELSE 0 END") != 0;
+    const std::string type = "TEXT ";
+    for (std::string statement : statements) {
+        for (size_t at = 0; isByLanguage && (at = statement.find(type, at)) != statement.npos; at += type.size()) {
+            statement.insert(at + type.size(), "COLLATE \"C\" ");
+        }
+        execute(sql, statement);
+    }
+}
+
+// Version 1 had one token in each account's row. SQLite cannot drop that column, so the rows move to a new table.
+constexpr const char* kFromVersion1[] = {
+    "ALTER TABLE account RENAME TO account_1",
+    "CREATE TABLE account (uid BIGINT PRIMARY KEY, name TEXT NOT NULL UNIQUE, admin BIGINT NOT NULL,"
+    " domain_name TEXT NOT NULL, domain_type TEXT NOT NULL)",
+    "INSERT INTO account SELECT uid, name, admin, domain_name, domain_type FROM account_1",
+    kTokenTable,
+    kTokenIndex,
+    "INSERT INTO token SELECT token_hash, uid, '', 0, 0, 0 FROM account_1 WHERE token_hash IS NOT NULL",
+    "DROP TABLE account_1",
+};
+
+int64_t readVersion(soci::session& sql)
+{
+    return number(sql, "SELECT value FROM meta WHERE name = 'version'");
+}
+
+// The database's tables and views, but for those that it keeps for itself.
+std::set<std::string> tableNames(soci::session& sql)
+{
+    std::set<std::string> names;
+    std::string name;
+    Statement statement(sql);
+    statement.out(name).prepare(isPostgres()
+                                    ? "SELECT tablename FROM pg_tables WHERE schemaname = current_schema()"
+                                      " UNION SELECT viewname FROM pg_views WHERE schemaname = current_schema()"
+                                    : "SELECT name FROM sqlite_master WHERE type IN ('table', 'view')"
+                                      " AND substr(name, 1, 7) <> 'sqlite_'");
+    for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
+        names.insert(name);
+    }
+    return names;
+}
+
+// The version of the store in the open database, 0 for an empty one. Throws std::runtime_error when it holds something
+// else.
+int64_t versionOfDatabase(soci::session& sql)
+{
+    static const std::set<std::string> kOurs = {"account", "delegate", "gpo", "gpo_fetch", "kx", "meta", "ou"};
+    const std::set<std::string> names = tableNames(sql);
+    // One who was interrupted while making a store may have left the first of its tables.
+    const bool isBegun = names == std::set<std::string>{"meta"} && number(sql, "SELECT COUNT(*) FROM meta") == 0;
+    if (names.empty() || isBegun) {
+        return 0;
+    }
+    const bool isStore = std::includes(names.begin(), names.end(), kOurs.begin(), kOurs.end());
+    const int64_t version = isStore ? readVersion(sql) : 0;
+    if (version == 0) {
+        throw std::runtime_error("not a store: the database holds tables of something else");
+    }
+    return version;
+}
+
+// This table comes first and by itself: every writing transaction on PostgreSQL looks there for the row to lock, the
+// first one too, which finds none.
+void createMeta()
+{
+    constexpr char kMeta[] = "CREATE TABLE IF NOT EXISTS meta (name TEXT PRIMARY KEY, value BIGINT NOT NULL)";
+    Connection connection;
+    try {
+        execute(connection.sql(), kMeta);
+    } catch (const soci::soci_error&) {  // someone else was making it at the same moment; then it is there by now
+        execute(connection.sql(), kMeta);
+    }
+}
+
+// Makes or renews the tables, unless someone else did so in the meantime. Of those who make them at once, all but one
+// wait at the first row, and then fail there.
+void bringUpToDate(soci::session& sql)
+{
+    const int64_t version = readVersion(sql);
+    if (version == 0) {
+        change(sql, "INSERT INTO meta VALUES ('version', :version)", kSchemaVersion);
+        executeAll(sql, kSchema);
+    } else if (version == 1) {
+        executeAll(sql, kFromVersion1);
+        change(sql, "UPDATE meta SET value = :version WHERE name = 'version'", kSchemaVersion);
+    }
+}
+
+// The version of the store that is to be opened.
+int64_t usableVersion(OpenMode mode)
+{
+    const int64_t version = inTransaction(Access::read, versionOfDatabase);
+    if (version == 0 && mode != OpenMode::createIfMissing) {
+        throw NoStore("there is no store: the database is empty");
+    }
+    if (version < 0 || version > kSchemaVersion) {
+        throw std::runtime_error("the store has schema version " + std::to_string(version) + ", this program needs " +
+                                 std::to_string(kSchemaVersion));
+    }
+    return version;
+}
+
+}  // namespace
+
+void prepareSchema(OpenMode mode)
+{
+    int64_t version = usableVersion(mode);
+    settleDatabase();
+    while (version < kSchemaVersion) {
+        try {
+            createMeta();
+            inTransaction(Access::write, bringUpToDate);
+            return;
+        } catch (const soci::soci_error&) {
+            const int64_t before = version;
+            version = usableVersion(mode);
+            if (version == before) {  // it is not that someone else was quicker
+                throw;
+            }
+        }
+    }
+}
+
+}  // namespace store

@@ -1,0 +1,57 @@
+// The line is made within the transaction, where the caller's name is read, and told after it.
+#include "store/rules/change_log.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "store/rules/acting_account.h"
+
+namespace store {
+namespace {
+
+std::function<void(const std::string&)> gSink;
+
+// Whether the name can stand in a line without being taken for more than a name, or for something else.
+bool isPlainName(const std::string& name)
+{
+    const bool isVisible = std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c <= '~'; });
+    return isVisible && !name.empty() && name != "-" && !name.starts_with("uid=");
+}
+
+std::string nameForLine(const Rights& rights)
+{
+    if (!actingUid()) {
+        return "-";
+    }
+    return isPlainName(rights.accountName()) ? rights.accountName() : "uid=" + std::to_string(*actingUid());
+}
+
+}  // namespace
+
+std::string changeLine(const Rights& rights, const char* szKind, int64_t id, const std::string& what)
+{
+    if (!gSink || what.empty()) {
+        return "";
+    }
+    return nameForLine(rights) + " " + szKind + " " + std::to_string(id) + " " + what;
+}
+
+void tellChange(const std::string& line) noexcept
+{
+    if (line.empty()) {
+        return;
+    }
+    const int saved = errno;
+    try {
+        gSink(line);
+    } catch (...) {  // the change is made: a log that fails is no reason to call it failed
+    }
+    errno = saved;
+}
+
+void setChangeSink(std::function<void(const std::string& line)> sink)
+{
+    gSink = std::move(sink);
+}
+
+}  // namespace store
