@@ -1,29 +1,29 @@
-// Opening and closing the store: the database, its schema, and what the calling thread still keeps of another store.
+// Opens and closes the store.
 #include "store/base/errors.h"
+#include "store/base/thread_state.h"
 #include "store/db/database.h"
-#include "store/nodes/listing_snapshot.h"
 #include "store/records/schema.h"
 #include "store/store.h"
 
 void VELQZEMStoreOpen(const std::string& url, store::OpenMode mode, size_t connections)
 {
     VELQZEMStoreClose();
-    store::explained([&] {
-        try {
-            store::openDatabase(url, mode, connections);
-            store::prepareSchema(mode);
-        } catch (const store::NoStore&) {
-            VELQZEMStoreClose();
-            mode == store::OpenMode::ifThere ? void() : throw;
-        } catch (...) {
-            VELQZEMStoreClose();
+    try {
+        store::openDatabase(url, mode, connections);
+        store::prepareSchema(mode);
+    } catch (const store::NoStore&) {
+        VELQZEMStoreClose();
+        if (mode != store::OpenMode::ifThere) {
             throw;
         }
-    });
+    } catch (...) {
+        VELQZEMStoreClose();
+        throw;
+    }
 }
 
 void VELQZEMStoreClose()
 {
-    store::dropSnapshot();
+    store::threadState().pSnapshot.reset();  // it is of the store that closes
     store::closeDatabase();
 }

@@ -53,7 +53,7 @@ TEST(HealthMonitor, tellsOnceOfEachOutageAndAnswersWhoeverAsks)
         store::HealthMonitor watch(ask, [&outcomes](bool isAnswering) { outcomes.push_back(isAnswering); });
         for (const char* szNext : std::initializer_list<const char*>{nullptr, "gone", "still gone", nullptr, "", "x"}) {
             szFailure = szNext;
-            watch.askNow();
+            watch.probeNow();
             EXPECT_EQ(watch.isAnswering(), szNext == nullptr);
         }
     }

@@ -12,13 +12,13 @@ std::optional<Account> findAccountByName(const std::string& name)
         }
         return Account{static_cast<uint32_t>(row.uid), row.name.c_str()};
     };
-    return explained([&] { return inTransaction(Access::read, find); });
+    return inTransaction(Access::read, find);
 }
 
 bool hasAccounts()
 {
     const auto count = [](soci::session& sql) { return number(sql, "SELECT COUNT(*) FROM account"); };
-    return explained([&] { return inTransaction(Access::read, count); }) > 0;
+    return inTransaction(Access::read, count) > 0;
 }
 
 }  // namespace store

@@ -5,6 +5,7 @@
 
 #include "store/base/utf8.h"
 #include "store/db/database.h"
+#include "store/db/session.h"
 #include "store/records/json_text.h"
 #include "store/records/rows.h"
 
@@ -91,19 +92,15 @@ void noteUse(const std::string& tokenHash, int64_t now)
 
 void addToken(uint32_t uid, const std::string& tokenHash, const std::string& label, int64_t lifetime)
 {
-    explained([&] {
-        checkLabel(label);
-        const int64_t now = std::time(nullptr);
-        const int64_t expires = endOf(lifetime, now);
-        inTransaction(Access::write,
-                      [&](soci::session& sql) { insertToken(sql, uid, tokenHash, label, now, expires); });
-    });
+    checkLabel(label);
+    const int64_t now = std::time(nullptr);
+    const int64_t expires = endOf(lifetime, now);
+    inTransaction(Access::write, [&](soci::session& sql) { insertToken(sql, uid, tokenHash, label, now, expires); });
 }
 
 std::vector<Token> listTokens(std::optional<uint32_t> uid)
 {
-    return explained(
-        [uid] { return inTransaction(Access::read, [uid](soci::session& sql) { return readTokens(sql, uid); }); });
+    return inTransaction(Access::read, [uid](soci::session& sql) { return readTokens(sql, uid); });
 }
 
 int64_t revokeTokens(uint32_t uid, const std::optional<std::string>& label)
@@ -112,23 +109,20 @@ int64_t revokeTokens(uint32_t uid, const std::optional<std::string>& label)
     const auto revoke = [&](soci::session& sql) {
         return label ? change(sql, ofAccount + " AND label = :label", *label) : change(sql, ofAccount);
     };
-    return explained([&] { return inTransaction(Access::write, revoke); });
+    return inTransaction(Access::write, revoke);
 }
 
 std::optional<Account> findAccountByToken(const std::string& tokenHash)
 {
-    return explained([&]() -> std::optional<Account> {
-        const int64_t now = std::time(nullptr);
-        const auto found =
-            inTransaction(Access::read, [&](soci::session& sql) { return findToken(sql, tokenHash, now); });
-        if (!found) {
-            return std::nullopt;
-        }
-        if (std::abs(now - found->lastUsed) >= kNoteEvery) {
-            noteUse(tokenHash, now);
-        }
-        return found->account;
-    });
+    const int64_t now = std::time(nullptr);
+    const auto found = inTransaction(Access::read, [&](soci::session& sql) { return findToken(sql, tokenHash, now); });
+    if (!found) {
+        return std::nullopt;
+    }
+    if (std::abs(now - found->lastUsed) >= kNoteEvery) {
+        noteUse(tokenHash, now);
+    }
+    return found->account;
 }
 
 }  // namespace store

@@ -1,84 +1,47 @@
-// errno and a text for whatever goes wrong in the store, the errors of the databases included.
+// Makes the store's errors, and an errno value and a text of whatever is thrown.
 #include "store/base/errors.h"
 
-#include <algorithm>
-#include <cstring>
 #include <new>
 #include <sstream>
 #include <utility>
 
-#include <soci/postgresql/soci-postgresql.h>
-#include <soci/soci.h>
-#include <soci/sqlite3/soci-sqlite3.h>
-
-#include "store/rules/acting_account.h"
 #include "store/store.h"
 
 namespace store {
 namespace {
 
-constexpr char kLocked[] = "the database is locked by others for too long";
-constexpr char kNoMemory[] = "out of memory";
-
-thread_local std::string tRefusal;
-
-// What PostgreSQL calls the error, five characters; empty where the error is not its.
-std::string sqlStateOf(const soci::soci_error& error)
-{
-    const auto* pPostgres = dynamic_cast<const soci::postgresql_soci_error*>(&error);
-    return pPostgres == nullptr ? "" : pPostgres->sqlstate();
-}
-
-std::string sqlStateOfException()
+int errnoOfException()
 {
     try {
         throw;
-    } catch (const soci::soci_error& error) {
-        return sqlStateOf(error);
+    } catch (const Error& error) {
+        return error.code;
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
     } catch (...) {
-        return "";
+        return EIO;
     }
 }
 
-bool isGivenUp(const std::string& sqlState)
+std::string textOfException()
 {
-    return sqlState == "40001" || sqlState == "40P01";  // not serializable; a deadlock
-}
-
-int errnoOfDatabase(const soci::soci_error& error)
-{
-    if (const auto* pSqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error)) {
-        const int primary = pSqlite->result() & 0xff;  // the bits above tell variants of the code apart
-        return primary == SQLITE_BUSY || primary == SQLITE_LOCKED ? EBUSY : primary == SQLITE_NOMEM ? ENOMEM : EIO;
+    try {
+        throw;
+    } catch (const std::bad_alloc&) {
+        return kNoMemory;
+    } catch (const std::exception& error) {
+        return error.what();
+    } catch (...) {
+        return "an unknown failure";
     }
-    const std::string state = sqlStateOf(error);
-    return isGivenUp(state) || state == "55P03" ? EBUSY : EIO;  // 55P03: the lock did not come free in time
-}
-
-// What the database says, on one line, without the statement that it quotes.
-std::string textOfDatabase(const soci::soci_error& error)
-{
-    const int code = errnoOfDatabase(error);
-    if (code != EIO) {
-        return code == EBUSY ? kLocked : kNoMemory;
-    }
-    const auto* pSqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
-    if (pSqlite != nullptr && pSqlite->result() == SQLITE_NOTADB) {
-        return "not a store: the file is not a database";
-    }
-    std::string text = error.get_error_message();
-    for (const char* szEnd : {"\nLINE ", " while preparing ", " while executing "}) {
-        text.resize(std::min(text.find(szEnd), text.size()));
-    }
-    return "the database reports: " + onOneLine(text);
 }
 
 }  // namespace
 
-Refusal::Refusal(int errnoValue, const std::string& why) : std::runtime_error(why), code(errnoValue) {}
+Error::Error(int errnoValue, const std::string& why) : std::runtime_error(why), code(errnoValue) {}
 
 InvalidInput::InvalidInput(std::string_view place, std::string_view why)
-    : std::runtime_error(std::string(place) + ": " + std::string(why))
+    : Error(EINVAL, std::string(place) + ": " + std::string(why))
 {
 }
 
@@ -90,7 +53,7 @@ Refusal changedSinceRead()
 void require(bool condition, int errnoValue, const char* szWhy)
 {
     if (!condition) {
-        throw Refusal(errnoValue, szWhy != nullptr ? szWhy : errnoValue == EBUSY ? kLocked : std::strerror(errnoValue));
+        throw Refusal(errnoValue, szWhy);
     }
 }
 
@@ -98,48 +61,6 @@ void requireValid(bool condition, std::string_view place, std::string_view why)
 {
     if (!condition) {
         throw InvalidInput(place, why);
-    }
-}
-
-int errnoOfException()
-{
-    try {
-        throw;
-    } catch (const Refusal& refusal) {
-        return refusal.code;
-    } catch (const InvalidInput&) {
-        return EINVAL;
-    } catch (const std::bad_alloc&) {
-        return ENOMEM;
-    } catch (const soci::soci_error& error) {
-        return errnoOfDatabase(error);
-    } catch (...) {
-        return EIO;
-    }
-}
-
-bool isToBeRepeated()
-{
-    return isGivenUp(sqlStateOfException());
-}
-
-bool isOutcomeUnknown()
-{
-    return sqlStateOfException() == "40003";
-}
-
-std::string textOfException()
-{
-    try {
-        throw;
-    } catch (const soci::soci_error& error) {
-        return textOfDatabase(error);
-    } catch (const std::bad_alloc&) {
-        return kNoMemory;
-    } catch (const std::exception& error) {
-        return error.what();
-    } catch (...) {
-        return "an unknown failure";
     }
 }
 
@@ -152,28 +73,24 @@ std::string onOneLine(const std::string& text)
     return line;
 }
 
-void forgetRefusal() noexcept
-{
-    tRefusal.clear();
-}
-
 int keepRefusal() noexcept
 {
     const int code = errnoOfException();
+    ThreadState& state = threadState();
     try {
-        tRefusal = textOfException();
-        if (hasCommitted() && (code == EIO || code == EBUSY)) {
-            tRefusal += "; what the request had changed before stays changed";
+        state.refusal = textOfException();
+        if (state.actingUid && state.hasCommitted && (code == EIO || code == EBUSY)) {
+            state.refusal += "; what the request had changed before stays changed";
         }
     } catch (...) {
-        tRefusal.clear();  // there is no memory left for the text
+        state.refusal.clear();  // there is no memory left for the text
     }
     return code;
 }
 
 std::string takeRefusal()
 {
-    return std::exchange(tRefusal, std::string());
+    return std::exchange(threadState().refusal, std::string());
 }
 
 }  // namespace store

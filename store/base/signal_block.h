@@ -1,11 +1,12 @@
-// Signals are the program's own affair: a thread of the store that took one would end the program.
+// Keeps signals away from the store's threads: the program handles them, and a thread of the store that received one
+// would end the program.
 #pragma once
 
 #include <csignal>
 
 namespace store {
 
-// For as long as it lives, the calling thread takes no signal, and a thread that it starts takes none ever.
+// While the object lives, the calling thread receives no signal. A thread started meanwhile never receives one.
 class SignalBlock {
 public:
     SignalBlock()

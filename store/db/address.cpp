@@ -1,9 +1,12 @@
-// A host that went away answers nothing, and by itself a connection to it would wait for a quarter of an hour.
+// Adds timeouts to the URL: without them a connection to a host that went away would wait for a quarter of an hour.
 #include "store/db/address.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <stdexcept>
 #include <string_view>
+
+#include "store/base/timeouts.h"
 
 namespace store {
 namespace {
@@ -11,17 +14,26 @@ namespace {
 constexpr std::string_view kSqlitePrefix = "sqlite:";
 constexpr std::string_view kPostgresPrefixes[] = {"postgresql://", "postgres://"};
 
-// By PostgreSQL's names: seconds, but for the last, in milliseconds.
-constexpr std::string_view kTimeLimits[] = {"connect_timeout=2", "keepalives_idle=5", "keepalives_interval=2",
-                                            "keepalives_count=3", "tcp_user_timeout=10000"};
+// A parameter of the URL by libpq's name, in seconds, except for tcp_user_timeout, which is in milliseconds.
+struct Parameter {
+    std::string_view name;
+    int64_t value;
+};
 
-// With the limits the text is also sure to have a '=': SOCI spoils one that has none.
-std::string withTimeLimits(std::string url)
+constexpr Parameter kTimeouts[] = {{"connect_timeout", kConnectTimeout.count()},
+                                   {"keepalives_idle", kKeepaliveIdle.count()},
+                                   {"keepalives_interval", kKeepaliveInterval.count()},
+                                   {"keepalives_count", kKeepaliveCount},
+                                   {"tcp_user_timeout", kUnacknowledgedTimeout.count()}};
+
+// With the timeouts the URL always contains a '='; SOCI damages a URL without one.
+std::string withTimeouts(std::string url)
 {
-    for (const std::string_view limit : kTimeLimits) {
-        if (url.find(limit.substr(0, limit.find('=') + 1)) == std::string::npos) {
+    for (const Parameter& timeout : kTimeouts) {
+        const std::string assignment = std::string(timeout.name) + '=';
+        if (url.find(assignment) == std::string::npos) {
             url += url.find('?') == std::string::npos ? '?' : '&';
-            url += limit;
+            url += assignment + std::to_string(timeout.value);
         }
     }
     return url;
@@ -33,7 +45,7 @@ Address addressOf(const std::string& url)
 {
     for (const std::string_view prefix : kPostgresPrefixes) {
         if (url.starts_with(prefix)) {
-            return {true, withTimeLimits(std::string(kPostgresPrefixes[0]) + url.substr(prefix.size()))};
+            return {true, withTimeouts(std::string(kPostgresPrefixes[0]) + url.substr(prefix.size()))};
         }
     }
     if (!url.starts_with(kSqlitePrefix) || url == kSqlitePrefix || url.find('"') != std::string::npos) {

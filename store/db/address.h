@@ -1,19 +1,19 @@
-// Where a store is, as its URL says.
+// Reads the URL of a store.
 #pragma once
 
 #include <string>
 
 namespace store {
 
-// A database: its file, or what PostgreSQL's client library takes.
+// The address of a database.
 struct Address {
     bool isPostgres;
-    std::string place;
+    std::string place;  // the URL for PostgreSQL's client library, or the absolute path of SQLite's file
 };
 
-// The address that "sqlite:PATH" or "postgresql://..." (also "postgres://...") names; a path is made absolute. How long
-// a connection is waited for, and when one that is silent counts as lost, is added where the URL does not say it.
-// Throws std::runtime_error, with a text for people, when it is neither.
+// Returns the address that "sqlite:PATH" or "postgresql://..." (also "postgres://...") names. A PostgreSQL URL gets the
+// timeouts of base/timeouts.h as parameters, except for those that it sets itself. Throws std::runtime_error, with a
+// text for people, for any other URL.
 Address addressOf(const std::string& url);
 
 }  // namespace store

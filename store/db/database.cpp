@@ -1,4 +1,4 @@
-// The open database is a pool of connections; SQLite's files need some care beside.
+// The open database is a pool of connections and, on SQLite, a file.
 #include "store/db/database.h"
 
 #include <chrono>
@@ -10,9 +10,10 @@
 #include <soci/sqlite3/soci-sqlite3.h>
 
 #include "store/base/errors.h"
+#include "store/base/timeouts.h"
 #include "store/db/address.h"
+#include "store/db/database_error.h"
 #include "store/db/pool.h"
-#include "store/db/session.h"
 #include "store/db/statement.h"
 #include "store/db/store_file.h"
 
@@ -27,18 +28,18 @@ Pool& openPool()
     return *gPool;
 }
 
-// Has readers and a writer not lock each other out. Changing this is the one thing that SQLite does not wait for.
-void writeAhead()
+// Switches SQLite to write-ahead logging. SQLite's own waiting for locks does not cover this change.
+void enableWriteAheadLog()
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    const auto end = std::chrono::steady_clock::now() + kPatience;
     Connection connection;
     for (;;) {
         try {
             std::string mode;
             Statement(connection.sql()).out(mode).prepare("PRAGMA journal_mode = WAL").first();
             return;
-        } catch (const soci::soci_error&) {
-            if (errnoOfException() != EBUSY || std::chrono::steady_clock::now() > end) {
+        } catch (const DatabaseError& error) {
+            if (error.code != EBUSY || std::chrono::steady_clock::now() > end) {
                 throw;
             }
         }
@@ -55,20 +56,20 @@ void openDatabase(const std::string& url, OpenMode mode, size_t connections)
     if (!address.isPostgres) {
         provideStoreFile(address.place, mode);
     }
-    // A connection of the pool is used by one thread at a time: locking it again for every column is a waste. This has
-    // no effect, and does no harm, when the library is in use already.
+    // One thread at a time uses a connection of the pool, so SQLite need not lock it again for every column. The call
+    // has no effect, and does no harm, once the library is in use.
     sqlite_api::sqlite3_config(SQLITE_CONFIG_MULTITHREAD);
     gPool = std::make_unique<Pool>(address, connections);
 }
 
-void settleDatabase()
+void setUpDatabaseFile()
 {
     const Address& address = gPool->address();
     if (address.isPostgres || !isWritable(address.place)) {
         return;
     }
     restrictStoreFile(address.place);
-    writeAhead();
+    enableWriteAheadLog();
 }
 
 void closeDatabase()
@@ -111,19 +112,6 @@ void Connection::close()
 void Connection::reconnect()
 {
     gPool->reconnect(m_number);
-}
-
-NoLockWait::NoLockWait(soci::session& sql) : m_sql(sql)
-{
-    setLockWait(m_sql, false);
-}
-
-NoLockWait::~NoLockWait()
-{
-    try {
-        setLockWait(m_sql, true);
-    } catch (const std::runtime_error&) {  // the connection is lost, and set up anew when it is made anew
-    }
 }
 
 }  // namespace store

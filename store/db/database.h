@@ -1,4 +1,4 @@
-// The one open database of the process and its pool of connections, on SQLite or PostgreSQL.
+// Opens the one database of the process, on SQLite or PostgreSQL, and leases its connections.
 #pragma once
 
 #include <cstddef>
@@ -10,30 +10,31 @@
 
 namespace store {
 
-// Opens "sqlite:PATH" or "postgresql://..." in place of what was open before, with that many connections. No thread may
-// hold one. What the database holds stays as it is; a file is made when the mode says so. Throws std::runtime_error,
-// with a text for people, or soci::soci_error; nothing is open then.
+// Opens "sqlite:PATH" or "postgresql://..." in place of the database that was open before, with that many connections.
+// No thread may hold a connection. The contents of the database stay as they are; a missing file is created when the
+// mode allows it. Throws std::runtime_error with a text for people; nothing is open then.
 void openDatabase(const std::string& url, OpenMode mode, size_t connections);
 
-// Makes the open database one that a store can live in, once it is known to be or to become one: its file is its
-// owner's alone, readers and a writer do not lock each other out.
-void settleDatabase();
+// Sets the file of the open SQLite database up for a store: private to its owner, and in the mode in which readers and
+// a writer do not lock each other out. Call it once the database is known to be a store or to become one. Throws as
+// openDatabase; does nothing on PostgreSQL.
+void setUpDatabaseFile();
 
 // Closes the database, if one is open. No thread may hold a connection.
 void closeDatabase();
 
-// Whether a database is open. Any thread may ask.
+// Whether a database is open. Any thread may call it.
 bool isDatabaseOpen();
 
-// Whether the open database speaks PostgreSQL's dialect; else it is SQLite's. Any thread may ask.
+// Whether the open database is on PostgreSQL rather than on SQLite. Any thread may call it.
 bool isPostgres();
 
-// One connection of the open database, leased for as long as the object lives. Any thread may lease one, and the object
-// stays with it; a thread that leases a second one while all are taken waits for itself.
+// One connection of the open database, leased to the calling thread while the object lives. Any thread may lease one. A
+// thread must not lease a second connection before it has given the first one back.
 class Connection {
 public:
-    // Throws Refusal: EIO when no database is open, and when it is one on a server that does not answer; EBUSY when no
-    // connection comes free within five seconds.
+    // Throws Refusal: EIO when no database is open or its server does not answer; EBUSY when no connection becomes free
+    // within kPatience.
     Connection();
     ~Connection();
     Connection(const Connection&) = delete;
@@ -41,26 +42,15 @@ public:
 
     soci::session& sql();
 
-    // Closes it: whoever leases it next has to reconnect.
+    // Closes the connection; it must be reconnected before its next use.
     void close();
 
-    // Connects anew; a transaction that was open on the connection is lost. Throws soci::soci_error, and Refusal EIO
-    // when the database does not answer.
+    // Makes the connection anew; a transaction that was open on it is lost. Throws DatabaseError, and Refusal EIO when
+    // the server does not answer.
     void reconnect();
 
 private:
     const size_t m_number;
-};
-
-// For as long as it lives, statements on the connection fail rather than wait for the locks of others.
-class NoLockWait {
-public:
-    explicit NoLockWait(soci::session& sql);
-    ~NoLockWait();
-    NoLockWait(const NoLockWait&) = delete;
-
-private:
-    soci::session& m_sql;
 };
 
 }  // namespace store

@@ -1,35 +1,32 @@
-// The mutex is never held while the question is asked.
+// Runs the monitor's thread and writes the lines about outages.
 #include "store/db/health_monitor.h"
 
-#include <chrono>
 #include <exception>
 #include <utility>
 
-#include "store/base/errors.h"
 #include "store/base/signal_block.h"
+#include "store/base/timeouts.h"
 #include "store/store.h"
 
 namespace store {
 namespace {
 
-constexpr std::chrono::seconds kEvery{1};
-
 std::mutex gSinkMutex;  // guards the sink
 std::function<void(const std::string&)> gSink;
 
-void tell(const std::string& line) noexcept
+void reportOutage(const std::string& line) noexcept
 try {
     const std::lock_guard lock(gSinkMutex);
     if (gSink) {
         gSink(line);
     }
-} catch (...) {  // a log that fails does not stop the watch
+} catch (...) {  // a log that fails does not stop the monitor
 }
 
 }  // namespace
 
-HealthMonitor::HealthMonitor(std::function<void()> question, std::function<void(bool)> afterwards)
-    : m_question(std::move(question)), m_afterwards(std::move(afterwards))
+HealthMonitor::HealthMonitor(std::function<void()> probe, std::function<void(bool)> afterProbe)
+    : m_probe(std::move(probe)), m_afterProbe(std::move(afterProbe))
 {
     const SignalBlock block;
     m_thread = std::thread(&HealthMonitor::run, this);
@@ -45,55 +42,55 @@ HealthMonitor::~HealthMonitor()
     m_thread.join();
 }
 
-void HealthMonitor::askNow()
+void HealthMonitor::probeNow()
 {
     std::unique_lock lock(m_mutex);
-    const uint64_t before = m_asked;
+    const uint64_t before = m_probes;
     m_isWanted = true;
     m_changed.notify_all();
-    m_changed.wait(lock, [&] { return m_asked != before; });
+    m_changed.wait(lock, [&] { return m_probes != before; });
 }
 
 void HealthMonitor::run()
 {
     std::unique_lock lock(m_mutex);
     for (;;) {
-        m_changed.wait_for(lock, kEvery, [this] { return m_isWanted || m_isStopping; });
+        m_changed.wait_for(lock, kProbeInterval, [this] { return m_isWanted || m_isStopping; });
         if (m_isStopping) {
             return;
         }
         lock.unlock();
-        ask();
+        probe();
         lock.lock();
         m_isWanted = false;
-        ++m_asked;
+        ++m_probes;
         m_changed.notify_all();
     }
 }
 
-void HealthMonitor::ask()
+void HealthMonitor::probe()
 {
     std::string failure;
     try {
-        m_question();
+        m_probe();
     } catch (const std::exception& e) {
         failure = e.what();
         failure = failure.empty() ? "no reason given" : failure;
     }
-    note(failure);
-    m_afterwards(failure.empty());
+    noteResult(failure);
+    m_afterProbe(failure.empty());
 }
 
-void HealthMonitor::note(const std::string& failure)
+void HealthMonitor::noteResult(const std::string& failure)
 {
     const bool isAnswering = failure.empty();
     if (m_isAnswering.exchange(isAnswering) == isAnswering) {
         return;
     }
-    const auto lost = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - m_lostSince);
-    m_lostSince = Clock::now();
-    tell(isAnswering ? "the store answers again after " + std::to_string(lost.count()) + " s"
-                     : "the store does not answer: " + failure);
+    const auto length = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - m_outageBegin);
+    m_outageBegin = Clock::now();
+    reportOutage(isAnswering ? "the store answers again after " + std::to_string(length.count()) + " s"
+                             : "the store does not answer: " + failure);
 }
 
 void setOutageSink(std::function<void(const std::string& line)> sink)

@@ -1,4 +1,4 @@
-// Whether the database answers, known at any time without asking it.
+// Sends a probe every second and decides when the store counts as away.
 #pragma once
 
 #include <atomic>
@@ -12,45 +12,45 @@
 
 namespace store {
 
-// Asks a question every second on a thread of its own, and tells of the beginning and the end of an outage. Any thread
-// may call it.
+// Probes a database on a thread of its own, and reports the beginning and the end of an outage to the sink that
+// setOutageSink() of store.h sets. Any thread may call it.
 class HealthMonitor {
 public:
-    // question: returns when it was answered; throws std::exception, with a text for people, when it was not or too
-    // slowly. afterwards: called each time with what came of it, and must not throw. Both run on the watch's thread.
-    // Throws std::system_error when that cannot be started.
-    HealthMonitor(std::function<void()> question, std::function<void(bool isAnswering)> afterwards);
+    // probe: returns when the database answered; throws std::exception, with a text for people, when it did not or was
+    // too slow. afterProbe: called after each probe with its result; must not throw. Both run on the monitor's thread.
+    // Throws std::system_error when the thread cannot be started.
+    HealthMonitor(std::function<void()> probe, std::function<void(bool isAnswering)> afterProbe);
     HealthMonitor(const HealthMonitor&) = delete;
     HealthMonitor& operator=(const HealthMonitor&) = delete;
 
-    // Waits for a question that has been asked.
+    // Waits for a probe that is under way.
     ~HealthMonitor();
 
-    // Whether the last question was answered; true before the first.
+    // Whether the database answered the last probe; true before the first.
     bool isAnswering() const
     {
         return m_isAnswering;
     }
 
-    // Has the question asked at once, unless it just is, and waits for what comes of it.
-    void askNow();
+    // Probes at once, or joins the probe that is under way, and waits for the result.
+    void probeNow();
 
 private:
     using Clock = std::chrono::steady_clock;
 
     void run();
-    void ask();  // without the mutex
-    void note(const std::string& failure);
+    void probe();  // without the mutex
+    void noteResult(const std::string& failure);
 
-    const std::function<void()> m_question;
-    const std::function<void(bool)> m_afterwards;
+    const std::function<void()> m_probe;
+    const std::function<void(bool)> m_afterProbe;
     std::atomic<bool> m_isAnswering{true};
-    Clock::time_point m_lostSince;  // the outage, if there is one; the thread's
-    std::mutex m_mutex;             // guards the next four
+    Clock::time_point m_outageBegin;  // used by the monitor's thread alone
+    std::mutex m_mutex;               // guards the members below; never held during a probe
     std::condition_variable m_changed;
-    bool m_isWanted = false;  // at once
+    bool m_isWanted = false;  // a probe, at once
     bool m_isStopping = false;
-    uint64_t m_asked = 0;  // questions that came to an end
+    uint64_t m_probes = 0;  // that have ended
     std::thread m_thread;
 };
 

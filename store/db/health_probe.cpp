@@ -1,4 +1,4 @@
-// PostgreSQL is asked through its client library: SOCI waits for an answer without end.
+// Uses PostgreSQL's client library itself: SOCI would wait for an answer without a limit of time.
 #include "store/db/health_probe.h"
 
 #include <poll.h>
@@ -13,6 +13,8 @@
 #include <soci/sqlite3/soci-sqlite3.h>
 
 #include "store/base/errors.h"
+#include "store/base/timeouts.h"
+#include "store/db/postgres_connection.h"
 #include "store/db/session.h"
 #include "store/db/statement.h"
 
@@ -21,18 +23,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds kMaxAnswer{2000};
-
-// A file that is open can be gone from its place: it is opened anew.
-void askSqlite(const std::string& path)
+// Opens the file anew each time: a file that is open may no longer be at its path.
+void probeSqlite(const std::string& path)
 {
-    explained([&path] {
-        soci::session sql;
-        sql.open(soci::sqlite3, "dbname=\"" + path + "\" readonly=1 nocreate=1");
-        std::string answer;
-        Statement(sql).out(answer).prepare("PRAGMA busy_timeout = " + std::to_string(kMaxAnswer.count())).first();
-        number(sql, "SELECT COUNT(*) FROM meta");
-    });
+    soci::session sql;
+    openSession(sql, *soci::factory_sqlite3(), "dbname=\"" + path + "\" readonly=1 nocreate=1");
+    std::string answer;
+    Statement(sql).out(answer).prepare("PRAGMA busy_timeout = " + std::to_string(kProbeTimeout.count())).first();
+    number(sql, "SELECT COUNT(*) FROM meta");
 }
 
 struct PostgresDeleter {
@@ -48,7 +46,7 @@ struct PostgresDeleter {
 using PostgresConnection = std::unique_ptr<PGconn, PostgresDeleter>;
 using PostgresResult = std::unique_ptr<PGresult, PostgresDeleter>;
 
-// Waits until something has come in on the connection. Returns whether it did in time.
+// Waits until data has arrived on the connection. Returns whether it did before the end.
 bool receive(PGconn* pConnection, Clock::time_point end)
 {
     pollfd arrival{PQsocket(pConnection), POLLIN, 0};
@@ -57,10 +55,10 @@ bool receive(PGconn* pConnection, Clock::time_point end)
     return (ready < 0 && errno == EINTR) || (ready > 0 && PQconsumeInput(pConnection) == 1);
 }
 
-// Whether the database answers on the connection, which is ready for the next question then.
+// Whether the database answers over the connection, which is then ready for the next probe.
 bool answers(PGconn* pConnection)
 {
-    const auto end = Clock::now() + kMaxAnswer;
+    const auto end = Clock::now() + kProbeTimeout;
     bool isAnswered = false;
     if (PQsendQuery(pConnection, "SELECT 1") != 1) {
         return false;
@@ -79,14 +77,14 @@ bool answers(PGconn* pConnection)
     }
 }
 
-// A connection that was lost says nothing about the next one.
-void askPostgres(const std::string& url, PostgresConnection& pConnection)
+// Tries a new connection before it gives up: the old one may have been lost without an outage.
+void probePostgres(const std::string& url, PostgresConnection& pConnection)
 {
     if (pConnection != nullptr && answers(pConnection.get())) {
         return;
     }
     pConnection.reset(PQconnectdb(url.c_str()));
-    silence(pConnection.get());
+    silenceNotices(pConnection.get());
     const bool isConnected = PQstatus(pConnection.get()) == CONNECTION_OK;
     if (isConnected && answers(pConnection.get())) {
         return;
@@ -101,10 +99,11 @@ void askPostgres(const std::string& url, PostgresConnection& pConnection)
 std::function<void()> healthProbeFor(const Address& address)
 {
     if (!address.isPostgres) {
-        return [path = address.place] { askSqlite(path); };
+        return [path = address.place] { probeSqlite(path); };
     }
-    return
-        [url = address.place, pConnection = std::make_shared<PostgresConnection>()] { askPostgres(url, *pConnection); };
+    return [url = address.place, pConnection = std::make_shared<PostgresConnection>()] {
+        probePostgres(url, *pConnection);
+    };
 }
 
 }  // namespace store

@@ -1,4 +1,4 @@
-// The question whether a database answers.
+// Asks a database whether it answers.
 #pragma once
 
 #include <functional>
@@ -7,9 +7,10 @@
 
 namespace store {
 
-// Each call asks the database: it returns when that answers within two seconds, on a connection that is made anew for
-// it if need be, and throws std::exception with a text for people otherwise. It ends within the time that connecting
-// takes and four seconds more; one thread at a time. The connections are not those of the pool.
+// Returns the probe of a database. Each call of the probe returns when the database has answered within kProbeTimeout,
+// over a connection of the probe's own, which it makes anew when it was lost. Otherwise it throws std::exception with a
+// text for people. A call takes at most the time for connecting and twice kProbeTimeout. One thread at a time may call
+// the probe.
 std::function<void()> healthProbeFor(const Address& address);
 
 }  // namespace store

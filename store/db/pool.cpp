@@ -1,22 +1,16 @@
-// A connection is cut off by shutting its socket down: the thread that waits on it sees its end, and closes it.
+// A connection is cut off by shutting its socket down: the thread that waits on it sees the end and closes it.
 #include "store/db/pool.h"
 
 #include <cerrno>
+#include <functional>
 #include <utility>
 
 #include "store/base/errors.h"
+#include "store/base/timeouts.h"
 #include "store/db/health_probe.h"
+#include "store/db/session.h"
 
 namespace store {
-namespace {
-
-constexpr std::chrono::seconds kPatience{5};
-constexpr std::chrono::seconds kMaxSilence{70};  // the database itself ends a statement before
-
-// Of the connection that the thread has leased; null for none, and for one that is not cut off.
-thread_local std::atomic<std::chrono::steady_clock::time_point>* tpLastStatement = nullptr;
-
-}  // namespace
 
 Pool::Pool(Address address, size_t size) : m_address(std::move(address)), m_slots(size)
 {
@@ -24,36 +18,36 @@ Pool::Pool(Address address, size_t size) : m_address(std::move(address)), m_slot
         connect(number);
         m_free.push_back(number);
     }
-    const std::function<void()> question = healthProbeFor(m_address);
+    const std::function<void()> probe = healthProbeFor(m_address);
     if (m_address.isPostgres) {
-        question();  // without a connection for it, the pool's would be taken for lost
+        probe();  // without a connection of its own the monitor would declare an outage
     }
-    m_monitor = std::make_unique<HealthMonitor>(question, [this](bool isAnswering) { cutOff(isAnswering); });
+    m_monitor =
+        std::make_unique<HealthMonitor>(probe, [this](bool isAnswering) { cutOffSilentConnections(isAnswering); });
 }
 
 size_t Pool::lease()
 {
     std::unique_lock lock(m_mutex);
-    const bool isUnrestricted = m_changed.wait_for(lock, kPatience, [this] { return !m_free.empty() || isAway(); });
+    const bool isFree = m_changed.wait_for(lock, kPatience, [this] { return !m_free.empty() || isAway(); });
     require(!isAway(), EIO, kNoAnswer);
-    require(isUnrestricted, EBUSY);
+    require(isFree, EBUSY, kLocked);
     const size_t number = m_free.back();
     m_free.pop_back();
     Slot& slot = m_slots[number];
     slot.isLeased = true;
     if (m_address.isPostgres) {
-        tpLastStatement = &slot.lastStatement;
-        noteStatement();
+        setStatementTime(&slot.lastStatement);
     }
     return number;
 }
 
 void Pool::giveBack(size_t number) noexcept
 {
-    tpLastStatement = nullptr;
+    setStatementTime(nullptr);
     const std::lock_guard lock(m_mutex);
     m_slots[number].isLeased = false;
-    m_free.push_back(number);  // there is room: it was in there before
+    m_free.push_back(number);  // needs no memory: the vector has held all numbers before
     m_changed.notify_one();
 }
 
@@ -76,7 +70,7 @@ void Pool::reconnect(size_t number)
     try {
         connect(number);
     } catch (const std::runtime_error&) {
-        m_monitor->askNow();  // so that those who come next need not try
+        m_monitor->probeNow();  // so that the next threads need not try
         require(!isAway(), EIO, kNoAnswer);
         throw;
     }
@@ -91,15 +85,15 @@ void Pool::connect(size_t number)
     noteStatement();
 }
 
-// SQLite lets each call see for itself: its answer is not waited for without end.
+// A call to SQLite is never held for long, so each may find out for itself.
 bool Pool::isAway() const
 {
     return m_address.isPostgres && !m_monitor->isAnswering();
 }
 
-void Pool::cutOff(bool isAnswering)
+void Pool::cutOffSilentConnections(bool isAnswering)
 {
-    const auto oldest = Clock::now() - kMaxSilence;
+    const auto oldest = std::chrono::steady_clock::now() - kLongestSilence;
     const std::lock_guard lock(m_mutex);
     for (const Slot& slot : m_slots) {
         if (slot.isLeased && (!isAnswering || slot.lastStatement.load() < oldest)) {
@@ -107,13 +101,6 @@ void Pool::cutOff(bool isAnswering)
         }
     }
     m_changed.notify_all();
-}
-
-void noteStatement() noexcept
-{
-    if (tpLastStatement != nullptr) {
-        *tpLastStatement = std::chrono::steady_clock::now();
-    }
 }
 
 }  // namespace store

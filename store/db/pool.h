@@ -1,7 +1,6 @@
-// The connections to a database, and what is done when it does not answer.
+// The pool of connections to a database.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -13,17 +12,18 @@
 
 #include "store/db/address.h"
 #include "store/db/health_monitor.h"
-#include "store/db/session.h"
+#include "store/db/last_statement.h"
+#include "store/db/postgres_connection.h"
 
 namespace store {
 
-// A fixed number of connections, each leased by one thread at a time. While PostgreSQL does not answer, none is leased,
-// and those that are leased are cut off, so that whoever waits for an answer on one fails. So is a single one on which
-// it has been silent for too long. Any thread may call it.
+// A fixed number of connections, each leased by one thread at a time. While PostgreSQL does not answer, the pool leases
+// none and shuts down the sockets of those that are leased, so that the threads that wait on them fail. It does the
+// same to a single connection that was silent for longer than kLongestSilence. Any thread may call it.
 class Pool {
 public:
-    // Makes all connections, that of the watch too, so that a wrong address is noticed at once, and a database that has
-    // not as many. Throws as openSession.
+    // Makes all connections, including the health monitor's, so that a wrong address and a database with too few
+    // connections are noticed at once. Throws as openSession.
     Pool(Address address, size_t size);
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
@@ -37,48 +37,41 @@ public:
         return m_monitor->isAnswering();
     }
 
-    // Leases a connection to the calling thread. Returns its number, for giveBack. Throws Refusal: EBUSY when none
-    // comes free within five seconds, EIO when the database does not answer.
+    // Leases a connection to the calling thread. Returns its number, which giveBack takes. Throws Refusal: EBUSY when
+    // no connection becomes free within kPatience, EIO when the database does not answer.
     size_t lease();
 
     void giveBack(size_t number) noexcept;
 
-    // These three are for the thread that has leased the connection.
+    // Only the thread that has leased the connection may call the functions below.
 
-    // It may have been closed, and then statements fail.
+    // The connection. Statements on it fail when it was closed.
     soci::session& at(size_t number);
 
-    // Closes it; a transaction that is open on it is lost.
+    // Closes the connection; a transaction that is open on it is lost.
     void close(size_t number);
 
-    // Makes it anew. Throws as openSession, and Refusal EIO when the database does not answer.
+    // Makes the connection anew. Throws as openSession, and Refusal EIO when the database does not answer.
     void reconnect(size_t number);
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     struct Slot {
-        std::unique_ptr<soci::session> pSession = std::make_unique<soci::session>();  // the leaseholder's
+        std::unique_ptr<soci::session> pSession = std::make_unique<soci::session>();  // the leasing thread's
         SocketHandle socket;                                                          // none while it is closed
         bool isLeased = false;
-        std::atomic<Clock::time_point> lastStatement{};  // while leased
+        StatementTime lastStatement{};  // while it is leased
     };
 
     void connect(size_t number);
     bool isAway() const;
-    void cutOff(bool isAnswering);  // on the watch's thread
+    void cutOffSilentConnections(bool isAnswering);  // on the monitor's thread
 
     const Address m_address;
-    std::mutex m_mutex;  // guards the next two, and of the slots who has them and their sockets
+    std::mutex m_mutex;  // guards the two members below, except for the sessions
     std::condition_variable m_changed;
     std::vector<size_t> m_free;
     std::vector<Slot> m_slots;
-    std::unique_ptr<HealthMonitor> m_monitor;  // ends first
-
-    friend void noteStatement() noexcept;
+    std::unique_ptr<HealthMonitor> m_monitor;  // declared last: its thread uses the members above
 };
-
-// The calling thread executes a statement on the connection that it has leased.
-void noteStatement() noexcept;
 
 }  // namespace store

@@ -1,14 +1,8 @@
-// A connection to PostgreSQL is made on a thread of its own, which is left alone when it takes too long: names are
-// looked up, and SOCI asks the database its first question, without any limit.
+// A connection to PostgreSQL is made on a thread of its own, because SOCI looks names up and asks its first question
+// without a limit of time. When that takes too long, the thread is left to itself.
 #include "store/db/session.h"
 
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cerrno>
-#include <chrono>
-#include <cstring>
 #include <future>
 #include <string>
 #include <thread>
@@ -19,49 +13,53 @@
 
 #include "store/base/errors.h"
 #include "store/base/signal_block.h"
+#include "store/base/timeouts.h"
+#include "store/db/database_error.h"
+#include "store/db/postgres_connection.h"
 #include "store/db/statement.h"
 
 namespace store {
 namespace {
 
-constexpr std::chrono::seconds kMaxConnecting{15};
+using std::chrono::milliseconds;
 
-constexpr const char* kPatience[] = {"PRAGMA busy_timeout = 5000", "SET lock_timeout = '5s'"};  // by isPostgres
-constexpr const char* kNoPatience[] = {"PRAGMA busy_timeout = 0", "SET lock_timeout = '1ms'"};
 constexpr const char* kSqliteSettings[] = {"PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON",
                                            "PRAGMA temp_store = MEMORY"};
-
-// The two time-outs end what nobody waits for any more; the longest statements, of fleets of a million nodes, take some
-// ten seconds. A server that was stopped in a transaction would keep the others from writing without the last one.
-constexpr const char* kPostgresSettings[] = {"SET client_encoding = 'UTF8'", "SET client_min_messages = 'error'",
-                                             "SET statement_timeout = '60s'",
-                                             "SET idle_in_transaction_session_timeout = '60s'"};
-
-// The client library's connection, null when there is none.
-PGconn* connectionOf(soci::session& sql)
-{
-    if (sql.get_backend() == nullptr || sql.get_backend_name() != "postgresql") {
-        return nullptr;
-    }
-    return static_cast<soci::postgresql_session_backend*>(sql.get_backend())->conn_;
-}
+constexpr const char* kPostgresSettings[] = {"SET client_encoding = 'UTF8'", "SET client_min_messages = 'error'"};
 
 // Some of SQLite's settings answer with a row, which must be fetched.
-void setSqlite(soci::session& sql, const char* szSetting)
+void setSqlite(soci::session& sql, const std::string& setting)
 {
     std::string answer;
-    Statement(sql).out(answer).prepare(szSetting).first();
+    Statement(sql).out(answer).prepare(setting).first();
+}
+
+void setPostgres(soci::session& sql, const std::string& name, milliseconds value)
+{
+    execute(sql, "SET " + name + " = " + std::to_string(value.count()));
+}
+
+// How long statements wait for the locks of others.
+void setLockTimeout(soci::session& sql, milliseconds timeout)
+{
+    if (postgresOf(sql) == nullptr) {
+        return setSqlite(sql, "PRAGMA busy_timeout = " + std::to_string(timeout.count()));
+    }
+    setPostgres(sql, "lock_timeout", std::max(timeout, milliseconds(1)));  // 0 would mean: for ever
 }
 
 std::unique_ptr<soci::session> openPostgres(const std::string& url)
 {
     auto pSession = std::make_unique<soci::session>();
-    pSession->open(*soci::factory_postgresql(), url);
-    silence(connectionOf(*pSession));
-    setLockWait(*pSession, true);
+    openSession(*pSession, *soci::factory_postgresql(), url);
+    silenceNotices(postgresOf(*pSession));
+    setLockTimeout(*pSession, kPatience);
     for (const char* szSetting : kPostgresSettings) {
         execute(*pSession, szSetting);
     }
+    setPostgres(*pSession, "statement_timeout", kStatementTimeout);
+    // Without it, a server that was stopped in a transaction would keep the others from writing.
+    setPostgres(*pSession, "idle_in_transaction_session_timeout", kIdleTransactionTimeout);
     return pSession;
 }
 
@@ -73,17 +71,19 @@ std::unique_ptr<soci::session> openPostgresInTime(const std::string& url)
         const SignalBlock block;
         return std::thread(std::move(attempt));
     }();
-    const bool isInTime = opened.wait_for(kMaxConnecting) == std::future_status::ready;
-    isInTime ? thread.join() : thread.detach();
-    require(isInTime, EIO, kNoAnswer);
+    if (opened.wait_for(kWholeConnectTimeout) != std::future_status::ready) {
+        thread.detach();
+        throw Refusal(EIO, kNoAnswer);
+    }
+    thread.join();
     return opened.get();
 }
 
 std::unique_ptr<soci::session> openSqlite(const std::string& path)
 {
     auto pSession = std::make_unique<soci::session>();
-    pSession->open(soci::sqlite3, "dbname=\"" + path + '"');
-    setLockWait(*pSession, true);
+    openSession(*pSession, *soci::factory_sqlite3(), "dbname=\"" + path + '"');
+    setLockTimeout(*pSession, kPatience);
     for (const char* szSetting : kSqliteSettings) {
         setSqlite(*pSession, szSetting);
     }
@@ -97,42 +97,26 @@ std::unique_ptr<soci::session> openSession(const Address& address)
     return address.isPostgres ? openPostgresInTime(address.place) : openSqlite(address.place);
 }
 
-void setLockWait(soci::session& sql, bool isPatient)
+void openSession(soci::session& sql, const soci::backend_factory& factory, const std::string& parameters)
 {
-    const auto& settings = isPatient ? kPatience : kNoPatience;
-    connectionOf(sql) != nullptr ? execute(sql, settings[1]) : setSqlite(sql, settings[0]);
-}
-
-bool isLost(soci::session& sql)
-{
-    const PGconn* pConnection = connectionOf(sql);
-    return sql.get_backend() == nullptr || (pConnection != nullptr && PQstatus(pConnection) != CONNECTION_OK);
-}
-
-void silence(PGconn* pConnection)
-{
-    PQsetNoticeProcessor(
-        pConnection, [](void*, const char*) {}, nullptr);
-}
-
-SocketHandle::SocketHandle(soci::session& sql)
-{
-    if (const PGconn* pConnection = connectionOf(sql)) {
-        m_descriptor = fcntl(PQsocket(pConnection), F_DUPFD_CLOEXEC, 0);
-        require(m_descriptor >= 0, EIO, std::strerror(errno));
+    try {
+        sql.open(factory, parameters);
+    } catch (const soci::soci_error& error) {
+        throw DatabaseError(error);
     }
 }
 
-SocketHandle::~SocketHandle()
+NoLockWait::NoLockWait(soci::session& sql) : m_sql(sql)
 {
-    if (m_descriptor >= 0) {
-        close(m_descriptor);
-    }
+    setLockTimeout(m_sql, milliseconds(0));
 }
 
-void SocketHandle::shutDown() const noexcept
+NoLockWait::~NoLockWait()
 {
-    shutdown(m_descriptor, SHUT_RDWR);
+    try {
+        setLockTimeout(m_sql, kPatience);
+    } catch (const std::runtime_error&) {  // the connection is lost; a new one is set up again
+    }
 }
 
 }  // namespace store

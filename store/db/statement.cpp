@@ -1,9 +1,10 @@
-// Statements are counted as they are executed, which tells a test how many a call needs.
+// Counts the statements of each thread, so that tests can hold a call to a number of them.
 #include "store/db/statement.h"
 
 #include "store/base/errors.h"
-#include "store/db/pool.h"
-#include "store/db/session.h"
+#include "store/db/database_error.h"
+#include "store/db/last_statement.h"
+#include "store/db/postgres_connection.h"
 #include "store/store.h"
 
 namespace store {
@@ -11,17 +12,28 @@ namespace {
 
 thread_local uint64_t tStatements = 0;
 
+// A lost connection gets one text: the client library's depends on who ended it and when.
+[[noreturn]] void throwDatabaseError(soci::session& sql, const soci::soci_error& error)
+{
+    require(!isLost(sql), EIO, kNoAnswer);
+    throw DatabaseError(error);
+}
+
 }  // namespace
 
-// What the client library says of a connection's end depends on who ended it and when.
+Statement::Statement(soci::session& sql)
+try : m_sql(sql), m_statement(sql) {
+} catch (const soci::soci_error& error) {
+    throwDatabaseError(sql, error);
+}
+
 template <typename Work>
 auto Statement::run(Work&& work)
 {
     try {
         return work();
-    } catch (const soci::soci_error&) {
-        require(!isLost(m_sql), EIO, kNoAnswer);
-        throw;
+    } catch (const soci::soci_error& error) {
+        throwDatabaseError(m_sql, error);
     }
 }
 
@@ -59,18 +71,19 @@ bool Statement::next()
 int64_t Statement::change()
 {
     first();
-    return m_statement.get_affected_rows();
+    return run([this] { return m_statement.get_affected_rows(); });
 }
 
 std::vector<std::string> conditionsFor(const std::string& column, const std::vector<int64_t>& values)
 {
-    constexpr size_t kMost = 1000;
+    constexpr size_t kMaxValues = 1000;
     std::vector<std::string> conditions;
     for (size_t i = 0; i < values.size(); ++i) {
-        if (i % kMost == 0) {
+        if (i % kMaxValues == 0) {
             conditions.push_back(column + " IN (");
         }
-        conditions.back() += std::to_string(values[i]) + (i + 1 == values.size() || i % kMost == kMost - 1 ? ")" : ",");
+        conditions.back() +=
+            std::to_string(values[i]) + (i + 1 == values.size() || i % kMaxValues == kMaxValues - 1 ? ")" : ",");
     }
     return conditions;
 }

@@ -1,5 +1,6 @@
-// SQL statements over a session, which is one connection: used by the thread that leased it, in its open transaction.
-// What the database reports is thrown as soci::soci_error, the end of the connection as Refusal EIO.
+// Executes SQL statements on a session, which is one connection. The thread that leased the connection uses it, in its
+// open transaction. Everything here throws DatabaseError when the database reports an error, and Refusal EIO when the
+// connection has ended.
 #pragma once
 
 #include <cstdint>
@@ -11,11 +12,12 @@
 
 namespace store {
 
-// One SQL statement. Bind everything, then prepare, then execute as often as needed: bound variables are read and
-// written by reference and must outlive the statement. Parameters are named ":x", each once, bound in their order.
+// One SQL statement. Bind all variables, then prepare, then execute as often as needed. Bound variables are read and
+// written by reference and must outlive the statement. Parameters are named ":x", each name once, and bound in their
+// order.
 class Statement {
 public:
-    explicit Statement(soci::session& sql) : m_sql(sql), m_statement(sql) {}
+    explicit Statement(soci::session& sql);
     Statement(const Statement&) = delete;
 
     template <typename T>
@@ -34,12 +36,17 @@ public:
         return *this;
     }
 
-    // once: the statement is executed a single time.
+    // once: whether the statement is executed a single time.
     Statement& prepare(const std::string& query, bool once = true);
 
-    bool first();      // executes; whether a row came, whose columns the out variables then hold
-    bool next();       // whether another row came
-    int64_t change();  // executes; number of rows changed
+    // Executes the statement. Returns whether there is a row; its columns are in the out variables then.
+    bool first();
+
+    // Reads the next row likewise.
+    bool next();
+
+    // Executes the statement. Returns the number of rows that it changed.
+    int64_t change();
 
 private:
     template <typename Work>
@@ -49,10 +56,10 @@ private:
     soci::statement m_statement;
 };
 
-// Executes a statement that neither takes nor gives values.
+// Executes a statement without parameters and without rows.
 void execute(soci::session& sql, const std::string& query);
 
-// The one number that the query gives, 0 without a row; the arguments are its parameters in their order.
+// Returns the one number that the query gives, 0 without a row. The arguments are its parameters in their order.
 template <typename... Parameters>
 int64_t number(soci::session& sql, const std::string& query, const Parameters&... parameters)
 {
@@ -62,7 +69,7 @@ int64_t number(soci::session& sql, const std::string& query, const Parameters&..
     return statement.out(result).prepare(query).first() ? result : 0;
 }
 
-// The numbers that the query gives; the arguments are its parameters in their order.
+// Returns the numbers that the query gives, likewise.
 template <typename... Parameters>
 std::unordered_set<int64_t> numbers(soci::session& sql, const std::string& query, const Parameters&... parameters)
 {
@@ -77,14 +84,15 @@ std::unordered_set<int64_t> numbers(soci::session& sql, const std::string& query
     return found;
 }
 
-// Those of the values that the column of the table holds, with one query for a thousand of them.
+// Returns those of the values that the column of the table holds, with one query for each thousand values.
 std::unordered_set<int64_t> valuesIn(soci::session& sql, const std::string& table, const std::string& column,
                                      const std::vector<int64_t>& values);
 
-// Conditions "column IN (...)" that together name every value, each for a thousand at most; SQL has to be short.
+// Returns conditions "column IN (...)" that together name every value, a thousand in each at most: databases limit the
+// length of a statement.
 std::vector<std::string> conditionsFor(const std::string& column, const std::vector<int64_t>& values);
 
-// Executes a changing statement with these parameters; the number of rows that it changed.
+// Executes a changing statement with these parameters. Returns the number of rows that it changed.
 template <typename... Parameters>
 int64_t change(soci::session& sql, const std::string& query, const Parameters&... parameters)
 {

@@ -1,5 +1,5 @@
-// SQLite gives the files that it makes beside a database the rights of that. The file is never opened here once it is
-// there: closing it would give up the locks that SQLite holds on it.
+// Only a new file is opened here: closing a database file would give up the locks that SQLite holds on it. SQLite gives
+// the files that it creates beside a database the rights of the database's file.
 #include "store/db/store_file.h"
 
 #include <fcntl.h>
@@ -16,7 +16,8 @@
 namespace store {
 namespace {
 
-// The folder of a service belongs to its account, and so has to what root makes there for it. Returns whether it does.
+// The folder of a service belongs to the service's account, and so must a file that root creates there. Returns false
+// with errno when the owner cannot be changed.
 bool giveToOwnerOfFolder(int file, const std::string& path)
 {
     struct stat folder = {};
@@ -35,7 +36,10 @@ void provideStoreFile(const std::string& path, OpenMode mode)
     const bool isMissing = errno == ENOENT;
     if (mode != OpenMode::createIfMissing) {
         const std::string text = "there is no store " + path + ": " + std::strerror(errno);
-        isMissing ? throw NoStore(text) : throw std::runtime_error(text);
+        if (isMissing) {
+            throw NoStore(text);
+        }
+        throw std::runtime_error(text);
     }
     const int file = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (file < 0 && errno == EEXIST) {

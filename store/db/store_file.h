@@ -1,4 +1,4 @@
-// The file of a store on SQLite: how it comes into being, and who may read it.
+// Creates the file of a store on SQLite and keeps it private.
 #pragma once
 
 #include <string>
@@ -7,15 +7,16 @@
 
 namespace store {
 
-// Makes an empty file that is its owner's alone when there is none; throws NoStore then where none is to be made,
-// and std::runtime_error when the file cannot be made. One that root makes belongs to the owner of its folder.
+// Creates an empty file with mode 0600 when there is none. A file that root creates belongs to the owner of its folder.
+// Throws NoStore when there is none and the mode does not allow to create it, std::runtime_error when it cannot be
+// created or looked at.
 void provideStoreFile(const std::string& path, OpenMode mode);
 
 // Whether this process may write the file.
 bool isWritable(const std::string& path);
 
-// Takes the rights of group and others from the file and from what SQLite keeps beside it; a file of another owner
-// stays as it is.
+// Removes the rights of group and others from the file and from the files that SQLite keeps beside it. A file of
+// another owner stays as it is.
 void restrictStoreFile(const std::string& path);
 
 }  // namespace store

@@ -1,28 +1,19 @@
-// How a transaction begins differs between the databases; on both only one writing transaction runs at a time.
+// Begins and ends transactions; on both databases one writing transaction runs at a time.
 #include "store/db/transaction.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <random>
 #include <thread>
 
+#include "store/base/errors.h"
 #include "store/db/statement.h"
 #include "store/db/write_queue.h"
-#include "store/nodes/listing_snapshot.h"
-#include "store/rules/acting_account.h"
 
 namespace store {
 namespace {
 
 WriteQueue gWriteQueue;
-
-// A writer sees the store as it is, not as the thread's last listing found it.
-Connection connectionFor(Access access)
-{
-    if (access == Access::write) {
-        dropSnapshot();
-    }
-    return Connection();
-}
 
 void begin(soci::session& sql, Access access)
 {
@@ -33,12 +24,12 @@ void begin(soci::session& sql, Access access)
     if (access == Access::read) {
         return execute(sql, "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
     }
-    // Who has waited for the lock then sees what the one before has done: each statement looks at the store anew. Both
-    // go to the database at once.
+    // READ COMMITTED: a writer that waited for the lock sees what the writer before it has committed. Both statements
+    // go to the database in one round trip.
     number(sql, "BEGIN ISOLATION LEVEL READ COMMITTED; SELECT value FROM meta WHERE name = 'version' FOR UPDATE");
 }
 
-// Whether there was a connection to roll back on.
+// Returns false when the connection did not take the statement.
 bool rollBack(soci::session& sql) noexcept
 {
     try {
@@ -49,9 +40,9 @@ bool rollBack(soci::session& sql) noexcept
     }
 }
 
-// Leaves no transaction on the connection: where that cannot be told, it is closed. Whether it was told; SQLite cannot
-// roll back what has not begun.
-bool leaveNone(Connection& connection) noexcept
+// Ends the transaction; closes a connection to PostgreSQL on which that fails. Returns whether it was rolled back:
+// SQLite also fails when no transaction has begun.
+bool rollBackOrClose(Connection& connection) noexcept
 {
     const bool isRolledBack = rollBack(connection.sql());
     if (!isRolledBack && isPostgres()) {
@@ -60,14 +51,14 @@ bool leaveNone(Connection& connection) noexcept
     return isRolledBack;
 }
 
-// A database server that was restarted leaves dead connections in the pool: connect anew before giving up.
+// After a restart of the database server the connections of the pool are dead, so one reconnect comes before a failure.
 void beginOrReconnect(Connection& connection, Access access)
 {
     for (bool isFirst = true;; isFirst = false) {
         try {
             return begin(connection.sql(), access);
-        } catch (const std::runtime_error&) {
-            if (leaveNone(connection) || !isFirst || errnoOfException() == EBUSY) {
+        } catch (const Error& error) {
+            if (rollBackOrClose(connection) || !isFirst || error.code == EBUSY) {
                 throw;
             }
         }
@@ -77,21 +68,22 @@ void beginOrReconnect(Connection& connection, Access access)
 
 }  // namespace
 
-Transaction::Turn::Turn(Access access) : isTaken(access == Access::write)
+Transaction::WriteTurn::WriteTurn(Access access) : isTaken(access == Access::write)
 {
     if (isTaken) {
         gWriteQueue.enter();
+        threadState().pSnapshot.reset();  // the thread reads its own changes from here on
     }
 }
 
-Transaction::Turn::~Turn()
+Transaction::WriteTurn::~WriteTurn()
 {
     if (isTaken) {
         gWriteQueue.leave();
     }
 }
 
-Transaction::Transaction(Access access) : m_turn(access), m_connection(connectionFor(access))
+Transaction::Transaction(Access access) : m_turn(access)
 {
     beginOrReconnect(m_connection, access);
 }
@@ -99,7 +91,7 @@ Transaction::Transaction(Access access) : m_turn(access), m_connection(connectio
 Transaction::~Transaction()
 {
     if (m_open) {
-        leaveNone(m_connection);
+        rollBackOrClose(m_connection);
     }
 }
 
@@ -114,27 +106,29 @@ void Transaction::commit()
         execute(m_connection.sql(), "COMMIT");
         m_open = false;
         if (m_turn.isTaken) {
-            noteCommit();
+            threadState().hasCommitted = true;
         }
-    } catch (const std::runtime_error&) {
+    } catch (const Error& error) {
         m_open = false;
-        const bool isKnown = leaveNone(m_connection) && !isOutcomeUnknown();
+        const auto* pReported = dynamic_cast<const DatabaseError*>(&error);
+        const bool isDoubtful = pReported != nullptr && pReported->isOutcomeUnknown;
+        const bool isKnown = rollBackOrClose(m_connection) && !isDoubtful;
         require(isKnown || !isPostgres() || !m_turn.isTaken, EIO,
                 "the database was lost while it stored the change, which may be there now or not");
         throw;
     }
 }
 
-void RetryTimer::pauseOrThrow()
+void RetryTimer::pauseOrThrow(const DatabaseError& error)
 {
     thread_local std::minstd_rand tRandom(std::random_device{}());
-    constexpr int kLongestPause = 64;
-    if (!isToBeRepeated() || std::chrono::steady_clock::now() >= m_end) {
+    if (!error.isWorthRepeating || std::chrono::steady_clock::now() >= m_end) {
         throw;
     }
-    // Those who met once do not meet again at the same moment.
-    std::this_thread::sleep_for(std::chrono::microseconds(std::uniform_int_distribution(0, m_pause * 1000)(tRandom)));
-    m_pause = std::min(2 * m_pause, kLongestPause);
+    // A random pause, so that the same transactions do not meet again.
+    const int64_t longest = std::chrono::microseconds(m_longestPause).count();
+    std::this_thread::sleep_for(std::chrono::microseconds(std::uniform_int_distribution<int64_t>(0, longest)(tRandom)));
+    m_longestPause = std::min(2 * m_longestPause, kLongestRetryPause);
 }
 
 }  // namespace store

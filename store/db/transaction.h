@@ -1,24 +1,24 @@
-// Transactions: inTransaction(...) runs work in one, and again where the database asks for that; reading(...) and
-// writing(...), which most functions of the store are made of, turn what it throws into errno and -1, as toErrno() of
-// errors.h does.
+// Runs work in a transaction, and once more when the database gave the transaction up.
 #pragma once
 
 #include <chrono>
 #include <type_traits>
 
-#include "store/base/errors.h"
+#include "store/base/timeouts.h"
 #include "store/db/database.h"
+#include "store/db/database_error.h"
 
 namespace store {
 
 enum class Access { read, write };
 
-// One leased connection in one transaction, rolled back on destruction unless committed. A reading transaction sees one
-// moment of the store; writing ones run one after the other, and a thread that begins one gives up its snapshot.
-// An object is used by one thread; a thread has one at a time.
+// One leased connection in one transaction, rolled back on destruction unless committed. A reading transaction sees the
+// store as it was at one moment. Writing transactions run one after the other; the thread that begins one loses the
+// snapshot of its listing. One thread uses an object; a thread has one object at a time.
 class Transaction {
 public:
-    // Throws Refusal EBUSY when no connection or lock comes free within five seconds, EIO when no store is open.
+    // Throws Refusal or DatabaseError: EBUSY when no connection or lock becomes free within kPatience; EIO when no
+    // store is open or the database does not answer.
     explicit Transaction(Access access);
     ~Transaction();
     Transaction(const Transaction&) = delete;
@@ -26,41 +26,40 @@ public:
 
     soci::session& sql();
 
-    // Throws soci::soci_error; the transaction is rolled back then. Throws Refusal EIO when the connection is lost
-    // before the database says what became of the changes.
+    // Throws DatabaseError; the transaction is rolled back then. Throws Refusal EIO when the connection was lost before
+    // the database said whether it stored the changes.
     void commit();
 
 private:
-    // A turn to write, given back last of all.
-    struct Turn {
-        explicit Turn(Access access);
-        ~Turn();
-        Turn(const Turn&) = delete;
-        Turn& operator=(const Turn&) = delete;
+    // The turn of a writing transaction in the queue of writers.
+    struct WriteTurn {
+        explicit WriteTurn(Access access);
+        ~WriteTurn();
+        WriteTurn(const WriteTurn&) = delete;
+        WriteTurn& operator=(const WriteTurn&) = delete;
         const bool isTaken;
     };
 
-    Turn m_turn;
+    WriteTurn m_turn;  // declared first: it ends when the connection is given back
     Connection m_connection;
     bool m_open = true;
 };
 
-// How long a transaction that the database gave up is repeated: five seconds from when the object was made.
+// Decides whether a transaction that the database gave up runs once more, for kPatience from the object's creation on.
 class RetryTimer {
 public:
-    // To be called in a catch block: returns after a pause, longer each time, where the exception says that the
-    // transaction is to be repeated and there is time left. Else throws the exception.
-    void pauseOrThrow();
+    // To be called in the catch block of the error. Returns after a pause, which grows each time, when the transaction
+    // is worth repeating and there is time left. Otherwise throws the error again.
+    void pauseOrThrow(const DatabaseError& error);
 
 private:
-    std::chrono::steady_clock::time_point m_end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    int m_pause = 1;  // milliseconds, at most
+    std::chrono::steady_clock::time_point m_end = std::chrono::steady_clock::now() + kPatience;
+    std::chrono::milliseconds m_longestPause = kFirstRetryPause;
 };
 
-// Runs work(soci::session&) in a transaction, commits it and returns what the work returned. A database may give up a
-// transaction that another one came in the way of; then the work runs once more, in a new transaction and from its
-// start. So whatever it sets outside itself it sets anew in each run, from what was there before the first one. Throws
-// what the work and the transaction throw.
+// Runs work(soci::session&) in a transaction, commits it and returns the work's result. A database may give up a
+// transaction because of another one; then the work runs once more from its start, in a new transaction. So the work
+// must not depend on anything that an earlier run of it has set. Throws what the work and the transaction throw.
 template <typename Work>
 auto inTransaction(Access access, Work&& work)
 {
@@ -76,23 +75,10 @@ auto inTransaction(Access access, Work&& work)
                 transaction.commit();
                 return result;
             }
-        } catch (const soci::soci_error&) {
-            retry.pauseOrThrow();
+        } catch (const DatabaseError& error) {
+            retry.pauseOrThrow(error);
         }
     }
-}
-
-// Runs work(soci::session&), which returns nothing, in a transaction: 0 and errno as it was, or -1 with errno.
-template <typename Work>
-int reading(Work&& work) noexcept
-{
-    return toErrno([&work] { inTransaction(Access::read, work); });
-}
-
-template <typename Work>
-int writing(Work&& work) noexcept
-{
-    return toErrno([&work] { inTransaction(Access::write, work); });
 }
 
 }  // namespace store

@@ -1,18 +1,12 @@
-// A turn is handed from the writer that leaves to the first in the line, so that nobody comes in between.
+// The thread that leaves hands its turn on directly, so that no thread that arrives in between can take it.
 #include "store/db/write_queue.h"
 
 #include <cerrno>
-#include <chrono>
 
 #include "store/base/errors.h"
+#include "store/base/timeouts.h"
 
 namespace store {
-namespace {
-
-constexpr std::chrono::seconds kPatience{5};
-
-}  // namespace
-
 void WriteQueue::enter()
 {
     std::unique_lock lock(m_mutex);
@@ -23,7 +17,7 @@ void WriteQueue::enter()
     const auto place = m_waiters.emplace(m_waiters.end());
     const bool hasTurn = place->wake.wait_for(lock, kPatience, [&] { return place->hasTurn; });
     m_waiters.erase(place);
-    require(hasTurn, EBUSY);
+    require(hasTurn, EBUSY, kLocked);
 }
 
 void WriteQueue::leave()

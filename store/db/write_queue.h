@@ -1,4 +1,4 @@
-// The line in which the threads of this process wait to write.
+// The queue in which the threads of this process wait for their turn to write.
 #pragma once
 
 #include <condition_variable>
@@ -7,15 +7,15 @@
 
 namespace store {
 
-// Lets one writer in at a time, in the order in which they came: left to itself, the database has all who wait sleep
-// and try again, and lets in whoever happens to be awake. Any thread may call it.
+// Lets one thread write at a time, in the order of arrival. The database by itself would let all waiting threads sleep
+// and try again, and admit whichever is awake at the right moment. Any thread may call it.
 class WriteQueue {
 public:
-    // Waits for the turn of the calling thread, which must not have it yet. Throws Refusal EBUSY when that does not
-    // come within five seconds.
+    // Waits for the calling thread's turn; the thread must not have it yet. Throws Refusal EBUSY when the turn does not
+    // come within kPatience.
     void enter();
 
-    // Ends the turn.
+    // Ends the turn and hands it to the thread that has waited longest.
     void leave();
 
 private:
@@ -24,9 +24,9 @@ private:
         bool hasTurn = false;
     };
 
-    std::mutex m_mutex;  // guards the two below and the waiters
+    std::mutex m_mutex;  // guards the members below and the waiters
     bool m_isTaken = false;
-    std::list<Waiter> m_waiters;  // the first in line first
+    std::list<Waiter> m_waiters;  // in the order of arrival
 };
 
 }  // namespace store

@@ -60,7 +60,7 @@ Outcome applyTo(const Fleet& stored, const Fleet& file, bool prune, soci::sessio
 template <typename Read>
 PlanCount applyWith(Read&& read, const ApplyOptions& options, const PlanSink& plan, const FleetProgress& progress)
 {
-    const Outcome outcome = explained([&] {
+    const auto apply = [&]() -> Outcome {
         if (options.dryRun && !isDatabaseOpen()) {
             const Fleet empty = newFleet();
             return applyTo(empty, read(empty), options.prune, nullptr, progress);
@@ -69,7 +69,8 @@ PlanCount applyWith(Read&& read, const ApplyOptions& options, const PlanSink& pl
             const Fleet stored = storedFleet(sql);
             return applyTo(stored, read(stored), options.prune, options.dryRun ? nullptr : &sql, progress);
         });
-    });
+    };
+    const Outcome outcome = apply();
     if (!options.dryRun && !outcome.lines.empty()) {
         analyzeTables();
     }
@@ -96,12 +97,9 @@ PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan,
 
 void exportFleet(const std::function<void(const std::string& line)>& sink)
 {
-    const std::vector<std::string> lines = explained([] {
-        const Fleet fleet = inTransaction(Access::read, storedFleet);
-        std::vector<std::string> file = fileOf(fleet);
-        checkFleet(fleet, Checked::all);
-        return file;
-    });
+    const Fleet fleet = inTransaction(Access::read, storedFleet);
+    const std::vector<std::string> lines = fileOf(fleet);
+    checkFleet(fleet, Checked::all);
     for (const std::string& line : lines) {
         sink(line);
     }

@@ -94,7 +94,7 @@ Entry<R> readEntry(const Json::Value& jRecord);
 
 // --- fleet_stored.cpp
 
-// The fleet in the store, read as it is, unchecked. Throws soci::soci_error.
+// The fleet in the store, read as it is, unchecked. Throws DatabaseError.
 Fleet storedFleet(soci::session& sql);
 
 // What a store holds that has just been made.
@@ -165,7 +165,7 @@ PlanCount countOf(const Plan& plan);
 
 // --- fleet_writer.cpp
 
-// Makes the store the fleet that the plan leads to. Throws soci::soci_error. step: called for each record written.
+// Makes the store the fleet that the plan leads to. Throws DatabaseError. step: called for each record written.
 void writePlan(soci::session& sql, const Plan& plan, const Fleet& after, const std::function<void()>& step);
 
 // --- fleet_export.cpp

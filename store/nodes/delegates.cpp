@@ -7,7 +7,7 @@
 
 #include "store/nodes/listing_snapshot.h"
 #include "store/records/json_text.h"
-#include "store/rules/change_log.h"
+#include "store/rules/change.h"
 #include "store/rules/checks.h"
 
 namespace store {
@@ -153,12 +153,14 @@ std::string replaceDelegates(soci::session& sql, const Request& request)
 int setDelegates(const Request& request)
 {
     bool isToChange = false;
-    const int result =
-        reading([&](soci::session& sql) { isToChange = delegatesToSet(sql, Rights(sql), request).has_value(); });
+    const int result = toErrno([&] {
+        isToChange = inTransaction(
+            Access::read, [&](soci::session& sql) { return delegatesToSet(sql, Rights(sql), request).has_value(); });
+    });
     if (result < 0 || !isToChange) {
         return result;
     }
-    return changing([&](soci::session& sql) { return replaceDelegates(sql, request); });
+    return commitChange([&](soci::session& sql) { return replaceDelegates(sql, request); });
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ Delegate delegateOf(const DelegateRow& row);
 VLIBCString extraInfoOf(const AccountRow& account);
 
 // Gives the inserter the accounts with these uids, in this order, as the delegates of a node that has none. Runs in the
-// inserter's transaction; throws soci::soci_error.
+// inserter's transaction; throws DatabaseError.
 void insertDelegates(Inserter<DelegateRow>& inserter, int nodeType, int64_t id, const std::vector<int64_t>& ugids);
 
 }  // namespace store

@@ -2,7 +2,7 @@
 #include <ctime>
 
 #include "store/records/rows.h"
-#include "store/rules/change_log.h"
+#include "store/rules/change.h"
 #include "store/rules/checks.h"
 
 namespace store {
@@ -167,17 +167,17 @@ int VELQZEMOuGet(int64_t id, _tag_velq_zem_ou_* pOu)
 
 int VELQZEMOuSet(_tag_velq_zem_ou_* pOu)
 {
-    return changeRecord(pOu, replaceGroup);
+    return commitChange(pOu, replaceGroup);
 }
 
 int VELQZEMOuCreate(_tag_velq_zem_ou_* pOu)
 {
-    return changeRecord(pOu, createGroup);
+    return commitChange(pOu, createGroup);
 }
 
 int VELQZEMOuDeleteAllByID(int64_t id)
 {
-    return changing([id](soci::session& sql) { return deleteGroups(sql, id); });
+    return commitChange([id](soci::session& sql) { return deleteGroups(sql, id); });
 }
 
 int VELQZEMOuItemGetID(int64_t* pId, const _tag_velq_zem_ou_* pOu)

@@ -1,44 +1,38 @@
-// One snapshot for each thread, so that listings on several threads neither wait for one another nor mix.
+// Counts the lists of a listing that are still in use.
 #include "store/nodes/listing_snapshot.h"
 
 #include <algorithm>
+#include <utility>
+
+#include "store/base/thread_state.h"
 
 namespace store {
-namespace {
-
-thread_local std::unique_ptr<ListingSnapshot> tSnapshot;
-
-bool hasLists(const ListingSnapshot& snapshot)
-{
-    return std::any_of(snapshot.heads.begin(), snapshot.heads.end(),
-                       [](const void* pHead) { return pHead != nullptr; });
-}
-
-}  // namespace
 
 const ListingSnapshot* currentSnapshot()
 {
-    return tSnapshot.get();
+    return threadState().pSnapshot.get();
 }
 
 void keepSnapshot(std::unique_ptr<ListingSnapshot> pSnapshot)
 {
-    tSnapshot = std::move(pSnapshot);
+    threadState().pSnapshot = std::move(pSnapshot);
     releaseFromSnapshot(nullptr);
 }
 
 void dropSnapshot()
 {
-    tSnapshot.reset();
+    threadState().pSnapshot.reset();
 }
 
 void releaseFromSnapshot(const void* pHead)
 {
-    if (tSnapshot == nullptr) {
+    ListingSnapshot* pSnapshot = threadState().pSnapshot.get();
+    if (pSnapshot == nullptr) {
         return;
     }
-    std::replace(tSnapshot->heads.begin(), tSnapshot->heads.end(), pHead, static_cast<const void*>(nullptr));
-    if (!hasLists(*tSnapshot)) {
+    auto& heads = pSnapshot->heads;
+    std::replace(heads.begin(), heads.end(), pHead, static_cast<const void*>(nullptr));
+    if (std::all_of(heads.begin(), heads.end(), [](const void* pOther) { return pOther == nullptr; })) {
         dropSnapshot();
     }
 }

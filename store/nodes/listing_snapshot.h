@@ -1,6 +1,7 @@
-// What a tree listing read besides its lists: policies, delegates and account names as of the same moment, kept for the
-// listing's thread until the last of its lists is released or the thread writes, so that decorating the nodes needs no
-// further SQL. Each thread has one snapshot or none; every function here is about that of the calling thread.
+// What a tree listing read besides its lists, kept so that decorating the nodes needs no further SQL.
+//
+// A thread has one snapshot or none; ThreadState holds it. The snapshot goes when the last list of its listing is
+// released, when the thread lists again and when the thread writes. Every function here is about the calling thread's.
 #pragma once
 
 #include <array>
@@ -8,13 +9,13 @@
 #include <map>
 #include <memory>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "store/records/records.h"
 
 namespace store {
 
+// Policies, delegates and account names, all as of the moment of the listing.
 struct ListingSnapshot {
     std::array<const void*, 3> heads{};  // of the lists that are not released yet
     std::unordered_map<int64_t, Policy> policies;
@@ -22,16 +23,16 @@ struct ListingSnapshot {
     std::unordered_map<uint64_t, VLIBCString> extraInfo;                          // of the accounts, by uid
 };
 
-// The snapshot, null when there is none. Valid until the thread keeps another one, releases a list or writes.
+// The snapshot, null when there is none. It stays valid until the thread keeps another one, releases a list or writes.
 const ListingSnapshot* currentSnapshot();
 
-// Takes the snapshot in place of an earlier one. One without lists is not kept.
+// Keeps the snapshot in place of an earlier one. One without lists is not kept.
 void keepSnapshot(std::unique_ptr<ListingSnapshot> pSnapshot);
 
 // Releases the snapshot, if there is one.
 void dropSnapshot();
 
-// Notes that the caller releases the list with that head; the snapshot goes with the last of its lists.
+// Notes that the caller releases the list with that head, and drops the snapshot with its last list.
 void releaseFromSnapshot(const void* pHead);
 
 }  // namespace store

@@ -81,7 +81,7 @@ int VELQZEMGpoGetWithVersionConvert(Json::Value& jSetting, Json::Value& jUIVersi
 
 int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id)
 {
-    return writing([&](soci::session& sql) {
+    const auto note = [&](soci::session& sql) {
         const bool canFetch = nodeType == VELQ_ZEM_TYPE_OU || nodeType == kServerType;
         require(canFetch, ENOENT, "node_type: neither a group nor a server");
         Rights(sql).requireNode(nodeType, id);
@@ -90,5 +90,6 @@ int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id)
                "INSERT INTO gpo_fetch (node_type, node_id, uid, mtime) VALUES (:type, :id, :uid, :mtime)"
                " ON CONFLICT (node_type, node_id) DO UPDATE SET uid = excluded.uid, mtime = excluded.mtime",
                nodeType, id, static_cast<int64_t>(uid), std::time(nullptr));
-    });
+    };
+    return toErrno([&] { inTransaction(Access::write, note); });
 }

@@ -1,6 +1,6 @@
 // Servers come with a fleet; from then on they are loaded and changed, neither created nor deleted.
 #include "store/records/rows.h"
-#include "store/rules/change_log.h"
+#include "store/rules/change.h"
 #include "store/rules/checks.h"
 
 using namespace store;
@@ -12,7 +12,7 @@ int VELQZEMKxGet(int64_t id, _tag_velq_zem_kx_* pKx)
 
 int VELQZEMKxSet(_tag_velq_zem_kx_* pKx)
 {
-    return changeRecord(pKx, [](soci::session& sql, Server& server) {
+    return commitChange(pKx, [](soci::session& sql, Server& server) {
         const Rights rights(sql);
         rights.requireNode(Kind<Server>::kType, server.id);
         Server stored;

@@ -1,7 +1,7 @@
 // Records as rows: reading, inserting and replacing them, with the SQL made from the kind's table of fields.
 //
-// What takes a session runs in the caller's transaction and throws Refusal, or soci::soci_error for what the database
-// reports; readRecord at the end is a whole function of the store, with a transaction of its own.
+// What takes a session runs in the caller's transaction and throws Refusal or DatabaseError; readRecord at the end is a
+// whole function of the store, with a transaction of its own.
 #pragma once
 
 #include <array>
@@ -295,11 +295,13 @@ void replace(soci::session& sql, R& record, const R& stored)
 template <typename R>
 int readRecord(int64_t id, R* pRecord) noexcept
 {
-    return reading([&](soci::session& sql) {
-        requireArguments(pRecord);
-        R loaded(*pRecord);
-        load(sql, id, loaded);
-        *pRecord = loaded;
+    return toErrno([&] {
+        inTransaction(Access::read, [&](soci::session& sql) {
+            requireArguments(pRecord);
+            R loaded(*pRecord);
+            load(sql, id, loaded);
+            *pRecord = loaded;
+        });
     });
 }
 

@@ -127,7 +127,7 @@ void createMeta()
     Connection connection;
     try {
         execute(connection.sql(), kMeta);
-    } catch (const soci::soci_error&) {  // someone else was making it at the same moment; then it is there by now
+    } catch (const DatabaseError&) {  // someone else was making it at the same moment; then it is there by now
         execute(connection.sql(), kMeta);
     }
 }
@@ -165,13 +165,13 @@ int64_t usableVersion(OpenMode mode)
 void prepareSchema(OpenMode mode)
 {
     int64_t version = usableVersion(mode);
-    settleDatabase();
+    setUpDatabaseFile();
     while (version < kSchemaVersion) {
         try {
             createMeta();
             inTransaction(Access::write, bringUpToDate);
             return;
-        } catch (const soci::soci_error&) {
+        } catch (const DatabaseError&) {
             const int64_t before = version;
             version = usableVersion(mode);
             if (version == before) {  // it is not that someone else was quicker

@@ -1,42 +1,20 @@
-// One caller for each thread.
-#include "store/rules/acting_account.h"
-
-#include "store/base/errors.h"
+// Sets the account on whose behalf the calling thread calls the store.
+#include "store/base/thread_state.h"
 #include "store/store.h"
 
 namespace store {
-namespace {
 
-thread_local std::optional<uint32_t> tCaller;
-thread_local bool tHasCommitted = false;
-
-}  // namespace
-
-ActingAccount::ActingAccount(uint32_t uid) : m_before(tCaller)
+ActingAccount::ActingAccount(uint32_t uid) : m_before(threadState().actingUid)
 {
-    tCaller = uid;
-    tHasCommitted = false;
-    forgetRefusal();
+    ThreadState& state = threadState();
+    state.actingUid = uid;
+    state.hasCommitted = false;
+    state.refusal.clear();
 }
 
 ActingAccount::~ActingAccount()
 {
-    tCaller = m_before;
-}
-
-std::optional<uint32_t> actingUid()
-{
-    return tCaller;
-}
-
-void noteCommit() noexcept
-{
-    tHasCommitted = true;
-}
-
-bool hasCommitted() noexcept
-{
-    return tCaller && tHasCommitted;
+    threadState().actingUid = m_before;
 }
 
 }  // namespace store

@@ -8,7 +8,6 @@
 #include "store/db/statement.h"
 #include "store/db/transaction.h"
 #include "store/records/json_text.h"
-#include "store/rules/acting_account.h"
 #include "store/store.h"
 
 namespace store {
@@ -60,8 +59,8 @@ Role roleOf(soci::session& sql, int64_t uid)
 
 Rights::Rights(soci::session& sql) : m_sql(sql)
 {
-    if (actingUid()) {
-        m_uid = *actingUid();
+    if (threadState().actingUid) {
+        m_uid = *threadState().actingUid;
         m_role = readAccount(sql, m_uid, m_name);
     }
 }
@@ -143,10 +142,12 @@ using namespace store;
 
 int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id)
 {
-    const int result = reading([&](soci::session& sql) {
-        if (!canManage(sql, roleOf(sql, uid), uid, id)) {
-            throw Refusal(EACCES, notYours(Kind<Group>::kName, id));
-        }
+    const int result = toErrno([&] {
+        inTransaction(Access::read, [&](soci::session& sql) {
+            if (!canManage(sql, roleOf(sql, uid), uid, id)) {
+                throw Refusal(EACCES, notYours(Kind<Group>::kName, id));
+            }
+        });
     });
     if (result == 0) {
         return 1;

@@ -13,7 +13,7 @@ namespace store {
 
 enum class Role { unknown, delegate, administrator };
 
-// The account's standing; unknown without such an account. Runs in the caller's transaction; throws soci::soci_error.
+// The account's standing; unknown without such an account. Runs in the caller's transaction; throws DatabaseError.
 Role roleOf(soci::session& sql, int64_t uid);
 
 // Text before a SELECT that makes "seen": the identifiers of the groups delegated to the account and of all below

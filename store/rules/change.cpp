@@ -1,17 +1,18 @@
-// The line is made within the transaction, where the caller's name is read, and told after it.
-#include "store/rules/change_log.h"
+// The line is made within the transaction, where the account's name is read, and logged after the commit.
+#include "store/rules/change.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "store/rules/acting_account.h"
+#include "store/base/thread_state.h"
+#include "store/store.h"
 
 namespace store {
 namespace {
 
 std::function<void(const std::string&)> gSink;
 
-// Whether the name can stand in a line without being taken for more than a name, or for something else.
+// Whether a line can show the name as it is: nobody can take it for two fields, for "no account" or for a uid.
 bool isPlainName(const std::string& name)
 {
     const bool isVisible = std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c <= '~'; });
@@ -20,10 +21,11 @@ bool isPlainName(const std::string& name)
 
 std::string nameForLine(const Rights& rights)
 {
-    if (!actingUid()) {
+    const std::optional<uint32_t>& actingUid = threadState().actingUid;
+    if (!actingUid) {
         return "-";
     }
-    return isPlainName(rights.accountName()) ? rights.accountName() : "uid=" + std::to_string(*actingUid());
+    return isPlainName(rights.accountName()) ? rights.accountName() : "uid=" + std::to_string(*actingUid);
 }
 
 }  // namespace
@@ -36,7 +38,7 @@ std::string changeLine(const Rights& rights, const char* szKind, int64_t id, con
     return nameForLine(rights) + " " + szKind + " " + std::to_string(id) + " " + what;
 }
 
-void tellChange(const std::string& line) noexcept
+void logChange(const std::string& line) noexcept
 {
     if (line.empty()) {
         return;

@@ -1,0 +1,24 @@
+// One place for each thread, as a thread leases one connection at a time.
+#include "store/db/last_statement.h"
+
+namespace store {
+namespace {
+
+thread_local StatementTime* tpTime = nullptr;
+
+}  // namespace
+
+void setStatementTime(StatementTime* pTime) noexcept
+{
+    tpTime = pTime;
+    noteStatement();
+}
+
+void noteStatement() noexcept
+{
+    if (tpTime != nullptr) {
+        *tpTime = std::chrono::steady_clock::now();
+    }
+}
+
+}  // namespace store

@@ -1,0 +1,49 @@
+// The client library's side of a connection to PostgreSQL: whether it has ended, and a way to end it from another
+// thread.
+#pragma once
+
+#include <utility>
+
+#include <libpq-fe.h>
+#include <soci/soci.h>
+
+namespace store {
+
+// The client library's connection of the session; null for SQLite and for a session that is closed. It belongs to the
+// session.
+PGconn* postgresOf(soci::session& sql);
+
+// Whether the connection has ended or was never made. The database is not asked: the results of earlier statements tell
+// it. A connection to SQLite does not end by itself.
+bool isLost(soci::session& sql);
+
+// Discards the notices of the server, which the client library would print on standard error. The connection may be one
+// that could not be made.
+void silenceNotices(PGconn* pConnection);
+
+// A second descriptor of the socket of a connection to PostgreSQL. The client library closes its own descriptor as soon
+// as it sees the connection's end, and from then on the same number may belong to something else.
+class SocketHandle {
+public:
+    // No socket.
+    SocketHandle() = default;
+
+    // No socket for a connection to SQLite. Throws Refusal EIO when the process has no descriptor left.
+    explicit SocketHandle(soci::session& sql);
+
+    SocketHandle(SocketHandle&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+    SocketHandle& operator=(SocketHandle&& other) noexcept
+    {
+        std::swap(m_descriptor, other.m_descriptor);
+        return *this;
+    }
+    ~SocketHandle();
+
+    // Ends the connection, if there is one; a thread that waits on it then sees its end. Any thread may call it.
+    void shutDown() const noexcept;
+
+private:
+    int m_descriptor = -1;
+};
+
+}  // namespace store

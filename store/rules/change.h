@@ -1,0 +1,59 @@
+// Commits the changes that the platform's functions make, and writes the operator's log of them: the lines that
+// setChangeSink() of store.h describes.
+#pragma once
+
+#include <string>
+
+#include "store/db/transaction.h"
+#include "store/records/records.h"
+#include "store/rules/rights.h"
+
+namespace store {
+
+// Returns the log line for a change that the acting account, whose rights those are, is about to commit; an empty text
+// when nothing changed or no sink is set. szKind: Kind<R>::kName; what: what became of the record, empty for nothing.
+std::string changeLine(const Rights& rights, const char* szKind, int64_t id, const std::string& what);
+
+// Gives the line of a committed change to the sink, unless it is empty. Leaves errno as it is.
+void logChange(const std::string& line) noexcept;
+
+// Returns the names of the members in which the records differ, separated by commas, without those that the store
+// writes by itself.
+template <typename R>
+std::string changedMembers(const R& before, const R& after)
+{
+    std::string members;
+    for (const Field<R>& field : Kind<R>::kFields) {
+        if (field.kind != FieldKind::storeManaged && !isSame(field, before, after)) {
+            members += (members.empty() ? "" : ",") + std::string(field.name);
+        }
+    }
+    return members;
+}
+
+// Runs work(soci::session&), which returns its changeLine(), in a writing transaction, and logs the change once it is
+// committed. Returns 0 with errno as it was, or -1 with errno and the thread's refusal.
+template <typename Work>
+int commitChange(Work&& work) noexcept
+{
+    return toErrno([&] { logChange(inTransaction(Access::write, work)); });
+}
+
+// Likewise for work(soci::session&, R&), which changes a copy of the record; the record takes the copy's values once
+// they are committed. EINVAL when pRecord is null.
+template <typename R, typename Work>
+int commitChange(R* pRecord, Work&& work) noexcept
+{
+    return toErrno([&] {
+        requireArguments(pRecord);
+        R changed;
+        const std::string line = inTransaction(Access::write, [&](soci::session& sql) {
+            changed = *pRecord;
+            return work(sql, changed);
+        });
+        *pRecord = changed;
+        logChange(line);
+    });
+}
+
+}  // namespace store
