@@ -16,7 +16,7 @@ namespace store {
 namespace {
 
 constexpr std::string_view kSeparators = "\",>";
-constexpr uint32_t kReplacement = 0xFFFD;  // stands for what is no character
+constexpr uint32_t kReplacement = 0xFFFD;  // stands for bytes that are no character
 
 // Spaces, controls and formatting characters: first and last of each range, ascending.
 constexpr std::pair<uint32_t, uint32_t> kUnseen[] = {
@@ -30,7 +30,7 @@ bool isVisible(uint32_t point)
     return point < range->first;
 }
 
-// Calls take(code point, its bytes) for each character; one that is none has a code point out of range.
+// Calls take(code point, its bytes) for each character. Bytes that are no character give a code point out of range.
 template <typename Take>
 void eachCharacter(std::string_view text, Take&& take)
 {
@@ -83,7 +83,11 @@ std::string visibleJson(const Json::Value& jValue)
     }
     std::string escaped;
     eachCharacter(text, [&escaped](uint32_t point, std::string_view bytes) {
-        isVisible(point) || bytes == " " ? void(escaped += bytes) : appendEscaped(escaped, point);
+        if (isVisible(point) || bytes == " ") {
+            escaped += bytes;
+        } else {
+            appendEscaped(escaped, point);
+        }
     });
     return escaped;
 }

@@ -1,5 +1,5 @@
-// Texts of the store for the eyes of people: what is written here cannot steer a terminal, or pass for another line.
-// Any thread may call these functions.
+// Makes values of records visible to people: the result can neither control a terminal nor look like another line. Any
+// thread may call these functions.
 #pragma once
 
 #include <cstddef>
@@ -10,17 +10,17 @@
 
 namespace store {
 
-constexpr size_t kLongestValue = 80;  // of a line, in bytes
+constexpr size_t kLongestValue = 80;  // in bytes; longer values are cut
 
-// The value as JSON text on one line, UTF-8 where that can be seen; a character that cannot is escaped.
+// Returns the value as JSON text on one line. Visible characters are UTF-8; all others are escaped.
 std::string visibleJson(const Json::Value& jValue);
 
-// One value of a line: the text itself where all of it can be seen and nothing in it separates values, else as a JSON
-// text. A long one is cut, with "..." after it. from: bytes to leave out at the beginning, fewer than there are or
-// none, with "..." in their place.
+// Returns a text as one value of a line: as it is when all its characters are visible and none separates values,
+// otherwise as a JSON text. A text longer than kLongestValue is cut and ends in "...". from: number of bytes to leave
+// out at the beginning, which "..." replaces; less than the text's length, or 0.
 std::string visibleText(std::string_view text, size_t from = 0);
 
-// The same for a text that visibleJson() gave, which stays as it is when it is short and whole.
+// Likewise for a text that visibleJson() returned; a short one without bytes left out stays as it is.
 std::string visiblePartOfJson(std::string_view json, size_t from);
 
 }  // namespace store
