@@ -1,4 +1,4 @@
-// Who may log in.
+// Finds the accounts that may log in.
 #include "store/records/rows.h"
 
 namespace store {

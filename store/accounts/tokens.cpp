@@ -1,4 +1,4 @@
-// Bearer tokens by their hashes. Who looks one up reads only, but for the note of its last use.
+// Adds, lists, revokes and looks up bearer tokens, which the store knows by their hashes only.
 #include <algorithm>
 #include <ctime>
 #include <stdexcept>
@@ -12,7 +12,7 @@
 namespace store {
 namespace {
 
-constexpr int64_t kNoteEvery = 60;  // seconds
+constexpr int64_t kSecondsBetweenUseNotes = 60;
 
 void checkLabel(const std::string& label)
 {
@@ -23,21 +23,22 @@ void checkLabel(const std::string& label)
                  "longer than " + std::to_string(kMaxNameLength) + " characters");
 }
 
-int64_t endOf(int64_t lifetime, int64_t now)
+// The time at which the token expires, 0 for never.
+int64_t expiryOf(int64_t lifetime, int64_t now)
 {
     requireValid(lifetime >= 0 && lifetime <= INT64_MAX - now, "lifetime", "not a number of seconds");
     return lifetime == 0 ? 0 : now + lifetime;
 }
 
-struct Found {
+struct FoundToken {
     Account account;
     int64_t lastUsed = 0;
 };
 
-std::optional<Found> findToken(soci::session& sql, const std::string& tokenHash, int64_t now)
+std::optional<FoundToken> findToken(soci::session& sql, const std::string& tokenHash, int64_t now)
 {
     int64_t uid = 0;
-    Found found;
+    FoundToken found;
     Statement statement(sql);
     statement.in(tokenHash).in(now).out(uid).out(found.account.name).out(found.lastUsed);
     statement.prepare(
@@ -77,14 +78,14 @@ std::vector<Token> readTokens(soci::session& sql, std::optional<uint32_t> uid)
     return tokens;
 }
 
-// The store may be locked by a writer, or be one that nobody can write: then the use is not noted.
+// A store that another writer has locked, or that is read-only, does not make the search wait or fail.
 void noteUse(const std::string& tokenHash, int64_t now)
 {
     try {
         Connection connection;
         const NoLockWait noLockWait(connection.sql());
         change(connection.sql(), "UPDATE token SET last_used = :now WHERE hash = :hash", now, tokenHash);
-    } catch (const std::runtime_error&) {
+    } catch (const std::runtime_error&) {  // the use stays unnoted
     }
 }
 
@@ -94,7 +95,7 @@ void addToken(uint32_t uid, const std::string& tokenHash, const std::string& lab
 {
     checkLabel(label);
     const int64_t now = std::time(nullptr);
-    const int64_t expires = endOf(lifetime, now);
+    const int64_t expires = expiryOf(lifetime, now);
     inTransaction(Access::write, [&](soci::session& sql) { insertToken(sql, uid, tokenHash, label, now, expires); });
 }
 
@@ -105,9 +106,9 @@ std::vector<Token> listTokens(std::optional<uint32_t> uid)
 
 int64_t revokeTokens(uint32_t uid, const std::optional<std::string>& label)
 {
-    const std::string ofAccount = "DELETE FROM token WHERE uid = " + std::to_string(uid);
+    const std::string deletion = "DELETE FROM token WHERE uid = " + std::to_string(uid);
     const auto revoke = [&](soci::session& sql) {
-        return label ? change(sql, ofAccount + " AND label = :label", *label) : change(sql, ofAccount);
+        return label ? change(sql, deletion + " AND label = :label", *label) : change(sql, deletion);
     };
     return inTransaction(Access::write, revoke);
 }
@@ -119,7 +120,7 @@ std::optional<Account> findAccountByToken(const std::string& tokenHash)
     if (!found) {
         return std::nullopt;
     }
-    if (std::abs(now - found->lastUsed) >= kNoteEvery) {
+    if (std::abs(now - found->lastUsed) >= kSecondsBetweenUseNotes) {
         noteUse(tokenHash, now);
     }
     return found->account;

@@ -1,26 +1,27 @@
-// Fleets and the store: a file is read before the store is locked, and what becomes of the store is worked out and done
-// in the one transaction.
-#include "store/fleet/fleet.h"
-
-#include <optional>
-
+// Brings the store to what a fleet file says, in one transaction, and exports the store as such a file.
 #include "store/base/errors.h"
 #include "store/db/database.h"
 #include "store/db/transaction.h"
+#include "store/fleet/check.h"
+#include "store/fleet/export.h"
+#include "store/fleet/load.h"
+#include "store/fleet/parse.h"
+#include "store/fleet/plan_text.h"
+#include "store/fleet/write.h"
 #include "store/records/analyze.h"
 
 namespace store {
 namespace {
 
-// Tells of progress now and then, and at the end.
-class Steps {
+// Reports the progress every thousand records and at the end.
+class ProgressReporter {
 public:
-    Steps(const FleetProgress& progress, const PlanCount& counts)
+    ProgressReporter(const FleetProgress& progress, const PlanCount& counts)
         : m_progress(progress), m_total(counts.created + counts.changed + counts.deleted)
     {
     }
 
-    void operator()()
+    void addRecord()
     {
         constexpr size_t kReportEvery = 1000;
         ++m_done;
@@ -35,49 +36,52 @@ private:
     size_t m_done = 0;
 };
 
-// What an apply did, told once the store is free again: who reads the lines may be slow.
-struct Outcome {
+// The lines are handed on after the transaction: the reader of the lines may be slow.
+struct ApplyResult {
     PlanCount counts;
     std::vector<std::string> lines;
 };
 
-// The stored fleet as the file leads on from it. Writes when there is a session.
-Outcome applyTo(const Fleet& stored, const Fleet& file, bool prune, soci::session* pSql, const FleetProgress& progress)
+// Plans how the stored fleet becomes that of the file, and writes the plan unless the session is null.
+ApplyResult planAndWrite(const Fleet& stored, const Fleet& file, bool prune, soci::session* pSql,
+                         const FleetProgress& progress)
 {
-    const Fleet after = merged(file, prune ? newFleet() : stored);
-    checkFleet(after, Checked::ofFile);
+    const Fleet after = mergeFleets(file, prune ? newFleet() : stored);
+    checkFleet(after, RelationsChecked::ofFile);
     checkAdministrator(after);
-    const Plan plan = compare(stored, after);
-    const Outcome outcome = {countOf(plan), linesOf(plan)};
-    if (pSql != nullptr && !outcome.lines.empty()) {
-        Steps steps(progress, outcome.counts);
-        writePlan(*pSql, plan, after, [&steps] { steps(); });
+    const Plan plan = makePlan(stored, after);
+    const ApplyResult result = {countOf(plan), planLines(plan)};
+    if (pSql != nullptr && !result.lines.empty()) {
+        ProgressReporter reporter(progress, result.counts);
+        writePlan(*pSql, plan, after, [&reporter] { reporter.addRecord(); });
     }
-    return outcome;
+    return result;
 }
 
-// read: gives the file's fleet for the stored one.
-template <typename Read>
-PlanCount applyWith(Read&& read, const ApplyOptions& options, const PlanSink& plan, const FleetProgress& progress)
+// fileFor(stored): the file's fleet, which may depend on the stored one.
+template <typename FileFor>
+PlanCount applyFile(FileFor&& fileFor, const ApplyOptions& options, const PlanSink& plan, const FleetProgress& progress)
 {
-    const auto apply = [&]() -> Outcome {
+    const auto apply = [&]() -> ApplyResult {
         if (options.dryRun && !isDatabaseOpen()) {
             const Fleet empty = newFleet();
-            return applyTo(empty, read(empty), options.prune, nullptr, progress);
+            return planAndWrite(empty, fileFor(empty), options.prune, nullptr, progress);
         }
         return inTransaction(options.dryRun ? Access::read : Access::write, [&](soci::session& sql) {
-            const Fleet stored = storedFleet(sql);
-            return applyTo(stored, read(stored), options.prune, options.dryRun ? nullptr : &sql, progress);
+            const Fleet stored = loadFleet(sql);
+            return planAndWrite(stored, fileFor(stored), options.prune, options.dryRun ? nullptr : &sql, progress);
         });
     };
-    const Outcome outcome = apply();
-    if (!options.dryRun && !outcome.lines.empty()) {
+    const ApplyResult result = apply();
+    if (!options.dryRun && !result.lines.empty()) {
         analyzeTables();
     }
-    for (const std::string& line : outcome.lines) {
-        plan ? plan(line) : void();
+    if (plan) {
+        for (const std::string& line : result.lines) {
+            plan(line);
+        }
     }
-    return outcome.counts;
+    return result.counts;
 }
 
 }  // namespace
@@ -85,21 +89,23 @@ PlanCount applyWith(Read&& read, const ApplyOptions& options, const PlanSink& pl
 PlanCount applyFleet(const Json::Value& jFleet, const ApplyOptions& options, const PlanSink& plan,
                      const FleetProgress& progress)
 {
-    const Fleet file = readFleet(jFleet);
-    return applyWith([&file](const Fleet&) -> const Fleet& { return file; }, options, plan, progress);
+    const Fleet file = parseFleet(jFleet);  // before the store is locked
+    return applyFile([&file](const Fleet&) -> const Fleet& { return file; }, options, plan, progress);
 }
 
 PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan, const FleetProgress& progress)
 {
-    const auto read = [&revise](const Fleet& stored) { return readFleet(revise(jsonOf(stored), stored.lastGroup)); };
-    return applyWith(read, {dryRun, false}, plan, progress);
+    const auto fileFor = [&revise](const Fleet& stored) {
+        return parseFleet(revise(toJson(stored), stored.lastGroup));
+    };
+    return applyFile(fileFor, {dryRun, false}, plan, progress);
 }
 
 void exportFleet(const std::function<void(const std::string& line)>& sink)
 {
-    const Fleet fleet = inTransaction(Access::read, storedFleet);
-    const std::vector<std::string> lines = fileOf(fleet);
-    checkFleet(fleet, Checked::all);
+    const Fleet fleet = inTransaction(Access::read, loadFleet);
+    const std::vector<std::string> lines = fileLines(fleet);
+    checkFleet(fleet, RelationsChecked::all);
     for (const std::string& line : lines) {
         sink(line);
     }

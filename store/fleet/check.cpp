@@ -1,68 +1,73 @@
-// A fleet as a whole: what its records refer to, and what no two of them may have.
+// Checks the names, parents, nesting, policy links and delegates of a fleet.
+#include "store/fleet/check.h"
+
+#include <span>
 #include <string_view>
 #include <tuple>
 
 #include "store/base/errors.h"
-#include "store/fleet/fleet.h"
 #include "store/records/json_text.h"
 
 namespace store {
 namespace {
 
-// Throws what is wrong with an entry, with its place.
-template <typename R>
-[[noreturn]] void blame(const Entry<R>& entry, const char* szMember, const std::string& why)
-{
-    at<R>(entry.place, idOf(entry.record), [&] { throw InvalidInput(szMember, why); });
-    throw std::logic_error(why);
-}
-
-// The entry at fault that comes first in the file, where it is not the store's; null when there is none.
-template <typename R, typename IsFault>
-const Entry<R>* firstFault(const Section<R>& section, IsFault&& isFault)
+// The first invalid entry of the file, else one that only the store holds; null when all are valid.
+template <typename R, typename IsInvalid>
+const Entry<R>* firstInvalid(const Section<R>& section, IsInvalid&& isInvalid)
 {
     const Entry<R>* pFirst = nullptr;
     for (const Entry<R>& entry : section) {
-        if ((pFirst == nullptr || entry.place < pFirst->place) && isFault(entry)) {
+        if ((pFirst == nullptr || entry.fileIndex < pFirst->fileIndex) && isInvalid(entry)) {
             pFirst = &entry;
         }
     }
     return pFirst;
 }
 
-// Of two entries that cannot both be: the later one of the file, so that the file's author can do something about it.
+// Refuses one of two entries with the same name: the later one in the file, which the author of the file can change.
 template <typename R>
-void blameOne(const Entry<R>& one, const Entry<R>& other, const char* szMember, const char* szWhy)
+[[noreturn]] void refuseDuplicate(const Entry<R>& one, const Entry<R>& other, const char* szWhy)
 {
-    const bool isOther = one.place == kStored || (other.place != kStored && one.place < other.place);
+    const bool isOther =
+        one.fileIndex == kNotInFile || (other.fileIndex != kNotInFile && one.fileIndex < other.fileIndex);
     const Entry<R>& kept = isOther ? one : other;
-    blame(isOther ? other : one, szMember, Kind<R>::kName + (" " + std::to_string(idOf(kept.record))) + szWhy);
+    throw InvalidInput(placeOf(isOther ? other : one) + "name",
+                       Kind<R>::kName + (" " + std::to_string(idOf(kept.record))) + szWhy);
+}
+
+int64_t parentOf(const AccountRow&)
+{
+    return 0;
+}
+
+int64_t parentOf(const Group& group)
+{
+    return group.parentId;
 }
 
 // Checks that no two entries have the same parent and name.
-template <typename R, typename ParentOf>
-void checkNames(typename Section<R>::const_iterator begin, typename Section<R>::const_iterator end, ParentOf&& parentOf,
-                const char* szWhy)
+template <typename R>
+void checkNames(std::span<const Entry<R>> entries, const char* szWhy)
 {
     std::vector<std::tuple<int64_t, std::string_view, const Entry<R>*>> names;
-    for (auto entry = begin; entry != end; ++entry) {
-        names.emplace_back(parentOf(entry->record), entry->record.name.c_str(), &*entry);
+    for (const Entry<R>& entry : entries) {
+        names.emplace_back(parentOf(entry.record), entry.record.name.c_str(), &entry);
     }
     std::sort(names.begin(), names.end());
-    const auto twin = std::adjacent_find(names.begin(), names.end(), [](const auto& one, const auto& other) {
+    const auto same = std::adjacent_find(names.begin(), names.end(), [](const auto& one, const auto& other) {
         return std::get<0>(one) == std::get<0>(other) && std::get<1>(one) == std::get<1>(other);
     });
-    if (twin != names.end()) {
-        blameOne(*std::get<2>(*twin), *std::get<2>(*(twin + 1)), "name", szWhy);
+    if (same != names.end()) {
+        refuseDuplicate(*std::get<2>(*same), *std::get<2>(*(same + 1)), szWhy);
     }
 }
 
 template <typename R>
 void checkParents(const Section<R>& section, const Fleet& fleet)
 {
-    const auto isLost = [&](const Entry<R>& entry) { return find(fleet.groups, entry.record.parentId) == nullptr; };
-    if (const auto* pFault = firstFault(section, isLost)) {
-        blame(*pFault, "parent_id", "no group " + std::to_string(pFault->record.parentId));
+    const auto isOrphan = [&](const Entry<R>& entry) { return find(fleet.groups, entry.record.parentId) == nullptr; };
+    if (const auto* pOrphan = firstInvalid(section, isOrphan)) {
+        throw InvalidInput(placeOf(*pOrphan) + "parent_id", "no group " + std::to_string(pOrphan->record.parentId));
     }
 }
 
@@ -77,45 +82,46 @@ std::vector<size_t> parentsOf(const Section<Group>& groups)
     return parents;
 }
 
-struct Way {
-    int steps = 0;
-    bool isCircle = false;
+struct Ancestry {
+    int depth = 0;         // kMaxGroupDepth + 1 for any greater depth
+    bool isCycle = false;  // whether the group is its own ancestor
 };
 
-// The way from a group up to the root, or back to itself, but no longer than one step too many.
-Way wayUp(const std::vector<size_t>& parents, size_t from)
+// Follows the parents up to the root. Stops beyond the allowed depth: a cycle above the group would never end.
+Ancestry ancestryOf(size_t group, const std::vector<size_t>& parents)
 {
-    Way way;
-    for (size_t i = from; i != 0 && !way.isCircle && way.steps <= kMaxGroupDepth; ++way.steps) {
+    Ancestry ancestry;
+    for (size_t i = group; i != 0 && !ancestry.isCycle && ancestry.depth <= kMaxGroupDepth; ++ancestry.depth) {
         i = parents[i];
-        way.isCircle = i == from;
+        ancestry.isCycle = i == group;
     }
-    return way;
+    return ancestry;
 }
 
 void checkDepths(const Section<Group>& groups)
 {
     const std::vector<size_t> parents = parentsOf(groups);
-    const auto wayOf = [&](const Entry<Group>& entry) {
-        return wayUp(parents, static_cast<size_t>(&entry - groups.data()));
+    const auto ancestry = [&](const Entry<Group>& entry) {
+        return ancestryOf(static_cast<size_t>(&entry - groups.data()), parents);
     };
-    if (const auto* pFault = firstFault(groups, [&](const auto& entry) { return wayOf(entry).isCircle; })) {
-        blame(*pFault, "parent_id", "leads round in a circle");
+    if (const auto* pGroup = firstInvalid(groups, [&](const auto& entry) { return ancestry(entry).isCycle; })) {
+        throw InvalidInput(placeOf(*pGroup) + "parent_id", "leads round in a circle");
     }
-    if (const auto* pFault = firstFault(groups, [&](const auto& e) { return wayOf(e).steps > kMaxGroupDepth; })) {
-        blame(*pFault, "parent_id",
-              "more than " + std::to_string(kMaxGroupDepth) + " groups below one another, or a circle");
+    const auto isTooDeep = [&](const Entry<Group>& entry) { return ancestry(entry).depth > kMaxGroupDepth; };
+    if (const auto* pGroup = firstInvalid(groups, isTooDeep)) {
+        throw InvalidInput(placeOf(*pGroup) + "parent_id",
+                           "more than " + std::to_string(kMaxGroupDepth) + " groups below one another, or a circle");
     }
 }
 
 template <typename R>
-void checkRelations(const Section<R>& section, const Fleet& fleet, Checked checked)
+void checkRelations(const Section<R>& section, const Fleet& fleet, RelationsChecked checked)
 {
     for (const Entry<R>& entry : section) {
-        if (entry.place == kStored && checked != Checked::all) {
+        if (entry.fileIndex == kNotInFile && checked != RelationsChecked::all) {
             continue;
         }
-        at<R>(entry.place, entry.record.id, [&] {
+        withPlaceInErrors(entry, [&] {
             if (!entry.record.linkedGpo.empty()) {
                 checkLinks(parseLinkIds(entry.record.linkedGpo.c_str()),
                            [&](int64_t id) { return find(fleet.policies, id) != nullptr; });
@@ -131,19 +137,16 @@ void checkRelations(const Section<R>& section, const Fleet& fleet, Checked check
 
 }  // namespace
 
-void checkFleet(const Fleet& fleet, Checked checked)
+void checkFleet(const Fleet& fleet, RelationsChecked checked)
 {
     if (fleet.groups.empty() || fleet.groups.front().record.id != 0) {
         throw std::runtime_error("group 0 of the store: it is missing, or has not the lowest identifier");
     }
-    checkNames<AccountRow>(
-        fleet.accounts.begin(), fleet.accounts.end(), [](const AccountRow&) { return 0; }, " has it too");
+    checkNames(std::span(fleet.accounts), " has it too");
     checkParents(fleet.groups, fleet);
     checkParents(fleet.policies, fleet);
     checkParents(fleet.servers, fleet);
-    checkNames<Group>(
-        fleet.groups.begin() + 1, fleet.groups.end(), [](const Group& group) { return group.parentId; },
-        " has the same parent and name");
+    checkNames(std::span(fleet.groups).subspan(1), " has the same parent and name");  // the root has no siblings
     checkDepths(fleet.groups);
     checkRelations(fleet.groups, fleet, checked);
     checkRelations(fleet.servers, fleet, checked);
@@ -162,7 +165,7 @@ std::vector<int> depthsOf(const Section<Group>& groups)
     std::vector<int> depths;
     depths.reserve(groups.size());
     for (size_t i = 0; i < groups.size(); ++i) {
-        depths.push_back(wayUp(parents, i).steps);
+        depths.push_back(ancestryOf(i, parents).depth);
     }
     return depths;
 }

@@ -1,18 +1,18 @@
-// Fleet files are written with the members in one order and those left out that are at their default, so that two
-// files of one fleet are the same, and those of two fleets differ in the lines of what differs.
+// Writes fleet files. Members come in a fixed order and are left out where they have their default value, so that two
+// exports of one fleet are equal, and those of two fleets differ in the lines of the records that differ.
+#include "store/fleet/export.h"
+
 #include "store/base/errors.h"
 #include "store/base/utf8.h"
 #include "store/base/visible_text.h"
-#include "store/fleet/fleet.h"
+#include "store/fleet/parse.h"
 #include "store/records/json_text.h"
 
 namespace store {
 namespace {
 
-constexpr const char* kDelegate = "delegate";
-
-// What a record says even where it is at its default.
-bool isAlwaysThere(const std::string& name)
+// Whether the member is written even with its default value.
+bool isAlwaysWritten(const std::string& name)
 {
     return name == "id" || name == "uid" || name == "parent_id" || name == "name";
 }
@@ -43,7 +43,7 @@ Json::Value valueOf(const Field<R>& field, const VLIBCString& text)
     }
 }
 
-Json::Value delegatesOf(const std::vector<int64_t>& uids)
+Json::Value delegatesToJson(const std::vector<int64_t>& uids)
 {
     Json::Value jDelegates(Json::arrayValue);
     for (const int64_t uid : uids) {
@@ -54,93 +54,88 @@ Json::Value delegatesOf(const std::vector<int64_t>& uids)
     return jDelegates;
 }
 
-// Calls take(name, value) for each member that is written, in their order: what the store writes by itself comes last.
+// Calls take(name, value) for each member to be written, in order: the members that only the store writes come last.
 template <typename R, typename Take>
-void eachMember(const Entry<R>& entry, Take&& take)
+void forEachMember(const Entry<R>& entry, Take&& take)
 {
-    static const R kFresh;
-    const auto giveFields = [&](bool isOwn) {
+    static const R kDefault;
+    const auto takeFields = [&](bool isStoreManaged) {
         for (const Field<R>& field : Kind<R>::kFields) {
-            const auto give = [&](auto member) {
-                if (isAlwaysThere(field.name) || !isSame(field, entry.record, kFresh)) {
-                    take(field.name, valueOf(field, entry.record.*member));
-                }
-            };
-            (field.kind == FieldKind::storeManaged) == isOwn ? std::visit(give, field.member) : void();
+            if ((field.kind == FieldKind::storeManaged) == isStoreManaged &&
+                (isAlwaysWritten(field.name) || !isSame(field, entry.record, kDefault))) {
+                take(field.name,
+                     std::visit([&](auto member) { return valueOf(field, entry.record.*member); }, field.member));
+            }
         }
     };
-    giveFields(false);
+    takeFields(false);
     if (!entry.delegates.empty()) {
-        take(kDelegate, delegatesOf(entry.delegates));
+        take("delegate", delegatesToJson(entry.delegates));
     }
-    giveFields(true);
+    takeFields(true);
 }
 
 template <typename R>
-Json::Value jsonOf(const Entry<R>& entry)
+void addSection(const Section<R>& section, Json::Value& jFleet)
 {
-    Json::Value jRecord(Json::objectValue);
-    eachMember(entry, [&jRecord](const char* szName, const Json::Value& jValue) { jRecord[szName] = jValue; });
-    return jRecord;
-}
-
-template <typename R>
-void append(Json::Value& jFleet, const Section<R>& section)
-{
-    Json::Value& jSection = jFleet[kSection<R>] = Json::Value(Json::arrayValue);
+    Json::Value& jSection = jFleet[kSectionName<R>] = Json::Value(Json::arrayValue);
     for (const Entry<R>& entry : section) {
-        at<R>(entry.place, idOf(entry.record), [&] { jSection.append(jsonOf(entry)); });
+        withPlaceInErrors(entry, [&] {
+            Json::Value& jRecord = jSection.append(Json::Value(Json::objectValue));
+            forEachMember(entry, [&](const char* szName, const Json::Value& jValue) { jRecord[szName] = jValue; });
+        });
     }
 }
 
-// What is written is read as it will be: a record that nobody could apply is damaged, and named.
+// Parses the record again, so that the export of a damaged store names the record that no apply would accept.
 template <typename R>
-std::string lineOf(const Entry<R>& entry)
+std::string recordLine(const Entry<R>& entry)
 {
     std::string line;
-    at<R>(entry.place, idOf(entry.record), [&] {
+    withPlaceInErrors(entry, [&] {
         Json::Value jRecord(Json::objectValue);
-        eachMember(entry, [&](const char* szName, const Json::Value& jValue) {
+        forEachMember(entry, [&](const char* szName, const Json::Value& jValue) {
             line += (line.empty() ? "{\"" : ", \"") + std::string(szName) + "\": " + visibleJson(jValue);
             jRecord[szName] = jValue;
         });
-        readEntry<R>(jRecord);
+        Entry<R> parsed;
+        parseEntry(jRecord, parsed);
     });
     return line + "}";
 }
 
 template <typename R>
-void append(std::vector<std::string>& lines, const Section<R>& section)
+void addLines(const Section<R>& section, std::vector<std::string>& lines)
 {
-    lines.push_back(std::string(" \"") + kSection<R> + "\": [");
+    lines.push_back(std::string(" \"") + kSectionName<R> + "\": [");
     for (const Entry<R>& entry : section) {
-        lines.push_back("  " + lineOf(entry) + (&entry == &section.back() ? "" : ","));
+        lines.push_back("  " + recordLine(entry) + (&entry == &section.back() ? "" : ","));
     }
     lines.push_back(" ]");
 }
 
 }  // namespace
 
-Json::Value jsonOf(const Fleet& fleet)
+Json::Value toJson(const Fleet& fleet)
 {
     Json::Value jFleet;
-    append(jFleet, fleet.accounts);
-    append(jFleet, fleet.groups);
-    append(jFleet, fleet.policies);
-    append(jFleet, fleet.servers);
+    addSection(fleet.accounts, jFleet);
+    addSection(fleet.groups, jFleet);
+    addSection(fleet.policies, jFleet);
+    addSection(fleet.servers, jFleet);
     return jFleet;
 }
 
-std::vector<std::string> fileOf(const Fleet& fleet)
+std::vector<std::string> fileLines(const Fleet& fleet)
 {
     std::vector<std::string> lines = {"{"};
-    append(lines, fleet.accounts);
+    addLines(fleet.accounts, lines);
     lines.back() += ",";
-    append(lines, fleet.groups);
+    addLines(fleet.groups, lines);
     lines.back() += ",";
-    append(lines, fleet.policies);
+    addLines(fleet.policies, lines);
     lines.back() += ",";
-    append(lines, fleet.servers);
+    addLines(fleet.servers, lines);
     lines.push_back("}");
     return lines;
 }

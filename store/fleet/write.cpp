@@ -1,11 +1,14 @@
-// A plan's way into the database. Foreign keys and unique names are checked statement by statement, so a row is there
-// before others refer to it, and gone after; names that are given up are out of the way before others take them.
+// Writes a plan into the database. The database checks foreign keys and unique names with each statement, so a row is
+// written before the rows that refer to it and deleted after them, and a name is freed before another record takes it.
+#include "store/fleet/write.h"
+
 #include <algorithm>
 #include <cstring>
 #include <ctime>
+#include <functional>
 #include <unordered_set>
 
-#include "store/fleet/fleet.h"
+#include "store/fleet/check.h"
 #include "store/nodes/delegates.h"
 #include "store/records/json_text.h"
 #include "store/records/rows.h"
@@ -15,10 +18,10 @@ namespace {
 
 using Ids = std::vector<int64_t>;
 
-constexpr int64_t kNobody = UINT32_MAX;  // the uid of who cannot be determined: a file has no sender
+constexpr int64_t kUnknownSender = UINT32_MAX;  // uid in a fetch notice: no request asked for the fetch
 
-// Executes a statement for all of the identifiers, a thousand at a time. query: up to the condition.
-void changeAll(soci::session& sql, const std::string& query, const char* szColumn, const Ids& ids)
+// Executes a statement for all rows with these identifiers, in batches. query: the statement up to its condition.
+void executeForIds(soci::session& sql, const std::string& query, const char* szColumn, const Ids& ids)
 {
     for (const std::string& condition : conditionsFor(szColumn, ids)) {
         execute(sql, query + condition);
@@ -30,79 +33,73 @@ Ids idsOf(const Differences<R>& differences, IsWanted&& isWanted)
 {
     Ids ids;
     for (const Difference<R>& difference : differences) {
-        if (isWanted(difference)) {
-            ids.push_back(idOf(difference.either().record));
+        if (std::invoke(isWanted, difference)) {
+            ids.push_back(idOf(difference.record()));
         }
     }
     return ids;
 }
 
 template <typename R>
-bool isDeleted(const Difference<R>& difference)
-{
-    return difference.pAfter == nullptr;
-}
-
-template <typename R>
 void deleteRows(soci::session& sql, const Differences<R>& differences)
 {
-    changeAll(sql, std::string("DELETE FROM ") + Kind<R>::kTable + " WHERE ", Kind<R>::kFields[0].name,
-              idsOf(differences, isDeleted<R>));
+    executeForIds(sql, std::string("DELETE FROM ") + Kind<R>::kTable + " WHERE ", Kind<R>::kFields[0].name,
+                  idsOf(differences, &Difference<R>::isDeleted));
 }
 
-// Deletes the rows that a table has of these nodes.
+// Deletes the rows that belong to these nodes from another table.
 template <typename R>
-void deleteOfNodes(soci::session& sql, const char* szTable, const Ids& ids)
+void deleteRowsOfNodes(soci::session& sql, const char* szTable, const Ids& ids)
 {
     const std::string type = std::to_string(Kind<R>::kType);
-    changeAll(sql, std::string("DELETE FROM ") + szTable + " WHERE node_type = " + type + " AND ", "node_id", ids);
+    executeForIds(sql, std::string("DELETE FROM ") + szTable + " WHERE node_type = " + type + " AND ", "node_id", ids);
 }
 
-// Gives these records names that no record has or is to have: longer than any, with the identifier at their end.
+// Gives these records temporary names that no record has or will have: longer than any name, ending in the identifier.
+// otherChanges: text of an UPDATE for further columns.
 template <typename R>
-void vacateNames(soci::session& sql, const std::string& alsoSet, const Ids& ids, const Section<R>& after)
+void setTemporaryNames(soci::session& sql, const std::string& otherChanges, const Ids& ids, const Section<R>& after)
 {
     if (ids.empty()) {
         return;
     }
     const std::string table = Kind<R>::kTable;
-    const auto stored = number(sql, "SELECT MAX(LENGTH(name)) FROM " + table);
-    size_t longest = static_cast<size_t>(stored);
+    auto longest = static_cast<size_t>(number(sql, "SELECT MAX(LENGTH(name)) FROM " + table));
     for (const Entry<R>& entry : after) {
         longest = std::max(longest, std::strlen(entry.record.name.c_str()));
     }
     const std::string identifier = Kind<R>::kFields[0].name;
-    changeAll(sql,
-              "UPDATE " + table + " SET " + alsoSet + "name = '" + std::string(longest + 1, 'x') + "' || CAST(" +
-                  identifier + " AS TEXT) WHERE ",
-              identifier.c_str(), ids);
+    executeForIds(sql,
+                  "UPDATE " + table + " SET " + otherChanges + "name = '" + std::string(longest + 1, 'x') +
+                      "' || CAST(" + identifier + " AS TEXT) WHERE ",
+                  identifier.c_str(), ids);
 }
 
-void vacate(soci::session& sql, const Differences<AccountRow>& accounts, const Fleet& after)
+void freeNames(soci::session& sql, const Differences<AccountRow>& accounts, const Fleet& after)
 {
     const auto isRenamed = [](const Difference<AccountRow>& difference) {
         return difference.changes(&AccountRow::name);
     };
-    vacateNames(sql, "", idsOf(accounts, isRenamed), after.accounts);
+    setTemporaryNames(sql, "", idsOf(accounts, isRenamed), after.accounts);
 }
 
-// Groups that are renamed, moved or deleted wait below the root, where none holds on to another.
-void vacate(soci::session& sql, const Differences<Group>& groups, const Fleet& after)
+// Also moves these groups below the root: the database does not delete a group that is the parent of another.
+void freeNames(soci::session& sql, const Differences<Group>& groups, const Fleet& after)
 {
-    const auto isLeaving = [](const Difference<Group>& difference) {
-        return isDeleted(difference) || difference.changes(&Group::name) || difference.changes(&Group::parentId);
+    const auto isNameFreed = [](const Difference<Group>& difference) {
+        return difference.isDeleted() || difference.changes(&Group::name) || difference.changes(&Group::parentId);
     };
-    vacateNames(sql, "parent_id = 0, ", idsOf(groups, isLeaving), after.groups);
+    setTemporaryNames(sql, "parent_id = 0, ", idsOf(groups, isNameFreed), after.groups);
 }
 
-// The row of a record that is new or changed. What a file says of time and revision counts for a record that has none
-// of its own yet: one that is new, and the root group as it was made.
+// The row of a record that is new or changed. The time and the revision of a file are used only where the record has
+// none: it is new, or the root group of a new store.
 template <typename R>
 R rowOf(const Difference<R>& difference, int64_t now)
 {
     R row = difference.pAfter->record;
     if constexpr (!std::is_same_v<R, AccountRow>) {
-        const int64_t before = difference.pBefore == nullptr ? 0 : difference.pBefore->record.revision;
+        const int64_t before = difference.isNew() ? 0 : difference.pBefore->record.revision;
         row.revision = before == 0 && row.revision > 0 ? row.revision : before + 1;
         row.mtime = before == 0 && row.mtime > 0 ? row.mtime : now;
     }
@@ -110,25 +107,25 @@ R rowOf(const Difference<R>& difference, int64_t now)
 }
 
 template <typename R>
-void writeRows(soci::session& sql, const Differences<R>& differences, const std::function<void()>& step)
+void writeRows(soci::session& sql, const Differences<R>& differences, const std::function<void()>& onRecord)
 {
     const int64_t now = std::time(nullptr);
     Inserter<R> inserter(sql, orOverwrite<R>());
     for (const Difference<R>& difference : differences) {
-        if (difference.pAfter != nullptr && (difference.pBefore == nullptr || difference.fields.any())) {
+        if (!difference.isDeleted() && (difference.isNew() || difference.changedFields.any())) {
             inserter.insert(rowOf(difference, now));
         }
-        step();
+        onRecord();
     }
     inserter.flush();
 }
 
 // The groups in an order in which each comes after its parent.
-Differences<Group> downwards(const Differences<Group>& differences, const Fleet& after)
+Differences<Group> parentsFirst(const Differences<Group>& differences, const Fleet& after)
 {
     const std::vector<int> depths = depthsOf(after.groups);
     const auto depthOf = [&](const Difference<Group>& difference) {
-        return difference.pAfter == nullptr ? 0 : depths[static_cast<size_t>(difference.pAfter - after.groups.data())];
+        return difference.isDeleted() ? 0 : depths[static_cast<size_t>(difference.pAfter - after.groups.data())];
     };
     Differences<Group> ordered(differences);
     std::stable_sort(ordered.begin(), ordered.end(),
@@ -136,45 +133,40 @@ Differences<Group> downwards(const Differences<Group>& differences, const Fleet&
     return ordered;
 }
 
-// What a table still has of a node that is not there any more must not become that of a new one.
+// Clears the rows of new nodes, too: a damaged store may hold delegates of a node that was not there.
 template <typename R>
 void writeDelegates(soci::session& sql, const Differences<R>& differences)
 {
     const auto isRewritten = [](const Difference<R>& difference) {
-        return difference.delegates || difference.pBefore == nullptr || isDeleted(difference);
+        return difference.hasOtherDelegates || difference.isNew() || difference.isDeleted();
     };
-    deleteOfNodes<R>(sql, "delegate", idsOf(differences, isRewritten));
+    deleteRowsOfNodes<R>(sql, "delegate", idsOf(differences, isRewritten));
     Inserter<DelegateRow> inserter(sql);
     for (const Difference<R>& difference : differences) {
-        if (isRewritten(difference) && !isDeleted(difference)) {
+        if (isRewritten(difference) && !difference.isDeleted()) {
             insertDelegates(inserter, Kind<R>::kType, difference.pAfter->record.id, difference.pAfter->delegates);
         }
     }
     inserter.flush();
 }
 
-// --- Notices: the nodes whose policies are others now are to fetch them anew, as after a change by a request.
+// --- Fetch notices: nodes to which other policies apply now must fetch them, as after a change by a request.
 
-using Policies = std::unordered_set<int64_t>;
+using PolicyIds = std::unordered_set<int64_t>;
 
 template <typename R>
-bool isMoved(const Difference<R>& difference)
+bool changesPolicies(const Difference<R>& difference)
 {
+    if constexpr (std::is_same_v<R, Group>) {
+        if (difference.changes(&Group::blockInheritance)) {
+            return true;
+        }
+    }
     return difference.changes(&R::parentId) || difference.changes(&R::linkedGpo);
 }
 
-bool isBlocked(const Difference<Server>&)
-{
-    return false;
-}
-
-bool isBlocked(const Difference<Group>& difference)
-{
-    return difference.changes(&Group::blockInheritance);
-}
-
 template <typename R>
-bool linksOne(const Entry<R>& entry, const Policies& policies)
+bool linksAnyOf(const PolicyIds& policies, const Entry<R>& entry)
 {
     if (policies.empty() || entry.record.linkedGpo.empty()) {
         return false;
@@ -182,25 +174,26 @@ bool linksOne(const Entry<R>& entry, const Policies& policies)
     try {
         const Ids ids = parseLinkIds(entry.record.linkedGpo.c_str());
         return std::any_of(ids.begin(), ids.end(), [&](int64_t id) { return policies.contains(id); });
-    } catch (const std::runtime_error&) {  // one that the store held before, damaged
+    } catch (const std::runtime_error&) {  // the text in the store was damaged before
         return false;
     }
 }
 
+// changedPolicies: those with other settings now, which the nodes that link them must fetch.
 template <typename R>
-void noteFetches(soci::session& sql, const Differences<R>& differences, const Section<R>& after,
-                 const Policies& policies)
+void writeFetchNotices(soci::session& sql, const Differences<R>& differences, const Section<R>& after,
+                       const PolicyIds& changedPolicies)
 {
-    deleteOfNodes<R>(sql, "gpo_fetch", idsOf(differences, isDeleted<R>));
-    Ids ids = idsOf(differences, [](const auto& difference) { return isMoved(difference) || isBlocked(difference); });
+    deleteRowsOfNodes<R>(sql, "gpo_fetch", idsOf(differences, &Difference<R>::isDeleted));
+    Ids ids = idsOf(differences, changesPolicies<R>);
     for (const Entry<R>& entry : after) {
-        if (linksOne(entry, policies)) {
+        if (linksAnyOf(changedPolicies, entry)) {
             ids.push_back(entry.record.id);
         }
     }
     for (const std::string& condition : conditionsFor("id", ids)) {
         execute(sql, std::string("INSERT INTO gpo_fetch (node_type, node_id, uid, mtime) SELECT ") +
-                         std::to_string(Kind<R>::kType) + ", id, " + std::to_string(kNobody) + ", " +
+                         std::to_string(Kind<R>::kType) + ", id, " + std::to_string(kUnknownSender) + ", " +
                          std::to_string(std::time(nullptr)) + " FROM " + Kind<R>::kTable + " WHERE " + condition +
                          " ON CONFLICT (node_type, node_id) DO UPDATE SET uid = excluded.uid, mtime = excluded.mtime");
     }
@@ -208,24 +201,24 @@ void noteFetches(soci::session& sql, const Differences<R>& differences, const Se
 
 }  // namespace
 
-void writePlan(soci::session& sql, const Plan& plan, const Fleet& after, const std::function<void()>& step)
+void writePlan(soci::session& sql, const Plan& plan, const Fleet& after, const std::function<void()>& onRecord)
 {
     deleteRows(sql, plan.servers);
     deleteRows(sql, plan.policies);
     deleteRows(sql, plan.accounts);
-    vacate(sql, plan.accounts, after);
-    vacate(sql, plan.groups, after);
-    writeRows(sql, plan.accounts, step);
-    writeRows(sql, downwards(plan.groups, after), step);
-    writeRows(sql, plan.policies, step);
-    writeRows(sql, plan.servers, step);
+    freeNames(sql, plan.accounts, after);
+    freeNames(sql, plan.groups, after);
+    writeRows(sql, plan.accounts, onRecord);
+    writeRows(sql, parentsFirst(plan.groups, after), onRecord);
+    writeRows(sql, plan.policies, onRecord);
+    writeRows(sql, plan.servers, onRecord);
     deleteRows(sql, plan.groups);
     writeDelegates(sql, plan.groups);
     writeDelegates(sql, plan.servers);
     const Ids ids = idsOf(plan.policies, [](const auto& policy) { return policy.changes(&Policy::setting); });
-    const Policies policies(ids.begin(), ids.end());
-    noteFetches(sql, plan.groups, after.groups, policies);
-    noteFetches(sql, plan.servers, after.servers, policies);
+    const PolicyIds changedPolicies(ids.begin(), ids.end());
+    writeFetchNotices(sql, plan.groups, after.groups, changedPolicies);
+    writeFetchNotices(sql, plan.servers, after.servers, changedPolicies);
     execute(sql,
             "UPDATE meta SET value = (SELECT MAX(id) FROM ou) WHERE name = 'last_ou' AND value <"
             " (SELECT MAX(id) FROM ou)");

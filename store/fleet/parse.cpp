@@ -1,15 +1,17 @@
-// A fleet file's records, each checked as far as it can be without the others. Keys that the format does not know are
-// refused: a mistyped one would take something away from a record without a word.
+// Parses the records of a fleet file. A key that the format does not have is refused: with a mistyped key, a record
+// would silently lose a member.
+#include "store/fleet/parse.h"
+
 #include <unordered_set>
 
 #include "store/base/errors.h"
-#include "store/fleet/fleet.h"
+#include "store/fleet/load.h"
 #include "store/records/json_text.h"
 
 namespace store {
 namespace {
 
-constexpr int64_t kHighestNumber = INT64_MAX / 2;  // leaves room to count on from
+constexpr int64_t kHighestNumber = INT64_MAX / 2;  // of identifiers and revisions: the store counts on from it
 constexpr int64_t kHighestUid = UINT32_MAX - 1;
 
 template <typename R>
@@ -23,19 +25,19 @@ bool isKey(const std::string& name)
            std::any_of(fields.begin(), fields.end(), [&name](const Field<R>& field) { return name == field.name; });
 }
 
-// place: of the object within its record, with a dot at its end; empty for the record.
-template <typename IsKey>
-void checkKeys(const Json::Value& jObject, const std::string& place, IsKey&& isKnown)
+// prefix: path of the object within its record, with a dot at its end; empty for the record itself.
+template <typename IsKnown>
+void checkKeys(const Json::Value& jObject, const std::string& prefix, IsKnown&& isKnown)
 {
     for (auto member = jObject.begin(); member != jObject.end(); ++member) {
         const std::string name = member.name();
-        requireValid(isKnown(name), place + name, "a key that fleet files do not have");
+        requireValid(isKnown(name), prefix + name, "a key that fleet files do not have");
     }
 }
 
-// What the store writes by itself comes with a file that was exported. An absent one stays 0.
+// Exported files hold the members that otherwise only the store writes. A missing one stays 0.
 template <typename R>
-void takeOwn(const Json::Value& jRecord, R& record)
+void parseStoreManaged(const Json::Value& jRecord, R& record)
 {
     for (const Field<R>& field : Kind<R>::kFields) {
         if (field.kind != FieldKind::storeManaged || jRecord[field.name].isNull()) {
@@ -62,7 +64,7 @@ void checkIdentity(const Json::Value& jRecord, const R& record)
     checkName(record.name.c_str());
 }
 
-// The root group is the one that may leave its name and its parent open.
+// Only the root group may omit its name and its parent.
 void checkIdentity(const Json::Value& jRecord, Group& group)
 {
     if (group.id != 0) {
@@ -75,21 +77,22 @@ void checkIdentity(const Json::Value& jRecord, Group& group)
     checkName(group.name.c_str());
 }
 
-bool areAnyKnown(int64_t)
+// For identifiers that checkFleet() looks up later.
+bool acceptAny(int64_t)
 {
     return true;
 }
 
-// Of an entry of the links, the store keeps every member but those that an answer has for people.
+// Refuses the keys that the store would drop: those with which an answer describes the policy for people.
 void checkLinkKeys(const Json::Value& jLinks)
 {
     const auto isKept = [](const std::string& name) { return name != "gpo_name" && name != "gpo_desc"; };
     checkKeys(jLinks, "linked_gpo.", [&](const std::string& name) { return isKept(name) && name != "gpo_id"; });
     for (Json::ArrayIndex i = 0; i < jLinks["order"].size(); ++i) {
         const Json::Value& jLink = jLinks["order"][i];
-        const bool isNamedTwice = !jLink["id"].isNull();
+        const bool hasId = !jLink["id"].isNull();
         checkKeys(jLink, "linked_gpo.order[" + std::to_string(i) + "].",
-                  [&](const std::string& name) { return isKept(name) && (name != "gpo_id" || !isNamedTwice); });
+                  [&](const std::string& name) { return isKept(name) && (name != "gpo_id" || !hasId); });
     }
 }
 
@@ -102,76 +105,74 @@ void checkDelegateKeys(const Json::Value& jDelegates)
 }
 
 template <typename R>
-void readRelations(const Json::Value& jRecord, Entry<R>& entry)
+void parseRelations(const Json::Value& jRecord, Entry<R>& entry)
 {
     if (!jRecord["linked_gpo"].isNull()) {
-        checkLinks(linkIds(jRecord["linked_gpo"]), areAnyKnown);
+        checkLinks(linkIds(jRecord["linked_gpo"]), acceptAny);
         checkLinkKeys(jRecord["linked_gpo"]);
     }
     if (!jRecord["delegate"].isNull()) {
-        entry.delegates = delegateUgids(jRecord["delegate"], areAnyKnown);
+        entry.delegates = delegateUgids(jRecord["delegate"], acceptAny);
         checkDelegateKeys(jRecord["delegate"]);
     }
 }
 
 template <typename R>
-void readSection(const Json::Value& jFleet, Section<R>& section)
+void parseSection(const Json::Value& jFleet, Section<R>& section)
 {
-    const Json::Value& jSection = jFleet[kSection<R>];
-    requireValid(jSection.isNull() || jSection.isArray(), kSection<R>, "not an array");
+    const Json::Value& jSection = jFleet[kSectionName<R>];
+    requireValid(jSection.isNull() || jSection.isArray(), kSectionName<R>, "not an array");
     std::unordered_set<int64_t> ids;
     section.reserve(jSection.size());
     for (Json::ArrayIndex i = 0; i < jSection.size(); ++i) {
-        requireValid(jSection[i].isObject(), kSection<R> + ("[" + std::to_string(i)) + "]", "not an object");
-        at<R>(i, 0, [&] {
-            section.push_back(readEntry<R>(jSection[i]));
-            requireValid(ids.insert(idOf(section.back().record)).second, Kind<R>::kFields[0].name,
+        requireValid(jSection[i].isObject(), kSectionName<R> + ("[" + std::to_string(i)) + "]", "not an object");
+        Entry<R>& entry = section.emplace_back();
+        entry.fileIndex = i;
+        withPlaceInErrors(entry, [&] {
+            parseEntry(jSection[i], entry);
+            requireValid(ids.insert(idOf(entry.record)).second, Kind<R>::kFields[0].name,
                          "a record of the kind before has it too");
         });
-        section.back().place = i;
     }
-    std::sort(section.begin(), section.end(),
-              [](const Entry<R>& one, const Entry<R>& other) { return idOf(one.record) < idOf(other.record); });
+    std::sort(section.begin(), section.end(), hasLowerId<R>);
 }
 
 }  // namespace
 
 template <typename R>
-Entry<R> readEntry(const Json::Value& jRecord)
+void parseEntry(const Json::Value& jRecord, Entry<R>& entry)
 {
-    Entry<R> entry;
     checkKeys(jRecord, "", isKey<R>);
     assignMembers(jRecord, entry.record);
-    takeOwn(jRecord, entry.record);
+    parseStoreManaged(jRecord, entry.record);
     checkIdentity(jRecord, entry.record);
     if constexpr (kHasDelegates<R>) {
-        readRelations(jRecord, entry);
+        parseRelations(jRecord, entry);
     }
     if constexpr (std::is_same_v<R, Policy>) {
         if (!entry.record.setting.empty()) {
-            settingVersion(jRecord["setting"]);
+            settingVersion(jRecord["setting"]);  // throws where there is none
         }
     }
-    return entry;
 }
 
-template Entry<AccountRow> readEntry(const Json::Value&);
-template Entry<Group> readEntry(const Json::Value&);
-template Entry<Policy> readEntry(const Json::Value&);
-template Entry<Server> readEntry(const Json::Value&);
+template void parseEntry(const Json::Value&, Entry<AccountRow>&);
+template void parseEntry(const Json::Value&, Entry<Group>&);
+template void parseEntry(const Json::Value&, Entry<Policy>&);
+template void parseEntry(const Json::Value&, Entry<Server>&);
 
-Fleet readFleet(const Json::Value& jFleet)
+Fleet parseFleet(const Json::Value& jFleet)
 {
     requireValid(jFleet.isObject(), "fleet", "not an object");
     Fleet fleet;
     checkKeys(jFleet, "", [](const std::string& name) {
-        return name == kSection<AccountRow> || name == kSection<Group> || name == kSection<Policy> ||
-               name == kSection<Server>;
+        return name == kSectionName<AccountRow> || name == kSectionName<Group> || name == kSectionName<Policy> ||
+               name == kSectionName<Server>;
     });
-    readSection(jFleet, fleet.accounts);
-    readSection(jFleet, fleet.groups);
-    readSection(jFleet, fleet.policies);
-    readSection(jFleet, fleet.servers);
+    parseSection(jFleet, fleet.accounts);
+    parseSection(jFleet, fleet.groups);
+    parseSection(jFleet, fleet.policies);
+    parseSection(jFleet, fleet.servers);
     return fleet;
 }
 
