@@ -1,4 +1,4 @@
-// Fleet files and the store on a real database: what an apply writes and says, what it refuses, what comes out again.
+// Applies fleet files to a store on a real database and exports them again: plans, refusals and stored records.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -8,8 +8,6 @@
 #include <thread>
 
 #include "platform/velq_zem.h"
-#include "store/db/statement.h"
-#include "store/db/transaction.h"
 #include "store/records/records.h"
 #include "tests/temp_database.h"
 
@@ -36,7 +34,7 @@ std::string countText(const store::PlanCount& count)
            "-";
 }
 
-// The lines of the plan, and its counts as the last of them; where it is refused, the reason alone.
+// The lines of the plan and then its counts; for a refused fleet the reason only.
 Lines apply(const Json::Value& jFleet, const store::ApplyOptions& options = {})
 {
     Lines lines;
@@ -61,14 +59,16 @@ std::string exportText()
     return text;
 }
 
-// The exported fleet; without what the store writes by itself.
-Json::Value exported(bool withOwn = false)
+// The exported fleet; unless asked for, without the members that only the store writes.
+Json::Value exported(bool withStoreManaged = false)
 {
     Json::Value jFleet = json(exportText());
     for (Json::Value& jSection : jFleet) {
         for (Json::Value& jRecord : jSection) {
-            withOwn ? void() : jRecord.removeMember("mtime");
-            withOwn ? void() : jRecord.removeMember("revision");
+            if (!withStoreManaged) {
+                jRecord.removeMember("mtime");
+                jRecord.removeMember("revision");
+            }
         }
     }
     return jFleet;
@@ -84,7 +84,7 @@ Json::Value& record(Json::Value& jFleet, const char* szSection, int id)
     throw std::invalid_argument("no such record");
 }
 
-void lay(const Json::Value& jMembers, Json::Value& jRecord)
+void setMembers(const Json::Value& jMembers, Json::Value& jRecord)
 {
     for (auto member = jMembers.begin(); member != jMembers.end(); ++member) {
         jRecord[member.name()] = *member;
@@ -97,7 +97,8 @@ int64_t revisionOf(const char* szSection, int id)
     return record(jFleet, szSection, id)["revision"].asInt64();
 }
 
-std::string exportFails()
+// Why the export fails; empty when it does not.
+std::string exportError()
 {
     try {
         exportText();
@@ -107,50 +108,18 @@ std::string exportFails()
     }
 }
 
-// In one transaction.
-template <typename... Texts>
-void runSql(const Texts&... statements)
-{
-    store::Transaction transaction(store::Access::write);
-    (store::execute(transaction.sql(), statements), ...);
-    transaction.commit();
-}
-
-class FleetTest : public testing::TestWithParam<const char*> {
-protected:
-    void SetUp() override
+class FleetTest : public test::DatabaseTest {
+    void prepare() override
     {
-        if (std::string("postgresql") == GetParam() && test::postgresqlForTests() == nullptr) {
-            GTEST_SKIP() << "ZEM_TEST_POSTGRESQL is not set";
-        }
-        m_pDatabase = std::make_unique<test::TempDatabase>(GetParam());
-        VELQZEMStoreOpen(m_pDatabase->url());
+        VELQZEMStoreOpen(url());
     }
-    void TearDown() override
-    {
-        VELQZEMStoreClose();
-    }
-    void renew() const
-    {
-        VELQZEMStoreClose();
-        m_pDatabase->clear();
-        VELQZEMStoreOpen(m_pDatabase->url());
-    }
-    // The rows of a query that gives one text for each.
-    std::multiset<std::string> rows(const std::string& query) const
-    {
-        soci::session sql = m_pDatabase->connect();
-        const soci::rowset<std::string> found = sql.prepare << query;
-        return {found.begin(), found.end()};
-    }
-    std::unique_ptr<test::TempDatabase> m_pDatabase;
 };
 
 INSTANTIATE_TEST_SUITE_P(Databases, FleetTest, testing::ValuesIn(test::kDatabases));
 
 // --- Random fleets, in the form in which they are exported
 
-// Few names, identifiers and places, so that two fleets have much to take from one another.
+// Names and identifiers come from small ranges, so that two fleets often use the same ones for different records.
 class RandomFleet {
 public:
     explicit RandomFleet(unsigned seed) : m_random(seed)
@@ -159,11 +128,15 @@ public:
         addGroups();
         for (const int id : m_policies) {
             Json::Value& jPolicy = addNode("policies", id);
-            isOneOf(2) ? void(jPolicy["setting"] = json("{'version':%}", pick(1, 2))) : void();
+            if (isOneIn(2)) {
+                jPolicy["setting"] = json("{'version':%}", pick(1, 2));
+            }
         }
         for (const int id : someOf(6)) {
             Json::Value& jServer = addNode("servers", id);
-            isOneOf(2) ? void(jServer["address"] = name()) : void();
+            if (isOneIn(2)) {
+                jServer["address"] = name();
+            }
             addRelations(jServer);
         }
     }
@@ -174,9 +147,10 @@ private:
     {
         return std::uniform_int_distribution(least, most)(m_random);
     }
-    bool isOneOf(int many)
+    // True in one of n calls, on average.
+    bool isOneIn(int n)
     {
-        return pick(1, many) == 1;
+        return pick(1, n) == 1;
     }
     std::string name()
     {
@@ -186,14 +160,15 @@ private:
     {
         return m_groups[static_cast<size_t>(pick(0, static_cast<int>(m_groups.size()) - 1))];
     }
-    // Two thirds of the numbers from 1 on, in random order when that is wanted.
-    std::vector<int> someOf(int most, bool isShuffled = false)
+    // About two thirds of the numbers from 1 to the highest.
+    std::vector<int> someOf(int highest)
     {
         std::vector<int> ids;
-        for (int id = 1; id <= most; ++id) {
-            isOneOf(3) ? void() : ids.push_back(id);
+        for (int id = 1; id <= highest; ++id) {
+            if (!isOneIn(3)) {
+                ids.push_back(id);
+            }
         }
-        isShuffled ? std::shuffle(ids.begin(), ids.end(), m_random) : void();
         return ids;
     }
     Json::Value& addNode(const char* szSection, int id)
@@ -204,19 +179,25 @@ private:
     {
         std::vector<int> names = {1, 2, 3, 4, 5};
         std::shuffle(names.begin(), names.end(), m_random);
-        m_uids.empty() ? m_uids.push_back(1) : void();
+        if (m_uids.empty()) {
+            m_uids.push_back(1);
+        }
         for (const int uid : m_uids) {
             Json::Value& jAccount = jFleet["accounts"].append(json("{'uid':%,'name':'n%'}", uid, names.back()));
             names.pop_back();
-            uid == m_uids[0] || isOneOf(3) ? void(jAccount["admin"] = true) : void();
+            if (uid == m_uids[0] || isOneIn(3)) {
+                jAccount["admin"] = true;
+            }
         }
     }
-    // Each below one that came before, in an order of their own.
+    // Adds groups in random order, each below one of those before it.
     void addGroups()
     {
         std::set<std::pair<int, std::string>> places;
         std::map<int, Json::Value> jGroups{{0, json("{'id':0,'parent_id':0,'name':'%'}", pick(0, 1))}};
-        for (const int id : someOf(9, true)) {
+        std::vector<int> ids = someOf(9);
+        std::shuffle(ids.begin(), ids.end(), m_random);
+        for (const int id : ids) {
             std::pair<int, std::string> place;
             do {
                 place = {anyGroup(), name()};
@@ -225,28 +206,34 @@ private:
             m_groups.push_back(id);
         }
         for (auto& [id, jGroup] : jGroups) {
-            isOneOf(3) ? void(jGroup["desc"] = name()) : void();
-            isOneOf(4) ? void(jGroup["block_inheritance"] = true) : void();
-            isOneOf(4) ? void(jGroup["extra_info"] = json("{'k':[%]}", pick(0, 1))) : void();
+            if (isOneIn(3)) {
+                jGroup["desc"] = name();
+            }
+            if (isOneIn(4)) {
+                jGroup["block_inheritance"] = true;
+            }
+            if (isOneIn(4)) {
+                jGroup["extra_info"] = json("{'k':[%]}", pick(0, 1));
+            }
             addRelations(jGroup);
             jFleet["groups"].append(jGroup);
         }
     }
     void addRelations(Json::Value& jNode)
     {
-        addList(jNode["linked_gpo"]["order"], m_policies, "{'id':%}");
-        addList(jNode["delegate"], m_uids, "{'ugid':%,'user_type':2}");
-        jNode["linked_gpo"]["order"].isNull() ? jNode.removeMember("linked_gpo") : void();
-        jNode["delegate"].isNull() ? jNode.removeMember("delegate") : void();
+        for (const int id : atMostTwoOf(m_policies)) {
+            jNode["linked_gpo"]["order"].append(json("{'id':%}", id));
+        }
+        for (const int uid : atMostTwoOf(m_uids)) {
+            jNode["delegate"].append(json("{'ugid':%,'user_type':2}", uid));
+        }
     }
-    // At most two of them, in random order.
-    void addList(Json::Value& jList, std::vector<int> ids, const char* szEntry)
+    // In random order.
+    std::vector<int> atMostTwoOf(std::vector<int> ids)
     {
         std::shuffle(ids.begin(), ids.end(), m_random);
         ids.resize(std::min(ids.size(), static_cast<size_t>(pick(0, 2))));
-        for (const int id : ids) {
-            jList.append(json(szEntry, id));
-        }
+        return ids;
     }
     std::mt19937 m_random;
     std::vector<int> m_groups = {0}, m_uids = someOf(5), m_policies = someOf(5);
@@ -264,8 +251,8 @@ std::map<std::string, Json::Value> recordsOf(const Json::Value& jFleet)
     return records;
 }
 
-// The beginnings of the lines that lead from one fleet to the other.
-std::multiset<std::string> expectedHeads(const Json::Value& jBefore, const Json::Value& jAfter)
+// The beginning of each line of the plan that leads from one fleet to the other: "+ group 3".
+std::multiset<std::string> expectedLineHeads(const Json::Value& jBefore, const Json::Value& jAfter)
 {
     const auto before = recordsOf(jBefore), after = recordsOf(jAfter);
     std::multiset<std::string> heads;
@@ -276,12 +263,14 @@ std::multiset<std::string> expectedHeads(const Json::Value& jBefore, const Json:
         }
     }
     for (const auto& [name, jRecord] : before) {
-        after.contains(name) ? void() : void(heads.insert("- " + name));
+        if (!after.contains(name)) {
+            heads.insert("- " + name);
+        }
     }
     return heads;
 }
 
-std::multiset<std::string> headsOf(Lines lines)
+std::multiset<std::string> lineHeads(Lines lines)
 {
     lines.pop_back();
     std::multiset<std::string> heads;
@@ -291,7 +280,7 @@ std::multiset<std::string> headsOf(Lines lines)
     return heads;
 }
 
-// Revisions move only with a record's own members: delegates stand beside it.
+// Expects a higher revision exactly where members of the record changed; delegates are not members.
 void expectRevisions(const Json::Value& jBefore, const Json::Value& jAfter)
 {
     const auto before = recordsOf(jBefore);
@@ -310,29 +299,28 @@ void expectRevisions(const Json::Value& jBefore, const Json::Value& jAfter)
     }
 }
 
-TEST_P(FleetTest, anyFleetBecomesAnyOther)
+TEST_P(FleetTest, applyTurnsAnyFleetIntoAnyOther)
 {
     const std::string damage =
-        m_pDatabase->isSqlite()
-            ? "SELECT integrity_check FROM pragma_integrity_check WHERE integrity_check <> 'ok' UNION ALL"
-              " SELECT 'no such parent, ' || \"table\" || rowid FROM pragma_foreign_key_check"
-            : "SELECT 'sibling ' || name FROM ou WHERE id <> 0 GROUP BY parent_id, name HAVING COUNT(*) > 1";
+        isSqlite() ? "SELECT integrity_check FROM pragma_integrity_check WHERE integrity_check <> 'ok' UNION ALL"
+                     " SELECT 'no such parent, ' || \"table\" || rowid FROM pragma_foreign_key_check"
+                   : "SELECT 'sibling ' || name FROM ou WHERE id <> 0 GROUP BY parent_id, name HAVING COUNT(*) > 1";
     for (unsigned seed = 0; seed < 150; ++seed) {
         SCOPED_TRACE(seed);
-        const Json::Value jFleet = RandomFleet(seed).jFleet, jOwn = exported(true), jBefore = exported();
+        const Json::Value jFleet = RandomFleet(seed).jFleet, jStored = exported(true), jBefore = exported();
         const Lines planned = apply(jFleet, kDryPrune);
-        EXPECT_EQ(exported(true), jOwn);
+        EXPECT_EQ(exported(true), jStored);
         const Lines done = apply(jFleet, kPrune);
         ASSERT_EQ(exported(), jFleet) << done.back();
         EXPECT_EQ(done, planned);
-        EXPECT_EQ(headsOf(done), expectedHeads(jBefore, jFleet));
-        expectRevisions(jOwn, exported(true));
+        EXPECT_EQ(lineHeads(done), expectedLineHeads(jBefore, jFleet));
+        expectRevisions(jStored, exported(true));
         EXPECT_EQ(apply(jFleet, kPrune), Lines{"0+ 0~ 0-"});
     }
     EXPECT_EQ(rows(damage), std::multiset<std::string>());
 }
 
-TEST_P(FleetTest, withoutPruningTheOthersStay)
+TEST_P(FleetTest, withoutPruneTheStoreKeepsRecordsThatTheFileLacks)
 {
     int done = 0;
     for (unsigned seed = 1000; seed < 1100; ++seed) {
@@ -344,15 +332,17 @@ TEST_P(FleetTest, withoutPruningTheOthersStay)
         const bool isDone = lines.back().ends_with("-");
         EXPECT_EQ(recordsOf(exported()), isDone ? expected : recordsOf(jBefore)) << lines.back();
         done += isDone;
-        isDone ? void() : renew();
+        if (!isDone) {
+            openNewStore();
+        }
     }
     EXPECT_GT(done, 20);
-    EXPECT_LT(done, 100);  // some cannot be: a circle, or two siblings of one name
+    EXPECT_LT(done, 100);  // some are refused: a cycle of groups, or two siblings with one name
 }
 
-// --- What an apply says
+// --- Plans
 
-TEST_P(FleetTest, eachLineSaysWhatBecomesOfARecordAndCannotBeForged)
+TEST_P(FleetTest, planLinesShowEachChangeAndCannotBeForged)
 {
     const auto linksUpTo = [](int last) {
         std::string text;
@@ -366,9 +356,9 @@ TEST_P(FleetTest, eachLineSaysWhatBecomesOfARecordAndCannotBeForged)
         jBase["policies"].append(json("{'id':%,'name':'many','parent_id':0}", id));
     }
     const std::string longText(99, 'x');
-    lay(json("{'desc':'" + longText + "\u00e8','setting':{'version':1,'values':['" + longText + "',1]}}"),
-        record(jBase, "policies", 100));
-    lay(json(linksUpTo(139)), record(jBase, "groups", 3));
+    setMembers(json("{'desc':'" + longText + "\u00e8','setting':{'version':1,'values':['" + longText + "',1]}}"),
+               record(jBase, "policies", 100));
+    setMembers(json(linksUpTo(139)), record(jBase, "groups", 3));
     const std::tuple<const char*, int, std::string, const char*> cases[] = {
         {"servers", 1, "{'address':'192.0.2.7'}", "~ server 1 address 192.0.2.1 -> 192.0.2.7"},
         {"servers", 1, "{'name':'x','address':'','sid':null}",
@@ -413,15 +403,15 @@ TEST_P(FleetTest, eachLineSaysWhatBecomesOfARecordAndCannotBeForged)
         const Json::Value jMembers = json(text);
         Json::Value& jRecord =
             jMembers.isMember("id") ? jFleet[szSection].append(Json::Value()) : record(jFleet, szSection, id);
-        lay(jMembers, jRecord);
+        setMembers(jMembers, jRecord);
         EXPECT_EQ(apply(jFleet, kDryPrune).at(0), szLine);
         EXPECT_EQ(apply(jFleet, kPrune).at(0), szLine);
     }
 }
 
-// --- What it refuses
+// --- Refusals
 
-TEST_P(FleetTest, refusalsNameTheirPlaceAndChangeNothing)
+TEST_P(FleetTest, refusalsNameThePlaceAndChangeNothing)
 {
     const std::tuple<const char*, int, const char*, const char*> faults[] = {
         {"groups", 1, "{'id':3}", "groups[1].id: a record of the kind before has it too"},
@@ -458,7 +448,7 @@ TEST_P(FleetTest, refusalsNameTheirPlaceAndChangeNothing)
         const std::string before = exportText();
         for (const auto& [szSection, index, szMembers, szMessage] : faults) {
             Json::Value jFleet = json(kFleet);
-            lay(json(szMembers), jFleet[szSection][index]);
+            setMembers(json(szMembers), jFleet[szSection][index]);
             EXPECT_EQ(apply(jFleet, kDryPrune), Lines{szMessage});
             EXPECT_EQ(apply(jFleet, kPrune), Lines{szMessage});
         }
@@ -478,7 +468,7 @@ TEST_P(FleetTest, refusalsNameTheirPlaceAndChangeNothing)
     expectRefusals();
 }
 
-TEST_P(FleetTest, aPartOfAFleetIsCheckedWithWhatTheStoreHolds)
+TEST_P(FleetTest, aPartialFleetIsCheckedTogetherWithTheStoredOne)
 {
     apply(json(kFleet));
     const std::pair<const char*, const char*> cases[] = {
@@ -495,11 +485,11 @@ TEST_P(FleetTest, aPartOfAFleetIsCheckedWithWhatTheStoreHolds)
         {"{'policies':[{'id':2,'parent_id':9,'name':'p2'}],'groups':[{'id':9,'parent_id':3,'name':'n'}]}", "1+ 1~ 0-"},
         {"{'groups':[{'id':0}]}", "0+ 0~ 0-"},
         {"{}", "0+ 0~ 0-"}};
-    for (const auto& [szFleet, szOutcome] : cases) {
+    for (const auto& [szFleet, szLastLine] : cases) {
         const std::string before = exportText();
-        EXPECT_EQ(apply(json(szFleet)).back(), szOutcome) << szFleet;
+        EXPECT_EQ(apply(json(szFleet)).back(), szLastLine) << szFleet;
         EXPECT_EQ(exportText() == before,
-                  !std::string(szOutcome).ends_with("-") || szOutcome == std::string("0+ 0~ 0-"));
+                  !std::string(szLastLine).ends_with("-") || szLastLine == std::string("0+ 0~ 0-"));
     }
     Json::Value jFleet;
     for (int level = 0; level < store::kMaxGroupDepth; ++level) {
@@ -513,9 +503,9 @@ TEST_P(FleetTest, aPartOfAFleetIsCheckedWithWhatTheStoreHolds)
               Lines{"group 3 of the store: " + tooDeep.substr(1)});
 }
 
-// --- What it writes, and what it leaves
+// --- What is stored
 
-TEST_P(FleetTest, anEqualStoreIsNotWritten)
+TEST_P(FleetTest, applyingAnEqualFleetWritesNothing)
 {
     Json::Value jFleet = json(kFleet);
     for (int id = 10; id < 3000; ++id) {
@@ -523,31 +513,30 @@ TEST_P(FleetTest, anEqualStoreIsNotWritten)
     }
     apply(jFleet);
     soci::session watcher = m_pDatabase->connect();
-    const auto written = [&] {  // what tells that some transaction wrote something
+    const auto versions = [&] {  // differ once a transaction has written something
         std::string text;
         for (const char* szTable : {"account", "ou", "kx", "gpo", "delegate", "gpo_fetch", "meta"}) {
-            std::string versions;
-            watcher << (m_pDatabase->isSqlite()
-                            ? "PRAGMA data_version"
-                            : "SELECT COALESCE(string_agg(xmin::text || ctid::text, ' '), '') FROM " +
-                                  std::string(szTable)),
-                soci::into(versions);
-            text += versions + "\n";
+            std::string version;
+            watcher << (isSqlite() ? "PRAGMA data_version"
+                                   : "SELECT COALESCE(string_agg(xmin::text || ctid::text, ' '), '') FROM " +
+                                         std::string(szTable)),
+                soci::into(version);
+            text += version + "\n";
         }
         return text;
     };
-    const std::string before = written();
+    const std::string before = versions();
     const uint64_t statements = store::statementCount();
     EXPECT_EQ(apply(exported(true), kPrune), Lines{"0+ 0~ 0-"});
     EXPECT_EQ(apply(jFleet), Lines{"0+ 0~ 0-"});
     EXPECT_LT(store::statementCount() - statements, 40u);
-    EXPECT_EQ(written(), before);
+    EXPECT_EQ(versions(), before);
     EXPECT_EQ(apply(json("{'accounts':[{'uid':3,'name':'else'}]}")).back(), "0+ 1~ 0-");
-    EXPECT_NE(written(), before);  // the test can tell
+    EXPECT_NE(versions(), before);  // shows that the check above can fail
     EXPECT_EQ(apply(json(kFleet), kPrune).back(), "0+ 1~ 2990-");
 }
 
-TEST_P(FleetTest, anEmptyStoreBecomesTheOneThatWasExportedToTheByte)
+TEST_P(FleetTest, anExportAppliedToANewStoreIsExportedByteForByte)
 {
     Json::Value jFleet = json(kFleet);
     jFleet["groups"].append(json("{'id':0,'desc':'all','delegate':[{'ugid':2,'user_type':2}]}"));
@@ -565,7 +554,7 @@ TEST_P(FleetTest, anEmptyStoreBecomesTheOneThatWasExportedToTheByte)
     EXPECT_EQ(text.find("\u009b"), text.npos);  // no control sequence for a terminal
     EXPECT_EQ(revisionOf("groups", 0), 2);
     EXPECT_EQ(revisionOf("groups", 1), 2);
-    renew();
+    openNewStore();
     apply(json(text));
     EXPECT_EQ(exportText(), text);
     EXPECT_EQ(apply(json("{'groups':[{'id':0,'mtime':7,'revision':9}]}")).at(0),
@@ -573,21 +562,21 @@ TEST_P(FleetTest, anEmptyStoreBecomesTheOneThatWasExportedToTheByte)
     EXPECT_EQ(revisionOf("groups", 0), 3);
 }
 
-TEST_P(FleetTest, tokensStayWithTheirAccountsAndIdentifiersAreNotGivenTwice)
+TEST_P(FleetTest, tokensStayWithTheirAccountsAndIdentifiersAreNotReused)
 {
     apply(json(kFleet));
     store::addToken(2, "h2", "", 0);
     store::addToken(3, "h3", "", 0);
     Json::Value jFleet = exported();
-    record(jFleet, "accounts", 2)["name"] = "other";  // they take one another's names
+    record(jFleet, "accounts", 2)["name"] = "other";  // the two accounts swap their names
     record(jFleet, "accounts", 3)["name"] = "helper";
     EXPECT_EQ(apply(jFleet),
               Lines({"~ account 2 name helper -> other", "~ account 3 name other -> helper", "0+ 2~ 0-"}));
     EXPECT_EQ(store::findAccountByToken("h2")->name, "other");
     EXPECT_EQ(store::findAccountByToken("h3")->name, "helper");
-    const char* szLess =
+    const char* szSmaller =
         R"({"accounts":[{"uid":1,"name":"admin","admin":true}],"groups":[{"id":8,"parent_id":0,"name":"z"}]})";
-    EXPECT_EQ(apply(json(szLess), kPrune),
+    EXPECT_EQ(apply(json(szSmaller), kPrune),
               Lines({"- account 2", "- account 3", "- group 1", "- group 2", "- group 3", "- group 4", "+ group 8 z",
                      "- policy 1", "- policy 2", "- server 1", "- server 2", "1+ 0~ 10-"}));
     EXPECT_FALSE(store::findAccountByToken("h2").has_value());
@@ -599,10 +588,10 @@ TEST_P(FleetTest, tokensStayWithTheirAccountsAndIdentifiersAreNotGivenTwice)
     EXPECT_EQ(created.id, 9);
 }
 
-TEST_P(FleetTest, serversFetchWhatBecameOfTheirPolicies)
+TEST_P(FleetTest, nodesWhosePoliciesChangeGetAFetchNotice)
 {
     apply(json(kFleet));
-    const auto notices = [this] {
+    const auto takeNotices = [this] {
         std::string text;
         for (const std::string& node : rows("SELECT node_type || '.' || node_id FROM gpo_fetch")) {
             text += node + " ";
@@ -610,7 +599,7 @@ TEST_P(FleetTest, serversFetchWhatBecameOfTheirPolicies)
         runSql("DELETE FROM gpo_fetch");
         return text;
     };
-    EXPECT_EQ(notices(), "");  // new nodes have fetched nothing yet
+    EXPECT_EQ(takeNotices(), "");  // new nodes need no notice
     const std::tuple<const char*, int, const char*, const char*> cases[] = {
         {"groups", 1, "{'desc':'x'}", ""},         {"groups", 1, "{'block_inheritance':true}", "2.1 "},
         {"groups", 3, "{'parent_id':4}", "2.3 "},  {"servers", 2, "{'linked_gpo':null}", "3.2 "},
@@ -618,23 +607,23 @@ TEST_P(FleetTest, serversFetchWhatBecameOfTheirPolicies)
         {"policies", 1, "{'name':'renamed'}", ""}};
     for (const auto& [szSection, id, szMembers, szNotices] : cases) {
         apply(json(kFleet), kPrune);
-        notices();
+        takeNotices();
         Json::Value jFleet = json(kFleet);
-        lay(json(szMembers), record(jFleet, szSection, id));
+        setMembers(json(szMembers), record(jFleet, szSection, id));
         apply(jFleet);
-        EXPECT_EQ(notices(), szNotices) << szMembers;
+        EXPECT_EQ(takeNotices(), szNotices) << szMembers;
     }
     for (const int64_t id : {2, 3, 4}) {
         EXPECT_EQ(VELQZEMGpoNotifyFetch(1, VELQ_ZEM_TYPE_OU, id), 0);
     }
     apply(json("{'accounts':[{'uid':1,'name':'admin','admin':true}],'groups':[{'id':4,'parent_id':0,'name':'d'}]}"),
           kPrune);
-    EXPECT_EQ(notices(), "2.4 ");
+    EXPECT_EQ(takeNotices(), "2.4 ");
 }
 
-TEST_P(FleetTest, whatIsDamagedIsNamedAndMendedByAFileThatHoldsIt)
+TEST_P(FleetTest, exportNamesADamagedRecordAndApplyRepairsIt)
 {
-    constexpr const char* kRights = "INSERT INTO delegate VALUES (3, 9, 0, 3, 2)";  // of a server that is not there
+    constexpr const char* kStrayDelegate = "INSERT INTO delegate VALUES (3, 9, 0, 3, 2)";  // of a missing server
     const std::pair<const char*, const char*> cases[] = {
         {"UPDATE ou SET linked_gpo = '{\"order\":7}' WHERE id = 2",
          "group 2 of the store: linked_gpo.order: not an array"},
@@ -647,58 +636,57 @@ TEST_P(FleetTest, whatIsDamagedIsNamedAndMendedByAFileThatHoldsIt)
          "server 2 of the store: delegate[0].ugid: no account -1"},
         {"DELETE FROM gpo WHERE id = 1", "group 2 of the store: linked_gpo.order[0].id: no policy 1"}};
     for (const auto& [szDamage, szReason] : cases) {
-        renew();
-        apply(json(kFleet));
+        openNewStore(json(kFleet));
         const std::string text = exportText();
-        const Json::Value jWhole = exported();
-        runSql(szDamage, kRights);
-        EXPECT_EQ(exportFails(), szReason);
+        const Json::Value jIntact = exported();
+        runSql(szDamage, kStrayDelegate);
+        EXPECT_EQ(exportError(), szReason);
         if (std::string(szReason).find("circle") == std::string::npos) {
             EXPECT_EQ(apply(json("{'servers':[{'id':9,'parent_id':4,'name':'new'}]}")).back(), "1+ 0~ 0-");
-            EXPECT_EQ(rows("SELECT 'right of ' || ugid FROM delegate WHERE node_id = 9"), std::multiset<std::string>());
+            EXPECT_EQ(rows("SELECT 'delegate ' || ugid FROM delegate WHERE node_id = 9"), std::multiset<std::string>());
         }
         EXPECT_EQ(apply(json(text), kPrune).at(0).substr(0, 1), *szDamage == 'D' ? "+" : "~") << szDamage;
-        EXPECT_EQ(exported(), jWhole);
+        EXPECT_EQ(exported(), jIntact);
     }
     runSql(
         "UPDATE ou SET linked_gpo = '{ \"kept\": 7, \"order\": [ {\"id\":1,\"on\":true}, {\"id\":2} ] }' WHERE id = 2");
-    EXPECT_EQ(apply(json(kFleet)), Lines{"0+ 0~ 0-"});  // other words for the same
+    EXPECT_EQ(apply(json(kFleet)), Lines{"0+ 0~ 0-"});  // the same links in another form
     runSql("DELETE FROM kx", "DELETE FROM gpo", "DELETE FROM ou");
     const std::string noRoot = "group 0 of the store: it is missing, or has not the lowest identifier";
-    EXPECT_EQ(exportFails(), noRoot);
+    EXPECT_EQ(exportError(), noRoot);
     EXPECT_EQ(apply(json("{}")), Lines{noRoot});
     EXPECT_EQ(apply(json(kFleet), kPrune).at(0), "+ group 0 root");
-    EXPECT_EQ(exportFails(), "");
+    EXPECT_EQ(exportError(), "");
 }
 
-TEST_P(FleetTest, aRevisionWorksOnWhatTheStoreHoldsAndDeletesNothing)
+TEST_P(FleetTest, reviseFleetStartsFromTheStoredFleetAndDeletesNothing)
 {
     apply(json(kFleet));
     Lines lines;
-    Json::Value jSeen;
-    const auto revise = [&jSeen](const Json::Value& jStored, int64_t lastGroup) {
+    Json::Value jGiven;
+    const auto revise = [&jGiven](const Json::Value& jStored, int64_t lastGroup) {
         EXPECT_EQ(lastGroup, 4);
-        jSeen = jStored;
+        jGiven = jStored;
         Json::Value jFleet;
         jFleet["groups"].append(jStored["groups"][1])["desc"] = "revised";
         jFleet["servers"].append(json("{'id':3,'parent_id':1,'name':'s3'}"));
         return jFleet;
     };
     const auto take = [&lines](const std::string& line) { lines.push_back(line); };
-    const Json::Value jWhole = exported(true);
+    const Json::Value jBefore = exported(true);
     EXPECT_EQ(countText(store::reviseFleet(revise, true, take)), "1+ 1~ 0-");
-    EXPECT_EQ(exported(true), jWhole);
+    EXPECT_EQ(exported(true), jBefore);
     EXPECT_EQ(countText(store::reviseFleet(revise, false, take)), "1+ 1~ 0-");
-    EXPECT_EQ(jSeen, jWhole);
+    EXPECT_EQ(jGiven, jBefore);
     EXPECT_EQ(lines, Lines({"~ group 1 desc top -> revised", "+ server 3 s3", "~ group 1 desc top -> revised",
                             "+ server 3 s3"}));
     EXPECT_THROW(
         store::reviseFleet([](const Json::Value&, int64_t) -> Json::Value { throw std::runtime_error("no"); }, false),
         std::runtime_error);
-    EXPECT_EQ(apply(json("{}")), Lines{"0+ 0~ 0-"});  // nothing is locked
+    EXPECT_EQ(apply(json("{}")), Lines{"0+ 0~ 0-"});  // the failed revision has left no lock
 }
 
-TEST_P(FleetTest, noChangeMadeMeanwhileIsLost)
+TEST_P(FleetTest, anApplyBesideAWriterLosesNoChange)
 {
     apply(json(kFleet));
     const Json::Value jFleet = exported();
@@ -714,11 +702,11 @@ TEST_P(FleetTest, noChangeMadeMeanwhileIsLost)
             }
         }
     });
-    // On a busy machine one of the two may not have had its turn by then.
+    // On a busy machine one of the two may not have written after fifty rounds.
     for (int i = 0; i < 50 || (i < 5000 && (sets == 0 || applied == 0)); ++i) {
-        const std::string outcome = apply(jFleet, kPrune).back();
-        applied += outcome == "0+ 1~ 0-";
-        EXPECT_TRUE(outcome == "0+ 1~ 0-" || outcome == "0+ 0~ 0-") << outcome;
+        const std::string counts = apply(jFleet, kPrune).back();
+        applied += counts == "0+ 1~ 0-";
+        EXPECT_TRUE(counts == "0+ 1~ 0-" || counts == "0+ 0~ 0-") << counts;
     }
     isOver = true;
     writer.join();
@@ -727,7 +715,7 @@ TEST_P(FleetTest, noChangeMadeMeanwhileIsLost)
     EXPECT_EQ(revisionOf("groups", 4), 1 + sets + applied);
 }
 
-TEST(FleetFile, isPlannedWhereThereIsNoStore)
+TEST(FleetFile, isPlannedEvenWithoutAStore)
 {
     const test::TempFolder folder;
     VELQZEMStoreOpen("sqlite:" + folder.path + "/store.db", store::OpenMode::ifThere);

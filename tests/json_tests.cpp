@@ -1,5 +1,4 @@
-// JSON that is written and read past the JSON library for the sake of speed: the same bytes and values as the
-// library's.
+// Compares the fast JSON writer and the fast parser of policy links with the JSON library.
 #include <cmath>
 #include <random>
 
@@ -12,8 +11,7 @@
 
 namespace {
 
-// As the library writes it.
-std::string libraryText(const Json::Value& jValue)
+std::string textOfLibrary(const Json::Value& jValue)
 {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
@@ -22,7 +20,7 @@ std::string libraryText(const Json::Value& jValue)
     return Json::writeString(builder, jValue);
 }
 
-std::string writtenText(const Json::Value& jValue)
+std::string textOfWriter(const Json::Value& jValue)
 {
     std::string text;
     for (const std::string& piece : standin::writeJson(jValue)) {
@@ -31,7 +29,7 @@ std::string writtenText(const Json::Value& jValue)
     return text;
 }
 
-// Bytes that need an escape now and then, at any place of a word of eight.
+// A text with a byte that needs an escape now and then, at any position within eight bytes.
 std::string randomText(std::mt19937& random)
 {
     constexpr char kBytes[] = "abcdefghijklmnopqrstuvwxyz \x7f\xc3\xa4\"\\/\b\f\n\r\t\x01\x1f";
@@ -53,22 +51,26 @@ Json::Value randomValue(std::mt19937& random, int depth)
         jValue = Json::Value(random() % 2 == 0 ? Json::arrayValue : Json::objectValue);
         for (auto count = random() % 6; count-- > 0;) {
             Json::Value jItem = randomValue(random, depth - 1);
-            jValue.isArray() ? void(jValue.append(jItem)) : void(jValue[randomText(random)] = jItem);
+            if (jValue.isArray()) {
+                jValue.append(jItem);
+            } else {
+                jValue[randomText(random)] = jItem;
+            }
         }
     }
     return jValue;
 }
 
-TEST(JsonWriter, writesTheBytesThatTheLibraryWrites)
+TEST(JsonWriter, writesTheSameBytesAsTheLibrary)
 {
     std::mt19937 random(20261123);
     for (int round = 0; round < 3000; ++round) {
         const Json::Value jValue = randomValue(random, 5);
-        ASSERT_EQ(writtenText(jValue), libraryText(jValue));
+        ASSERT_EQ(textOfWriter(jValue), textOfLibrary(jValue));
     }
 }
 
-TEST(JsonWriter, cutsALargeAnswerIntoPiecesWithoutLosingAByte)
+TEST(JsonWriter, splitsALargeAnswerIntoPiecesWithoutLosingAByte)
 {
     Json::Value jValue;
     for (size_t size : {0, 1000, (1 << 20) - 10, 1 << 20, 3 << 20}) {
@@ -77,12 +79,12 @@ TEST(JsonWriter, cutsALargeAnswerIntoPiecesWithoutLosingAByte)
     }
     EXPECT_GT(standin::writeJson(jValue).size(), 3u);
     EXPECT_LT(standin::writeJson(Json::Value()).front().capacity(), 10000u);  // most answers are small
-    EXPECT_EQ(writtenText(jValue), libraryText(jValue));
+    EXPECT_EQ(textOfWriter(jValue), textOfLibrary(jValue));
 }
 
-TEST(PolicyLinks, areReadAsTheLibraryReadsThem)
+TEST(PolicyLinks, areParsedAsTheLibraryParsesThem)
 {
-    std::string many = R"({"order":[{"id":1})";  // more than are kept ready
+    std::string many = R"({"order":[{"id":1})";  // more links than the parser has templates for
     for (int id = 2; id < 20; ++id) {
         many += R"(,{"id":)" + std::to_string(id) + "}";
     }

@@ -1,30 +1,36 @@
-// A database for a store, of either kind, and the way to it past the store. Links SOCI with both its backends.
+// Gives tests an empty database on SQLite or PostgreSQL, and SQL access to it beside the store. Needs SOCI with both
+// backends.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <unistd.h>
+
+#include <set>
 
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
 
+#include "store/store.h"
 #include "tests/support.h"
 
-// SOCI's PostgreSQL backend; its header would need that of the database's client library.
+// SOCI's PostgreSQL backend. Its header would need the header of PostgreSQL's client library.
 extern "C" const soci::backend_factory* factory_postgresql(void);
 
 namespace test {
 
 constexpr const char* kDatabases[] = {"sqlite", "postgresql"};
 
-// The URL of a database whose schemas tests may make and drop; null when there is none.
+// The URL of a database in which tests may create and drop schemas; null when there is none.
 inline const char* postgresqlForTests()
 {
     return std::getenv("ZEM_TEST_POSTGRESQL");
 }
 
-// Empty at first and gone with the object: a file in a folder, or a schema of this process in postgresqlForTests().
+// A database that is empty at first and removed with the object: a file in a temporary folder, or a schema of this
+// process in postgresqlForTests().
 class TempDatabase {
 public:
-    // szKind: one of kDatabases.
+    // kind: one of kDatabases.
     explicit TempDatabase(const std::string& kind)
     {
         if (kind == "sqlite") {
@@ -54,13 +60,13 @@ public:
         return m_url.starts_with("sqlite:");
     }
 
-    // Of SQLite's file, the only one in its folder at first.
+    // The path of SQLite's file.
     std::string path() const
     {
         return m_url.substr(m_url.find(':') + 1);
     }
 
-    // Leaves nothing of what the database holds. No store may be open there.
+    // Empties the database. No store may be open there.
     void clear() const
     {
         if (!isSqlite()) {
@@ -71,14 +77,14 @@ public:
         }
     }
 
-    // A connection of its own.
+    // A new connection.
     soci::session connect() const
     {
         return isSqlite() ? soci::session(soci::sqlite3, "dbname=\"" + path() + '"')
                           : soci::session(*factory_postgresql(), m_url);
     }
 
-    // Each statement by itself.
+    // Executes the statements on a new connection, each in a transaction of its own.
     template <typename... Texts>
     void run(const Texts&... statements) const
     {
@@ -92,6 +98,61 @@ private:
     const TempFolder m_folder;
     const std::string m_schema = "zem_test_" + std::to_string(getpid());
     std::string m_url;
+};
+
+// Base of tests that run once on each of kDatabases. The store is closed after each test.
+class DatabaseTest : public testing::TestWithParam<const char*> {
+protected:
+    void SetUp() final
+    {
+        if (std::string("postgresql") == GetParam() && postgresqlForTests() == nullptr) {
+            GTEST_SKIP() << "ZEM_TEST_POSTGRESQL is not set";
+        }
+        m_pDatabase = std::make_unique<TempDatabase>(GetParam());
+        prepare();
+    }
+    void TearDown() final
+    {
+        VELQZEMStoreClose();
+    }
+    // Runs before each test, on an empty database.
+    virtual void prepare() {}
+
+    bool isSqlite() const
+    {
+        return m_pDatabase->isSqlite();
+    }
+    const std::string& url() const
+    {
+        return m_pDatabase->url();
+    }
+    void closeAndClear() const
+    {
+        VELQZEMStoreClose();
+        m_pDatabase->clear();
+    }
+    // Empties the database and opens a new store there, with the fleet in it unless that is null.
+    void openNewStore(const Json::Value& jFleet = Json::Value()) const
+    {
+        closeAndClear();
+        VELQZEMStoreOpen(url());
+        if (!jFleet.isNull()) {
+            store::applyFleet(jFleet, {});
+        }
+    }
+    template <typename... Texts>
+    void runSql(const Texts&... statements) const
+    {
+        m_pDatabase->run(statements...);
+    }
+    // The rows of a query with one text in each.
+    std::multiset<std::string> rows(const std::string& query) const
+    {
+        soci::session sql = m_pDatabase->connect();
+        const soci::rowset<std::string> found = sql.prepare << query;
+        return {found.begin(), found.end()};
+    }
+    std::unique_ptr<TempDatabase> m_pDatabase;
 };
 
 }  // namespace test

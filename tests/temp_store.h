@@ -1,4 +1,4 @@
-// A node store in a folder of its own.
+// Opens a node store in a temporary folder.
 #pragma once
 
 #include "store/store.h"
@@ -6,7 +6,8 @@
 
 namespace test {
 
-// Open, with that fleet in it unless it is null, for as long as the object is there; one at a time.
+// A store that is open while the object lives and holds the fleet, unless that is null. A process can have one at a
+// time.
 struct TempStore {
     explicit TempStore(const Json::Value& jFleet = Json::Value())
     {

@@ -1,5 +1,5 @@
-// The module over one store that several threads and processes change at once: no change is lost or counted twice, and
-// nobody sees or changes what is not theirs. What the store holds is read back with plain SQL.
+// Runs the module on one store that several threads and processes change at once. No change may be lost or counted
+// twice, and no account may see or change nodes of others. The tests read the stored data with plain SQL.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -20,14 +20,14 @@ namespace {
 
 using Rows = std::multiset<std::string>;
 using Random = std::mt19937;
-enum Change { kCreated, kDeleted, kSet, kNothing };  // kSet: a group that was there first, or the links of a server
+enum Change { kCreated, kDeleted, kSet, kNothing };  // kSet: of a group of the fleet, or of the links of a node
 
-constexpr int kAdmin = 1, kUsers = 4;  // the others have the uids 2 to 5
+constexpr int kAdmin = 1, kUsers = 4;  // the users have the uids 2 to 5
 constexpr int kGroups = 24, kServers = 30, kPolicies = 8, kAdds = 200;
 
-constexpr const char* kNodes =  // as the tree has them
+constexpr const char* kNodes =  // in the form of nodesIn()
     "SELECT '2 ' || id FROM ou WHERE id <> 0 UNION ALL SELECT '3 ' || id FROM kx UNION ALL SELECT '4 ' || id FROM gpo";
-constexpr const char* kRevisions =  // changes of groups that were there first, and of servers
+constexpr const char* kRevisions =  // the number of changes of the groups and servers of the fleet
     "SELECT SUM(revision - 1) FROM (SELECT revision FROM ou WHERE id BETWEEN 1 AND 24 UNION ALL SELECT revision FROM "
     "kx) AS both_kinds";
 constexpr const char* kSqliteFaults =
@@ -66,10 +66,10 @@ Json::Value randomFleet(Random& random)
     return jFleet;
 }
 
-// As the server calls it.
+// Calls the method on behalf of the account, as the server does.
 VELQ::APIResponse call(const char* szMethod, int uid, const Json::Value& jParams = Json::Value())
 {
-    const store::ActingAccount caller(static_cast<uint32_t>(uid));
+    const store::ActingAccount actingAccount(static_cast<uint32_t>(uid));
     return answerOf(handlerOf(szMethod), jParams, static_cast<uint32_t>(uid));
 }
 
@@ -88,62 +88,37 @@ Json::Value treeOf(int uid)
     return call("Tree get", uid).GetData();
 }
 
-struct ThreadsTest : testing::TestWithParam<const char*> {
-    void SetUp() override
-    {
-        if (std::string("postgresql") == GetParam() && postgresqlForTests() == nullptr) {
-            GTEST_SKIP() << "ZEM_TEST_POSTGRESQL is not set";
-        }
-        pDatabase = std::make_unique<TempDatabase>(GetParam());
-    }
-    void TearDown() override
-    {
-        VELQZEMStoreClose();
-    }
-    // Opens a store of this fleet in place of what was there.
-    void load(const Json::Value& jFleet)
-    {
-        VELQZEMStoreClose();
-        pDatabase->clear();
-        VELQZEMStoreOpen(pDatabase->url());
-        store::applyFleet(jFleet, {});
-    }
-    Rows query(const std::string& text) const
-    {
-        soci::session sql = pDatabase->connect();
-        const soci::rowset<std::string> rows = sql.prepare << text;
-        return Rows(rows.begin(), rows.end());
-    }
-    // The identifiers of the policies that the query's texts link, once for each link.
-    Rows links(const std::string& text) const
+struct ThreadsTest : DatabaseTest {
+    // The identifiers of the policies in the links that the query returns, once for each link.
+    Rows links(const std::string& query) const
     {
         Rows found;
-        for (const std::string& links : query(text)) {
-            const Json::Value jLinks = json(links);
+        for (const std::string& text : rows(query)) {
+            const Json::Value jLinks = json(text);
             for (const Json::Value& jLink : jLinks["order"]) {
                 found.insert(jLink["id"].asString());
             }
         }
         return found;
     }
-    std::unique_ptr<TempDatabase> pDatabase;
 };
 
 INSTANTIATE_TEST_SUITE_P(Databases, ThreadsTest, testing::ValuesIn(kDatabases));
 
-// Makes a random call as the administrator; made: the groups that the thread created. Returns what was done.
-Change callRandom(Random& random, std::vector<Json::Value>& made)
+// Makes a random call as the administrator. created: the groups that the thread created. Returns the change that was
+// made.
+Change callRandom(Random& random, std::vector<Json::Value>& created)
 {
     constexpr const char* kNames[] = {"'; DROP TABLE ou; --", "\" OR 1=1", ":id", "%s%n", "a"};
     Json::Value jParams = json("{'id':0,'node_id':%,'parent_id':%,'gpo_id':%}", pick(random, 1, kGroups),
                                pick(random, 0, kGroups), pick(random, 1, kPolicies));
     jParams["name"] = kNames[pick(random, 0, 4)];
     const auto ifDone = [](Change change, bool isDone) { return isDone ? change : kNothing; };
-    const int isAdd = pick(random, 0, 1), choice = pick(random, 0, made.empty() ? 5 : 6);
+    const int isAdd = pick(random, 0, 1), choice = pick(random, 0, created.empty() ? 5 : 6);
     if (choice == 0) {
         const VELQ::APIResponse resp = call("KXGroup create", kAdmin, jParams);
         if (resp.IsSuccess()) {
-            made.push_back(resp.GetData()["ids"]);
+            created.push_back(resp.GetData()["ids"]);
         }
         return ifDone(kCreated, resp.IsSuccess());
     }
@@ -155,23 +130,23 @@ Change callRandom(Random& random, std::vector<Json::Value>& made)
         return ifDone(kSet, (choice == 3 ? VELQZEMOuUpdateLinkGpo : VELQZEMKxUpdateLinkGpo)(jParams, isAdd) == 0);
     }
     if (choice == 6) {
-        jParams["node_id"] = made.back();
-        made.pop_back();
+        jParams["node_id"] = created.back();
+        created.pop_back();
     }
     EXPECT_TRUE(call(choice == 5 ? "Tree get" : "KXGroup delete", kAdmin, jParams).IsSuccess());
     return choice == 5 ? kNothing : kDeleted;
 }
 
-TEST_P(ThreadsTest, changesAreThoseThatWereAnswered)
+TEST_P(ThreadsTest, storedChangesAreThoseThatWereAnswered)
 {
     Random fleetRandom(1);
-    load(randomFleet(fleetRandom));
+    openNewStore(randomFleet(fleetRandom));
     std::atomic<int> counts[] = {0, 0, 0, 0};
     const auto work = [&counts](unsigned seed) {
         Random random(seed);
-        std::vector<Json::Value> made;
+        std::vector<Json::Value> created;
         for (int i = 0; i < 100; ++i) {
-            ++counts[callRandom(random, made)];
+            ++counts[callRandom(random, created)];
         }
     };
     {
@@ -181,22 +156,22 @@ TEST_P(ThreadsTest, changesAreThoseThatWereAnswered)
         }
     }
     EXPECT_GT(counts[kSet], 200);
-    EXPECT_EQ(query("SELECT value - 24 FROM meta WHERE name = 'last_ou'"), Rows({std::to_string(counts[kCreated])}));
+    EXPECT_EQ(rows("SELECT value - 24 FROM meta WHERE name = 'last_ou'"), Rows({std::to_string(counts[kCreated])}));
     const int left = counts[kCreated] - counts[kDeleted];
-    EXPECT_EQ(query("SELECT COUNT(*) FROM ou WHERE id > 24"), Rows({std::to_string(left)}));
-    EXPECT_EQ(query(kRevisions), Rows({std::to_string(counts[kSet])}));
-    EXPECT_EQ(nodesIn(treeOf(kAdmin)), query(kNodes));
+    EXPECT_EQ(rows("SELECT COUNT(*) FROM ou WHERE id > 24"), Rows({std::to_string(left)}));
+    EXPECT_EQ(rows(kRevisions), Rows({std::to_string(counts[kSet])}));
+    EXPECT_EQ(nodesIn(treeOf(kAdmin)), rows(kNodes));
     for (const char* szQuery : kFaults) {
-        EXPECT_EQ(query(szQuery), Rows());
+        EXPECT_EQ(rows(szQuery), Rows());
     }
-    EXPECT_EQ(pDatabase->isSqlite() ? query(kSqliteFaults) : Rows(), Rows());
-    const Rows policies = query("SELECT id FROM gpo");
+    EXPECT_EQ(isSqlite() ? rows(kSqliteFaults) : Rows(), Rows());
+    const Rows policies = rows("SELECT id FROM gpo");
     for (const std::string& id : links(kLinks)) {
         EXPECT_TRUE(policies.contains(id)) << "a link to no policy, " << id;
     }
 }
 
-TEST_P(ThreadsTest, linksThatTwoProcessesAddAreAllKept)
+TEST_P(ThreadsTest, linksAddedByTwoProcessesAreAllKept)
 {
     Random random(1);
     Json::Value jFleet = randomFleet(random);
@@ -204,11 +179,11 @@ TEST_P(ThreadsTest, linksThatTwoProcessesAddAreAllKept)
     for (int id = kPolicies + 1; id <= kPolicies + 2 * kAdds; ++id) {
         jFleet["policies"].append(json("{'id':%,'name':'more','parent_id':0}", id));
     }
-    // What each call gave, by the processes that make them.
+    // The result of each call, in memory that the processes share.
     auto* pResults = static_cast<int*>(
         mmap(nullptr, 2 * kAdds * sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     const auto addHalf = [&](int (*update)(Json::Value&, int), int first) noexcept {
-        VELQZEMStoreOpen(pDatabase->url());
+        VELQZEMStoreOpen(url());
         for (int i = first; i < first + kAdds; ++i) {
             Json::Value jLink = json("{'node_id':1,'gpo_id':%}", kPolicies + 1 + i);
             pResults[i] = update(jLink, 1);
@@ -216,16 +191,20 @@ TEST_P(ThreadsTest, linksThatTwoProcessesAddAreAllKept)
         _exit(0);
     };
     for (const auto& [update, szTable] : {std::pair(&VELQZEMOuUpdateLinkGpo, "ou"), {&VELQZEMKxUpdateLinkGpo, "kx"}}) {
-        load(jFleet);
+        openNewStore(jFleet);
         VELQZEMStoreClose();
         for (const int first : {0, kAdds}) {
-            fork() == 0 ? addHalf(update, first) : void();
+            if (fork() == 0) {
+                addHalf(update, first);
+            }
         }
         EXPECT_TRUE(wait(nullptr) > 0 && wait(nullptr) > 0);
         Rows added;
         for (int i = 0; i < 2 * kAdds; ++i) {
             ASSERT_TRUE(pResults[i] == 0 || pResults[i] == -1);
-            pResults[i] == 0 ? void(added.insert(std::to_string(kPolicies + 1 + i))) : void();
+            if (pResults[i] == 0) {
+                added.insert(std::to_string(kPolicies + 1 + i));
+            }
         }
         EXPECT_GT(added.size(), kAdds / 2u);
         EXPECT_EQ(links("SELECT linked_gpo FROM " + std::string(szTable) + " WHERE id = 1"), added);
@@ -233,7 +212,7 @@ TEST_P(ThreadsTest, linksThatTwoProcessesAddAreAllKept)
     munmap(pResults, 2 * kAdds * sizeof(int));
 }
 
-// The nodes that the account may see, worked out from the fleet, whose groups come after their parents.
+// The nodes that the account may see, computed from the fleet. Groups come after their parents there.
 Rows visibleTo(int uid, const Json::Value& jFleet)
 {
     std::set<Json::Value> groups, policies;
@@ -257,13 +236,14 @@ Rows visibleTo(int uid, const Json::Value& jFleet)
     return seen;
 }
 
-// Expects that the account sees just these nodes, may change the groups among them and no others.
+// Expects that the account sees exactly these nodes and may change exactly the groups among them.
 void expectRights(int uid, const Rows& seen)
 {
     const Json::Value jBefore = treeOf(kAdmin);
     EXPECT_EQ(nodesIn(treeOf(uid)), seen) << uid;
     for (int id = 0; id <= kGroups + 1; ++id) {
-        const bool isOwn = seen.contains("2 " + std::to_string(id));  // then it is the empty name that is refused
+        const bool isOwn =
+            seen.contains("2 " + std::to_string(id));  // then the empty name is the reason for the refusal
         const Json::Value jGroup = json("{'id':0,'node_id':%,'parent_id':%,'name':'%'}", id, id, isOwn ? "" : "x");
         EXPECT_EQ(call("KXGroup set", uid, jGroup).GetErrorCode(), isOwn ? 117 : 414) << id;
         EXPECT_EQ(call("KXGroup create", uid, jGroup).GetErrorCode(), isOwn ? 117 : 414) << id;
@@ -272,16 +252,16 @@ void expectRights(int uid, const Rows& seen)
     EXPECT_EQ(treeOf(kAdmin), jBefore);
 }
 
-TEST_P(ThreadsTest, accountsSeeAndChangeOnlyWhatIsTheirs)
+TEST_P(ThreadsTest, accountsSeeAndChangeOnlyNodesTheyManage)
 {
-    const unsigned fleets = pDatabase->isSqlite() ? 24 : 6;
+    const unsigned fleets = isSqlite() ? 24 : 6;
     for (unsigned seed = 0; seed < fleets; ++seed) {
         Random random(seed);
         const Json::Value jFleet = randomFleet(random);
-        load(jFleet);
+        openNewStore(jFleet);
         for (int uid = kAdmin + 1; uid <= kAdmin + kUsers; ++uid) {
             expectRights(uid, visibleTo(uid, jFleet));
-            pDatabase->run("DELETE FROM account WHERE uid = " + std::to_string(uid));
+            runSql("DELETE FROM account WHERE uid = " + std::to_string(uid));
             expectRights(uid, Rows());
         }
     }

@@ -1,4 +1,4 @@
-// How a store is found out to be away: where its database is, what the watch tells, how long an opening takes.
+// Tests database addresses, the reports of the health monitor, and the time limit for opening a store.
 #include <gtest/gtest.h>
 
 #include <netinet/in.h>
@@ -18,7 +18,7 @@
 
 namespace {
 
-TEST(Address, hasTimeLimitsUnlessTheUrlSaysThem)
+TEST(Address, getsDefaultTimeoutsUnlessTheUrlSetsThem)
 {
     const std::string rest = "keepalives_idle=5&keepalives_interval=2&keepalives_count=3&tcp_user_timeout=10000";
     const std::pair<const char*, std::string> cases[] = {
@@ -35,35 +35,35 @@ TEST(Address, hasTimeLimitsUnlessTheUrlSaysThem)
     }
 }
 
-TEST(HealthMonitor, tellsOnceOfEachOutageAndAnswersWhoeverAsks)
+TEST(HealthMonitor, reportsEachOutageOnce)
 {
     std::vector<std::string> lines;
     store::setOutageSink([&lines](const std::string& line) {
         lines.push_back(line);
-        throw 1;  // the watch goes on
+        throw 1;  // must not end the monitor
     });
     std::atomic<const char*> szFailure = nullptr;
     std::vector<bool> outcomes;
-    const auto ask = [&szFailure] {
+    const auto probe = [&szFailure] {
         if (szFailure != nullptr) {
             throw std::runtime_error(szFailure);
         }
     };
     {
-        store::HealthMonitor watch(ask, [&outcomes](bool isAnswering) { outcomes.push_back(isAnswering); });
+        store::HealthMonitor monitor(probe, [&outcomes](bool isAnswering) { outcomes.push_back(isAnswering); });
         for (const char* szNext : std::initializer_list<const char*>{nullptr, "gone", "still gone", nullptr, "", "x"}) {
             szFailure = szNext;
-            watch.probeNow();
-            EXPECT_EQ(watch.isAnswering(), szNext == nullptr);
+            monitor.probeNow();
+            EXPECT_EQ(monitor.isAnswering(), szNext == nullptr);
         }
     }
     store::setOutageSink(nullptr);
-    EXPECT_GE(outcomes.size(), 6u);  // it asks by itself, too
+    EXPECT_GE(outcomes.size(), 6u);  // it also probes by itself
     EXPECT_EQ(lines, (std::vector<std::string>{"the store does not answer: gone", "the store answers again after 0 s",
                                                "the store does not answer: no reason given"}));
 }
 
-TEST(HealthMonitor, aServerThatIsSilentIsNotWaitedForWithoutEnd)
+TEST(HealthMonitor, openingAStoreOnASilentServerTimesOut)
 {
     const int silent = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
