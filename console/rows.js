@@ -1,6 +1,7 @@
 // What the rows of the tree show and what they tell a screen reader, as roles and states of a treegrid.
 import { element, marked } from "./dom.js";
 import { GROUP, POLICY, SERVER } from "./fleet.js";
+import { rowIndex } from "./widget.js";
 
 const SHOWN_NAMES = 20; // of the policies or delegates in a cell; the panel has all
 
@@ -49,21 +50,21 @@ export function fillRow(nodeElem, columns, node, wanted) {
     }
 }
 
-// row: of the widget, whose element is in the page.
-export function describeRow(row, node, { isSelected, isCut }) {
-    setAll(row._rowElem, {
+// Sets the role and states of a row. rowElement and row: the widget's.
+export function describeRow(rowElement, row, node, { isSelected, isCut }) {
+    setAll(rowElement, {
         "role": "row",
         "id": idOf(row.key),
         "aria-level": node.level,
         "aria-posinset": node.position,
         "aria-setsize": node.parent.shownChildren,
-        "aria-rowindex": row._rowIdx + 2, // the header is the first
+        "aria-rowindex": rowIndex(row) + 2, // the header is the first
         "aria-selected": isSelected,
         "aria-expanded": node.shownChildren > 0 ? row.expanded : null,
     });
-    row._rowElem.toggleAttribute("data-leaf", node.shownChildren === 0);
-    row._rowElem.toggleAttribute("data-cut", isCut);
-    setEach(row._rowElem.children, "gridcell");
+    rowElement.toggleAttribute("data-leaf", node.shownChildren === 0);
+    rowElement.toggleAttribute("data-cut", isCut);
+    setEach(rowElement.children, "gridcell");
 }
 
 // What is around the rows, once the widget has changed what is in view. selected: the key of a row, or null.
@@ -82,7 +83,7 @@ export function describeTree(tree, selected) {
     }
     setAll(tree.element, {
         "role": "treegrid",
-        "aria-rowcount": tree.treeRowCount + 1,
+        "aria-rowcount": tree.count(true) + 1,
         "aria-colcount": tree.columns.length,
         "aria-activedescendant": active, // none while the row is not in view and has no element
     });

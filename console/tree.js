@@ -1,5 +1,6 @@
 // The tree on the page: the widget, what is open and chosen in it, and what keyboard and mouse do there.
 import { columnsFor, describeRow, describeTree, fillRow, ICONS, remOfPage, TYPES } from "./rows.js";
+import { rowIndex, setActiveRow } from "./widget.js";
 import { Wunderbaum } from "./wunderbaum.esm.min.js";
 
 const FIRST_ROWS = 300; // drawn before the others of a large fleet, which take some tenths of a second
@@ -220,15 +221,12 @@ export class FleetTree {
 
     // Makes rows of the fleet's nodes up to the index.
     #draw(end) {
-        this.#tree._setActiveNode(null); // of the rows that go
-        this.#tree._setFocusNode(null);
+        setActiveRow(this.#tree, null);
         this.#tree.enableUpdate(false);
         this.#tree.clear();
         this.#tree.root.addChildren(sourcesOf(this.#fleet.root, end));
         this.#layOpen();
-        const row = this.#tree.findKey(this.#selected ?? "");
-        this.#tree._setActiveNode(row); // setActive would open the groups above and scroll there
-        this.#tree._setFocusNode(row);
+        setActiveRow(this.#tree, this.#tree.findKey(this.#selected ?? ""));
         this.#tree.enableUpdate(true);
     }
 
@@ -247,7 +245,8 @@ export class FleetTree {
     #renderRow({ node: row, nodeElem, renderColInfosById }) {
         const node = nodeOf(row);
         fillRow(nodeElem, renderColInfosById, node, this.#wanted);
-        describeRow(row, node, { isSelected: row.key === this.#selected, isCut: row.key === this.#cut });
+        describeRow(nodeElem.closest(".wb-row"), row, node,
+            { isSelected: row.key === this.#selected, isCut: row.key === this.#cut });
     }
 
     #fitColumns() {
@@ -262,7 +261,7 @@ export class FleetTree {
     #place() {
         const row = this.#tree.getTopmostVpNode();
         const top = this.#element.scrollTop;
-        return row === null ? null : { key: row.key, offset: top - row._rowIdx * this.#tree.options.rowHeightPx };
+        return row === null ? null : { key: row.key, offset: top - rowIndex(row) * this.#tree.options.rowHeightPx };
     }
 
     // place: null to go to the row that is chosen.
@@ -274,7 +273,7 @@ export class FleetTree {
         if (place === null) {
             row.scrollIntoView();
         } else {
-            this.#element.scrollTop = row._rowIdx * this.#tree.options.rowHeightPx + place.offset;
+            this.#element.scrollTop = rowIndex(row) * this.#tree.options.rowHeightPx + place.offset;
         }
         this.#tree.update("scroll", { immediate: true });
     }
