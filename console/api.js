@@ -1,14 +1,17 @@
-// The server's methods as calls: the one place that talks to it.
-const PATIENCE_MS = 60000;
+// Calls the server's methods; no other file sends requests.
+const TIMEOUT_MS = 60000;
 const NO_PERMISSION = 414;
-const GONE = "The server does not answer: it is stopped or out of reach. What is shown may be out of date. " +
+const UNREACHABLE = "The server does not answer: it is stopped or out of reach. What is shown may be out of date. " +
     "Start it with “zemhost serve”, then try again.";
 const BUSY = "The server is too busy, or its store does not answer. Try again in a moment.";
 export const STALE = "changed by someone else since it was read";
 
-// What a call that failed throws, and a change that is in vain. reason: "token": the server does not know the token;
-// "away": no server answers, or it is too busy; "refused": it answered no, and the message is its own; "stale":
-// likewise, as the change was out of date.
+// Why a call or a change failed; the message is for the user. reason is one of:
+// "token": the server does not accept the token;
+// "away": no server answers, or it is too busy;
+// "refused": the server refused the request, or the page did not send it;
+// "stale": the record has changed since the page read it.
+// code: of the server's answer; 0 without one.
 export class Refusal extends Error {
     constructor(reason, message, code = 0) {
         super(message);
@@ -20,24 +23,28 @@ export class Refusal extends Error {
 export class Api {
     token = "";
 
-    // The tree: its text, equal when nothing changed, and a function that gives its array of top-level nodes.
+    // Every method throws Refusal when the call fails.
+
+    // Returns the answer's text, for comparing it with an earlier one, and a function that parses it into an array of
+    // top-level nodes. That function throws Refusal when the answer is an error.
     async tree() {
         const text = await this.#post("VELQ.ZEM.Tree", "get", {});
         return { text, nodes: () => dataOf(text) };
     }
 
+    // Returns the new group's identifier.
     async createGroup(name, parentId) {
-        return (await this.#call("VELQ.ZEM.KXGroup", "create", { id: 0, name, parent_id: exact(parentId) })).ids;
+        return (await this.#call("VELQ.ZEM.KXGroup", "create", { id: 0, name, parent_id: requireExact(parentId) })).ids;
     }
 
-    // changes: members of a group record. The server refuses them when the group is no longer as the node shows it.
+    // changes: members of a group record. Throws a "stale" Refusal when the group has changed since the node was read.
     async changeGroup(node, changes) {
-        const record = { id: exact(node.id), revision: node.record.revision, ...changes };
+        const record = { id: requireExact(node.id), revision: node.record.revision, ...changes };
         await this.#call("VELQ.ZEM.KXGroup", "set", { multiple_data: [record] });
     }
 
     async deleteGroup(node) {
-        await this.#call("VELQ.ZEM.KXGroup", "delete", { node_id: exact(node.id) });
+        await this.#call("VELQ.ZEM.KXGroup", "delete", { node_id: requireExact(node.id) });
     }
 
     async link(policyId, node) {
@@ -48,8 +55,8 @@ export class Api {
         await this.#link(policyId, "target_remove", node);
     }
 
-    // Asks for a change of the root group that is out of date, so that it is refused to everyone, but not for lack of
-    // rights to an administrator.
+    // Returns whether the account manages the root group. No method returns this, so the page requests a change with an
+    // outdated revision: the server refuses it as stale to accounts that have the right, as forbidden to others.
     async mayManageAll() {
         try {
             await this.#call("VELQ.ZEM.KXGroup", "set", { multiple_data: [{ id: 0, revision: -1 }] });
@@ -65,8 +72,8 @@ export class Api {
     }
 
     async #link(policyId, list, node) {
-        const target = { node_type: node.type, node_id: exact(node.id) };
-        await this.#call("VELQ.ZEM.GPO", "link", { id: exact(policyId), [list]: [target] });
+        const target = { node_type: node.type, node_id: requireExact(node.id) };
+        await this.#call("VELQ.ZEM.GPO", "link", { id: requireExact(policyId), [list]: [target] });
     }
 
     async #call(api, method, parameters) {
@@ -74,7 +81,7 @@ export class Api {
     }
 
     async #post(api, method, parameters) {
-        if (!/^[\x21-\x7e]+$/.test(this.token)) { // no header may hold it
+        if (!/^[\x21-\x7e]+$/.test(this.token)) { // not allowed in a header
             throw new Refusal("token", "The server does not know this token.");
         }
         let answer;
@@ -84,11 +91,11 @@ export class Api {
                 method: "POST",
                 headers: { Authorization: `Bearer ${this.token}` },
                 body: JSON.stringify(parameters),
-                signal: AbortSignal.timeout(PATIENCE_MS),
+                signal: AbortSignal.timeout(TIMEOUT_MS),
             });
             text = await answer.text();
         } catch {
-            throw new Refusal("away", GONE);
+            throw new Refusal("away", UNREACHABLE);
         }
         if (answer.status === 401) {
             throw new Refusal("token", "The server does not know this token, or it has expired.");
@@ -114,8 +121,9 @@ function dataOf(text) {
     return answer.data;
 }
 
-// A browser's numbers are exact up to 53 bits: a change must not meet another node than the one shown.
-function exact(id) {
+// Returns the identifier. Throws Refusal when it has more than 53 bits: a browser rounds it, and the change would hit
+// another node.
+function requireExact(id) {
     if (!Number.isSafeInteger(id)) {
         throw new Refusal("refused", `The identifier ${id} is too large for a browser.`);
     }

@@ -1,14 +1,15 @@
-// The panel beside the tree: all that is known of the chosen node, and the ways to change it.
+// Shows the panel beside the tree: the details of the selected node and the buttons that change it.
 import { element, icon, plural } from "./dom.js";
 import { POLICY } from "./fleet.js";
 
-const LISTED = 200; // of a list that may be very long
+const MAX_LISTED = 200; // items shown of a long list
 const WHEN = new Intl.DateTimeFormat(undefined, { dateStyle: "medium", timeStyle: "short" });
 
 export class Details {
     #element;
 
-    // listener: goTo(key) for a link to another node, change(name) for a button: describe, policies, delegates, block.
+    // listener: goTo(key) for a link to another node; change(name) for a button or the checkbox; the names are
+    // describe, policies, delegates and block.
     constructor(region, listener) {
         this.#element = region;
         region.addEventListener("click", ({ target }) => {
@@ -22,15 +23,15 @@ export class Details {
         region.addEventListener("change", ({ target }) => listener.change(target.dataset.change));
     }
 
-    // node: null when none is chosen.
+    // node: the selected one, or null.
     show(fleet, node) {
         const { activeElement } = document;
         const focused = this.#element.contains(activeElement) ? activeElement.dataset.change : undefined;
-        this.#element.replaceChildren(...(node === null ? nothingChosen() : contentsOf(fleet, node)));
+        this.#element.replaceChildren(...(node === null ? nothingSelected() : contentsOf(fleet, node)));
         this.focus(focused);
     }
 
-    // Focuses the button of a change, if there is one. Gives whether there is.
+    // Focuses the button of the change. Returns false when the panel has none.
     focus(change) {
         const button = this.#element.querySelector(`[data-change="${change}"]`);
         button?.focus();
@@ -38,7 +39,7 @@ export class Details {
     }
 }
 
-function nothingChosen() {
+function nothingSelected() {
     const keys = [
         ["↑ ↓", "another row"],
         ["→ ←", "open, close"],
@@ -88,7 +89,7 @@ function facts(fleet, node) {
     ]));
 }
 
-// Counts of nodes in words, without what there is none of.
+// Returns counts of nodes in words, such as "2 groups and 1 server"; a count of 0 is left out.
 export function inWords({ group = 0, server = 0, policy = 0 }) {
     const parts = [
         group > 0 && plural(group, "group"),
@@ -109,7 +110,7 @@ function linkSections(fleet, node) {
 }
 
 function effective(fleet, node) {
-    const { policies, blockedBy, isPart } = fleet.effectivePolicies(node);
+    const { policies, blockedBy, isPartial } = fleet.effectivePolicies(node);
     const from = (at) => (at === node ? "this " + node.kind : goTo(at));
     return section("Effective policies", null,
         node.isGroup && blockSwitch(node),
@@ -117,7 +118,7 @@ function effective(fleet, node) {
             ["from ", policy.from.flatMap((at, i) => [i > 0 && ", ", from(at)])])),
         blockedBy !== null && blockedBy !== node &&
             element("p", { class: "quiet" }, goTo(blockedBy), " blocks what is linked above it."),
-        isPart && element("p", { class: "quiet" }, "Groups above that are not yours to see may add others."));
+        isPartial && element("p", { class: "quiet" }, "Groups above that are not yours to see may add others."));
 }
 
 function blockSwitch(node) {
@@ -142,9 +143,9 @@ function list(tag, items, contents) {
     if (items.length === 0) {
         return element("p", {}, none());
     }
-    const rest = items.length - LISTED;
+    const rest = items.length - MAX_LISTED;
     return [
-        element(tag, {}, items.slice(0, LISTED).map((item) => element("li", {}, contents(item)))),
+        element(tag, {}, items.slice(0, MAX_LISTED).map((item) => element("li", {}, contents(item)))),
         rest > 0 && element("p", { class: "quiet" }, `and ${rest.toLocaleString("en")} more`),
     ];
 }

@@ -1,11 +1,12 @@
-// Questions to the user. Each is a dialog that stays open, with the reason, when what it is for is refused.
+// Makes the dialogs in which the user enters the values of a change, and the fields in them.
 import { byId, element } from "./dom.js";
 
-const OFFERED = 100; // of a list that is filtered as one types
+const MAX_OPTIONS = 100; // shown in a picker; a text narrows them
 
-// Asks, and does what was asked for. contents: elements with the fields; the first is focused. act(data): takes the
-// form's data; when it throws, its message is shown and the dialog goes on, unless the error says isFinal.
-// Gives what act gave; undefined when the user thought better of it. Throws what is final.
+// Shows a dialog until the user confirms or cancels it. contents: elements with the fields; the first one is focused.
+// act(data): runs at confirmation with the FormData; when it throws, the dialog shows the message and stays open,
+// unless the error has isFinal set. Returns a promise of what act returns, or of undefined when the user cancels; it is
+// rejected with a final error, and with any error of act after the user closed the dialog.
 export function ask(title, confirm, contents, act) {
     const reason = element("p", { role: "alert", class: "reason", hidden: true });
     const submit = element("button", { type: "submit", class: "main" }, confirm);
@@ -16,14 +17,14 @@ export function ask(title, confirm, contents, act) {
     byId("dialogs").append(dialog);
     dialog.showModal();
     form.querySelector("input, select, textarea")?.select?.();
-    let isSent = false; // the button stays enabled: it would lose the focus
+    let isRunning = false; // instead of disabling the button, which would take the focus from it
     return new Promise((resolve, reject) => {
         const end = (settle, value) => {
             dialog.close();
             dialog.remove();
             settle(value);
         };
-        const leave = () => (isSent ? dialog.close() : end(resolve)); // what is on its way is waited for
+        const leave = () => (isRunning ? dialog.close() : end(resolve)); // a running act still settles the promise
         cancel.addEventListener("click", leave);
         dialog.addEventListener("cancel", (event) => {
             event.preventDefault();
@@ -31,10 +32,10 @@ export function ask(title, confirm, contents, act) {
         });
         form.addEventListener("submit", async (event) => {
             event.preventDefault();
-            if (isSent) {
+            if (isRunning) {
                 return;
             }
-            isSent = true;
+            isRunning = true;
             try {
                 end(resolve, await act(new FormData(form)));
             } catch (error) {
@@ -45,7 +46,7 @@ export function ask(title, confirm, contents, act) {
                 reason.textContent = error.message;
                 reason.hidden = false;
             }
-            isSent = false;
+            isRunning = false;
         });
     });
 }
@@ -57,21 +58,21 @@ export function textField(label, name, value, attributes = {}) {
     return element("p", { class: "field" }, element("label", { for: field.id }, label), field);
 }
 
-// options: of {value, text}. The last is chosen.
+// Returns a drop-down list. options: array of {value, text}; the last one is selected.
 export function choice(label, name, options) {
     const select = element("select", { id: `field-${name}`, name }, options.map(optionOf));
     select.selectedIndex = options.length - 1;
     return element("p", { class: "field" }, element("label", { for: select.id }, label), select);
 }
 
-// A list to choose one of, which a text above it narrows. options: of {value, text}. more(text): an option that the
-// text itself makes, or null.
+// Returns a list to select one option of, with a search field that narrows it. options: array of {value, text}.
+// more(text): returns an option made from the searched text itself, or null.
 export function picker(label, name, options, more = () => null) {
     const search = element("input", { type: "search", id: `search-${name}`, autocomplete: "off" });
     const select = element("select", { id: `field-${name}`, name, size: 8, required: true, "aria-label": label });
     const fill = () => {
         const wanted = search.value.trim().toLowerCase();
-        const found = options.filter(({ text }) => text.toLowerCase().includes(wanted)).slice(0, OFFERED);
+        const found = options.filter(({ text }) => text.toLowerCase().includes(wanted)).slice(0, MAX_OPTIONS);
         select.replaceChildren(...[more(search.value.trim()), ...found].filter(Boolean).map(optionOf));
         select.selectedIndex = wanted !== "" && select.length > 0 ? 0 : -1;
     };
@@ -87,8 +88,9 @@ export function picker(label, name, options, more = () => null) {
     return element("div", { class: "field" }, element("label", { for: search.id }, label), search, select);
 }
 
-// A list that is put together before it is sent. items: of {id, name}. offered: what can be added, likewise. more: as
-// for a picker. isOrdered: with buttons to move an item. Gives the element and a function that tells the identifiers.
+// Returns a list that the user edits before it is sent: its elements (contents) and a function that returns the
+// identifiers in order (ids). items: array of {id, name}. offered: the items that can be added, in the same form.
+// more: as for picker. isOrdered: whether items can be moved up and down. add: label of the search field.
 export function listEditor(label, items, offered, { isOrdered, add, more = () => null }) {
     const list = element(isOrdered ? "ol" : "ul", { class: "editor", "aria-label": label });
     const row = (item) => element("li", { "data-id": item.id }, element("span", {}, item.name),
@@ -111,7 +113,7 @@ export function listEditor(label, items, offered, { isOrdered, add, more = () =>
     select.addEventListener("dblclick", addChosen);
     chooser.addEventListener("keydown", (event) => {
         if (event.key === "Enter" && event.target !== button) {
-            event.preventDefault(); // adds, and does not send the form
+            event.preventDefault(); // Enter adds the item instead of submitting the form
             addChosen();
         }
     });
@@ -138,7 +140,7 @@ function rearrange(button) {
     } else if (does === "down") {
         row.nextElementSibling?.after(row);
     }
-    button?.focus(); // moving took it away
+    button?.focus(); // a moved element loses the focus
 }
 
 function optionOf({ value, text }) {

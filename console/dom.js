@@ -1,8 +1,8 @@
-// Elements made by script. Texts are set as text: nothing that the server answers is ever read as markup.
+// Makes elements; text is always set as text, so that no answer of the server is parsed as markup.
 const SVG = "http://www.w3.org/2000/svg";
 
-// attributes: true sets an empty one; false, null and undefined set none. children: elements, texts, nothing, or arrays
-// of these.
+// attributes: true sets an empty attribute; false, null and undefined set none. children: elements, texts, arrays of
+// these; false, null and undefined are skipped.
 export function element(tag, attributes = {}, ...children) {
     const made = document.createElement(tag);
     for (const [name, value] of Object.entries(attributes)) {
@@ -18,7 +18,8 @@ export function byId(id) {
     return document.getElementById(id);
 }
 
-// name: of a symbol in the page. label: what it says to those who do not see it; none when the text beside it does.
+// Returns an icon. name: of the symbol in index.html, without "icon-". label: for screen readers; null when the text
+// beside the icon says the same.
 export function icon(name, label = null) {
     const svg = document.createElementNS(SVG, "svg");
     svg.setAttribute("class", "icon");
@@ -32,21 +33,22 @@ export function icon(name, label = null) {
     return svg;
 }
 
-// The text as nodes, with what was looked for marked. wanted: in lower case, or empty.
-export function marked(text, wanted) {
+// Returns the text as strings and mark elements around each hit. searched: in lower case; empty marks nothing.
+export function marked(text, searched) {
     const lower = text.toLowerCase();
-    if (wanted === "" || lower.length !== text.length) { // some letters become two
+    if (searched === "" || lower.length !== text.length) { // some letters become two in lower case: positions differ
         return [text];
     }
     const parts = [];
     let from = 0;
-    for (let at = lower.indexOf(wanted); at >= 0; at = lower.indexOf(wanted, from)) {
-        parts.push(text.slice(from, at), element("mark", {}, text.slice(at, at + wanted.length)));
-        from = at + wanted.length;
+    for (let at = lower.indexOf(searched); at >= 0; at = lower.indexOf(searched, from)) {
+        parts.push(text.slice(from, at), element("mark", {}, text.slice(at, at + searched.length)));
+        from = at + searched.length;
     }
     return [...parts, text.slice(from)];
 }
 
+// Returns the count and the noun, such as "1,204 servers".
 export function plural(count, singular, many = `${singular}s`) {
     return `${count.toLocaleString("en")} ${count === 1 ? singular : many}`;
 }

@@ -1,4 +1,4 @@
-// The fleet as the caller sees it: the nodes of a tree answer, each with its place, and what follows from the whole.
+// Holds the nodes of a tree answer and computes counts, effective policies, allowed moves and filter hits.
 
 export const GROUP = 2;
 export const SERVER = 3;
@@ -6,23 +6,24 @@ export const POLICY = 4;
 
 const KINDS = { [GROUP]: "group", [SERVER]: "server", [POLICY]: "policy" };
 
-const NONE = Object.freeze([]); // of most nodes, as most are servers
+const NO_CHILDREN = Object.freeze([]); // shared: most nodes are servers and have none
 
 class Node {
-    #searched = null;
+    #searchText = null;
 
-    // parent: null for the root, which stands for the top level and is no node of the answer. index: in Fleet.nodes.
+    // parent: null for the root, which is the top level and not part of the answer. index: in Fleet.nodes; -1 for the
+    // root. key: unique in the fleet.
     constructor(record, parent, index, key) {
         this.record = record;
         this.parent = parent;
         this.index = index;
         this.key = key;
         this.level = parent === null ? 0 : parent.level + 1;
-        this.children = NONE;
-        this.end = 0; // the index after that of the last node below this one
-        this.isHit = false; // of the filter
-        this.isShown = true; // it or one below it is a hit, or there is no filter
-        this.position = 0; // among those shown beside it, from 1
+        this.children = NO_CHILDREN;
+        this.end = 0; // index after the last descendant
+        this.isHit = false; // the filter matches this node
+        this.isShown = true; // there is no filter, or it matches this node or a descendant
+        this.position = 0; // among the shown siblings, from 1
         this.shownChildren = 0;
     }
 
@@ -54,7 +55,7 @@ class Node {
         return Boolean(this.record.block_inheritance);
     }
 
-    // The policies linked here, in order. One that could not be read has no name.
+    // The linked policies in order. A policy that the server could not read gets its number as its name.
     get links() {
         const order = this.record.linked_gpo?.order;
         return (Array.isArray(order) ? order : []).map((link) => ({
@@ -72,7 +73,7 @@ class Node {
         }));
     }
 
-    // The groups above, the topmost first.
+    // The groups above, from the top down, without the root.
     get ancestors() {
         const above = [];
         for (let at = this; at.level > 1; at = at.parent) {
@@ -81,17 +82,24 @@ class Node {
         return above.reverse();
     }
 
+    // The node itself if it is a group, else its parent: where new and moved groups go when this node is the target.
+    get nearestGroup() {
+        return this.isGroup ? this : this.parent;
+    }
+
     get path() {
         return [...this.ancestors, this].map((node) => node.name).join(" / ");
     }
 
+    // Whether this is the other node or a descendant of it.
     isBelow(other) {
         return this === other || (this.parent !== null && this.parent.isBelow(other));
     }
 
+    // text: in lower case.
     contains(text) {
-        this.#searched ??= `${this.name}\n${this.address}`.toLowerCase();
-        return this.#searched.includes(text);
+        this.#searchText ??= `${this.name}\n${this.address}`.toLowerCase();
+        return this.#searchText.includes(text);
     }
 }
 
@@ -100,10 +108,10 @@ export function keyOf(type, id) {
 }
 
 export class Fleet {
-    // records: the tree method's answer, an array of top-level nodes.
+    // records: the answer of the tree method, an array of the top-level nodes with their children.
     constructor(records) {
         this.root = new Node({ name: "the top level", node_type: GROUP, node_id: 0 }, null, -1, keyOf(GROUP, 0));
-        this.nodes = []; // each before those below it
+        this.nodes = []; // each parent before its children
         this.byKey = new Map();
         this.#add(records, this.root);
         this.root.end = this.nodes.length;
@@ -118,8 +126,8 @@ export class Fleet {
         return this.find(keyOf(POLICY, id));
     }
 
-    // Whether groups are there that the caller does not see. Then the top level is not its to change.
-    get isPart() {
+    // Whether the account sees only a part of the fleet. It may then not change the top level.
+    get isPartial() {
         return this.root.children.some((node) => node.record.parent_id !== 0);
     }
 
@@ -131,13 +139,13 @@ export class Fleet {
         return this.nodes.filter((node) => node.type === POLICY).map(({ id, name }) => ({ id, name }));
     }
 
-    // The accounts that are delegates of something.
+    // The accounts that are delegates of any node, sorted by name.
     get accounts() {
         const names = new Map(this.nodes.flatMap((node) => node.delegates.map(({ id, name }) => [id, name])));
         return [...names].map(([id, name]) => ({ id, name })).sort((a, b) => a.name.localeCompare(b.name));
     }
 
-    // How many nodes of each kind are below the node.
+    // Returns the number of descendants of each kind.
     counts(node) {
         const counts = { group: 0, server: 0, policy: 0 };
         for (let i = node.index + 1; i < node.end; ++i) {
@@ -146,12 +154,27 @@ export class Fleet {
         return counts;
     }
 
+    // Returns the groups among which the user selects the parent of a new group, the nearest last. node: the selected
+    // one, or null.
+    parentsFor(node) {
+        const groups = node === null ? [] : [...node.nearestGroup.ancestors, node.nearestGroup];
+        return [...(this.isPartial ? [] : [this.root]), ...groups.filter((group) => group !== this.root)];
+    }
+
+    // Whether the page offers to move the node to the parent.
+    canMove(node, parent) {
+        const isTop = parent === this.root;
+        return node.isGroup && node.parent !== parent && !parent.isBelow(node) && !(isTop && this.isPartial);
+    }
+
+    // Returns the nodes that link the policy.
     linkedBy(policyId) {
         return this.nodes.filter((node) => node.links.some((link) => link.id === policyId));
     }
 
-    // What applies to the node: its own policies, then those of the groups above it, the nearest first, up to a group
-    // that blocks inheritance. Each comes once, with the nodes that link it.
+    // Returns the policies that apply to the node: its own, then those of the groups above, the nearest first, up to a
+    // group that blocks inheritance (blockedBy, or null). Each policy occurs once, with the nodes that link it (from).
+    // isPartial: groups that the account does not see may add others.
     effectivePolicies(node) {
         const found = new Map();
         let at = node;
@@ -162,20 +185,20 @@ export class Fleet {
                 found.set(link.id, policy);
             }
             if (at.blocksInheritance) {
-                return { policies: [...found.values()], blockedBy: at, isPart: false };
+                return { policies: [...found.values()], blockedBy: at, isPartial: false };
             }
         }
-        return { policies: [...found.values()], blockedBy: null, isPart: this.#topOf(node).record.parent_id !== 0 };
+        return { policies: [...found.values()], blockedBy: null, isPartial: this.#topOf(node).record.parent_id !== 0 };
     }
 
-    // Marks the nodes whose name or address contains the text, and those above them. Gives the number of hits; without
-    // a text all are shown and none is a hit.
+    // Marks the nodes whose name or address contains the text as hits, and them and their ancestors as shown. Returns
+    // the number of hits. An empty text shows all nodes and marks no hit.
     filter(text) {
-        const wanted = text.trim().toLowerCase();
+        const searched = text.trim().toLowerCase();
         let hits = 0;
         for (const node of this.nodes) {
-            node.isHit = wanted !== "" && node.contains(wanted);
-            node.isShown = wanted === "" || node.isHit;
+            node.isHit = searched !== "" && node.contains(searched);
+            node.isShown = searched === "" || node.isHit;
             node.shownChildren = 0;
             hits += node.isHit ? 1 : 0;
         }
@@ -201,7 +224,7 @@ export class Fleet {
 
     #add(records, parent) {
         parent.children = records.map((record) => {
-            const key = this.#freeKey(keyOf(record.node_type, record.node_id));
+            const key = this.#unusedKey(keyOf(record.node_type, record.node_id));
             const node = new Node(record, parent, this.nodes.length, key);
             this.byKey.set(key, node);
             this.nodes.push(node);
@@ -213,14 +236,14 @@ export class Fleet {
         });
     }
 
-    // Identifiers beyond 53 bits lose their last digits in a browser and may become equal.
-    #freeKey(key) {
-        return this.byKey.has(key) ? this.#freeKey(`${key}-`) : key;
+    // Identifiers of more than 53 bits are rounded in a browser, so that two nodes may get the same key.
+    #unusedKey(key) {
+        return this.byKey.has(key) ? this.#unusedKey(`${key}-`) : key;
     }
 }
 
-// What of the links can stay when others are taken out and added at the end: the longest beginning of what is wanted
-// that is there in its order.
+// Returns the links (identifiers of policies) that can stay when before is changed into wanted by removing links and
+// appending others: the longest beginning of wanted that occurs in before in the same order.
 export function keptLinks(before, wanted) {
     const kept = new Set();
     for (const id of before) {

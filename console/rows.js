@@ -1,25 +1,25 @@
-// What the rows of the tree show and what they tell a screen reader, as roles and states of a treegrid.
+// Fills the rows of the tree and sets the roles and states by which screen readers know it as a treegrid.
 import { element, marked } from "./dom.js";
 import { GROUP, POLICY, SERVER } from "./fleet.js";
 import { rowIndex } from "./widget.js";
 
-const SHOWN_NAMES = 20; // of the policies or delegates in a cell; the panel has all
+const MAX_NAMES = 20; // of policies or delegates in a cell; the details show more
 
-// room: rem of the tree's width from which the column is shown.
+// width: for the widget. minTreeWidth: rem; the column is shown when the tree is at least so wide.
 const COLUMNS = [
-    { id: "*", title: "Name", width: 6, room: 0 },
-    { id: "address", title: "Address", width: 4, room: 34 },
-    { id: "policies", title: "Policies", width: 5, room: 46 },
-    { id: "delegates", title: "Delegates", width: 2, room: 60 },
+    { id: "*", title: "Name", width: 6, minTreeWidth: 0 },
+    { id: "address", title: "Address", width: 4, minTreeWidth: 34 },
+    { id: "policies", title: "Policies", width: 5, minTreeWidth: 46 },
+    { id: "delegates", title: "Delegates", width: 2, minTreeWidth: 60 },
 ];
 
 const CELLS = {
-    address: (node, wanted) => marked(node.address, wanted),
+    address: (node, searched) => marked(node.address, searched),
     policies: policiesOf,
     delegates: (node) => names(node.delegates),
 };
 
-// In the widget's words; all of it is ours, so that it may be markup.
+// Options of the widget, which takes icons as markup.
 export const TYPES = {
     [GROUP]: { icon: iconOf("group", "Group") },
     [SERVER]: { icon: iconOf("server", "Server") },
@@ -32,20 +32,21 @@ export function remOfPage() {
     return parseFloat(getComputedStyle(document.documentElement).fontSize);
 }
 
-// The columns for which a tree of that many pixels has room.
+// Returns the columns that a tree of the width, in pixels, shows.
 export function columnsFor(width) {
     const rem = remOfPage();
-    return COLUMNS.filter(({ room }) => width >= room * rem).map((column) => ({ ...column })); // the widget adds to it
+    const shown = COLUMNS.filter(({ minTreeWidth }) => width >= minTreeWidth * rem);
+    return shown.map((column) => ({ ...column })); // copies, as the widget adds members to them
 }
 
-// Fills the cells of a row that the widget has made. wanted: what the filter looks for, in lower case. columns: of the
-// widget, by identifier.
-export function fillRow(nodeElem, columns, node, wanted) {
+// Fills the cells of a row. nodeElem: the widget's element of the first cell. columns: the widget's other cells, by
+// identifier. searched: text of the filter, in lower case.
+export function fillRow(nodeElem, columns, node, searched) {
     const title = nodeElem.querySelector(".wb-title");
-    title.replaceChildren(...marked(node.name, wanted));
+    title.replaceChildren(...marked(node.name, searched));
     title.title = node.name;
     for (const { id, elem } of Object.values(columns)) {
-        elem.replaceChildren(...CELLS[id](node, wanted));
+        elem.replaceChildren(...CELLS[id](node, searched));
         elem.title = elem.textContent;
     }
 }
@@ -58,7 +59,7 @@ export function describeRow(rowElement, row, node, { isSelected, isCut }) {
         "aria-level": node.level,
         "aria-posinset": node.position,
         "aria-setsize": node.parent.shownChildren,
-        "aria-rowindex": rowIndex(row) + 2, // the header is the first
+        "aria-rowindex": rowIndex(row) + 2, // from 1; the header is the first
         "aria-selected": isSelected,
         "aria-expanded": node.shownChildren > 0 ? row.expanded : null,
     });
@@ -67,7 +68,8 @@ export function describeRow(rowElement, row, node, { isSelected, isCut }) {
     setEach(rowElement.children, "gridcell");
 }
 
-// What is around the rows, once the widget has changed what is in view. selected: the key of a row, or null.
+// Sets the roles and states of the tree, its header and which row is selected; needed after each change of the rows in
+// view. selected: the key of a row, or null.
 export function describeTree(tree, selected) {
     const header = tree.headerElement.firstElementChild;
     setAll(tree.headerElement, { role: "rowgroup" });
@@ -85,7 +87,7 @@ export function describeTree(tree, selected) {
         "role": "treegrid",
         "aria-rowcount": tree.count(true) + 1,
         "aria-colcount": tree.columns.length,
-        "aria-activedescendant": active, // none while the row is not in view and has no element
+        "aria-activedescendant": active, // null while the selected row is out of view: it then has no element
     });
 }
 
@@ -102,8 +104,8 @@ function policiesOf(node) {
 }
 
 function names(named) {
-    const more = named.length > SHOWN_NAMES ? ` and ${named.length - SHOWN_NAMES} more` : "";
-    return named.length > 0 ? [named.slice(0, SHOWN_NAMES).map(({ name }) => name).join(", ") + more] : [];
+    const more = named.length > MAX_NAMES ? ` and ${named.length - MAX_NAMES} more` : "";
+    return named.length > 0 ? [named.slice(0, MAX_NAMES).map(({ name }) => name).join(", ") + more] : [];
 }
 
 function iconOf(symbol, label) {
@@ -115,7 +117,7 @@ function expanderOf(symbol) {
     return `<i class="wb-expander"><svg class="icon" aria-hidden="true"><use href="#icon-${symbol}"/></svg></i>`;
 }
 
-// null takes an attribute away.
+// null removes an attribute.
 function setAll(target, attributes) {
     for (const [name, value] of Object.entries(attributes)) {
         if (value === null) {

@@ -1,9 +1,9 @@
-// What the page remembers in this tab: the token, and what was open and chosen. Other tabs and later visits see nothing
-// of it.
+// Keeps the token and the state of the tree for this browser tab until it is closed.
 const TOKEN = "token";
-const VIEW = "view";
+const TREE_STATE = "view";
 
-// The token of the address's fragment, which no server sees and which is then taken off the address; else the one kept.
+// Returns the token in the fragment of the page's address, else the kept one, else null. Removes it from the address,
+// where others could see it; a browser sends no fragment to a server.
 export function takeToken() {
     const given = new URLSearchParams(location.hash.slice(1)).get(TOKEN);
     if (given !== null) {
@@ -21,15 +21,15 @@ export function forgetToken() {
     sessionStorage.removeItem(TOKEN);
 }
 
-// view: as of the tree.
-export function keepView(view) {
+// state: of FleetTree.
+export function keepTreeState(state) {
     try {
-        sessionStorage.setItem(VIEW, JSON.stringify(view));
+        sessionStorage.setItem(TREE_STATE, JSON.stringify(state));
     } catch {
-        // there is no room for it
+        // the storage is full: the state kept before stays
     }
 }
 
-export function keptView() {
-    return JSON.parse(sessionStorage.getItem(VIEW)) ?? { closed: [], selected: null };
+export function keptTreeState() {
+    return JSON.parse(sessionStorage.getItem(TREE_STATE)) ?? { closed: [], selected: null };
 }

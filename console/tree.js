@@ -1,9 +1,9 @@
-// The tree on the page: the widget, what is open and chosen in it, and what keyboard and mouse do there.
+// Shows the fleet as a tree: keeps its open groups and the selected row, and handles keys and dragging.
 import { columnsFor, describeRow, describeTree, fillRow, ICONS, remOfPage, TYPES } from "./rows.js";
 import { rowIndex, setActiveRow } from "./widget.js";
 import { Wunderbaum } from "./wunderbaum.esm.min.js";
 
-const FIRST_ROWS = 300; // drawn before the others of a large fleet, which take some tenths of a second
+const FIRST_ROWS = 300; // of a large fleet, drawn at once; the others take some tenths of a second
 
 const KEYS = {
     "F2": "rename",
@@ -15,7 +15,7 @@ const KEYS = {
     "Escape": "cancel",
 };
 
-const ENDS = { Home: "first", End: "last" };
+const END_KEYS = { Home: "first", End: "last" };
 
 export class FleetTree {
     #tree;
@@ -25,41 +25,42 @@ export class FleetTree {
     #closed;
     #selected;
     #cut = null;
-    #wanted = "";
+    #searched = "";
     #dragged = null;
 
-    // listener: select() when a row is chosen, command(name, node or null) for a key, canMove(node, parent) and
-    // move(node, parent) for what is dragged, drag(node or null) when that begins and ends. view: as the one below.
-    constructor(element, listener, view) {
+    // listener: select() when a row is selected; command(name, node or null) for a key; drag(node) when a drag begins,
+    // drag(null) when it ends; move(node, parent) when the node is dropped. state: a value of the property state.
+    constructor(element, listener, state) {
         this.#element = element;
         this.#listener = listener;
-        this.#closed = new Set(view.closed);
-        this.#selected = view.selected;
+        this.#closed = new Set(state.closed);
+        this.#selected = state.selected;
         this.#tree = this.#makeWidget();
         new ResizeObserver(() => this.#fitColumns()).observe(element);
         element.addEventListener("drop", (event) => this.#dropBeside(event));
     }
 
-    // The key of the row that is chosen, or null.
+    // The key of the selected row, or null.
     get selected() {
         return this.#selected;
     }
 
-    // Which groups are closed and which row is chosen, by their keys.
-    get view() {
+    // The keys of the closed groups (an array) and of the selected row (or null).
+    get state() {
         return { closed: [...this.#closed], selected: this.#selected };
     }
 
-    // Puts the fleet, filtered by the text, in place of the one before; what was open, chosen and in view stays so.
+    // Shows the fleet, which is filtered by the text, in place of the one before. Keeps the open groups, the selection
+    // and the scroll position.
     show(fleet, text) {
-        const place = this.#place();
+        const position = this.#scrollPosition();
         this.#fleet = fleet;
-        this.#wanted = text.trim().toLowerCase();
+        this.#searched = text.trim().toLowerCase();
         const drawAll = () => {
             this.#draw(Infinity);
-            this.#scrollTo(place);
+            this.#restoreScroll(position);
         };
-        if (place !== null || fleet.nodes.length <= FIRST_ROWS) {
+        if (position !== null || fleet.nodes.length <= FIRST_ROWS) {
             drawAll();
             return;
         }
@@ -67,10 +68,11 @@ export class FleetTree {
         requestAnimationFrame(() => setTimeout(() => this.#fleet === fleet && drawAll()));
     }
 
-    // Shows what the fleet's filter left, with all groups open; without a text, what was open before.
+    // Shows the rows that the fleet's filter left, with all groups open. An empty text shows all rows again, open or
+    // closed as before.
     showFiltered(text) {
-        this.#wanted = text.trim().toLowerCase();
-        this.#layOpen();
+        this.#searched = text.trim().toLowerCase();
+        this.#updateRowStates();
         this.#tree.update("structure", { immediate: true });
         this.#element.toggleAttribute("data-filtered", this.#isFiltered);
         if (!this.#isFiltered && this.#selected !== null) {
@@ -78,18 +80,18 @@ export class FleetTree {
         }
     }
 
-    // Chooses the row, opens the groups above it and brings it into view.
+    // Selects the row, opens the groups above it and scrolls to it.
     reveal(key) {
         this.#tree.findKey(key)?.setActive(true);
     }
 
     setAllOpen(isOpen) {
         this.#closed = new Set(isOpen ? [] : this.#fleet.groups.map((node) => node.key));
-        this.#layOpen();
+        this.#updateRowStates();
         this.#tree.update("structure", { immediate: true });
     }
 
-    // The row of a group that is about to be moved. node: or null.
+    // Marks the row of a node that is cut; null removes the mark.
     markCut(node) {
         this.#cut = node?.key ?? null;
         this.#tree.update("structure", { immediate: true });
@@ -99,7 +101,7 @@ export class FleetTree {
         this.#element.focus();
     }
 
-    // Goes to the first hit of the filter.
+    // Selects the first hit of the filter and focuses the tree.
     enter() {
         const hit = this.#fleet?.nodes.find((node) => (this.#isFiltered ? node.isHit : node.isShown));
         if (hit !== undefined) {
@@ -109,7 +111,7 @@ export class FleetTree {
     }
 
     get #isFiltered() {
-        return this.#wanted !== "";
+        return this.#searched !== "";
     }
 
     #makeWidget() {
@@ -125,26 +127,26 @@ export class FleetTree {
             navigationModeOption: "row",
             scrollIntoViewOnExpandClick: false,
             edit: { trigger: [] },
-            dnd: this.#dragging(),
+            dnd: this.#dragOptions(),
             render: (event) => this.#renderRow(event),
             update: ({ tree }) => describeTree(tree, this.#selected),
             activate: ({ node }) => this.#activate(node),
-            expand: ({ node, flag }) => this.#keepOpen(node, flag),
-            beforeSelect: () => false, // one row is chosen at a time, and that is the active one
+            expand: ({ node, flag }) => this.#noteOpen(node, flag),
+            beforeSelect: () => false, // no multiple selection: the active row is the selected one
             keydown: (event) => this.#keydown(event),
         });
     }
 
-    #dragging() {
+    #dragOptions() {
         return {
             effectAllowed: "move",
             guessDropEffect: false,
             serializeClipboardData: false,
             autoExpandMS: 800,
             dragStart: ({ node }) => this.#startDrag(nodeOf(node)),
-            dragEnter: ({ node }) => this.#canDrop(groupOf(nodeOf(node))) && "over",
+            dragEnter: ({ node }) => this.#canDrop(nodeOf(node).nearestGroup) && "over",
             dragEnd: () => this.#endDrag(),
-            drop: ({ node }) => this.#drop(groupOf(nodeOf(node))),
+            drop: ({ node }) => this.#drop(nodeOf(node).nearestGroup),
         };
     }
 
@@ -164,19 +166,19 @@ export class FleetTree {
     }
 
     #canDrop(parent) {
-        return this.#dragged !== null && this.#listener.canMove(this.#dragged, parent);
+        return this.#dragged !== null && this.#fleet.canMove(this.#dragged, parent);
     }
 
     #drop(parent) {
         const node = this.#dragged;
         const canDrop = this.#canDrop(parent);
-        this.#endDrag(); // which no event tells when the row was scrolled out of view
+        this.#endDrag(); // no dragEnd event comes when the row was scrolled out of view
         if (canDrop) {
             this.#listener.move(node, parent);
         }
     }
 
-    // What is dropped on the header or below the last row goes to the top level.
+    // A drop on the header or below the last row means the top level.
     #dropBeside(event) {
         if (event.target.closest(".wb-node-list .wb-row") === null && this.#fleet !== null) {
             this.#drop(this.#fleet.root);
@@ -184,15 +186,15 @@ export class FleetTree {
     }
 
     #activate(row) {
-        row.setFocus(); // where the arrow keys go on from
+        row.setFocus(); // the arrow keys start from the focused row
         this.#selected = row.key;
         describeTree(this.#tree, this.#selected);
         this.#listener.select();
     }
 
-    #keepOpen(row, isOpen) {
+    #noteOpen(row, isOpen) {
         if (this.#isFiltered) {
-            return; // open for the time of the filter only
+            return; // the state before the filter comes back after it
         }
         if (isOpen) {
             this.#closed.delete(row.key);
@@ -209,29 +211,29 @@ export class FleetTree {
             return false;
         }
         if (this.#fleet === null || this.#fleet.root.shownChildren === 0) {
-            return false; // the widget fails on keys without rows
+            return false; // the widget throws on keys when it has no rows
         }
-        if (ENDS[eventName] !== undefined) { // which it knows with Ctrl only
+        if (END_KEYS[eventName] !== undefined) { // the widget handles them only with Ctrl
             event.preventDefault();
-            (node ?? this.#tree.getFirstChild()).navigate(ENDS[eventName]);
+            (node ?? this.#tree.getFirstChild()).navigate(END_KEYS[eventName]);
             return false;
         }
         return true;
     }
 
-    // Makes rows of the fleet's nodes up to the index.
+    // Replaces all rows by those of the fleet's nodes with an index below end.
     #draw(end) {
         setActiveRow(this.#tree, null);
         this.#tree.enableUpdate(false);
         this.#tree.clear();
         this.#tree.root.addChildren(sourcesOf(this.#fleet.root, end));
-        this.#layOpen();
+        this.#updateRowStates();
         setActiveRow(this.#tree, this.#tree.findKey(this.#selected ?? ""));
         this.#tree.enableUpdate(true);
     }
 
-    // Sets of every row whether it is open and whether the filter leaves it.
-    #layOpen() {
+    // Sets for each row whether it is open and whether the filter shows it.
+    #updateRowStates() {
         this.#tree.visit((row) => {
             const node = nodeOf(row);
             row.match = node.isHit ? 1 : 0;
@@ -244,7 +246,7 @@ export class FleetTree {
 
     #renderRow({ node: row, nodeElem, renderColInfosById }) {
         const node = nodeOf(row);
-        fillRow(nodeElem, renderColInfosById, node, this.#wanted);
+        fillRow(nodeElem, renderColInfosById, node, this.#searched);
         describeRow(nodeElem.closest(".wb-row"), row, node,
             { isSelected: row.key === this.#selected, isCut: row.key === this.#cut });
     }
@@ -257,37 +259,33 @@ export class FleetTree {
         }
     }
 
-    // The topmost row in view and how far it is scrolled.
-    #place() {
+    // Returns the key of the topmost row in view and the pixels that the tree is scrolled past it; null without rows.
+    #scrollPosition() {
         const row = this.#tree.getTopmostVpNode();
         const top = this.#element.scrollTop;
         return row === null ? null : { key: row.key, offset: top - rowIndex(row) * this.#tree.options.rowHeightPx };
     }
 
-    // place: null to go to the row that is chosen.
-    #scrollTo(place) {
-        const row = this.#tree.findKey(place?.key ?? this.#selected ?? "");
+    // position: of #scrollPosition; null scrolls to the selected row.
+    #restoreScroll(position) {
+        const row = this.#tree.findKey(position?.key ?? this.#selected ?? "");
         if (!row?.isVisible()) {
             return;
         }
-        if (place === null) {
+        if (position === null) {
             row.scrollIntoView();
         } else {
-            this.#element.scrollTop = rowIndex(row) * this.#tree.options.rowHeightPx + place.offset;
+            this.#element.scrollTop = rowIndex(row) * this.#tree.options.rowHeightPx + position.offset;
         }
         this.#tree.update("scroll", { immediate: true });
     }
-}
-
-// The group that a row stands for when something is put there: a server or policy means the one that it is in.
-export function groupOf(node) {
-    return node.isGroup ? node : node.parent;
 }
 
 function nodeOf(row) {
     return row.data.node;
 }
 
+// Returns the descendants with an index below end in the form in which the widget takes rows.
 function sourcesOf(parent, end) {
     return parent.children.filter((node) => node.index < end).map((node) => {
         const children = node.children.length > 0 ? sourcesOf(node, end) : undefined;

@@ -1,4 +1,4 @@
-// What the page works out of a tree answer by itself: what applies to a node, what a filter leaves, which links stay.
+// Tests what the page computes from a tree answer: effective policies, filter hits, counts and kept links.
 import { test } from "node:test";
 import assert from "node:assert/strict";
 import { Fleet, GROUP, keptLinks, keyOf, POLICY, SERVER } from "../../console/fleet.js";
@@ -23,7 +23,7 @@ const FLEET = new Fleet([
     node(POLICY, 1, "the same after 53 bits"),
 ]);
 
-// A node, what applies to it with where each comes from, the group that ends it, and whether more may come from above.
+// Each row: a node, its effective policies with the nodes that link them, the blocking group, isPartial.
 const EFFECTIVE = [
     [[SERVER, 1], ["p5 host", "p4 Room", "p3 Room Closed"], "Closed", false],
     [[SERVER, 2], ["p2 door Site", "p6 door", "p1 Site"], undefined, false],
@@ -32,14 +32,14 @@ const EFFECTIVE = [
 ];
 
 test("policies come down the tree, the nearest first, up to a group that blocks them", () => {
-    for (const [key, expected, blockedBy, isPart] of EFFECTIVE) {
+    for (const [key, expected, blockedBy, isPartial] of EFFECTIVE) {
         const effective = FLEET.effectivePolicies(FLEET.find(keyOf(...key)));
-        const told = effective.policies.map(({ name, from }) => [name, ...from.map((at) => at.name)].join(" "));
-        assert.deepEqual([told, effective.blockedBy?.name, effective.isPart], [expected, blockedBy, isPart]);
+        const lines = effective.policies.map(({ name, from }) => [name, ...from.map((at) => at.name)].join(" "));
+        assert.deepEqual([lines, effective.blockedBy?.name, effective.isPartial], [expected, blockedBy, isPartial]);
     }
 });
 
-// A text, the number of hits, and what is shown: level, place among those shown beside it, name.
+// Each row: a text, the number of hits and the shown nodes as "level position/siblings name".
 const FILTERS = [
     [" HOST ", 1, ["1 1/1 Site", "2 1/1 Closed", "3 1/1 Room", "4 1/1 host"]],
     ["192.0", 1, ["1 1/1 Site", "2 1/1 Closed", "3 1/1 Room", "4 1/1 host"]],
@@ -58,16 +58,16 @@ test("a filter leaves the hits and those above them, and counts them", () => {
     assert.ok(FLEET.nodes.every((other) => other.isShown && !other.isHit));
 });
 
-test("the whole is known of a part", () => {
+test("counts, links and paths are computed from the whole answer", () => {
     assert.deepEqual(FLEET.counts(FLEET.find(keyOf(GROUP, 1))), { group: 2, server: 2, policy: 0 });
     assert.deepEqual(FLEET.counts(FLEET.root), { group: 3, server: 3, policy: 2 });
     assert.deepEqual(FLEET.linkedBy(3).map(({ name }) => name), ["Closed", "Room"]);
     assert.deepEqual(FLEET.accounts, [{ id: 7, name: "uid 7" }]);
-    assert.equal(FLEET.isPart, true);
+    assert.equal(FLEET.isPartial, true);
     assert.equal(FLEET.find(keyOf(SERVER, 1)).path, "Site / Closed / Room / host");
 });
 
-// Links before, links wanted, and those that need not be linked anew at the end.
+// Each row: links before, links wanted, links that are kept.
 const KEPT = [
     [[1, 2, 3], [1, 2, 3], [1, 2, 3]],
     [[1, 2, 3, 4], [1, 3, 2, 4], [1, 3]],
@@ -76,7 +76,7 @@ const KEPT = [
     [[], [1], []],
 ];
 
-test("links that are in the wanted order stay", () => {
+test("links that are already in the wanted order are kept", () => {
     for (const [before, wanted, kept] of KEPT) {
         assert.deepEqual([...keptLinks(before, wanted)], kept);
     }

@@ -1,0 +1,41 @@
+// Shows messages to the user: refusals in the notice bar, results and hints in the status line.
+import { Refusal } from "./api.js";
+import { byId } from "./dom.js";
+
+export class Notice {
+    #signIn;
+
+    constructor(signIn) {
+        this.#signIn = signIn;
+    }
+
+    // Puts the text into the status line; an empty text clears it.
+    say(text) {
+        byId("status").textContent = text;
+    }
+
+    // Shows a Refusal: in the sign-in form when it is about the token, else in the notice bar. Throws any other error.
+    report(error) {
+        if (!(error instanceof Refusal)) {
+            throw error;
+        }
+        if (error.reason === "token") {
+            this.#signIn.showForm(error.message);
+            return;
+        }
+        this.#signIn.showConsole();
+        byId("again").hidden = error.reason !== "away";
+        byId("reason").textContent = error.message;
+        this.say(""); // it may still report the success of an earlier change
+        byId("notice").hidden = false;
+    }
+
+    hide() {
+        byId("notice").hidden = true;
+    }
+
+    // Hides the bar when it says that the server does not answer; other refusals stay until the user dismisses them.
+    hideOutage() {
+        byId("notice").hidden ||= !byId("again").hidden;
+    }
+}
