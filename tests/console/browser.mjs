@@ -1,4 +1,4 @@
-// A browser for the journeys, and its page as a user finds things on it: by role and name.
+// Starts the browser for the journeys and finds elements of the page by role and name, as users do.
 import { createRequire } from "node:module";
 import { fileURLToPath } from "node:url";
 import assert from "node:assert/strict";
@@ -7,20 +7,21 @@ const require = createRequire(fileURLToPath(new URL("../../build/npm/", import.m
 const { chromium } = require("playwright-core");
 const axe = require("axe-core");
 
-const PATIENCE_MS = 20000;
+const TIMEOUT_MS = 20000;
 
-// Debian's browser, which asks for nothing by itself.
+// Starts Debian's Chromium without its own background requests.
 export function launch() {
     const quiet = ["--disable-background-networking", "--disable-component-update", "--disable-quic", "--disable-sync"];
     const asRoot = process.getuid() === 0 ? ["--no-sandbox"] : [];
     return chromium.launch({ executablePath: "/usr/bin/chromium", args: [...quiet, ...asRoot] });
 }
 
-// A window, and all that went wrong in it.
+// A browser window with the page; collects errors, alerts and requests that the page must not send.
 export class Window {
     #server;
     #faults = [];
 
+    // account: whose link is opened; null opens the page without a token.
     static async open(context, server, account) {
         const window = new Window(await context.newPage(), server);
         await window.page.goto(account === null ? `${server.url}/` : server.link(account));
@@ -30,7 +31,7 @@ export class Window {
     constructor(page, server) {
         this.#server = server;
         this.page = page;
-        page.setDefaultTimeout(PATIENCE_MS);
+        page.setDefaultTimeout(TIMEOUT_MS);
         page.on("console", (message) => message.type() === "error" && this.#faults.push(message.text()));
         page.on("pageerror", (error) => this.#faults.push(error.stack));
         page.on("dialog", (dialog) => this.#faults.push(`an alert: ${dialog.message()}`) && dialog.dismiss());
@@ -48,7 +49,7 @@ export class Window {
         }
     }
 
-    // Nothing went wrong but what is expected: a list of patterns, one for each message in order.
+    // Checks that only the expected faults occurred: one pattern for each message, in order.
     assertNoFaults(expected = []) {
         assert.equal(this.#faults.length, expected.length, this.#faults.join("\n"));
         expected.forEach((pattern, i) => assert.match(this.#faults[i], pattern));
@@ -58,7 +59,7 @@ export class Window {
         return place.getByRole("button", { name, exact: true });
     }
 
-    // The row of the node of that name.
+    // Returns the row of the node with this name.
     row(name) {
         const title = this.page.getByRole("gridcell").first().getByText(name, { exact: true });
         return this.tree.getByRole("row").filter({ has: title });
@@ -77,16 +78,16 @@ export class Window {
         await this.details.getByRole("heading", { name }).waitFor();
     }
 
-    // What the rows say, as those hear them who do not see them: level and name.
+    // Returns level and name of each row, as a screen reader announces them.
     rows() {
         const withCells = this.tree.getByRole("row").filter({ has: this.page.getByRole("gridcell") });
         return withCells.evaluateAll((rows) => rows.map((row) =>
             `${row.getAttribute("aria-level")} ${row.querySelector("[role=gridcell]").innerText.trim()}`));
     }
 
-    // Waits until what work gives is as expected, and fails with the difference when it does not become so.
+    // Waits until work returns the expected value; throws with the difference after the timeout.
     async becomes(work, expected) {
-        const end = Date.now() + PATIENCE_MS;
+        const end = Date.now() + TIMEOUT_MS;
         for (;;) {
             const value = await work();
             try {
@@ -100,7 +101,7 @@ export class Window {
         }
     }
 
-    // What axe finds on the page as it is, each with its elements.
+    // Returns the accessibility violations that axe finds on the page, each with its elements.
     async violations() {
         await this.page.evaluate(axe.source);
         const { violations } = await this.page.evaluate(() => axe.run());

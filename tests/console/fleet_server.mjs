@@ -1,4 +1,4 @@
-// A server of its own for a journey: the sample fleet in a temporary folder, and what a test asks it directly.
+// Starts a server with a store in a temporary folder and sends it requests for the journeys.
 import { spawn, execFileSync } from "node:child_process";
 import { createInterface } from "node:readline";
 import { mkdtempSync, openSync, closeSync, readFileSync, rmSync } from "node:fs";
@@ -8,10 +8,10 @@ import path from "node:path";
 import { fileURLToPath } from "node:url";
 
 const ROOT = fileURLToPath(new URL("../..", import.meta.url));
-const PATIENCE_MS = 20000;
+const TIMEOUT_MS = 20000;
 
 export class FleetServer {
-    // build: the folder of the program.
+    // build: the folder that contains zemhost.
     constructor(build) {
         this.program = path.join(build, "zemhost");
         this.folder = mkdtempSync(path.join(tmpdir(), "zem-"));
@@ -21,19 +21,19 @@ export class FleetServer {
     }
 
     run(...command) {
-        return execFileSync(this.program, [...command, ...this.store], { encoding: "utf8", timeout: PATIENCE_MS });
+        return execFileSync(this.program, [...command, ...this.store], { encoding: "utf8", timeout: TIMEOUT_MS });
     }
 
     fill(file = path.join(ROOT, "fleets/sample.json")) {
         this.run("apply", file);
     }
 
-    // A token of the account, the same each time.
+    // Returns a token of the account, the same one on each call.
     token(account) {
         return this.tokens[account] ??= this.run("token", account).trim();
     }
 
-    // The address of the page that signs the account in.
+    // Returns the address that opens the page and signs the account in.
     link(account) {
         return `${this.url}/#token=${this.token(account)}`;
     }
@@ -44,13 +44,13 @@ export class FleetServer {
             ...this.store], { stdio: ["ignore", "pipe", log] });
         closeSync(log);
         const lines = createInterface({ input: this.process.stdout });
-        const [line] = await once(lines, "line", { signal: AbortSignal.timeout(PATIENCE_MS) });
+        const [line] = await once(lines, "line", { signal: AbortSignal.timeout(TIMEOUT_MS) });
         this.url = line.replace("listening on ", "");
-        this.address = this.url.replace("http://", ""); // the same when it starts again
+        this.address = this.url.replace("http://", ""); // a second start listens on the same port
     }
 
     async stop() {
-        const ended = once(this.process, "exit", { signal: AbortSignal.timeout(PATIENCE_MS) });
+        const ended = once(this.process, "exit", { signal: AbortSignal.timeout(TIMEOUT_MS) });
         this.process.kill("SIGTERM");
         const [status] = await ended;
         if (status !== 0) {
@@ -62,7 +62,7 @@ export class FleetServer {
         return readFileSync(path.join(this.folder, "log"), "utf8");
     }
 
-    // What a method of the module answers the account.
+    // Calls a method as the account. Returns the data of the answer; undefined when it is refused.
     async call(account, api, method, parameters) {
         const answer = await fetch(`${this.url}/webapi/VELQ.ZEM.${api}/1/${method}`, {
             method: "POST",
@@ -72,14 +72,14 @@ export class FleetServer {
         return (await answer.json()).data;
     }
 
-    // The nodes that the account sees, each with its level, those below it right after it.
+    // Returns the nodes that the account sees, with their levels, in the order of the rows.
     async nodes(account) {
         const flat = (nodes, level) =>
             nodes.flatMap((node) => [{ ...node, level }, ...flat(node.children ?? [], level + 1)]);
         return flat(await this.call(account, "Tree", "get", {}), 1);
     }
 
-    // The group of that name, with the name of the one that it is in.
+    // Returns the group with this name, its parent being a name; undefined without such a group.
     async group(name) {
         const groups = (await this.nodes("admin")).filter((node) => node.node_type === 2);
         const group = groups.find((node) => node.name === name);

@@ -1,4 +1,4 @@
-// Journeys of users through the console's page, in a browser and against a server with the sample fleet.
+// Tests the page in a browser, as users work with it, against a server with the sample fleet.
 //
 // usage: node tests/console/journeys.mjs BUILD_DIR
 import { after, afterEach, before, beforeEach, test } from "node:test";
@@ -34,24 +34,24 @@ afterEach(async () => {
     await server.remove();
 });
 
-// A window of somebody's own. account: who signs in by the link; null: nobody. options: of the browser's context.
+// Opens a window with a session of its own. account: signed in by a link; null: none. options: of the browser context.
 async function open(account, options = {}) {
     const context = await browser.newContext({ viewport: { width: 1400, height: 1600 }, ...options });
     contexts.push(context);
     return Window.open(context, server, account);
 }
 
-// What the rows of the nodes say.
-function told(nodes) {
+// Returns the texts that the rows of the nodes must have.
+function rowTexts(nodes) {
     return nodes.map(({ level, name }) => `${level} ${name}`);
 }
 
-test("a link signs in and shows the tree that the server tells", OPTIONS, async () => {
+test("a link signs in and shows the tree that the server returns", OPTIONS, async () => {
     const admin = await open("admin");
-    await admin.becomes(() => admin.rows(), told(await server.nodes("admin")));
+    await admin.becomes(() => admin.rows(), rowTexts(await server.nodes("admin")));
     assert.equal(admin.page.url(), `${server.url}/`);
     const delegate = await open("m.okafor");
-    await delegate.becomes(() => delegate.rows(), told(await server.nodes("m.okafor")));
+    await delegate.becomes(() => delegate.rows(), rowTexts(await server.nodes("m.okafor")));
 
     await admin.choose("Web");
     await admin.choose("Plants");
@@ -69,13 +69,13 @@ test("a link signs in and shows the tree that the server tells", OPTIONS, async 
     await admin.alert.getByText("does not know this token").waitFor();
     await admin.page.getByLabel("Token").fill(server.token("m.okafor"));
     await admin.page.keyboard.press("Enter");
-    await admin.becomes(() => admin.rows(), told(await server.nodes("m.okafor")));
+    await admin.becomes(() => admin.rows(), rowTexts(await server.nodes("m.okafor")));
     admin.assertNoFaults([/401/]);
     delegate.assertNoFaults();
     assert.ok(!server.log().includes(server.token("admin")));
 });
 
-test("a filter leaves the hits and what is above them", OPTIONS, async () => {
+test("a filter leaves the hits and the groups above them", OPTIONS, async () => {
     const window = await open("admin");
     const nodes = await server.nodes("admin");
     const hits = nodes.filter(({ name, address = "" }) => `${name}\n${address}`.includes("10.20.2"));
@@ -85,11 +85,11 @@ test("a filter leaves the hits and what is above them", OPTIONS, async () => {
     await window.page.getByRole("status").getByText(`${hits.length} hits`, { exact: true }).waitFor();
     const above = ["Plants", "Plant North", "North line control", "Plant South", "South laboratory"];
     const left = nodes.filter((node) => hits.includes(node) || above.includes(node.name));
-    await window.becomes(() => window.rows(), told(left));
+    await window.becomes(() => window.rows(), rowTexts(left));
     await window.filter.fill("no such thing");
     await window.becomes(() => window.rows(), []);
     await window.filter.press("Escape");
-    await window.row("South laboratory").waitFor({ state: "hidden" }); // closed, as it was before
+    await window.row("South laboratory").waitFor({ state: "hidden" }); // closed again, as before the filter
     await window.becomes(async () => (await window.rows()).length, nodes.length - 6);
     window.assertNoFaults();
 });
@@ -114,7 +114,7 @@ test("groups are created, renamed, described, dragged and deleted", OPTIONS, asy
 
     await window.drag("Laboratory", "Plant North");
     await window.becomes(async () => (await server.group("Laboratory")).parent, "Plant North");
-    await window.becomes(() => window.rows(), told(await server.nodes("admin")));
+    await window.becomes(() => window.rows(), rowTexts(await server.nodes("admin")));
     await window.button("Move").click();
     await window.dialog.getByRole("searchbox").fill("south lab");
     await window.button("Move", window.dialog).click();
@@ -127,7 +127,7 @@ test("groups are created, renamed, described, dragged and deleted", OPTIONS, asy
     await window.button("Delete", window.dialog).click();
     await window.row("Laboratory").waitFor({ state: "detached" });
     assert.equal(await server.group("Plant South"), undefined);
-    await window.becomes(() => window.rows(), told(await server.nodes("admin")));
+    await window.becomes(() => window.rows(), rowTexts(await server.nodes("admin")));
     window.assertNoFaults();
 });
 
@@ -168,13 +168,13 @@ test("policies are ordered, inherited and blocked, delegates set", OPTIONS, asyn
     window.assertNoFaults();
 });
 
-test("what is refused says why and leaves the tree as it is", OPTIONS, async () => {
+test("a refused change shows the reason and leaves the tree as it is", OPTIONS, async () => {
     const window = await open("admin");
     await server.call("admin", "KXGroup", "create", { id: 0, name: "Web", parent_id: 6 });
     const nodes = await server.nodes("admin");
     await window.drag("Web", "Plants");
     await window.alert.getByText("of that name").waitFor();
-    await window.becomes(() => window.rows(), told(nodes));
+    await window.becomes(() => window.rows(), rowTexts(nodes));
     await window.button("Dismiss").click();
     await window.alert.waitFor({ state: "hidden" });
 
@@ -189,7 +189,7 @@ test("what is refused says why and leaves the tree as it is", OPTIONS, async () 
     await server.stop();
     await window.button("Delete").click();
     await window.alert.getByText("does not answer").waitFor();
-    assert.equal(await window.dialog.count(), 0); // no question about what may be different by now
+    assert.equal(await window.dialog.count(), 0); // the page asks only after it fetched the current tree
     await window.button("New group").click();
     await window.dialog.getByLabel("Name").fill("Lab");
     await window.button("Create", window.dialog).click();
@@ -198,15 +198,15 @@ test("what is refused says why and leaves the tree as it is", OPTIONS, async () 
     await server.start();
     await window.button("Create", window.dialog).click();
     await window.row("Lab").waitFor();
-    await window.becomes(() => window.rows(), told(await server.nodes("admin")));
+    await window.becomes(() => window.rows(), rowTexts(await server.nodes("admin")));
     window.assertNoFaults(Array(3).fill(/ERR_CONNECTION_REFUSED/));
 });
 
-test("who has nothing to see is told what to do", OPTIONS, async () => {
-    const stranger = await open("p.duarte");
-    await stranger.page.getByRole("status").getByText("Ask an administrator").waitFor();
-    assert.ok(await stranger.button("New group").isDisabled());
-    stranger.assertNoFaults();
+test("an account without rights and an empty fleet show what to do", OPTIONS, async () => {
+    const guest = await open("p.duarte");
+    await guest.page.getByRole("status").getByText("Ask an administrator").waitFor();
+    assert.ok(await guest.button("New group").isDisabled());
+    guest.assertNoFaults();
 
     await server.remove();
     server = new FleetServer(BUILD);
@@ -290,7 +290,7 @@ test("two windows do not undo one another's changes", OPTIONS, async () => {
     await server.call("admin", "KXGroup", "delete", { node_id: 12 });
     let asked = 0;
     second.page.on("request", () => ++asked);
-    await second.page.evaluate(() => { // it comes to the front
+    await second.page.evaluate(() => { // as when the window comes to the front
         document.dispatchEvent(new Event("visibilitychange"));
         dispatchEvent(new Event("focus"));
     });
@@ -321,7 +321,7 @@ test("a name is text wherever it stands", OPTIONS, async () => {
         await window.page.keyboard.press("Escape");
     }
     await window.choose(`${HOSTILE} below`);
-    await window.button(HOSTILE, window.details).first().waitFor(); // what it inherits from, and where it is
+    await window.button(HOSTILE, window.details).first().waitFor(); // links to the group above
     await window.filter.fill("<IMG SRC");
     await window.page.getByRole("status").getByText("2 hits").waitFor();
     await window.filter.fill("");
