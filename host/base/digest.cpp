@@ -1,4 +1,4 @@
-// The hash is libsodium's generic one, without a key.
+// Hashes texts and writes bytes as hexadecimal digits, with libsodium.
 #include "host/base/digest.h"
 
 #include <sodium.h>

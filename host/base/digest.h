@@ -1,4 +1,4 @@
-// Fingerprints of text, and bytes as digits. Any thread may call these functions.
+// Hashes texts and writes bytes as hexadecimal digits. Any thread may call these functions.
 #pragma once
 
 #include <cstddef>
@@ -10,10 +10,10 @@ namespace host {
 constexpr size_t kDigestBytes = 32;
 constexpr size_t kDigestDigits = 2 * kDigestBytes;
 
-// The bytes in hexadecimal, kDigestDigits of them.
+// Returns the bytes as kDigestDigits lower-case hexadecimal digits.
 std::string hexOf(const unsigned char (&bytes)[kDigestBytes]);
 
-// The BLAKE2b hash of the text in hexadecimal: which text it was cannot be found out from it.
+// Returns the BLAKE2b hash of the text in hexadecimal. The text cannot be recovered from it.
 std::string digestOf(std::string_view text);
 
 }  // namespace host

@@ -1,4 +1,4 @@
-// Lines are gathered in one text, which the thread takes as a whole; only it waits in write().
+// Buffers the log's lines in memory and writes them to standard error on a thread of its own.
 #include "host/base/log.h"
 
 #include <poll.h>
@@ -21,33 +21,34 @@ namespace host {
 
 namespace {
 
-constexpr size_t kMaxWaiting = 256 << 10;  // bytes
-constexpr std::chrono::seconds kMaxFlush{2};
-constexpr std::chrono::seconds kLineEvery{10};
+constexpr size_t kMaxBuffered = 256 << 10;  // bytes
+constexpr std::chrono::seconds kFlushTimeout{2};
+constexpr std::chrono::seconds kRateLimitInterval{10};
 
-// Writes as much as the reader takes before standard error breaks.
+// Writes the text to standard error; drops the rest when that fails for good.
 void writeAll(std::string_view text)
 {
     while (!text.empty()) {
         const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
         if (written >= 0) {
             text.remove_prefix(static_cast<size_t>(written));
-        } else if (errno == EAGAIN) {  // whoever started us may have made it so
-            pollfd room{STDERR_FILENO, POLLOUT, 0};
-            poll(&room, 1, -1);
+        } else if (errno == EAGAIN) {  // the parent process may have made it non-blocking
+            pollfd writable{STDERR_FILENO, POLLOUT, 0};
+            poll(&writable, 1, -1);
         } else if (errno != EINTR) {
             return;
         }
     }
 }
 
-// What the thread and those who write share. The thread's too: it may outlive everything else, stuck in a write.
-class WaitingLines {
+// The lines that LogThread's thread has yet to write. The thread shares the ownership: it may be stuck in a write when
+// the program has let go of everything else.
+class LogBuffer {
 public:
     void add(const std::string& line)
     {
         const std::lock_guard lock(m_mutex);
-        if (m_text.size() + line.size() > kMaxWaiting) {
+        if (m_text.size() + line.size() > kMaxBuffered) {
             ++m_dropped;
             return;
         }
@@ -55,14 +56,14 @@ public:
         m_changed.notify_all();
     }
 
-    // Runs on the thread, until the end and nothing is left.
-    void drain()
+    // Writes lines until close() was called and none is left. Runs on the thread.
+    void writeUntilClosed()
     {
         std::unique_lock lock(m_mutex);
         for (;;) {
             m_isWriting = false;
             m_changed.notify_all();
-            m_changed.wait(lock, [this] { return !m_text.empty() || m_isEnding; });
+            m_changed.wait(lock, [this] { return !m_text.empty() || m_isClosed; });
             if (m_text.empty()) {
                 return;
             }
@@ -74,17 +75,17 @@ public:
         }
     }
 
-    void end()
+    void close()
     {
         const std::lock_guard lock(m_mutex);
-        m_isEnding = true;
+        m_isClosed = true;
         m_changed.notify_all();
     }
 
     void flush()
     {
         std::unique_lock lock(m_mutex);
-        m_changed.wait_for(lock, kMaxFlush, [this] { return m_text.empty() && !m_isWriting; });
+        m_changed.wait_for(lock, kFlushTimeout, [this] { return m_text.empty() && !m_isWriting; });
     }
 
 private:
@@ -100,43 +101,43 @@ private:
 
     std::mutex m_mutex;  // guards the rest
     std::condition_variable m_changed;
-    std::string m_text;    // lines to be written
-    size_t m_dropped = 0;  // lines that came after them
+    std::string m_text;    // lines that are not written yet
+    size_t m_dropped = 0;  // lines that found the buffer full
     bool m_isWriting = false;
-    bool m_isEnding = false;
+    bool m_isClosed = false;
 };
 
-std::shared_ptr<WaitingLines> gpLines;  // null without a LogThread
+std::shared_ptr<LogBuffer> gpBuffer;  // null without a LogThread
 
 }  // namespace
 
 LogThread::LogThread()
 {
-    const auto pLines = std::make_shared<WaitingLines>();
-    std::thread([pLines] { pLines->drain(); }).detach();
-    gpLines = pLines;
+    const auto pBuffer = std::make_shared<LogBuffer>();
+    std::thread([pBuffer] { pBuffer->writeUntilClosed(); }).detach();
+    gpBuffer = pBuffer;
 }
 
 LogThread::~LogThread()
 {
-    gpLines->flush();
-    gpLines->end();
-    gpLines = nullptr;
+    gpBuffer->flush();
+    gpBuffer->close();
+    gpBuffer = nullptr;
 }
 
 void writeLog(const std::string& text) noexcept
 try {
     const std::string line = utcTime(time(nullptr)) + ' ' + text + '\n';
-    if (gpLines == nullptr) {
+    if (gpBuffer == nullptr) {
         writeAll(line);
     } else {
-        gpLines->add(line);
+        gpBuffer->add(line);
     }
 } catch (const std::exception&) {
     return;  // no memory for the line
 }
 
-void logTrouble(const char* szWhat, const char* szWhy) noexcept
+void logError(const char* szWhat, const char* szWhy) noexcept
 try {
     writeLog(std::string("zemhost: ") + szWhat + ": " + printable(szWhy));
 } catch (const std::exception&) {
@@ -148,13 +149,13 @@ bool LogRateLimit::isDue()
     using namespace std::chrono;
     const int64_t now = duration_cast<seconds>(steady_clock::now().time_since_epoch()).count();
     int64_t next = m_next;
-    return now >= next && m_next.compare_exchange_strong(next, now + kLineEvery.count());
+    return now >= next && m_next.compare_exchange_strong(next, now + kRateLimitInterval.count());
 }
 
 void flushLog() noexcept
 {
-    if (gpLines != nullptr) {
-        gpLines->flush();
+    if (gpBuffer != nullptr) {
+        gpBuffer->flush();
     }
 }
 

@@ -1,4 +1,6 @@
-// The program's log on standard error: one line each, with the time in UTC first. Any thread may call these functions.
+// Writes the program's log to standard error: one line per event, each beginning with the time in UTC.
+//
+// Any thread may call these functions.
 #pragma once
 
 #include <atomic>
@@ -7,11 +9,13 @@
 
 namespace host {
 
-// While the object lives, lines wait in memory, up to
-// 256 KiB, and a thread writes them, so that no caller waits for the reader of standard error. Lines that find no room
-// are dropped, and a line says how many once there is room again. Without the object a line is written at once, by who
-// calls. One object at a time; made and destroyed by the main thread, while no other thread writes a line. Its end
-// waits for what is to be written, for two seconds at most. Throws std::system_error when it cannot start its thread.
+// Moves the writing to a thread of its own for as long as the object lives, so that no caller waits for the reader of
+// standard error. Up to 256 KiB of lines wait in memory. Lines beyond that are dropped, and a later line says how many.
+// Without the object, the calling thread writes each line at once.
+//
+// At most one object exists at a time. The main thread creates and destroys it while no other thread writes a line. The
+// constructor throws std::system_error when the thread cannot be started; the destructor waits up to two seconds for
+// the lines that are still to be written.
 class LogThread {
 public:
     LogThread();
@@ -20,27 +24,28 @@ public:
     ~LogThread();
 };
 
-// Writes a line. text: goes out as it is, without a line end of its own; what comes from outside must be made
-// printable. A line for which there is no memory is lost.
+// Writes a line. text: the line without the time and the line end; it is written as it is, so the caller makes texts
+// from outside printable. The line is lost when memory runs out.
 void writeLog(const std::string& text) noexcept;
 
-// Writes a line for the operator. szWhat: what failed; szWhy: an exception's text, any bytes.
-void logTrouble(const char* szWhat, const char* szWhy) noexcept;
+// Writes a line about an error for the operator. szWhat: what failed; szWhy: the reason, which may hold any bytes.
+void logError(const char* szWhat, const char* szWhy) noexcept;
 
-// Lets one line through in ten seconds, for trouble that every request may meet.
+// Limits a kind of line that every request may cause to one in ten seconds.
 class LogRateLimit {
 public:
-    // Whether the line is to be written.
+    // Returns whether the caller may write a line now; a true result starts the next ten seconds.
     bool isDue();
 
 private:
     std::atomic<int64_t> m_next{0};  // seconds on the steady clock
 };
 
-// Has LogThread's waiting lines written, for two seconds at most: for who ends the process without destroying it.
+// Waits up to two seconds until LogThread has written its lines. Call it before the process ends without destroying the
+// LogThread.
 void flushLog() noexcept;
 
-// Seconds since 1970 as "YYYY-MM-DDThh:mm:ssZ".
+// Returns a time as "YYYY-MM-DDThh:mm:ssZ". seconds: since 1970.
 std::string utcTime(int64_t seconds);
 
 }  // namespace host

@@ -1,6 +1,7 @@
-// The modules' calls of syslog come here first: their lines go on to the system's log, and to the program's own. The C
-// library could copy them itself (LOG_PERROR), but it would make handlers wait for who reads standard error, and write
-// a name that holds a line end as two lines.
+// Replaces the C library's syslog(), so that the lines that modules log reach the program's own log as well.
+//
+// The C library could copy them to standard error by itself (LOG_PERROR), but handlers would then wait for the reader
+// of standard error, and a name that holds a line end would be written as two lines.
 #include <syslog.h>
 
 #include <cerrno>
@@ -14,7 +15,7 @@
 
 namespace {
 
-// The text of the line; szFormat's "%m" takes errno, which is as it was at the call.
+// Returns the formatted text without trailing line ends. err: the caller's errno, which "%m" in szFormat stands for.
 std::string textOf(const char* szFormat, va_list arguments, int err)
 {
     va_list again;
@@ -48,8 +49,7 @@ void writeLine(int priority, const char* szFormat, va_list arguments) noexcept
 
 }  // namespace
 
-// What the C library declares under these names; the second is what it makes of the first when a module is compiled
-// with checks of its formats.
+// A module that is compiled with checked formats (_FORTIFY_SOURCE) calls __syslog_chk in place of syslog.
 extern "C" {
 
 [[gnu::visibility("default")]] void syslog(int priority, const char* szFormat, ...)

@@ -1,4 +1,4 @@
-// What a client sends could hold the control sequences of a terminal, or line ends that fake a line of the log.
+// Escapes characters with which a client could control the operator's terminal or forge a line of the log.
 #include "host/base/text.h"
 
 #include <cstdio>
@@ -11,26 +11,31 @@ namespace {
 
 constexpr size_t kMaxLogField = 80;
 
-// U+0080 to U+009F (C2 80 to C2 9F) are control characters as well.
+// Whether U+0080 to U+009F, which are control characters as well, begin there: C2 80 to C2 9F in UTF-8.
 bool isC1Control(std::string_view text, size_t at)
 {
     return at + 1 < text.size() && text[at] == '\xC2' && static_cast<unsigned char>(text[at + 1]) < 0xA0;
+}
+
+// Whether the byte at that position is to be escaped. firstPlain: the lowest ASCII character that is not.
+bool needsEscape(std::string_view text, size_t at, unsigned char firstPlain, bool isUtf8)
+{
+    const auto byte = static_cast<unsigned char>(text[at]);
+    return byte < firstPlain || byte == '\\' || byte == 0x7F || (byte >= 0x80 && !isUtf8) || isC1Control(text, at) ||
+           (at > 0 && isC1Control(text, at - 1));
 }
 
 std::string escaped(std::string_view text, unsigned char firstPlain)
 {
     const bool isUtf8 = store::isPlainText(text);
     std::string out;
-    for (size_t i = 0; i < text.size(); i++) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        const bool isControl = byte < firstPlain || 0x7F == byte || isC1Control(text, i) ||
-                               (i > 0 && isC1Control(text, i - 1)) || (!isUtf8 && 0x80 <= byte);
-        if (!isControl && '\\' != text[i]) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (!needsEscape(text, i, firstPlain, isUtf8)) {
             out += text[i];
             continue;
         }
         char szHex[sizeof("\\xNN")];
-        snprintf(szHex, sizeof(szHex), "\\x%02X", byte);
+        snprintf(szHex, sizeof(szHex), "\\x%02X", static_cast<unsigned char>(text[i]));
         out += szHex;
     }
     return out;

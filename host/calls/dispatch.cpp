@@ -1,4 +1,5 @@
-// Whatever a handler throws ends here, and its text is for the operator only; the client gets a code.
+// Calls one method of a module and turns its outcome into the JSON envelope. The text of an exception goes to the log
+// only; the client gets a code.
 #include "host/calls/dispatch.h"
 
 #include <cerrno>
@@ -17,13 +18,14 @@ namespace {
 
 constexpr int kMaxNesting = 200;
 
-// What a code means, where nobody says more. HTTP's are the server's own; 500 is a module's as well.
-struct Meaning {
+struct ErrorText {
     int code;
     const char* szText;
 };
 
-constexpr Meaning kMeanings[] = {
+// The message of an error for which the store gives no reason. The server itself answers with the codes of HTTP;
+// modules use the others, and 500.
+constexpr ErrorText kErrorTexts[] = {
     {0, "the method gave no answer"},
     {101, "a required parameter is missing or cannot be used, or the group is the root"},
     {105, "it cannot be determined who is logged in"},
@@ -37,11 +39,11 @@ constexpr Meaning kMeanings[] = {
     {503, "the server is too busy; try again"},
 };
 
-std::string meaningOf(int code)
+std::string errorTextOf(int code)
 {
-    for (const Meaning& meaning : kMeanings) {
-        if (meaning.code == code) {
-            return meaning.szText;
+    for (const ErrorText& text : kErrorTexts) {
+        if (text.code == code) {
+            return text.szText;
         }
     }
     return "the method failed without a reason";
@@ -55,8 +57,8 @@ std::string errorEnvelope(int code, const std::string& message)
 
 void reportException(const char* szWhat)
 {
-    logTrouble("a handler failed", szWhat);
-    store::takeRefusal();  // it does not say what went wrong
+    logError("a handler failed", szWhat);
+    store::takeRefusal();  // discarded, or the client would get it as the reason for the exception
 }
 
 }  // namespace
@@ -79,7 +81,7 @@ bool callHandler(Handler handler, const store::Account& account, Json::Value jPa
     const store::ActingAccount caller(account.uid);
     try {
         VELQ::APIRequest req(account.uid, account.name, std::move(jParams));
-        // What an earlier request left behind must not colour the log lines of this one.
+        // Handlers log the thread's last error: it must not be one of an earlier request.
         VLIBCErrSetEx(0, "", 0);
         errno = 0;
         handler(&req, &resp);
@@ -101,20 +103,20 @@ Answer answerRequest(Handler handler, const store::Account& account, Json::Value
         return {status, resp.GetErrorCode(), envelope(resp)};
     } catch (const std::exception& e) {
         reportException(e.what());
-        return refusal(500);
+        return errorAnswer(500);
     }
 }
 
-Answer refusal(int status, const std::string& message)
+Answer errorAnswer(int status, const std::string& message)
 {
-    return {status, status, {errorEnvelope(status, message.empty() ? meaningOf(status) : message)}};
+    return {status, status, {errorEnvelope(status, message.empty() ? errorTextOf(status) : message)}};
 }
 
 std::vector<std::string> envelope(VELQ::APIResponse& resp)
 {
     if (!resp.IsSuccess()) {
         const std::string reason = store::takeRefusal();
-        return {errorEnvelope(resp.GetErrorCode(), reason.empty() ? meaningOf(resp.GetErrorCode()) : reason)};
+        return {errorEnvelope(resp.GetErrorCode(), reason.empty() ? errorTextOf(resp.GetErrorCode()) : reason)};
     }
     std::vector<std::string> parts = resp.TakeData();
     parts.insert(parts.begin(), "{\"success\":true,\"data\":");

@@ -1,4 +1,4 @@
-// One call of a module's method: parameters in, JSON envelope out. HTTP and the command line go the same way.
+// Calls one method of a module and turns its outcome into the JSON envelope that HTTP clients and the command line get.
 //
 // Any thread may call these functions.
 #pragma once
@@ -18,29 +18,28 @@ using Handler = void (*)(VELQ::APIRequest*, VELQ::APIResponse*);
 struct Answer {
     int status = 200;                // HTTP status
     int code = 0;                    // error code in the envelope, 0 on success
-    std::vector<std::string> parts;  // the envelope, JSON on one line, in pieces to be sent one after the other
+    std::vector<std::string> parts;  // the envelope: one line of JSON, in pieces to be sent one after the other
 };
 
-// The parameters of a request. body: a JSON object's text; an empty one means none, and gives a null value.
-// Throws std::runtime_error when it is anything else: malformed JSON, a repeated name, more than 200 levels of nesting,
-// bytes that are not UTF-8.
+// Parses the parameters of a request. body: the text of a JSON object, or empty for no parameters, which gives a null
+// value. Throws std::runtime_error when the body is anything else: malformed JSON, an object with a repeated name, more
+// than 200 levels of nesting, bytes that are not UTF-8.
 Json::Value parseParameters(const std::string& body);
 
-// Calls the handler as that account, on whose behalf the store then acts; resp gets the outcome, an error 500 when an
-// exception came out of the handler. Such an exception is reported in the log and goes no further. Returns whether
-// there was none.
+// Calls the handler on behalf of the account, whose rights the store then checks. resp receives the outcome. An
+// exception that the handler throws is logged, sets the error 500 and goes no further. Returns whether there was none.
 bool callHandler(Handler handler, const store::Account& account, Json::Value jParams, VELQ::APIResponse& resp);
 
-// Calls the handler and renders the outcome; an exception on the way is answered with the HTTP status 500.
+// Calls the handler and returns the answer to be sent: HTTP status 200, or 500 after an exception.
 Answer answerRequest(Handler handler, const store::Account& account, Json::Value jParams);
 
-// The answer to a request that reaches no handler. status: the HTTP status, which is its code as well. message: for
-// people; empty for what the code means.
-Answer refusal(int status, const std::string& message = "");
+// Returns the answer to a request that reaches no handler. status: the HTTP status, which becomes the error code as
+// well. message: the text for people; when empty, the one that belongs to the code.
+Answer errorAnswer(int status, const std::string& message = "");
 
-// The envelope of an outcome, in pieces; the outcome's data goes into it. An error carries a text for people: the
-// store's, when the thread's last call of it was refused, so make the envelope on the thread that called the handler
-// and right after it; else what the code means. Throws std::exception when memory runs out.
+// Returns the envelope of an outcome, in pieces, and takes the data out of resp. An error carries a text for people:
+// the reason why the store refused the thread's last call, if it did, else the text that belongs to the code. Call it
+// therefore right after the handler and on the same thread. Throws std::exception when memory runs out.
 std::vector<std::string> envelope(VELQ::APIResponse& resp);
 
 }  // namespace host

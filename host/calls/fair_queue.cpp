@@ -1,4 +1,4 @@
-// An account that may not start another job keeps its turn, while those behind it go ahead.
+// Queues jobs of several accounts and decides which job starts next.
 #include "host/calls/fair_queue.h"
 
 #include <utility>
@@ -12,11 +12,11 @@ bool FairQueue::add(AccountKey account, Job job)
     std::list<AccountKey> turn{account};
     const auto entry = m_accounts.try_emplace(account).first;
     std::list<Job>& waiting = entry->second.waiting;
-    if (waiting.size() >= m_free) {
-        forgetIdle(entry);
+    if (waiting.size() >= m_freeSlots) {
+        eraseIfUnused(entry);
         return false;
     }
-    --m_free;
+    --m_freeSlots;
     if (waiting.empty()) {
         m_turns.splice(m_turns.end(), turn);
     }
@@ -24,24 +24,25 @@ bool FairQueue::add(AccountKey account, Job job)
     return true;
 }
 
-std::optional<FairQueue::Started> FairQueue::start()
+std::optional<FairQueue::StartedJob> FairQueue::start()
 {
+    // An account that may not start another job yet keeps its place; those behind it go first.
     for (auto turn = m_turns.begin(); turn != m_turns.end(); ++turn) {
         Account& account = m_accounts.find(*turn)->second;
-        if (account.running < m_idle) {
-            return startFirst(turn, account);
+        if (account.running < m_idleWorkers) {
+            return startFirstJob(turn, account);
         }
     }
     return std::nullopt;
 }
 
-FairQueue::Started FairQueue::startFirst(std::list<AccountKey>::iterator turn, Account& account)
+FairQueue::StartedJob FairQueue::startFirstJob(std::list<AccountKey>::iterator turn, Account& account)
 {
-    Started started{*turn, std::move(account.waiting.front())};
+    StartedJob started{*turn, std::move(account.waiting.front())};
     account.waiting.pop_front();
     ++account.running;
-    --m_idle;
-    ++m_free;
+    --m_idleWorkers;
+    ++m_freeSlots;
     if (account.waiting.empty()) {
         m_turns.erase(turn);
     } else {
@@ -54,11 +55,11 @@ void FairQueue::finish(AccountKey account)
 {
     const auto entry = m_accounts.find(account);
     --entry->second.running;
-    ++m_idle;
-    forgetIdle(entry);
+    ++m_idleWorkers;
+    eraseIfUnused(entry);
 }
 
-void FairQueue::forgetIdle(Accounts::iterator account)
+void FairQueue::eraseIfUnused(Accounts::iterator account)
 {
     if (account->second.waiting.empty() && account->second.running == 0) {
         m_accounts.erase(account);

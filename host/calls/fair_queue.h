@@ -1,4 +1,5 @@
-// The order in which waiting jobs start, so that no account's keep the others' waiting, however many and long they are.
+// Queues jobs of several accounts and decides which job starts next, so that no account keeps the others waiting,
+// however many jobs it has and however long they run.
 #pragma once
 
 #include <cstddef>
@@ -10,33 +11,39 @@
 
 namespace host {
 
-// Whom a job counts for: an account, by its uid, or all together whose account is not known.
+// The account that a job belongs to: its uid, or kUnknownAccount, which all jobs of unknown senders share.
 using AccountKey = int64_t;
 constexpr AccountKey kUnknownAccount = -1;
 
-// Jobs wait in places and start on workers, of both of which there is a fixed number. Accounts take turns; the jobs of
-// one start in the order in which they came. An account that has c places, or workers, gets another one only while more
-// than c are free: the first may take half of them, and the next one always finds some. One thread at a time.
+// A queue of fixed capacity in front of a fixed number of workers. Accounts take turns; the jobs of one account start
+// in the order in which they were added.
+//
+// An account with n running jobs starts another one only while more than n workers are idle, and an account with n
+// waiting jobs adds another one only while more than n slots of the queue are free. So a single account gets half of
+// the workers and half of the queue at most, and a second account still finds some of both.
+//
+// One thread at a time may use the object.
 class FairQueue {
 public:
     using Completion = std::function<void()>;
-    using Job = std::function<Completion()>;  // returns what is left to do when it counts as finished; may be empty
+    using Job = std::function<Completion()>;  // returns what is to run after the job was finished; may be empty
 
-    struct Started {
+    struct StartedJob {
         AccountKey account;
         Job job;
     };
 
-    FairQueue(size_t workers, size_t places) : m_idle(workers), m_free(places) {}
+    FairQueue(size_t workers, size_t capacity) : m_idleWorkers(workers), m_freeSlots(capacity) {}
 
-    // The job waits from now on. Returns false when there is no place for it. Throws std::bad_alloc, and then nothing
-    // has changed.
+    // Appends the job to those of the account. Returns false when there is no slot for it. Throws std::bad_alloc, and
+    // then nothing has changed.
     bool add(AccountKey account, Job job);
 
-    // Takes out the job whose turn it is; it counts as running until its account's finish. Nothing when none may start.
-    std::optional<Started> start();
+    // Removes the job whose turn it is from the queue and returns it; it occupies a worker until finish() is called.
+    // Returns nothing when no job may start.
+    std::optional<StartedJob> start();
 
-    // A job of the account that was started is done.
+    // Frees the worker of a job of that account that was started.
     void finish(AccountKey account);
 
 private:
@@ -46,13 +53,13 @@ private:
     };
     using Accounts = std::unordered_map<AccountKey, Account>;
 
-    Started startFirst(std::list<AccountKey>::iterator turn, Account& account);
-    void forgetIdle(Accounts::iterator account);
+    StartedJob startFirstJob(std::list<AccountKey>::iterator turn, Account& account);
+    void eraseIfUnused(Accounts::iterator account);
 
-    size_t m_idle;                  // workers
-    size_t m_free;                  // places
-    Accounts m_accounts;            // those with a job
-    std::list<AccountKey> m_turns;  // of accounts with a waiting job, the next first
+    size_t m_idleWorkers;
+    size_t m_freeSlots;
+    Accounts m_accounts;            // those with a waiting or running job
+    std::list<AccountKey> m_turns;  // accounts with a waiting job, the next one first
 };
 
 }  // namespace host

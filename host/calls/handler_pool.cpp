@@ -1,4 +1,4 @@
-// A job is handed to one worker, which alone is woken.
+// Runs handlers on worker threads. Each job is assigned to one idle worker, and only that worker is woken.
 #include "host/calls/handler_pool.h"
 
 #include <exception>
@@ -7,12 +7,12 @@
 
 namespace host {
 
-HandlerPool::HandlerPool(size_t workers, size_t places) : m_queue(workers, places), m_workers(workers)
+HandlerPool::HandlerPool(size_t workers, size_t capacity) : m_queue(workers, capacity), m_workers(workers)
 {
-    m_idle.reserve(workers);
+    m_idleWorkers.reserve(workers);
     try {
         for (Worker& worker : m_workers) {
-            worker.thread = std::thread(&HandlerPool::work, this, std::ref(worker));
+            worker.thread = std::thread(&HandlerPool::runJobs, this, std::ref(worker));
         }
     } catch (...) {
         stop();
@@ -26,7 +26,7 @@ try {
     if (m_isStopping || !m_queue.add(account, std::move(job))) {
         return false;
     }
-    handOut();
+    assignJobs();
     return true;
 } catch (const std::exception&) {
     return false;  // no memory
@@ -48,39 +48,39 @@ void HandlerPool::stop()
     }
 }
 
-void HandlerPool::work(Worker& worker)
+void HandlerPool::runJobs(Worker& worker)
 {
-    FairQueue::Completion ending;  // of the last job
+    FairQueue::Completion completion;  // of the job that ran last
     std::unique_lock lock(m_mutex);
     for (;;) {
-        m_idle.push_back(&worker);
-        handOut();
-        if (ending) {
+        m_idleWorkers.push_back(&worker);
+        assignJobs();
+        if (completion) {
             lock.unlock();
-            std::exchange(ending, nullptr)();
+            std::exchange(completion, nullptr)();
             lock.lock();
         }
         worker.wake.wait(lock, [&] { return worker.next.has_value() || m_isStopping; });
         if (!worker.next) {
             return;
         }
-        const FairQueue::Started started = std::move(*std::exchange(worker.next, std::nullopt));
+        const FairQueue::StartedJob started = std::move(*std::exchange(worker.next, std::nullopt));
         lock.unlock();
-        ending = started.job();
+        completion = started.job();
         lock.lock();
         m_queue.finish(started.account);
     }
 }
 
-void HandlerPool::handOut()
+void HandlerPool::assignJobs()
 {
-    while (!m_idle.empty() && !m_isStopping) {
+    while (!m_idleWorkers.empty() && !m_isStopping) {
         auto started = m_queue.start();
         if (!started) {
             return;
         }
-        Worker& worker = *m_idle.back();
-        m_idle.pop_back();
+        Worker& worker = *m_idleWorkers.back();
+        m_idleWorkers.pop_back();
         worker.next = std::move(started);
         worker.wake.notify_one();
     }

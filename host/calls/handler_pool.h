@@ -1,4 +1,4 @@
-// Threads that run handlers, so that those that serve the sockets never wait for one.
+// Runs handlers on worker threads, so that the threads that serve the sockets never wait for one.
 #pragma once
 
 #include <condition_variable>
@@ -12,12 +12,13 @@
 
 namespace host {
 
-// Workers for the jobs of a FairQueue. The worker that was idle last gets the next job: a lone client's requests use
-// the memory of one thread again and again. Any thread may call add, a job as well.
+// A pool of worker threads that run the jobs of a FairQueue. The worker that became idle last gets the next job, so
+// that the requests of a single client find the caches of one thread warm.
 class HandlerPool {
 public:
-    // Throws std::system_error when a thread cannot be started.
-    HandlerPool(size_t workers, size_t places);
+    // workers: the number of threads; capacity: how many jobs may wait. Throws std::system_error when a thread cannot
+    // be started.
+    HandlerPool(size_t workers, size_t capacity);
     HandlerPool(const HandlerPool&) = delete;
     HandlerPool& operator=(const HandlerPool&) = delete;
     ~HandlerPool()
@@ -25,28 +26,30 @@ public:
         stop();
     }
 
-    // The job runs on a worker as soon as its turn comes, perhaps before this returns, and then its ending; neither may
-    // throw. Whoever is told by the ending finds the worker idle. Returns false when the job will never run: there is
-    // no place or no memory for it, or the pool was stopped.
+    // Queues the job for the account. A worker runs it when its turn comes, perhaps before this call returns, and then
+    // runs the completion that the job returned; neither may throw. The worker counts as idle before the completion
+    // runs: a client that it answers does not find the worker busy with its next request. Returns false when the job
+    // will never run: the queue is full, memory ran out, or the pool was stopped. Any thread may call it, also from
+    // within a job.
     bool add(AccountKey account, FairQueue::Job job) noexcept;
 
-    // Waits for the jobs that run and their endings, and ends the threads; jobs that still wait are never run. One
-    // thread may call it, and no job.
+    // Waits for the running jobs and their completions, and ends the threads. Jobs that are still queued never run.
+    // Only one thread may call it, and no job.
     void stop();
 
 private:
     struct Worker {
         std::thread thread;
         std::condition_variable wake;
-        std::optional<FairQueue::Started> next;  // what it is to run
+        std::optional<FairQueue::StartedJob> next;  // the job that it is to run
     };
 
-    void work(Worker& worker);
-    void handOut();  // with the mutex held
+    void runJobs(Worker& worker);
+    void assignJobs();  // gives queued jobs to idle workers; the caller holds the mutex
 
-    std::mutex m_mutex;  // guards all below but the workers' threads
+    std::mutex m_mutex;  // guards all members below except the workers' threads
     FairQueue m_queue;
-    std::vector<Worker*> m_idle;  // the one to take next last
+    std::vector<Worker*> m_idleWorkers;  // the one that became idle last is the last
     bool m_isStopping = false;
     std::vector<Worker> m_workers;
 };

@@ -1,4 +1,4 @@
-// A method table is checked row by row before anything is dispatched by it.
+// Loads web API modules and checks each row of their method tables.
 #include "host/calls/module_loader.h"
 
 #include <dlfcn.h>
@@ -10,7 +10,7 @@ namespace host {
 
 namespace {
 
-constexpr size_t kMaxRows = 1000;  // no real table comes near: one this long lacks its end
+constexpr size_t kMaxRows = 1000;  // no real table comes near; one this long lacks its final row
 
 bool isEnd(const VELQ::APIMethod& row)
 {
@@ -21,7 +21,7 @@ bool isEnd(const VELQ::APIMethod& row)
 
 void ModuleSet::load(const std::string& path)
 {
-    // dlopen would look a name without a slash up in the library folders.
+    // An absolute path, because dlopen searches the library folders for a name without a slash.
     m_handles.push_back(dlopen(std::filesystem::absolute(path).c_str(), RTLD_NOW | RTLD_LOCAL));
     if (m_handles.back() == nullptr) {
         throw std::runtime_error("cannot load module " + path + ": " + dlerror());
@@ -36,7 +36,7 @@ void ModuleSet::load(const std::string& path)
             if (i >= kMaxRows) {
                 throw std::runtime_error("comes after " + std::to_string(kMaxRows) + " others without an end");
             }
-            takeOver(pTable[i]);
+            addMethod(pTable[i]);
         } catch (const std::runtime_error& e) {
             throw std::runtime_error("module " + path + " refused: table row " + std::to_string(i + 1) + " " +
                                      e.what());
@@ -44,7 +44,7 @@ void ModuleSet::load(const std::string& path)
     }
 }
 
-void ModuleSet::takeOver(const VELQ::APIMethod& row)
+void ModuleSet::addMethod(const VELQ::APIMethod& row)
 {
     if (row.szApi == nullptr || row.szMethod == nullptr || row.pHandler == nullptr) {
         throw std::runtime_error("lacks a name or the handler");

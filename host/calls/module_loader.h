@@ -1,4 +1,4 @@
-// The web API modules that are loaded, and the methods that their tables offer.
+// Loads web API modules and finds the methods that their tables offer.
 #pragma once
 
 #include <cstdint>
@@ -12,22 +12,23 @@
 
 namespace host {
 
-// Load all modules before other threads look anything up; from then on any thread may. Modules stay loaded until the
-// process ends. Each function throws std::runtime_error on failure.
+// The loaded modules. Load all of them before other threads use the object; after that any thread may look methods up.
+// Modules stay loaded until the process ends.
 class ModuleSet {
 public:
-    // Loads the shared object and takes over the rows of its method table. Refused: one that has no table, one with a
-    // row that lacks a name or the handler, one with a row that a table already had. The set is of no use after that.
+    // Loads the shared object and adds the methods of its table. Throws std::runtime_error when it cannot be loaded,
+    // has no table, or has a row that lacks a name or the handler, or that names a method which is there already. The
+    // object must not be used after that.
     void load(const std::string& path);
 
-    // The row of a method, null when no module offers it.
+    // Returns the table row of a method, null when no module offers it.
     const VELQ::APIMethod* find(std::string_view api, int64_t version, std::string_view method) const;
 
-    // The address of a function that a module exports with C linkage.
+    // Returns the address of a function that a module exports with C linkage. Throws std::runtime_error when none does.
     void* symbol(const char* szName) const;
 
 private:
-    void takeOver(const VELQ::APIMethod& row);
+    void addMethod(const VELQ::APIMethod& row);
 
     std::vector<void*> m_handles;
     std::map<std::tuple<std::string_view, int64_t, std::string_view>, const VELQ::APIMethod*> m_methods;

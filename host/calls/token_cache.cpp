@@ -1,4 +1,4 @@
-// A token that is forgotten costs its next request one look-up more; so any will do when there are too many.
+// Remembers which account each token belonged to when it was last looked up.
 #include "host/calls/token_cache.h"
 
 namespace host {
@@ -25,7 +25,7 @@ void TokenCache::update(const std::string& tokenHash, std::optional<uint32_t> ui
     }
     m_uids[tokenHash] = *uid;
     if (m_uids.size() > kMaxTokens) {
-        m_uids.erase(m_uids.begin());
+        m_uids.erase(m_uids.begin());  // any: its next request only waits once among those of unknown senders
     }
 }
 

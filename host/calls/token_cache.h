@@ -1,5 +1,5 @@
-// Whose a token was when it was last looked up: enough to share the server out before a request is looked at, never to
-// let one in.
+// Remembers which account each token belonged to when it was last looked up. That decides only in which account's queue
+// a request waits; it never grants access.
 #pragma once
 
 #include <cstdint>
@@ -12,14 +12,14 @@
 
 namespace host {
 
-// Any thread may call it.
+// At most 10,000 tokens by their hashes. Any thread may use the object.
 class TokenCache {
 public:
-    // The account of the token, kUnknownAccount when it is not known.
+    // Returns the account of the token, kUnknownAccount when the cache does not have it.
     AccountKey find(const std::string& tokenHash) const;
 
-    // The token was looked up. uid: its account's; nothing when it is nobody's. Another token may be forgotten for it.
-    // Throws std::bad_alloc.
+    // Stores the result of a look-up. uid: of the account, nothing when no account has the token, which is then
+    // removed. A full cache drops any other token. Throws std::bad_alloc.
     void update(const std::string& tokenHash, std::optional<uint32_t> uid);
 
 private:

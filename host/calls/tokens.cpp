@@ -1,4 +1,5 @@
-// A token is looked up by its hash, so that neither the store's file nor the time of a look-up tells one.
+// Issues bearer tokens and reads them from requests. Tokens are looked up by their hashes, so that neither the store's
+// file nor the time that a look-up takes reveals one.
 #include "host/calls/tokens.h"
 
 #include <strings.h>
@@ -30,7 +31,7 @@ std::string issueToken(const store::Account& account, const std::string& label, 
     return token;
 }
 
-std::string hashOfBearer(const char* szHeader)
+std::string bearerTokenHash(const char* szHeader)
 {
     if (strncasecmp(szHeader, kScheme.data(), kScheme.size()) != 0) {
         return "";

@@ -1,4 +1,5 @@
-// Bearer tokens: 256 random bits in hexadecimal, of which the store holds only a hash.
+// Issues bearer tokens and reads them from requests. A token is 256 random bits in hexadecimal; the store holds only
+// its hash.
 //
 // Any thread may call these functions.
 #pragma once
@@ -10,12 +11,13 @@
 
 namespace host {
 
-// Gives the account another token and returns it. label, lifetime (in seconds, 0 for no end): as for
-// store::addToken. Throws std::runtime_error when the random source or the store fails.
+// Creates another token for the account and returns it. label: tells it from the account's other tokens. lifetime:
+// seconds until it expires, 0 for never. Throws std::runtime_error when the random source fails, and as
+// store::addToken.
 std::string issueToken(const store::Account& account, const std::string& label, int64_t lifetime);
 
-// The hash by which the store may know the token of an Authorization header; empty when the header carries no text of a
-// token's form. szHeader: the header's value. Throws std::bad_alloc.
-std::string hashOfBearer(const char* szHeader);
+// Returns the hash of the token in an Authorization header, empty when the header holds none that is well formed.
+// szHeader: the header's value. Throws std::bad_alloc.
+std::string bearerTokenHash(const char* szHeader);
 
 }  // namespace host

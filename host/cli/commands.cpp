@@ -1,4 +1,4 @@
-// A command loads modules, finds the account, calls what the modules offer and prints what comes of it.
+// Runs the commands of the program that serve or call modules and those that manage tokens.
 #include "host/cli/commands.h"
 
 #include <algorithm>
@@ -59,22 +59,21 @@ int printAnswer(const Answer& answer)
     return answer.code == 0 ? 0 : 1;
 }
 
-// A cell for each column of a table, its text printable.
+// The printable texts of a table's row, one for each column.
 using Row = std::vector<std::string>;
 
-// Draws the rows with columns that are as wide as their widest cell, in characters.
+// Prints the rows with aligned columns.
 void drawTable(const std::vector<Row>& rows, std::ostream& out)
 {
-    const auto widthOf = [](const std::string& text) { return store::characterCount(text); };
     std::vector<size_t> widths(rows.front().size());
     for (const Row& row : rows) {
         for (size_t i = 0; i < row.size(); ++i) {
-            widths[i] = std::max(widths[i], widthOf(row[i]));
+            widths[i] = std::max(widths[i], store::characterCount(row[i]));
         }
     }
     for (const Row& row : rows) {
         for (size_t i = 0; i + 1 < row.size(); ++i) {
-            out << row[i] << std::string(widths[i] - widthOf(row[i]) + 2, ' ');
+            out << row[i] << std::string(widths[i] - store::characterCount(row[i]) + 2, ' ');
         }
         out << row.back() << '\n';
     }
@@ -94,12 +93,12 @@ void drawTokens(const std::vector<store::Token>& tokens, int64_t now, std::ostre
     drawTable(rows, out);
 }
 
-Page loadPage(const PageChoice& choice)
+StaticFiles loadPage(const ConsoleOptions& console)
 {
-    Page page;
+    StaticFiles page;
     const std::filesystem::path folder = programFile("share/zemhost", "console");
-    if (!choice.folder.empty()) {
-        page.load(choice.folder);
+    if (!console.folder.empty()) {
+        page.load(console.folder);
     } else if (std::filesystem::exists(folder / "index.html")) {
         page.load(folder);
     } else {
@@ -110,25 +109,25 @@ Page loadPage(const PageChoice& choice)
 
 }  // namespace
 
-int serveModules(const ModulePaths& modules, const PageChoice& choice, const ServeOptions& options)
+int serveModules(const ModulePaths& modules, const ConsoleOptions& console, const ServeOptions& options)
 {
     if (!store::hasAccounts()) {
         std::cerr << "zemhost: the store holds no accounts yet, so nobody can call anything; to fill it:\n"
                      "  zemhost apply FILE   a fleet file, with the same --store\n"
                      "  zemhost token NAME   likewise, for one of its accounts\n";
     }
-    serve(loadModules(modules), choice.isServed ? loadPage(choice) : Page(), options);
+    serve(loadModules(modules), console.isServed ? loadPage(console) : StaticFiles(), options);
     return 0;
 }
 
-int printToken(const NewToken& token)
+int createToken(const NewToken& token)
 {
     constexpr int64_t kDay = 24 * 60 * 60;  // seconds
     std::cout << issueToken(accountOf(token.account), token.label, token.days * kDay) << '\n';
     return 0;
 }
 
-int printTokens(const std::string& account)
+int listTokens(const std::string& account)
 {
     const auto uid = account.empty() ? std::nullopt : std::optional(accountOf(account).uid);
     drawTokens(store::listTokens(uid), time(nullptr), std::cout);
@@ -161,7 +160,7 @@ int printTree(const ModulePaths& modules, const std::string& account)
     return 0;
 }
 
-int printOneLevel(const ModulePaths& modules, const std::string& account, const Json::Value& jPaging)
+int listTopGroups(const ModulePaths& modules, const std::string& account, const Json::Value& jPaging)
 {
     const ModuleSet loaded = loadModules(modules);
     const auto handler = reinterpret_cast<Handler>(loaded.symbol("list_one_level_v1"));

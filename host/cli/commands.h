@@ -1,8 +1,8 @@
-// What the program's commands do.
+// Runs the commands of the program, after the command line was read and the store opened.
 //
-// Each works on the store that is open, prints its result on standard output and returns the exit status: 0, or 1 when
-// the module answered with an error, whose envelope is then the output, or there was nothing to take back. Each throws
-// std::exception, with a text for people, when it cannot do its work. One thread at a time.
+// Each function prints its result on standard output and returns the exit status: 0 for success, 1 when the module
+// answered with an error, whose envelope is then the output, or when there was nothing to revoke. Each throws
+// std::exception, with a text for people, when it cannot do its work. One thread at a time may call them.
 #pragma once
 
 #include <cstdint>
@@ -17,66 +17,70 @@
 
 namespace host {
 
-// Files of the modules that a command loads; none: those that came with the program.
+// The modules that a command loads; empty for those that came with the program.
 using ModulePaths = std::vector<std::string>;
 
-// The console's page.
-struct PageChoice {
-    bool isServed = true;
-    std::string folder;  // empty: the one that came with the program, if it did
+struct ConsoleOptions {
+    bool isServed = true;  // whether the server serves the console's page
+    std::string folder;    // of the page; empty for the one that came with the program, if there is one
 };
 
-// Until SIGTERM or SIGINT. Says on standard error how to fill a store that nobody can use yet.
-int serveModules(const ModulePaths& modules, const PageChoice& page, const ServeOptions& options);
+// Serves the modules over HTTP until SIGTERM or SIGINT. Explains on standard error how to fill a store without
+// accounts.
+int serveModules(const ModulePaths& modules, const ConsoleOptions& console, const ServeOptions& options);
 
-// Brings the store to what a fleet file says, all or nothing, and prints the plan with a count. path: the file's.
+// Changes the store to what a fleet file says, all or nothing, and prints the plan and a count. path: of the file, "-"
+// for standard input.
 int applyFleetFile(const std::string& path, const store::ApplyOptions& options);
 
-// Brings the groups and servers of an Ansible inventory into the store, likewise; what was chosen or left out goes to
-// standard error. path: that of the output of ansible-inventory --list; "-" is standard input, here and above.
+// Merges the groups and servers of an Ansible inventory into the store, all or nothing, and prints the plan and a
+// count; notes about what was chosen or left out go to standard error. path: of the output of ansible-inventory --list,
+// "-" for standard input.
 int importAnsibleInventory(const std::string& path, bool isDryRun);
 
-// The whole store as a fleet file.
+// Prints the whole store as a fleet file.
 int exportFleet();
 
 struct NewToken {
-    std::string account;  // its name, here and below
-    std::string label;
-    int days = 0;  // until it expires; 0: never
+    std::string account;  // name of the account
+    std::string label;    // tells it from the account's other tokens
+    int days = 0;         // until it expires, 0 for never
 };
 
-// Makes it and prints it, this once.
-int printToken(const NewToken& token);
+// Creates a token and prints it. It cannot be printed again, because the store keeps only its hash.
+int createToken(const NewToken& token);
 
-// A table of the account's tokens, of everybody's when the name is empty, with times in UTC.
-int printTokens(const std::string& account);
+// Prints a table of the account's tokens, with times in UTC. account: its name, empty for all accounts.
+int listTokens(const std::string& account);
 
-// Takes back the account's tokens with that label, all of them without one, and prints how many there were.
+// Revokes the account's tokens with that label, or all of them without a label, and prints how many there were.
 int revokeTokens(const std::string& account, const std::optional<std::string>& label);
 
 struct MethodCall {
-    std::string account;
+    std::string account;  // name of the account that calls it
     std::string api, method;
     int64_t version = 1;
-    std::string params;  // text of a JSON object; empty: none
+    std::string params;  // text of a JSON object, empty for no parameters
 };
 
+// Calls a method of a module and prints the envelope of its answer.
 int callMethod(const ModulePaths& modules, const MethodCall& call);
 
-// The tree that the account sees, drawn for people.
+// Draws the tree that the account sees.
 int printTree(const ModulePaths& modules, const std::string& account);
 
-// The topmost groups that the account sees. jPaging: an object with those of the listing's parameters "offset",
-// "limit", "sort_by" and "sort_direction" that are given.
-int printOneLevel(const ModulePaths& modules, const std::string& account, const Json::Value& jPaging);
+// Lists the topmost groups that the account sees and prints the envelope. jPaging: an object with any of the listing's
+// parameters "offset", "limit", "sort_by" and "sort_direction".
+int listTopGroups(const ModulePaths& modules, const std::string& account, const Json::Value& jPaging);
 
 struct LinkChange {
     std::string action;  // "add" or "remove"
-    std::string kind;    // of the node: "group" or "server"
+    std::string kind;    // kind of the node: "group" or "server"
     int64_t nodeId = 0;
     int64_t policyId = 0;
 };
 
+// Links a policy to a node or removes the link.
 int changeLink(const ModulePaths& modules, const LinkChange& change);
 
 }  // namespace host

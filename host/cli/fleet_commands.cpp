@@ -1,4 +1,4 @@
-// Fleet files in and out: what is printed is the plan, or the file.
+// Runs the commands that read or write fleet files and inventories.
 #include <unistd.h>
 
 #include <cerrno>
@@ -17,9 +17,9 @@ namespace host {
 
 namespace {
 
-constexpr int kMaxNesting = 1010;  // of the values of a file: a fleet's record may hold one of 1,000 levels
+constexpr int kMaxNesting = 1010;  // of a file, in which a value of a record may have 1,000 levels by itself
 
-std::string nameOf(const std::string& path)
+std::string displayName(const std::string& path)
 {
     return path == "-" ? "standard input" : path;
 }
@@ -29,13 +29,14 @@ Json::Value parseFile(const std::string& path)
     errno = 0;
     std::ifstream file(path == "-" ? "/dev/stdin" : path);
     if (file.peek() == std::ifstream::traits_type::eof()) {
-        throw std::runtime_error("cannot read " + nameOf(path) + ": " + (errno == 0 ? "it is empty" : strerror(errno)));
+        throw std::runtime_error("cannot read " + displayName(path) + ": " +
+                                 (errno == 0 ? "it is empty" : strerror(errno)));
     }
     const std::string text(std::istreambuf_iterator<char>(file), {});
     Json::Value jValue;
     std::string error;
     if (!store::readUntrustedJson(text, kMaxNesting, jValue, error)) {
-        throw std::runtime_error(nameOf(path) + " is not JSON: " + error);
+        throw std::runtime_error(displayName(path) + " is not JSON: " + error);
     }
     return jValue;
 }
@@ -51,7 +52,7 @@ void printCount(const store::PlanCount& count, bool isDryRun)
               << (isDryRun ? "; dry run, nothing was written" : "") << '\n';
 }
 
-// Counts records on a terminal.
+// Shows the number of records done when standard error is a terminal.
 void showProgress(size_t done, size_t total)
 {
     static const bool kIsTerminal = isatty(STDERR_FILENO) != 0;
@@ -68,7 +69,7 @@ int applyFleetFile(const std::string& path, const store::ApplyOptions& options)
     try {
         printCount(store::applyFleet(jFleet, options, printLine, showProgress), options.dryRun);
     } catch (const std::runtime_error& e) {
-        throw std::runtime_error(nameOf(path) + ": " + e.what());
+        throw std::runtime_error(displayName(path) + ": " + e.what());
     }
     return 0;
 }
@@ -85,7 +86,7 @@ int importAnsibleInventory(const std::string& path, bool isDryRun)
     try {
         printCount(store::reviseFleet(revise, isDryRun, printLine, showProgress), isDryRun);
     } catch (const std::runtime_error& e) {
-        throw std::runtime_error(nameOf(path) + ": " + e.what());
+        throw std::runtime_error(displayName(path) + ": " + e.what());
     }
     for (const std::string& note : notes) {
         std::cerr << printable(note) + "\n";

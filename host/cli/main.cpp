@@ -1,4 +1,4 @@
-// zemhost: serves the methods of web API modules over HTTP, and offers them and the node store on the command line.
+// Reads the command line of zemhost, opens the store and runs the command.
 #include <syslog.h>
 
 #include <cstdlib>
@@ -20,25 +20,26 @@
 namespace {
 
 constexpr const char* kVersion = "zemhost " ZEM_VERSION;
-constexpr int kFailed = 1;   // exit status
-constexpr int kMisused = 2;  // exit status
+constexpr int kFailure = 1;     // exit status
+constexpr int kWrongUsage = 2;  // exit status
 
-// The command line is not one that the program takes. The text is for people.
+// The command line is wrong. The text is for people.
 struct UsageError : std::runtime_error {
     using runtime_error::runtime_error;
 };
 
-// The options of all commands, and what the command that is given does. Its own options live with that.
+// The options that commands share, and the function that runs the given command, which owns the options of that
+// command.
 struct CommandLine {
     CLI::App app{"Serves web API modules over HTTP and on the command line.", "zemhost"};
-    std::string store;  // empty: not given
+    std::string store;  // empty when it is not given
     host::ModulePaths modules;
     store::OpenMode mode = store::OpenMode::existingOnly;
-    size_t connections = 1;  // a command has one thread
+    size_t connections = 1;  // to the store; all commands but serve use one thread
     std::function<int()> run;
 };
 
-// Adds a command that works on a store. work: what it does, with the options that are still to be read.
+// Adds a command with the option --store. work: runs the command after its options were read.
 CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, std::function<int()> work)
 {
     CLI::App* pCommand = line.app.add_subcommand(szName, szHelp);
@@ -62,8 +63,8 @@ CLI::Option* addAccount(CLI::App* pCommand, const char* szOption, std::string& a
 void addServe(CommandLine& line)
 {
     const auto pOptions = std::make_shared<host::ServeOptions>();
-    const auto pPage = std::make_shared<host::PageChoice>();
-    const auto work = [&line, pPage, pOptions] { return host::serveModules(line.modules, *pPage, *pOptions); };
+    const auto pConsole = std::make_shared<host::ConsoleOptions>();
+    const auto work = [&line, pConsole, pOptions] { return host::serveModules(line.modules, *pConsole, *pOptions); };
     CLI::App* pServe =
         addCommand(line, "serve", "Serve the modules' methods and the console over HTTP until SIGTERM", work);
     pServe->add_option("--listen", pOptions->address, "IPV4:PORT or [IPV6]:PORT; port 0: any that is free")
@@ -78,9 +79,9 @@ void addServe(CommandLine& line)
         ->check(CLI::Range(1u, 3600u));
     pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow an address that can be reached from elsewhere");
     pServe->add_flag("--debug", pOptions->echoesFailures, "Write the modules' failure lines to standard output, too");
-    auto* pFolder = pServe->add_option("--console", pPage->folder,
+    auto* pFolder = pServe->add_option("--console", pConsole->folder,
                                        "Folder of the console's page; default: the one that came with zemhost");
-    pServe->add_flag("!--no-console", pPage->isServed, "Serve no page")->excludes(pFolder);
+    pServe->add_flag("!--no-console", pConsole->isServed, "Serve no page")->excludes(pFolder);
     addModules(line, pServe);
     pServe->parse_complete_callback([&line, pOptions] {
         line.mode = store::OpenMode::createIfMissing;
@@ -128,7 +129,7 @@ void addToken(CommandLine& line)
 {
     const auto pNew = std::make_shared<host::NewToken>();
     CLI::App* pToken = addCommand(line, "token", "Make another bearer token for an account and print it, this once",
-                                  [pNew] { return host::printToken(*pNew); });
+                                  [pNew] { return host::createToken(*pNew); });
     addAccount(pToken, "NAME", pNew->account);
     pToken->add_option("--label", pNew->label, "What tells it from the account's others");
     pToken->add_option("--days", pNew->days, "Days until it expires; default: never")->check(CLI::Range(1, 36500));
@@ -138,7 +139,7 @@ void addTokens(CommandLine& line)
 {
     const auto pAccount = std::make_shared<std::string>();
     CLI::App* pTokens = addCommand(line, "tokens", "List the tokens of one account or of all, with times in UTC",
-                                   [pAccount] { return host::printTokens(*pAccount); });
+                                   [pAccount] { return host::listTokens(*pAccount); });
     addAccount(pTokens, "NAME", *pAccount)->required(false);
 }
 
@@ -175,7 +176,7 @@ void addCall(CommandLine& line)
     addModules(line, pCommand);
 }
 
-// Adds a paging option whose value becomes a parameter of the listing only when it is given.
+// Adds a paging option. Its value becomes a parameter of the listing when the option is given.
 template <typename Value>
 void addPaging(CLI::App* pList, const char* szOption, const std::shared_ptr<Json::Value>& pPaging, const char* szParam,
                const char* szHelp)
@@ -188,7 +189,7 @@ void addList(CommandLine& line)
 {
     const auto pAccount = std::make_shared<std::string>();
     const auto pPaging = std::make_shared<Json::Value>(Json::objectValue);
-    const auto work = [&line, pAccount, pPaging] { return host::printOneLevel(line.modules, *pAccount, *pPaging); };
+    const auto work = [&line, pAccount, pPaging] { return host::listTopGroups(line.modules, *pAccount, *pPaging); };
     CLI::App* pList = addCommand(line, "list", "List the topmost groups that an account sees", work);
     addPaging<Json::Int64>(pList, "--offset", pPaging, "offset", "Groups to skip");
     addPaging<Json::Int64>(pList, "--limit", pPaging, "limit", "Groups to list at most");
@@ -218,10 +219,10 @@ void addCommands(CommandLine& line)
                            addList, addLink}) {
         add(line);
     }
-    line.app.allow_extras();  // last, so that no command inherits it: only a word in a command's place is left over
+    line.app.allow_extras();  // set after the commands were added, which would inherit it; parse() names the words
 }
 
-// Reads the command line. Returns whether there is a command to run; otherwise what was asked for has been printed.
+// Reads the command line. Returns whether there is a command to run; otherwise the help or version has been printed.
 bool parse(CommandLine& line, int argc, char** argv)
 {
     try {
@@ -242,21 +243,22 @@ bool parse(CommandLine& line, int argc, char** argv)
     return true;
 }
 
-// A password in the URL stays out of the list of processes when it comes from the environment.
-std::string storeOf(const CommandLine& line)
+// Returns the URL of the store: the option's, the environment's or the default. A password in the environment does not
+// show in the list of processes.
+std::string storeUrl(const CommandLine& line)
 {
-    const char* szEnvironment = getenv("ZEM_STORE");
-    if (!line.store.empty() || szEnvironment == nullptr || *szEnvironment == '\0') {
-        return line.store.empty() ? "sqlite:zem.db" : line.store;
+    if (!line.store.empty()) {
+        return line.store;
     }
-    return szEnvironment;
+    const char* szEnvironment = getenv("ZEM_STORE");
+    return szEnvironment == nullptr || *szEnvironment == '\0' ? "sqlite:zem.db" : szEnvironment;
 }
 
-// The store, for as long as it is used: its threads do not outlive what they use.
+// Opens the store, and closes it before the objects that its threads use are destroyed.
 struct OpenStore {
     explicit OpenStore(const CommandLine& line)
     {
-        VELQZEMStoreOpen(storeOf(line), line.mode, line.connections);
+        VELQZEMStoreOpen(storeUrl(line), line.mode, line.connections);
     }
     ~OpenStore()
     {
@@ -269,19 +271,19 @@ int run(int argc, char** argv)
 {
     CommandLine line;
     addCommands(line);
-    if (parse(line, argc, argv)) {
-        openlog("zemhost", LOG_PID, LOG_DAEMON);
-        const OpenStore store(line);
-        const int status = line.run();
-        if (!std::cout.flush()) {
-            throw std::runtime_error("the output could not be written");
-        }
-        return status;
+    if (!parse(line, argc, argv)) {
+        return 0;
     }
-    return 0;
+    openlog("zemhost", LOG_PID, LOG_DAEMON);
+    const OpenStore store(line);
+    const int status = line.run();
+    if (!std::cout.flush()) {
+        throw std::runtime_error("the output could not be written");
+    }
+    return status;
 }
 
-void complain(const std::exception& e)
+void printError(const std::exception& e)
 {
     std::cerr << "zemhost: " + host::printable(e.what()) + "\n";
 }
@@ -293,11 +295,11 @@ int main(int argc, char** argv)
     try {
         return run(argc, argv);
     } catch (const UsageError& e) {
-        complain(e);
+        printError(e);
         std::cerr << "zemhost --help lists the commands, zemhost COMMAND --help their arguments.\n";
-        return kMisused;
+        return kWrongUsage;
     } catch (const std::exception& e) {
-        complain(e);
-        return kFailed;
+        printError(e);
+        return kFailure;
     }
 }

@@ -1,4 +1,4 @@
-// A tree can be moved as long as the program finds everything by where it is itself.
+// Finds the files that come with the program by the program's own path, so that an installed tree can be moved.
 #include "host/cli/program_files.h"
 
 namespace host {

@@ -1,4 +1,4 @@
-// One indented line per node with its kind, name, delegates and linked policies.
+// Draws the tree of groups, servers and policies as text.
 #include "host/cli/tree_view.h"
 
 #include <map>
@@ -16,7 +16,7 @@ namespace {
 const std::map<int, std::string> kKinds = {
     {VELQ_ZEM_TYPE_OU, "group"}, {store::kServerType, "server"}, {store::kPolicyType, "policy"}};
 
-// The member, a null value when jObject has none or is no object.
+// Returns the member, a null value when jObject has none or is no object.
 const Json::Value& member(const Json::Value& jObject, const char* szKey)
 {
     return jObject.isObject() ? jObject[szKey] : Json::Value::nullSingleton();
@@ -29,7 +29,7 @@ const Json::Value& arrayMember(const Json::Value& jObject, const char* szKey)
     return jValue.isArray() ? jValue : kNone;
 }
 
-// The name, else "#" and the identifier.
+// Returns the name, or "#" and the identifier when there is no name.
 std::string label(const Json::Value& jObject, const char* szName, const char* szId)
 {
     if (member(jObject, szName).isString()) {

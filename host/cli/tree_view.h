@@ -1,4 +1,4 @@
-// The fleet's tree drawn for people.
+// Draws the tree of groups, servers and policies as text.
 #pragma once
 
 #include <iosfwd>
@@ -7,8 +7,9 @@
 
 namespace host {
 
-// Draws the nodes, each on a line of its own under its parent, and counts them on a last line. jNodes: the answer of
-// the tree method; a member that is missing or of another type than expected is left out. Any thread may call it.
+// Writes each node on a line of its own, indented under its parent, with its kind, name, delegates and linked policies,
+// and a last line with their numbers. jNodes: the data that the tree method returned; members that are missing or have
+// an unexpected type are left out. Any thread may call it.
 void drawTree(const Json::Value& jNodes, std::ostream& out);
 
 }  // namespace host

@@ -1,4 +1,4 @@
-// How long and how large a request may be, and what becomes of it.
+// Handles one request from the arrival of its head to the end of its answer.
 #include "host/http/exchange.h"
 
 #include <stdexcept>
@@ -13,14 +13,14 @@ namespace host {
 
 namespace {
 
-constexpr std::chrono::seconds kMaxArrival{30};
-constexpr uint64_t kMaxDiscarded = 256 << 20;  // bytes
+constexpr std::chrono::seconds kMaxReceiveTime{30};
+constexpr uint64_t kMaxReceivedBytes = 256 << 20;  // of a body; those beyond its own limit are discarded
 constexpr char kStoreAway[] = "the store does not answer; try again";
 
 Answer healthAnswer()
 {
     return store::isStoreAnswering() ? Answer{200, 0, {R"({"success":true,"data":null})"}}
-                                     : refusal(MHD_HTTP_SERVICE_UNAVAILABLE, kStoreAway);
+                                     : errorAnswer(MHD_HTTP_SERVICE_UNAVAILABLE, kStoreAway);
 }
 
 }  // namespace
@@ -28,7 +28,7 @@ Answer healthAnswer()
 Exchange::Exchange(ServerState& server, MHD_Connection* pConnection)
     : m_server(server), m_pConnection(pConnection), m_socket(socketOf(pConnection)), m_body(server.bodyMemory)
 {
-    ++m_server.exchanges;
+    ++m_server.exchangeCount;
 }
 
 Exchange::~Exchange()
@@ -36,148 +36,149 @@ Exchange::~Exchange()
     if (!m_isAnswered) {
         log("cut");
     }
-    --m_server.exchanges;
+    --m_server.exchangeCount;
 }
 
 MHD_Result Exchange::begin(const char* szPath, const char* szMethod)
 {
     try {
-        m_refused = checkHead(m_pConnection, szPath, szMethod, m_server.modules, m_server.page, m_head);
+        m_refusalStatus = checkHead(m_pConnection, szPath, szMethod, m_server.modules, m_server.page, m_head);
     } catch (const std::exception& e) {
-        logTrouble("a request could not be checked", e.what());
-        m_refused = MHD_HTTP_INTERNAL_SERVER_ERROR;
+        logError("a request could not be checked", e.what());
+        m_refusalStatus = MHD_HTTP_INTERNAL_SERVER_ERROR;
     }
-    if (m_refused != 0) {
-        return sendsBodyUnasked(m_pConnection) ? MHD_YES : respond(refused());
+    if (m_refusalStatus != 0) {
+        return sendsBodyImmediately(m_pConnection) ? MHD_YES : respond(refusal());
+    }
+    if (m_head.resource == Resource::health) {
+        m_answer = healthAnswer();
     }
     if (m_head.resource != Resource::method) {
-        m_answer = m_head.resource == Resource::health ? healthAnswer() : Answer{};
-        m_isHandled = true;
         return MHD_YES;
     }
     const AccountKey account = m_server.tokenCache.find(m_head.tokenHash);
     if (account != kUnknownAccount) {
-        recognise(account);
+        setAccount(account);
     }
     return MHD_YES;
 }
 
 MHD_Result Exchange::receive(const char* pData, size_t size)
 {
-    m_arrived += size;
-    if (m_refused == 0 && !m_isHandled) {
-        m_refused = m_body.append(pData, size);
+    m_receivedBytes += size;
+    if (m_refusalStatus == 0 && m_head.resource == Resource::method) {
+        m_refusalStatus = m_body.append(pData, size);
     }
-    if (m_refused != 0) {
+    if (m_refusalStatus != 0) {
         m_body.drop();
     }
-    const bool isInTime = std::chrono::steady_clock::now() - m_start <= kMaxArrival;
-    return isInTime && m_arrived <= kMaxDiscarded ? MHD_YES : MHD_NO;
+    const bool isInTime = std::chrono::steady_clock::now() - m_start <= kMaxReceiveTime;
+    return isInTime && m_receivedBytes <= kMaxReceivedBytes ? MHD_YES : MHD_NO;
 }
 
 MHD_Result Exchange::finish()
 {
-    if (m_refused == 0 && m_head.resource == Resource::file) {
+    if (m_refusalStatus != 0) {
+        return respond(refusal());
+    }
+    if (m_head.resource == Resource::file) {
         return respondWithFile();
     }
-    if (m_refused != 0 || m_isHandled) {
-        return respond(m_refused != 0 ? refused() : std::move(m_answer));
+    if (m_answer) {
+        return respond(std::move(*m_answer));
     }
-    MHD_suspend_connection(m_pConnection);  // first: a worker may be done with it before wait returns
-    if (!wait()) {
+    MHD_suspend_connection(m_pConnection);  // before the job is queued: a worker may resume it at once
+    if (!enqueueJob()) {
         MHD_resume_connection(m_pConnection);
     }
     return MHD_YES;
 }
 
-bool Exchange::wait() noexcept
+bool Exchange::enqueueJob() noexcept
 {
-    const auto job = [this]() -> FairQueue::Completion {
-        MHD_Connection* const pConnection = m_pConnection;
-        if (serve()) {
-            return {};
-        }
-        return [pConnection] { MHD_resume_connection(pConnection); };
-    };
-    const bool waits = m_server.handlers.add(m_account, job);
-    if (!waits) {
-        m_refused = MHD_HTTP_SERVICE_UNAVAILABLE;
+    const bool isQueued = m_server.handlers.add(m_account, [this] { return runJob(); });
+    if (!isQueued) {
+        m_refusalStatus = MHD_HTTP_SERVICE_UNAVAILABLE;
     }
-    return waits;
+    return isQueued;
 }
 
-std::optional<store::Account> Exchange::findAccount()
+FairQueue::Completion Exchange::runJob() noexcept
 {
+    const FairQueue::Completion resume = [pConnection = m_pConnection] { MHD_resume_connection(pConnection); };
     try {
-        return store::findAccountByToken(m_head.tokenHash);
+        const auto account = authenticate();
+        if (!account) {
+            return resume;
+        }
+        if (account->uid != m_account) {  // the job waited among those of unknown senders, or of another account
+            setAccount(account->uid);
+            return enqueueJob() ? FairQueue::Completion() : resume;
+        }
+        m_head.account = *account;
+        runHandler();
+    } catch (const std::exception& e) {
+        logError("a request could not be served", e.what());
+        m_refusalStatus = MHD_HTTP_INTERNAL_SERVER_ERROR;
+    }
+    return resume;
+}
+
+std::optional<store::Account> Exchange::authenticate()
+{
+    std::optional<store::Account> account;
+    try {
+        account = store::findAccountByToken(m_head.tokenHash);
     } catch (const std::runtime_error& e) {
-        m_refused = MHD_HTTP_SERVICE_UNAVAILABLE;
+        m_refusalStatus = MHD_HTTP_SERVICE_UNAVAILABLE;
         m_isStoreAway = true;
-        if (store::isStoreAnswering() && m_server.storeTrouble.isDue()) {  // else the store has told of its outage
-            logTrouble("the owner of a token could not be looked up", e.what());
+        // An outage is in the log already.
+        if (store::isStoreAnswering() && m_server.storeErrorLimit.isDue()) {
+            logError("the owner of a token could not be looked up", e.what());
         }
         return std::nullopt;
     }
-}
-
-bool Exchange::serve() noexcept
-try {
-    const auto account = findAccount();
-    if (m_isStoreAway) {
-        return false;
-    }
     m_server.tokenCache.update(m_head.tokenHash, account ? std::optional(account->uid) : std::nullopt);
     if (!account) {
-        m_refused = MHD_HTTP_UNAUTHORIZED;
-        return false;
+        m_refusalStatus = MHD_HTTP_UNAUTHORIZED;
     }
-    if (account->uid != m_account) {  // no longer a stranger: it takes its turn among the account's own requests
-        recognise(account->uid);
-        return wait();
-    }
-    m_head.account = *account;
-    m_refused = runHandler();
-    m_isHandled = true;
-    return false;
-} catch (const std::exception& e) {
-    logTrouble("a request could not be served", e.what());
-    m_refused = MHD_HTTP_INTERNAL_SERVER_ERROR;
-    return false;
+    return account;
 }
 
-int Exchange::runHandler()
+void Exchange::runHandler()
 {
     Json::Value jParams;
     try {
         jParams = parseParameters(m_body.text());
     } catch (const std::exception&) {
-        return MHD_HTTP_BAD_REQUEST;
+        m_refusalStatus = MHD_HTTP_BAD_REQUEST;
+        return;
     }
     m_body.drop();
     m_answer = answerRequest(m_head.pRow->pHandler, m_head.account, std::move(jParams));
-    return 0;
 }
 
-void Exchange::recognise(AccountKey account)
+void Exchange::setAccount(AccountKey account)
 {
     m_account = account;
-    m_body.recognise();
-    m_server.waiting.remove(m_socket);
+    m_body.setSenderKnown();
+    m_server.evictableSockets.remove(m_socket);
 }
 
-Answer Exchange::refused() const
+Answer Exchange::refusal() const
 {
-    if (m_refused == MHD_HTTP_METHOD_NOT_ALLOWED) {
-        return refusal(m_refused, std::string("takes only ") + allowedMethods(m_head.resource));
+    if (m_refusalStatus == MHD_HTTP_METHOD_NOT_ALLOWED) {
+        return errorAnswer(m_refusalStatus, std::string("takes only ") + allowedMethods(m_head.resource));
     }
-    return refusal(m_refused, m_isStoreAway ? kStoreAway : "");
+    return errorAnswer(m_refusalStatus, m_isStoreAway ? kStoreAway : "");
 }
 
 MHD_Result Exchange::respond(Answer answer)
 {
     const int code = answer.code;
-    const bool isLast = m_head.isLast || m_server.isStopping;
-    const MHD_Result queued = queueAnswer(m_pConnection, std::move(answer), allowedMethods(m_head.resource), isLast);
+    const bool closeAfterResponse = m_head.closeAfterResponse || m_server.isStopping;
+    const MHD_Result queued =
+        queueAnswer(m_pConnection, std::move(answer), allowedMethods(m_head.resource), closeAfterResponse);
     return noteAnswer(queued, code);
 }
 
@@ -197,8 +198,9 @@ MHD_Result Exchange::noteAnswer(MHD_Result queued, int code)
 
 void Exchange::log(const std::string& code) const noexcept
 {
-    const bool isRoutine = m_head.resource == Resource::health && m_refused == 0;
-    if (!isRoutine) {
+    // A proxy asks for the health every second, which would fill the log.
+    const bool isHealthCheck = m_head.resource == Resource::health && m_refusalStatus == 0;
+    if (!isHealthCheck) {
         logRequest(m_head, m_start, code);
     }
 }

@@ -1,6 +1,8 @@
-// One request and its answer. A request is judged by its head before any of its body is taken in; the body of a refused
-// one is read and thrown away, so that the client gets to see its answer. Its token is looked up when its handler is to
-// start: what counts is whose it is then.
+// Handles one request from the arrival of its head to the end of its answer.
+//
+// The head is checked before any of the body is stored. The body of a refused request is read and discarded, so that
+// the client gets to see the answer. The token is looked up when a worker is about to run the handler, so that a token
+// which was revoked while the request arrived or waited is refused.
 #pragma once
 
 #include <atomic>
@@ -17,34 +19,34 @@
 #include "host/calls/handler_pool.h"
 #include "host/calls/module_loader.h"
 #include "host/calls/token_cache.h"
-#include "host/http/page.h"
+#include "host/http/evictable_sockets.h"
 #include "host/http/request_body.h"
 #include "host/http/request_head.h"
-#include "host/http/waiting_sockets.h"
+#include "host/http/static_files.h"
 
 namespace host {
 
 // What the exchanges of a server share. Any thread may use it.
 struct ServerState {
     const ModuleSet& modules;
-    const Page& page;
-    WaitingSockets waiting;
+    const StaticFiles& page;
+    EvictableSockets evictableSockets;
     TokenCache tokenCache{};
     BodyMemory bodyMemory{};
-    LogRateLimit storeTrouble{};
-    std::atomic<int> exchanges{0};        // how many there are
-    std::atomic<bool> isStopping{false};  // answers are the last on their connections
+    LogRateLimit storeErrorLimit{};
+    std::atomic<int> exchangeCount{0};    // exchanges that exist
+    std::atomic<bool> isStopping{false};  // whether each connection is closed after its next answer
     HandlerPool handlers;
 };
 
-// From a request's head to the end of its answer; its log line is written with the answer, or at the end when there was
-// none. The library's callbacks make the calls, in the order in which they stand here, on the thread that serves the
-// connection. Each throws std::exception when it can do nothing for the request, and returns MHD_NO to have the
-// connection closed. The connection is suspended, and the exchange a worker's, while it waits for its handler and while
-// that runs.
+// One request and its answer. The request is logged with its answer, or at the end when there was none.
+//
+// The library's callbacks call begin, receive and finish, in this order, on the thread that serves the connection. Each
+// throws std::exception when it can do nothing for the request, and returns MHD_NO to have the connection closed. While
+// the handler waits for a worker and runs, the connection is suspended and only the worker uses the exchange.
 class Exchange {
 public:
-    // server: outlives the exchange. pConnection: the library's; it lives until the exchange is over.
+    // server: outlives the exchange. pConnection: belongs to the library and outlives the exchange.
     Exchange(ServerState& server, MHD_Connection* pConnection);
     Exchange(const Exchange&) = delete;
     Exchange& operator=(const Exchange&) = delete;
@@ -53,29 +55,39 @@ public:
     // The head has arrived. szPath, szMethod: as for checkHead.
     MHD_Result begin(const char* szPath, const char* szMethod);
 
-    // A piece of the body has arrived, of that many bytes.
+    // That many bytes of the body have arrived.
     MHD_Result receive(const char* pData, size_t size);
 
-    // The request is complete; after its handler the call is made again, and answers.
+    // The request has arrived completely. Answers it, or queues its handler; the library then calls this again after
+    // the handler.
     MHD_Result finish();
 
 private:
-    // These two tell whether the request waits for a worker from now on; then the exchange is not the caller's any
-    // more. Otherwise it is ready to be answered, and the connection is to be resumed.
-    bool wait() noexcept;
-    bool serve() noexcept;  // on a worker
+    // Queues runJob for m_account. Returns false, and sets the refusal, when the queue is full. After true, another
+    // thread may already use the exchange or have destroyed it.
+    bool enqueueJob() noexcept;
 
-    std::optional<store::Account> findAccount();  // the token's; m_isStoreAway when the store does not say
-    int runHandler();                             // fills m_answer, or returns the HTTP status of the refusal
-    void recognise(AccountKey account);           // the request counts for the account from now on
-    Answer refused() const;
+    // Authenticates the sender and runs the handler, on a worker. Returns the call that resumes the connection, or an
+    // empty one when the job was queued once more.
+    FairQueue::Completion runJob() noexcept;
 
-    // These three on the connection's thread.
+    // Looks the token up. Returns nothing, and sets the refusal, when no account has it or the store does not answer.
+    std::optional<store::Account> authenticate();
+
+    // Parses the body and calls the handler. Sets the answer, or the refusal of a malformed body.
+    void runHandler();
+
+    // Counts the request from now on as the account's: in the queue, in the body memory and among the connections.
+    void setAccount(AccountKey account);
+
+    Answer refusal() const;
+
+    // These three run on the connection's thread.
     MHD_Result respond(Answer answer);
     MHD_Result respondWithFile();
     MHD_Result noteAnswer(MHD_Result queued, int code);  // code: for the log
 
-    void log(const std::string& code) const noexcept;  // a proxy asks for the health every second: no line for that
+    void log(const std::string& code) const noexcept;
 
     ServerState& m_server;
     MHD_Connection* const m_pConnection;
@@ -83,16 +95,15 @@ private:
     const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
     RequestHead m_head;
     RequestBody m_body;
-    AccountKey m_account = kUnknownAccount;  // whom the request counts for
-    Answer m_answer;                         // once it is handled: the handler's, or the server's own
-    bool m_isHandled = false;
-    int m_refused = 0;  // HTTP status of the refusal, 0 for none
-    bool m_isStoreAway = false;
-    uint64_t m_arrived = 0;  // bytes of the body, thrown away ones too
+    AccountKey m_account = kUnknownAccount;  // the account for which the job is queued
+    std::optional<Answer> m_answer;          // the handler's, or that of the health check
+    int m_refusalStatus = 0;                 // HTTP status, 0 while the request is not refused
+    bool m_isStoreAway = false;              // whether it is refused because the store does not answer
+    uint64_t m_receivedBytes = 0;            // of the body, including discarded ones
     bool m_isAnswered = false;
 };
 
-// The connection's socket; it stays the library's.
+// Returns the socket of the connection, which owns it.
 int socketOf(MHD_Connection* pConnection);
 
 }  // namespace host

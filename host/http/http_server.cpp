@@ -1,4 +1,4 @@
-// The library's server: how it is set up, what its callbacks do, how it ends.
+// Runs the HTTP server: starts the library's daemon, passes its callbacks on to exchanges, and stops it.
 #include "host/http/http_server.h"
 
 #include <sys/resource.h>
@@ -33,26 +33,26 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr rlim_t kMaxConnections = 8192;
-constexpr rlim_t kOtherDescriptors = 256;  // files, database connections, what the threads wait on
+constexpr rlim_t kOtherDescriptors = 256;  // for files, database connections and the threads' epoll instances
 constexpr size_t kHeaderMemory = 32 << 10;
-constexpr size_t kWaitingRequests = 1024;
-constexpr std::chrono::seconds kMaxDrain{30};
+constexpr size_t kQueueCapacity = 1024;  // requests that wait for a worker
+constexpr std::chrono::seconds kDrainTimeout{30};
 
-// The library calls this with a request's head, then with each piece of its body, then at its end, and once more when
-// the connection is resumed.
+// The library calls this when the head of a request has arrived, for each part of its body, at its end, and once more
+// when the connection is resumed.
 MHD_Result onRequest(void* pServer, MHD_Connection* pConnection, const char* szPath, const char* szMethod, const char*,
                      const char* pData, size_t* pSize, void** ppExchange)
 {
     try {
         if (*ppExchange == nullptr) {
             auto* pExchange = new Exchange(*static_cast<ServerState*>(pServer), pConnection);
-            *ppExchange = pExchange;  // onCompleted's to delete
+            *ppExchange = pExchange;  // onCompleted deletes it
             return pExchange->begin(szPath, szMethod);
         }
         Exchange& exchange = *static_cast<Exchange*>(*ppExchange);
         return *pSize > 0 ? exchange.receive(pData, std::exchange(*pSize, 0)) : exchange.finish();
     } catch (const std::exception& e) {
-        logTrouble("a request was dropped", e.what());
+        logError("a request was dropped", e.what());
         return MHD_NO;
     }
 }
@@ -60,29 +60,29 @@ MHD_Result onRequest(void* pServer, MHD_Connection* pConnection, const char* szP
 // The library calls this when a request is over, answered or not.
 void onCompleted(void* pServer, MHD_Connection* pConnection, void** ppExchange, MHD_RequestTerminationCode)
 {
-    static_cast<ServerState*>(pServer)->waiting.add(socketOf(pConnection));
+    static_cast<ServerState*>(pServer)->evictableSockets.add(socketOf(pConnection));
     delete static_cast<Exchange*>(std::exchange(*ppExchange, nullptr));
 }
 
-// The library calls this when it has taken a connection, and before it closes the socket.
+// The library calls this when it has accepted a connection, and before it closes the socket.
 void onConnection(void* pServer, MHD_Connection* pConnection, void**, MHD_ConnectionNotificationCode code)
 {
-    WaitingSockets& waiting = static_cast<ServerState*>(pServer)->waiting;
+    EvictableSockets& evictableSockets = static_cast<ServerState*>(pServer)->evictableSockets;
     if (code == MHD_CONNECTION_NOTIFY_STARTED) {
-        waiting.add(socketOf(pConnection));
+        evictableSockets.add(socketOf(pConnection));
     } else {
-        waiting.remove(socketOf(pConnection));
+        evictableSockets.remove(socketOf(pConnection));
     }
 }
 
-// Paths are compared as they were sent: an escaped one would be another spelling of the same method.
+// Leaves paths as the client sent them: decoded, a method would have a second spelling.
 size_t keepEscapes(void*, MHD_Connection*, char* szText)
 {
     return strlen(szText);
 }
 
-// Allows the process as many descriptors as the connections need, as far as its hard limit goes.
-// Returns how many connections there may be.
+// Raises the limit on descriptors to what the connections need, up to the hard limit. Returns the number of connections
+// that the limit allows.
 unsigned reserveDescriptors()
 {
     rlimit limit{};
@@ -119,51 +119,63 @@ unsigned portOf(MHD_Daemon* pDaemon)
     return MHD_get_daemon_info(pDaemon, MHD_DAEMON_INFO_BIND_PORT)->port;
 }
 
-// Stops taking connections, and waits for the requests that are under way. One that comes in the last moment finds the
-// handlers stopped and is refused: when the daemon is stopped, no worker is left that could resume a connection of it.
+// Stops accepting connections, waits for the requests in progress and stops the daemon. The handlers are stopped before
+// the daemon, because no worker may resume a connection of a stopped daemon; a request that arrives in between is
+// refused.
 void stopDaemon(ServerState& server, MHD_Daemon* pDaemon)
 {
     server.isStopping = true;
     const MHD_socket listenFd = MHD_quiesce_daemon(pDaemon);
-    shutdown(listenFd, SHUT_RDWR);  // whoever comes now is turned away, not kept waiting
-    const auto deadline = Clock::now() + kMaxDrain;
-    while (server.exchanges > 0 && Clock::now() < deadline) {
+    shutdown(listenFd, SHUT_RDWR);  // refuses new connections instead of leaving them in the backlog
+    const auto deadline = Clock::now() + kDrainTimeout;
+    while (server.exchangeCount > 0 && Clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    if (server.exchanges > 0) {
+    if (server.exchangeCount > 0) {
         writeLog("zemhost: stopped before every request was answered");
         flushLog();
-        _exit(0);  // the library would wait for a handler without end
+        _exit(0);  // MHD_stop_daemon would wait for the handlers
     }
     server.handlers.stop();
     MHD_stop_daemon(pDaemon);
     close(listenFd);
 }
 
+// Blocks the signals that stop the server in the calling thread and in those that it starts from now on.
+sigset_t blockStopSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+void echoFailures()
+{
+    giTerminalDebug = 1;
+    setvbuf(stdout, nullptr, _IOLBF, 0);  // so that each line is seen when it is written
+}
+
 }  // namespace
 
-void serve(const ModuleSet& modules, const Page& page, const ServeOptions& options)
+void serve(const ModuleSet& modules, const StaticFiles& page, const ServeOptions& options)
 {
     signal(SIGPIPE, SIG_IGN);
-    sigset_t stopSignals;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGTERM);
-    sigaddset(&stopSignals, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);  // also in the threads that start from here on
-
+    const sigset_t stopSignals = blockStopSignals();
     const unsigned connections = reserveDescriptors();
     const int listenFd = openListenSocket(options.address, options.allowRemote);
     const LogThread logThread;
     if (options.echoesFailures) {
-        giTerminalDebug = 1;
-        setvbuf(stdout, nullptr, _IOLBF, 0);  // a line is seen when it is written
+        echoFailures();
     }
     store::setChangeSink([](const std::string& line) { writeLog("change: " + line); });
     store::setOutageSink([](const std::string& line) { writeLog("zemhost: " + printable(line)); });
     ServerState server{.modules = modules,
                        .page = page,
-                       .waiting = WaitingSockets(connections / 2),
-                       .handlers = HandlerPool(options.connections, kWaitingRequests)};
+                       .evictableSockets = EvictableSockets(connections / 2),
+                       .handlers = HandlerPool(options.connections, kQueueCapacity)};
     MHD_Daemon* pDaemon = startDaemon(server, listenFd, connections, options.idleTimeout);
     const std::string ip = options.address.substr(0, options.address.rfind(':'));
     std::cout << "listening on http://" << ip << ':' << portOf(pDaemon) << std::endl;

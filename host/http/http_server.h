@@ -1,29 +1,30 @@
-// The HTTP server: POST /webapi/{API}/{version}/{method} with a bearer token and a JSON object of parameters, and GET
-// of the console's page at / and of its files.
+// Runs the HTTP server: POST /webapi/{API}/{version}/{method} with a bearer token and a JSON object of parameters, GET
+// /health, and GET of the console's page at / and of its files.
 #pragma once
 
 #include <cstddef>
 #include <string>
 
 #include "host/calls/module_loader.h"
-#include "host/http/page.h"
+#include "host/http/static_files.h"
 #include "store/store.h"
 
 namespace host {
 
 struct ServeOptions {
-    std::string address = "127.0.0.1:8480";
-    bool allowRemote = false;                         // both as for openListenSocket
-    bool echoesFailures = false;                      // the modules' failure lines go to standard output, too
-    size_t connections = store::kDefaultConnections;  // to the store; as many requests are handled at a time
-    unsigned idleTimeout = 10;  // seconds until a connection is closed on which nothing moves and no handler is awaited
+    std::string address = "127.0.0.1:8480";           // as for openListenSocket
+    bool allowRemote = false;                         // as for openListenSocket
+    bool echoesFailures = false;                      // whether the modules' failure lines go to standard output, too
+    size_t connections = store::kDefaultConnections;  // to the store; also the number of handlers that run at a time
+    unsigned idleTimeout = 10;  // seconds until a connection is closed on which nothing is sent and no handler awaited
 };
 
-// Serves the modules' methods and the page until SIGTERM or SIGINT, then finishes the requests that have begun to
-// arrive, for 30 seconds at most; the process ends at once, with status 0, when some are not finished then. Prints the
-// address on standard output once it is ready, and a line per request and per change of the store in the log. modules,
-// page: outlive the call. Call it once per process, from the main thread before it starts others. Throws
-// std::runtime_error when it cannot start.
-void serve(const ModuleSet& modules, const Page& page, const ServeOptions& options);
+// Serves the modules' methods and the page until SIGTERM or SIGINT. Prints the address on standard output when it is
+// ready, and logs each request and each change of the store. After the signal it finishes the requests that have begun
+// to arrive; when some are not finished after 30 seconds, it ends the process at once with status 0.
+//
+// modules, page: outlive the call. Call it once per process, from the main thread before that starts others. Throws
+// std::runtime_error when the server cannot start.
+void serve(const ModuleSet& modules, const StaticFiles& page, const ServeOptions& options);
 
 }  // namespace host

@@ -1,4 +1,5 @@
-// Only numbers are read as addresses: what a name stands for could change from loopback to elsewhere.
+// Opens the socket on which the server accepts connections. Only numeric addresses are accepted, because a host name
+// could come to stand for an address that is not loopback.
 #include "host/http/listen_socket.h"
 
 #include <netdb.h>
@@ -53,7 +54,8 @@ int openListenSocket(const std::string& address, bool allowRemote)
     const int fd = socket(pAddress->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd < 0 || setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) < 0 ||
         bind(fd, pAddress->ai_addr, pAddress->ai_addrlen) < 0 || listen(fd, SOMAXCONN) < 0) {
-        throw std::runtime_error("cannot listen on " + address + ": " + strerror(errno));  // the program ends
+        // The program ends, which closes the descriptor.
+        throw std::runtime_error("cannot listen on " + address + ": " + strerror(errno));
     }
     return fd;
 }

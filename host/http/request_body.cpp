@@ -1,5 +1,4 @@
-// Large bodies share a room of fixed size, of which those of strangers get a part; small ones are taken in also when
-// large ones fill it.
+// Collects the body of a request and limits the memory that the bodies of all requests take.
 #include "host/http/request_body.h"
 
 #include <utility>
@@ -11,15 +10,15 @@ namespace host {
 namespace {
 
 constexpr uint64_t kMaxAllBytes = 64 << 20;
-constexpr uint64_t kMaxStrangersBytes = 8 << 20;
-constexpr uint64_t kSmallBytes = 16 << 10;
+constexpr uint64_t kMaxUnknownSendersBytes = 8 << 20;
+constexpr uint64_t kSmallBytes = 16 << 10;  // a body of this size is accepted when large ones fill the memory
 
 }  // namespace
 
-void RequestBody::recognise()
+void RequestBody::setSenderKnown()
 {
-    if (std::exchange(m_isStrangers, false)) {
-        m_memory.strangers -= m_text.size();
+    if (!std::exchange(m_isSenderKnown, true)) {
+        m_memory.unknownSenders -= m_text.size();
     }
 }
 
@@ -30,8 +29,8 @@ int RequestBody::append(const char* pData, size_t size)
     }
     m_text.append(pData, size);
     bool isFull = (m_memory.all += size) > kMaxAllBytes;
-    if (m_isStrangers) {
-        isFull |= (m_memory.strangers += size) > kMaxStrangersBytes;
+    if (!m_isSenderKnown) {
+        isFull |= (m_memory.unknownSenders += size) > kMaxUnknownSendersBytes;
     }
     return isFull && m_text.size() > kSmallBytes ? MHD_HTTP_SERVICE_UNAVAILABLE : 0;
 }
@@ -39,8 +38,8 @@ int RequestBody::append(const char* pData, size_t size)
 void RequestBody::drop()
 {
     m_memory.all -= m_text.size();
-    if (m_isStrangers) {
-        m_memory.strangers -= m_text.size();
+    if (!m_isSenderKnown) {
+        m_memory.unknownSenders -= m_text.size();
     }
     std::string().swap(m_text);
 }

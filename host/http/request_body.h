@@ -1,4 +1,4 @@
-// The bodies of requests in memory, and the limits that keep clients from filling it.
+// Collects the body of a request and limits the memory that the bodies of all requests take.
 #pragma once
 
 #include <atomic>
@@ -8,18 +8,18 @@
 
 namespace host {
 
-// Bytes of all bodies that a server holds, and of those among them whose senders are not known. Any thread may use it.
+// Bytes of the bodies that a server holds. Any thread may use the object.
 struct BodyMemory {
     std::atomic<uint64_t> all{0};
-    std::atomic<uint64_t> strangers{0};
+    std::atomic<uint64_t> unknownSenders{0};  // those of them whose sender's account is not known
 };
 
-// One body while it arrives and until it has been parsed. One thread at a time; each body may be another thread's.
+// One body, from the arrival of its first bytes until it has been parsed. One thread at a time may use the object.
 class RequestBody {
 public:
     static constexpr uint64_t kMaxBytes = 4 << 20;
 
-    // Of a stranger. memory: outlives the body.
+    // The sender counts as unknown at first. memory: outlives the body.
     explicit RequestBody(BodyMemory& memory) : m_memory(memory) {}
     RequestBody(const RequestBody&) = delete;
     RequestBody& operator=(const RequestBody&) = delete;
@@ -28,15 +28,14 @@ public:
         drop();
     }
 
-    // The sender is an account's: from now on the body does not count among those of strangers.
-    void recognise();
+    // Takes the body, now and later, out of the limit for unknown senders.
+    void setSenderKnown();
 
-    // Takes in a piece of that many bytes. Returns 0, or the HTTP status of the limit that it breaks: 413 for this
-    // body's own, 503 for one of all bodies or those of strangers together. The body is of no use then; drop it. Throws
-    // std::bad_alloc.
+    // Appends that many bytes. Returns 0, or the HTTP status when a limit is exceeded: 413 for the one on this body,
+    // 503 for the one on all bodies or on those of unknown senders. Call drop() then. Throws std::bad_alloc.
     int append(const char* pData, size_t size);
 
-    // Gives the memory back.
+    // Releases the memory.
     void drop();
 
     const std::string& text() const
@@ -47,7 +46,7 @@ public:
 private:
     BodyMemory& m_memory;
     std::string m_text;
-    bool m_isStrangers = true;
+    bool m_isSenderKnown = false;
 };
 
 }  // namespace host

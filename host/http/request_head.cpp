@@ -1,4 +1,4 @@
-// The order of the checks decides which refusal a client gets: one without a token is told nothing about its body.
+// Reads the head of a request and decides whether the request is refused before any of its body is read.
 #include "host/http/request_head.h"
 
 #include <strings.h>
@@ -15,8 +15,8 @@ namespace host {
 
 namespace {
 
-// The value of a request header, "" when there is none.
-const char* header(MHD_Connection* pConnection, const char* szName)
+// Returns the value of a request header, "" when there is none.
+const char* headerValue(MHD_Connection* pConnection, const char* szName)
 {
     const char* szValue = MHD_lookup_connection_value(pConnection, MHD_HEADER_KIND, szName);
     return szValue == nullptr ? "" : szValue;
@@ -24,25 +24,26 @@ const char* header(MHD_Connection* pConnection, const char* szName)
 
 uint64_t declaredLength(MHD_Connection* pConnection)
 {
-    return strtoull(header(pConnection, MHD_HTTP_HEADER_CONTENT_LENGTH), nullptr, 10);
+    return strtoull(headerValue(pConnection, MHD_HTTP_HEADER_CONTENT_LENGTH), nullptr, 10);
 }
 
-// Whether the head gives more than one end of the body: a proxy in front may have read another than the library does.
-bool isBodyAmbiguous(MHD_Connection* pConnection)
+// Whether the head defines the length of the body more than once: a proxy in front of the server may have read another
+// length than the library does.
+bool hasAmbiguousLength(MHD_Connection* pConnection)
 {
-    int ends = 0;
-    const auto count = [](void* pEnds, MHD_ValueKind, const char* szName, const char*) {
-        const bool isEnd = strcasecmp(szName, MHD_HTTP_HEADER_CONTENT_LENGTH) == 0 ||
-                           strcasecmp(szName, MHD_HTTP_HEADER_TRANSFER_ENCODING) == 0;
-        *static_cast<int*>(pEnds) += isEnd ? 1 : 0;
+    int lengths = 0;
+    const auto count = [](void* pLengths, MHD_ValueKind, const char* szName, const char*) {
+        const bool isLength = strcasecmp(szName, MHD_HTTP_HEADER_CONTENT_LENGTH) == 0 ||
+                              strcasecmp(szName, MHD_HTTP_HEADER_TRANSFER_ENCODING) == 0;
+        *static_cast<int*>(pLengths) += isLength ? 1 : 0;
         return MHD_YES;
     };
-    MHD_get_connection_values(pConnection, MHD_HEADER_KIND, count, &ends);
-    return ends > 1;
+    MHD_get_connection_values(pConnection, MHD_HEADER_KIND, count, &lengths);
+    return lengths > 1;
 }
 
-// Finds what the path stands for, and a method's row or the file.
-void resolvePath(const char* szPath, const ModuleSet& modules, const Page& page, RequestHead& head)
+// Finds the resource that the path stands for, with the row of a method or the file.
+void resolvePath(const char* szPath, const ModuleSet& modules, const StaticFiles& page, RequestHead& head)
 {
     char szApi[100], szVersion[19], szMethod[100];
     int end = 0;
@@ -74,28 +75,28 @@ bool isAllowed(Resource resource, const char* szMethod)
     return strcmp(szMethod, MHD_HTTP_METHOD_GET) == 0 || strcmp(szMethod, MHD_HTTP_METHOD_HEAD) == 0;
 }
 
-// Whether a method can be called: who calls, and what of its body can be told by now.
+// Checks the headers of a method call. The token comes first: a client without one learns nothing about its body.
 int checkCall(MHD_Connection* pConnection, RequestHead& head)
 {
-    head.tokenHash = hashOfBearer(header(pConnection, MHD_HTTP_HEADER_AUTHORIZATION));
+    head.tokenHash = bearerTokenHash(headerValue(pConnection, MHD_HTTP_HEADER_AUTHORIZATION));
     if (head.tokenHash.empty()) {
         return MHD_HTTP_UNAUTHORIZED;
     }
     if (declaredLength(pConnection) > RequestBody::kMaxBytes) {
         return MHD_HTTP_CONTENT_TOO_LARGE;
     }
-    const char* szEncoding = header(pConnection, MHD_HTTP_HEADER_CONTENT_ENCODING);
+    const char* szEncoding = headerValue(pConnection, MHD_HTTP_HEADER_CONTENT_ENCODING);
     return *szEncoding == '\0' || strcasecmp(szEncoding, "identity") == 0 ? 0 : MHD_HTTP_BAD_REQUEST;
 }
 
 }  // namespace
 
 int checkHead(MHD_Connection* pConnection, const char* szPath, const char* szMethod, const ModuleSet& modules,
-              const Page& page, RequestHead& head)
+              const StaticFiles& page, RequestHead& head)
 {
     resolvePath(szPath, modules, page, head);
-    head.isLast = isBodyAmbiguous(pConnection);
-    if (head.isLast) {
+    head.closeAfterResponse = hasAmbiguousLength(pConnection);
+    if (head.closeAfterResponse) {
         return MHD_HTTP_BAD_REQUEST;
     }
     if (head.resource == Resource::none) {
@@ -112,10 +113,10 @@ const char* allowedMethods(Resource resource)
     return resource == Resource::method ? "POST" : "GET, HEAD";
 }
 
-bool sendsBodyUnasked(MHD_Connection* pConnection)
+bool sendsBodyImmediately(MHD_Connection* pConnection)
 {
-    const bool waits = strcasecmp(header(pConnection, MHD_HTTP_HEADER_EXPECT), "100-continue") == 0;
-    const bool isChunked = *header(pConnection, MHD_HTTP_HEADER_TRANSFER_ENCODING) != '\0';
+    const bool waits = strcasecmp(headerValue(pConnection, MHD_HTTP_HEADER_EXPECT), "100-continue") == 0;
+    const bool isChunked = *headerValue(pConnection, MHD_HTTP_HEADER_TRANSFER_ENCODING) != '\0';
     return !waits && (isChunked || declaredLength(pConnection) > 0);
 }
 

@@ -1,4 +1,4 @@
-// What the head of a request says, and whether the request is refused for it before any of its body is taken in.
+// Reads the head of a request and decides whether the request is refused before any of its body is read.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 #include <microhttpd.h>
 
 #include "host/calls/module_loader.h"
-#include "host/http/page.h"
+#include "host/http/static_files.h"
 #include "store/store.h"
 
 namespace host {
@@ -14,31 +14,32 @@ namespace host {
 // What a path stands for.
 enum class Resource {
     none,
-    method,  // of a module, to be called
-    health,  // whether the store answers, for who watches the server
-    file,    // of the console's page; nobody needs a token for it
+    method,  // a method of a module, to be called
+    health,  // the state of the store, for a proxy or monitor
+    file,    // a file of the console's page, for which no token is needed
 };
 
 struct RequestHead {
     Resource resource = Resource::none;
-    std::string api, method;                // as the client wrote them; a path of another form is all in api
-    const VELQ::APIMethod* pRow = nullptr;  // the module's; null when none offers the method
-    const PageFile* pFile = nullptr;        // the page's; null unless the path is one's
+    std::string api, method;                // as the client wrote them; api is the path when that is no method's
+    const VELQ::APIMethod* pRow = nullptr;  // the method's table row, for Resource::method
+    const StaticFile* pFile = nullptr;      // for Resource::file
     std::string tokenHash;                  // of the bearer token
-    store::Account account;                 // the token's; empty before it was looked up
-    bool isLast = false;                    // the connection cannot be used for another request
+    store::Account account;                 // the sender's, empty until the token was looked up
+    bool closeAfterResponse = false;        // whether the connection cannot be used for another request
 };
 
-// Reads a request's head into head and judges it, on the thread that serves the connection. szPath: as it was sent,
-// without decoding; szMethod: of HTTP. Returns the HTTP status of the refusal (400, 401, 404, 405, 413), 0 for none;
-// the token may still be nobody's. Throws std::bad_alloc; what was read before is in head then.
+// Reads the head of a request into head and checks it, without looking the token up. szPath: as the client sent it, not
+// decoded. szMethod: the HTTP method. Returns 0, or the HTTP status of the refusal (400, 401, 404, 405, 413). Throws
+// std::bad_alloc; head then holds what was read so far. Call it on the thread that serves the connection.
 int checkHead(MHD_Connection* pConnection, const char* szPath, const char* szMethod, const ModuleSet& modules,
-              const Page& page, RequestHead& head);
+              const StaticFiles& page, RequestHead& head);
 
-// The HTTP methods that the resource takes, as a header lists them.
+// Returns the HTTP methods that the resource takes, as a header lists them.
 const char* allowedMethods(Resource resource);
 
-// Whether the client sends a body without waiting to be told so. On the thread that serves the connection.
-bool sendsBodyUnasked(MHD_Connection* pConnection);
+// Returns whether the client sends a body without waiting for "100 Continue". Call it on the thread that serves the
+// connection.
+bool sendsBodyImmediately(MHD_Connection* pConnection);
 
 }  // namespace host

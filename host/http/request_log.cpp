@@ -1,4 +1,4 @@
-// The fields of a line are escaped, so that none can look like two.
+// Writes a line of the log for each request. The fields are escaped, so that none can look like two.
 #include "host/http/request_log.h"
 
 #include <exception>

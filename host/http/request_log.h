@@ -1,4 +1,4 @@
-// The lines of the log that tell of requests. Any thread may call the function.
+// Writes a line of the log for each request. Any thread may call the function.
 #pragma once
 
 #include <chrono>
@@ -8,8 +8,8 @@
 
 namespace host {
 
-// Writes a request's line: time in UTC, account, API, method, code, milliseconds since start. code: the envelope's
-// code, HTTP's status for a file of the page, or "cut" when the client got no answer.
+// Writes the line of a request: time in UTC, account, API, method, code, milliseconds since start. code: the error code
+// of the envelope, the HTTP status for a static file, or "cut" when the connection ended without an answer.
 void logRequest(const RequestHead& head, std::chrono::steady_clock::time_point start, const std::string& code) noexcept;
 
 }  // namespace host

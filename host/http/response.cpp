@@ -1,4 +1,5 @@
-// The parts of an answer are handed to the library, not copied: a tree may have many megabytes.
+// Sends a JSON answer on its connection. The library takes over the parts without copying them: a tree may have many
+// megabytes.
 #include "host/http/response.h"
 
 #include <memory>
@@ -24,11 +25,11 @@ MHD_Response* makeResponse(std::vector<std::string> parts)
     if (pResponse == nullptr) {
         throw std::bad_alloc();
     }
-    static_cast<void>(pParts.release());  // the response's now
+    static_cast<void>(pParts.release());  // the response owns them now
     return pResponse;
 }
 
-void addHeaders(MHD_Response* pResponse, int status, const char* szAllowed, bool isLast)
+void addHeaders(MHD_Response* pResponse, int status, const char* szAllowed, bool closeAfterResponse)
 {
     MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
     MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
@@ -38,17 +39,17 @@ void addHeaders(MHD_Response* pResponse, int status, const char* szAllowed, bool
     if (status == MHD_HTTP_UNAUTHORIZED) {
         MHD_add_response_header(pResponse, MHD_HTTP_HEADER_WWW_AUTHENTICATE, "Bearer");
     }
-    if (isLast) {
+    if (closeAfterResponse) {
         MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONNECTION, "close");
     }
 }
 
 }  // namespace
 
-MHD_Result queueAnswer(MHD_Connection* pConnection, Answer answer, const char* szAllowed, bool isLast)
+MHD_Result queueAnswer(MHD_Connection* pConnection, Answer answer, const char* szAllowed, bool closeAfterResponse)
 {
     MHD_Response* pResponse = makeResponse(std::move(answer.parts));
-    addHeaders(pResponse, answer.status, szAllowed, isLast);
+    addHeaders(pResponse, answer.status, szAllowed, closeAfterResponse);
     const MHD_Result queued = MHD_queue_response(pConnection, static_cast<unsigned>(answer.status), pResponse);
     MHD_destroy_response(pResponse);
     return queued;

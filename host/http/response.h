@@ -1,4 +1,4 @@
-// Sending an answer back on its connection.
+// Sends a JSON answer on its connection.
 #pragma once
 
 #include <microhttpd.h>
@@ -7,10 +7,10 @@
 
 namespace host {
 
-// Queues the answer as the connection's response, with the headers that go with its status. szAllowed:
-// the HTTP methods that what was asked for takes, told when the status is that of another one. isLast: the connection
-// is closed after it. Returns what the library says, MHD_NO when it closes the connection instead. Throws
-// std::bad_alloc. To be called once per request, on the thread that serves the connection.
-MHD_Result queueAnswer(MHD_Connection* pConnection, Answer answer, const char* szAllowed, bool isLast);
+// Queues the answer as the response of the connection, with the headers for its status. szAllowed: the HTTP methods
+// that the resource takes, sent with status 405. closeAfterResponse: whether the connection ends with it. Returns the
+// library's result: MHD_NO when it closes the connection instead. Throws std::bad_alloc. Call it once per request, on
+// the thread that serves the connection.
+MHD_Result queueAnswer(MHD_Connection* pConnection, Answer answer, const char* szAllowed, bool closeAfterResponse);
 
 }  // namespace host

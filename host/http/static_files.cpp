@@ -1,6 +1,5 @@
-// The page may load and call nothing but this server, and nothing may frame it: text that slipped into its markup could
-// neither run nor send a token away.
-#include "host/http/page.h"
+// Serves the files of the console's page to browsers.
+#include "host/http/static_files.h"
 
 #include <cstring>
 #include <fstream>
@@ -15,7 +14,7 @@ namespace host {
 
 namespace {
 
-constexpr size_t kMaxBytes = 16 << 20;  // of all files; another folder was meant when there are more
+constexpr size_t kMaxBytes = 16 << 20;  // of all files; a larger folder is not the page's
 
 struct Pair {
     const char* szName;
@@ -29,8 +28,10 @@ constexpr Pair kTypes[] = {
     {".svg", "image/svg+xml; charset=utf-8"},
 };
 
+// The page may load from and call only this server, and no other page may frame it. Text that got into its markup could
+// therefore neither run nor send a token away.
 constexpr Pair kHeaders[] = {
-    {MHD_HTTP_HEADER_CACHE_CONTROL, "no-cache"},  // kept, but asked about: a new version is seen at once
+    {MHD_HTTP_HEADER_CACHE_CONTROL, "no-cache"},  // browsers keep the file but ask each time whether it changed
     {"Content-Security-Policy",
      "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; base-uri 'none'; "
      "form-action 'none'; frame-ancestors 'none'"},
@@ -40,7 +41,7 @@ constexpr Pair kHeaders[] = {
     {"X-Frame-Options", "DENY"},
 };
 
-// The type of a file of that name; null when a page has none such.
+// Returns the media type of the file, null when the page has no such files.
 const char* typeOf(const std::filesystem::path& path)
 {
     for (const Pair& type : kTypes) {
@@ -61,28 +62,28 @@ std::string readFile(const std::filesystem::path& path)
     return bytes;
 }
 
-// Whether the client has the file as it is.
-bool isKnown(MHD_Connection* pConnection, const PageFile& file)
+// Whether the client has this version of the file.
+bool isCached(MHD_Connection* pConnection, const StaticFile& file)
 {
     const char* szEtags = MHD_lookup_connection_value(pConnection, MHD_HEADER_KIND, MHD_HTTP_HEADER_IF_NONE_MATCH);
     return szEtags != nullptr && (strcmp(szEtags, "*") == 0 || strstr(szEtags, file.etag.c_str()) != nullptr);
 }
 
-void addHeaders(MHD_Response* pResponse, const PageFile& file, bool isLast)
+void addHeaders(MHD_Response* pResponse, const StaticFile& file, bool closeAfterResponse)
 {
     for (const Pair& header : kHeaders) {
         MHD_add_response_header(pResponse, header.szName, header.szValue);
     }
     MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_TYPE, file.szType);
     MHD_add_response_header(pResponse, MHD_HTTP_HEADER_ETAG, file.etag.c_str());
-    if (isLast) {
+    if (closeAfterResponse) {
         MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONNECTION, "close");
     }
 }
 
 }  // namespace
 
-void Page::load(const std::filesystem::path& folder)
+void StaticFiles::load(const std::filesystem::path& folder)
 try {
     size_t total = 0;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
@@ -107,22 +108,22 @@ try {
     throw std::runtime_error("the console's page cannot be read: " + folder.string() + ": " + e.code().message());
 }
 
-const PageFile* Page::find(std::string_view path) const
+const StaticFile* StaticFiles::find(std::string_view path) const
 {
     const auto file = m_files.find(path);
     return file == m_files.end() ? nullptr : &file->second;
 }
 
-MHD_Result queueFile(MHD_Connection* pConnection, const PageFile& file, bool isLast, int& status)
+MHD_Result queueFile(MHD_Connection* pConnection, const StaticFile& file, bool closeAfterResponse, int& status)
 {
-    status = isKnown(pConnection, file) ? MHD_HTTP_NOT_MODIFIED : MHD_HTTP_OK;  // the library sends no body with 304
-    MHD_Response* pResponse =
-        MHD_create_response_from_buffer(  // which points to the bytes: slow readers hold no copies
-            file.bytes.size(), const_cast<char*>(file.bytes.data()), MHD_RESPMEM_PERSISTENT);
+    status = isCached(pConnection, file) ? MHD_HTTP_NOT_MODIFIED : MHD_HTTP_OK;  // the library sends no body with 304
+    // The response refers to the bytes instead of copying them for each slow reader.
+    MHD_Response* pResponse = MHD_create_response_from_buffer(file.bytes.size(), const_cast<char*>(file.bytes.data()),
+                                                              MHD_RESPMEM_PERSISTENT);
     if (pResponse == nullptr) {
         throw std::bad_alloc();
     }
-    addHeaders(pResponse, file, isLast);
+    addHeaders(pResponse, file, closeAfterResponse);
     const MHD_Result queued = MHD_queue_response(pConnection, static_cast<unsigned>(status), pResponse);
     MHD_destroy_response(pResponse);
     return queued;
