@@ -1,4 +1,4 @@
-// Whose job the host runs next, and that threads which hand each other jobs lose none.
+// Tests the order in which the host starts jobs, and that no job is lost when several threads add jobs.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -15,59 +15,62 @@ namespace {
 
 using host::FairQueue;
 
-// What comes to pass on a queue of that size. A letter stands for an account: a capital one adds a job, a small one
-// finishes one, and whatever may start then starts. started: the jobs by account and number, "!" for one that found no
-// place.
-struct Course {
-    const char* fault;
-    size_t workers, places;
+// A sequence of events on a queue. Each letter stands for an account: the capital letter adds a job, the small one
+// finishes one. After each event, all jobs that may start do. started: the jobs in the order in which they started, by
+// account and number, with "!" for one that the queue refused.
+struct Scenario {
+    const char* expectation;
+    size_t workers, capacity;
     const char* events;
     const char* started;
 };
 
-constexpr Course kCourses[] = {
-    {"an account's jobs change places, or others wait for all of them", 1, 99, "AAABBaaba", "A1 A2 B1 A3 B2 "},
-    {"an account takes more than half of what is idle, or leaves it idle", 8, 99, "AAAAABBBCCDDE",
-     "A1 A2 A3 A4 B1 B2 C1 D1 "},
-    {"who may not start keeps others waiting, or loses its turn", 4, 99, "AAABBaCbc", "A1 A2 B1 A3 C1 B2 "},
-    {"an account takes more than half of the places, or leaves them empty", 1, 4, "AAAABBCD", "A1 ! ! ! "},
-    {"a place is not given back", 1, 2, "AAAaAAaA", "A1 ! A2 ! A4 "},
-    {"a worker is not given back, or is twice", 2, 99, "AaAaAaAAABB", "A1 A2 A3 A4 B1 "},
+constexpr Scenario kScenarios[] = {
+    {"accounts take turns, and each account's jobs start in their order", 1, 99, "AAABBaaba", "A1 A2 B1 A3 B2 "},
+    {"an account gets up to half of the idle workers", 8, 99, "AAAAABBBCCDDE", "A1 A2 A3 A4 B1 B2 C1 D1 "},
+    {"an account that may not start a job keeps its turn and delays no other", 4, 99, "AAABBaCbc",
+     "A1 A2 B1 A3 C1 B2 "},
+    {"an account gets up to half of the free queue", 1, 4, "AAAABBCD", "A1 ! ! ! "},
+    {"a job that starts frees its slot in the queue", 1, 2, "AAAaAAaA", "A1 ! A2 ! A4 "},
+    {"a job that finishes frees its worker once", 2, 99, "AaAaAaAAABB", "A1 A2 A3 A4 B1 "},
 };
 
-void startAll(FairQueue& queue)
+// Returns a job that appends its name to the text.
+FairQueue::Job makeJob(const std::string& name, std::string& text)
 {
-    while (const auto started = queue.start()) {
-        started->job();
-    }
+    return [&text, name] {
+        text += name + ' ';
+        return FairQueue::Completion();
+    };
 }
 
-std::string play(const Course& course)
+std::string play(const Scenario& scenario)
 {
-    FairQueue queue(course.workers, course.places);
+    FairQueue queue(scenario.workers, scenario.capacity);
     std::string started;
     std::map<char, int> added;
-    for (const char* pEvent = course.events; *pEvent != '\0'; ++pEvent) {
+    for (const char* pEvent = scenario.events; *pEvent != '\0'; ++pEvent) {
         const char account = static_cast<char>(std::toupper(*pEvent));
         if (account != *pEvent) {
             queue.finish(account);
-        } else if (const std::string name = account + std::to_string(++added[account]) + ' ';
-                   !queue.add(account, [&started, name] { return started += name, nullptr; })) {
+        } else if (!queue.add(account, makeJob(account + std::to_string(++added[account]), started))) {
             started += "! ";
         }
-        startAll(queue);
+        while (const auto next = queue.start()) {
+            next->job();
+        }
     }
     return started;
 }
 
-TEST(FairQueue, accountsShareWorkersAndPlaces)
+TEST(FairQueue, accountsShareWorkersAndCapacity)
 {
-    for (const Course& course : kCourses) {
-        EXPECT_EQ(play(course), course.started) << course.fault;
+    for (const Scenario& scenario : kScenarios) {
+        EXPECT_EQ(play(scenario), scenario.started) << scenario.expectation;
     }
 }
 
-// A chain of jobs, each of which adds the next one for another account when it is done.
+// Adds a chain of jobs: the completion of each adds the next one, for another account.
 void addChain(host::HandlerPool& pool, std::atomic<int>& running, int links)
 {
     const auto job = [&pool, &running, links]() -> FairQueue::Completion {
@@ -84,7 +87,7 @@ void addChain(host::HandlerPool& pool, std::atomic<int>& running, int links)
     }
 }
 
-TEST(HandlerPoolThreads, runEveryJobThatWasTakenAndNoneAfterTheStop)
+TEST(HandlerPoolThreads, runEveryJobThatWasAddedAndRefuseJobsAfterTheStop)
 {
     constexpr int kThreads = 4, kChains = 50, kLinks = 40;
     std::atomic<int> running{kThreads * kChains};
@@ -104,7 +107,9 @@ TEST(HandlerPoolThreads, runEveryJobThatWasTakenAndNoneAfterTheStop)
         std::this_thread::yield();
     }
     pool.stop();
-    EXPECT_FALSE(pool.add(1, [] { return ADD_FAILURE(), nullptr; }));
+    std::string text;
+    EXPECT_FALSE(pool.add(1, makeJob("late", text)));
+    EXPECT_EQ(text, "");
 }
 
 }  // namespace

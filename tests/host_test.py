@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The server's program as a process: the module that was built, a store in a temporary folder, requests over HTTP.
+"""Tests zemhost as a process, with the modules that were built, a store in a temporary folder and requests over HTTP.
 
 usage: tests/host_test.py BUILD_DIR [option of unittest or HostTest.test_...]
 """
@@ -32,80 +32,84 @@ DATA = pathlib.Path(__file__).resolve().parent / "data"
 FLEET = SAMPLE.read_text(encoding="utf-8")
 HUGE = b" " * (100 << 20)
 
-# The fault that a row catches, the status of the refusal, and what sets the request apart from one for the tree that is
-# served.
+# What is expected, the HTTP status of the refusal, and the difference to a valid request for the tree.
 REFUSALS = [
-    ("whoever has no token is served", 401, {"token": None}),
-    ("an empty token is somebody's", 401, {"token": ""}),
-    ("any token will do", 401, {"token": "0" * 64}),
-    ("a huge body hides from its sender that the token is unknown", 401, {"token": "x", "body": HUGE}),
-    ("a huge body is sent for nothing by who waits to be asked for it", 413,
+    ("a request without a token is refused", 401, {"token": None}),
+    ("an empty token is refused", 401, {"token": ""}),
+    ("an unknown token is refused", 401, {"token": "0" * 64}),
+    ("the sender of a huge body is told that the token is unknown", 401, {"token": "x", "body": HUGE}),
+    ("a client that waits for 100 Continue is refused before it sends a huge body", 413,
      {"body": None, "headers": {"Expect": "100-continue", "Content-Length": len(HUGE)}}),
-    ("a body has no limit, or its sender sees no answer", 413, {"body": HUGE}),
-    ("a body without a length has no limit", 413, {"body": (HUGE[:65536] for _ in range(1600))}),
-    ("the rest of a cut body is made up", 400, {"body": '{"name":'}),
-    ("what follows a value is overlooked", 400, {"body": "{}{}"}),
-    ("an array reaches the handler as parameters", 400, {"body": "[]"}),
-    ("one of two values is picked", 400, {"body": '{"name":"a","name":"b"}'}),
-    ("text that is not UTF-8 reaches the handler", 400, {"body": b'{"name":"\xc0\xaf"}'}),
-    ("nesting overflows the stack", 400, {"body": '{"a":' + "[" * 100000 + "]" * 100000 + "}"}),
-    ("compressed text is taken for JSON", 400, {"body": "{}", "headers": {"Content-Encoding": "gzip"}}),
-    ("a link to the address calls the method", 405, {"method": "GET"}),
-    ("a method that is not there asks for a token or another verb", 404,
+    ("a body over the limit is refused, and its sender gets the answer", 413, {"body": HUGE}),
+    ("a chunked body over the limit is refused", 413, {"body": (HUGE[:65536] for _ in range(1600))}),
+    ("incomplete JSON is refused", 400, {"body": '{"name":'}),
+    ("text after the JSON object is refused", 400, {"body": "{}{}"}),
+    ("an array as parameters is refused", 400, {"body": "[]"}),
+    ("a repeated name is refused", 400, {"body": '{"name":"a","name":"b"}'}),
+    ("text that is not UTF-8 is refused", 400, {"body": b'{"name":"\xc0\xaf"}'}),
+    ("deep nesting is refused", 400, {"body": '{"a":' + "[" * 100000 + "]" * 100000 + "}"}),
+    ("a compressed body is refused", 400, {"body": "{}", "headers": {"Content-Encoding": "gzip"}}),
+    ("GET of a method is refused", 405, {"method": "GET"}),
+    ("an unknown method is not found, whatever the token and the HTTP method", 404,
      {"path": "/webapi/VELQ.ZEM.Tree/1/drop", "token": None, "method": "GET"}),
-    ("any version is the first", 404, {"path": "/webapi/VELQ.ZEM.Tree/2/get"}),
-    ("a version may have a sign", 404, {"path": "/webapi/VELQ.ZEM.Tree/+1/get"}),
-    ("a version may begin with a zero", 404, {"path": "/webapi/VELQ.ZEM.Tree/01/get"}),
-    ("a version wraps around after 64 bits", 404, {"path": "/webapi/VELQ.ZEM.Tree/18446744073709551617/get"}),
-    ("a method has a second spelling with escapes", 404, {"path": "/webapi/VELQ.ZEM.Tree/1/%67et"}),
-    ("a long path overflows its buffer", 404, {"path": "/webapi/" + "x" * 10000 + "/1/get"}),
-    ("an exception of a handler ends the server", 500, {"path": "/webapi/Test/1/run"}),
+    ("an unknown version is not found", 404, {"path": "/webapi/VELQ.ZEM.Tree/2/get"}),
+    ("a version with a sign is not found", 404, {"path": "/webapi/VELQ.ZEM.Tree/+1/get"}),
+    ("a version with a leading zero is not found", 404, {"path": "/webapi/VELQ.ZEM.Tree/01/get"}),
+    ("a version of more than 64 bits is not found", 404, {"path": "/webapi/VELQ.ZEM.Tree/18446744073709551617/get"}),
+    ("a method with an escaped name is not found", 404, {"path": "/webapi/VELQ.ZEM.Tree/1/%67et"}),
+    ("a long path is not found", 404, {"path": "/webapi/" + "x" * 10000 + "/1/get"}),
+    ("an exception of a handler is answered with 500", 500, {"path": "/webapi/Test/1/run"}),
 ]
 
-# What the message of a refusal says, by status.
-MEANINGS = {400: "JSON", 401: "token", 404: "no such method", 405: "takes only POST", 413: "4 MiB", 500: "failed", 503: "busy"}
+# A part of the message of a refusal, by status.
+MESSAGES = {400: "JSON", 401: "token", 404: "no such method", 405: "takes only POST", 413: "4 MiB", 500: "failed"}
 
-# The fault that a row catches, a request of the delegate m.okafor, its code and what its message says. The first row
-# leaves a reason behind for those after it.
+# What is expected, a request of the delegate m.okafor, its error code and a part of its message. After the first row,
+# which the store refuses, a reason that is not forgotten would show in the rows after it.
 REASONS = [
-    ("the store's reason is kept", "create", {"id": 0, "name": "Web staging", "parent_id": 3}, 117, "of that name"),
-    ("the reason of an earlier request is told again", "delete", {"node_id": 0}, 101, "root"),
-    ("the module's answer has a code only", "set", {"multiple_data": 1}, 101, "parameter"),
-    ("no caller is known to the store", "set", {"node_id": 3, "parent_id": 6}, 117, "parent_id: group 6 is not yours"),
-    ("what is not seen is told from what is not there", "set", {"node_id": 3, "parent_id": 77}, 117,
+    ("a refusal of the store says why", "create", {"id": 0, "name": "Web staging", "parent_id": 3}, 117,
+     "of that name"),
+    ("a refusal does not repeat the reason of an earlier request", "delete", {"node_id": 0}, 101, "root"),
+    ("a refusal of the module has the text for its code", "set", {"multiple_data": 1}, 101, "parameter"),
+    ("a move to another's group is refused", "set", {"node_id": 3, "parent_id": 6}, 117,
+     "parent_id: group 6 is not yours"),
+    ("a group that is not there is refused like another's group", "set", {"node_id": 3, "parent_id": 77}, 117,
      "parent_id: group 77 is not yours"),
-    ("a delegate is not told which group", "set", {"node_id": 6, "name": "x"}, 414, "group 6 is not yours"),
-    ("a name breaks the JSON of the answer", "create", {"id": 0, "name": "b", "parent_id": "ODD"}, 117, r'"\x0A'),
+    ("a refusal names the group that is not the caller's", "set", {"node_id": 6, "name": "x"}, 414,
+     "group 6 is not yours"),
+    ("a name with a quote and a line end is escaped in the message", "create",
+     {"id": 0, "name": "b", "parent_id": "ODD"}, 117, r'"\x0A'),
 ]
 
-# The fault that a row catches, the targets of a policy that the delegate m.okafor adds, kinds and identifiers, the
-# policy, and code and message of the answer.
+# What is expected, the targets (kind and identifier) to which the delegate m.okafor links a policy, the policy, and the
+# code and a part of the message of the answer.
 LINKS = [
-    ("one's own group and server are refused", "g3 s9", 8, 0, None),
-    ("another's server is linked", "g3 s11", 4, 414, "group 0 is not yours to manage"),
-    ("whether a server is there is told to everybody", "g3 s77", 4, 414, "group 0 is not yours to manage"),
-    ("another's group is linked", "s9 g6", 4, 414, "group 6 is not yours to manage"),
-    ("a policy that is not seen is linked", "s9", 7, 414, "no policy 7 that you see"),
-    ("targets may be anything", "p8", 4, 101, "parameter"),
+    ("the delegate's own group and server are linked", "g3 s9", 8, 0, None),
+    ("another's server is refused", "g3 s11", 4, 414, "group 0 is not yours to manage"),
+    ("a server that is not there is refused like another's server", "g3 s77", 4, 414, "group 0 is not yours to manage"),
+    ("another's group is refused", "s9 g6", 4, 414, "group 6 is not yours to manage"),
+    ("a policy that the delegate does not see is refused", "s9", 7, 414, "no policy 7 that you see"),
+    ("a target that is a policy is refused", "p8", 4, 101, "parameter"),
 ]
 
-# The fault of a fleet file, a text of the sample and what takes its place first, and what the message names.
+# The fault of a fleet file, a text of the sample and its replacement, and a part of the message that refuses the file.
 BROKEN_FLEETS = [
-    ("two groups of one identifier", '"id": 12, "parent_id": 0', '"id": 11, "parent_id": 0', "groups[11]"),
+    ("two groups with the same identifier", '"id": 12, "parent_id": 0', '"id": 11, "parent_id": 0', "groups[11]"),
     ("a parent that is not there", '"id": 12, "parent_id": 0', '"id": 12, "parent_id": 99', "groups[11]"),
-    ("groups under one another", '"id": 6, "parent_id": 0', '"id": 6, "parent_id": 10', "groups["),
+    ("two groups below each other", '"id": 6, "parent_id": 0', '"id": 6, "parent_id": 10', "groups["),
     ("a text as identifier", '"parent_id": 12, "name"', '"parent_id": "12", "name"', "servers[29]"),
     ("a delegate without an account", '"ugid": 1001', '"ugid": 77', "groups[2]"),
-    ("rights lost by a mistyped key", '"delegate":', '"delegates":', "groups[2].delegates"),
-    ("one of two values is picked", '"admin": true', '"admin": true, "admin": false', "admin"),
-    ("nobody who may do anything", '"admin": true', '"admin": false', "administrator"),
-    ("a key that steers the terminal", '"address":', r'"\u001b[2J":', r"servers[0].\x1B[2J"),
-    ("an end in the middle", FLEET[len(FLEET) // 2:], "", "Line "),
-    ("nothing", FLEET, "", "empty"),
-    ("nesting that overflows the stack", FLEET, "[" * 5000 + "]" * 5000, "too deep"),
+    ("a mistyped key", '"delegate":', '"delegates":', "groups[2].delegates"),
+    ("a repeated name in an object", '"admin": true', '"admin": true, "admin": false', "admin"),
+    ("no administrator", '"admin": true', '"admin": false', "administrator"),
+    ("a key with control characters for the terminal", '"address":', r'"\u001b[2J":', r"servers[0].\x1B[2J"),
+    ("a text that ends in the middle", FLEET[len(FLEET) // 2:], "", "Line "),
+    ("an empty file", FLEET, "", "empty"),
+    ("nesting that is too deep", FLEET, "[" * 5000 + "]" * 5000, "too deep"),
 ]
 
-# A line of the exported sample, by a part of it, what takes the place of that part (None: the line goes), and the plan.
+# A part of a line in the exported sample, the replacement of that part (None: the line is deleted), and the line of the
+# plan that is expected.
 EDITS = [
     ('"Headquarters"', '"Head office"', '~ group 1 name Headquarters -> "Head office"'),
     ('"parent_id": 3, "name": "Web staging"', '"parent_id": 5, "name": "Web staging"', "~ group 4 parent_id 3 -> 5"),
@@ -124,92 +128,97 @@ EDITS = [
     ('  {"id": 30,', '  {"id": 31, "parent_id": 4, "name": "new1"},\n  {"id": 30,', "+ server 31 new1"),
 ]
 
-# The fault of a command, the command, and what its message names.
-VAIN_COMMANDS = [
+# The fault of a command, the command, and a part of its message.
+FAILING_COMMANDS = [
     ("an account that is not there", "tree --as nobody", 'no account "nobody"'),
     ("a method that is not there", "call --as admin VELQ.ZEM.Tree drop", "no module offers"),
     ("parameters of another type", "call --as admin VELQ.ZEM.Tree get --params []", "not a JSON object"),
-    ("an error as answer", 'call --as admin VELQ.ZEM.KXGroup delete --params {"node_id":0}', '"code":101'),
+    ("a method that answers with an error",
+     'call --as admin VELQ.ZEM.KXGroup delete --params {"node_id":0}', '"code":101'),
     ("a policy that is not there", "link add group 12 99", "not changed"),
-    ("a folder as fleet file", "apply .", "directory"),
-    ("a fleet file as inventory", f"import ansible {SAMPLE}", 'group "accounts": not a list of names'),
-    ("an address that others reach", "serve --listen 0.0.0.0:0", "--allow-remote"),
+    ("a folder as the fleet file", "apply .", "directory"),
+    ("a fleet file as the inventory", f"import ansible {SAMPLE}", 'group "accounts": not a list of names'),
+    ("an address that other machines reach", "serve --listen 0.0.0.0:0", "--allow-remote"),
     ("an address without a port", "serve --listen localhost", "no address"),
-    ("a page that is not there", "serve --listen 127.0.0.1:0 --console nowhere", "nowhere"),
-    ("a page without a beginning", "serve --listen 127.0.0.1:0 --console .", "no index.html"),
+    ("a folder of the page that is not there", "serve --listen 127.0.0.1:0 --console nowhere", "nowhere"),
+    ("a folder of the page without index.html", "serve --listen 127.0.0.1:0 --console .", "no index.html"),
     ("a module that is not there", "tree --as admin --module none.so", "none.so"),
     ("a module that is no shared object", "tree --as admin --module text.so", "text.so"),
-    ("a module without a table", f"tree --as admin --module {BUILD}/libvelqplatform.so", "GetAPITable"),
-    ("two modules with one method", f"tree --as admin --module {MODULE} --module {MODULE}", "duplicate"),
+    ("a module without a method table", f"tree --as admin --module {BUILD}/libvelqplatform.so", "GetAPITable"),
+    ("two modules with the same method", f"tree --as admin --module {MODULE} --module {MODULE}", "duplicate"),
     ("a table row without a handler", "tree --as admin --module test.so", "row 1"),
 ]
 
 
-# The fault that a row catches, a command line that is wrong, and what its message names.
-MISUSES = [
-    ("an option before the command is silently dropped", "--bogus 1 tokens", "before the command"),
-    ("an unknown command is taken for an argument", "tre --as admin", 'no command "tre"'),
-    ("nothing is asked for and nothing said", "", "command is missing"),
-    ("an account is made up", "tree", "--as"),
-    ("a word too many is overlooked", "tree --as admin now", "now"),
+# What is wrong with a command line, the command line, and a part of its message.
+WRONG_USAGES = [
+    ("an option before the command", "--bogus 1 tokens", "before the command"),
+    ("an unknown command", "tre --as admin", 'no command "tre"'),
+    ("no command", "", "command is missing"),
+    ("no account", "tree", "--as"),
+    ("a word too many", "tree --as admin now", "now"),
     ("an inventory of another program", "import puppet x", "puppet"),
-    ("a kind of node without links", "link add policy 12 1", "policy"),
-    ("an option's text is taken for a number", "token admin --days soon", "--days"),
-    ("a page is wanted and not wanted", "serve --console . --no-console", "--console"),
-    ("a server without a connection to its store", "serve --connections 0", "--connections"),
-    ("more connections than there are descriptors for", "serve --connections 65", "--connections"),
-    ("a token ends before it begins", "token admin --days 0", "--days"),
+    ("a kind of node that has no links", "link add policy 12 1", "policy"),
+    ("a text as a number", "token admin --days soon", "--days"),
+    ("two options that exclude each other", "serve --console . --no-console", "--console"),
+    ("no connection to the store", "serve --connections 0", "--connections"),
+    ("too many connections to the store", "serve --connections 65", "--connections"),
+    ("a token without a lifetime", "token admin --days 0", "--days"),
 ]
 
-# The fault that a row catches, a request for the page, its status and the type of what it gets. Nobody has a token.
+# What is expected, the HTTP method and path of a request without a token, and the status and media type of its answer.
 PAGE = [
-    ("the folder's address shows nothing", "GET", "/", 200, "text/html; charset=utf-8"),
-    ("a script has a type that browsers do not run", "GET", "/tree.js", 200, "text/javascript; charset=utf-8"),
-    ("a style sheet has none that they take", "GET", "/look.css", 200, "text/css; charset=utf-8"),
-    ("a picture is shown as text", "GET", "/icon.svg", 200, "image/svg+xml; charset=utf-8"),
-    ("what stands behind the path changes the file", "GET", "/tree.js?file=../outside.js", 200,
+    ("/ is index.html", "GET", "/", 200, "text/html; charset=utf-8"),
+    ("a script has the type that browsers run", "GET", "/tree.js", 200, "text/javascript; charset=utf-8"),
+    ("a style sheet has the type that browsers apply", "GET", "/look.css", 200, "text/css; charset=utf-8"),
+    ("a picture has the type that browsers draw", "GET", "/icon.svg", 200, "image/svg+xml; charset=utf-8"),
+    ("a query does not change the file", "GET", "/tree.js?file=../outside.js", 200,
      "text/javascript; charset=utf-8"),
-    ("a file is sent to who asks for its head", "HEAD", "/tree.js", 200, "text/javascript; charset=utf-8"),
-    ("a file takes what is posted to it", "POST", "/tree.js", 405, "application/json"),
-    ("a file can be taken away", "DELETE", "/", 405, "application/json"),
-    ("a path leads out of the folder", "GET", "/../outside.js", 404, "application/json"),
-    ("an escaped path leads out of it", "GET", "/%2e%2e/outside.js", 404, "application/json"),
-    ("a path with escaped slashes leads out of it", "GET", "/..%2foutside.js", 404, "application/json"),
-    ("a path of the file system is one of the page", "GET", "//etc/hostname", 404, "application/json"),
-    ("a file has a second address", "GET", "//tree.js", 404, "application/json"),
-    ("a path ends at a NUL", "GET", "/tree.js%00.html", 404, "application/json"),
-    ("whatever lies in the folder is served", "GET", "/notes.txt", 404, "application/json"),
-    ("hidden files are served", "GET", "/.draft.js", 404, "application/json"),
-    ("folders are served", "GET", "/inner/tree.js", 404, "application/json"),
-    ("a file that came later is served", "GET", "/late.js", 404, "application/json"),
+    ("HEAD gives no body", "HEAD", "/tree.js", 200, "text/javascript; charset=utf-8"),
+    ("POST of a file is refused", "POST", "/tree.js", 405, "application/json"),
+    ("DELETE of a file is refused", "DELETE", "/", 405, "application/json"),
+    ("a path out of the folder is not found", "GET", "/../outside.js", 404, "application/json"),
+    ("an escaped path out of the folder is not found", "GET", "/%2e%2e/outside.js", 404, "application/json"),
+    ("a path out of the folder with escaped slashes is not found", "GET", "/..%2foutside.js", 404, "application/json"),
+    ("an absolute path of the file system is not found", "GET", "//etc/hostname", 404, "application/json"),
+    ("a path with two slashes is not found", "GET", "//tree.js", 404, "application/json"),
+    ("a path with a NUL is not found", "GET", "/tree.js%00.html", 404, "application/json"),
+    ("a file of another type is not found", "GET", "/notes.txt", 404, "application/json"),
+    ("a hidden file is not found", "GET", "/.draft.js", 404, "application/json"),
+    ("a file in a subfolder is not found", "GET", "/inner/tree.js", 404, "application/json"),
+    ("a file that was added after the start is not found", "GET", "/late.js", 404, "application/json"),
 ]
 
-PAGE_POLICY = ("default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
-               "base-uri 'none'; form-action 'none'; frame-ancestors 'none'")
+SECURITY_HEADERS = {
+    "Content-Security-Policy": "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src "
+                               "'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'",
+    "Referrer-Policy": "no-referrer", "X-Content-Type-Options": "nosniff", "X-Frame-Options": "DENY",
+    "Cross-Origin-Resource-Policy": "same-origin",
+}
 
-# Commands that find nothing to do where there is no store.
-READING = ["tree --as admin", "list --as admin", "call VELQ.ZEM.Tree get --as admin", "link add group 1 1", "tokens",
-           "token admin", "revoke admin", "export"]
+# Commands that fail when there is no store.
+COMMANDS_ON_A_STORE = ["tree --as admin", "list --as admin", "call VELQ.ZEM.Tree get --as admin", "link add group 1 1",
+                       "tokens", "token admin", "revoke admin", "export"]
 
-LINE = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ \S.*")  # of the log
+LOG_LINE = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ \S.*")
 
 
 def each_node(nodes, parent=0):
-    """Every node of a tree, with the identifier of the group above it, 0 at the top."""
+    """Yields every node of a tree with the identifier of its parent, 0 for the top level."""
     for node in nodes:
         yield node, parent
         yield from each_node(node["children"] or [], node["node_id"])
 
 
 class HostTest(unittest.TestCase):
-    """Each test has a store of its own and, once it has called serve, a server, which must end with status 0."""
+    """Each test has its own store. The server that serve() starts must end with status 0."""
 
     def setUp(self):
         self.store = Store(BUILD, self.enterContext(tempfile.TemporaryDirectory(prefix="zem-")))
         self.store.fill()
 
     def serve(self, *arguments, account="admin"):
-        """Starts the server. Gives a token of the account."""
+        """Starts the server and returns a token of the account."""
         self.server = Server(self.store, *arguments)
         self.addCleanup(self.server.stop)
         return self.store.token(account)
@@ -248,15 +257,15 @@ class HostTest(unittest.TestCase):
         groups = {node["name"] for node, _ in each_node(answer["data"]) if node["node_type"] == 2}
         self.assertEqual(groups, {"Web", "Web staging", "Warehouses", "Lab"})
 
-    def test_bad_requests_are_refused_and_the_next_is_served(self):
+    def test_bad_requests_are_refused_and_the_next_one_is_served(self):
         self.build_module("[](void*, void*) { throw 1; }")
         token = self.serve("--module", "test.so", "--module", MODULE)
         good = {"path": TREE, "token": token}
-        for fault, expected, difference in REFUSALS:
-            with self.subTest(fault):
+        for expectation, code, difference in REFUSALS:
+            with self.subTest(expectation):
                 status, answer = self.request(**{**good, **difference})
-                self.assertEqual((status, answer["error"]["code"]), (expected, expected))
-                self.assertIn(MEANINGS[expected], answer["error"]["message"])
+                self.assertEqual((status, answer["error"]["code"]), (code, code))
+                self.assertIn(MESSAGES[code], answer["error"]["message"])
                 self.assertTrue(self.request(**good)[1]["success"])
         self.server.stop()
         log = self.store.log.read_text(encoding="utf-8")
@@ -268,14 +277,14 @@ class HostTest(unittest.TestCase):
         self.assertNotIn(token, log)
 
     def send(self, path, token, *arguments, **options):
-        """Sends a request. Gives the connection, whose answer is still to be read."""
+        """Sends a request and returns the connection without reading the answer."""
         connection = self.server.connect()
         self.addCleanup(connection.close)
         send(connection, path, token, *arguments, **options)
         return connection
 
     def get(self, method, path, headers=(), body=None):
-        """Sends a request without a token. Gives the answer, whose text is read as "text"."""
+        """Sends a request without a token and returns the answer, with its body as "text"."""
         with contextlib.closing(self.server.connect()) as connection:
             send(connection, path, None, body, method, headers)
             answer = connection.getresponse()
@@ -283,7 +292,7 @@ class HostTest(unittest.TestCase):
             return answer
 
     def serve_page(self):
-        """Starts the server with a page of some files. Gives their contents by name."""
+        """Starts the server with a page of a few files and returns their contents by name."""
         folder = self.store.folder / "page"
         (folder / "inner").mkdir(parents=True)
         names = ["index.html", "tree.js", "look.css", "icon.svg", "notes.txt", ".draft.js", "inner/tree.js"]
@@ -294,10 +303,10 @@ class HostTest(unittest.TestCase):
         (folder / "tree.js").write_text("changed")
         return {name: f"this is {name}".encode() for name in names}
 
-    def test_page_is_its_files_and_nothing_else(self):
+    def test_page_serves_its_files_and_nothing_else(self):
         contents = self.serve_page()
-        for fault, method, path, status, content_type in PAGE:
-            with self.subTest(fault):
+        for expectation, method, path, status, content_type in PAGE:
+            with self.subTest(expectation):
                 answer = self.get(method, path)
                 self.assertEqual((answer.status, answer.headers["Content-Type"]), (status, content_type))
                 if status == 200:
@@ -308,7 +317,7 @@ class HostTest(unittest.TestCase):
         self.assertEqual(self.get("GET", "/tree.js", body=HUGE).status, 200)
         self.assertRegex(self.store.log.read_text(encoding="utf-8"), r"(?m)Z - /look\.css - 200 \d+$")
 
-    def test_page_is_sent_again_only_when_it_changed_and_obeys_nobody_else(self):
+    def test_page_is_revalidated_by_its_tag_and_has_security_headers(self):
         self.serve_page()
         first = self.get("GET", "/tree.js")
         tag = first.headers["ETag"]
@@ -318,25 +327,20 @@ class HostTest(unittest.TestCase):
             self.assertEqual((again.headers["ETag"], again.headers["Cache-Control"]), (tag, "no-cache"))
         self.assertNotEqual(self.get("GET", "/look.css").headers["ETag"], tag)
         for answer in first, again, self.get("HEAD", "/"):
-            self.assertEqual({name: answer.headers[name] for name in ["Content-Security-Policy", "Referrer-Policy",
-                                                                      "X-Content-Type-Options", "X-Frame-Options",
-                                                                      "Cross-Origin-Resource-Policy"]},
-                             {"Content-Security-Policy": PAGE_POLICY, "Referrer-Policy": "no-referrer",
-                              "X-Content-Type-Options": "nosniff", "X-Frame-Options": "DENY",
-                              "Cross-Origin-Resource-Policy": "same-origin"})
+            self.assertEqual({name: answer.headers[name] for name in SECURITY_HEADERS}, SECURITY_HEADERS)
 
-    def test_page_is_left_out_when_it_is_not_wanted(self):
+    def test_option_no_console_serves_no_page(self):
         token = self.serve("--no-console")
         self.assertEqual(self.get("GET", "/").status, 404)
         self.assertEqual(self.request(TREE, token)[0], 200)
 
-    def test_long_handlers_leave_others_room_and_termination_answers_all(self):
+    def test_slow_handlers_leave_capacity_to_other_accounts_and_shutdown_answers_all(self):
         self.build_module('[](void*, void*) { while (access("go", F_OK) != 0) usleep(1000); }')
         token = self.serve("--idle-timeout", "1", "--module", "test.so", "--module", MODULE)
         other = self.store.token("m.okafor")
         for known in token, other:
             self.request(TREE, known)
-        most = 4 + 512  # half of the threads, half of the places
+        most = 4 + 512  # half of the workers, half of the queue
         clients = [self.send("/webapi/Test/1/run", token) for _ in range(most + 3)]
         limit = time.monotonic() + 30
         refused = []
@@ -349,7 +353,7 @@ class HostTest(unittest.TestCase):
         self.assertCountEqual(wait([client.sock for client in clients], timeout=0), refused)
         self.assertEqual({receive(client)[0] for client in clients if client.sock in refused}, {503})
         clients = [client for client in clients if client.sock and client.sock not in refused]
-        for gone in clients[:2] + clients[-2:]:  # handlers run, or wait, for clients that are not there any more
+        for gone in clients[:2] + clients[-2:]:  # their handlers still run or wait
             gone.close()
         self.server.process.terminate()
         (self.store.folder / "go").touch()
@@ -366,8 +370,8 @@ class HostTest(unittest.TestCase):
         _, answer = self.request(CREATE, token, json.dumps({"id": 0, "name": 'a"\n', "parent_id": 3}))
         odd = answer["data"]["ids"]
         self.assertTrue(self.request(CREATE, token, json.dumps({"id": 0, "name": "b", "parent_id": odd}))[1]["success"])
-        for fault, method, params, code, reason in REASONS:
-            with self.subTest(fault):
+        for expectation, method, params, code, reason in REASONS:
+            with self.subTest(expectation):
                 text = json.dumps(params).replace('"ODD"', str(odd))
                 status, answer = self.request(f"/webapi/VELQ.ZEM.KXGroup/1/{method}", token, text)
                 self.assertEqual((status, answer["error"]["code"]), (200, code))
@@ -383,8 +387,8 @@ class HostTest(unittest.TestCase):
             nodes = (node for node, _ in each_node(self.request(TREE, admin)[1]["data"]))
             node = next(node for node in nodes if (node["node_type"], node["node_id"]) == (kind, id))
             return [link["gpo_id"] for link in (node["linked_gpo"] or {"order": []})["order"]]
-        for fault, names, policy, code, reason in LINKS:
-            with self.subTest(fault):
+        for expectation, names, policy, code, reason in LINKS:
+            with self.subTest(expectation):
                 targets = [{"node_type": "  gsp".index(name[0]), "node_id": int(name[1:])} for name in names.split()]
                 _, answer = self.request(LINK, token, json.dumps({"id": policy, "target_add": targets}))
                 self.assertEqual(answer.get("error", {}).get("code", 0), code)
@@ -398,7 +402,7 @@ class HostTest(unittest.TestCase):
             notices = database.execute("SELECT node_type, node_id, uid FROM gpo_fetch ORDER BY 1").fetchall()
         self.assertEqual(notices, [(2, 3, 1001), (3, 9, 1001)])
 
-    def test_two_modules_keep_their_tables_in_either_order(self):
+    def test_two_modules_work_together_in_either_order(self):
         params = '{"id":8,"target_add":[{"node_type":2,"node_id":12}]}'
         for paths in [(MODULE, NEIGHBOUR), (NEIGHBOUR, MODULE)]:
             modules = [option for path in paths for option in ("--module", path)]
@@ -415,7 +419,7 @@ class HostTest(unittest.TestCase):
             self.assertLess(time.monotonic(), limit, f"/health does not become {status}")
             time.sleep(0.05)
 
-    def test_health_tells_whether_the_store_answers(self):
+    def test_health_says_whether_the_store_answers(self):
         self.serve("--no-console")
         away = self.store.path.with_name("away")
         for _ in range(2):
@@ -436,11 +440,11 @@ class HostTest(unittest.TestCase):
         self.assertEqual(self.request("/health/x", None, method="GET")[0], 404)
         self.server.stop()
         lines = [line.split(" ", 1)[1] for line in self.store.log.read_text(encoding="utf-8").splitlines()]
-        for line, expected in zip(lines, ["zemhost: the store does not answer: ", "zemhost: the store answers again after "
-                                          ] * 2 + ["- /health - 405 ", "- /health/x - 404 "], strict=True):
+        outage = ["zemhost: the store does not answer: ", "zemhost: the store answers again after "]
+        for line, expected in zip(lines, outage * 2 + ["- /health - 405 ", "- /health/x - 404 "], strict=True):
             self.assertTrue(line.startswith(expected), lines)
 
-    def test_no_name_splits_a_line_of_the_log(self):
+    def test_names_with_line_ends_do_not_split_log_lines(self):
         self.store.path.unlink()
         fleet = json.loads(FLEET)
         fleet["accounts"].append({"uid": 77, "name": "eve\nadmin", "admin": False})
@@ -454,13 +458,13 @@ class HostTest(unittest.TestCase):
         self.assertIn("Failed [0 > VELQZEMOuCreate(&ou)]", self.server.process.stdout.readline())
         self.server.stop()
         lines = self.store.log.read_text(encoding="utf-8").splitlines()
-        self.assertEqual([line for line in lines if not LINE.fullmatch(line)], [])
+        self.assertEqual([line for line in lines if not LOG_LINE.fullmatch(line)], [])
         said = "\n".join(line.split(" ", 1)[1] for line in lines)
         self.assertRegex(said, r"module: .*No permission for normal user \[eve\\x0Aadmin\] on group \[3\]")
         self.assertRegex(said, r"module: .*Failed \[0 > VELQZEMOuCreate")
         self.assertEqual(re.findall("^change: (.*)", said, re.MULTILINE), ["admin group 13 created"])
 
-    def test_who_does_not_read_the_log_stops_nobody(self):
+    def test_unread_log_drops_lines_and_blocks_no_request(self):
         reader, writer = os.pipe()
         fcntl.fcntl(reader, fcntl.F_SETPIPE_SZ, 4096)
         self.addCleanup(os.close, reader)
@@ -477,13 +481,13 @@ class HostTest(unittest.TestCase):
                 log += os.read(reader, 65536)
             *lines, last = log.decode().splitlines()
             self.assertEqual(len(lines) + int(re.search(r"(\d+) lines were dropped", last)[1]), sent)
-            self.assertEqual([line for line in lines if not LINE.fullmatch(line)], [])
+            self.assertEqual([line for line in lines if not LOG_LINE.fullmatch(line)], [])
             for _ in range(sent):
                 request(connection, "/" + "x" * 100, None)
         self.server.process.terminate()
         self.assertEqual(self.server.process.wait(timeout=20), 0)
 
-    def test_tokens_are_made_listed_and_taken_back_one_by_one(self):
+    def test_tokens_are_created_listed_and_revoked(self):
         kept, lost = self.serve(), self.store.token("admin", "--label", "old laptop", "--days", "2")
         expired = self.store.token("m.okafor", "--days", "1")
         for token in kept, lost, expired:
@@ -504,7 +508,7 @@ class HostTest(unittest.TestCase):
         self.store.run("revoke", "admin")
         self.assertEqual(self.request(TREE, kept)[0], 401)
 
-    def test_token_is_looked_up_when_the_handler_starts(self):
+    def test_token_revoked_while_the_body_arrives_is_refused(self):
         token = self.serve()
         self.request(TREE, token)
         client = self.send(TREE, token, None, headers={"Expect": "100-continue", "Content-Length": 2})
@@ -515,7 +519,7 @@ class HostTest(unittest.TestCase):
         self.assertEqual(receive(client)[0], 401)
         self.assertEqual(self.request(TREE, new_token)[0], 200)
 
-    def test_bodies_of_strangers_leave_others_room(self):
+    def test_bodies_with_unknown_tokens_leave_memory_to_known_accounts(self):
         token = self.serve()
         self.request(TREE, token)
         body = b" " * (1 << 20)
@@ -523,15 +527,15 @@ class HostTest(unittest.TestCase):
             self.send(CREATE, "0" * 64, None, headers={"Content-Length": 2 << 20}).sock.sendall(body)
         limit = time.monotonic() + 30
         status = 401
-        while status == 401 and time.monotonic() < limit:  # until the bodies have arrived, which have 7 of 8 MiB
+        while status == 401 and time.monotonic() < limit:  # until the bodies above have arrived, which take 7 of 8 MiB
             status, _ = self.request(TREE, "0" * 64, body + body)
         self.assertEqual(status, 503)
         self.assertEqual(self.request(TREE, token, body + body + b"{}")[0], 200)
 
-    def test_broken_fleets_say_where_and_change_nothing(self):
+    def test_broken_fleet_files_are_refused_with_the_place_and_change_nothing(self):
         self.store.path.unlink()
         for fault, text, other, place in BROKEN_FLEETS:
-            with self.subTest(fault):
+            with self.subTest(refused=fault):
                 (self.store.folder / "broken.json").write_text(FLEET.replace(text, other, 1), encoding="utf-8")
                 self.assertIn(place, self.store.run("apply", "broken.json", status=1))
         self.store.fill()
@@ -541,11 +545,11 @@ class HostTest(unittest.TestCase):
         self.assertEqual(self.store.run("tree", "--as", "admin"), tree)
 
     def trees(self):
-        """The trees of all accounts, as the module answers."""
+        """Returns the module's answers for the trees of all accounts, by account name."""
         names = re.findall(r'"uid": \d+, "name": "([^"]+)"', self.store.run("export"))
         return {name: self.store.run("call", "VELQ.ZEM.Tree", "get", "--as", name) for name in names}
 
-    def test_exported_fleet_is_the_same_elsewhere_to_the_byte(self):
+    def test_exported_fleet_gives_the_same_trees_and_export_in_another_store(self):
         deep = '{"id":8,"parent_id":0,"name":"deep","extra_info":' + "[" * 990 + "]" * 990 + "}"
         (self.store.folder / "deep.json").write_text('{"groups":[{"id":0,"desc":"all"},' + deep + "]}")
         self.store.run("apply", "deep.json")
@@ -562,13 +566,13 @@ class HostTest(unittest.TestCase):
                 self.assertEqual(self.store.run("export"), text)
                 self.assertEqual(self.store.run("apply", "--prune", "fleet.json"), "0 created, 0 changed, 0 deleted\n")
 
-    def test_plan_holds_exactly_what_was_edited(self):
+    def test_plan_lists_exactly_the_edits(self):
         before, trees = self.store.run("export"), self.trees()
         text = before
         for part, other, _ in EDITS:
             line = next(line for line in text.splitlines(keepends=True) if part in line)
             text = text.replace(line, "" if other is None else line.replace(part, other))
-        text = re.sub(r"\},(\s*\])", r"}\1", text)  # where the last line of a section went
+        text = re.sub(r"\},(\s*\])", r"}\1", text)  # after a deleted last line of a section
         (self.store.folder / "fleet.json").write_text(text, encoding="utf-8")
         plan = self.store.run("apply", "fleet.json", "--prune", "--dry-run").splitlines()
         self.assertCountEqual(plan[:-1], [line for _, _, line in EDITS])
@@ -583,10 +587,10 @@ class HostTest(unittest.TestCase):
         self.assertNotIn("p.duarte", after)
 
     def inventory(self):
-        """The sample inventory as Ansible prints it, in this machine's version where it is installed."""
+        """Returns the sample inventory. Where Ansible is installed, checks that it prints the same."""
         if shutil.which("ansible-inventory"):
-            printed = subprocess.run(["ansible-inventory", "-i", DATA / "inventory.ini", "--list"], check=True, text=True,
-                                     capture_output=True, timeout=120, cwd=self.store.folder,
+            printed = subprocess.run(["ansible-inventory", "-i", DATA / "inventory.ini", "--list"], check=True,
+                                     text=True, capture_output=True, timeout=120, cwd=self.store.folder,
                                      env={**os.environ, "HOME": str(self.store.folder)}).stdout
             self.assertEqual(json.loads(printed), json.loads((DATA / "inventory.json").read_text(encoding="utf-8")))
         return json.loads((DATA / "inventory.json").read_text(encoding="utf-8"))
@@ -595,7 +599,7 @@ class HostTest(unittest.TestCase):
         return self.store.run("import", "ansible", "-", *options, input=json.dumps(inventory), status=status)
 
     def records(self):
-        """The groups and servers of the store by their names, without what the store writes by itself."""
+        """Returns the groups and servers of the store by name, without the members that the store sets itself."""
         fleet = json.loads(self.store.run("export"))
         return {record["name"]: {key: record[key] for key in record.keys() - {"mtime", "revision"}}
                 for record in fleet["groups"] + fleet["servers"]}
@@ -603,7 +607,7 @@ class HostTest(unittest.TestCase):
     def call_module(self, api, method, params):
         self.store.run("call", f"VELQ.ZEM.{api}", method, "--params", json.dumps(params), "--as", "admin")
 
-    def test_inventory_of_ansible_comes_in_and_later_ones_update_it(self):
+    def test_ansible_inventory_is_imported_and_a_later_one_updates_it(self):
         inventory = self.inventory()
         self.call_module("KXGroup", "create", {"id": 0, "name": "gone", "parent_id": 0})
         self.call_module("KXGroup", "delete", {"node_id": 13})
@@ -644,7 +648,7 @@ class HostTest(unittest.TestCase):
         self.assertIn('standard input: group "cold": it is in a circle of groups', refused)
         self.assertEqual(self.records(), expected)
 
-    def test_commands_show_what_they_changed(self):
+    def test_link_and_list_commands_show_changes(self):
         for action, drawn in [("add", "group Retired  policies: Early updates\n"), ("remove", "group Retired\n")]:
             self.store.run("link", action, "group", "12", "8")
             self.assertIn(drawn, self.store.run("tree", "--as", "admin"))
@@ -652,17 +656,18 @@ class HostTest(unittest.TestCase):
         self.assertRegex(page, '(?s)"Plants".*"Retired"')
         self.assertNotIn('"Headquarters"', page)
 
-    def test_only_applying_and_serving_make_a_store(self):
+    def test_only_apply_and_serve_create_a_store(self):
         empty = self.store.folder / "empty"
         empty.mkdir()
         environment = {**os.environ, "ZEM_STORE": f"sqlite:{empty}/zem.db"}
-        for command in READING:
-            with self.subTest(command):
+        for command in COMMANDS_ON_A_STORE:
+            with self.subTest(fails=command):
                 self.assertIn("there is no store", self.store.run(*command.split(), status=1, env=environment))
                 self.assertEqual(list(empty.iterdir()), [])
         self.assertIn("\n54 created, ", self.store.run("apply", SAMPLE, "--dry-run", env=environment))
         self.assertEqual(list(empty.iterdir()), [])
-        self.store.run("tree", "--as", "admin", "--store", "sqlite:zem.db", env=environment)  # the option counts more
+        # The option overrides the environment.
+        self.store.run("tree", "--as", "admin", "--store", "sqlite:zem.db", env=environment)
         self.store = Store(BUILD, empty)
         self.serve_empty()
         self.store.run("apply", SAMPLE, env=environment)
@@ -683,16 +688,16 @@ class HostTest(unittest.TestCase):
         subprocess.run(command, check=True, timeout=60)
         self.assertEqual(list(self.store.folder.glob("zem.db*")), [])
 
-    def test_wrong_usage_is_named_and_told_from_failures(self):
-        for fault, command, reason in MISUSES:
-            with self.subTest(fault):
+    def test_wrong_usage_is_explained_and_ends_with_status_two(self):
+        for fault, command, reason in WRONG_USAGES:
+            with self.subTest(refused=fault):
                 self.assertIn(reason, self.store.run(*command.split(), status=2))
 
-    def test_commands_that_cannot_work_say_why(self):
+    def test_failing_commands_say_why_and_end_with_status_one(self):
         (self.store.folder / "text.so").write_text("no module")
         self.build_module("nullptr")
-        for fault, command, reason in VAIN_COMMANDS:
-            with self.subTest(fault):
+        for fault, command, reason in FAILING_COMMANDS:
+            with self.subTest(fails=fault):
                 self.assertIn(reason, self.store.run(*command.split(), status=1))
 
 

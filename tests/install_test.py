@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What is installed and packed: the tree from another place, modules built against it, the package.
+"""Tests what is installed and packed: the tree after it was moved, a module built against it, the Debian package.
 
 usage: tests/install_test.py BUILD_DIR [option of unittest or InstallTest.test_...]
 """
@@ -18,9 +18,9 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools")
 from zemhost import Server, Store, call  # noqa: E402
 
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
-SERVICE = 12345  # user and group that a service could have
+SERVICE = 12345  # uid and gid of a service
 
-# A module of someone else's, who has the installed headers only. It reads a parameter and asks the store.
+# A module that needs only the installed headers. It reads a parameter and calls the store.
 MODULE = r"""
 #include "platform/velq_webapi.h"
 #include "platform/velq_zem.h"
@@ -37,7 +37,7 @@ extern "C" VELQ::APIMethod* GetAPITable() { return rows; }
 
 
 def output(*command, **options):
-    """What a command prints. It must succeed."""
+    """Runs a command, which must succeed, and returns what it prints."""
     done = subprocess.run([str(word) for word in command], timeout=200, encoding="utf-8", stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, **options)
     if done.returncode != 0:
@@ -46,17 +46,17 @@ def output(*command, **options):
 
 
 def dynamic(tree, tag):
-    """What the programs and libraries of a tree have under that tag: file name to texts."""
+    """Returns the values of a tag in the dynamic section of a tree's programs and libraries, by file name."""
     return {path.name: re.findall(rf"\({tag}\).*\[(.*)\]", output("readelf", "-d", path))
             for path in [*tree.glob("bin/*"), *tree.glob("lib/zemhost/*")]}
 
 
 class InstallTest(unittest.TestCase):
-    """Each test has a tree that was moved after it was installed, and a store outside of it."""
+    """Each test has an installed tree that was moved, and a store outside of it."""
 
     def setUp(self):
         self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory(prefix="zem-")))
-        self.folder.chmod(0o755)  # another user comes in
+        self.folder.chmod(0o755)  # for the service's user
         output("cmake", "--install", BUILD, "--prefix", self.folder / "first", "--strip")
         self.tree = (self.folder / "first").rename(self.folder / "moved here")
         (self.folder / "state").mkdir(mode=0o700)
@@ -70,7 +70,7 @@ class InstallTest(unittest.TestCase):
         with contextlib.closing(self.server.connect()) as connection:
             return call(connection, token, *arguments)[1]
 
-    def test_tree_runs_where_it_was_moved(self):
+    def test_moved_tree_runs(self):
         self.assertRegex(self.store.run("--version"), r"^zemhost \d+\.\d+\.\d+\n$")
         self.store.fill()
         self.assertIn("12 groups, 30 servers", self.store.run("tree", "--as", "admin"))
@@ -85,7 +85,7 @@ class InstallTest(unittest.TestCase):
         self.assertEqual(dynamic(self.tree, "RUNPATH"), paths)
         self.assertFalse(any(dynamic(self.tree, "RPATH").values()))
 
-    def test_module_is_built_against_the_tree(self):
+    def test_module_builds_against_the_tree(self):
         environment = {**os.environ, "PKG_CONFIG_PATH": str(self.tree / "share/pkgconfig")}
         flags = output("pkg-config", "--cflags", "--libs", "zemhost", env=environment)
         headers = sorted((self.tree / "include/zemhost").rglob("*.h"))
@@ -101,11 +101,11 @@ class InstallTest(unittest.TestCase):
             self.assertIn(f'"data":{answer}', printed)
 
     @unittest.skipUnless(os.geteuid() == 0, "only root works on other users' stores")
-    def test_root_and_a_service_share_a_store(self):
+    def test_root_and_service_share_a_store(self):
         service = {"user": SERVICE, "group": SERVICE, "extra_groups": []}
         os.chown(self.store.folder, SERVICE, SERVICE)
         self.store.fill()
-        for _ in range(2):  # the second server finds what root left when no server ran
+        for _ in range(2):  # the second server opens files that root left while no server ran
             self.serve(**service)
             token = self.store.token("admin")
             group = self.call(token, "KXGroup create", {"id": 0, "name": "Lab", "parent_id": 0})["data"]["ids"]
@@ -117,7 +117,7 @@ class InstallTest(unittest.TestCase):
             self.server.stop()
             self.store.token("admin")
 
-    def test_package_needs_what_it_loads_and_keeps_its_environment_secret(self):
+    def test_package_depends_on_its_libraries_and_protects_its_environment_file(self):
         output("cpack", "--config", BUILD / "CPackConfig.cmake", "-B", self.folder / "packed")
         package, = (self.folder / "packed").glob("*.deb")
         output("dpkg-deb", "--extract", package, self.folder / "unpacked")

@@ -1,4 +1,4 @@
-// What an import makes of an inventory and a stored fleet.
+// Tests how the import merges an Ansible inventory into a stored fleet.
 #include <algorithm>
 #include <fstream>
 #include <map>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr int64_t kLastGroup = 20;
 
-// A fleet with the group tree a/b (1, 2) and c (3), the servers s (1) in b, t (2) in c and two u (3 in a, 4 in c).
+// A fleet with the groups a/b (1, 2) and c (3), the servers s (1) in b, t (2) in c, and two servers u (3 in a, 4 in c).
 const Json::Value kStored = json(
     "{'accounts':[{'uid':1,'name':'x','admin':true}],"
     "'groups':[{'id':0,'parent_id':0,'name':'root'},{'id':1,'parent_id':0,'name':'a','desc':'kept'},"
@@ -24,7 +24,7 @@ const Json::Value kStored = json(
     "'servers':[{'id':1,'parent_id':2,'name':'s','address':'192.0.2.1','linked_gpo':{'order':[{'id':5}]}},"
     "{'id':2,'parent_id':3,'name':'t'},{'id':3,'parent_id':1,'name':'u'},{'id':4,'parent_id':3,'name':'u'}]}");
 
-// What is in the fleet once the import's records are in it.
+// Returns the fleet with the records of the import.
 Json::Value merged(Json::Value jFleet, const host::Import& import)
 {
     for (const char* szSection : {"groups", "servers"}) {
@@ -32,7 +32,11 @@ Json::Value merged(Json::Value jFleet, const host::Import& import)
             Json::Value& jSection = jFleet[szSection];
             const auto isSame = [&](const Json::Value& jOther) { return jOther["id"] == jRecord["id"]; };
             const auto found = std::find_if(jSection.begin(), jSection.end(), isSame);
-            found == jSection.end() ? void(jSection.append(jRecord)) : void(*found = jRecord);
+            if (found == jSection.end()) {
+                jSection.append(jRecord);
+            } else {
+                *found = jRecord;
+            }
         }
     }
     return jFleet;
@@ -49,7 +53,7 @@ std::string pathOf(const Json::Value& jFleet, int64_t id)
     return "";
 }
 
-// The records of an import, "21 /a/d; " for a group and "5 s in /a/d at ADDRESS; " for a server.
+// Returns the records of an import as a text: "21 /a/d; " for a group, "5 s in /a/d at ADDRESS; " for a server.
 std::string recordsOf(const host::Import& import, const Json::Value& jStored = kStored)
 {
     const Json::Value jFleet = merged(jStored, import);
@@ -74,53 +78,53 @@ std::string notesOf(const host::Import& import)
     return text;
 }
 
-TEST(Inventory, isFoundInTheStoreAndTheRestIsMade)
+TEST(Inventory, isMatchedWithTheStoreAndTheRestIsCreated)
 {
-    // The fault that a row catches, the inventory, the records, the notes but for those that stay.
+    // What is expected, the inventory, the records of the import, and its notes but for the last.
     const std::tuple<const char*, const char*, const char*, const char*> cases[] = {
-        {"what is equal is written", "{'all':{'children':['a','c']},'a':{'children':['b']},'b':{'hosts':['s']}}", "",
-         ""},
-        {"a group is found by its name alone", "{'all':{'children':['b']},'b':{'hosts':['s']}}",
+        {"equal records stay", "{'all':{'children':['a','c']},'a':{'children':['b']},'b':{'hosts':['s']}}", "", ""},
+        {"a group is matched by its path", "{'all':{'children':['b']},'b':{'hosts':['s']}}",
          "21 /b; 1 s in /b at 192.0.2.1; ", ""},
-        {"a host that is not there has an address", "{'a':{'children':['d']},'d':{'hosts':['n']}}",
+        {"a new host without an address gets none", "{'a':{'children':['d']},'d':{'hosts':['n']}}",
          "21 /a/d; 5 n in /a/d at ; ", ""},
-        {"an address is not taken over", "{'c':['t'],'_meta':{'hostvars':{'t':{'ansible_host':'::1'}}}}",
+        {"an address is imported", "{'c':['t'],'_meta':{'hostvars':{'t':{'ansible_host':'::1'}}}}",
          "2 t in /c at ::1; ", ""},
-        {"an address that is none is",
+        {"an address that is not a text is left out",
          "{'b':['t'],'a':{'children':['b']},'_meta':{'hostvars':{'t':{'ansible_host':5}}}}", "2 t in /a/b at ; ",
          "host \"t\": its ansible_host is not a text and left out; "},
-        {"a template is taken for an address", "{'c':['t'],'_meta':{'hostvars':{'t':{'ansible_host':'{{ x }}'}}}}", "",
+        {"a template is left out", "{'c':['t'],'_meta':{'hostvars':{'t':{'ansible_host':'{{ x }}'}}}}", "",
          "host \"t\": its ansible_host is a template and left out; "},
-        {"a null address clears the stored one",
+        {"a null address keeps the stored one",
          "{'a':{'children':['b']},'b':['s'],'_meta':{'hostvars':{'s':{'ansible_host':null}}}}", "", ""},
-        {"the root's own servers get a group",
+        {"hosts of all and ungrouped are in the root",
          "{'all':{'hosts':['t'],'children':['ungrouped']},'ungrouped':{'hosts':"
          "['n','n'],'children':['a']},'a':{}}",
          "2 t in  at ; 5 n in  at ; ", ""},
-        {"all and a group are a choice", "{'all':{'hosts':['s','t']},'c':['t'],'a':{'children':['b']},'b':['s']}", "",
+        {"a host of all and c is in c", "{'all':{'hosts':['s','t']},'c':['t'],'a':{'children':['b']},'b':['s']}", "",
          ""},
-        {"the shallower group", "{'c':['s'],'a':{'children':['b']},'b':{'hosts':['s']}}", "",
+        {"a host of several groups is in the deepest", "{'c':['s'],'a':{'children':['b']},'b':{'hosts':['s']}}", "",
          "host \"s\" is in several groups and stands in \"a/b\"; "},
-        {"the later of two that are as deep", "{'all':{'children':['c','a']},'a':['t'],'c':['t']}", "",
+        {"a host of two groups of one depth is in the first", "{'all':{'children':['c','a']},'a':['t'],'c':['t']}", "",
          "host \"t\" is in several groups and stands in \"c\"; "},
-        {"the later parent", "{'all':{'children':['c','a']},'a':{'children':['b']},'c':{'children':['b']}}",
-         "21 /c/b; ", "group \"b\" has several parents and stands under \"c\"; "},
-        {"the parent that the walk meets last",
+        {"a group with several parents is under the first",
+         "{'all':{'children':['c','a']},'a':{'children':['b']},'c':{'children':['b']}}", "21 /c/b; ",
+         "group \"b\" has several parents and stands under \"c\"; "},
+        {"a group under a group and its parent is under the parent that is met first",
          "{'all':{'children':['a']},'a':{'children':['b','d']},'b':{'children':['d']}}", "21 /a/d; ",
          "group \"d\" has several parents and stands under \"a\"; "},
-        {"all is a parent like others", "{'all':{'children':['b','a','c','ungrouped']},'a':{'children':['b']}}", "",
-         ""},
-        {"a host of variables alone is made", "{'a':[],'_meta':{'hostvars':{'n':{}}}}", "",
+        {"a child of all and another group is under the other group",
+         "{'all':{'children':['b','a','c','ungrouped']},'a':{'children':['b']}}", "", ""},
+        {"a host with variables only is left out", "{'a':[],'_meta':{'hostvars':{'n':{}}}}", "",
          "host \"n\" is in no group and left out; "},
-        {"an empty group is lost", "{'all':{'children':['d']}}", "21 /d; ", ""},
-        {"groups and hosts share their names", "{'s':['c','s']}", "21 /s; 5 c in /s at ; 1 s in /s at 192.0.2.1; ", ""},
-        {"a name is taken for a path or JSON", "{\"a/b\":[\"\\\"\\n\"]}", "21 /a/b; 5 \"\n in /a/b at ; ", ""},
-        {"any server of the name is taken", "{'c':['u']}", "",
+        {"an empty group is created", "{'all':{'children':['d']}}", "21 /d; ", ""},
+        {"groups may have hosts' names", "{'s':['c','s']}", "21 /s; 5 c in /s at ; 1 s in /s at 192.0.2.1; ", ""},
+        {"a name may hold any characters", "{\"a/b\":[\"\\\"\\n\"]}", "21 /a/b; 5 \"\n in /a/b at ; ", ""},
+        {"of several servers of a name, the one in the host's group is matched", "{'c':['u']}", "",
          "host \"u\": of the servers 3, 4 of that name it is 4, which stands in its group; "},
-        {"an empty inventory is an error", "{}", "", ""},
+        {"an empty inventory changes nothing", "{}", "", ""},
     };
-    for (const auto& [szFault, szInventory, szRecords, szNotes] : cases) {
-        SCOPED_TRACE(szFault);
+    for (const auto& [szExpectation, szInventory, szRecords, szNotes] : cases) {
+        SCOPED_TRACE(szExpectation);
         host::Import import = importInventory(json(szInventory), kStored, kLastGroup);
         EXPECT_EQ(recordsOf(import), szRecords);
         const std::string kept = import.notes.empty() ? "" : import.notes.back();
@@ -132,7 +136,7 @@ TEST(Inventory, isFoundInTheStoreAndTheRestIsMade)
     }
 }
 
-TEST(Inventory, keepsWhatItDoesNotKnow)
+TEST(Inventory, keepsMembersThatItDoesNotHave)
 {
     const host::Import import = importInventory(
         json("{'c':['s'],'_meta':{'hostvars':{'s':{'ansible_host':'192.0.2.2','x':[1]}}}}"), kStored, kLastGroup);
@@ -152,7 +156,7 @@ std::string chainOf(int groups)
     return text + "}";
 }
 
-TEST(Inventory, isRefusedWithItsPlace)
+TEST(Inventory, isRefusedWithThePlaceOfTheFault)
 {
     const std::string longest(255, 'x');
     const std::pair<std::string, const char*> cases[] = {
@@ -179,7 +183,7 @@ TEST(Inventory, isRefusedWithItsPlace)
         SCOPED_TRACE(inventory);
         try {
             importInventory(json(inventory), kStored, kLastGroup);
-            ADD_FAILURE() << "taken";
+            ADD_FAILURE() << "accepted";
         } catch (const std::runtime_error& e) {
             EXPECT_NE(std::string(e.what()).find(szReason), std::string::npos) << e.what();
         }
@@ -189,8 +193,8 @@ TEST(Inventory, isRefusedWithItsPlace)
     EXPECT_THROW(importInventory(json("{}"), json("{'accounts':[{'uid':1,'admin':false}]}"), 0), std::runtime_error);
 }
 
-// Puts each odd value in the place of each value of the inventory, one at a time.
-void spoilEach(const Json::Value& jInventory, Json::Value& jPart, int& taken)
+// Replaces each value of the inventory, one at a time, by each odd value, and imports the result.
+void spoilEach(const Json::Value& jInventory, Json::Value& jPart, int& accepted)
 {
     const Json::Value jSound = jPart;
     for (const char* szOdd :
@@ -198,27 +202,27 @@ void spoilEach(const Json::Value& jInventory, Json::Value& jPart, int& taken)
         jPart = json("[" + std::string(szOdd) + "]")[0];
         try {
             importInventory(jInventory, kStored, kLastGroup);
-            ++taken;
+            ++accepted;
         } catch (const std::runtime_error&) {
         }
     }
     jPart = jSound;
     for (Json::Value& jInner : jPart) {
-        spoilEach(jInventory, jInner, taken);
+        spoilEach(jInventory, jInner, accepted);
     }
 }
 
-TEST(Inventory, mayHoldAnyValueAnywhere)
+TEST(Inventory, isAcceptedOrRefusedWithAnyValueAnywhere)
 {
     std::ifstream file(ZEM_TEST_DATA "/inventory.json");
     Json::Value jInventory;
     file >> jInventory;
-    int taken = 0;
-    spoilEach(jInventory, jInventory, taken);
-    EXPECT_GT(taken, 0);
+    int accepted = 0;
+    spoilEach(jInventory, jInventory, accepted);
+    EXPECT_GT(accepted, 0);
 }
 
-// Groups that are any number of others' children, hosts in any number of them.
+// Returns a random inventory, in which groups have any number of parents and hosts are in any number of groups.
 Json::Value drawInventory(std::mt19937& chance)
 {
     const auto draw = [&chance](int limit) { return static_cast<int>(chance() % static_cast<unsigned>(limit)); };
@@ -240,7 +244,7 @@ bool names(const Json::Value& jList, const std::string& name)
     return std::find(jList.begin(), jList.end(), Json::Value(name)) != jList.end();
 }
 
-TEST(Inventory, keepsIdentifiersWhereverHostsGo)
+TEST(Inventory, keepsTheIdentifiersOfHostsThatMove)
 {
     std::mt19937 chance(7);
     Json::Value jFleet = kStored;
