@@ -1,3 +1,4 @@
+// Reads linked policies from the store and writes their names and descriptions into the nodes' links.
 #include "tree/linked_policies.h"
 
 #include <cstring>
@@ -9,7 +10,7 @@
 
 namespace {
 
-// Keys of a static string are not copied for every node.
+// The library does not copy a key of this type into every node.
 const Json::StaticString szLinkedGpo("linked_gpo");
 const Json::StaticString szOrder("order");
 const Json::StaticString szId("id");
@@ -18,7 +19,8 @@ const Json::StaticString szGpoName("gpo_name");
 const Json::StaticString szGpoDesc("gpo_desc");
 const Json::StaticString szLinked("linked");
 
-// The node's link entries; null when it has none. Members that are looked up and missing are added as null.
+// Returns the node's link entries, or null if there are none. The lookups add missing members as null, and the answer
+// contains them.
 Json::Value* find_links(Json::Value& node)
 {
     Json::Value& jLinkedGpo = node[szLinkedGpo];
@@ -54,10 +56,10 @@ void mark_linked(int64_t gpoId, Json::Value& jGpoArray, std::optional<PolicyInde
     for (auto it = range.first; it != range.second; ++it) {
         (*it->second)[szLinked] = true;
     }
-    index->erase(range.first, range.second);  // once is enough
+    index->erase(range.first, range.second);  // marked now: other links to them need not do it again
 }
 
-// Reads name and description of the policy; what cannot be read stays null.
+// Reads the policy's name and description; one that cannot be read stays null.
 int read_policy(int64_t gpoId, _tag_velq_zem_gpo_* pGpo, Json::Value* pjName, Json::Value* pjDesc)
 {
     char szBuf[4096];
@@ -79,7 +81,7 @@ int read_policy(int64_t gpoId, _tag_velq_zem_gpo_* pGpo, Json::Value* pjName, Js
     return 0;
 }
 
-// An object of the members of a resolved link.
+// Returns an object with the members of a resolved link, all null.
 Json::Value make_resolved_link()
 {
     Json::Value jLink(Json::objectValue);
@@ -87,14 +89,14 @@ Json::Value make_resolved_link()
     return jLink;
 }
 
-// Puts what is known of the policy into the entry, whose "id" goes when that is all of it.
+// Writes into the entry what could be read of the policy; when name and description are both known, removes its "id".
 void write_link(int64_t gpoId, Json::Value& jName, Json::Value& jDesc, Json::Value& jLink)
 {
     static const Json::Value jResolved = make_resolved_link();
 
-    if (1 == jLink.size() && !jDesc.isNull()) {  // nothing but "id": a copy, filled in, is the quicker way
+    if (1 == jLink.size() && !jDesc.isNull()) {  // the entry holds only "id": filling a copy is faster
         jLink = jResolved;
-        auto it = jLink.begin();  // in the order of the names
+        auto it = jLink.begin();  // the members are sorted by name: gpo_desc, gpo_id, gpo_name
         (it++)->swap(jDesc);
         *it++ = Json::Value(gpoId);
         it->swap(jName);
@@ -110,7 +112,7 @@ void write_link(int64_t gpoId, Json::Value& jName, Json::Value& jDesc, Json::Val
     }
 }
 
-// An entry that cannot be resolved is left as far as it got, which does not concern the other links of the node.
+// Resolves one entry as far as the store can read its policy; a failure does not affect the node's other links.
 void resolve_link(Json::Value& jLink, Json::Value& jGpoArray, std::optional<PolicyIndex>& index,
                   _tag_velq_zem_gpo_* pGpo)
 {

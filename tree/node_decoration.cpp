@@ -1,3 +1,4 @@
+// Reads the nodes' delegates from the store and completes arrays of nodes.
 #include "tree/node_decoration.h"
 
 #include <optional>
@@ -10,7 +11,7 @@
 
 namespace {
 
-// Keys of a static string are not copied for every node.
+// The library does not copy a key of this type into every node.
 const Json::StaticString szId("id");
 const Json::StaticString szNodeType("node_type");
 const Json::StaticString szDelegate("delegate");
@@ -20,7 +21,7 @@ const Json::StaticString szDomainType("domainType");
 const Json::StaticString szDomainName("domainName");
 const Json::StaticString szUgid("ugid");
 
-// Appends one delegate to the array, unless its extra information cannot be shown.
+// Appends one delegate to the array; leaves it out if its extra information is incomplete.
 int append_delegate(const _tag_velq_zem_delegate_* pDelegate, Json::Value& jDelegates)
 {
     Json::Value jExtra;
@@ -92,8 +93,8 @@ int get_delegate_by_node(Json::Value& node)
     if (0 > VELQDelegateUpdateExtraInfoList(pDelegateHead, TRUE)) {
         return log_failed_call("0 > VELQDelegateUpdateExtraInfoList(pDelegateHead, TRUE)");
     }
-    // The list is the store's: it is not released here.
-    Json::Value jDelegates;  // an array from the first one on
+    // The list belongs to the store and must not be released here.
+    Json::Value jDelegates;  // null until the first delegate is appended
     for (const _tag_velq_zem_delegate_* pDelegate = pDelegateHead; NULL != pDelegate;
          pDelegate = VELQZEMDelegateNext(pDelegate)) {
         if (0 > append_delegate(pDelegate, jDelegates)) {

@@ -1,15 +1,15 @@
-// What tree nodes carry beyond their records: their delegated administrators and the details of their linked policies.
+// Adds to tree nodes what their records lack: delegated administrators and the details of linked policies.
 #pragma once
 
 #include <json/value.h>
 
-// Decorates every node of jArray in order, in place, and marks in jGpoArray, the tree's policies, those that are
-// linked. Returns 0, or -1 after a log line: jArray is not an array, or a node failed; the nodes before it are then
-// decorated and those after it untouched. errno is the failed store call's.
+// Completes every node of jArray in order, in place, and marks the linked ones among the tree's policies in jGpoArray.
+// Returns 0, or -1 after a log line: jArray is not an array, or a node failed. The nodes before a failed one are then
+// complete, those after it unchanged, and errno is as the failed store call set it.
 int add_info_to_node(Json::Value& jArray, Json::Value& jGpoArray);
 
-// Sets the node's "delegate" to the array of its delegated administrators; one without any that can be shown keeps
-// what it has. A delegate whose extra information is not a JSON object with all its three names is left out.
-// Returns 0, or -1 after a log line, "delegate" unchanged: the node is not an object, its "id" or "node_type" is no
-// number, or the store failed (errno is the store's).
+// Sets the node's "delegate" to the array of its delegated administrators. A delegate is left out unless its extra
+// information is a JSON object with "userNameCache", "domainName" and "domainType"; if none remains, "delegate" is not
+// changed. Returns 0. Returns -1 after a log line, with "delegate" unchanged, if the node is not an object, its "id" or
+// "node_type" is not a number, or the store fails (errno is then as the store set it).
 int get_delegate_by_node(Json::Value& node);

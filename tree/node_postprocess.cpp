@@ -1,3 +1,4 @@
+// Sets the display members of a node and its descendants.
 #include "tree/node_postprocess.h"
 
 #include "frame/failure_log.h"

@@ -1,10 +1,10 @@
-// The shape in which the console's tree view receives a node.
+// Gives nodes the members that the console's tree view needs.
 #pragma once
 
 #include <json/value.h>
 
-// Takes "id" out of the node and of all its descendants, in place, and sets on each "expanded": whether it has
-// children; on a leaf also "loaded": true, and "children": null where it is absent. A "children" that is neither null
-// nor an array stays as it is, on a leaf. Returns 0, or -1 after a log line, the node unchanged: it is not an object.
-// A descendant that is no object is left as it is and changes no result.
+// Changes the node and all its descendants in place: removes "id" and sets "expanded" to whether "children" is an
+// array. Where it is not, the node is a leaf and also gets "loaded": true, and "children": null if that is absent.
+// Returns 0, or -1 after a log line if the node is not an object; it is then unchanged. A descendant that is not an
+// object stays as it is and does not change the result.
 int postHandleNode(Json::Value& node);

@@ -1,3 +1,4 @@
+// Prefetches the memory around the members of an object.
 #include "tree/prefetch.h"
 
 #include <cstdint>
@@ -5,7 +6,7 @@
 namespace {
 
 constexpr uintptr_t cacheLine = 64;
-constexpr uintptr_t linesBefore = 8;  // the first member in the order of the names is seldom the first in memory
+constexpr uintptr_t linesBefore = 8;  // the first member by name is seldom the first in memory
 constexpr uintptr_t lines = 24;
 
 }  // namespace

@@ -1,11 +1,13 @@
-// Memory of nodes, asked for before it is needed: a large tree does not fit into the processor's cache.
+// Loads nodes into the processor's cache before they are needed; a large tree does not fit into it.
+//
+// The stand-in has a function of its own for this, because neither it nor the module may use the other's code.
 #pragma once
 
 #include <json/value.h>
 
-// Asks the processor for the members of an object, which mostly lie side by side as they were made one after the other.
-// Has no effect but on speed; any other value is allowed. What lies there is not read.
+// Prefetches the members of an object, most of which lie side by side because they were allocated one after the other.
+// Any other value is allowed. The only effect is on speed.
 void prefetch_members(const Json::Value& jNode);
 
-// The same where a member of the object is known.
+// Does the same for the object that has *pjMember as a member.
 void prefetch_around(const Json::Value* pjMember);

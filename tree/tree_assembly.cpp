@@ -1,6 +1,8 @@
-// A child is hung in source order, so it may be hung before its parent is: it then travels with it. An element that has
-// been hung stays in the source array with the marker, and nothing looks at it again: its current copy is found through
-// the top-level node above it.
+// Nests nodes by searching the tree for the parent of each node.
+//
+// Nodes are attached in source order. A node that is attached before its parent moves along with its parent later. The
+// source array keeps an outdated copy of each attached node, marked so that the search skips it; the search reaches the
+// node itself through the top-level node above it.
 #include "tree/tree_assembly.h"
 
 #include <vector>
@@ -8,7 +10,7 @@
 #include "frame/failure_log.h"
 #include "frame/json_read.h"
 #include "platform/velq_zem.h"
-#include "tree/hung_marker.h"
+#include "tree/attached_marker.h"
 #include "tree/node_postprocess.h"
 
 namespace {
@@ -22,14 +24,13 @@ bool is_same_node(Json::Value& jLeft, Json::Value& jRight)
     int rightType = 0;
     int64_t leftId = 0;
     int64_t rightId = 0;
-    const bool isSameType = 0 == read_int(jLeft["node_type"], &leftType) &&
-                            0 == read_int(jRight["node_type"], &rightType) && leftType == rightType;
-    if (&jLeft == &jRight) {
-        jLeft["id"];  // added where it is missing, as by every comparison
-        return true;  // also when it cannot be read: a node must not be hung inside itself
-    }
-    return isSameType && 0 == read_int64(jLeft["id"], &leftId) && 0 == read_int64(jRight["id"], &rightId) &&
-           leftId == rightId;
+    // The lookups add missing members as null; the answer contains a "node_type" that was added so.
+    const bool isEqual = 0 == read_int(jLeft["node_type"], &leftType) &&
+                         0 == read_int(jRight["node_type"], &rightType) && leftType == rightType &&
+                         0 == read_int64(jLeft["id"], &leftId) && 0 == read_int64(jRight["id"], &rightId) &&
+                         leftId == rightId;
+    // A node whose identity cannot be read is still itself and must not be attached to itself.
+    return isEqual || &jLeft == &jRight;
 }
 
 void remove_top_markers(Json::Value& jNodes)
@@ -42,7 +43,7 @@ void remove_top_markers(Json::Value& jNodes)
 Json::Value* search_parent(Json::Value& jDst, Json::Value& jChild)
 {
     for (Json::Value& jTop : jDst) {
-        if (is_same_node(jChild, jTop) || is_hung(jTop)) {
+        if (is_same_node(jChild, jTop) || is_attached(jTop)) {
             continue;
         }
         Json::Value* pParent = FindJsonParent(jTop, jChild);
@@ -53,7 +54,7 @@ Json::Value* search_parent(Json::Value& jDst, Json::Value& jChild)
     return NULL;
 }
 
-void hang_by_search(Json::Value& jSrc, Json::Value& jDst)
+void attach_by_search(Json::Value& jSrc, Json::Value& jDst)
 {
     for (Json::Value& jChild : jSrc) {
         Json::Value* pParent = search_parent(jDst, jChild);
@@ -61,7 +62,7 @@ void hang_by_search(Json::Value& jSrc, Json::Value& jDst)
             continue;
         }
         (*pParent)["children"].append(jChild);
-        set_marker(jChild);
+        mark_attached(jChild);
     }
 }
 
@@ -69,16 +70,16 @@ void collect_roots(Json::Value& jDst, Json::Value& jOut)
 {
     jOut = Json::Value(Json::arrayValue);
     for (Json::Value& jNode : jDst) {
-        if (!is_hung(jNode)) {
+        if (!is_attached(jNode)) {
             jOut.append(std::move(jNode));
         }
     }
-    remove_top_markers(jOut);  // null ones
+    remove_top_markers(jOut);  // a null marker does not count as attached
 }
 
 void append_orphans(Json::Value& jSrc, Json::Value& jDst)
 {
-    std::vector<Json::Value*> orphans;  // found first: both may be the same array
+    std::vector<Json::Value*> orphans;  // collected before appending, because both may be the same array
     for (Json::Value& jNode : jSrc) {
         if (!has_marker(jNode)) {
             orphans.push_back(&jNode);
@@ -89,7 +90,7 @@ void append_orphans(Json::Value& jSrc, Json::Value& jDst)
     }
 }
 
-// The three nestings node by node, for nodes that the lookup does not take.
+// Nests the groups among themselves, then servers and policies into their tree, by search.
 int nest_by_search(Json::Value& jOu, Json::Value& jKx, Json::Value& jGpo, Json::Value& jData)
 {
     if (0 > ConvertTreeJsonToParent(&jOu, &jOu, &jData)) {
@@ -109,13 +110,13 @@ int nest_by_search(Json::Value& jOu, Json::Value& jKx, Json::Value& jGpo, Json::
     return 0;
 }
 
-void read_links(Json::Value& jArray, std::vector<NodeLink> NodeLinks::*pKind, NodeLinks* pLinks)
+void add_node_entries(Json::Value& jArray, std::vector<NodeEntry> NodeTable::*pKind, NodeTable* pTable)
 {
     if (!jArray.isArray()) {
         return;
     }
     for (Json::Value& jNode : jArray) {
-        read_node_link(jNode, pKind, pLinks);
+        add_node_entry(jNode, pKind, pTable);
     }
 }
 
@@ -123,25 +124,25 @@ void read_links(Json::Value& jArray, std::vector<NodeLink> NodeLinks::*pKind, No
 
 int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, Json::Value& jData)
 {
-    NodeLinks links;
-    read_links(jDataOu, &NodeLinks::groups, &links);
-    read_links(jDataKx, &NodeLinks::servers, &links);
-    read_links(jDataGpo, &NodeLinks::policies, &links);
-    return BuildTreeJson(jDataOu, jDataKx, jDataGpo, links, jData);
+    NodeTable table;
+    add_node_entries(jDataOu, &NodeTable::groups, &table);
+    add_node_entries(jDataKx, &NodeTable::servers, &table);
+    add_node_entries(jDataGpo, &NodeTable::policies, &table);
+    return BuildTreeJson(jDataOu, jDataKx, jDataGpo, table, jData);
 }
 
-int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, const NodeLinks& links,
+int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, const NodeTable& table,
                   Json::Value& jData)
 {
     if (!jDataOu.isArray() || !jDataKx.isArray() || !jDataGpo.isArray() || !jData.isArray()) {
         return log_bad_parameter();
     }
-    // Taken over, not copied: nobody looks at the flat arrays again.
+    // Moved, not copied: the flat arrays are not used again.
     Json::Value jOu(std::move(jDataOu));
     Json::Value jKx(std::move(jDataKx));
     Json::Value jGpo(std::move(jDataGpo));
 
-    return 0 == nest_by_lookup(links, jData) ? 0 : nest_by_search(jOu, jKx, jGpo, jData);
+    return 0 == nest_by_index(table, jData) ? 0 : nest_by_search(jOu, jKx, jGpo, jData);
 }
 
 int ConvertTreeJsonToParent(Json::Value* pjSrc, Json::Value* pjDst, Json::Value* pjOut)
@@ -149,7 +150,7 @@ int ConvertTreeJsonToParent(Json::Value* pjSrc, Json::Value* pjDst, Json::Value*
     if (NULL == pjSrc || !pjSrc->isArray() || NULL == pjDst || !pjDst->isArray()) {
         return log_bad_parameter();
     }
-    hang_by_search(*pjSrc, *pjDst);
+    attach_by_search(*pjSrc, *pjDst);
     if (NULL != pjOut) {
         collect_roots(*pjDst, *pjOut);
         return 0;

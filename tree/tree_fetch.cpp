@@ -1,4 +1,4 @@
-// The handler of "VELQ.ZEM.Tree" "get": lists what the caller may see, decorates it, nests it, answers it.
+// The handler of "VELQ.ZEM.Tree" "get": answers the tree of all nodes that the caller may see.
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -12,14 +12,14 @@
 #include "platform/velq_core.h"
 #include "platform/velq_ui.h"
 #include "platform/velq_zem.h"
-#include "tree/hung_marker.h"
+#include "tree/attached_marker.h"
 #include "tree/node_decoration.h"
 #include "tree/prefetch.h"
 #include "tree/tree_assembly.h"
 
 namespace {
 
-// What a tree fetch holds of the platform's.
+// Objects of the platform that a tree fetch must release.
 struct TreeHandles {
     VLIBCSzHash* pHash = NULL;
     _tag_velq_zem_ou_* pHeadOu = NULL;
@@ -41,7 +41,7 @@ void release_handles(TreeHandles* pHandles)
     VLIBCSzHashFree(pHandles->pHash);
 }
 
-// Makes the query hash with the caller's identity.
+// Allocates the query hash and stores the caller's identity in it.
 int make_query(uint32_t uid, TreeHandles* pHandles)
 {
     char szUid[32];
@@ -62,7 +62,8 @@ int make_query(uint32_t uid, TreeHandles* pHandles)
     return 0;
 }
 
-// The record after this one: the first member of every kind of record, whose layout beyond it is the store's.
+// Returns the next record of a list, or null. Only the store knows the layout of servers and policies, but in every
+// kind of record the first member is the pointer to the next one.
 template <typename Record>
 const Record* next_record(const Record* pRecord)
 {
@@ -71,18 +72,18 @@ const Record* next_record(const Record* pRecord)
     return pNext;
 }
 
-// The nodes of a tree as they come from the store, and what nesting reads of them while they are in the cache.
+// The nodes of a tree as the store's converters made them, and the table of them for nesting.
 struct FlatNodes {
     Json::Value jDataOu{Json::arrayValue};
     Json::Value jDataKx{Json::arrayValue};
     Json::Value jDataGpo{Json::arrayValue};
-    NodeLinks links;
+    NodeTable table;
 };
 
-// Appends the records of a chain to the array as node objects, in chain order.
+// Converts each record of a list into a node and appends it to the array, in list order.
 template <typename Record>
-int chain_to_json(const Record* pHead, int (*pStructToJson)(const Record*, const Json::Value&, Json::Value&),
-                  Json::Value& jArray, std::vector<NodeLink> NodeLinks::*pKind, NodeLinks* pLinks)
+int list_to_json(const Record* pHead, int (*pStructToJson)(const Record*, const Json::Value&, Json::Value&),
+                 Json::Value& jArray, std::vector<NodeEntry> NodeTable::*pKind, NodeTable* pTable)
 {
     for (const Record* pRecord = pHead; NULL != pRecord; pRecord = next_record(pRecord)) {
         const Json::Value jSearchArray;
@@ -90,13 +91,13 @@ int chain_to_json(const Record* pHead, int (*pStructToJson)(const Record*, const
         if (0 > pStructToJson(pRecord, jSearchArray, jNode)) {
             return -1;
         }
-        remove_markers_below(jNode);  // the nesting would pass such a node over
-        read_node_link(jArray.append(std::move(jNode)), pKind, pLinks);
+        remove_markers_below(jNode);  // nesting would skip a node that arrives with a marker
+        add_node_entry(jArray.append(std::move(jNode)), pKind, pTable);
     }
     return 0;
 }
 
-// Raises every policy's settings to the version of the user interface; a policy without settings stays as it is.
+// Converts every policy's settings to the version of the user interface; a policy without settings stays unchanged.
 int convert_settings(Json::Value& jDataGpo)
 {
     Json::Value jUIVersion(Json::objectValue);
@@ -117,10 +118,10 @@ int convert_settings(Json::Value& jDataGpo)
     return 0;
 }
 
-// Lists what the uid may see as flat arrays of nodes.
+// Lists the nodes that the user may see into flat arrays.
 int fetch_nodes(uint32_t uid, TreeHandles* pHandles, FlatNodes* pNodes)
 {
-    NodeLinks* pLinks = &pNodes->links;
+    NodeTable* pTable = &pNodes->table;
 
     if (0 > make_query(uid, pHandles)) {
         return -1;
@@ -128,14 +129,14 @@ int fetch_nodes(uint32_t uid, TreeHandles* pHandles, FlatNodes* pNodes)
     if (0 > VELQZEMListTreeByUidHash(pHandles->pHash, &pHandles->pHeadOu, &pHandles->pHeadKx, &pHandles->pHeadGpo)) {
         return log_access_denied("0 > VELQZEMListTreeByUidHash(pHash, &pHeadOu, &pHeadKx, &pHeadGpo)");
     }
-    if (0 > chain_to_json(pHandles->pHeadOu, VELQZEMOuStructToJson, pNodes->jDataOu, &NodeLinks::groups, pLinks) ||
-        0 > chain_to_json(pHandles->pHeadKx, VELQZEMKxStructToJson, pNodes->jDataKx, &NodeLinks::servers, pLinks)) {
+    if (0 > list_to_json(pHandles->pHeadOu, VELQZEMOuStructToJson, pNodes->jDataOu, &NodeTable::groups, pTable) ||
+        0 > list_to_json(pHandles->pHeadKx, VELQZEMKxStructToJson, pNodes->jDataKx, &NodeTable::servers, pTable)) {
         return -1;
     }
-    return chain_to_json(pHandles->pHeadGpo, VELQZEMGpoStructToJson, pNodes->jDataGpo, &NodeLinks::policies, pLinks);
+    return list_to_json(pHandles->pHeadGpo, VELQZEMGpoStructToJson, pNodes->jDataGpo, &NodeTable::policies, pTable);
 }
 
-// Decorates the nodes and nests them into jData. What nesting cannot place is logged and is no failure.
+// Completes the nodes and nests them into jData. A failure of nesting leaves jData empty and is not a failure here.
 int make_tree(FlatNodes* pNodes, Json::Value& jData)
 {
     if (0 > convert_settings(pNodes->jDataGpo)) {
@@ -150,12 +151,12 @@ int make_tree(FlatNodes* pNodes, Json::Value& jData)
     for (Json::Value& jKx : pNodes->jDataKx) {
         jKx.removeMember("sid");
     }
-    BuildTreeJson(pNodes->jDataOu, pNodes->jDataKx, pNodes->jDataGpo, pNodes->links, jData);
+    BuildTreeJson(pNodes->jDataOu, pNodes->jDataKx, pNodes->jDataGpo, pNodes->table, jData);
     return 0;
 }
 
-// Releases the nodes one after the other, each with its subtree: left to itself, the library waits for the memory of
-// every member.
+// Releases the nodes one by one, each with its subtree, prefetching the next one: the library's own destructor waits
+// for memory at every member.
 void release_nodes(Json::Value& jNodes)
 {
     if (!jNodes.empty()) {

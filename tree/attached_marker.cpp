@@ -1,27 +1,28 @@
-#include "tree/hung_marker.h"
+// Reads, sets and removes the marker of attached nodes.
+#include "tree/attached_marker.h"
 
 #include "frame/json_read.h"
 
 bool has_marker(const Json::Value& jNode)
 {
-    return NULL != find_member(jNode, szHungMarker);
+    return NULL != find_member(jNode, szAttachedMarker);
 }
 
-bool is_hung(const Json::Value& jNode)
+bool is_attached(const Json::Value& jNode)
 {
-    const Json::Value* pjMarker = find_member(jNode, szHungMarker);
+    const Json::Value* pjMarker = find_member(jNode, szAttachedMarker);
     return NULL != pjMarker && !pjMarker->isNull();
 }
 
-void set_marker(Json::Value& jNode)
+void mark_attached(Json::Value& jNode)
 {
-    jNode[szHungMarker] = 1;
+    jNode[szAttachedMarker] = 1;
 }
 
 void remove_marker(Json::Value& jNode)
 {
     if (jNode.isObject()) {
-        jNode.removeMember(szHungMarker);
+        jNode.removeMember(szAttachedMarker);
     }
 }
 
