@@ -1,4 +1,4 @@
-// The method table through which the web API server finds the module's handlers.
+// Defines the method table in which the web API server looks up the module's handlers.
 #include "include/webapi_zem_ou.h"
 
 static_assert(32 == sizeof(VELQ::APIMethod), "the web API server reads rows of 32 bytes");

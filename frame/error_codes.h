@@ -1,10 +1,10 @@
-// The error codes with which handlers answer; the console's clients know them by these numbers.
+// The error codes that the handlers answer with; clients of the console depend on the numbers.
 #pragma once
 
 enum ErrorCode {
-    errParameter = 101,   // a required parameter is missing or cannot be used
+    errParameter = 101,   // a required parameter is missing or invalid
     errLogin = 105,       // the caller's login uid cannot be determined
-    errFailed = 117,      // a step failed; the default, which stays when nothing more is known
+    errFailed = 117,      // any other failure; every handler sets it first, as the default
     errPermission = 414,  // the caller may not manage the group
     errListing = 500,     // the one-level listing failed
 };

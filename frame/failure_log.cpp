@@ -1,4 +1,4 @@
-// The formats are read by people and by log filters: they are fixed to the byte.
+// Writes the module's log lines. Log filters depend on every byte of the formats, spelling mistakes included.
 #include "frame/failure_log.h"
 
 #include <cerrno>
@@ -11,7 +11,8 @@
 
 namespace {
 
-// Writes one line with errno as it was at the failure, which "%m" puts into words: syslog and printf may change it.
+// Runs write, which writes one log line, with errno set to err for the "%m" of its format; syslog and printf may change
+// errno, so it is set again afterwards.
 template <typename Write>
 void write_line(int err, Write write)
 {
@@ -20,13 +21,30 @@ void write_line(int err, Write write)
     errno = err;
 }
 
-// The same for a line on the terminal, when it is wanted.
+// Does the same for a line on standard output, if terminal debugging is on.
 template <typename Write>
 void write_echo(int err, Write write)
 {
     if (giTerminalDebug) {
         write_line(err, write);
     }
+}
+
+int log_message(const char* szMessage, const char* szFile, int line)
+{
+    const int err = errno;
+    const uid_t euid = geteuid();
+    const pid_t pid = getpid();
+
+    write_line(err, [=] {
+        syslog(LOG_ERR,
+               0 != err ? "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)%s\n\n" : "%s:%d (euid=%u)(pid=%d)(%s:%d)(%m)%s\n\n",
+               szFile, line, euid, pid, szFile, line, szMessage);
+    });
+    write_echo(err, [=] {
+        printf("(%s:%d)(euid=%u)(pid=%d)(%s:%d)(%m)%s\n\n", szFile, line, euid, pid, szFile, line, szMessage);
+    });
+    return -1;
 }
 
 }  // namespace
@@ -54,20 +72,7 @@ int log_failed_call(const char* szExpr, const char* szFile, int line)
 
 int log_bad_parameter(const char* szFile, int line)
 {
-    const int err = errno;
-    const uid_t euid = geteuid();
-    const pid_t pid = getpid();
-
-    write_line(err, [=] {
-        syslog(LOG_ERR,
-               0 != err ? "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)bad parameter\n\n"
-                        : "%s:%d (euid=%u)(pid=%d)(%s:%d)(%m)bad parameter\n\n",
-               szFile, line, euid, pid, szFile, line);
-    });
-    write_echo(err, [=] {
-        printf("(%s:%d)(euid=%u)(pid=%d)(%s:%d)(%m)bad parameter\n\n", szFile, line, euid, pid, szFile, line);
-    });
-    return -1;
+    return log_message("bad parameter", szFile, line);
 }
 
 int log_access_denied(const char* szExpr, const char* szFile, int line)
@@ -99,16 +104,7 @@ int log_malloc_hash(const char* szFile, int line)
         });
         write_echo(err, [=] { printf("(%s:%d)(euid=%u)(pid=%d)!!Fail EACESS, err=%m\n", szFile, line, euid, pid); });
     }
-    write_line(err, [=] {
-        syslog(LOG_ERR,
-               0 != err ? "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)malloc hash failed\n\n"
-                        : "%s:%d (euid=%u)(pid=%d)(%s:%d)(%m)malloc hash failed\n\n",
-               szFile, line, euid, pid, szFile, line);
-    });
-    write_echo(err, [=] {
-        printf("(%s:%d)(euid=%u)(pid=%d)(%s:%d)(%m)malloc hash failed\n\n", szFile, line, euid, pid, szFile, line);
-    });
-    return -1;
+    return log_message("malloc hash failed", szFile, line);
 }
 
 void log_null_request(const VELQ::APIRequest* req, const VELQ::APIResponse* resp, int line)

@@ -1,33 +1,34 @@
-// Failure logging: every line that the module writes to the system log.
+// Writes every line that the module sends to the system log.
 //
-// A family words its line by errno at the moment of the call and, when giTerminalDebug is set, echoes it to standard
-// output; a plain line does neither. Each operation reads errno once, on entry, and leaves it as it was. The line
-// number defaults to the caller's own line. All may be called by any thread.
+// There are two sorts of lines. A failure line contains the text of errno, its wording depends on errno at the time of
+// the call, and it is repeated on standard output while giTerminalDebug is set. A plain line does none of that. Every
+// function leaves errno unchanged, and any thread may call it. The parameter line, the source line in the log entry,
+// defaults to the line of the call.
 #pragma once
 
 #include <cstdint>
 
 #include "platform/velq_webapi.h"
 
-// Source names that the lines carry: the handlers', and the exported link functions'.
+// Source file names in the log entries: that of the handlers, and that of the exported link functions.
 constexpr char szSourceOu[] = "webapi_zem_ou.cpp";
 constexpr char szSourceLib[] = "webapi_zem_lib.cpp";
 
-// --- Families. Each returns -1, the result of the function that failed.
+// --- Failure lines. Each function returns -1, so that a caller can return its result.
 //
-// szExpr: the text under which log filters know the check, spaces and old names included. It is not always the check in
-// the code, which may be written in another way or look at more: the text stays as it is when the code changes.
+// szExpr: the text by which log filters recognise the failed check. It must stay as it is, spaces and old names
+// included, even where the code has been rewritten since or checks more than the text says.
 
-// A check that failed, typically a call into the platform.
+// Logs a check that failed, mostly a call into the platform.
 int log_failed_call(const char* szExpr, const char* szFile = szSourceOu, int line = __builtin_LINE());
 
-// An argument that a function refuses on entry.
+// Logs an invalid argument or value.
 int log_bad_parameter(const char* szFile = szSourceOu, int line = __builtin_LINE());
 
-// A failure that is worth a line only when it is a refusal of access: writes nothing unless errno is EACCES.
+// Logs a failed check only if errno is EACCES; writes nothing otherwise.
 int log_access_denied(const char* szExpr, const char* szFile = szSourceOu, int line = __builtin_LINE());
 
-// A string hash that could not be allocated.
+// Logs that a string hash could not be allocated; with errno EACCES it writes two lines.
 int log_malloc_hash(const char* szFile = szSourceOu, int line = __builtin_LINE());
 
 // --- Plain lines
@@ -35,7 +36,8 @@ int log_malloc_hash(const char* szFile = szSourceOu, int line = __builtin_LINE()
 void log_null_request(const VELQ::APIRequest* req, const VELQ::APIResponse* resp, int line = __builtin_LINE());
 void log_no_login_uid(int line = __builtin_LINE());
 
-// The last three are the platform's last-error record: why the caller may not manage the group.
+// Logs that the user may not manage the group. errCode, szErrFile and errLine: the platform's last-error record, which
+// says why.
 void log_no_permission(const char* szUser, int64_t groupId, int errCode, const char* szErrFile, int errLine,
                        int line = __builtin_LINE());
 

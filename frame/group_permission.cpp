@@ -1,3 +1,4 @@
+// Asks the store whether a user may manage a group, and answers and logs the refusal.
 #include "frame/group_permission.h"
 
 #include <string>

@@ -1,3 +1,4 @@
+// Checks a handler's arguments and the caller's login.
 #include "frame/handler_frame.h"
 
 #include "frame/error_codes.h"

@@ -1,13 +1,13 @@
-// The steps with which every handler of the method table begins.
+// The first steps of every handler in the method table.
 #pragma once
 
 #include <cstdint>
 
 #include "platform/velq_webapi.h"
 
-// Refuses a null request or response with a log line. Returns 0, or -1: return at once then, nothing may be called.
+// Returns 0, or -1 after a log line if req or resp is null; the handler must then return without any further call.
 int check_request(const VELQ::APIRequest* req, const VELQ::APIResponse* resp, int line = __builtin_LINE());
 
-// Reads the caller's uid into *pUid and sets the default error 117, which stays until something else is set.
-// Returns 0, or -1 after a log line with error 105 set: the uid cannot be determined.
+// Reads the caller's uid into *pUid and sets the default error 117, which a later SetError or SetSuccess replaces.
+// Returns 0; if the uid cannot be determined, writes a log line, sets error 105 and returns -1.
 int begin_request(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t* pUid, int line = __builtin_LINE());

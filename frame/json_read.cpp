@@ -1,3 +1,4 @@
+// Reads and parses JSON, checking in advance everything for which the JSON library would throw.
 #include "frame/json_read.h"
 
 #include <cerrno>
@@ -8,21 +9,22 @@
 
 namespace {
 
-constexpr int maxNesting = 500;  // below the reader's own limit, which it answers with an exception
+constexpr int maxNesting = 500;  // below the library's own limit, at which it throws
 
-// Whether the reader can be given the text: it throws at deep nesting, and lets comments through in places.
+// Whether the library's parser may see the text: it throws at deep nesting, and accepts comments in some places even in
+// strict mode.
 bool is_readable(const std::string& text)
 {
     int depth = 0;
-    bool inText = false;
+    bool isInString = false;
     for (size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
-        if (inText && '\\' == c) {
+        if (isInString && '\\' == c) {
             ++i;
         } else if ('"' == c) {
-            inText = !inText;
-        } else if (!inText) {
-            depth += ('[' == c || '{' == c) ? 1 : (']' == c || '}' == c) ? -1 : 0;
+            isInString = !isInString;
+        } else if (!isInString) {
+            depth += ('[' == c || '{' == c) - (']' == c || '}' == c);
             if (depth > maxNesting || '/' == c) {
                 return false;
             }
@@ -46,7 +48,7 @@ int read_int64(const Json::Value& jValue, int64_t* pValue)
             }
             break;
         case Json::realValue:
-            // The library lets the double 2^63 through, which no int64_t can hold; NaN fails both comparisons.
+            // The library accepts 2^63, which is out of range. NaN fails both comparisons.
             if (!(jValue.asDouble() >= -0x1p63 && jValue.asDouble() < 0x1p63)) {
                 return -1;
             }
@@ -93,14 +95,14 @@ int read_member(const Json::Value& jValue, const char* szName, int64_t* pValue)
 
 int fromString(Json::Value& jValue, const std::string& text)
 {
-    const int err = errno;  // the reader's number conversion changes it
+    const int err = errno;  // the parser's number conversion changes it
     jValue = Json::Value();
     if (!is_readable(text)) {
         return -1;
     }
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
-    builder["strictRoot"] = false;  // a bare number is JSON too
+    builder["strictRoot"] = false;  // accept a number or a string at the top level
     builder["rejectDupKeys"] = false;
     const std::unique_ptr<Json::CharReader> pReader(builder.newCharReader());
     const bool isValid = pReader->parse(text.data(), text.data() + text.size(), &jValue, NULL);

@@ -1,6 +1,6 @@
-// Checked reads of JSON values: what the JSON library would answer with an exception is a result here.
+// Reads JSON values and parses JSON text without exceptions: where the JSON library would throw, these return -1.
 //
-// All may be called by any thread on values of its own; errno is left as it is.
+// Any thread may call the functions, with values that no other thread uses. They leave errno unchanged.
 #pragma once
 
 #include <cstdint>
@@ -8,22 +8,23 @@
 
 #include <json/value.h>
 
-// Reads a number as the library converts it: null is 0, a boolean 0 or 1, a fraction is cut. Returns 0, or -1 with
-// *pValue unchanged: another type, not a number, or out of the range of the result.
+// Reads a number, converted as the library does it: null reads as 0, a boolean as 0 or 1, a fraction is truncated.
+// Returns 0; returns -1 and leaves *pValue unchanged if the value has another type, is NaN, or is out of range.
 int read_int64(const Json::Value& jValue, int64_t* pValue);
 int read_int(const Json::Value& jValue, int* pValue);
 
-// Turns a value into text as the library does: null is "", a number or a boolean its JSON text. Returns 0, or -1 with
-// *pText unchanged: an array, an object, or a text with a NUL in it, which no C string can carry.
+// Reads a value as text, converted as the library does it: null reads as "", a number or a boolean as its JSON text.
+// Returns 0; returns -1 and leaves *pText unchanged if the value is an array, an object, or a string that contains a
+// NUL, which would cut it short as a C string.
 int read_text(const Json::Value& jValue, std::string* pText);
 
-// The member of an object, null when jValue is no object or lacks it. Belongs to jValue.
+// Returns the member of that name, which belongs to jValue, or null if jValue is not an object or lacks the member.
 const Json::Value* find_member(const Json::Value& jValue, const char* szName);
 
-// Reads a member that is there, as read_int64 does. Returns 0, or -1 with *pValue unchanged: jValue is no object, lacks
-// the member, or it cannot be read.
+// Reads a member as read_int64 does. Returns 0; returns -1 and leaves *pValue unchanged if jValue is not an object,
+// lacks the member, or read_int64 refuses its value.
 int read_member(const Json::Value& jValue, const char* szName, int64_t* pValue);
 
-// Replaces the value by the one that the JSON text describes. Returns 0, or -1 with a null value: not valid JSON, or
+// Parses JSON text into jValue. Returns 0; returns -1 and sets jValue to null if the text is not valid JSON or is
 // nested deeper than 500 levels.
 int fromString(Json::Value& jValue, const std::string& text);

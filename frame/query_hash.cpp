@@ -1,3 +1,4 @@
+// Allocates a query hash and logs when that fails.
 #include "frame/query_hash.h"
 
 #include "frame/failure_log.h"

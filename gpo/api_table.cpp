@@ -1,4 +1,4 @@
-// The method table through which the web API server finds the module's handler.
+// Defines the method table in which the web API server looks up the module's handler.
 #include "gpo/policy_link.h"
 
 #pragma GCC visibility push(default)

@@ -1,3 +1,4 @@
+// Writes the module's log lines.
 #include "gpo/failure_log.h"
 
 #include <cerrno>
@@ -12,7 +13,7 @@ namespace {
 
 constexpr char szSource[] = "webapi_zem_gpo.cpp";
 
-// Writes one line with errno as it was at the failure, which "%m" puts into words: syslog may change it.
+// Writes one line and restores errno, which syslog may change.
 template <typename... Arguments>
 void write_line(const char* szFormat, int line, Arguments... arguments)
 {

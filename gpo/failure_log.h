@@ -1,5 +1,7 @@
-// The lines that the module writes to the system log, worded as those of its neighbours. Each leaves errno as it was.
-// The line number defaults to the caller's own line. All may be called by any thread.
+// Writes the module's lines to the system log, in the same formats as webapi_zem_ou.so.
+//
+// Every function leaves errno unchanged, and any thread may call it. The parameter line, the source line in the log
+// entry, defaults to the line of the call.
 #pragma once
 
 #include <cstdint>
@@ -8,13 +10,13 @@
 
 namespace gpo {
 
-// A check that failed, with what errno says. szExpr: the text of the check. Returns -1.
+// Logs a check that failed, with the text of errno. szExpr: the text of the check. Returns -1.
 int log_failed_call(const char* szExpr, int line = __builtin_LINE());
 
 void log_null_request(const VELQ::APIRequest* req, const VELQ::APIResponse* resp, int line = __builtin_LINE());
 void log_no_login_uid(int line = __builtin_LINE());
 
-// The store's reason is taken from the platform's last-error record.
+// Logs that the user may not manage the group, with the reason in the platform's last-error record.
 void log_no_permission(const char* szUser, int64_t groupId, int line = __builtin_LINE());
 
 void log_notify_failed(uint32_t uid, int64_t nodeId, int line = __builtin_LINE());

@@ -1,4 +1,4 @@
-// The handler of "VELQ.ZEM.GPO" "link": links one policy to groups and servers, and takes links away.
+// The handler of "VELQ.ZEM.GPO" "link": links one policy to groups and servers, or removes such links.
 #include "gpo/policy_link.h"
 
 #include <cerrno>
@@ -14,18 +14,18 @@ enum ErrorCode { errParameter = 101, errLogin = 105, errFailed = 117, errPermiss
 
 constexpr int64_t rootGroup = 0;
 
-// What is asked of the targets of one array, in the order in which it is done.
+// The parameters with targets, in the order in which they are handled, and whether their links are added or removed.
 constexpr struct {
     const char* szTargets;
     int isAdd;
 } changes[] = {{"target_add", 1}, {"target_remove", 0}};
 
-// One request: who sent it, and the policy with its targets.
+// One request: its sender, and the policy with its targets.
 struct LinkRequest {
     VELQ::APIRequest* req;
     VELQ::APIResponse* resp;
     uint32_t uid;
-    _tag_velq_zem_kx_* pKx;  // for whichever server is looked at
+    _tag_velq_zem_kx_* pKx;  // record for the server that is being checked
     int64_t serverType;      // "node_type" of servers
     Json::Value jPolicy;
 };
@@ -75,7 +75,7 @@ bool is_link_request(const Json::Value& jPolicy, int64_t serverType)
     return isAny;
 }
 
-// Reads the parameters into the policy's record, the targets stamped with its identifier.
+// Reads the parameters into the policy's record, and its identifier into each target.
 int read_policy(LinkRequest* pLink)
 {
     const Json::Value jId = pLink->req->GetParam("id", Json::Value());
@@ -100,7 +100,8 @@ int check_group(const LinkRequest* pLink, int64_t groupId)
     return -1;
 }
 
-// The server's group; for a server that is not there the root group: who manages it may know that.
+// Finds the server's group. A server that does not exist counts as in the root group, whose managers may learn that it
+// does not exist.
 int find_group_of_server(const LinkRequest* pLink, int64_t serverId, int64_t* pGroupId)
 {
     *pGroupId = rootGroup;
@@ -112,8 +113,8 @@ int find_group_of_server(const LinkRequest* pLink, int64_t serverId, int64_t* pG
     return read_server_member(pLink->pKx, "parent_id", pGroupId);
 }
 
-// Another's server is refused in the end for lack of a right on the root group, as is one that is not there, so that
-// the store's reason tells nobody which of them it is.
+// A server in another's group is refused with the root group as the reason, exactly like one that does not exist, so
+// that a caller without permission cannot find out which servers exist.
 int check_server(const LinkRequest* pLink, int64_t serverId)
 {
     int64_t groupId = 0;
@@ -132,7 +133,7 @@ int check_target(const LinkRequest* pLink, const Json::Value& jTarget, int)
 int update_target(const LinkRequest* pLink, Json::Value& jTarget, int isAdd)
 {
     const bool isGroup = is_group(jTarget);
-    errno = 0;  // an old EACCES would pass for a refusal
+    errno = 0;  // an earlier EACCES must not look like a refusal
     if (0 > (isGroup ? VELQZEMOuUpdateLinkGpo : VELQZEMKxUpdateLinkGpo)(jTarget, isAdd)) {
         if (EACCES == errno) {
             pLink->resp->SetError(errPermission, Json::Value());
@@ -140,7 +141,7 @@ int update_target(const LinkRequest* pLink, Json::Value& jTarget, int isAdd)
         return gpo::log_failed_call(isGroup ? "0 > VELQZEMOuUpdateLinkGpo(jTarget, isAdd)"
                                             : "0 > VELQZEMKxUpdateLinkGpo(jTarget, isAdd)");
     }
-    // The links are changed by now: servers that hear of it late are no reason to answer an error.
+    // The links have been changed, so a failed notification of the servers must not make the answer an error.
     const int64_t nodeId = jTarget["node_id"].asInt64();
     if (0 > VELQZEMGpoNotifyFetch(pLink->uid, jTarget["node_type"].asInt(), nodeId)) {
         gpo::log_notify_failed(pLink->uid, nodeId);
@@ -148,7 +149,7 @@ int update_target(const LinkRequest* pLink, Json::Value& jTarget, int isAdd)
     return 0;
 }
 
-// Does the work for each target in turn, until one fails.
+// Calls work for each target in turn, until one call fails.
 template <typename Work>
 int for_each_target(LinkRequest* pLink, Work work)
 {
@@ -183,7 +184,7 @@ void link_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
         return;
     }
     link.pKx = pKx.get();
-    // The store says by a fresh record which kind its servers are.
+    // The kind of servers is up to the store: a newly allocated record tells it.
     if (0 == read_server_member(link.pKx, "node_type", &link.serverType) && 0 == read_policy(&link) &&
         0 == for_each_target(&link, check_target) && 0 == for_each_target(&link, update_target)) {
         resp->SetSuccess(Json::Value());

@@ -1,4 +1,4 @@
-// The handler of "VELQ.ZEM.KXGroup" "create": one group, or several in one request.
+// The handler of "VELQ.ZEM.KXGroup" "create": creates one group or several.
 #include "frame/failure_log.h"
 #include "frame/group_permission.h"
 #include "frame/handler_frame.h"
@@ -10,7 +10,7 @@ namespace {
 
 constexpr int createMode = 1;
 
-// Collects the group records of the request into jRecords, an array.
+// Appends the request's group records to the array jRecords.
 int read_records(VELQ::APIRequest& req, Json::Value& jRecords, bool* pIsMultiple)
 {
     *pIsMultiple = req.HasParam("multiple_data");
@@ -41,13 +41,13 @@ int set_delegates(Json::Value& jRecord)
     return 0;
 }
 
-// Creates one group with its delegates; its identifier goes to *pNewId.
+// Creates one group with its delegates and writes its identifier to *pNewId.
 int create_group(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t uid, Json::Value& jRecord,
                  int64_t* pNewId)
 {
     _tag_velq_zem_ou_ ou;
 
-    // A record that is not an object, before or after the store had it in its hands, could not take the "id" below.
+    // Setting "id" below needs an object, and the conversion may change the record.
     if (!jRecord.isObject() || 0 > VELQZEMOuJsonToStruct(jRecord, &ou) || !jRecord.isObject()) {
         return log_failed_call("0 > VELQZEMOuJsonToStruct(multiple_data[i], &ou)");
     }

@@ -1,4 +1,4 @@
-// The handler of "VELQ.ZEM.KXGroup" "delete": deletes one group, or several in one request.
+// The handler of "VELQ.ZEM.KXGroup" "delete": deletes one group or several.
 #include "frame/error_codes.h"
 #include "frame/failure_log.h"
 #include "frame/group_permission.h"
@@ -9,7 +9,7 @@
 
 namespace {
 
-// Collects the identifiers of the request into jIds, an array.
+// Appends the request's identifiers to the array jIds.
 int read_ids(const VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& jIds)
 {
     if (!req.HasParam("node_id")) {
@@ -27,22 +27,22 @@ int read_ids(const VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& 
 
 int delete_group(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t uid, const Json::Value& jId)
 {
-    int64_t tmpID = 0;
+    int64_t groupId = 0;
 
-    if (0 > read_int64(jId, &tmpID)) {
+    if (0 > read_int64(jId, &groupId)) {
         log_bad_parameter();
         resp.SetError(errParameter, Json::Value());
         return -1;
     }
-    if (0 == tmpID) {
+    if (0 == groupId) {
         log_root_delete();
         resp.SetError(errParameter, Json::Value());
         return -1;
     }
-    if (0 > check_group_permission(req, resp, uid, tmpID)) {
+    if (0 > check_group_permission(req, resp, uid, groupId)) {
         return -1;
     }
-    if (0 > VELQZEMOuDeleteAllByID(tmpID)) {
+    if (0 > VELQZEMOuDeleteAllByID(groupId)) {
         return log_failed_call("0 > VELQZEMOuDeleteAllByID(tmpID)");
     }
     return 0;

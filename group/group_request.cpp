@@ -1,4 +1,4 @@
-// One group's request parameters as a group record.
+// Converts the request parameters of one group into a group record.
 #include <string>
 
 #include "frame/failure_log.h"
@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int invalidArgument = 0x0D00;  // the platform's code for it
+constexpr int invalidArgument = 0x0D00;  // error code of the platform
 
 void copy_if_present(const VELQ::APIRequest& req, const std::string& name, Json::Value& jRecord)
 {
@@ -26,7 +26,7 @@ int refuse_null_request(int line = __builtin_LINE())
 
 int request_to_record(const VELQ::APIRequest& req, bool isCreate, Json::Value& jRecord)
 {
-    // The console sends "id" with every create; the identifier itself travels as "node_id".
+    // The console sends an "id" with every create, but the identifier itself is "node_id".
     if (isCreate && !req.HasParam("id")) {
         return -1;
     }
@@ -45,7 +45,7 @@ int request_to_record(const VELQ::APIRequest& req, bool isCreate, Json::Value& j
     jRecord["parent_id"] = req.GetParam("parent_id", Json::Value());
     copy_if_present(req, "block_inheritance", jRecord);
 
-    // A value that the store refuses here it refuses again when the record is converted.
+    // The result is ignored: a value that the store refuses here makes the record's conversion fail later.
     if (req.HasParam("linked_gpo")) {
         VELQZEMHttpReqToJsonForLinkedGpo(req.GetParam("linked_gpo", Json::Value()), jRecord);
     }

@@ -1,4 +1,4 @@
-// The handler of "VELQ.ZEM.KXGroup" "set": changes one group, or several in one request.
+// The handler of "VELQ.ZEM.KXGroup" "set": changes one group or several.
 #include <memory>
 
 #include "frame/error_codes.h"
@@ -13,7 +13,7 @@ namespace {
 
 constexpr int updateMode = 0;
 
-// Collects the group records of the request into jRecords, an array.
+// Appends the request's group records to the array jRecords.
 int read_records(VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& jRecords)
 {
     if (req.HasParam("multiple_data")) {
@@ -34,7 +34,7 @@ int read_records(VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& jR
     return 0;
 }
 
-// Reads the record's "id"; one that is no signed 64-bit integer is answered as a parameter that cannot be used.
+// Reads the record's "id"; sets error 101 if it is not a signed 64-bit integer.
 int read_id(const Json::Value& jRecord, VELQ::APIResponse& resp, int64_t* pId)
 {
     if (0 > read_member(jRecord, "id", pId)) {
@@ -45,10 +45,10 @@ int read_id(const Json::Value& jRecord, VELQ::APIResponse& resp, int64_t* pId)
     return 0;
 }
 
-// Loads the group, lays the record over it and writes it back.
-int store_group(int64_t tmpID, Json::Value& jRecord, _tag_velq_zem_ou_* pOu)
+// Loads the group, changes the members that the record has, and stores it.
+int store_group(int64_t groupId, Json::Value& jRecord, _tag_velq_zem_ou_* pOu)
 {
-    if (0 > VELQZEMOuGet(tmpID, pOu)) {
+    if (0 > VELQZEMOuGet(groupId, pOu)) {
         return log_failed_call("0 > VELQZEMOuGet(tmpID, pOu)");
     }
     if (0 > VELQZEMOuJsonToStruct(jRecord, pOu)) {
@@ -60,7 +60,7 @@ int store_group(int64_t tmpID, Json::Value& jRecord, _tag_velq_zem_ou_* pOu)
     return 0;
 }
 
-// Sets the delegates that the record carries. Its "id" is read anew: the store has had the record in its hands.
+// Sets the delegates if the record has any. Reads "id" again, because the conversion may have changed the record.
 int set_delegates(Json::Value& jRecord, VELQ::APIResponse& resp)
 {
     int64_t id = 0;
@@ -81,18 +81,18 @@ int set_delegates(Json::Value& jRecord, VELQ::APIResponse& resp)
 int set_group(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t uid, Json::Value& jRecord,
               _tag_velq_zem_ou_* pOu)
 {
-    int64_t tmpID = 0;
+    int64_t groupId = 0;
 
     if (NULL == find_member(jRecord, "id")) {
         return log_failed_call("false == multiple_data[i].isMember(\"id\")");
     }
-    if (0 > read_id(jRecord, resp, &tmpID) || 0 > check_group_permission(req, resp, uid, tmpID) ||
-        0 > store_group(tmpID, jRecord, pOu) || 0 > set_delegates(jRecord, resp)) {
+    if (0 > read_id(jRecord, resp, &groupId) || 0 > check_group_permission(req, resp, uid, groupId) ||
+        0 > store_group(groupId, jRecord, pOu) || 0 > set_delegates(jRecord, resp)) {
         return -1;
     }
-    // The group is changed by now: servers that hear of it late are no reason to answer an error.
-    if (0 > VELQZEMGpoNotifyFetch(uid, VELQ_ZEM_TYPE_OU, tmpID)) {
-        log_notify_failed(uid, tmpID);
+    // The group has been changed, so a failed notification of its servers must not make the answer an error.
+    if (0 > VELQZEMGpoNotifyFetch(uid, VELQ_ZEM_TYPE_OU, groupId)) {
+        log_notify_failed(uid, groupId);
     }
     return 0;
 }

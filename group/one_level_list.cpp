@@ -1,5 +1,4 @@
-// The paged, sorted listing of one level of groups. Paging, sorting and rights are the store's work: the parameters are
-// handed on as text.
+// The handler that lists one level of groups, paged and sorted by the store.
 #include <memory>
 #include <string>
 
@@ -13,7 +12,7 @@
 
 namespace {
 
-// What a listing holds of the platform's.
+// Objects of the platform that a listing must release.
 struct LevelHandles {
     VLIBCSzHash* pHash = NULL;
     _tag_velq_zem_ou_* pHead = NULL;
@@ -29,7 +28,7 @@ void release_handles(LevelHandles* pHandles)
 
 constexpr const char* szQueryKeys[] = {"offset", "limit", "sort_by", "sort_direction", "ugid", "user_type"};
 
-// Copies the parameters that the request carries into the hash. A value that has no text form cannot be stored.
+// Copies the request's parameters into the hash as text; fails on an array or object, which has no text form.
 int fill_query(const VELQ::APIRequest& req, VELQ::APIResponse& resp, LevelHandles* pHandles)
 {
     for (const char* szKey : szQueryKeys) {
@@ -46,7 +45,7 @@ int fill_query(const VELQ::APIRequest& req, VELQ::APIResponse& resp, LevelHandle
     return 0;
 }
 
-// Lists the groups into jObjects, an array.
+// Appends the listed groups to the array jObjects.
 int list_groups(const VELQ::APIRequest& req, VELQ::APIResponse& resp, LevelHandles* pHandles, Json::Value& jObjects)
 {
     pHandles->pHash = alloc_query_hash();
@@ -82,6 +81,6 @@ void list_one_level_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
     jResult["count"] = Json::Value(jObjects.size());
     jResult["objects"] = std::move(jObjects);
     jResult["offset"] = req->GetParam("offset", Json::Value());
-    jResult["total"] = 0;  // the store is not asked for one
+    jResult["total"] = 0;  // fixed: the store's total is not requested
     resp->SetSuccess(jResult);
 }

@@ -1,7 +1,8 @@
-// What the module offers to the other modules of the package: the policy links of groups and servers.
+// The functions that the module exports to the other modules of the package: they change the policy links of groups and
+// servers.
 //
-// Threads: any thread may call these, each with JSON values of its own. Nothing is locked here: when two callers change
-// the same node at once, the node store accepts one and refuses the other.
+// Any thread may call them, with JSON values that no other thread uses. They lock nothing: if two callers change the
+// same node at the same time, the node store accepts one change and refuses the other.
 #pragma once
 
 #include <json/value.h>
@@ -12,19 +13,20 @@
 
 extern "C" {
 
-// Copies the request's "target_add" and "target_remove", as far as it carries them, into the policy's record jOut and
-// gives every entry of them that is an object the record's "id" as "gpo_id". Other entries and values that are not
-// arrays are copied as they are. A null req, or a jOut that is neither an object nor null, leaves a log line and jOut
-// unchanged. A record without "id" stamps null, and gains a null "id".
+// Copies "target_add" and "target_remove", if the request has them, into the policy's record jOut, and sets "gpo_id" of
+// every entry that is an object to the record's "id"; if the record has none, both become null. Other entries, and
+// values that are not arrays, are copied unchanged. If req is null, or jOut is neither an object nor null, the function
+// writes a log line and leaves jOut unchanged.
 void VELQZEMHttpReqToJsonForLinkedTarget(VELQ::APIRequest* req, Json::Value& jOut);
 
-// Adds a policy at the end of the ordered links of a group (Ou) or a server (Kx), or removes it there.
-// jData: {"node_id": the node's identifier, "gpo_id": the policy's}, both signed 64-bit integers; the caller keeps it.
-// isAdd: non-zero adds, a policy that is linked already stays where it is; zero removes every link to the policy.
-// The node is stored also when its links did not change.
-// Returns 0, or -1 after a log line, the stored node then unchanged. errno: the failed store call's (ENOENT no such
-// node, EINVAL no such policy, EAGAIN the node was changed meanwhile, EACCES, EBUSY, EIO, ENOMEM); as it was on entry
-// when jData is malformed; of no meaning when the stored links are.
+// Adds a policy to the end of the ordered links of a group (Ou) or server (Kx), or removes it from them.
+// jData: {"node_id": the node's identifier, "gpo_id": the policy's identifier}, both signed 64-bit integers. The caller
+// owns it.
+// isAdd: non-zero adds the policy, or leaves it in its place if it is linked already; zero removes every link to it.
+// The node is stored even if its links did not change.
+// Returns 0, or -1 after a log line; the stored node is then unchanged. errno after -1: as the failed store call set it
+// (ENOENT no such node, EINVAL no such policy, EAGAIN the node was changed in the meantime, EACCES, EBUSY, EIO,
+// ENOMEM); unchanged if jData is malformed; unspecified if the stored links are malformed.
 int VELQZEMOuUpdateLinkGpo(Json::Value& jData, int isAdd);
 int VELQZEMKxUpdateLinkGpo(Json::Value& jData, int isAdd);
 

@@ -1,5 +1,4 @@
-// Adding a policy to, and removing it from, the ordered links of a node: one read-modify-write of its record. Groups
-// and servers differ only in the store calls.
+// Adds a policy to the ordered links of a group or server, or removes it, by loading, changing and storing its record.
 #include <memory>
 
 #include "frame/failure_log.h"
@@ -9,7 +8,7 @@
 
 namespace {
 
-// The store calls of one kind of record, each with the text of its check.
+// The store calls of one kind of record, each with the text that is logged when it fails.
 template <typename Record>
 struct RecordCalls {
     Record* (*pAlloc)(void);
@@ -43,7 +42,7 @@ constexpr RecordCalls<_tag_velq_zem_kx_> kxCalls = {
     VELQZEMKxFree,
 };
 
-// Reads a member that the request must carry as a number; a null one is refused like a missing one.
+// Reads a number that the request must contain; null counts as missing.
 int read_id(const Json::Value& jData, const char* szName, int64_t* pId)
 {
     const Json::Value* pjId = find_member(jData, szName);
@@ -55,7 +54,7 @@ bool is_null_or(Json::ValueType type, const Json::Value* pjValue)
     return NULL == pjValue || pjValue->isNull() || type == pjValue->type();
 }
 
-// Whether the stored links have a shape that can be changed without losing anything.
+// Whether the stored links can be changed without losing data: neither they nor their order has an unexpected type.
 bool is_link_field(const Json::Value& jNode)
 {
     const Json::Value* pjLinkedGpo = find_member(jNode, "linked_gpo");
@@ -64,7 +63,8 @@ bool is_link_field(const Json::Value& jNode)
            is_null_or(Json::arrayValue, pjOrder);
 }
 
-// An entry without "id" links the policy 0 here, and gains a null "id".
+// Whether the entry links the policy. An entry without "id" counts as a link to policy 0 and gets a null "id", which is
+// stored with the record.
 bool is_entry_of(Json::Value& jEntry, int64_t gpoId)
 {
     int64_t id = 0;
@@ -106,7 +106,7 @@ void add_link(Json::Value& jNode, int64_t gpoId, const Json::Value& jGpoId)
     jOrder.append(std::move(jLink));
 }
 
-// Loads the node into pNode, changes its links and stores it.
+// Loads the node into pNode, adds or removes the link, and stores the node.
 template <typename Record>
 int rewrite_links(const RecordCalls<Record>& calls, Record* pNode, int64_t nodeId, int64_t gpoId,
                   const Json::Value& jGpoId, bool isAdd)
@@ -148,7 +148,7 @@ int update_link(const RecordCalls<Record>& calls, const Json::Value& jData, bool
         return log_bad_parameter(szSourceLib);
     }
     Record* pNode = NULL;
-    const auto release = [&calls](Record** ppNode) { calls.pFree(*ppNode); };  // called with a null record, too
+    const auto release = [&calls](Record** ppNode) { calls.pFree(*ppNode); };  // also with a null record
     const std::unique_ptr<Record*, decltype(release)> pRelease(&pNode, release);
 
     pNode = calls.pAlloc();

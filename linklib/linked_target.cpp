@@ -1,4 +1,4 @@
-// The targets of a policy-link request, stamped with the policy that they are to link.
+// Copies the targets of a policy-link request into the policy's record and adds the policy's identifier to each.
 #include "frame/failure_log.h"
 #include "include/webapi_zem_lib.h"
 
@@ -6,8 +6,8 @@ namespace {
 
 constexpr const char* szTargetKeys[] = {"target_add", "target_remove"};
 
-// Entries that are no objects have no place for the stamp and stay as they are.
-void stamp_targets(Json::Value& jTargets, Json::Value& jOut)
+// Sets "gpo_id" in every target; an entry that is not an object stays as it is.
+void set_policy_id(Json::Value& jTargets, Json::Value& jOut)
 {
     if (!jTargets.isArray()) {
         return;
@@ -37,6 +37,6 @@ void VELQZEMHttpReqToJsonForLinkedTarget(VELQ::APIRequest* req, Json::Value& jOu
         }
         Json::Value& jTargets = jOut[szKey];
         jTargets = req->GetParam(szKey, Json::Value());
-        stamp_targets(jTargets, jOut);
+        set_policy_id(jTargets, jOut);
     }
 }

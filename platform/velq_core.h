@@ -1,11 +1,11 @@
-// The core library: the last-error record, the string hash, the shared string, and the terminal-debug switch.
+// Declares the core library: last-error record, string hash, shared string, terminal-debug switch.
 #pragma once
 
 #include <memory>
 #include <string>
 
-// Immutable text. Copies share one reference-counted buffer; copies may be made and destroyed on several threads at
-// once, one object must not be assigned to while another thread reads it.
+// Immutable text; copies share one reference-counted buffer. Several threads may copy and destroy objects that share a
+// buffer, but no thread may assign to an object while another one reads it.
 class VLIBCString {
 public:
     VLIBCString();                         // empty
@@ -15,7 +15,7 @@ public:
     VLIBCString& operator=(const VLIBCString& other);
     ~VLIBCString();
 
-    // The text, NUL-terminated, never null. Owned by this object: valid until it is assigned to or destroyed.
+    // Returns the text, NUL-terminated, never null. It is valid until this object is assigned to or destroyed.
     const char* c_str() const;
 
     bool empty() const;
@@ -29,40 +29,40 @@ extern "C" {
 typedef int BOOL;
 enum { FALSE = 0, TRUE = 1 };
 
-// Non-zero: failure lines are echoed to standard output. Set by the process before it calls a module, read at any
-// time by any thread.
+// Non-zero: modules repeat their failure lines on standard output. The process sets it before it calls a module; any
+// thread may read it at any time.
 extern int giTerminalDebug;
 
-// --- The last-error record: one per thread, no locking needed. It starts as code 0, file "", line 0.
+// --- The last-error record. Each thread has its own, which starts with code 0, file "" and line 0.
 
-// The error code of the calling thread's last error, 0 when none was set.
+// Returns the code of the calling thread's last error.
 int VLIBCErrGet(void);
 
-// The source file of the calling thread's last error; never null. The text is the one given to VLIBCErrSetEx.
+// Returns the source file of the calling thread's last error, never null: the pointer that was passed to VLIBCErrSetEx.
 const char* VLIBCErrorGetFile(void);
 
-// The source line of the calling thread's last error, counted from 1.
+// Returns the source line of the calling thread's last error.
 int VLIBCErrorGetLine(void);
 
-// Sets the calling thread's record. szFile: must stay valid for as long as the record may be read (a literal); null
-// counts as "". line: counted from 1. errno is left as it is.
+// Sets the calling thread's record. szFile: must stay valid as long as the record may be read, such as a literal; null
+// counts as "". line: counted from 1. Leaves errno unchanged.
 void VLIBCErrSetEx(int code, const char* szFile, int line);
 
-// --- The string hash: text keys to text values. One thread at a time per hash.
+// --- The string hash, which maps text to text. Only one thread at a time may use a hash.
 
 struct VLIBCSzHash;
 
-// Makes an empty hash. size: number of entries to expect, a hint, 1 or more.
+// Allocates an empty hash. size: expected number of entries, 1 or more; only a hint.
 // Returns the hash, which the caller releases with VLIBCSzHashFree, or null with errno EINVAL (size below 1) or ENOMEM.
 VLIBCSzHash* VLIBCSzHashAlloc(int size);
 
 // Stores copies of key and value, replacing an earlier value of the key.
-// ppHash: address of the caller's handle. The call may replace the handle; read it anew afterwards, also on failure.
-// Returns 0, or -1 with errno EINVAL (a null argument) or ENOMEM; the hash then holds what it held.
+// ppHash: address of the caller's pointer to the hash. The call may replace the pointer, even when it fails.
+// Returns 0, or -1 with errno EINVAL (a null argument) or ENOMEM; the contents are then unchanged.
 int VLIBCSzHashSetValue(VLIBCSzHash** ppHash, const char* szKey, const char* szValue);
 
-// The value of the key, or null when the hash lacks it or an argument is null; errno is left as it is. The text is
-// the hash's and lives until the key is set again or the hash is released.
+// Returns the value of the key, or null if the hash lacks it or an argument is null. Leaves errno unchanged. The text
+// belongs to the hash and is valid until the key is set again or the hash is released.
 const char* VLIBCSzHashGetValue(const VLIBCSzHash* pHash, const char* szKey);
 
 // Releases the hash with its keys and values; null is allowed.

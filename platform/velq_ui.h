@@ -1,13 +1,12 @@
-// The version of the console's user interface.
+// Declares the function that returns the version of the console's user interface.
 #pragma once
 
 #include <json/value.h>
 
 extern "C" {
 
-// The version as a JSON object with the integers "major" and "minor". flag: 0, the only value in use.
-// Returns a value that the caller owns, or a null value on failure with errno EINVAL (another flag).
-// Any thread may call it at any time.
+// Returns the version as a JSON object with the integers "major" and "minor", or a null value with errno EINVAL if flag
+// is not 0. The caller owns the value. Any thread may call it at any time.
 Json::Value GetUIVersion(int flag);
 
 }  // extern "C"

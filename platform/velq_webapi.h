@@ -1,6 +1,6 @@
-// The web API framework: one request, its response, and the rows by which a module offers its methods.
+// Declares the web API framework: requests, responses, and the rows of a module's method table.
 //
-// Threads: an object belongs to the call it was made for; nothing here is shared between threads.
+// A request and its response are used by one thread only, that of the call for which they were made.
 #pragma once
 
 #include <cstdint>
@@ -11,24 +11,23 @@
 
 namespace VELQ {
 
-// One request as a handler sees it. The framework makes it and outlives the handler's call.
+// One request to a handler. The framework owns it and keeps it until the handler returns.
 class APIRequest {
 public:
-    // loginUid: uid of the logged-in caller, all 32 bits set when it cannot be determined.
-    // loginUserName: the caller's login name. jParams: a JSON object of parameters, or null for none; any other
-    // value counts as none.
+    // loginUid: uid of the logged-in caller, or UINT32_MAX if it cannot be determined. loginUserName: the caller's
+    // login name. jParams: a JSON object of parameters; any other value counts as no parameters.
     APIRequest(uint32_t loginUid, std::string loginUserName, Json::Value jParams);
 
-    // The uid of the logged-in caller; all 32 bits set (-1) when it cannot be determined.
+    // Returns the uid of the logged-in caller, or UINT32_MAX if it cannot be determined.
     uint32_t GetLoginUID() const;
 
-    // The caller's login name; a copy that the caller of this function owns.
+    // Returns a copy of the caller's login name.
     std::string GetLoginUserName() const;
 
-    // Whether the request carries the parameter; one whose value is null is carried.
+    // Returns whether the request has the parameter, even with a null value.
     bool HasParam(const std::string& name) const;
 
-    // A copy of the parameter's value, of jDefault when the request does not carry it.
+    // Returns a copy of the parameter's value, or of jDefault if the request lacks the parameter.
     Json::Value GetParam(const std::string& name, const Json::Value& jDefault) const;
 
 private:
@@ -37,24 +36,24 @@ private:
     Json::Value m_jParams;
 };
 
-// The outcome of one request. The last SetError or SetSuccess decides.
+// The result of one request: that of the last call of SetError or SetSuccess.
 class APIResponse {
 public:
-    // Makes the response an error with that code and jData, which stays the caller's: its text is taken.
+    // Makes the response an error with that code and a copy of jData, as JSON text.
     void SetError(int code, const Json::Value& jData);
 
-    // Makes the response a success that carries jData; likewise.
+    // Makes the response a success with a copy of jData, as JSON text.
     void SetSuccess(const Json::Value& jData);
 
-    // What a server reads back. A response that was never set is an error with code 0 and no data.
+    // For the server. A response that was never set is an error with code 0 and without data.
     bool IsSuccess() const;
     int GetErrorCode() const;  // 0 on success
 
-    // The data's JSON text on one line, in pieces to be sent one after the other. They become the caller's; the
-    // response has no data any more.
+    // Returns the data as JSON text on one line, split into pieces that are to be sent one after the other, and removes
+    // it from the response.
     std::vector<std::string> TakeData();
 
-    // The data, read again from its text: for who looks into it. Null when there is none.
+    // Returns the data, parsed again from its text; null if there is none.
     Json::Value GetData() const;
 
 private:
@@ -63,7 +62,7 @@ private:
     std::vector<std::string> m_data;
 };
 
-// One row of a module's method table, 32 bytes. A table ends with a row of all zeros.
+// One row of a module's method table, 32 bytes long. A table ends with a row of all zeros.
 struct APIMethod {
     const char* szApi;     // API name, compared exactly
     int64_t version;       // compared as a number

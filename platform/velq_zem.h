@@ -1,17 +1,17 @@
-// The node store of the management package: groups (Ou), servers (Kx), policies (Gpo), delegates, listings.
+// Declares the node store of the management package: groups (Ou), servers (Kx), policies (Gpo), delegates, listings.
 //
-// Rules for every function below, unless it says otherwise:
-// - A negative result, or a null pointer from an allocation, is failure, with errno saying why. Arguments that are
-//   filled on success are left as they were on failure. A null pointer where none is allowed is EINVAL.
-// - Besides the errno values named at a function, one that reads or writes the store may fail with EBUSY (others kept
-//   it locked for too long), ENOMEM and EIO (anything else that the database reports; also no store opened, and a store
-//   whose groups stand above themselves).
-// - While the server has told the store on whose behalf the thread calls, a function that writes fails with EACCES
-//   where that account may not make the change. That is checked within the call's transaction, before whether what the
-//   call names is there.
-// - Any thread may call any function. A record, a list or a JSON value is used by one thread at a time.
-// - Identifiers are signed 64-bit, unique within a kind; group 0 is the root group. Texts are UTF-8.
-// - A writing call is one transaction: it is done as a whole or not at all.
+// Unless a function says otherwise:
+// - A negative result, or a null pointer from an allocation, means failure, and errno says why. Output arguments are
+//   then unchanged. A null pointer where none is allowed gives EINVAL.
+// - Besides the errno values named at a function, one that reads or writes the store may fail with EBUSY (locked by
+//   others for too long), ENOMEM and EIO (any other error of the database; no store is open; the stored groups form a
+//   cycle).
+// - While the server has set an account for the calling thread, a function that writes fails with EACCES if the account
+//   may not make the change. The permission is checked in the transaction of the call, before the existence of the
+//   records that the call names.
+// - Any thread may call any function. Only one thread at a time may use a record, a list or a JSON value.
+// - Identifiers are signed 64-bit integers, unique within a kind; group 0 is the root group. Texts are UTF-8.
+// - A call that writes is one transaction: it takes effect completely or not at all.
 #pragma once
 
 #include <cstddef>
@@ -23,12 +23,12 @@
 
 extern "C" {
 
-// Kind of a group node ("node_type"). The kinds of server and policy nodes are the store's.
+// "node_type" of a group. The store chooses the kinds of servers and policies.
 constexpr int VELQ_ZEM_TYPE_OU = 2;
 
-// --- Records. The first member of each is the pointer to the next record of its list, null in the last one.
+// --- Records. The first member of each is the pointer to the next record of its list, null in the last record.
 
-// One group. Constructing one gives a fresh record; destroying one releases its four strings.
+// One group. A newly constructed record is a group that is not stored yet.
 struct _tag_velq_zem_ou_ {
     _tag_velq_zem_ou_* pNext = nullptr;
     int32_t blockInheritance = 0;  // 1: policies of the groups above do not apply here
@@ -37,12 +37,12 @@ struct _tag_velq_zem_ou_ {
     VLIBCString name;
     VLIBCString desc;
     int64_t parentId = 0;   // identifier of the parent group
-    int64_t revision = 0;   // of the stored group that was loaded; tells a concurrent change
+    int64_t revision = 0;   // of the group when it was loaded; reveals a concurrent change
     VLIBCString linkedGpo;  // JSON text of "linked_gpo"; empty: no links
     VLIBCString extraInfo;  // JSON text of "extra_info"; empty: none
 };
 
-struct _tag_velq_zem_kx_;   // one server; the store's own layout behind the pointer to the next record
+struct _tag_velq_zem_kx_;   // one server; only the store knows the members after the first
 struct _tag_velq_zem_gpo_;  // one policy; likewise
 
 // One delegated administrator of a node.
@@ -55,62 +55,61 @@ struct _tag_velq_zem_delegate_ {
 
 // --- Groups
 
-// A fresh record that the caller releases with VELQZEMOuFree; null on failure: ENOMEM.
+// Returns a new record, which the caller releases with VELQZEMOuFree, or null: ENOMEM.
 _tag_velq_zem_ou_* VELQZEMOuAlloc(void);
 
-// Releases one record from VELQZEMOuAlloc; null is allowed. errno is left as it is.
+// Releases a record from VELQZEMOuAlloc; null is allowed. Leaves errno unchanged.
 void VELQZEMOuFree(_tag_velq_zem_ou_* pOu);
 
-// Releases a chain that a listing gave and sets *ppHead to null. errno is left as it is.
+// Releases a list that a listing returned and sets *ppHead to null. Leaves errno unchanged.
 void VELQZEMOuListFree(_tag_velq_zem_ou_** ppHead);
 
-// Loads the group into the record, all fields but pNext. ENOENT: no such group.
+// Loads the group into all members of the record except pNext. ENOENT: no such group.
 int VELQZEMOuGet(int64_t id, _tag_velq_zem_ou_* pOu);
 
-// Writes the record over the stored group; mtime becomes the time of the call, and the record then holds the new mtime
-// and revision.
-// EACCES: the group, or a parent that is new to it, is not the caller's to manage, or the caller does not see a policy
-// that is newly linked. ENOENT: no such group, or no such parent. EAGAIN: the group was changed since the record was
-// loaded. EEXIST: a sibling has the name. EINVAL: a name that is empty or longer than 255 characters, a text that is
-// not UTF-8, a new policy link that is unknown, a link that occurs twice, a move of the root group or under the group
-// itself or below it, groups nested too deep.
+// Stores the record over its group, with the current time as mtime, and sets the record's mtime and revision.
+// EACCES: the caller may not manage the group or its new parent, or may not see a newly linked policy. ENOENT: no such
+// group, or no such parent. EAGAIN: the group was changed since the record was loaded. EEXIST: a sibling has the name.
+// EINVAL: the name is empty or longer than 255 characters, a text is not UTF-8, a newly linked policy does not exist, a
+// policy is linked twice, the root group is moved, a group is moved under itself or one of its descendants, or groups
+// are nested too deep.
 int VELQZEMOuSet(_tag_velq_zem_ou_* pOu);
 
-// Stores the record as a new group and puts its identifier, mtime and revision into the record; an identifier that the
-// record already holds is ignored. ENOENT: no such parent. EEXIST, EINVAL: as for VELQZEMOuSet.
+// Stores the record as a new group and sets the record's identifier, mtime and revision; an identifier that the record
+// has already is ignored. ENOENT: no such parent. EEXIST, EINVAL: as for VELQZEMOuSet.
 int VELQZEMOuCreate(_tag_velq_zem_ou_* pOu);
 
-// Deletes the group, its sub-groups and the delegates of all of them; servers and policies that hung there move to the
-// root group. EACCES: the group is not the caller's to manage. ENOENT: no such group. EINVAL: the root group.
+// Deletes the group, its descendants and all their delegates; their servers and policies move to the root group.
+// EACCES: the caller may not manage the group. ENOENT: no such group. EINVAL: the group is the root group.
 int VELQZEMOuDeleteAllByID(int64_t id);
 
-// Writes the record's identifier, -1 for one not stored yet, to *pId.
+// Writes the record's identifier to *pId; it is -1 if the record is not stored yet.
 int VELQZEMOuItemGetID(int64_t* pId, const _tag_velq_zem_ou_* pOu);
 
-// Lays the members present in jRecord over the record: "id", "name", "desc", "parent_id", "block_inheritance",
-// "linked_gpo", "extra_info". A null member counts as absent, but that it clears "linked_gpo" and "extra_info"; other
-// members are ignored, "mtime" too, which is the store's to write. An entry of "linked_gpo"."order" may name its policy
-// as "gpo_id" where it has no "id"; "gpo_id", "gpo_name" and "gpo_desc", which a tree's answer shows, are not kept.
-// Over a group that was loaded, "revision" is that which the sender of the record knows, and a null "id" is refused: it
-// would pass for the root group's. A fresh record takes any "revision" and a null "id". jRecord is not changed.
-// EINVAL: jRecord is not an object or a member is of the wrong type, NUL and bytes that are not UTF-8 included; a null
-// "id". EAGAIN: "revision" is not the record's, the group was changed since its sender read it.
+// Copies the members of jRecord into the record: "id", "name", "desc", "parent_id", "block_inheritance", "linked_gpo",
+// "extra_info". A null member counts as absent, except that it clears "linked_gpo" and "extra_info". Other members are
+// ignored, also "mtime", which only the store sets. An entry of "linked_gpo"."order" without "id" may name its policy
+// as "gpo_id"; "gpo_id", "gpo_name" and "gpo_desc", which a tree answer contains, are not stored.
+// If the record was loaded, "revision" must equal the loaded one if it is present, and "id" must not be null, because
+// null would be read as the root group. A new record accepts any "revision" and a null "id". jRecord is not changed.
+// EINVAL: jRecord is not an object; a member has the wrong type, contains a NUL or is not UTF-8; "id" is null.
+// EAGAIN: "revision" differs, so the group was changed since the sender read it.
 int VELQZEMOuJsonToStruct(Json::Value& jRecord, _tag_velq_zem_ou_* pOu);
 
-// Sets members of jOut from the record: those that jSearchArray, an array of member names, lists, all of them when it
-// is null. The identifier is given twice, as "id" and as "node_id"; a group without links has no "linked_gpo".
-// EINVAL: jSearchArray is neither null nor an array of texts, jOut is neither null nor an object.
+// Sets members of jOut from the record: those whose names are in the array jSearchArray, or all if it is null. The
+// identifier is written twice, as "id" and as "node_id"; a group without links has no "linked_gpo".
+// EINVAL: jSearchArray is neither null nor an array of strings, or jOut is neither null nor an object.
 int VELQZEMOuStructToJson(const _tag_velq_zem_ou_* pOu, const Json::Value& jSearchArray, Json::Value& jOut);
 
-// Whether the account with that uid may manage the group: non-zero yes, 0 no. An administrator may manage any
-// identifier, also one that names no group. On 0 the calling thread's last-error record says why, and so does errno:
-// EACCES when the account may not or is not known, else what kept the store from answering.
+// Returns non-zero if the account with that uid may manage the group, else 0. An administrator may manage any
+// identifier, even one without a group. On 0 the calling thread's last-error record and errno say why: EACCES if the
+// account may not or does not exist, otherwise the error of the store.
 int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id);
 
-// --- Servers: as the group functions of the same name. A server's members are "id", "name", "address", "parent_id",
-// "sid", "linked_gpo". VELQZEMKxSet demands a name, an existing parent group and known policies as VELQZEMOuSet does;
-// EACCES: the group of the server, or one that is new to it, is not the caller's to manage, or a policy not one that it
-// sees. VELQZEMKxJsonToStruct ignores "revision" and a null "id".
+// --- Servers. The functions correspond to those for groups. A server's members are "id", "name", "address",
+// "parent_id", "sid", "linked_gpo". VELQZEMKxSet requires a name, an existing parent group and existing policies, as
+// VELQZEMOuSet does; EACCES: the caller may not manage the server's group or its new group, or may not see a newly
+// linked policy. VELQZEMKxJsonToStruct ignores "revision" and a null "id".
 
 _tag_velq_zem_kx_* VELQZEMKxAlloc(void);
 void VELQZEMKxFree(_tag_velq_zem_kx_* pKx);
@@ -122,78 +121,78 @@ int VELQZEMKxStructToJson(const _tag_velq_zem_kx_* pKx, const Json::Value& jSear
 
 // --- Policies
 
-// As VELQZEMOuAlloc, VELQZEMOuFree, VELQZEMOuListFree, VELQZEMOuGet.
+// These correspond to VELQZEMOuAlloc, VELQZEMOuFree, VELQZEMOuListFree and VELQZEMOuGet.
 _tag_velq_zem_gpo_* VELQZEMGpoAlloc(void);
 void VELQZEMGpoFree(_tag_velq_zem_gpo_* pGpo);
 void VELQZEMGpoListFree(_tag_velq_zem_gpo_** ppHead);
 int VELQZEMGpoGet(int64_t id, _tag_velq_zem_gpo_* pGpo);
 
-// Copies the policy's name, NUL-terminated, into szBuf of cbBuf bytes; a longer one is cut before the first character
-// that does not fit. EINVAL: cbBuf is 0.
+// Copies the policy's name, NUL-terminated, into szBuf of cbBuf bytes; a name that is too long is cut before the first
+// character that does not fit. EINVAL: cbBuf is 0.
 int VELQZEMGpoItemGetName(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo);
 
-// The same for the description.
+// Does the same with the description.
 int VELQZEMGpoItemGetDescription(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo);
 
-// As VELQZEMOuStructToJson; the policy's settings are the member "setting".
+// Corresponds to VELQZEMOuStructToJson; the policy's settings are the member "setting".
 int VELQZEMGpoStructToJson(const _tag_velq_zem_gpo_* pGpo, const Json::Value& jSearchArray, Json::Value& jOut);
 
-// Raises the "version" of a policy's settings, in place, to that of the user interface ("major" of jUIVersion); a newer
-// one stays. EINVAL: jSetting is not an object, its "version" or that of the interface is not a 32-bit integer.
+// Raises the "version" of a policy's settings, in place, to "major" of jUIVersion, the version of the user interface; a
+// higher version stays. EINVAL: jSetting is not an object, or one of the versions is not a 32-bit integer.
 int VELQZEMGpoGetWithVersionConvert(Json::Value& jSetting, Json::Value& jUIVersion);
 
-// Notes that the servers at or below the node are to fetch their policies anew. uid: who caused it. nodeType: kind of
-// the node. Asking again before they did changes nothing but the uid and the time. EACCES: the group, or that of the
-// server, is not the caller's to manage. ENOENT: no such node.
+// Records that the servers at or below the node must fetch their policies again. uid: the account that caused it.
+// nodeType: kind of the node. A second call before they have done so only updates uid and time. EACCES: the caller may
+// not manage the group or the server's group. ENOENT: no such node.
 int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id);
 
 // --- Delegates
 
-// Lists the delegates of a node, oldest first. *ppHead: the first item, null when there is none; the list is the
-// store's and lives until the same thread lists delegates again. *pCount: number of items; pCount may be null.
+// Lists the delegates of a node, oldest first. *ppHead: the first item, or null if there is none; the list belongs to
+// the store and is valid until the same thread lists delegates again. *pCount: number of items; pCount may be null.
 int VELQZEMDelegateListByTarget(int64_t id, int nodeType, _tag_velq_zem_delegate_** ppHead, int* pCount);
 
-// Fills the extra information of every item of the list, null allowed, from the accounts; an item whose account is gone
-// gets an empty one. flag: TRUE every item anew, FALSE only items that have none.
+// Fills in the extra information of the list's items from the accounts; it is empty where the account no longer exists.
+// pHead: may be null. flag: TRUE fills in every item, FALSE only items without extra information.
 int VELQDelegateUpdateExtraInfoList(_tag_velq_zem_delegate_* pHead, BOOL flag);
 
-// Write one field of the item to their first argument: the user type, and the identifier of the user or group.
+// These write the item's user type, and the identifier of its user or group, to their first argument.
 int VELQZEMDelegateItemGetUserType(int64_t* pUserType, const _tag_velq_zem_delegate_* pItem);
 int VELQZEMDelegateItemGetUGID(uint64_t* pUgid, const _tag_velq_zem_delegate_* pItem);
 
-// The item after pItem, null after the last one; errno is left as it is.
+// Returns the item after pItem, or null after the last one. Leaves errno unchanged.
 _tag_velq_zem_delegate_* VELQZEMDelegateNext(const _tag_velq_zem_delegate_* pItem);
 
-// Replaces the delegates of a node by those of jRecord's member "delegate", an array of objects with "ugid" and
-// "user_type" in the order to list them. Absent or null: Override leaves the node without delegates, Set leaves them as
-// they are. EACCES: the group, or that of the server, is not the caller's to manage. ENOENT: no such node. EINVAL:
-// another shape, a kind that has no delegates, a user type that is not known, a delegate named twice or without an
+// Replace the delegates of a node by those in jRecord's member "delegate", an array of objects with "ugid" and
+// "user_type" in the order of listing. If the member is absent or null, Override removes all delegates and Set changes
+// nothing. EACCES: the caller may not manage the group or the server's group. ENOENT: no such node. EINVAL: "delegate"
+// has another form, the kind of node has no delegates, a user type is unknown, a delegate occurs twice or has no
 // account.
 int VELQZEMDelegateOverrideListByTarget(int64_t id, int nodeType, Json::Value& jRecord);
 int VELQZEMDelegateSetListByTarget(int64_t id, int nodeType, Json::Value& jRecord);
 
-// --- Listings. The hash carries the query: "ugid" the uid in decimal, "user_type" "8" (a logged-in account). Without
-// them, or with an unknown uid, nothing is visible.
+// --- Listings. The hash contains the query: "ugid" is the uid in decimal, "user_type" is "8" (a logged-in account). If
+// one is missing, or the uid is unknown, nothing is listed.
 
-// Lists the groups (but for the root), servers and policies that the account may see, each in ascending order of their
-// identifiers, as one consistent moment of the store. The caller releases each list with its kind's list release. Until
-// the last of the three is released, the delegate and policy queries of the same thread answer from that moment and for
-// what the lists hold.
+// Lists the groups (except the root), servers and policies that the account may see, each in ascending order of
+// identifiers, from one snapshot of the store. The caller releases each list with the release function of its kind.
+// Until the last of the three lists is released, delegate and policy queries of the same thread read that snapshot and
+// answer for the listed nodes only.
 // EINVAL: "ugid" or "user_type" is malformed.
 int VELQZEMListTreeByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppOu, _tag_velq_zem_kx_** ppKx,
                              _tag_velq_zem_gpo_** ppGpo);
 
-// Lists the topmost groups that the account may see, filtered, then sorted, then cut to the page. Further keys, each
-// optional: "offset" groups to skip, from 0 (default 0); "limit" groups to give at most, from 1 (default all);
-// "sort_by" "id" (default), "name" or "mtime"; "sort_direction" "ASC" (default) or "DESC", in any case; groups that
-// compare equal stand in ascending order of their identifiers. *pTotal: groups before paging; *pCount: groups given;
-// both may be null. The caller releases the list with VELQZEMOuListFree. EINVAL: a value that is none of these.
+// Lists the topmost groups that the account may see: filtered, then sorted, then cut to one page. Further keys, each
+// optional: "offset", the number of groups to skip, 0 or more (default 0); "limit", the largest number of groups to
+// return, 1 or more (default: all); "sort_by": "id" (default), "name" or "mtime"; "sort_direction": "ASC" (default) or
+// "DESC", in upper or lower case. Groups that compare equal are in ascending order of identifiers. *pTotal: number of
+// groups before paging; *pCount: number of groups returned; both pointers may be null. The caller releases the list
+// with VELQZEMOuListFree. EINVAL: another value of a key.
 int VELQZEMListOneLevelByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppHead, int* pTotal, int* pCount);
 
-// Writes a request's "linked_gpo", {"order":[{"id":N},...]} or the bare array, as jRecord's "linked_gpo" in the first
-// form; an entry may have a "gpo_id" in place of the "id". Any other value is written as it is, for the record's
-// conversion to refuse. EINVAL: jRecord is neither null nor an object (it is left as it was), or jValue has another
-// form.
+// Sets jRecord's "linked_gpo" to a request's value, {"order":[{"id":N},...]} or only the array, always in the first
+// form; an entry may have a "gpo_id" instead of the "id". EINVAL: jRecord is neither null nor an object, and is then
+// unchanged; or jValue has another form, and is then copied as it is, so that the record's conversion refuses it.
 int VELQZEMHttpReqToJsonForLinkedGpo(const Json::Value& jValue, Json::Value& jRecord);
 
 }  // extern "C"

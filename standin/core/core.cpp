@@ -1,4 +1,4 @@
-// The core library: shared strings, the last-error record of each thread, and the string hash.
+// Implements the core library: shared strings, the last-error record of each thread, and the string hash.
 #include <cerrno>
 #include <new>
 #include <unordered_map>
@@ -74,7 +74,7 @@ VLIBCSzHash* VLIBCSzHashAlloc(int size)
         errno = EINVAL;
         return nullptr;
     }
-    VLIBCSzHash* pHash = new (std::nothrow) VLIBCSzHash;  // it grows by itself; the size is only a hint
+    VLIBCSzHash* pHash = new (std::nothrow) VLIBCSzHash;  // the size is only a hint and not needed here
     if (pHash == nullptr) {
         errno = ENOMEM;
     }

@@ -1,4 +1,4 @@
-// The version of the user interface that this console ships.
+// Implements the function that returns the version of this console's user interface.
 #include <cerrno>
 
 #include "platform/velq_ui.h"

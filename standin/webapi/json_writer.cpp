@@ -1,4 +1,4 @@
-// The same bytes as the JSON library's stream writer without indentation, with 17 digits and UTF-8 as it is.
+// Writes the same bytes as the JSON library's stream writer without indentation, with 17 digits and unescaped UTF-8.
 #include "standin/webapi/json_writer.h"
 
 #include <algorithm>
@@ -12,18 +12,18 @@
 namespace standin {
 namespace {
 
-constexpr size_t kFirstPiece = 4 << 10;  // most answers are small
-constexpr size_t kMostOfPiece = 1 << 20;
-constexpr size_t kMostOfNumber = 32;  // characters
-constexpr size_t kMostOfEscape = 6;   // characters
+constexpr size_t kFirstPieceSize = 4 << 10;  // most answers are small
+constexpr size_t kMaxPieceSize = 1 << 20;
+constexpr size_t kMaxNumberLength = 32;
+constexpr size_t kMaxEscapeLength = 6;
 
 bool needsEscape(char c)
 {
     return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\';
 }
 
-// Whether one of the eight bytes does: arithmetic on all of them at once.
-bool oneOfEightNeedsEscape(const char* bytes)
+// Whether any of the eight bytes needs an escape; tests all of them at once with integer arithmetic.
+bool anyOfEightNeedsEscape(const char* bytes)
 {
     constexpr uint64_t kEach = 0x0101010101010101;
     constexpr uint64_t kHigh = 0x8080808080808080;
@@ -39,7 +39,7 @@ bool oneOfEightNeedsEscape(const char* bytes)
 bool needsEscape(std::string_view text)
 {
     while (text.size() >= 8) {
-        if (oneOfEightNeedsEscape(text.data())) {
+        if (anyOfEightNeedsEscape(text.data())) {
             return true;
         }
         text.remove_prefix(8);
@@ -55,8 +55,9 @@ std::string_view textOf(const Json::Value& jValue)
     return {pBegin, static_cast<size_t>(pEnd - pBegin)};
 }
 
-// Asks the processor for an object's members before they are needed: a large tree does not fit into its cache. The
-// members were mostly made one after the other, so they lie around the first.
+// Loads an object's members into the processor's cache before they are needed; a large tree does not fit into it. Most
+// members lie side by side because they were allocated one after the other. The module has the same function in
+// tree/prefetch.cpp, which the stand-in may not use because the module must also run on other platforms.
 void prefetch(const Json::Value& jValue)
 {
     constexpr uintptr_t kLine = 64;
@@ -110,13 +111,13 @@ public:
     }
 
 private:
-    // Makes room for that many characters, which the caller then writes at m_pNext.
+    // Makes sure that the caller can write size characters at m_pNext.
     void reserve(size_t size)
     {
         if (static_cast<size_t>(m_pEnd - m_pNext) < size) {
             closePiece();
             std::string& piece = m_pieces.emplace_back(std::max(size, m_pieceSize), '\0');
-            m_pieceSize = std::min(4 * m_pieceSize, kMostOfPiece);
+            m_pieceSize = std::min(4 * m_pieceSize, kMaxPieceSize);
             m_pNext = piece.data();
             m_pEnd = m_pNext + piece.size();
         }
@@ -145,8 +146,8 @@ private:
     template <typename Number, typename... Format>
     void putNumber(Number number, Format... format)
     {
-        reserve(kMostOfNumber);
-        m_pNext = std::to_chars(m_pNext, m_pNext + kMostOfNumber, number, format...).ptr;
+        reserve(kMaxNumberLength);
+        m_pNext = std::to_chars(m_pNext, m_pNext + kMaxNumberLength, number, format...).ptr;
     }
 
     void putReal(double number)
@@ -155,12 +156,12 @@ private:
             put(std::isnan(number) ? "null" : number < 0 ? "-1e+9999" : "1e+9999");
             return;
         }
-        reserve(kMostOfNumber);
+        reserve(kMaxNumberLength);
         const char* pBegin = m_pNext;
         putNumber(number, std::chars_format::general, 17);
         if (std::string_view(pBegin, static_cast<size_t>(m_pNext - pBegin)).find_first_of(".e") ==
             std::string_view::npos) {
-            put(".0");  // it stays a fraction for who reads it
+            put(".0");  // a reader must see that it is not an integer
         }
     }
 
@@ -178,7 +179,7 @@ private:
 
     void putEscaped(std::string_view text)
     {
-        reserve(text.size() * kMostOfEscape + 2);
+        reserve(text.size() * kMaxEscapeLength + 2);
         *m_pNext++ = '"';
         for (const char c : text) {
             if (needsEscape(c)) {
@@ -240,9 +241,9 @@ private:
     }
 
     std::vector<std::string> m_pieces;
-    size_t m_pieceSize = kFirstPiece;  // of the next one
-    char* m_pNext = nullptr;           // the end of what is written, in the last piece
-    char* m_pEnd = nullptr;            // the end of the last piece
+    size_t m_pieceSize = kFirstPieceSize;  // smallest size of the next piece
+    char* m_pNext = nullptr;               // where the next character goes, in the last piece
+    char* m_pEnd = nullptr;                // end of the last piece
 };
 
 }  // namespace

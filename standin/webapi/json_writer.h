@@ -1,4 +1,4 @@
-// JSON text of an answer, written quickly and without a second copy of it.
+// Writes the JSON text of an answer, faster than the JSON library and without copying it while it grows.
 #pragma once
 
 #include <string>
@@ -8,9 +8,9 @@
 
 namespace standin {
 
-// The value as JSON text on one line, UTF-8 as it is, in pieces of at most about a mebibyte: a text that grows in one
-// string would be copied at each doubling, and take twice its room. Numbers that are not finite become null or a number
-// out of range, as the JSON library writes them. Any thread may call it. Throws std::bad_alloc.
+// Returns the value as JSON text on one line, with UTF-8 unescaped. The text is split into pieces of about 1 MiB (more
+// for a longer string), because a single string would be copied, and need memory twice, whenever it grows. NaN becomes
+// null, and infinity a number out of range, as with the JSON library. Any thread may call it. Throws std::bad_alloc.
 std::vector<std::string> writeJson(const Json::Value& jValue);
 
 }  // namespace standin

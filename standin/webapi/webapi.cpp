@@ -1,5 +1,4 @@
-// The web API framework's request, which always holds an object of parameters, and its response, which the last setter
-// decides.
+// Implements the web API framework's request and response.
 #include <memory>
 #include <utility>
 
