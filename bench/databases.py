@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""What takes how long on PostgreSQL beside SQLite: large fleets on both, each row measured on them in turns in one run.
+"""Compares PostgreSQL with SQLite: times the same operations on large fleets in both, alternately in one run.
 
 usage: tools/with_postgres.py bench/databases.py BUILD_DIR [--rounds 3] [--only TEXT]
 
-Prints medians in milliseconds. PostgreSQL has its default settings, and the disk that the SQLite file has.
+Prints a table of medians in milliseconds. PostgreSQL runs with default settings, on the same disk as the SQLite file.
 """
 import argparse
 import contextlib
@@ -27,7 +27,7 @@ DELEGATE_OF_ONE = {"delegate": [{"ugid": 2, "user_type": 2}]}
 
 
 class Database(Store):
-    """A store that is emptied and filled again, and the server on it."""
+    """A store that can be emptied and loaded again, with a server on it."""
 
     def __init__(self, build, folder, url):
         folder.mkdir()
@@ -52,7 +52,7 @@ class Database(Store):
         self.tokens = {account: self.token(account) for account in ["admin", "ann"]}
 
     def call(self, account, method, params):
-        """Does not parse the answer: for a large one that takes longer than making it."""
+        """Sends a request but does not parse the answer, which can take longer than the request."""
         path = f"/webapi/VELQ.ZEM.{method.replace(' ', '/1/')}"
         with contextlib.closing(http.client.HTTPConnection("127.0.0.1", self.server.port, timeout=600)) as connection:
             send(connection, path, self.tokens[account], json.dumps(params))
@@ -75,7 +75,7 @@ def fleet_of(groups, policies=0, **more):
 
 
 def chains():
-    """ann has the first chain."""
+    """Groups in long chains; the first chain is delegated to ann."""
     groups = [{"id": i, "parent_id": i - 1 if i % LENGTH != 1 else 0, "name": f"group {i}"}
               for i in range(1, CHAINS * LENGTH + 1)]
     groups[0].update(DELEGATE_OF_ONE)
@@ -106,7 +106,7 @@ def nodes(count):
     return fleet_of(groups, 1000, servers=servers)
 
 
-# --- The rows. Where it matters, each round works on a chain or family of its own.
+# --- The rows. Where an earlier round would influence a later one, each round uses another chain or family.
 
 def group_of(round_number, level):
     return (2 * round_number + 1) * LENGTH + level
@@ -143,7 +143,7 @@ def tree(account):
     return lambda store, _: store.call(account, "Tree get", {})
 
 
-# What is loaded, what the loading is called, and what is done then.
+# The fleet to load, the name of the row for loading it, and the operations to measure then.
 STAGES = [
     (chains, "load 63,000 groups in chains of 126, 100,000 policies", {
         "move 63 levels below another's 63rd": move,
@@ -160,7 +160,7 @@ STAGES = [
 
 
 def measure(name, stores, rounds, work):
-    """Does the work in turns, more often where it is quick, and prints the medians."""
+    """Times the work on each store in turn, in more rounds if it is quick, and prints the medians."""
     times = [[] for _ in stores]
     round_number = 0
     while round_number < rounds or (times[-1][0] < 100 and round_number < 10 * rounds):
@@ -174,7 +174,7 @@ def measure(name, stores, rounds, work):
 
 
 def run_stage(stores, options, make_fleet, load_name, rows):
-    """Loads the fleet as often as that is measured, once for the rows alone."""
+    """Measures the wanted rows of one fleet; loads it once if loading itself is not measured."""
     wanted = {name: work for name, work in rows.items() if options.only in name}
     is_load_wanted = options.only in load_name
     if not wanted and not is_load_wanted:
@@ -197,8 +197,8 @@ def run_stage(stores, options, make_fleet, load_name, rows):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("build")
-    parser.add_argument("--rounds", type=int, default=3, help="of what takes long; three at most delete something")
-    parser.add_argument("--only", default="", metavar="TEXT", help="rows with this in their name")
+    parser.add_argument("--rounds", type=int, default=3, help="of slow operations; at most 3, because the delete has only three parents")
+    parser.add_argument("--only", default="", metavar="TEXT", help="only rows whose names contain this")
     options = parser.parse_args()
     with tempfile.TemporaryDirectory() as folder, database("postgresql") as url:
         stores = [Database(options.build, pathlib.Path(folder) / kind, address) for kind, address in

@@ -1,7 +1,8 @@
-// The whole tree request: the handler over the node store on SQLite as a ratio to one deep copy of its answer, and the
-// request over HTTP as a ratio to copying and serialising the answer; measured in turns in the same run. At 100,000
-// nodes also the peak memory of one fetch as a multiple of the answer's own size.
-#include <climits>
+// Measures tree requests over the node store on SQLite.
+//
+// The handler's time is also given as a ratio to one deep copy of its answer, and its peak memory as a ratio to the
+// size of the answer; the time over HTTP as a ratio to copying and serialising the answer. Both sides of a ratio are
+// measured alternately in the same run.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -33,7 +34,7 @@ constexpr uint32_t kAdmin = 1000;
     exit(1);
 }
 
-// A fleet file's content for so many groups, all at the top, and as many servers.
+// Makes the content of a fleet file with that many groups, all at the top level, and one server in each.
 Json::Value makeFleet(int64_t groups)
 {
     Json::Value jFleet;
@@ -67,7 +68,7 @@ Json::Value makeFleet(int64_t groups)
     return jFleet;
 }
 
-// Gives the stored groups their parents, past the store: it would refuse a chain of a thousand.
+// Sets the parents of the stored groups directly in the database: the store would refuse a chain of a thousand.
 void reshape(const std::string& path, const Parents& parents)
 {
     sqlite3* pDb = nullptr;
@@ -90,7 +91,7 @@ void reshape(const std::string& path, const Parents& parents)
     sqlite3_close(pDb);
 }
 
-// A database with a fleet of that shape, gone with the object.
+// A database with a fleet of that shape, which the destructor removes.
 class Database {
 public:
     Database(const Shape& shape, int64_t groups)
@@ -115,7 +116,7 @@ private:
     std::filesystem::path m_folder;
 };
 
-// The bytes that the process had at most since the last call that reset the mark.
+// Returns the process's peak memory in bytes since the last call with reset true.
 size_t peakBytes(bool reset)
 {
     if (reset) {
@@ -144,7 +145,7 @@ VELQ::APIResponse fetchTree()
 void measureHandler(benchmark::State& state, const Shape& shape)
 {
     const Database database(shape, state.range(0));
-    fetchTree();  // the pages of the database are read once before the measurement
+    fetchTree();  // load the pages of the database before the measurement
 
     malloc_trim(0);
     const size_t before = peakBytes(true);
@@ -168,7 +169,7 @@ void measureHandler(benchmark::State& state, const Shape& shape)
     state.counters["peak_to_answer"] = static_cast<double>(peak) / static_cast<double>(answerBytes);
 }
 
-// zemhost on a free port, ended with the object.
+// A zemhost process on a free port, which the destructor stops.
 class Host {
 public:
     explicit Host(const std::string& url)
@@ -270,17 +271,5 @@ void measureHttp(benchmark::State& state, const Shape& shape)
 
 int main(int argc, char** argv)
 {
-    // Freed memory is kept, as the server's allocator keeps it: the work is measured, not the system's page faults.
-    mallopt(M_TRIM_THRESHOLD, INT_MAX);
-    benchmark::Initialize(&argc, argv);
-    for (const Shape& shape : kShapes) {
-        const std::string name = shape.szName;
-        for (auto* pBenchmark : {benchmark::RegisterBenchmark(("handler/" + name).c_str(), measureHandler, shape),
-                                 benchmark::RegisterBenchmark(("http/" + name).c_str(), measureHttp, shape)}) {
-            // Half of the nodes are groups: 1,000, 10,000 and 100,000 nodes.
-            pBenchmark->Arg(500)->Arg(5000)->Arg(50000)->UseManualTime()->Unit(benchmark::kMillisecond);
-        }
-    }
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return runForEachShape(argc, argv, {{"handler", measureHandler}, {"http", measureHttp}});
 }

@@ -1,19 +1,25 @@
-// The shapes of fleets that are measured, at any number of groups.
+// Defines the shapes and sizes of the fleets that the benchmarks measure, and runs a benchmark for each.
 #pragma once
 
 #include <chrono>
+#include <climits>
 #include <cmath>
 #include <cstdint>
+#include <functional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include <benchmark/benchmark.h>
+#include <malloc.h>
 
 namespace bench {
 
 constexpr int64_t kPolicies = 1000;
 constexpr int64_t kLinksPerGroup = 5;
 
-// parents[i] is the parent of group i + 1; 0 is the root.
+// The parents of the groups 1, 2, ...; 0 is the root.
 using Parents = std::vector<int64_t>;
 
 struct Shape {
@@ -21,8 +27,8 @@ struct Shape {
     Parents (*make)(int64_t groups);
 };
 
-// Every level has the same number of groups below each group of the level above.
-inline Parents levels(int64_t groups, int64_t width)
+// Every group has that many sub-groups, level by level.
+inline Parents makeLevels(int64_t groups, int64_t width)
 {
     Parents parents;
     for (int64_t i = 0; i < groups; ++i) {
@@ -31,7 +37,7 @@ inline Parents levels(int64_t groups, int64_t width)
     return parents;
 }
 
-inline int64_t root(int64_t groups, double degree)
+inline int64_t rootOf(int64_t groups, double degree)
 {
     return std::max<int64_t>(2, std::llround(std::pow(static_cast<double>(groups), 1 / degree)));
 }
@@ -43,15 +49,15 @@ inline Parents makeFlat(int64_t groups)
 
 inline Parents makeTwoLevels(int64_t groups)
 {
-    return levels(groups, root(groups, 2));
+    return makeLevels(groups, rootOf(groups, 2));
 }
 
 inline Parents makeFourLevels(int64_t groups)
 {
-    return levels(groups, root(groups, 4));
+    return makeLevels(groups, rootOf(groups, 4));
 }
 
-// Many groups with twenty sub-groups each.
+// Top-level groups with twenty sub-groups each.
 inline Parents makeTwenties(int64_t groups)
 {
     Parents parents;
@@ -62,7 +68,7 @@ inline Parents makeTwenties(int64_t groups)
     return parents;
 }
 
-// Chains of a thousand groups below one another.
+// Chains of a thousand groups, each below the one before.
 inline Parents makeChains(int64_t groups)
 {
     Parents parents;
@@ -85,19 +91,42 @@ inline Parents makeRandom(int64_t groups)
 constexpr Shape kShapes[] = {{"flat", makeFlat},         {"two_levels", makeTwoLevels}, {"four_levels", makeFourLevels},
                              {"twenties", makeTwenties}, {"chains", makeChains},        {"random", makeRandom}};
 
-// The policy that link number link of group id names.
+// Returns the policy of one of a group's links; link counts from 0.
 inline int64_t linkedPolicy(int64_t id, int64_t link)
 {
     return (id * 7 + link) % kPolicies + 1;
 }
 
-// Seconds that the work takes.
+// Returns the seconds that the work takes.
 template <typename Work>
 double seconds(const Work& work)
 {
     const auto start = std::chrono::steady_clock::now();
     work();
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+using Measurement = std::function<void(benchmark::State&, const Shape&)>;
+
+// Runs the named measurements on fleets of every shape and size; the argument of a benchmark is its number of groups.
+inline int runForEachShape(int argc, char** argv, const std::vector<std::pair<std::string, Measurement>>& measurements)
+{
+    // Keep freed memory, as a server's allocator does, so that page faults are not measured.
+    mallopt(M_TRIM_THRESHOLD, INT_MAX);
+    benchmark::Initialize(&argc, argv);
+    for (const Shape& shape : kShapes) {
+        for (const auto& [name, measure] : measurements) {
+            // Half of the nodes are groups: 1,000, 10,000 and 100,000 nodes.
+            benchmark::RegisterBenchmark((name + "/" + shape.szName).c_str(), measure, shape)
+                ->Arg(500)
+                ->Arg(5000)
+                ->Arg(50000)
+                ->UseManualTime()
+                ->Unit(benchmark::kMillisecond);
+        }
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
 }
 
 }  // namespace bench

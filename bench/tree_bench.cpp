@@ -1,11 +1,6 @@
-// A tree of groups, as many servers and 1,000 policies over a platform that does next to nothing: its decoration, its
-// nesting and the whole handler, each as a ratio to one deep copy of the finished answer, measured in turns in the same
-// run with the C library's allocator.
-#include <climits>
-
-#include <benchmark/benchmark.h>
-#include <malloc.h>
-
+// Measures decoration, nesting and the whole tree handler over a platform that does almost nothing.
+//
+// Each time is also given as a ratio to one deep copy of the answer, measured alternately in the same run.
 #include "bench/shapes.h"
 #include "bench/trivial_platform.h"
 #include "include/webapi_zem_ou.h"
@@ -17,7 +12,7 @@ namespace {
 
 using namespace bench;
 
-using Nodes = TrivialPlatform;  // the store's nodes, or a copy of them to be worked on
+using Nodes = TrivialPlatform;  // the platform's nodes, or a copy that a measurement changes
 
 Json::Value makeNode(int nodeType, int64_t id, int64_t parentId)
 {
@@ -32,7 +27,7 @@ Json::Value makeNode(int nodeType, int64_t id, int64_t parentId)
     return jNode;
 }
 
-// What the store's converters would give for a fleet of that shape.
+// Makes the nodes that a store's converters would return for a fleet of that shape.
 Nodes makeNodes(const Shape& shape, int64_t groups)
 {
     Nodes nodes;
@@ -83,7 +78,7 @@ void callHandler()
 
 enum class Step { decoration, assembly, handler };
 
-// What is worked on is made before the clock runs, as the handler's own nodes are a part of its work.
+// Returns the time of one step. Copying its input is not measured, except by the handler, which makes its own nodes.
 double secondsOf(Step step, const Nodes& decorated)
 {
     Nodes nodes = step == Step::assembly ? decorated : platform;
@@ -98,7 +93,7 @@ double secondsOf(Step step, const Nodes& decorated)
     }
 }
 
-// Measures one step of the tree's making against a copy of the answer, in turns.
+// Measures one step and a copy of the answer alternately.
 void measure(benchmark::State& state, const Shape& shape, Step step)
 {
     platform = makeNodes(shape, state.range(0));
@@ -125,22 +120,11 @@ void measure(benchmark::State& state, const Shape& shape, Step step)
 
 int main(int argc, char** argv)
 {
-    // Freed memory is kept, as the server's allocator keeps it: the work is measured, not the system's page faults.
-    mallopt(M_TRIM_THRESHOLD, INT_MAX);
-    benchmark::Initialize(&argc, argv);
-    for (const Shape& shape : kShapes) {
-        const std::pair<Step, std::string> steps[] = {
-            {Step::decoration, "decoration/"}, {Step::assembly, "assembly/"}, {Step::handler, "handler/"}};
-        for (const auto& [step, name] : steps) {
-            // Half of the nodes are groups: 1,000, 10,000 and 100,000 nodes.
-            benchmark::RegisterBenchmark((name + shape.szName).c_str(), measure, shape, step)
-                ->Arg(500)
-                ->Arg(5000)
-                ->Arg(50000)
-                ->UseManualTime()
-                ->Unit(benchmark::kMillisecond);
-        }
-    }
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    const auto measurementOf = [](Step step) {
+        return [step](benchmark::State& state, const Shape& shape) { measure(state, shape, step); };
+    };
+    return runForEachShape(argc, argv,
+                           {{"decoration", measurementOf(Step::decoration)},
+                            {"assembly", measurementOf(Step::assembly)},
+                            {"handler", measurementOf(Step::handler)}});
 }

@@ -1,4 +1,4 @@
-// No call fails but for policies that there are not.
+// Implements the platform for benchmarks; the only call that can fail is reading a policy that does not exist.
 #include "bench/trivial_platform.h"
 
 #include <cerrno>
@@ -31,11 +31,12 @@ TrivialPlatform platform;
 
 namespace {
 
-// A group's record has no room for a pointer: the chain is walked in the order of the array.
+// The next group to convert. A group's record has no member for a pointer to its node, but groups are converted in
+// order.
 Json::ArrayIndex gNextGroup = 0;
 
 template <typename R>
-void freeChain(R** ppHead)
+void freeList(R** ppHead)
 {
     while (*ppHead != nullptr) {
         R* pRecord = *ppHead;
@@ -45,7 +46,7 @@ void freeChain(R** ppHead)
 }
 
 template <typename R>
-R* chainOf(const Json::Value& jNodes, void (*take)(R*, const Json::Value&))
+R* makeList(const Json::Value& jNodes, void (*take)(R*, const Json::Value&))
 {
     R* pHead = nullptr;
     R** ppEnd = &pHead;
@@ -129,17 +130,17 @@ Json::Value GetUIVersion(int)
 
 void VELQZEMOuListFree(_tag_velq_zem_ou_** ppHead)
 {
-    bench::freeChain(ppHead);
+    bench::freeList(ppHead);
 }
 
 void VELQZEMKxListFree(_tag_velq_zem_kx_** ppHead)
 {
-    bench::freeChain(ppHead);
+    bench::freeList(ppHead);
 }
 
 void VELQZEMGpoListFree(_tag_velq_zem_gpo_** ppHead)
 {
-    bench::freeChain(ppHead);
+    bench::freeList(ppHead);
 }
 
 int VELQZEMOuStructToJson(const _tag_velq_zem_ou_*, const Json::Value&, Json::Value& jOut)
@@ -164,10 +165,10 @@ int VELQZEMListTreeByUidHash(VLIBCSzHash*, _tag_velq_zem_ou_** ppOu, _tag_velq_z
                              _tag_velq_zem_gpo_** ppGpo)
 {
     bench::gNextGroup = 0;
-    *ppOu = bench::chainOf<_tag_velq_zem_ou_>(platform.jOu, [](_tag_velq_zem_ou_*, const Json::Value&) {});
-    *ppKx = bench::chainOf<_tag_velq_zem_kx_>(
+    *ppOu = bench::makeList<_tag_velq_zem_ou_>(platform.jOu, [](_tag_velq_zem_ou_*, const Json::Value&) {});
+    *ppKx = bench::makeList<_tag_velq_zem_kx_>(
         platform.jKx, [](_tag_velq_zem_kx_* pKx, const Json::Value& jNode) { pKx->pjNode = &jNode; });
-    *ppGpo = bench::chainOf<_tag_velq_zem_gpo_>(
+    *ppGpo = bench::makeList<_tag_velq_zem_gpo_>(
         platform.jGpo, [](_tag_velq_zem_gpo_* pGpo, const Json::Value& jNode) { pGpo->pjNode = &jNode; });
     return 0;
 }

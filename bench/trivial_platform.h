@@ -1,5 +1,7 @@
-// A platform that does next to nothing, so that what is measured is the module's own work: records are pointers to JSON
-// nodes that were made before, there are no delegates, and an answer is dropped. One thread.
+// A platform that does almost nothing, so that benchmarks measure the module's own work.
+//
+// A record is a pointer to a JSON node made in advance, there are no delegates, and answers are discarded. Only one
+// thread may use it.
 #pragma once
 
 #include <string>
@@ -10,8 +12,9 @@
 namespace bench {
 
 struct TrivialPlatform {
-    Json::Value jOu{Json::arrayValue}, jKx{Json::arrayValue}, jGpo{Json::arrayValue};  // what a listing gives
-    std::vector<std::string> policyNames;  // by identifier; the description is the same for all
+    // The nodes that a listing returns.
+    Json::Value jOu{Json::arrayValue}, jKx{Json::arrayValue}, jGpo{Json::arrayValue};
+    std::vector<std::string> policyNames;  // by identifier; all policies have the same description
 };
 
 extern TrivialPlatform platform;

@@ -1,5 +1,5 @@
-// Bytes as the body of an HTTP request to each method, over the real store. Input: the method and the account, the
-// body.
+// Fuzz target: the body of an HTTP request to each method, with the real store. The first byte chooses method and
+// account, the others are the body.
 #include "host/calls/dispatch.h"
 #include "tests/temp_store.h"
 
@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
     if (size < 1) {
         return 0;
     }
-    if (runs++ % 1000 == 0) {  // so that no input depends on too many before it
+    if (runs++ % 1000 == 0) {  // start again, so that a failure depends on few earlier inputs
         pStore = nullptr;
         pStore = std::make_unique<test::TempStore>(test::json(szFleet));
     }
@@ -33,9 +33,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
     }
     const store::Account account = pData[0] & 4 ? store::Account{2000, "ann"} : store::Account{1000, "admin"};
     if (host::answerRequest(gTable[pData[0] % 4].pHandler, account, jParams).status != 200) {
-        abort();  // something was thrown out of the handler
+        abort();  // the handler threw an exception
     }
-    // Whatever the request did, the tree can be fetched and written.
+    // After any request, the tree can still be fetched and written.
     VELQ::APIResponse resp;
     host::callHandler(list_tree_by_uid_v1, {1000, "admin"}, Json::Value(), resp);
     if (!resp.IsSuccess() || host::envelope(resp).empty()) {

@@ -1,4 +1,4 @@
-// Bytes as a fleet file: refused with a text and nothing stored; or applied, and then what comes out is the same fleet.
+// Fuzz target: a fleet file is refused with nothing stored, or applied so that its own export changes nothing.
 #include "tests/temp_store.h"
 
 namespace {
@@ -12,7 +12,9 @@ std::string exported()
 
 void require(bool condition)
 {
-    condition ? void() : abort();
+    if (!condition) {
+        abort();
+    }
 }
 
 }  // namespace

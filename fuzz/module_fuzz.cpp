@@ -1,7 +1,8 @@
-// Bytes as a request of every handler and export, the neighbour's handler among them, over a store whose records are
-// any JSON and whose calls may fail. Input: the call, the number of the first failing platform call, its errno, then a
-// JSON object with the request
-// ("params"), the stored nodes, the delegates' extra information and what a conversion does to a record ("spoil").
+// Fuzz target: every handler and exported function, also that of gpo/, over a fake store with arbitrary JSON records.
+//
+// Input: a byte that chooses the function, the number of the first platform call to fail, a byte that chooses errno,
+// then a JSON object with the request ("params"), the stored nodes, the delegates' extra information ("extra"), and the
+// value that a conversion leaves in the record ("spoil").
 #include <cerrno>
 
 #include <gtest/gtest.h>
@@ -54,7 +55,7 @@ void callModule(unsigned which, const Json::Value& jParams)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
 {
     Json::Value jInput;
-    testing::GTEST_FLAG(break_on_failure) = true;  // an expectation of the platform that is not met is a finding
+    testing::GTEST_FLAG(break_on_failure) = true;  // abort when an expectation of the fake platform fails
     if (size < 3 || !test::parse(reinterpret_cast<const char*>(pData) + 3, size - 3, jInput) || !jInput.isObject()) {
         return 0;
     }
@@ -65,6 +66,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
     fake::platform.failErrno = pData[2] % 3 == 0 ? 0 : pData[2] % 3 == 1 ? ENOENT : EACCES;
     errno = pData[2] & 64 ? EACCES : 0;
     callModule(pData[0] % 11, jInput["params"]);
-    fake::reset();  // everything has been released
+    fake::reset();  // fails if something has not been released
     return 0;
 }

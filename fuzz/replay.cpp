@@ -1,4 +1,4 @@
-// Runs a fuzz target once over every file of the folders that are given.
+// Runs a fuzz target once with every file in the given folders.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>

@@ -1,3 +1,4 @@
+// Implements the fake platform.
 #include "tests/fake_platform.h"
 
 #include <algorithm>
@@ -33,9 +34,9 @@ namespace {
 
 using Nodes = std::map<int64_t, Json::Value>;
 
-std::map<const void*, Json::Value> nodeOf;  // what a record holds
+std::map<const void*, Json::Value> nodeOf;  // the contents of each record
 std::vector<_tag_velq_zem_delegate_> listedDelegates;
-int listedKind;  // of the node whose delegates these are
+int listedKind;  // kind of the node whose delegates were listed
 struct {
     int code;
     const char* szFile;
@@ -43,7 +44,7 @@ struct {
 } lastError;
 
 template <typename... Arguments>
-void note(const char* szName, const Arguments&... arguments)
+void record(const char* szName, const Arguments&... arguments)
 {
     if (platform.isQuiet) {
         return;
@@ -58,17 +59,17 @@ void note(const char* szName, const Arguments&... arguments)
     text << szName;
     ((text << ' ' << arguments), ...);
     std::string call = text.str();
-    platform.calls.push_back(call.erase(call.find_last_not_of(' ') + 1));  // an empty argument is none
+    platform.calls.push_back(call.erase(call.find_last_not_of(' ') + 1));  // without trailing empty arguments
 }
 
-// Notes a call that can fail. True: this one is to fail, errno is set.
+// Records a call that can fail. Returns whether it must fail; errno is then set.
 template <typename... Arguments>
 bool fails(const char* szName, const Arguments&... arguments)
 {
     if (platform.isQuiet) {
         return false;
     }
-    note(szName, arguments...);
+    record(szName, arguments...);
     platform.fallible.push_back(platform.calls.back());
     const size_t number = platform.fallible.size();
     if (number < platform.failFirst || number > platform.failLast) {
@@ -90,7 +91,7 @@ Object* hold(Object* pObject)
     return pObject;
 }
 
-// A fresh record; a server's says which kind it is.
+// Returns a new record; that of a server contains its kind.
 template <typename Record>
 Record* makeRecord()
 {
@@ -130,7 +131,7 @@ void makeList(const Json::Value& jNodes, Record*& pHead)
     }
 }
 
-// The handle changes with every value.
+// Replaces the hash: its address changes with every value that is set.
 int renew(VLIBCSzHash*& pHash)
 {
     release(std::exchange(pHash, hold(new VLIBCSzHash)));
@@ -229,8 +230,8 @@ std::string compact(const Json::Value& jValue)
     return Json::writeString(builder, jValue);
 }
 
-// The short form of a line; checks that it begins with one of the two sources and a line number, and that the second
-// place of a family's line is the same as the first.
+// Returns the short form of a log line. Checks that it begins with one of the source files and a line number, and that
+// a failure line repeats them.
 std::string shortForm(const std::string& line, int err)
 {
     const std::string place = line.substr(0, line.find(' '));
@@ -249,6 +250,19 @@ std::string shortForm(const std::string& line, int err)
     }
     text += line.substr(begin, std::min(line.find(", err="), line.find('\n')) - begin);
     return fake::withErrno(text, err);
+}
+
+void takeLine(int priority, const char* szFormat, va_list arguments)
+{
+    const int err = errno;
+    char szLine[2048];
+    vsnprintf(szLine, sizeof(szLine), szFormat, arguments);
+    EXPECT_EQ(priority, LOG_ERR);
+    if (!platform.isQuiet) {
+        platform.rawLogs += szLine;
+        platform.logs.push_back(shortForm(szLine, err));
+    }
+    errno = EXDEV;  // the real syslog may change it
 }
 
 }  // namespace
@@ -296,23 +310,6 @@ std::string fake::call(const std::string& method, const Json::Value& jParams, ui
     return call(test::handlerOf(method), jParams, uid);
 }
 
-namespace {
-
-void takeLine(int priority, const char* szFormat, va_list arguments)
-{
-    const int err = errno;
-    char szLine[2048];
-    vsnprintf(szLine, sizeof(szLine), szFormat, arguments);
-    EXPECT_EQ(priority, LOG_ERR);
-    if (!platform.isQuiet) {
-        platform.rawLogs += szLine;
-        platform.logs.push_back(shortForm(szLine, err));
-    }
-    errno = EXDEV;  // a real one may change it, too
-}
-
-}  // namespace
-
 extern "C" void syslog(int priority, const char* szFormat, ...)
 {
     va_list arguments;
@@ -321,7 +318,7 @@ extern "C" void syslog(int priority, const char* szFormat, ...)
     va_end(arguments);
 }
 
-// What the C library makes of it where formats are checked.
+// The function that the C library calls instead when formats are checked.
 extern "C" void __syslog_chk(int priority, int, const char* szFormat, ...)
 {
     va_list arguments;
@@ -344,36 +341,36 @@ void VLIBCErrSetEx(int code, const char* szFile, int line)
     lastError = {code, szFile, line};
 }
 
-// A function that gives a value; one that is noted, too; one that can fail and gives a value when it does not.
-// Arguments behind the value are noted with it.
-#define GIVES(function, value) \
-    function                   \
-    {                          \
-        return value;          \
+// RETURNS defines a function that returns a value, RECORDED one that is also recorded, FALLIBLE one that is recorded
+// and can fail. Arguments after the value are recorded with the call.
+#define RETURNS(function, value) \
+    function                     \
+    {                            \
+        return value;            \
     }
-#define NOTED(function, value, ...) GIVES(function, (note(__func__ __VA_OPT__(, ) __VA_ARGS__), value))
+#define RECORDED(function, value, ...) RETURNS(function, (record(__func__ __VA_OPT__(, ) __VA_ARGS__), value))
 #define FALLIBLE(function, failure, value, ...) \
-    GIVES(function, fails(__func__ __VA_OPT__(, ) __VA_ARGS__) ? failure : value)
+    RETURNS(function, fails(__func__ __VA_OPT__(, ) __VA_ARGS__) ? failure : value)
 
-GIVES(const char* VLIBCString::c_str() const, m_pText ? m_pText->c_str() : "")
-NOTED(int VLIBCErrGet(void), lastError.code)
-NOTED(const char* VLIBCErrorGetFile(void), lastError.szFile)
-NOTED(int VLIBCErrorGetLine(void), lastError.line)
+RETURNS(const char* VLIBCString::c_str() const, m_pText ? m_pText->c_str() : "")
+RECORDED(int VLIBCErrGet(void), lastError.code)
+RECORDED(const char* VLIBCErrorGetFile(void), lastError.szFile)
+RECORDED(int VLIBCErrorGetLine(void), lastError.line)
 FALLIBLE(VLIBCSzHash* VLIBCSzHashAlloc(int size), nullptr, hold(new VLIBCSzHash), size)
 FALLIBLE(int VLIBCSzHashSetValue(VLIBCSzHash** ppHash, const char* szKey, const char* szValue), -1, renew(*ppHash),
          szKey, szValue)
-NOTED(void VLIBCSzHashFree(VLIBCSzHash* pHash), release(pHash), pHash == nullptr ? "null" : "")
+RECORDED(void VLIBCSzHashFree(VLIBCSzHash* pHash), release(pHash), pHash == nullptr ? "null" : "")
 FALLIBLE(Json::Value GetUIVersion(int flag), Json::Value(), platform.uiVersion, flag)
 
-NOTED(uint32_t VELQ::APIRequest::GetLoginUID() const, m_loginUid)
-NOTED(std::string VELQ::APIRequest::GetLoginUserName() const, m_loginUserName)
-GIVES(bool VELQ::APIRequest::HasParam(const std::string& name) const, m_jParams.isMember(name))
-GIVES(Json::Value VELQ::APIRequest::GetParam(const std::string& name, const Json::Value& jDefault) const,
-      m_jParams.get(name, jDefault))
-GIVES(bool VELQ::APIResponse::IsSuccess() const, m_success)
-GIVES(int VELQ::APIResponse::GetErrorCode() const, m_errorCode)
-GIVES(Json::Value VELQ::APIResponse::GetData() const, m_data.empty() ? Json::Value() : test::json(m_data[0]))
-GIVES(std::vector<std::string> VELQ::APIResponse::TakeData(), std::exchange(m_data, {}))
+RECORDED(uint32_t VELQ::APIRequest::GetLoginUID() const, m_loginUid)
+RECORDED(std::string VELQ::APIRequest::GetLoginUserName() const, m_loginUserName)
+RETURNS(bool VELQ::APIRequest::HasParam(const std::string& name) const, m_jParams.isMember(name))
+RETURNS(Json::Value VELQ::APIRequest::GetParam(const std::string& name, const Json::Value& jDefault) const,
+        m_jParams.get(name, jDefault))
+RETURNS(bool VELQ::APIResponse::IsSuccess() const, m_success)
+RETURNS(int VELQ::APIResponse::GetErrorCode() const, m_errorCode)
+RETURNS(Json::Value VELQ::APIResponse::GetData() const, m_data.empty() ? Json::Value() : test::json(m_data[0]))
+RETURNS(std::vector<std::string> VELQ::APIResponse::TakeData(), std::exchange(m_data, {}))
 
 VELQ::APIRequest::APIRequest(uint32_t loginUid, std::string loginUserName, Json::Value jParams)
     : m_loginUid(loginUid), m_loginUserName(std::move(loginUserName)), m_jParams(std::move(jParams))
@@ -382,7 +379,7 @@ VELQ::APIRequest::APIRequest(uint32_t loginUid, std::string loginUserName, Json:
 
 void VELQ::APIResponse::SetError(int code, const Json::Value& jData)
 {
-    note("SetError", code);
+    record("SetError", code);
     m_success = false;
     m_errorCode = code;
     m_data = {compact(jData)};
@@ -390,7 +387,7 @@ void VELQ::APIResponse::SetError(int code, const Json::Value& jData)
 
 void VELQ::APIResponse::SetSuccess(const Json::Value& jData)
 {
-    note("SetSuccess");
+    record("SetSuccess");
     m_success = true;
     m_errorCode = 0;
     m_data = {compact(jData)};
@@ -398,15 +395,15 @@ void VELQ::APIResponse::SetSuccess(const Json::Value& jData)
 
 // --- The store
 
-// What every kind of record has.
+// Functions of every kind of record.
 #define RECORD_FUNCTIONS(Kind, Record)                                                                                 \
     FALLIBLE(Record* VELQZEM##Kind##Alloc(void), nullptr, makeRecord<Record>())                                        \
-    NOTED(void VELQZEM##Kind##Free(Record* pRecord), release(pRecord), pRecord == nullptr ? "null" : "")               \
-    NOTED(void VELQZEM##Kind##ListFree(Record** ppHead), releaseList(*ppHead))                                         \
+    RECORDED(void VELQZEM##Kind##Free(Record* pRecord), release(pRecord), pRecord == nullptr ? "null" : "")            \
+    RECORDED(void VELQZEM##Kind##ListFree(Record** ppHead), releaseList(*ppHead))                                      \
     FALLIBLE(int VELQZEM##Kind##StructToJson(const Record* pRecord, const Json::Value& jNames, Json::Value& jOut), -1, \
              toJson(pRecord, jNames, jOut), jNames.isNull() ? "" : jNames[0].asString())
 
-// What those kinds have that the module changes.
+// Functions of the kinds that the module changes.
 #define STORED_FUNCTIONS(Kind, Record, nodes)                                                       \
     FALLIBLE(int VELQZEM##Kind##Get(int64_t id, Record* pRecord), -1, load(nodes, id, pRecord), id) \
     FALLIBLE(int VELQZEM##Kind##Set(Record* pRecord), -1, store(nodes, pRecord))                    \
@@ -440,7 +437,7 @@ FALLIBLE(int VELQZEMDelegateItemGetUserType(int64_t* pUserType, const _tag_velq_
          (*pUserType = pItem->userType, 0))
 FALLIBLE(int VELQZEMDelegateItemGetUGID(uint64_t* pUgid, const _tag_velq_zem_delegate_* pItem), -1,
          (*pUgid = pItem->ugid, 0))
-NOTED(_tag_velq_zem_delegate_* VELQZEMDelegateNext(const _tag_velq_zem_delegate_* pItem), pItem->pNext)
+RECORDED(_tag_velq_zem_delegate_* VELQZEMDelegateNext(const _tag_velq_zem_delegate_* pItem), pItem->pNext)
 FALLIBLE(int VELQZEMDelegateOverrideListByTarget(int64_t id, int nodeType, Json::Value&), -1, 0, nodeType, id)
 FALLIBLE(int VELQZEMDelegateSetListByTarget(int64_t id, int nodeType, Json::Value&), -1, 0, nodeType, id)
 

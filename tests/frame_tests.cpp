@@ -1,4 +1,4 @@
-// The failure log's formats, the handler frame, the method table, and the checked reads of JSON.
+// Tests the log formats, the first steps of handlers, the method table, and the reading of JSON.
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -17,7 +17,7 @@ using namespace test;
 
 namespace {
 
-// Puts the process numbers and the text of errno into a format.
+// Fills in the marks of an expected line: <O> is the source file, <U> the user, <P> the process, <M> the text of errno.
 std::string fill(std::string text, int err)
 {
     const std::pair<std::string, std::string> marks[] = {{"<S>", "<O>:7 <N>"},
@@ -35,8 +35,8 @@ std::string fill(std::string text, int err)
     return text;
 }
 
-// The one place that has the texts to the byte; elsewhere their short forms are compared.
-TEST(FailureLog, wordsEachFamilyByErrnoAndEchoesItWhenTheTerminalIsOn)
+// Compares whole lines; other tests compare only their short forms.
+TEST(FailureLog, writesEachLineByErrnoAndRepeatsItOnTheTerminal)
 {
     const auto failed = [] { log_failed_call("0 > f()", szSourceOu, 7); };
     const auto bad = [] { log_bad_parameter(szSourceOu, 7); };
@@ -105,7 +105,7 @@ TEST(HandlerFrame, answersBeforeAnyWorkIsDone)
     }
 }
 
-// That each row leads to its handler is what the tests of the handlers show, which find them by their names.
+// The tests of the handlers look them up in the table, which shows that each row has the right handler.
 TEST(MethodTable, hasFourRowsAndEndsWithZeros)
 {
     const VELQ::APIMethod* pRow = GetAPITable();
@@ -117,9 +117,9 @@ TEST(MethodTable, hasFourRowsAndEndsWithZeros)
     EXPECT_EQ(memcmp(pRow, zeros, sizeof(zeros)), 0);
 }
 
-TEST(JsonRead, convertsWhatTheLibraryConvertsAndRefusesWhatItWouldThrowAt)
+TEST(JsonRead, convertsNumbersLikeTheLibraryAndRefusesWhereItWouldThrow)
 {
-    const int64_t none = 4242;  // the value stays
+    const int64_t none = 4242;  // refused, the output stays unchanged
     const std::tuple<Json::Value, int64_t, int64_t> cases[] = {
         {Json::Value(), 0, 0},
         {true, 1, 1},
@@ -155,26 +155,26 @@ TEST(JsonRead, parsesTextsOfAnyShapeWithoutThrowing)
 {
     const auto nested = [](size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
     const std::tuple<const char*, std::string, bool> cases[] = {
-        {"brackets in a text are counted", "{\"a\":[1,\"]\\\"[\"]}", true},
-        {"a bare number is refused", " 7 ", true},
-        {"the reader's errno comes through", "1e-400", true},
-        {"nothing is taken for a value", "", false},
-        {"what follows the value is ignored", "{\"a\":1}x", false},
-        {"a cut text is accepted", "{\"a\":", false},
-        {"comments are let through", "{/*[*/}", false},
-        {"the limit is too low", nested(500), true},
-        {"the limit is too high", nested(501), false},
-        {"the reader throws", std::string(100000, '['), false},
-        {"a text of brackets is refused", "\"" + std::string(5000, '[') + "\"", true},
-        {"an escape at the end is read over", "\"\\", false},
-        {"a bracket in a text makes up for one outside", "\"]\"" + nested(5000), false},
+        {"brackets in a string do not count", "{\"a\":[1,\"]\\\"[\"]}", true},
+        {"a number alone is accepted", " 7 ", true},
+        {"errno stays although the parser sets it", "1e-400", true},
+        {"an empty text is refused", "", false},
+        {"text after the value is refused", "{\"a\":1}x", false},
+        {"an incomplete text is refused", "{\"a\":", false},
+        {"a comment is refused", "{/*[*/}", false},
+        {"500 levels are accepted", nested(500), true},
+        {"501 levels are refused", nested(501), false},
+        {"100,000 levels are refused without an exception", std::string(100000, '['), false},
+        {"a string of brackets is accepted", "\"" + std::string(5000, '[') + "\"", true},
+        {"an escape at the end is refused", "\"\\", false},
+        {"a bracket in a string does not balance one outside", "\"]\"" + nested(5000), false},
     };
-    for (const auto& [szFault, text, isValid] : cases) {
+    for (const auto& [szCase, text, isValid] : cases) {
         Json::Value jValue = "before";
         errno = EACCES;
-        EXPECT_EQ(fromString(jValue, text), isValid ? 0 : -1) << szFault;
-        EXPECT_EQ(jValue.isNull(), !isValid) << szFault;
-        EXPECT_EQ(errno, EACCES) << szFault;
+        EXPECT_EQ(fromString(jValue, text), isValid ? 0 : -1) << szCase;
+        EXPECT_EQ(jValue.isNull(), !isValid) << szCase;
+        EXPECT_EQ(errno, EACCES) << szCase;
     }
 }
 

@@ -1,4 +1,4 @@
-// Group create, set, delete, the request conversion, and the one-level listing.
+// Tests group create, set and delete, the request conversion, and the one-level listing.
 #include <array>
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ const std::string refused = "No permission for normal user [bob] on group [$" + 
 const std::string rootLine = "Deleting ROOT OU is not allowed.";
 const std::string jsonToStruct = "Failed [0 > VELQZEMOuJsonToStruct(multiple_data[i], &ou)]";
 
-void groups()
+void prepareGroups()
 {
     reset();
     for (const int id : {0, 3, 4, 7}) {
@@ -38,68 +38,69 @@ TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented)
     const auto create = [&](const std::string& parent, const std::string& id) {
         return "OuJsonToStruct;" + may + parent + ";OuCreate;OuItemGetID;DelegateOverrideListByTarget 2 " + id + ";";
     };
-    // What is special, the request, its answer, the log line, the calls after "SetError 117".
+    // The case, the method and its parameters, the answer, the log line, the calls after "SetError 117".
     const std::tuple<const char*, const char*, const char*, const char*, std::string, std::string> cases[] = {
-        {"no identifier", "delete", "{}", "error 101", "", "SetError 101"},
-        {"none of several", "delete", "{'node_id':[]}", "ok null", "", "SetSuccess"},
-        {"one", "delete", "{'node_id':3}", "ok null", "", delete3 + "SetSuccess"},
-        {"the root among others", "delete", "{'node_id':[3,0,4]}", "error 101", rootLine, delete3 + "SetError 101"},
-        {"null is the root", "delete", "{'node_id':null}", "error 101", rootLine, "SetError 101"},
-        {"another's among others", "delete", "{'node_id':[3,7,4]}", "error 414", no7, delete3 + refuse7},
-        {"negative", "delete", "{'node_id':-5}", "ok null", "", may + "-5;OuDeleteAllByID -5;SetSuccess"},
-        {"a text", "delete", "{'node_id':'3'}", "error 101", bad, "SetError 101"},
-        {"too large", "delete", "{'node_id':18446744073709551615}", "error 101", bad, "SetError 101"},
-        {"an object", "delete", "{'node_id':{'id':3}}", "error 101", bad, "SetError 101"},
-        {"an array inside", "delete", "{'node_id':[3,[4]]}", "error 101", bad, delete3 + "SetError 101"},
+        {"a missing identifier is refused", "delete", "{}", "error 101", "", "SetError 101"},
+        {"an empty array deletes nothing", "delete", "{'node_id':[]}", "ok null", "", "SetSuccess"},
+        {"one group is deleted", "delete", "{'node_id':3}", "ok null", "", delete3 + "SetSuccess"},
+        {"the root ends the request", "delete", "{'node_id':[3,0,4]}", "error 101", rootLine, delete3 + "SetError 101"},
+        {"null counts as the root", "delete", "{'node_id':null}", "error 101", rootLine, "SetError 101"},
+        {"a refused group ends it", "delete", "{'node_id':[3,7,4]}", "error 414", no7, delete3 + refuse7},
+        {"negative is accepted", "delete", "{'node_id':-5}", "ok null", "", may + "-5;OuDeleteAllByID -5;SetSuccess"},
+        {"a text is refused", "delete", "{'node_id':'3'}", "error 101", bad, "SetError 101"},
+        {"too large is refused", "delete", "{'node_id':18446744073709551615}", "error 101", bad, "SetError 101"},
+        {"an object is refused", "delete", "{'node_id':{'id':3}}", "error 101", bad, "SetError 101"},
+        {"an inner array is refused", "delete", "{'node_id':[3,[4]]}", "error 101", bad, delete3 + "SetError 101"},
 
-        {"none of several", "create", "{'multiple_data':[]}", "ok {'ids':[]}", "", "SetSuccess"},
-        {"no array", "create", "{'multiple_data':{}}", "error 117", notArray, ""},
-        {"no id", "create", "{'node_id':1,'name':'x','parent_id':0}", "error 117", noRecord, ""},
-        {"no name", "create", "{'id':1,'parent_id':0}", "error 117", noRecord, ""},
-        {"no parent", "create", "{'id':1,'name':'x'}", "error 117", noRecord, ""},
-        {"one: an identifier, no array", "create", "{'id':1,'name':'x','parent_id':3}", "ok {'ids':100}", "",
+        {"an empty array creates nothing", "create", "{'multiple_data':[]}", "ok {'ids':[]}", "", "SetSuccess"},
+        {"an object as multiple_data fails", "create", "{'multiple_data':{}}", "error 117", notArray, ""},
+        {"a missing id fails", "create", "{'node_id':1,'name':'x','parent_id':0}", "error 117", noRecord, ""},
+        {"a missing name fails", "create", "{'id':1,'parent_id':0}", "error 117", noRecord, ""},
+        {"a missing parent fails", "create", "{'id':1,'name':'x'}", "error 117", noRecord, ""},
+        {"one group answers its identifier", "create", "{'id':1,'name':'x','parent_id':3}", "ok {'ids':100}", "",
          create("3", "100") + "SetSuccess"},
-        {"several, id ignored", "create", "{'multiple_data':[{'parent_id':3},{'parent_id':4}],'id':0}",
+        {"several answer an array", "create", "{'multiple_data':[{'parent_id':3},{'parent_id':4}],'id':0}",
          "ok {'ids':[100,101]}", "", create("3", "100") + create("4", "101") + "SetSuccess"},
-        {"another's parent after one's own", "create", "{'multiple_data':[{'parent_id':3},{'parent_id':7},{}]}",
+        {"a refused parent ends the request", "create", "{'multiple_data':[{'parent_id':3},{'parent_id':7},{}]}",
          "error 414", no7, create("3", "100") + "OuJsonToStruct;" + refuse7},
-        {"a null record", "create", "{'multiple_data':[null]}", "error 117", jsonToStruct, ""},
-        {"an array as record", "create", "{'multiple_data':[[]]}", "error 117", jsonToStruct, ""},
+        {"a null record fails", "create", "{'multiple_data':[null]}", "error 117", jsonToStruct, ""},
+        {"an array as record fails", "create", "{'multiple_data':[[]]}", "error 117", jsonToStruct, ""},
 
-        {"none of several", "set", "{'multiple_data':[]}", "ok null", "", "OuAlloc;SetSuccess;OuFree"},
-        {"no array", "set", "{'multiple_data':{}}", "error 101", "", "SetError 101"},
-        {"one", "set", "{'node_id':3,'name':'x'}", "ok null", "", set3 + notify3 + "SetSuccess;OuFree"},
-        {"delegates kept back, another's", "set", "{'multiple_data':[{'id':3,'delegate':[{'ugid':5}]},{'id':7},{}]}",
+        {"an empty array changes nothing", "set", "{'multiple_data':[]}", "ok null", "", "OuAlloc;SetSuccess;OuFree"},
+        {"an object as multiple_data is refused", "set", "{'multiple_data':{}}", "error 101", "", "SetError 101"},
+        {"one is changed", "set", "{'node_id':3,'name':'x'}", "ok null", "", set3 + notify3 + "SetSuccess;OuFree"},
+        {"a refused group ends it", "set", "{'multiple_data':[{'id':3,'delegate':[{'ugid':5}]},{'id':7},{}]}",
          "error 414", no7, set3 + "DelegateSetListByTarget 2 3;" + notify3 + refuse7 + ";OuFree"},
-        {"no id", "set", "{'multiple_data':[{'name':'x'}]}", "error 117", noId, "OuAlloc;OuFree"},
-        {"no record", "set", "{'multiple_data':['x']}", "error 117", noId, "OuAlloc;OuFree"},
-        {"a text as id", "set", "{'multiple_data':[{'id':'3'}]}", "error 101", bad, "OuAlloc;SetError 101;OuFree"},
-        {"too large", "set", "{'node_id':1e300}", "error 101", bad, "OuAlloc;SetError 101;OuFree"},
+        {"a missing id fails", "set", "{'multiple_data':[{'name':'x'}]}", "error 117", noId, "OuAlloc;OuFree"},
+        {"a text as record fails", "set", "{'multiple_data':['x']}", "error 117", noId, "OuAlloc;OuFree"},
+        {"a textual id fails", "set", "{'multiple_data':[{'id':'3'}]}", "error 101", bad,
+         "OuAlloc;SetError 101;OuFree"},
+        {"too large is refused", "set", "{'node_id':1e300}", "error 101", bad, "OuAlloc;SetError 101;OuFree"},
     };
-    for (const auto& [szFault, szMethod, szParams, szResult, log, calls] : cases) {
-        SCOPED_TRACE(std::string(szMethod) + ": " + szFault);
-        groups();
+    for (const auto& [szCase, szMethod, szParams, szResult, log, calls] : cases) {
+        SCOPED_TRACE(std::string(szMethod) + ": " + szCase);
+        prepareGroups();
         EXPECT_EQ(call(std::string("KXGroup ") + szMethod, json(szParams)), szResult);
         EXPECT_EQ(platform.logs, split(log));
         EXPECT_EQ(platform.calls, split("GetLoginUID;SetError 117;" + calls));
     }
 }
 
-TEST(GroupHandlers, surviveARecordThatTheStoreSpoils)
+TEST(GroupHandlers, surviveAConversionThatChangesTheRecord)
 {
     const std::tuple<const char*, const char*, const char*, std::string> cases[] = {
         {"KXGroup create", "'spoiled'", "error 117", jsonToStruct},
         {"KXGroup set", "{'id':'spoiled','delegate':[]}", "error 101", "bad parameter"},
         {"KXGroup set", "{'delegate':[]}", "error 101", "bad parameter"}};
     for (const auto& [szMethod, szSpoiled, szResult, log] : cases) {
-        groups();
+        prepareGroups();
         platform.onJsonToStruct = [jSpoiled = json(szSpoiled)](Json::Value& jRecord) { jRecord = jSpoiled; };
         EXPECT_EQ(call(szMethod, json("{'multiple_data':[{'id':3,'delegate':[]}]}")), szResult) << szSpoiled;
         EXPECT_EQ(platform.logs, Lines{log}) << szSpoiled;
     }
 }
 
-TEST(GroupRequest, copiesTheParametersThatItKnows)
+TEST(GroupRequest, copiesKnownParameters)
 {
     const std::tuple<int, const char*, const char*> cases[] = {
         {0, "{}", "{'id':null,'name':null,'parent_id':null}"},
@@ -123,7 +124,7 @@ TEST(GroupRequest, copiesTheParametersThatItKnows)
     EXPECT_GT(VLIBCErrorGetLine(), 0);
 }
 
-TEST(OneLevelList, handsTheQueryOnAsTextAndAnswersThePage)
+TEST(OneLevelList, passesTheQueryAsTextAndAnswersThePage)
 {
     const std::array<std::string, 4> cases[] = {
         {"{'offset':'5','limit':2,'sort_by':null,'sort_direction':true,'ugid':7.5,'user_type':8,'other':[]}",
@@ -148,11 +149,11 @@ TEST(GroupHandlers, surviveEveryFailureOfThePlatform)
     const auto failed = [](const std::string& expr) { return Outcome{"error 117", "Failed [" + expr + "]"}; };
     const std::string delegates = "ListByTarget((long)multiple_data[i][\"id\"].asInt64(), VELQ_ZEM_TYPE_OU, ";
     const Outcomes creating = {
-        {"HttpReqToJsonForLinkedGpo", {}},  // the record's conversion refuses what was refused here
+        {"HttpReqToJsonForLinkedGpo", {}},  // ignored: the record's conversion fails instead
         {"OuJsonToStruct", {"error 117", jsonToStruct}},
         {"OuCanManagedByUid", {"error 414", refused}},
         {"OuCreate", failed("0 > VELQZEMOuCreate(&ou)")},
-        {"OuItemGetID", {"ok {'ids':0}", ""}},  // its result is not looked at
+        {"OuItemGetID", {"ok {'ids':0}", ""}},  // ignored
         {"DelegateOverrideListByTarget", failed("0 > VELQZEMDelegateOverride" + delegates + "(multiple_data[i]))")},
     };
     Outcomes creatingSeveral = creating;
@@ -184,7 +185,7 @@ TEST(GroupHandlers, surviveEveryFailureOfThePlatform)
     for (const auto& [handler, szParams, outcomes] : scenarios) {
         SCOPED_TRACE(szParams);
         sweep(
-            groups, [run = handler, jParams = json(szParams)] { return call(run, jParams); }, outcomes);
+            prepareGroups, [run = handler, jParams = json(szParams)] { return call(run, jParams); }, outcomes);
     }
 }
 

@@ -1,4 +1,4 @@
-// The policy links that other modules maintain through the module.
+// Tests the exported functions that change policy links.
 #include <array>
 #include <cerrno>
 
@@ -14,28 +14,28 @@ namespace {
 
 const Lines badParameter = {"lib: bad parameter"};
 
-TEST(LinkedTarget, copiesAndStampsTheTargets)
+TEST(LinkedTarget, copiesTargetsWithThePolicysIdentifier)
 {
     const std::array<const char*, 4> cases[] = {
-        {"what is not sent is made up", "{}", "{'id':9}", "{'id':9}"},
-        {"an old stamp stays", "{'target_add':[{'node_id':3},{'node_id':4,'gpo_id':1}]}", "{'id':9,'target_remove':7}",
+        {"a missing parameter is not added", "{}", "{'id':9}", "{'id':9}"},
+        {"gpo_id is replaced", "{'target_add':[{'node_id':3},{'node_id':4,'gpo_id':1}]}", "{'id':9,'target_remove':7}",
          "{'id':9,'target_remove':7,'target_add':[{'node_id':3,'gpo_id':9},{'node_id':4,'gpo_id':9}]}"},
-        {"the stamp is converted", "{'target_add':[],'target_remove':[{}]}", "{'id':'x'}",
+        {"the identifier keeps its type", "{'target_add':[],'target_remove':[{}]}", "{'id':'x'}",
          "{'id':'x','target_add':[],'target_remove':[{'gpo_id':'x'}]}"},
-        {"an object is taken for an array", "{'target_add':{'a':{}},'target_remove':'t'}", "{'id':9}",
+        {"values that are not arrays are copied", "{'target_add':{'a':{}},'target_remove':'t'}", "{'id':9}",
          "{'id':9,'target_add':{'a':{}},'target_remove':'t'}"},
-        {"what is no object is stamped", "{'target_add':[null,3,{},[]]}", "{}",
+        {"entries that are not objects stay, a missing id counts as null", "{'target_add':[null,3,{},[]]}", "{}",
          "{'id':null,'target_add':[null,3,{'gpo_id':null},[]]}"},
-        {"a null record is refused", "{'target_add':null,'target_remove':[]}", "null",
+        {"a null record is accepted", "{'target_add':null,'target_remove':[]}", "null",
          "{'target_add':null,'target_remove':[]}"},
     };
     reset();
-    for (const auto& [szFault, szParams, szRecord, szAfter] : cases) {
+    for (const auto& [szCase, szParams, szRecord, szAfter] : cases) {
         VELQ::APIRequest request(1000, "bob", json(szParams));
         Json::Value jOut = json(szRecord);
         VELQZEMHttpReqToJsonForLinkedTarget(&request, jOut);
-        EXPECT_EQ(jOut, json(szAfter)) << szFault;
-        EXPECT_TRUE(platform.logs.empty()) << szFault;
+        EXPECT_EQ(jOut, json(szAfter)) << szCase;
+        EXPECT_TRUE(platform.logs.empty()) << szCase;
     }
     VELQ::APIRequest request(1000, "bob", json("{'target_add':[]}"));
     Json::Value jText = "text";
@@ -48,34 +48,34 @@ TEST(LinkedTarget, copiesAndStampsTheTargets)
 
 TEST(LinkUpdate, rewritesTheOrderedLinksOfBothKindsOfNode)
 {
-    // isAdd, the policy, "linked_gpo" before and after; "": none; nullptr: refused.
+    // The case, isAdd, the policy, "linked_gpo" before and after: "" is none, nullptr means that the call is refused.
     const std::tuple<const char*, int, const char*, const char*, const char*> cases[] = {
-        {"no place for the first", 1, "7", "", "{'order':[{'id':7}]}"},
-        {"only 1 adds", 2, "7", "null", "{'order':[{'id':7}]}"},
-        {"other members are lost", 1, "7", "{'x':1,'order':null}", "{'x':1,'order':[{'id':7}]}"},
-        {"odd entries are lost", 1, "7", "{'order':[{'id':9,'y':1},{},null,'z']}",
+        {"the first link is added", 1, "7", "", "{'order':[{'id':7}]}"},
+        {"any isAdd but 0 adds, null counts as none", 2, "7", "null", "{'order':[{'id':7}]}"},
+        {"other members stay", 1, "7", "{'x':1,'order':null}", "{'x':1,'order':[{'id':7}]}"},
+        {"malformed entries stay", 1, "7", "{'order':[{'id':9,'y':1},{},null,'z']}",
          "{'order':[{'id':9,'y':1},{},null,'z',{'id':7}]}"},
-        {"added twice", 1, "7", "{'order':[{'id':7},{'id':9}]}", "{'order':[{'id':7},{'id':9}]}"},
-        {"no id or a text passes for 0", 1, "0", "{'order':[{},{'id':'0'}]}", "{'order':[{},{'id':'0'},{'id':0}]}"},
-        {"a fraction is another policy", 1, "7.9", "{'order':[{'id':7}]}", "{'order':[{'id':7}]}"},
-        {"only the first goes", 0, "7", "{'order':[{'id':7},{'id':9},{'id':7,'y':1},{'id':8}],'x':2}",
+        {"a linked policy is kept", 1, "7", "{'order':[{'id':7},{'id':9}]}", "{'order':[{'id':7},{'id':9}]}"},
+        {"a missing id is not policy 0", 1, "0", "{'order':[{},{'id':'0'}]}", "{'order':[{},{'id':'0'},{'id':0}]}"},
+        {"a fraction is truncated", 1, "7.9", "{'order':[{'id':7}]}", "{'order':[{'id':7}]}"},
+        {"every link to the policy is removed", 0, "7", "{'order':[{'id':7},{'id':9},{'id':7,'y':1},{'id':8}],'x':2}",
          "{'order':[{'id':9},{'id':8}],'x':2}"},
-        {"a member is made by removing", 0, "7", "", ""},
-        {"null is changed by removing", 0, "7", "null", "null"},
-        {"an order is made by removing", 0, "7", "{'x':1}", "{'x':1}"},
-        {"a null order stays", 0, "7", "{'order':null}", "{'order':[]}"},
-        {"no id does not pass for 0", 0, "0", "{'order':[{'y':1},{'id':3},{'id':0},null,'z']}",
+        {"removing adds no member", 0, "7", "", ""},
+        {"removing leaves null unchanged", 0, "7", "null", "null"},
+        {"removing adds no order", 0, "7", "{'x':1}", "{'x':1}"},
+        {"removing turns a null order into an array", 0, "7", "{'order':null}", "{'order':[]}"},
+        {"removing policy 0 removes entries without id", 0, "0", "{'order':[{'y':1},{'id':3},{'id':0},null,'z']}",
          "{'order':[{'id':3},null,'z']}"},
-        {"the entry gains no id", 0, "3", "{'order':[{'y':1},{'id':3}]}", "{'order':[{'y':1,'id':null}]}"},
-        {"an array is overwritten", 1, "7", "[]", nullptr},
-        {"an object as order is walked through", 0, "7", "{'order':{}}", nullptr},
+        {"an entry without id gains null", 0, "3", "{'order':[{'y':1},{'id':3}]}", "{'order':[{'y':1,'id':null}]}"},
+        {"an array instead of an object is refused", 1, "7", "[]", nullptr},
+        {"an object as order is refused", 0, "7", "{'order':{}}", nullptr},
     };
     const auto node = [](const std::string& links) {
         return json(links.empty() ? "{'name':'n'}" : "{'name':'n','linked_gpo':" + links + "}");
     };
-    for (const auto& [szFault, isAdd, szGpoId, szBefore, szAfter] : cases) {
+    for (const auto& [szCase, isAdd, szGpoId, szBefore, szAfter] : cases) {
         for (const std::string kind : {"Ou", "Kx"}) {
-            SCOPED_TRACE(kind + ": " + szFault);
+            SCOPED_TRACE(kind + ": " + szCase);
             reset();
             Json::Value& jNode = (kind == "Kx" ? platform.servers : platform.groups)[5];
             jNode = node(szBefore);

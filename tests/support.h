@@ -1,5 +1,4 @@
-// What tests and fuzz targets share: JSON from readable text, a folder that goes with its user, the module's handlers
-// as the web API server finds them.
+// Helpers for tests and fuzz targets: readable JSON, temporary folders, and calls of the module's handlers.
 #pragma once
 
 #include <algorithm>
@@ -16,7 +15,7 @@
 
 namespace test {
 
-// Whether the bytes are JSON, which then is in jValue. What is nested too deep for the reader is none.
+// Parses the bytes into jValue. Returns false if they are not JSON or nested too deep for the parser.
 inline bool parse(const char* pText, size_t size, Json::Value& jValue)
 {
     const std::unique_ptr<Json::CharReader> pReader(Json::CharReaderBuilder().newCharReader());
@@ -27,7 +26,7 @@ inline bool parse(const char* pText, size_t size, Json::Value& jValue)
     }
 }
 
-// The value of a JSON text in which ' stands for ", unless it has a " of its own, and each % for the next argument.
+// Parses a JSON text in which each % stands for the next argument, and, if it contains no ", each ' for a ".
 template <typename... Arguments>
 Json::Value json(std::string text, const Arguments&... arguments)
 {
@@ -50,7 +49,7 @@ Json::Value json(std::string text, const Arguments&... arguments)
     return jValue;
 }
 
-// A folder of its own, removed with the object.
+// A temporary folder, which the destructor removes.
 struct TempFolder {
     std::string path = (std::filesystem::temp_directory_path() / "zem-XXXXXX").string();
 
@@ -69,7 +68,7 @@ struct TempFolder {
 
 using Handler = decltype(VELQ::APIMethod::pHandler);
 
-// The handler of a method of the table, for example "KXGroup create".
+// Returns the handler of a method in the table, for example "KXGroup create".
 inline Handler handlerOf(const std::string& method)
 {
     for (const VELQ::APIMethod* pRow = GetAPITable(); pRow->szApi != nullptr; ++pRow) {

@@ -1,3 +1,4 @@
+// Implements the sweep of failing platform calls.
 #include "tests/sweep.h"
 
 #include <algorithm>
@@ -11,14 +12,10 @@ namespace {
 
 constexpr char kDenied[] = "denied: ";
 
-bool isFamily(const std::string& line)
+bool containsErrno(const std::string& line)
 {
-    for (const char* szText : {"Failed [", "bad parameter", "malloc hash failed", "lib: ", kDenied}) {
-        if (line.starts_with(szText)) {
-            return true;
-        }
-    }
-    return false;
+    const auto texts = {"Failed [", "bad parameter", "malloc hash failed", "lib: ", kDenied};
+    return std::any_of(texts.begin(), texts.end(), [&](const char* szText) { return line.starts_with(szText); });
 }
 
 Lines expectedLines(const Outcome& outcome, const std::string& call, int err)
@@ -31,7 +28,7 @@ Lines expectedLines(const Outcome& outcome, const std::string& call, int err)
         if (const size_t mark = line.find('$'); mark != std::string::npos) {
             line.replace(mark, 1, call.substr(call.rfind(' ') + 1));
         }
-        lines.push_back(isFamily(line) ? withErrno(line, err) : line);
+        lines.push_back(containsErrno(line) ? withErrno(line, err) : line);
     }
     return lines;
 }
@@ -47,7 +44,7 @@ const Outcome* outcomeOf(const Outcomes& outcomes, const std::string& call)
 {
     const Outcome* pFound = nullptr;
     for (const auto& [begin, outcome] : outcomes) {
-        pFound = call.starts_with(begin) ? &outcome : pFound;  // in order: a longer one comes later
+        pFound = call.starts_with(begin) ? &outcome : pFound;  // the map is sorted: longer keys come later
     }
     return pFound;
 }
@@ -76,7 +73,7 @@ void sweep(const std::function<void()>& prepare, const std::function<std::string
             EXPECT_EQ(platform.logs, expectedLines(*pOutcome, calls[n - 1], err));
             EXPECT_EQ(runFailing(0, 0, 0), success);
             runFailing(n, SIZE_MAX, err);
-            EXPECT_EQ(runFailing(0, 0, 0), success) << "and all after it";
+            EXPECT_EQ(runFailing(0, 0, 0), success) << "after this call and all later ones failed";
         }
         prepare();
         platform.failFirst = platform.failLast = n;

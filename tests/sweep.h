@@ -1,4 +1,4 @@
-// What happens when calls into the platform fail: each one in turn.
+// Runs a scenario repeatedly and lets each of its calls into the platform fail in turn.
 #pragma once
 
 #include <functional>
@@ -11,19 +11,19 @@ namespace fake {
 
 struct Outcome {
     std::string result;  // empty: the same as without a failure
-    // Log lines between semicolons, in their short form but without errno; those that are written only when access is
-    // denied are expected only then. $ stands for the last argument of the failing call.
+    // The expected log lines, separated by semicolons, in short form but without errno. A line that begins with
+    // "denied: " is expected only with errno EACCES. $ stands for the last argument of the failing call.
     std::string lines;
-    std::map<int, std::string> resultByErrno{};  // where an errno makes a difference
+    std::map<int, std::string> resultByErrno{};  // results that differ for one errno
 };
 
-// By the call that fails: its name, with arguments where they make a difference, and "#2" for the second call that is
-// the same. The longest that fits counts.
+// The outcome for each failing call. A key is the beginning of the call: its name, if necessary with arguments, and
+// "#2" at the end for the second of several equal calls. The longest matching key counts.
 using Outcomes = std::map<std::string, Outcome>;
 
-// Runs a scenario once to see which platform calls it makes, then lets each of those that can fail do so, alone and
-// together with all that follow, with errno 0, 2 and 13. The outcome of one failing alone must be the expected one.
-// After each round everything must have been released, and the scenario must succeed again.
+// Runs the scenario once to find its platform calls. Then lets each call that can fail do so, alone and together with
+// all later calls, with errno 0, ENOENT and EACCES, and throw std::bad_alloc. When a call fails alone, result and log
+// lines must be as expected. After every run everything must have been released, and the scenario must succeed again.
 void sweep(const std::function<void()>& prepare, const std::function<std::string()>& run, const Outcomes& outcomes);
 
 }  // namespace fake

@@ -1,4 +1,4 @@
-// The tree: nesting, display members, decoration, and the handler as a whole.
+// Tests the tree: nesting, display members, decoration, and the whole handler.
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -21,7 +21,7 @@ namespace {
 const std::string badParameter = withErrno("bad parameter", EACCES);
 const std::string mismatch = withErrno("denied: Failed [!IsJsonParentTypeMatch(jParent, jChild)]", EACCES);
 
-// A tree as "type.id[children]" for each node, with its "node_id"; for an odd element "?".
+// Returns a tree as text: "type.id[children]" for each node, with its "node_id", and "?" for any other value.
 std::string shape(const Json::Value& jNodes)
 {
     std::string text;
@@ -41,7 +41,7 @@ std::string shape(const Json::Value& jNodes)
     return text;
 }
 
-// Nodes of one kind, each as [identifier, parent, further members] or as it stands.
+// Makes nodes of one kind from arrays [identifier, parent, further members]; keeps other values as they are.
 Json::Value nodes(int kind, const char* szNodes)
 {
     Json::Value jNodes = json(szNodes);
@@ -64,44 +64,44 @@ std::string nest(const char* szGroups, const char* szServers)
     return shape(jData);
 }
 
-TEST(Assembly, hangsEveryNodeUnderTheParentThatItNames)
+TEST(Assembly, attachesEveryNodeToTheParentThatItNames)
 {
     const std::array<const char*, 4> cases[] = {
-        {"something out of nothing", "[]", "[]", ""},
-        {"parents first", "[[1,0],[2,1],[3,2]]", "[]", "2.1[2.2[2.3]]"},
-        {"children first", "[[3,2],[2,1],[1,0]]", "[]", "2.1[2.2[2.3]]"},
-        {"mixed", "[[2,1],[3,2],[1,0],[4,1]]", "[[9,3],[8,1]]", "2.1[2.2[2.3[3.9]] 2.4 3.8]"},
-        {"a node hangs below itself", "[[5,5],[1,0]]", "[]", "2.5 2.1"},
-        {"a cycle opens elsewhere than at its last node", "[[1,3],[2,1],[3,2],[4,1]]", "[]", "2.3[2.1[2.2 2.4]]"},
-        {"orphans are lost or out of order", "[[1,7]]", "[[1,7],[2,1],[3,8]]", "2.1[3.2] 3.1 3.3"},
-        {"0 is no identifier", "[[0,9],[1,0]]", "[{'node_type':3,'id':4,'node_id':4}]", "2.0[2.1 3.4]"},
-        {"a null kind is not a group's", "[[1,0],[2,1,{'parent_type':null}]]", "[]", "2.1[2.2]"},
-        {"the parent's kind is ignored", "[[1,0],[2,1,{'parent_type':3}]]", "[]", "2.1 2.2"},
-        {"a text is read as the parent's kind", "[[1,0],[2,1,{'parent_type':'x'}]]", "[]", "2.1 2.2"},
-        {"a text is read as a parent", "[[1,0],[2,'1']]", "[]", "2.1 2.2"},
-        {"a text is read as a kind", "[[1,0,{'node_type':'2'}],[2,1]]", "[]", "-.1 2.2"},
-        {"an array is read as an identifier", "[[[],2],[2,0],[3,0]]", "[]", "2.2[2.-] 2.3"},
-        {"a real is a kind", "[[1,0,{'node_type':2.0}],[2,1]]", "[]", "2.0.1 2.2"},
-        {"children that are a text", "[[1,0,{'children':'x'}],[2,1]]", "[]", "2.1 2.2"},
-        {"children that came along are no parents", "[[1,0,{'children':[{'node_type':2,'id':7,'node_id':7}]}],[2,7]]",
-         "[]", "2.1[2.7[2.2]]"},
-        {"a node hangs below its own child", "[[[],7,{'children':[{'node_type':2,'id':7,'node_id':7}]}]]", "[]",
+        {"no nodes make an empty tree", "[]", "[]", ""},
+        {"parents before children", "[[1,0],[2,1],[3,2]]", "[]", "2.1[2.2[2.3]]"},
+        {"children before parents", "[[3,2],[2,1],[1,0]]", "[]", "2.1[2.2[2.3]]"},
+        {"sub-groups before servers", "[[2,1],[3,2],[1,0],[4,1]]", "[[9,3],[8,1]]", "2.1[2.2[2.3[3.9]] 2.4 3.8]"},
+        {"a node that names itself is at the top level", "[[5,5],[1,0]]", "[]", "2.5 2.1"},
+        {"the last node of a cycle is at the top level", "[[1,3],[2,1],[3,2],[4,1]]", "[]", "2.3[2.1[2.2 2.4]]"},
+        {"nodes without a parent keep their order", "[[1,7]]", "[[1,7],[2,1],[3,8]]", "2.1[3.2] 3.1 3.3"},
+        {"a missing parent_id counts as 0", "[[0,9],[1,0]]", "[{'node_type':3,'id':4,'node_id':4}]", "2.0[2.1 3.4]"},
+        {"a null parent_type means a group", "[[1,0],[2,1,{'parent_type':null}]]", "[]", "2.1[2.2]"},
+        {"the parent's kind must match", "[[1,0],[2,1,{'parent_type':3}]]", "[]", "2.1 2.2"},
+        {"a text as parent_type matches no parent", "[[1,0],[2,1,{'parent_type':'x'}]]", "[]", "2.1 2.2"},
+        {"a text as parent_id matches no parent", "[[1,0],[2,'1']]", "[]", "2.1 2.2"},
+        {"a node with a text as kind is no parent", "[[1,0,{'node_type':'2'}],[2,1]]", "[]", "-.1 2.2"},
+        {"a node with an array as identifier has a parent", "[[[],2],[2,0],[3,0]]", "[]", "2.2[2.-] 2.3"},
+        {"a node with a real as kind is no parent", "[[1,0,{'node_type':2.0}],[2,1]]", "[]", "2.0.1 2.2"},
+        {"a node with a text as children is no parent", "[[1,0,{'children':'x'}],[2,1]]", "[]", "2.1 2.2"},
+        {"a child that came with its parent can be a parent",
+         "[[1,0,{'children':[{'node_type':2,'id':7,'node_id':7}]}],[2,7]]", "[]", "2.1[2.7[2.2]]"},
+        {"a node is not attached to its own child", "[[[],7,{'children':[{'node_type':2,'id':7,'node_id':7}]}]]", "[]",
          "2.-[2.7]"},
-        {"what is no node is lost", "[null,7,[1,0],[2,1]]", "[null]", "? ? 2.1[2.2] ?"},
-        {"of two alike the second is the parent", "[[1,0],[1,0],[2,1]]", "[]", "2.1[2.2] 2.1"},
-        {"a server is no parent", "[[1,0]]", "[[1,1],[2,1,{'node_type':4,'parent_type':3}]]", "2.1[3.1[4.2]]"},
-        {"a later server is one", "[[1,0]]", "[[2,1,{'node_type':4,'parent_type':3}],[1,1]]", "2.1[3.1] 4.2"},
+        {"a value that is not an object stays at the top level", "[null,7,[1,0],[2,1]]", "[null]", "? ? 2.1[2.2] ?"},
+        {"the first of two equal nodes is the parent", "[[1,0],[1,0],[2,1]]", "[]", "2.1[2.2] 2.1"},
+        {"earlier servers are parents", "[[1,0]]", "[[1,1],[2,1,{'node_type':4,'parent_type':3}]]", "2.1[3.1[4.2]]"},
+        {"later servers are no parents", "[[1,0]]", "[[2,1,{'node_type':4,'parent_type':3}],[1,1]]", "2.1[3.1] 4.2"},
     };
-    for (const auto& [szFault, szGroups, szServers, szTree] : cases) {
-        for (const int err : {0, EACCES}) {  // by lookup and by search
+    for (const auto& [szCase, szGroups, szServers, szTree] : cases) {
+        for (const int err : {0, EACCES}) {  // by index and by search
             reset();
             errno = err;
-            EXPECT_EQ(nest(szGroups, szServers), szTree) << szFault << err;
+            EXPECT_EQ(nest(szGroups, szServers), szTree) << szCase << err;
         }
     }
 }
 
-TEST(Assembly, marksTheSourceAndRefusesWhatIsNoArray)
+TEST(Assembly, marksAttachedElementsAndRefusesOtherValuesThanArrays)
 {
     reset();
     Json::Value jOu = nodes(2, "[[2,1],[1,0]]"), jKx = nodes(3, "[[1,1]]");
@@ -112,7 +112,7 @@ TEST(Assembly, marksTheSourceAndRefusesWhatIsNoArray)
     Json::Value jNullMarker = nodes(2, "[[1,0,{'find_parent':null}]]");
     EXPECT_EQ(ConvertTreeJsonToParent(&jNullMarker, &jNullMarker, &jOut), 0);
     EXPECT_EQ(shape(jOut), "2.1");
-    Json::Value jTree = nodes(2, "[[1,0,{'find_parent':1}]]");  // hung elsewhere: nobody's parent here
+    Json::Value jTree = nodes(2, "[[1,0,{'find_parent':1}]]");  // marked as attached elsewhere: no parent here
     EXPECT_EQ(ConvertTreeJsonToParent(&jKx, &jTree, NULL), 0);
     EXPECT_EQ(shape(jTree), "2.1 3.1");
     for (const auto& [src, dst] :
@@ -124,7 +124,7 @@ TEST(Assembly, marksTheSourceAndRefusesWhatIsNoArray)
     EXPECT_EQ(shape(jData), "2.1[2.2]");
 }
 
-TEST(Assembly, logsKindMismatchesAndOddNodesAsTheSearchMeetsThem)
+TEST(Assembly, logsKindMismatchesAndMalformedNodesInTheOrderOfTheSearch)
 {
     reset();
     errno = EACCES;
@@ -138,7 +138,7 @@ TEST(Assembly, logsKindMismatchesAndOddNodesAsTheSearchMeetsThem)
     EXPECT_EQ(platform.logs, Lines(2, badParameter));
 }
 
-// A random array of nodes of one kind; oddness: how often, in a thousand, a member is not what it should be.
+// Makes a random array of nodes of one kind. oddness: how many of a thousand members are malformed.
 Json::Value randomNodes(std::mt19937& random, int kind, unsigned oddness)
 {
     const auto pick = [&](unsigned count) { return static_cast<int>(random() % count); };
@@ -168,7 +168,7 @@ Json::Value randomNodes(std::mt19937& random, int kind, unsigned oddness)
     return jNodes;
 }
 
-TEST(Assembly, answersTheSameByLookupAndBySearch)
+TEST(Assembly, answersTheSameByIndexAndBySearch)
 {
     std::mt19937 random(20261122);
     platform.isQuiet = true;
@@ -180,24 +180,24 @@ TEST(Assembly, answersTheSameByLookupAndBySearch)
         for (const int way : {0, 1}) {
             Json::Value jCopies[] = {jLists[0], jLists[1], jLists[2]};
             jTrees[way] = Json::Value(Json::arrayValue);
-            errno = way == 0 ? 0 : EACCES;  // with it every kind mismatch is logged, which takes the search
+            errno = way == 0 ? 0 : EACCES;  // EACCES forces the search, which logs every kind mismatch
             EXPECT_EQ(BuildTreeJson(jCopies[0], jCopies[1], jCopies[2], jTrees[way]), 0);
         }
         ASSERT_EQ(jTrees[0], jTrees[1]) << round << jLists[0] << jLists[1] << jLists[2];
-        if (round % 4 == 0) {  // with decoration between reading and nesting
+        if (round % 4 == 0) {  // also with decoration before nesting
             platform.listedGroups = jLists[0];
             platform.listedServers = jLists[1];
             platform.listedPolicies = jLists[2];
-            const std::string byLookup = call("Tree get", Json::Value());
+            const std::string byIndex = call("Tree get", Json::Value());
             errno = EACCES;
-            ASSERT_EQ(call("Tree get", Json::Value()), byLookup) << round;
+            ASSERT_EQ(call("Tree get", Json::Value()), byIndex) << round;
             errno = 0;
         }
     }
     reset();
 }
 
-TEST(PostProcessing, givesEveryNodeItsDisplayMembers)
+TEST(PostProcessing, setsTheDisplayMembersOfEveryNode)
 {
     reset();
     Json::Value jNode = json("{'id':1,'name':'a','children':[{'id':2},7,{'id':3,'children':[]},{'children':'x'}]}");
@@ -217,7 +217,7 @@ TEST(PostProcessing, givesEveryNodeItsDisplayMembers)
     EXPECT_TRUE(jNull.isNull());
 }
 
-TEST(Decoration, attachesTheDelegatesThatCanBeShown)
+TEST(Decoration, addsDelegatesWithCompleteInformation)
 {
     const std::string whole = "{\"userNameCache\":\"ann\",\"domainName\":7,\"domainType\":null,\"more\":1}";
     const char* const szNames = "'name':'ann','domainName':7,'domainType':null";
@@ -250,29 +250,30 @@ TEST(Decoration, attachesTheDelegatesThatCanBeShown)
     }
 }
 
-TEST(Decoration, resolvesLinksAsFarAsTheStoreKnowsTheirPolicies)
+TEST(Decoration, resolvesLinksToPoliciesThatTheStoreKnows)
 {
-    // A node before and after, the identifiers of the policies that end up linked.
+    // The case, a node before and after, the identifiers of the policies that are marked as linked.
     const std::array<const char*, 4> cases[] = {
-        {"no links", "{}", "{'linked_gpo':null}", "[]"},
-        {"links that are no object", "{'linked_gpo':[1]}", "{'linked_gpo':[1]}", "[]"},
-        {"no order", "{'linked_gpo':{'x':1}}", "{'linked_gpo':{'x':1,'order':null}}", "[]"},
-        {"no array", "{'linked_gpo':{'order':{'id':1}}}", "{'linked_gpo':{'order':{'id':1}}}", "[]"},
-        {"an unknown policy, one linked twice", "{'linked_gpo':{'order':[{'id':1,'x':2},{'id':7},{'id':1}]}}",
+        {"missing links become null", "{}", "{'linked_gpo':null}", "[]"},
+        {"an array instead of an object stays", "{'linked_gpo':[1]}", "{'linked_gpo':[1]}", "[]"},
+        {"a missing order becomes null", "{'linked_gpo':{'x':1}}", "{'linked_gpo':{'x':1,'order':null}}", "[]"},
+        {"an object as order stays", "{'linked_gpo':{'order':{'id':1}}}", "{'linked_gpo':{'order':{'id':1}}}", "[]"},
+        {"an unknown policy keeps its id", "{'linked_gpo':{'order':[{'id':1,'x':2},{'id':7},{'id':1}]}}",
          "{'linked_gpo':{'order':[{'x':2,'gpo_id':1,'gpo_name':'one','gpo_desc':'first'},{'id':7,'gpo_id':7},"
          "{'gpo_id':1,'gpo_name':'one','gpo_desc':'first'}]}}",
          "[1,1,7]"},
-        {"odd entries", "{'linked_gpo':{'order':[{},null,3,{'id':null},{'id':'1'}]}}",
+        {"malformed entries are not resolved", "{'linked_gpo':{'order':[{},null,3,{'id':null},{'id':'1'}]}}",
          "{'linked_gpo':{'order':[{'id':null},null,3,{'id':null},{'id':'1'}]}}", "[]"},
-        {"policy 0", "{'linked_gpo':{'order':[{'id':0}]}}", "{'linked_gpo':{'order':[{'id':0,'gpo_id':0}]}}", "[null]"},
+        {"a policy without id counts as policy 0", "{'linked_gpo':{'order':[{'id':0}]}}",
+         "{'linked_gpo':{'order':[{'id':0,'gpo_id':0}]}}", "[null]"},
     };
-    for (const auto& [szFault, szNode, szAfter, szPolicies] : cases) {
+    for (const auto& [szCase, szNode, szAfter, szPolicies] : cases) {
         reset();
         platform.policies[1] = {"one", "first"};
         Json::Value jGpo = json("[{'id':1},4,{'id':2},{'id':1},{'id':'1'},{'id':7},{}]");
         Json::Value jNode = json(szNode), jNull, jNoArray = 7;
-        EXPECT_EQ(get_gpo_info_by_node(jNode, jGpo), 0) << szFault;
-        EXPECT_EQ(jNode, json(szAfter)) << szFault;
+        EXPECT_EQ(get_gpo_info_by_node(jNode, jGpo), 0) << szCase;
+        EXPECT_EQ(jNode, json(szAfter)) << szCase;
         Json::Value jLinked(Json::arrayValue);
         for (const Json::Value& jPolicy : jGpo) {
             if (jPolicy.isObject() && jPolicy.isMember("linked")) {
@@ -280,15 +281,15 @@ TEST(Decoration, resolvesLinksAsFarAsTheStoreKnowsTheirPolicies)
                 jLinked.append(jPolicy["id"]);
             }
         }
-        EXPECT_EQ(jLinked, json(szPolicies)) << szFault;
+        EXPECT_EQ(jLinked, json(szPolicies)) << szCase;
         jNode = json(szNode);
-        EXPECT_EQ(get_gpo_info_by_node(jNode, jNoArray), 0) << szFault;
+        EXPECT_EQ(get_gpo_info_by_node(jNode, jNoArray), 0) << szCase;
         EXPECT_EQ(get_gpo_info_by_node(jNull, jGpo), -1);
     }
     reset();
 }
 
-void fleet()
+void prepareFleet()
 {
     reset();
     platform.listedGroups = json(
@@ -316,7 +317,7 @@ const char* const szFleetTree =
 
 TEST(TreeFetch, answersTheWholeTreeInOnePass)
 {
-    fleet();
+    prepareFleet();
     const std::string answer = call("Tree get", json("{'offset':1}"), 4000000000u);
     EXPECT_EQ(json(answer.substr(3)), json(szFleetTree)) << answer;
     EXPECT_TRUE(platform.logs.empty());
@@ -332,7 +333,7 @@ TEST(TreeFetch, answersTheWholeTreeInOnePass)
                     "DelegateItemGetUGID;DelegateNext;DelegateListByTarget 3 2;"
                     "DelegateUpdateExtraInfoList 3 null TRUE;SetSuccess;OuListFree;KxListFree;GpoListFree;HashFree"));
 
-    reset();  // nothing visible: an empty tree, nothing to release but the hash
+    reset();  // nothing is visible: an empty tree, and only the hash to release
     EXPECT_EQ(call("Tree get", Json::Value()), "ok []");
     EXPECT_EQ(platform.calls.back(), "HashFree");
     EXPECT_EQ(platform.calls.end()[-2], "SetSuccess");
@@ -377,36 +378,36 @@ TEST(TreeFetch, survivesEveryFailureOfThePlatform)
     };
     const auto run = [] {
         const std::string result = call("Tree get", Json::Value());
-        std::erase(platform.logs, mismatch);  // errno stays: nesting then has a line for each kind that differs
+        std::erase(platform.logs, mismatch);  // with EACCES nesting logs every kind mismatch, too
         return result.substr(0, 2) == "ok" ? "answered" : result;
     };
-    sweep(fleet, run, outcomes);
+    sweep(prepareFleet, run, outcomes);
 }
 
-TEST(TreeFetch, keepsWhatAnOddStoreAnswers)
+TEST(TreeFetch, handlesMalformedRecords)
 {
-    // Groups, policies, the answer, the log lines without errno.
+    // The case, groups, policies, the answer, the log lines without errno.
     const std::array<const char*, 5> cases[] = {
-        {"a group that is no object", "[7]", "[]", "error 117",
+        {"a group that is not an object fails the request", "[7]", "[]", "error 117",
          "bad parameter;Failed [0 > get_delegate_by_node(jArray[i])];Failed [0 >add_info_to_node(jDataOu, jDataGpo)]"},
-        {"markers that come with a record",
+        {"markers in a record are removed",
          "[{'node_type':2,'id':1,'find_parent':1,'children':[{'find_parent':1,'children':7}]}]", "[]",
          "ok [{'children':[{'children':7,'expanded':false,'loaded':true}],'expanded':true,'linked_gpo':null,"
          "'node_type':2}]",
          ""},
-        {"a policy that is no object", "[]", "[7]", "ok [7]",
+        {"a policy that is not an object is answered", "[]", "[7]", "ok [7]",
          "denied: Failed [!jDataGpo[i].isMember(\"setting\")];bad parameter;"
          "denied: Failed [0 > postHandleNode(jData[i])]"},
     };
-    for (const auto& [szFault, szGroups, szPolicies, szAnswer, szLogs] : cases) {
+    for (const auto& [szCase, szGroups, szPolicies, szAnswer, szLogs] : cases) {
         reset();
         platform.listedGroups = json(szGroups);
         platform.listedPolicies = json(szPolicies);
         errno = EACCES;
-        EXPECT_EQ(call("Tree get", Json::Value()), szAnswer) << szFault;
+        EXPECT_EQ(call("Tree get", Json::Value()), szAnswer) << szCase;
         Lines logs = split(szLogs);
         std::transform(logs.begin(), logs.end(), logs.begin(), [](auto& line) { return withErrno(line, EACCES); });
-        EXPECT_EQ(platform.logs, logs) << szFault;
+        EXPECT_EQ(platform.logs, logs) << szCase;
     }
     Json::Value jArray(Json::arrayValue);
     Json::Value jBad;
