@@ -6,7 +6,7 @@
 
 #include "standin/webapi/json_writer.h"
 #include "store/base/errors.h"
-#include "store/records/json_text.h"
+#include "store/records/policy_links.h"
 #include "tests/support.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "store/base/errors.h"
-#include "store/records/json_text.h"
+#include "store/records/policy_links.h"
 
 namespace store {
 namespace {

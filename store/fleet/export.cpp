@@ -7,6 +7,7 @@
 #include "store/base/visible_text.h"
 #include "store/fleet/parse.h"
 #include "store/records/json_text.h"
+#include "store/records/policy_links.h"
 
 namespace store {
 namespace {

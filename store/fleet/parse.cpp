@@ -6,7 +6,10 @@
 
 #include "store/base/errors.h"
 #include "store/fleet/load.h"
-#include "store/records/json_text.h"
+#include "store/records/delegates.h"
+#include "store/records/policy_links.h"
+#include "store/records/record_checks.h"
+#include "store/records/record_json.h"
 
 namespace store {
 namespace {

@@ -4,6 +4,8 @@
 #include <optional>
 
 #include "store/records/json_text.h"
+#include "store/records/policy_links.h"
+#include "store/records/record_json.h"
 
 namespace store {
 namespace {

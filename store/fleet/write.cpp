@@ -9,8 +9,8 @@
 #include <unordered_set>
 
 #include "store/fleet/check.h"
-#include "store/nodes/delegates.h"
-#include "store/records/json_text.h"
+#include "store/records/delegates.h"
+#include "store/records/policy_links.h"
 #include "store/records/rows.h"
 
 namespace store {

@@ -1,12 +1,11 @@
 // The delegates of groups and servers. While a thread keeps the snapshot of a listed tree they come from there, else
 // from the database.
-#include "store/nodes/delegates.h"
-
 #include <algorithm>
+#include <optional>
 #include <unordered_map>
 
 #include "store/nodes/listing_snapshot.h"
-#include "store/records/json_text.h"
+#include "store/records/delegates.h"
 #include "store/rules/change.h"
 #include "store/rules/checks.h"
 
@@ -164,36 +163,6 @@ int setDelegates(const Request& request)
 }
 
 }  // namespace
-
-Delegate delegateOf(const DelegateRow& row)
-{
-    Delegate delegate;
-    delegate.userType = row.userType;
-    delegate.ugid = static_cast<uint64_t>(row.ugid);
-    return delegate;
-}
-
-VLIBCString extraInfoOf(const AccountRow& account)
-{
-    Json::Value jExtra;
-    jExtra["userNameCache"] = account.name.c_str();
-    jExtra["domainName"] = account.domainName.c_str();
-    jExtra["domainType"] = account.domainType.c_str();
-    return VLIBCString(jsonText(jExtra));
-}
-
-void insertDelegates(Inserter<DelegateRow>& inserter, int nodeType, int64_t id, const std::vector<int64_t>& ugids)
-{
-    DelegateRow row;
-    row.nodeType = nodeType;
-    row.nodeId = id;
-    for (const int64_t ugid : ugids) {
-        row.ugid = ugid;
-        inserter.insert(row);
-        ++row.position;
-    }
-}
-
 }  // namespace store
 
 using namespace store;

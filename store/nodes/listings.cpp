@@ -8,9 +8,9 @@
 #include <map>
 #include <unordered_set>
 
-#include "store/nodes/delegates.h"
 #include "store/nodes/listing_snapshot.h"
-#include "store/records/json_text.h"
+#include "store/records/delegates.h"
+#include "store/records/policy_links.h"
 #include "store/records/rows.h"
 #include "store/rules/rights.h"
 

@@ -7,7 +7,7 @@
 
 #include "store/base/utf8.h"
 #include "store/nodes/listing_snapshot.h"
-#include "store/records/json_text.h"
+#include "store/records/record_checks.h"
 #include "store/records/rows.h"
 #include "store/rules/checks.h"
 

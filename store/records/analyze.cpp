@@ -1,9 +1,5 @@
-// PostgreSQL looks at a table that changed within a minute or so, and until then answers some queries a hundred times
-// as slowly. SQLite goes by the indexes alone.
-//
-// What hangs below a group is found by an index. How much that is differs from group to group, and by the average,
-// which the root and a few others raise, PostgreSQL would rather read the whole table. So it is told that it is little,
-// two records of a kind: of one it would take the wrong index for siblings of one name.
+// Refreshes PostgreSQL's statistics, which it does by itself only a minute or so after a change; until then some
+// queries take a hundred times as long. SQLite plans by the indexes alone.
 #include "store/records/analyze.h"
 
 #include "store/db/database.h"
@@ -13,8 +9,8 @@
 namespace store {
 namespace {
 
-// A database that is not PostgreSQL itself may know one of the statements only.
-void tryOnce(const std::string& query) noexcept
+// A database that speaks PostgreSQL's dialect may know only some of the statements.
+void executeIfPossible(const std::string& query) noexcept
 {
     try {
         Connection connection;
@@ -30,12 +26,15 @@ void analyzeTables() noexcept
     if (!isPostgres()) {
         return;
     }
+    // The children of a group are found by an index. Few groups have many children, but they raise the average so far
+    // that PostgreSQL would read the whole table. An estimate of two children makes it use the index; with one it would
+    // use the wrong index to find siblings of one name.
     for (const char* szTable : {Kind<Policy>::kTable, Kind<Group>::kTable, Kind<Server>::kTable}) {
-        tryOnce(std::string("ALTER TABLE ") + szTable + " ALTER COLUMN parent_id SET (n_distinct = -0.5)");
+        executeIfPossible(std::string("ALTER TABLE ") + szTable + " ALTER COLUMN parent_id SET (n_distinct = -0.5)");
     }
     for (const char* szTable : {Kind<AccountRow>::kTable, Kind<Policy>::kTable, Kind<Group>::kTable,
                                 Kind<Server>::kTable, Kind<DelegateRow>::kTable}) {
-        tryOnce(std::string("ANALYZE ") + szTable);
+        executeIfPossible(std::string("ANALYZE ") + szTable);
     }
 }
 

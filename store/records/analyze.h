@@ -1,10 +1,10 @@
-// What the database knows of the tables' sizes, by which it chooses how to answer a query.
+// Refreshes the statistics by which the database plans its queries.
 #pragma once
 
 namespace store {
 
-// Has the database look at its tables again; to be called after the commit of a change that stored many records, by a
-// thread without a transaction. The change is made, so a failure is not told: the database looks by itself, later.
+// Refreshes the statistics of the tables. Call it after the commit of a change that stored many records, on a thread
+// without a transaction. Failures are ignored, since the database refreshes its statistics by itself later.
 void analyzeTables() noexcept;
 
 }  // namespace store

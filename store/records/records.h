@@ -1,4 +1,4 @@
-// The store's records and, for each kind, the one table of fields that the JSON conversion and the SQL rows share.
+// Declares the store's records and, for each kind, the table of fields that the JSON conversion and the SQL rows share.
 #pragma once
 
 #include <array>
@@ -56,7 +56,7 @@ struct DelegateRow {
     int64_t userType = kDelegateUserType;
 };
 
-// What a field's value is: written by the store alone, taken as it is, JSON text, or the JSON text of policy links.
+// What a field holds: a value that only the store sets, a plain value, JSON text, or the JSON text of policy links.
 enum class FieldKind { storeManaged, plain, json, links };
 
 // One field: its name as JSON member and as column, and the member of the record: a number, a flag (0 or 1) or a text.
@@ -89,8 +89,8 @@ bool isSame(const Field<R>& field, const R& one, const R& other)
     return std::visit([&](auto member) { return Same()(one.*member, other.*member); }, field.member);
 }
 
-// What distinguishes the kinds of record: the name for people; for nodes "node_type"; the table; the fields,
-// the identifier first.
+// Describes a kind of record: kName, its name for people; kType, the "node_type" of nodes; kTable, the database table;
+// kFields, the fields, the identifier first.
 template <typename R>
 struct Kind;
 
@@ -189,7 +189,7 @@ struct ChainFree {
     }
 };
 
-// A chain of records that is not given away yet.
+// Owns a chain of records.
 template <typename R>
 using Chain = std::unique_ptr<R, ChainFree>;
 

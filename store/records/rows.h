@@ -1,7 +1,7 @@
-// Records as rows: reading, inserting and replacing them, with the SQL made from the kind's table of fields.
+// Reads, inserts and replaces records as rows, with the SQL made from their kind's table of fields.
 //
-// What takes a session runs in the caller's transaction and throws Refusal or DatabaseError; readRecord at the end is a
-// whole function of the store, with a transaction of its own.
+// A function that takes a session runs in the caller's transaction and throws Refusal, or DatabaseError for an error
+// of the database; readRecord() opens a transaction of its own.
 #pragma once
 
 #include <array>
@@ -18,7 +18,7 @@
 
 namespace store {
 
-// The bound variables of one row, a cell per field.
+// The variables that the columns of one row are bound to, a cell for each field.
 template <typename R>
 class Row {
 public:
@@ -29,30 +29,38 @@ public:
         }
     }
 
-    // That field alone.
+    // Binds that field alone.
     void bindIn(Statement& statement, size_t field) const
     {
-        kFields[field].isText() ? statement.in(m_cells[field].text) : statement.in(m_cells[field].number);
+        if (kFields[field].isText()) {
+            statement.in(m_cells[field].text);
+        } else {
+            statement.in(m_cells[field].number);
+        }
     }
 
     void bindOut(Statement& statement)
     {
         for (size_t i = 0; i < kFields.size(); ++i) {
-            kFields[i].isText() ? statement.out(m_cells[i].text) : statement.out(m_cells[i].number);
+            if (kFields[i].isText()) {
+                statement.out(m_cells[i].text);
+            } else {
+                statement.out(m_cells[i].number);
+            }
         }
     }
 
-    void take(const R& record)
+    void copyFrom(const R& record)
     {
         for (size_t i = 0; i < kFields.size(); ++i) {
-            std::visit([&](auto member) { m_cells[i].take(record.*member); }, kFields[i].member);
+            std::visit([&](auto member) { m_cells[i].copyFrom(record.*member); }, kFields[i].member);
         }
     }
 
-    void give(R& record) const
+    void copyTo(R& record) const
     {
         for (size_t i = 0; i < kFields.size(); ++i) {
-            std::visit([&](auto member) { m_cells[i].give(record.*member); }, kFields[i].member);
+            std::visit([&](auto member) { m_cells[i].copyTo(record.*member); }, kFields[i].member);
         }
     }
 
@@ -61,27 +69,27 @@ private:
         int64_t number = 0;
         std::string text;
 
-        void take(int64_t value)
+        void copyFrom(int64_t value)
         {
             number = value;
         }
 
-        void take(const VLIBCString& value)
+        void copyFrom(const VLIBCString& value)
         {
             text = value.c_str();
         }
 
-        void give(int64_t& target) const
+        void copyTo(int64_t& target) const
         {
             target = number;
         }
 
-        void give(int32_t& target) const
+        void copyTo(int32_t& target) const
         {
             target = static_cast<int32_t>(number);
         }
 
-        void give(VLIBCString& target) const
+        void copyTo(VLIBCString& target) const
         {
             target = VLIBCString(text);
         }
@@ -91,7 +99,7 @@ private:
     std::array<Cell, Kind<R>::kFields.size()> m_cells;
 };
 
-// The kind's columns, each written as the pattern says with its name for '@', separated by commas.
+// The kind's columns, separated by commas, each as the pattern with the column's name in place of '@'.
 template <typename R>
 std::string columns(const std::string& pattern)
 {
@@ -105,11 +113,12 @@ std::string columns(const std::string& pattern)
     return list;
 }
 
-// The records that a query gives, one after the other.
+// Reads the records that a query selects, one after the other.
 template <typename R>
 class Reader {
 public:
-    // with: text before SELECT, rest: text after the table's name; parameters: theirs, which must outlive the reader.
+    // with: text before SELECT; rest: text after the table's name; parameters: those of both texts, which must outlive
+    // the reader.
     template <typename... Parameters>
     Reader(soci::session& sql, const std::string& with, const std::string& rest, const Parameters&... parameters)
         : m_statement(sql)
@@ -125,7 +134,7 @@ public:
         const bool found = m_started ? m_statement.next() : m_statement.first();
         m_started = true;
         if (found) {
-            m_row.give(record);
+            m_row.copyTo(record);
         }
         return found;
     }
@@ -136,7 +145,7 @@ private:
     bool m_started = false;
 };
 
-// The refusal for a record that is not there.
+// The refusal for a record that does not exist: ENOENT.
 template <typename R>
 Refusal noSuch(int64_t id)
 {
@@ -152,19 +161,23 @@ void load(soci::session& sql, int64_t id, R& record)
     }
 }
 
-// A chain that grows at its end.
+// Builds a chain by appending records.
 template <typename R>
 class ChainBuilder {
 public:
     void append(std::unique_ptr<R> pRecord)
     {
         R* pAdded = pRecord.release();
-        m_pEnd == nullptr ? m_pHead.reset(pAdded) : void(m_pEnd->pNext = pAdded);
+        if (m_pEnd == nullptr) {
+            m_pHead.reset(pAdded);
+        } else {
+            m_pEnd->pNext = pAdded;
+        }
         m_pEnd = pAdded;
     }
 
-    // The chain becomes the caller's.
-    Chain<R> take()
+    // Returns the chain and starts an empty one.
+    Chain<R> release()
     {
         m_pEnd = nullptr;
         return std::move(m_pHead);
@@ -175,7 +188,7 @@ private:
     R* m_pEnd = nullptr;
 };
 
-// The records that the reader gives.
+// The remaining records of the reader.
 template <typename R>
 Chain<R> readChain(Reader<R>&& reader)
 {
@@ -184,7 +197,7 @@ Chain<R> readChain(Reader<R>&& reader)
     while (reader.next(*pRecord)) {
         chain.append(std::exchange(pRecord, std::make_unique<R>()));
     }
-    return chain.take();
+    return chain.release();
 }
 
 // Copies of the records, in the order of their identifiers.
@@ -195,10 +208,10 @@ Chain<R> chainOf(const std::map<int64_t, R>& records)
     for (const auto& [id, record] : records) {
         chain.append(std::make_unique<R>(record));
     }
-    return chain.take();
+    return chain.release();
 }
 
-// Text at the end of an INSERT that has a new record take the place of the one with its identifier.
+// Text at the end of an INSERT that makes a new record overwrite the stored one with its identifier.
 template <typename R>
 std::string orOverwrite()
 {
@@ -206,26 +219,26 @@ std::string orOverwrite()
            columns<R>("\"@\" = excluded.\"@\"");
 }
 
-// Stores new records, many with one statement: each statement is a round trip to the database.
+// Inserts records, up to a hundred with one statement, because each statement is a round trip to the database.
 template <typename R>
 class Inserter {
 public:
     // rest: text after the values.
     explicit Inserter(soci::session& sql, std::string rest = "") : m_sql(sql), m_rest(std::move(rest)) {}
 
-    // Stores the record now or later, by flush() at the latest.
+    // Inserts the record now or later, in flush() at the latest.
     void insert(const R& record)
     {
         if (m_count == m_rows.size()) {
             m_rows.emplace_back();
         }
-        m_rows[m_count].take(record);
+        m_rows[m_count].copyFrom(record);
         if (++m_count == kMost) {
             flush();
         }
     }
 
-    // Stores what is not stored yet. To be called after the last record: what is left then is lost.
+    // Inserts the records that are still waiting. Call it after the last record; the destructor drops them.
     void flush()
     {
         if (m_count == 0) {
@@ -239,7 +252,7 @@ public:
     }
 
 private:
-    static constexpr size_t kMost = 100;  // rows; with more, statements grow longer than round trips
+    static constexpr size_t kMost = 100;  // rows; with more, a statement takes longer than the round trips it saves
 
     void prepare()
     {
@@ -257,41 +270,48 @@ private:
 
     soci::session& m_sql;
     const std::string m_rest;
-    std::deque<Row<R>> m_rows;  // those of a full statement at most; they stay where they are, as it is bound to them
-    size_t m_count = 0;         // of rows that are to be stored
+    std::deque<Row<R>> m_rows;  // at most kMost; a deque, because the statement is bound to the rows' addresses
+    size_t m_count = 0;         // of rows that wait to be inserted
     std::unique_ptr<Statement> m_pStatement;
-    size_t m_prepared = 0;  // number of rows that it takes
+    size_t m_prepared = 0;  // number of rows that the statement inserts
 };
 
-// Writes the record over the stored one, which has its identifier and revision, and gives it its new time and revision.
-// What is the same stays unwritten: a text can be long. Throws Refusal EAGAIN when the stored one is not there any
-// more.
+// Writes the record over the stored one, which has its identifier and revision, and sets its new time and revision.
+// Fields that are the same are not written, because a text can be long. Returns the names of those that differ,
+// separated by commas, without those that the store manages. Throws Refusal EAGAIN when the store holds no such record
+// any more.
 template <typename R>
-void replace(soci::session& sql, R& record, const R& stored)
+std::string replace(soci::session& sql, R& record, const R& stored)
 {
     const int64_t before = record.revision;
     record.mtime = std::time(nullptr);
     ++record.revision;
     Row<R> row;
-    row.take(record);
+    row.copyFrom(record);
     Statement statement(sql);
-    std::string changes;
+    std::string assignments, names;
     for (size_t i = 0; i < Kind<R>::kFields.size(); ++i) {
         const Field<R>& field = Kind<R>::kFields[i];
-        if (!isSame(field, record, stored)) {
-            row.bindIn(statement, i);
-            changes += std::string(changes.empty() ? "\"" : ", \"") + field.name + "\" = :" + field.name;
+        if (isSame(field, record, stored)) {
+            continue;
+        }
+        row.bindIn(statement, i);
+        assignments += std::string(assignments.empty() ? "\"" : ", \"") + field.name + "\" = :" + field.name;
+        if (field.kind != FieldKind::storeManaged) {
+            names += (names.empty() ? "" : ",") + std::string(field.name);
         }
     }
     statement.in(record.id).in(before);
-    statement.prepare(std::string("UPDATE ") + Kind<R>::kTable + " SET " + changes +
+    statement.prepare(std::string("UPDATE ") + Kind<R>::kTable + " SET " + assignments +
                       " WHERE id = :key AND revision = :before");
     if (statement.change() != 1) {
         throw changedSinceRead();
     }
+    return names;
 }
 
-// Loads the record of that identifier into the caller's, in a transaction of its own.
+// Loads the record of that identifier, all fields but pNext, into *pRecord, in a transaction of its own: 0, or -1 with
+// errno. EINVAL: pRecord is null. ENOENT: there is no such record.
 template <typename R>
 int readRecord(int64_t id, R* pRecord) noexcept
 {

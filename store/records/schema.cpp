@@ -1,5 +1,5 @@
-// The tables as SQL, in the dialect of either database, and the way to them from the version before. Whoever opens a
-// store looks at it first; only one that is empty or old is written.
+// Creates the tables in the dialect of either database and upgrades those of the version before. A store that is up to
+// date is only read.
 #include "store/records/schema.h"
 
 #include <algorithm>
@@ -22,8 +22,9 @@ constexpr const char* kTokenTable =
     " label TEXT NOT NULL, made BIGINT NOT NULL, expires BIGINT NOT NULL, last_used BIGINT NOT NULL)";
 constexpr const char* kTokenIndex = "CREATE INDEX token_account ON token (uid)";
 
-// The counters stand in meta beside the version: an identifier is never given out twice. Group 0 is its own
-// parent. A store of an earlier program checks its foreign keys at commit, a newer one after each statement.
+// The table meta holds the version and the highest identifier that a group ever had, so that none is used twice. Group
+// 0 is its own parent. A store that an earlier program created checks its foreign keys at commit, a newer one after
+// each statement.
 constexpr const char* kSchema[] = {
     "CREATE TABLE account (uid BIGINT PRIMARY KEY, name TEXT NOT NULL UNIQUE, admin BIGINT NOT NULL,"
     " domain_name TEXT NOT NULL, domain_type TEXT NOT NULL)",
@@ -53,7 +54,7 @@ constexpr const char* kSchema[] = {
     "INSERT INTO meta VALUES ('last_ou', 0)",
 };
 
-// Texts sort by their bytes, as they do by themselves on SQLite and wherever no language is set.
+// Makes texts sort by their bytes, which is the default on SQLite and on PostgreSQL without a language.
 void executeAll(soci::session& sql, const auto& statements)
 {
     const bool isByLanguage = number(sql, "SELECT CASE WHEN 'a' < 'B' THEN 1 ELSE 0 END") != 0;
@@ -83,7 +84,7 @@ int64_t readVersion(soci::session& sql)
     return number(sql, "SELECT value FROM meta WHERE name = 'version'");
 }
 
-// The database's tables and views, but for those that it keeps for itself.
+// The names of the database's tables and views, without its own.
 std::set<std::string> tableNames(soci::session& sql)
 {
     std::set<std::string> names;
@@ -100,13 +101,13 @@ std::set<std::string> tableNames(soci::session& sql)
     return names;
 }
 
-// The version of the store in the open database, 0 for an empty one. Throws std::runtime_error when it holds something
-// else.
+// The version of the store in the open database, 0 for an empty one. Throws std::runtime_error when the database holds
+// something else.
 int64_t versionOfDatabase(soci::session& sql)
 {
     static const std::set<std::string> kOurs = {"account", "delegate", "gpo", "gpo_fetch", "kx", "meta", "ou"};
     const std::set<std::string> names = tableNames(sql);
-    // One who was interrupted while making a store may have left the first of its tables.
+    // A program that was interrupted while it created a store may have left the first of the tables.
     const bool isBegun = names == std::set<std::string>{"meta"} && number(sql, "SELECT COUNT(*) FROM meta") == 0;
     if (names.empty() || isBegun) {
         return 0;
@@ -119,21 +120,21 @@ int64_t versionOfDatabase(soci::session& sql)
     return version;
 }
 
-// This table comes first and by itself: every writing transaction on PostgreSQL looks there for the row to lock, the
-// first one too, which finds none.
+// Creates the table meta, before and apart from the others: every writing transaction on PostgreSQL, including the one
+// that creates the others, looks for a row in it to lock.
 void createMeta()
 {
     constexpr char kMeta[] = "CREATE TABLE IF NOT EXISTS meta (name TEXT PRIMARY KEY, value BIGINT NOT NULL)";
     Connection connection;
     try {
         execute(connection.sql(), kMeta);
-    } catch (const DatabaseError&) {  // someone else was making it at the same moment; then it is there by now
+    } catch (const DatabaseError&) {  // another process created it at the same moment; then it exists by now
         execute(connection.sql(), kMeta);
     }
 }
 
-// Makes or renews the tables, unless someone else did so in the meantime. Of those who make them at once, all but one
-// wait at the first row, and then fail there.
+// Creates or upgrades the tables, unless another process has done so meanwhile. Where several do so at once, all but
+// one wait to insert the first row and then fail.
 void bringUpToDate(soci::session& sql)
 {
     const int64_t version = readVersion(sql);
@@ -146,7 +147,7 @@ void bringUpToDate(soci::session& sql)
     }
 }
 
-// The version of the store that is to be opened.
+// The version of the store that is to be opened, 0 for an empty database. Throws as prepareSchema().
 int64_t usableVersion(OpenMode mode)
 {
     const int64_t version = inTransaction(Access::read, versionOfDatabase);
@@ -174,7 +175,7 @@ void prepareSchema(OpenMode mode)
         } catch (const DatabaseError&) {
             const int64_t before = version;
             version = usableVersion(mode);
-            if (version == before) {  // it is not that someone else was quicker
+            if (version == before) {  // no other process was quicker
                 throw;
             }
         }

@@ -1,14 +1,14 @@
-// The tables of the store.
+// Creates and upgrades the tables of the store.
 #pragma once
 
 #include "store/store.h"
 
 namespace store {
 
-// Creates the tables in the open database when it is empty, unless that is to be a store already; brings one of the
-// version before to that which this program needs. Throws std::runtime_error, with a text for people, when the database
-// is none of these, and then has changed nothing; or when the database reports an error; NoStore
-// when it is empty and is not to become one.
+// Makes the open database a store of this program's version: creates the tables when it is empty and the mode is
+// createIfMissing, and upgrades a store of the version before. Throws NoStore when the database is empty in another
+// mode; std::runtime_error, with a text for people and with nothing changed, when it holds something else or a version
+// that this program does not know; DatabaseError for an error of the database.
 void prepareSchema(OpenMode mode);
 
 }  // namespace store

@@ -3,21 +3,12 @@
 
 #include <cstring>
 
-#include "store/base/utf8.h"
-#include "store/records/json_text.h"
+#include "store/records/policy_links.h"
+#include "store/records/record_checks.h"
 #include "store/records/rows.h"
 
 namespace store {
 namespace {
-
-template <typename R>
-void checkText(const Field<R>& field, const char* szText)
-{
-    requireValid(isPlainText(szText), field.name, "a text that is not UTF-8");
-    if (field.kind == FieldKind::json && *szText != '\0') {
-        parseJson(szText);
-    }
-}
 
 // The policies that the stored record links. A text that is damaged links none, and may be written over.
 std::vector<int64_t> storedLinks(const VLIBCString& linkedGpo)
@@ -34,8 +25,9 @@ void checkLinkChange(const Rights& rights, VLIBCString& linkedGpo, const VLIBCSt
     if (linkedGpo.empty() || std::strcmp(linkedGpo.c_str(), stored.c_str()) == 0) {
         return;
     }
-    linkedGpo = plainLinks(linkedGpo);
-    const std::vector<int64_t> ids = parseLinkIds(linkedGpo.c_str());
+    const PolicyLinks links = storableLinks(linkedGpo);
+    const std::vector<int64_t>& ids = links.ids;
+    linkedGpo = links.text;
     const std::vector<int64_t> before = storedLinks(stored);
     std::unordered_set<int64_t> known(before.begin(), before.end());
     std::vector<int64_t> added;
@@ -90,12 +82,7 @@ Refusal noSuchParent(int64_t id)
 template <typename R>
 void checkRecord(const Rights& rights, R& record, const R& stored)
 {
-    for (const Field<R>& field : Kind<R>::kFields) {
-        if (const auto* pText = std::get_if<VLIBCString R::*>(&field.member)) {
-            checkText(field, (record.**pText).c_str());
-        }
-    }
-    checkName(record.name.c_str());
+    checkTexts(record);
     checkLinkChange(rights, record.linkedGpo, stored.linkedGpo);
 }
 

@@ -7,7 +7,8 @@
 #include "platform/velq_zem.h"
 #include "store/db/statement.h"
 #include "store/db/transaction.h"
-#include "store/records/json_text.h"
+#include "store/records/policy_links.h"
+#include "store/records/records.h"
 #include "store/store.h"
 
 namespace store {
