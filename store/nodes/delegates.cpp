@@ -1,5 +1,5 @@
-// The delegates of groups and servers. While a thread keeps the snapshot of a listed tree they come from there, else
-// from the database.
+// Lists and sets the delegates of groups and servers. Lists come from the snapshot of a listed tree where the thread
+// keeps one, else from the database.
 #include <algorithm>
 #include <optional>
 #include <unordered_map>
@@ -12,7 +12,7 @@
 namespace store {
 namespace {
 
-thread_local std::vector<Delegate> tListed;  // what this thread listed last
+thread_local std::vector<Delegate> tListed;  // the thread's last list, which its caller still uses
 
 std::vector<Delegate> readDelegates(soci::session& sql, int64_t nodeType, int64_t id)
 {
@@ -39,15 +39,13 @@ std::vector<Delegate> delegatesInSnapshot(const ListingSnapshot& snapshot, int n
     return found == kind->second.end() ? std::vector<Delegate>() : found->second;
 }
 
-void listDelegates(int64_t id, int nodeType, Delegate*& pHead, int& count)
+void listDelegates(int64_t id, int nodeType)
 {
     const ListingSnapshot* pSnapshot = currentSnapshot();
-    tListed = pSnapshot ? delegatesInSnapshot(*pSnapshot, nodeType, id) : readDelegates(nodeType, id);
+    tListed = pSnapshot != nullptr ? delegatesInSnapshot(*pSnapshot, nodeType, id) : readDelegates(nodeType, id);
     for (size_t i = 1; i < tListed.size(); ++i) {
         tListed[i - 1].pNext = &tListed[i];
     }
-    pHead = tListed.empty() ? nullptr : tListed.data();
-    count = static_cast<int>(tListed.size());
 }
 
 using ExtraInfo = std::unordered_map<uint64_t, VLIBCString>;  // of accounts, by uid
@@ -62,7 +60,7 @@ void fillExtraInfo(Delegate* pHead, bool all, const ExtraInfo& extraInfo)
     }
 }
 
-// Of the accounts that the items name.
+// The extra information of the accounts that the items name.
 ExtraInfo readExtraInfo(soci::session& sql, const Delegate* pHead)
 {
     ExtraInfo extraInfo;
@@ -76,8 +74,8 @@ ExtraInfo readExtraInfo(soci::session& sql, const Delegate* pHead)
     return extraInfo;
 }
 
-// The uids that the entries name, as far as they can be read.
-std::vector<int64_t> named(const Json::Value& jDelegates)
+// The uids of the entries that have one; the others are refused later.
+std::vector<int64_t> requestedUgids(const Json::Value& jDelegates)
 {
     std::vector<int64_t> ugids;
     for (const Json::Value& jDelegate : jDelegates) {
@@ -88,16 +86,18 @@ std::vector<int64_t> named(const Json::Value& jDelegates)
     return ugids;
 }
 
-// The uids to store for a record; none for null.
-std::vector<int64_t> wantedDelegates(soci::session& sql, const Json::Value& jDelegates)
+// The uids to store for "delegate" of a request; none for null.
+std::vector<int64_t> checkedUgids(soci::session& sql, const Json::Value& jDelegates)
 {
     if (jDelegates.isNull()) {
         return {};
     }
-    const std::unordered_set<int64_t> known = valuesIn(sql, Kind<AccountRow>::kTable, "uid", named(jDelegates));
+    const std::unordered_set<int64_t> known =
+        valuesIn(sql, Kind<AccountRow>::kTable, "uid", requestedUgids(jDelegates));
     return delegateUgids(jDelegates, [&known](int64_t ugid) { return known.contains(ugid); });
 }
 
+// Whether the accounts are the node's delegates already, in this order.
 bool areDelegates(soci::session& sql, int nodeType, int64_t id, const std::vector<int64_t>& ugids)
 {
     const std::vector<Delegate> stored = readDelegates(sql, nodeType, id);
@@ -106,27 +106,27 @@ bool areDelegates(soci::session& sql, int nodeType, int64_t id, const std::vecto
     });
 }
 
-// What a caller asks for.
+// A call that sets the delegates of a node.
 struct Request {
     int64_t id;
     int nodeType;
     const Json::Value& jRecord;
-    bool absentClears;
+    bool absentClears;  // whether a record without "delegate" removes all of them
 };
 
-// The uids to store, nothing when the node has them. Throws where the caller is refused.
+// The uids to store; nothing when the node has them already. Throws Refusal or InvalidInput for a call that is refused.
 std::optional<std::vector<int64_t>> delegatesToSet(soci::session& sql, const Rights& rights, const Request& request)
 {
     const bool canHave = request.nodeType == VELQ_ZEM_TYPE_OU || request.nodeType == kServerType;
     require(canHave, EINVAL, "node_type: neither a group nor a server");
     rights.requireNode(request.nodeType, request.id);
     requireValid(request.jRecord.isObject(), "record", "not an object");
-    requireExisting(sql, request.nodeType, request.id);
+    requireExisting(sql, rights, request.nodeType, request.id);
     const Json::Value& jDelegates = request.jRecord["delegate"];
     if (jDelegates.isNull() && !request.absentClears) {
         return std::nullopt;
     }
-    std::vector<int64_t> ugids = wantedDelegates(sql, jDelegates);
+    std::vector<int64_t> ugids = checkedUgids(sql, jDelegates);
     if (areDelegates(sql, request.nodeType, request.id, ugids)) {
         return std::nullopt;
     }
@@ -148,7 +148,7 @@ std::string replaceDelegates(soci::session& sql, const Request& request)
     return changeLine(rights, szKind, request.id, "delegate");
 }
 
-// Most calls leave things as they are, which is seen without keeping others from writing.
+// Most calls change nothing, so a reading transaction comes first: it does not keep others from writing.
 int setDelegates(const Request& request)
 {
     bool isToChange = false;
@@ -171,10 +171,10 @@ int VELQZEMDelegateListByTarget(int64_t id, int nodeType, _tag_velq_zem_delegate
 {
     return toErrno([&] {
         requireArguments(ppHead);
-        int count = 0;
-        listDelegates(id, nodeType, *ppHead, count);
+        listDelegates(id, nodeType);
+        *ppHead = tListed.empty() ? nullptr : tListed.data();
         if (pCount != nullptr) {
-            *pCount = count;
+            *pCount = static_cast<int>(tListed.size());
         }
     });
 }

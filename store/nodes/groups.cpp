@@ -1,4 +1,4 @@
-// Groups are loaded, changed, created and deleted here; the checks of the tree that they form are made in SQL.
+// Loads, changes, creates and deletes groups, and checks that they stay a tree of limited depth.
 #include <ctime>
 
 #include "store/records/rows.h"
@@ -8,88 +8,96 @@
 namespace store {
 namespace {
 
-// A walk that goes on for longer than any sound tree allows meets a damaged one, and ends all the same.
-const std::string kFarthest = std::to_string(2 * kMaxGroupDepth);
+// Bounds the walks along a damaged tree, which may have cycles.
+const std::string kMaxSteps = std::to_string(2 * kMaxGroupDepth);
 
-// The groups below and including the one of the parameter, with their depth below it. The root is its own parent.
-const std::string kBelow =
-    "WITH RECURSIVE below (id, depth) AS (SELECT id, 0 FROM ou WHERE id = :top"
-    " UNION ALL SELECT o.id, b.depth + 1 FROM ou o JOIN below b ON o.parent_id = b.id WHERE o.id <> 0 AND b.depth < " +
-    kFarthest + ") ";
+// Text before a statement that defines "subtree": the group of the parameter and those below it, with their depth below
+// it. The root is its own parent.
+const std::string kSubtree =
+    "WITH RECURSIVE subtree (id, depth) AS (SELECT id, 0 FROM ou WHERE id = :top"
+    " UNION ALL SELECT o.id, s.depth + 1 FROM ou o JOIN subtree s ON o.parent_id = s.id"
+    " WHERE o.id <> 0 AND s.depth < " +
+    kMaxSteps + ") ";
 
-// The group of the parameter and those above it up to the root, with their distance from it.
-const std::string kAbove =
-    "WITH RECURSIVE above (id, depth) AS (SELECT id, 0 FROM ou WHERE id = :bottom"
-    " UNION ALL SELECT o.parent_id, a.depth + 1 FROM ou o JOIN above a ON o.id = a.id WHERE a.id <> 0 AND a.depth < " +
-    kFarthest + ") ";
+// The same for "ancestors": the group of the parameter and those above it up to the root, with their distance from it.
+const std::string kAncestors =
+    "WITH RECURSIVE ancestors (id, depth) AS (SELECT id, 0 FROM ou WHERE id = :bottom"
+    " UNION ALL SELECT o.parent_id, a.depth + 1 FROM ou o JOIN ancestors a ON o.id = a.id"
+    " WHERE a.id <> 0 AND a.depth < " +
+    kMaxSteps + ") ";
 
-// The way up from a group to the root.
+// The path from a group to the root.
 struct Ancestry {
-    int64_t groups = 0;     // on it, the group and the root included; 0: there is no such group
-    int64_t different = 0;  // fewer when it leads round in a circle
-    int64_t depth = 0;      // steps to the root
-    int64_t passes = 0;     // how often it passes the group that was asked for
+    int64_t groups = 0;           // on the path, the group and the root included; 0: the group does not exist
+    int64_t differentGroups = 0;  // fewer than groups when the path runs in a cycle
+    int64_t depth = 0;            // steps to the root
+    int64_t matches = 0;          // how often the group searched for is on the path
 };
 
-Ancestry ancestryOf(soci::session& sql, int64_t id, int64_t passing = -1)
+Ancestry ancestryOf(soci::session& sql, int64_t id, int64_t searchedId = -1)
 {
-    Ancestry above;
+    Ancestry ancestry;
     Statement statement(sql);
-    statement.in(id).in(passing);
-    statement.out(above.groups).out(above.different).out(above.depth).out(above.passes);
-    statement.prepare(kAbove +
-                      "SELECT COUNT(*), COUNT(DISTINCT id), COALESCE(MAX(depth), 0), COUNT(CASE WHEN id = :passing"
-                      " THEN 1 END) FROM above");
+    statement.in(id).in(searchedId);
+    statement.out(ancestry.groups).out(ancestry.differentGroups).out(ancestry.depth).out(ancestry.matches);
+    statement.prepare(kAncestors +
+                      "SELECT COUNT(*), COUNT(DISTINCT id), COALESCE(MAX(depth), 0), COUNT(CASE WHEN id = :searched"
+                      " THEN 1 END) FROM ancestors");
     statement.first();
-    return above;
+    return ancestry;
 }
 
-// EIO when the way up from the group, which someone has changed behind the store's back, leads round in a circle. Then
-// none of those below is part of a circle either.
-void requireSound(soci::session& sql, const Ancestry& above, int64_t id)
+// Throws Refusal EIO when the group's path to the root runs in a cycle, which only a change behind the store's
+// back can cause. Otherwise no group below it is part of a cycle either.
+void requireNoCycle(soci::session& sql, const Ancestry& ancestry, int64_t id)
 {
-    if (above.different == above.groups) {
+    if (ancestry.differentGroups == ancestry.groups) {
         return;
     }
     const int64_t repeated = number(
-        sql, kAbove + "SELECT MIN(id) FROM (SELECT id FROM above GROUP BY id HAVING COUNT(*) > 1) AS repeated", id);
+        sql, kAncestors + "SELECT MIN(id) FROM (SELECT id FROM ancestors GROUP BY id HAVING COUNT(*) > 1) AS repeated",
+        id);
     throw Refusal(EIO, "the store is damaged: group " + std::to_string(repeated) + " is its own ancestor");
 }
 
-// above: the way up from the parent; levels: of groups that come to hang there, the topmost included.
-void checkDepth(soci::session& sql, const Ancestry& above, int64_t parentId, int64_t levels)
+// Checks that a subtree of that height, 1 for a single group, fits below the parent, whose ancestry is given.
+void checkDepth(soci::session& sql, const Ancestry& ancestry, int64_t parentId, int64_t height)
 {
-    requireSound(sql, above, parentId);
-    requireValid(above.depth + levels <= kMaxGroupDepth, "parent_id",
+    requireNoCycle(sql, ancestry, parentId);
+    requireValid(ancestry.depth + height <= kMaxGroupDepth, "parent_id",
                  "more than " + std::to_string(kMaxGroupDepth) + " groups below one another");
 }
 
-// The refusal tells the parent's name only to who manages that.
+// How a refusal names the parent of the group: by its name only to an account that manages the parent.
+std::string describeParent(soci::session& sql, const Rights& rights, int64_t parentId)
+{
+    Group parent;
+    load(sql, parentId, parent);
+    if (parentId == 0) {
+        return "the root group";
+    }
+    return rights.mayManage(parentId) ? std::string("the group ") + parent.name.c_str() : "the group above";
+}
+
 void checkSiblings(soci::session& sql, const Rights& rights, const Group& group)
 {
     const std::string name = group.name.c_str();
     const int64_t same =
         number(sql, "SELECT COUNT(*) FROM ou WHERE parent_id = :p AND name = :n AND id <> 0 AND id <> :id",
                group.parentId, name, group.id);
-    if (same == 0) {
-        return;
+    if (same != 0) {
+        throw Refusal(EEXIST, "name: " + describeParent(sql, rights, group.parentId) + " has a sub-group of that name");
     }
-    Group parent;
-    load(sql, group.parentId, parent);
-    const std::string place = group.parentId == 0                ? "the root group"
-                              : rights.mayManage(group.parentId) ? std::string("the group ") + parent.name.c_str()
-                                                                 : "the group above";
-    throw Refusal(EEXIST, "name: " + place + " has a sub-group of that name");
 }
 
 void checkMove(soci::session& sql, const Group& group)
 {
     requireValid(group.id != 0, "parent_id", "the root group stays where it is");
-    requireSound(sql, ancestryOf(sql, group.id), group.id);
-    const Ancestry above = ancestryOf(sql, group.parentId, group.id);
-    requireValid(above.passes == 0, "parent_id", "the group itself or one below it");
-    const int64_t height = number(sql, kBelow + "SELECT MAX(depth) FROM below", group.id);
-    checkDepth(sql, above, group.parentId, height + 1);
+    requireNoCycle(sql, ancestryOf(sql, group.id), group.id);
+    const Ancestry ancestry = ancestryOf(sql, group.parentId, group.id);
+    requireValid(ancestry.matches == 0, "parent_id", "the group itself or one below it");
+    const int64_t height = number(sql, kSubtree + "SELECT MAX(depth) + 1 FROM subtree", group.id);
+    checkDepth(sql, ancestry, group.parentId, height);
 }
 
 std::string replaceGroup(soci::session& sql, Group& group)
@@ -105,8 +113,8 @@ std::string replaceGroup(soci::session& sql, Group& group)
     if (group.id != 0) {
         checkSiblings(sql, rights, group);
     }
-    replace(sql, group, stored);
-    return changeLine(rights, Kind<Group>::kName, group.id, changedMembers(stored, group));
+    const std::string changed = replace(sql, group, stored);
+    return changeLine(rights, Kind<Group>::kName, group.id, changed);
 }
 
 std::string createGroup(soci::session& sql, Group& group)
@@ -114,13 +122,13 @@ std::string createGroup(soci::session& sql, Group& group)
     const Rights rights(sql);
     rights.requireGroup(group.parentId, "parent_id");
     group.id = -1;
-    const Ancestry above = ancestryOf(sql, group.parentId);
-    if (above.groups == 0) {
+    const Ancestry ancestry = ancestryOf(sql, group.parentId);
+    if (ancestry.groups == 0) {
         throw noSuchParent(group.parentId);
     }
     checkRecord(rights, group, Group());
     checkSiblings(sql, rights, group);
-    checkDepth(sql, above, group.parentId, 1);
+    checkDepth(sql, ancestry, group.parentId, 1);
     group.id = number(sql, "UPDATE meta SET value = value + 1 WHERE name = 'last_ou' RETURNING value");
     group.mtime = std::time(nullptr);
     group.revision = 1;
@@ -135,23 +143,23 @@ std::string deleteGroups(soci::session& sql, int64_t id)
     const Rights rights(sql);
     rights.requireGroup(id);
     require(id != 0, EINVAL, "the root group cannot be deleted");
-    const Ancestry above = ancestryOf(sql, id);
-    if (above.groups == 0) {
+    const Ancestry ancestry = ancestryOf(sql, id);
+    if (ancestry.groups == 0) {
         throw noSuch<Group>(id);
     }
-    requireSound(sql, above, id);
-    const std::string below = "IN (SELECT id FROM below)";
-    const std::string ofGroup = " WHERE node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) + " AND node_id " + below;
+    requireNoCycle(sql, ancestry, id);
+    const std::string inSubtree = "IN (SELECT id FROM subtree)";
     for (const char* szTable : {"kx", "gpo"}) {
         change(sql,
-               kBelow + "UPDATE " + szTable +
-                   " SET parent_id = 0, revision = revision + 1, mtime = :now WHERE parent_id " + below,
+               kSubtree + "UPDATE " + szTable +
+                   " SET parent_id = 0, revision = revision + 1, mtime = :now WHERE parent_id " + inSubtree,
                id, std::time(nullptr));
     }
+    const std::string ofGroups = " WHERE node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) + " AND node_id " + inSubtree;
     for (const char* szTable : {"delegate", "gpo_fetch"}) {
-        change(sql, kBelow + "DELETE FROM " + szTable + ofGroup, id);
+        change(sql, kSubtree + "DELETE FROM " + szTable + ofGroups, id);
     }
-    change(sql, kBelow + "DELETE FROM ou WHERE id " + below, id);
+    change(sql, kSubtree + "DELETE FROM ou WHERE id " + inSubtree, id);
     return changeLine(rights, Kind<Group>::kName, id, "deleted");
 }
 

@@ -1,4 +1,5 @@
-// The two listings: the whole visible tree with its snapshot, and one sorted page of the topmost visible groups.
+// Lists what an account sees: the whole tree, of which the thread keeps a snapshot, or one sorted page of the topmost
+// groups.
 #include <strings.h>
 
 #include <algorithm>
@@ -19,7 +20,8 @@ namespace {
 
 // --- The query
 
-// The number of that key, the fallback when the hash lacks it. Throws InvalidInput outside the range.
+// The number of that key, the fallback when the query lacks it. Throws InvalidInput for a text that is no number and
+// for a number outside the range.
 int64_t numberOf(const VLIBCSzHash* pHash, const char* szKey, int64_t least, int64_t most, int64_t fallback)
 {
     const char* szText = VLIBCSzHashGetValue(pHash, szKey);
@@ -35,13 +37,14 @@ int64_t numberOf(const VLIBCSzHash* pHash, const char* szKey, int64_t least, int
     return value;
 }
 
-// The uid of the account that asks, -1 when the query names none.
-int64_t askingUid(const VLIBCSzHash* pHash)
+// The uid of the account that the query lists for, -1 when it names none.
+int64_t accountOf(const VLIBCSzHash* pHash)
 {
     const int64_t uid = numberOf(pHash, "ugid", 0, UINT32_MAX, -1);
     return numberOf(pHash, "user_type", kLoginUserType, kLoginUserType, -1) == -1 ? -1 : uid;
 }
 
+// A value that a key of the query may have, and its SQL.
 struct Choice {
     const char* szValue;
     const char* szSql;
@@ -50,7 +53,7 @@ struct Choice {
 constexpr Choice kSortBy[] = {{"id", "id"}, {"name", "name"}, {"mtime", "mtime"}};
 constexpr Choice kDirections[] = {{"asc", "ASC"}, {"desc", "DESC"}};
 
-// The SQL of the value of that key, of the first choice when the hash lacks it. Throws InvalidInput for another.
+// The SQL of the value of that key, of the first choice when the query lacks it. Throws InvalidInput for another value.
 template <size_t kCount>
 std::string sqlOf(const VLIBCSzHash* pHash, const char* szKey, const Choice (&choices)[kCount],
                   int (*pCompare)(const char*, const char*))
@@ -65,32 +68,35 @@ std::string sqlOf(const VLIBCSzHash* pHash, const char* szKey, const Choice (&ch
     return pFound->szSql;
 }
 
-// --- What the account may see, as SQL
+// --- What the account sees, as SQL
 
-struct View {
-    std::string with;    // text before SELECT
-    std::string groups;  // conditions that end in the groups, servers and topmost groups it sees
-    std::string servers;
-    std::string topmost;
-    std::string delegates;            // condition that ends in the delegates of these groups and servers
-    std::vector<int64_t> parameters;  // of the text before SELECT
+struct VisibleNodes {
+    std::string with;                 // text before SELECT, to which the conditions refer
+    std::vector<int64_t> parameters;  // of that text
+    std::string groups;               // conditions, empty where all rows are visible
+    std::string servers;              // also that of the policies below visible groups
+    std::string topmostGroups;
+    std::string delegates;  // of the visible groups and servers
 };
 
-View viewOf(Role role, int64_t uid)
+VisibleNodes visibleNodes(const Rights& rights, int64_t uid)
 {
-    if (role == Role::administrator) {
-        return {"", "WHERE id <> 0", "", "WHERE id <> 0 AND parent_id = 0", "", {}};
+    VisibleNodes visible;
+    if (rights.isUnrestricted()) {
+        visible.groups = "WHERE id <> 0";
+        visible.topmostGroups = "WHERE id <> 0 AND parent_id = 0";
+        return visible;
     }
-    const std::string seen = "IN (SELECT id FROM seen)";
-    const std::string groups = "WHERE id <> 0 AND id " + seen;
-    const std::string servers = "WHERE parent_id " + seen;
-    return {kSeenGroups,
-            groups,
-            servers,
-            groups + " AND (parent_id = 0 OR parent_id NOT " + seen + ")",
-            "WHERE (node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) + " AND node_id " + seen + ") OR (node_type = " +
-                std::to_string(kServerType) + " AND node_id IN (SELECT id FROM kx " + servers + "))",
-            {uid}};
+    const std::string inVisible = "IN (SELECT id FROM visible)";
+    visible.with = kVisibleGroups;
+    visible.parameters = {uid};
+    visible.groups = "WHERE id <> 0 AND id " + inVisible;
+    visible.servers = "WHERE parent_id " + inVisible;
+    visible.topmostGroups = visible.groups + " AND (parent_id = 0 OR parent_id NOT " + inVisible + ")";
+    visible.delegates = "WHERE (node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) + " AND node_id " + inVisible +
+                        ") OR (node_type = " + std::to_string(kServerType) + " AND node_id IN (SELECT id FROM kx " +
+                        visible.servers + "))";
+    return visible;
 }
 
 // --- The tree
@@ -113,8 +119,8 @@ void addLinks(const Chain<R>& pHead, std::unordered_set<int64_t>& policyIds)
     }
 }
 
-// The policies that stand where the account sees servers, and those that its groups and servers link.
-std::map<int64_t, Policy> readSeenPolicies(soci::session& sql, const View& view, const Tree& tree)
+// The policies below the visible groups and those that the tree's groups and servers link.
+std::map<int64_t, Policy> readVisiblePolicies(soci::session& sql, const VisibleNodes& visible, const Tree& tree)
 {
     std::map<int64_t, Policy> policies;
     const auto add = [&policies](Reader<Policy>&& reader) {
@@ -122,7 +128,7 @@ std::map<int64_t, Policy> readSeenPolicies(soci::session& sql, const View& view,
             policies.emplace(policy.id, policy);
         }
     };
-    add(Reader<Policy>(sql, view.with, view.servers, view.parameters));
+    add(Reader<Policy>(sql, visible.with, visible.servers, visible.parameters));
     std::unordered_set<int64_t> linked;
     addLinks(tree.pGroups, linked);
     addLinks(tree.pServers, linked);
@@ -133,27 +139,27 @@ std::map<int64_t, Policy> readSeenPolicies(soci::session& sql, const View& view,
     return policies;
 }
 
-void readPolicies(soci::session& sql, Role role, const View& view, Tree& tree)
+void readPolicies(soci::session& sql, const Rights& rights, const VisibleNodes& visible, Tree& tree)
 {
-    if (role == Role::administrator) {
+    if (rights.isUnrestricted()) {
         tree.pPolicies = readChain(Reader<Policy>(sql, "", "ORDER BY id"));
     } else {
-        tree.pPolicies = chainOf(readSeenPolicies(sql, view, tree));
+        tree.pPolicies = chainOf(readVisiblePolicies(sql, visible, tree));
     }
     for (const Policy* pPolicy = tree.pPolicies.get(); pPolicy != nullptr; pPolicy = pPolicy->pNext) {
         tree.pSnapshot->policies.emplace(pPolicy->id, *pPolicy);
     }
 }
 
-void readDelegates(soci::session& sql, const View& view, ListingSnapshot& snapshot)
+void readDelegates(soci::session& sql, const VisibleNodes& visible, ListingSnapshot& snapshot)
 {
-    Reader<DelegateRow> delegates(sql, view.with, view.delegates + " ORDER BY node_type, node_id, position",
-                                  view.parameters);
+    Reader<DelegateRow> delegates(sql, visible.with, visible.delegates + " ORDER BY node_type, node_id, position",
+                                  visible.parameters);
     for (DelegateRow row; delegates.next(row);) {
         snapshot.delegates[static_cast<int>(row.nodeType)][row.nodeId].push_back(delegateOf(row));
     }
-    Reader<AccountRow> accounts(sql, view.with, "WHERE uid IN (SELECT ugid FROM delegate " + view.delegates + ")",
-                                view.parameters);
+    Reader<AccountRow> accounts(sql, visible.with, "WHERE uid IN (SELECT ugid FROM delegate " + visible.delegates + ")",
+                                visible.parameters);
     for (AccountRow account; accounts.next(account);) {
         snapshot.extraInfo.emplace(account.uid, extraInfoOf(account));
     }
@@ -162,59 +168,60 @@ void readDelegates(soci::session& sql, const View& view, ListingSnapshot& snapsh
 Tree readTree(soci::session& sql, int64_t uid)
 {
     Tree tree;
-    const Role role = roleOf(sql, uid);
-    if (role == Role::unknown) {
+    const Rights rights(sql, uid);
+    if (rights.role() == Role::unknown) {
         return tree;
     }
-    const View view = viewOf(role, uid);
-    tree.pGroups = readChain(Reader<Group>(sql, view.with, view.groups + " ORDER BY id", view.parameters));
-    tree.pServers = readChain(Reader<Server>(sql, view.with, view.servers + " ORDER BY id", view.parameters));
-    readPolicies(sql, role, view, tree);
-    readDelegates(sql, view, *tree.pSnapshot);
+    const VisibleNodes visible = visibleNodes(rights, uid);
+    tree.pGroups = readChain(Reader<Group>(sql, visible.with, visible.groups + " ORDER BY id", visible.parameters));
+    tree.pServers = readChain(Reader<Server>(sql, visible.with, visible.servers + " ORDER BY id", visible.parameters));
+    readPolicies(sql, rights, visible, tree);
+    readDelegates(sql, visible, *tree.pSnapshot);
     return tree;
 }
 
 // --- One level
 
-struct Page {
+struct PageQuery {
     int64_t uid;
     int64_t offset;
     int64_t limit;
-    std::string order;
+    std::string order;  // as SQL
 };
 
-Page pageOf(const VLIBCSzHash* pHash)
+PageQuery pageQueryOf(const VLIBCSzHash* pHash)
 {
-    return {askingUid(pHash), numberOf(pHash, "offset", 0, INT64_MAX, 0),
+    return {accountOf(pHash), numberOf(pHash, "offset", 0, INT64_MAX, 0),
             numberOf(pHash, "limit", 1, INT64_MAX, INT64_MAX),
             " ORDER BY " + sqlOf(pHash, "sort_by", kSortBy, std::strcmp) + " " +
                 sqlOf(pHash, "sort_direction", kDirections, strcasecmp) + ", id"};
 }
 
-struct Level {
+struct GroupPage {
     Chain<Group> pGroups;
-    int64_t count = 0;
-    int64_t total = 0;
+    int64_t count = 0;  // of groups on the page
+    int64_t total = 0;  // of groups on all pages
 };
 
-Level readLevel(soci::session& sql, const Page& page)
+GroupPage readPage(soci::session& sql, const PageQuery& query)
 {
-    Level level;
-    const Role role = roleOf(sql, page.uid);
-    if (role == Role::unknown) {
-        return level;
+    GroupPage page;
+    const Rights rights(sql, query.uid);
+    if (rights.role() == Role::unknown) {
+        return page;
     }
-    const View view = viewOf(role, page.uid);
-    level.total = number(sql, view.with + "SELECT COUNT(*) FROM ou " + view.topmost, view.parameters);
-    level.pGroups = readChain(Reader<Group>(sql, view.with, view.topmost + page.order + " LIMIT :limit OFFSET :offset",
-                                            view.parameters, page.limit, page.offset));
-    for (const Group* pGroup = level.pGroups.get(); pGroup != nullptr; pGroup = pGroup->pNext) {
-        ++level.count;
+    const VisibleNodes visible = visibleNodes(rights, query.uid);
+    page.total = number(sql, visible.with + "SELECT COUNT(*) FROM ou " + visible.topmostGroups, visible.parameters);
+    page.pGroups =
+        readChain(Reader<Group>(sql, visible.with, visible.topmostGroups + query.order + " LIMIT :limit OFFSET :offset",
+                                visible.parameters, query.limit, query.offset));
+    for (const Group* pGroup = page.pGroups.get(); pGroup != nullptr; pGroup = pGroup->pNext) {
+        ++page.count;
     }
-    return level;
+    return page;
 }
 
-void giveNumber(int64_t value, int* pTarget)
+void setCount(int* pTarget, int64_t value)
 {
     if (pTarget != nullptr) {
         *pTarget = static_cast<int>(std::min<int64_t>(value, INT_MAX));
@@ -232,7 +239,7 @@ int VELQZEMListTreeByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppOu, _tag_
     dropSnapshot();
     return toErrno([&] {
         requireArguments(pHash, ppOu, ppKx, ppGpo);
-        const int64_t uid = askingUid(pHash);
+        const int64_t uid = accountOf(pHash);
         Tree tree = inTransaction(Access::read, [uid](soci::session& sql) { return readTree(sql, uid); });
         tree.pSnapshot->heads = {tree.pGroups.get(), tree.pServers.get(), tree.pPolicies.get()};
         keepSnapshot(std::move(tree.pSnapshot));
@@ -246,10 +253,10 @@ int VELQZEMListOneLevelByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppHead,
 {
     return toErrno([&] {
         requireArguments(pHash, ppHead);
-        const Page page = pageOf(pHash);
-        Level level = inTransaction(Access::read, [&page](soci::session& sql) { return readLevel(sql, page); });
-        giveNumber(level.total, pTotal);
-        giveNumber(level.count, pCount);
-        *ppHead = level.pGroups.release();
+        const PageQuery query = pageQueryOf(pHash);
+        GroupPage page = inTransaction(Access::read, [&query](soci::session& sql) { return readPage(sql, query); });
+        setCount(pTotal, page.total);
+        setCount(pCount, page.count);
+        *ppHead = page.pGroups.release();
     });
 }

@@ -1,5 +1,5 @@
-// Policies are loaded only, from a listed tree's snapshot where the thread keeps one; and the notices that servers are
-// to fetch theirs anew.
+// Loads policies, from the snapshot of a listed tree where the thread keeps one, and stores the notices that tell
+// servers to fetch their policies anew.
 #include <cstring>
 #include <ctime>
 #include <string_view>
@@ -31,7 +31,7 @@ int copyItem(char* szBuf, size_t cbBuf, const Policy* pGpo, VLIBCString Policy::
     });
 }
 
-int readSnapshot(const ListingSnapshot& snapshot, int64_t id, Policy* pGpo)
+int copyFromSnapshot(const ListingSnapshot& snapshot, int64_t id, Policy* pGpo)
 {
     return toErrno([&] {
         requireArguments(pGpo);
@@ -53,7 +53,7 @@ using namespace store;
 int VELQZEMGpoGet(int64_t id, _tag_velq_zem_gpo_* pGpo)
 {
     const ListingSnapshot* pSnapshot = currentSnapshot();
-    return pSnapshot != nullptr ? readSnapshot(*pSnapshot, id, pGpo) : readRecord(id, pGpo);
+    return pSnapshot != nullptr ? copyFromSnapshot(*pSnapshot, id, pGpo) : readRecord(id, pGpo);
 }
 
 int VELQZEMGpoItemGetName(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo)
@@ -84,8 +84,9 @@ int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id)
     const auto note = [&](soci::session& sql) {
         const bool canFetch = nodeType == VELQ_ZEM_TYPE_OU || nodeType == kServerType;
         require(canFetch, ENOENT, "node_type: neither a group nor a server");
-        Rights(sql).requireNode(nodeType, id);
-        requireExisting(sql, nodeType, id);
+        const Rights rights(sql);
+        rights.requireNode(nodeType, id);
+        requireExisting(sql, rights, nodeType, id);
         change(sql,
                "INSERT INTO gpo_fetch (node_type, node_id, uid, mtime) VALUES (:type, :id, :uid, :mtime)"
                " ON CONFLICT (node_type, node_id) DO UPDATE SET uid = excluded.uid, mtime = excluded.mtime",

@@ -1,4 +1,4 @@
-// Servers come with a fleet; from then on they are loaded and changed, neither created nor deleted.
+// Loads and changes servers. Only a fleet file creates or deletes them.
 #include "store/records/rows.h"
 #include "store/rules/change.h"
 #include "store/rules/checks.h"
@@ -18,7 +18,7 @@ int VELQZEMKxSet(_tag_velq_zem_kx_* pKx)
         Server stored;
         load(sql, server.id, stored);
         checkReplacement(sql, rights, server, stored);
-        replace(sql, server, stored);
-        return changeLine(rights, Kind<Server>::kName, server.id, changedMembers(stored, server));
+        const std::string changed = replace(sql, server, stored);
+        return changeLine(rights, Kind<Server>::kName, server.id, changed);
     });
 }

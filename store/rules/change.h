@@ -17,20 +17,6 @@ std::string changeLine(const Rights& rights, const char* szKind, int64_t id, con
 // Gives the line of a committed change to the sink, unless it is empty. Leaves errno as it is.
 void logChange(const std::string& line) noexcept;
 
-// Returns the names of the members in which the records differ, separated by commas, without those that the store
-// writes by itself.
-template <typename R>
-std::string changedMembers(const R& before, const R& after)
-{
-    std::string members;
-    for (const Field<R>& field : Kind<R>::kFields) {
-        if (field.kind != FieldKind::storeManaged && !isSame(field, before, after)) {
-            members += (members.empty() ? "" : ",") + std::string(field.name);
-        }
-    }
-    return members;
-}
-
 // Runs work(soci::session&), which returns its changeLine(), in a writing transaction, and logs the change once it is
 // committed. Returns 0 with errno as it was, or -1 with errno and the thread's refusal.
 template <typename Work>

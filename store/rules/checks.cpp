@@ -1,4 +1,4 @@
-// A record's texts are checked by its kind's table of fields; what they refer to, by SQL.
+// Checks a record's revision, parent and links against the store.
 #include "store/rules/checks.h"
 
 #include <cstring>
@@ -10,11 +10,15 @@
 namespace store {
 namespace {
 
-// The policies that the stored record links. A text that is damaged links none, and may be written over.
-std::vector<int64_t> storedLinks(const VLIBCString& linkedGpo)
+// The policies that a stored record links. A damaged text counts as none, so that it can be overwritten.
+std::unordered_set<int64_t> linkedBefore(const VLIBCString& stored)
 {
+    if (stored.empty()) {
+        return {};
+    }
     try {
-        return linkedGpo.empty() ? std::vector<int64_t>() : parseLinkIds(linkedGpo.c_str());
+        const std::vector<int64_t> ids = parseLinkIds(stored.c_str());
+        return {ids.begin(), ids.end()};
     } catch (const std::runtime_error&) {
         return {};
     }
@@ -26,27 +30,33 @@ void checkLinkChange(const Rights& rights, VLIBCString& linkedGpo, const VLIBCSt
         return;
     }
     const PolicyLinks links = storableLinks(linkedGpo);
-    const std::vector<int64_t>& ids = links.ids;
     linkedGpo = links.text;
-    const std::vector<int64_t> before = storedLinks(stored);
-    std::unordered_set<int64_t> known(before.begin(), before.end());
+    std::unordered_set<int64_t> known = linkedBefore(stored);
     std::vector<int64_t> added;
-    std::copy_if(ids.begin(), ids.end(), std::back_inserter(added), [&](int64_t id) { return !known.contains(id); });
-    known.merge(rights.seenPolicies(added));
+    for (const int64_t id : links.ids) {
+        if (!known.contains(id)) {
+            added.push_back(id);
+        }
+    }
+    known.merge(rights.visiblePolicies(added));
+    const int errnoOfUnknown = rights.isUnrestricted() ? EINVAL : EACCES;
     checkLinks(
-        ids, [&known](int64_t id) { return known.contains(id); }, rights.isUnrestricted() ? EINVAL : EACCES);
+        links.ids, [&known](int64_t id) { return known.contains(id); }, errnoOfUnknown);
+}
+
+// Whether a group or server exists that the rights let the account manage. A restricted account manages none that does
+// not exist, so the database is asked for an unrestricted one only.
+template <typename R>
+bool exists(soci::session& sql, const Rights& rights, int64_t id)
+{
+    return !rights.isUnrestricted() ||
+           number(sql, std::string("SELECT COUNT(*) FROM ") + Kind<R>::kTable + " WHERE id = :id", id) != 0;
 }
 
 template <typename R>
-bool isThere(soci::session& sql, int64_t id)
+void requireRow(soci::session& sql, const Rights& rights, int64_t id)
 {
-    return number(sql, std::string("SELECT COUNT(*) FROM ") + Kind<R>::kTable + " WHERE id = :id", id) != 0;
-}
-
-template <typename R>
-void requireRow(soci::session& sql, int64_t id)
-{
-    if (!isThere<R>(sql, id)) {
+    if (!exists<R>(sql, rights, id)) {
         throw noSuch<R>(id);
     }
 }
@@ -58,20 +68,20 @@ void checkParent(soci::session& sql, const Rights& rights, const R& record, cons
         return;
     }
     rights.requireGroup(record.parentId, "parent_id");
-    if (!isThere<Group>(sql, record.parentId)) {
+    if (!exists<Group>(sql, rights, record.parentId)) {
         throw noSuchParent(record.parentId);
     }
 }
 
 }  // namespace
 
-void requireExisting(soci::session& sql, int nodeType, int64_t id)
+void requireExisting(soci::session& sql, const Rights& rights, int nodeType, int64_t id)
 {
     if (nodeType == Kind<Group>::kType) {
-        return requireRow<Group>(sql, id);
+        requireRow<Group>(sql, rights, id);
+    } else {
+        requireRow<Server>(sql, rights, id);
     }
-    require(nodeType == Kind<Server>::kType, EINVAL, "node_type: neither a group nor a server");
-    requireRow<Server>(sql, id);
 }
 
 Refusal noSuchParent(int64_t id)

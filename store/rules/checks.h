@@ -1,5 +1,5 @@
-// Checks in the store before a record is written. They run inside the caller's transaction and throw Refusal or
-// InvalidInput.
+// Checks a record against the store before it is written. The functions run in the caller's transaction and throw
+// Refusal or InvalidInput.
 #pragma once
 
 #include <cstdint>
@@ -11,21 +11,23 @@
 
 namespace store {
 
-// ENOENT unless there is that group or server, EINVAL for another kind.
-void requireExisting(soci::session& sql, int nodeType, int64_t id);
+// Throws Refusal ENOENT unless the group or server exists. Call it after rights.requireNode() of the same node.
+void requireExisting(soci::session& sql, const Rights& rights, int nodeType, int64_t id);
 
-// The refusal of a record that names a group as its parent which is not there: ENOENT.
+// The refusal of a record whose parent group does not exist: ENOENT.
 Refusal noSuchParent(int64_t id);
 
-// For groups and servers that are to be written over the stored one, for a new one over a fresh record. Its links are
-// brought to the form in which they are stored. EINVAL for a name that is empty or too long, a text that cannot be
-// stored, JSON text that is none, and wrong policy links. A policy that is newly linked must be there (EINVAL) and seen
-// by the caller (EACCES); the others are as they were.
+// Checks the texts and links of a group or server that is to be written over the stored one, of a new one against a
+// default record, and brings its links to the form that is stored. Throws, with EINVAL, for a name that is empty or too
+// long, a text that cannot be stored, a JSON text that is none, links of a wrong form, a policy linked twice and a
+// newly linked policy that does not exist; with EACCES instead when the account is restricted and does not see that
+// policy. Links that the stored record has are not looked up.
 template <typename R>
 void checkRecord(const Rights& rights, R& record, const R& stored);
 
-// Checks that the group or server may take the place of the stored one: EAGAIN when that was changed since the record
-// was loaded, EACCES and ENOENT for a new parent group that is not the caller's or not there, EINVAL as above.
+// Checks that the group or server may replace the stored one. Throws EAGAIN when that was changed since the record was
+// loaded, EACCES for a new parent group that the account may not manage, ENOENT for one that does not exist, and as
+// checkRecord().
 template <typename R>
 void checkReplacement(soci::session& sql, const Rights& rights, R& record, const R& stored);
 

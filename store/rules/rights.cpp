@@ -1,4 +1,5 @@
-// Delegation reaches down the tree: SQL walks up from the group in question, or down from what is delegated.
+// Decides by SQL: whether an account may manage a group follows from the group's ancestors, what it sees from the
+// subtrees of its delegated groups.
 #include "store/rules/rights.h"
 
 #include <algorithm>
@@ -17,46 +18,39 @@ namespace {
 constexpr int kErrorRefused = 0x0D01;   // last-error code: the account may not manage the group, or is not known
 constexpr int kErrorNoAnswer = 0x0D02;  // last-error code: the store could not answer, errno says why
 
-// Condition on a row of "delegate": a group is delegated to the account with the uid that is its one parameter.
+// Condition on a row of "delegate": it delegates a group to the account whose uid is the one parameter.
 const std::string kGroupOfAccount = "node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) +
                                     " AND user_type = " + std::to_string(kDelegateUserType) + " AND ugid = :uid";
 
-// Counts the delegations to an account of the group of the first parameter and of those above it.
-const std::string kDelegatedAbove =
-    "WITH RECURSIVE above (id) AS (SELECT id FROM ou WHERE id = :id"
-    " UNION SELECT o.parent_id FROM ou o JOIN above a ON o.id = a.id) "
-    "SELECT COUNT(*) FROM delegate d JOIN above a ON d.node_id = a.id WHERE " +
+// Counts the delegations of the group of the first parameter and of its ancestors to the account of the second.
+const std::string kCountDelegations =
+    "WITH RECURSIVE ancestors (id) AS (SELECT id FROM ou WHERE id = :id"
+    " UNION SELECT o.parent_id FROM ou o JOIN ancestors a ON o.id = a.id) "
+    "SELECT COUNT(*) FROM delegate d JOIN ancestors a ON d.node_id = a.id WHERE " +
     kGroupOfAccount;
 
-bool canManage(soci::session& sql, Role role, int64_t uid, int64_t id)
-{
-    return role == Role::administrator || (role == Role::delegate && number(sql, kDelegatedAbove, id, uid) > 0);
-}
-
-// The account's standing and its name.
+// The account's role; sets the name of one that exists.
 Role readAccount(soci::session& sql, int64_t uid, std::string& name)
 {
     int64_t admin = 0;
     Statement statement(sql);
     statement.in(uid).out(admin).out(name).prepare("SELECT admin, name FROM account WHERE uid = :uid");
-    return !statement.first() ? Role::unknown : admin != 0 ? Role::administrator : Role::delegate;
+    if (!statement.first()) {
+        return Role::unknown;
+    }
+    return admin != 0 ? Role::administrator : Role::delegate;
 }
 
-std::string notYours(const char* szKind, int64_t id)
+Refusal notManageable(const char* szKind, int64_t id, const std::string& place = "")
 {
-    return std::string(szKind) + " " + std::to_string(id) + " is not yours to manage";
+    return Refusal(EACCES, place + szKind + " " + std::to_string(id) + " is not yours to manage");
 }
 
 }  // namespace
 
-const std::string kSeenGroups = "WITH RECURSIVE seen (id) AS (SELECT node_id FROM delegate WHERE " + kGroupOfAccount +
-                                " UNION SELECT o.id FROM ou o JOIN seen s ON o.parent_id = s.id) ";
-
-Role roleOf(soci::session& sql, int64_t uid)
-{
-    std::string name;
-    return readAccount(sql, uid, name);
-}
+const std::string kVisibleGroups = "WITH RECURSIVE visible (id) AS (SELECT node_id FROM delegate WHERE " +
+                                   kGroupOfAccount +
+                                   " UNION SELECT o.id FROM ou o JOIN visible v ON o.parent_id = v.id) ";
 
 Rights::Rights(soci::session& sql) : m_sql(sql)
 {
@@ -64,6 +58,13 @@ Rights::Rights(soci::session& sql) : m_sql(sql)
         m_uid = *threadState().actingUid;
         m_role = readAccount(sql, m_uid, m_name);
     }
+}
+
+Rights::Rights(soci::session& sql, int64_t uid) : m_sql(sql), m_uid(uid), m_role(readAccount(sql, uid, m_name)) {}
+
+Role Rights::role() const
+{
+    return m_role;
 }
 
 const std::string& Rights::accountName() const
@@ -78,14 +79,22 @@ bool Rights::isUnrestricted() const
 
 bool Rights::mayManage(int64_t groupId) const
 {
-    return canManage(m_sql, m_role, m_uid, groupId);
+    if (m_role != Role::delegate) {
+        return isUnrestricted();
+    }
+    const auto known = m_manageable.find(groupId);
+    if (known != m_manageable.end()) {
+        return known->second;
+    }
+    const bool isManageable = number(m_sql, kCountDelegations, groupId, m_uid) > 0;
+    m_manageable.emplace(groupId, isManageable);
+    return isManageable;
 }
 
 void Rights::requireGroup(int64_t groupId, const char* szMember) const
 {
     if (!mayManage(groupId)) {
-        throw Refusal(
-            EACCES, (szMember == nullptr ? "" : std::string(szMember) + ": ") + notYours(Kind<Group>::kName, groupId));
+        throw notManageable(Kind<Group>::kName, groupId, szMember == nullptr ? "" : std::string(szMember) + ": ");
     }
 }
 
@@ -101,34 +110,34 @@ void Rights::requireNode(int nodeType, int64_t id) const
     Statement statement(m_sql);
     const bool found = statement.in(id).out(groupId).prepare("SELECT parent_id FROM kx WHERE id = :id").first();
     if (!found || !mayManage(groupId)) {
-        throw Refusal(EACCES, notYours(Kind<Server>::kName, id));
+        throw notManageable(Kind<Server>::kName, id);
     }
 }
 
-std::unordered_set<int64_t> Rights::seenPolicies(const std::vector<int64_t>& ids) const
+std::unordered_set<int64_t> Rights::visiblePolicies(const std::vector<int64_t>& ids) const
 {
-    std::unordered_set<int64_t> seen = valuesIn(m_sql, Kind<Policy>::kTable, "id", ids);
-    if (isUnrestricted() || seen.empty()) {
-        return seen;
+    std::unordered_set<int64_t> existing = valuesIn(m_sql, Kind<Policy>::kTable, "id", ids);
+    if (isUnrestricted() || existing.empty()) {
+        return existing;
     }
-    std::unordered_set<int64_t> placed =
-        numbers(m_sql, kSeenGroups + "SELECT id FROM gpo WHERE parent_id IN (SELECT id FROM seen)", m_uid);
-    if (std::all_of(seen.begin(), seen.end(), [&](int64_t id) { return placed.contains(id); })) {
-        return seen;
+    std::unordered_set<int64_t> visible =
+        numbers(m_sql, kVisibleGroups + "SELECT id FROM gpo WHERE parent_id IN (SELECT id FROM visible)", m_uid);
+    if (std::all_of(existing.begin(), existing.end(), [&](int64_t id) { return visible.contains(id); })) {
+        return existing;
     }
-    placed.merge(linkedWhereSeen());
-    std::erase_if(seen, [&placed](int64_t id) { return !placed.contains(id); });
-    return seen;
+    visible.merge(policiesLinkedByVisibleNodes());
+    std::erase_if(existing, [&visible](int64_t id) { return !visible.contains(id); });
+    return existing;
 }
 
-std::unordered_set<int64_t> Rights::linkedWhereSeen() const
+std::unordered_set<int64_t> Rights::policiesLinkedByVisibleNodes() const
 {
     std::unordered_set<int64_t> linked;
-    for (const char* szFrom : {"ou WHERE id", "kx WHERE parent_id"}) {
+    for (const char* szCondition : {"ou WHERE id", "kx WHERE parent_id"}) {
         std::string links;
         Statement statement(m_sql);
-        statement.in(m_uid).out(links).prepare(kSeenGroups + "SELECT linked_gpo FROM " + szFrom +
-                                               " IN (SELECT id FROM seen) AND linked_gpo <> ''");
+        statement.in(m_uid).out(links).prepare(kVisibleGroups + "SELECT linked_gpo FROM " + szCondition +
+                                               " IN (SELECT id FROM visible) AND linked_gpo <> ''");
         for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
             const std::vector<int64_t> ids = parseLinkIds(links.c_str());
             linked.insert(ids.begin(), ids.end());
@@ -143,14 +152,8 @@ using namespace store;
 
 int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id)
 {
-    const int result = toErrno([&] {
-        inTransaction(Access::read, [&](soci::session& sql) {
-            if (!canManage(sql, roleOf(sql, uid), uid, id)) {
-                throw Refusal(EACCES, notYours(Kind<Group>::kName, id));
-            }
-        });
-    });
-    if (result == 0) {
+    const auto check = [&](soci::session& sql) { Rights(sql, uid).requireGroup(id); };
+    if (toErrno([&] { inTransaction(Access::read, check); }) == 0) {
         return 1;
     }
     VLIBCErrSetEx(errno == EACCES ? kErrorRefused : kErrorNoAnswer, "rights.cpp", __LINE__);

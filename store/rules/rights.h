@@ -1,9 +1,10 @@
-// What an account may see and manage: an administrator everything, another account the groups delegated to it and all
-// below them.
+// Decides what an account may see and manage: an administrator everything, another account the groups delegated to it
+// and all groups, servers and policies below them.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -11,47 +12,52 @@
 
 namespace store {
 
-enum class Role { unknown, delegate, administrator };
+enum class Role { unknown, delegate, administrator };  // unknown: there is no such account
 
-// The account's standing; unknown without such an account. Runs in the caller's transaction; throws DatabaseError.
-Role roleOf(soci::session& sql, int64_t uid);
+// Text before a SELECT that defines the table "visible" with the column "id": the groups delegated to an account and
+// all groups below them. Its one parameter is the account's uid.
+extern const std::string kVisibleGroups;
 
-// Text before a SELECT that makes "seen": the identifiers of the groups delegated to the account and of all below
-// them. Its one parameter is the uid.
-extern const std::string kSeenGroups;
-
-// The rights of the calling thread's caller, as of the writing transaction in which they are made and asked: whatever
-// was committed before it counts. What the caller has no right to is refused alike whether it is there or not.
+// The rights of one account within one transaction. An object asks the database once for each group and remembers the
+// answer. A group or server that the account may not manage is refused alike whether it exists or not. Used by the
+// thread of the transaction; every function may throw DatabaseError.
 class Rights {
 public:
+    // Of the calling thread's acting account; without one everything is allowed.
     explicit Rights(soci::session& sql);
 
-    // The caller's name; empty without a caller, and for one that is no account.
+    Rights(soci::session& sql, int64_t uid);
+
+    Role role() const;
+
+    // The account's name; empty without an acting account and for a uid that no account has.
     const std::string& accountName() const;
 
-    // Whether everything is allowed: to an administrator, and without a caller.
+    // Whether everything is allowed: to an administrator, and without an acting account.
     bool isUnrestricted() const;
 
+    // Whether the account may manage the group. A restricted account may manage only groups that exist.
     bool mayManage(int64_t groupId) const;
 
-    // Throws Refusal EACCES unless the caller may manage the group. szMember: that of the record which names the group;
-    // null for the group itself.
+    // Throws Refusal EACCES unless the account may manage the group. szMember: the record's member that names the
+    // group, for the text; null when the call itself does.
     void requireGroup(int64_t groupId, const char* szMember = nullptr) const;
 
-    // The same for a group or a server, which is managed with its group.
+    // The same for a group or a server. A server is managed with its group.
     void requireNode(int nodeType, int64_t id) const;
 
-    // Those of the policies that are there and that the caller sees: where it sees a group, or linked by a group or a
-    // server that it sees.
-    std::unordered_set<int64_t> seenPolicies(const std::vector<int64_t>& ids) const;
+    // Those of the policies that exist and that the account sees: a restricted account sees the policies below the
+    // visible groups and those that a visible group or server links.
+    std::unordered_set<int64_t> visiblePolicies(const std::vector<int64_t>& ids) const;
 
 private:
-    std::unordered_set<int64_t> linkedWhereSeen() const;
+    std::unordered_set<int64_t> policiesLinkedByVisibleNodes() const;
 
     soci::session& m_sql;
     int64_t m_uid = -1;
     std::string m_name;
     Role m_role = Role::administrator;
+    mutable std::unordered_map<int64_t, bool> m_manageable;  // the answers of mayManage() so far, by group
 };
 
 }  // namespace store
