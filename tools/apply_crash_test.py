@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Kills `zemhost apply` with SIGKILL at random moments, and checks each time that the store holds the fleet from before or
-the one that was applied, as a whole.
+"""Kills `zemhost apply` at random moments and checks each time that the store holds either all of the old fleet or all of
+the new one.
 
 usage: tools/apply_crash_test.py BUILD_DIR [--rounds 50] [--seed N] [--database postgresql]
 """
@@ -20,7 +20,7 @@ NODES = 1500  # groups, and servers
 
 
 def make_fleet(chance):
-    """Groups and servers in any place, so that almost every record of one such fleet differs from that of another."""
+    """Returns a fleet with random parents, so that almost every record differs between two such fleets."""
     order = list(range(1, NODES + 1))
     chance.shuffle(order)
     parents = {id: order[chance.randrange(at // 8, at)] if at else 0 for at, id in enumerate(order)}
@@ -34,12 +34,12 @@ def make_fleet(chance):
 
 
 def state(store):
-    """The exported fleet, without what the store writes by itself."""
+    """Returns the exported fleet without the times and revisions that the store adds."""
     return re.sub(r', "mtime": \d+, "revision": \d+', "", store.run("export"))
 
 
 def apply_and_kill(store, path, moment):
-    """Whether the program had ended well by then, or None when it was killed."""
+    """Kills the program after `moment` seconds. Returns None when killed, else whether it ended with status 0."""
     process = subprocess.Popen([store.program, "apply", "--prune", path], cwd=store.folder, env=store.environment,
                                stdout=subprocess.DEVNULL)
     try:
@@ -50,7 +50,7 @@ def apply_and_kill(store, path, moment):
 
 
 def play(store, chance, rounds):
-    """Returns what went wrong."""
+    """Returns the faults as texts."""
     paths, states = [store.folder / "0.json", store.folder / "1.json"], []
     for path in paths:
         path.write_text(json.dumps(make_fleet(chance)), encoding="utf-8")

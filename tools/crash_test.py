@@ -19,9 +19,9 @@ sys.dont_write_bytecode = True  # no cache beside the sources
 from zemhost import Server, Store, call, database  # noqa: E402
 
 WRITERS = 6
-POLICIES = range(1, 9)  # of the sample fleet
+POLICIES = range(1, 9)  # those of the sample fleet
 
-# Each gives a row for each fault. The first two are of SQLite's file.
+# Each query returns a row for each fault. The first two check SQLite's file.
 FAULTS = {
     "database": "SELECT integrity_check FROM pragma_integrity_check WHERE integrity_check <> 'ok'",
     "no such parent": "SELECT * FROM pragma_foreign_key_check",
@@ -37,12 +37,12 @@ LINKS = "SELECT linked_gpo FROM ou UNION ALL SELECT linked_gpo FROM kx"
 
 
 def links_in(text):
-    """The policies that a stored text links."""
+    """Returns the policies that a stored text links."""
     return [link["id"] for link in json.loads(text or "{}").get("order", [])]
 
 
 def find_faults(store):
-    """What is wrong with the database, as texts."""
+    """Returns the faults of the database as texts."""
     try:
         faults = [f"{what}: {row}" for what, query in list(FAULTS.items())[0 if store.is_sqlite else 2:]
                   for row in store.rows(query)]
@@ -54,7 +54,7 @@ def find_faults(store):
 
 
 def below(groups, top):
-    """The group and all under it."""
+    """Returns the group and all its descendants."""
     found = {top}
     while True:
         more = {id for id, group in groups.items() if group[0] in found} - found
@@ -94,7 +94,7 @@ class Writer(threading.Thread):
             self.answered += 1
 
     def states(self, new_ids):
-        """The groups before the pending request and after each of its steps."""
+        """Returns the groups before the pending request and after each of its steps."""
         groups, ids = self.groups, iter(new_ids)
         yield groups
         for step in self.pending:
@@ -102,7 +102,7 @@ class Writer(threading.Thread):
             yield groups
 
     def choose(self):
-        """A request that must succeed: its method, parameters and steps."""
+        """Returns a request that must succeed: its method, parameters and steps."""
         others = [id for id in self.groups if id != self.home]
         kind = self.random.choice(["create", "set", "set", "move", "delete"])
         if kind == "create" or len(others) < 3:
@@ -117,7 +117,7 @@ class Writer(threading.Thread):
             parent = self.random.choice([id for id in self.groups if id not in below(self.groups, target)])
         else:
             links = self.random.sample(POLICIES, self.random.randint(0, 3))
-        # Long ones take many pages, and some time to write.
+        # Long texts take many pages, and some time to write.
         desc = self.random.choice(["", "'; DELETE FROM ou; --", "\u20ac" * self.random.randint(1, 100000)])
         params = {"node_id": target, "parent_id": parent, "desc": desc,
                   "linked_gpo": {"order": [{"id": id} for id in links]}}
@@ -131,7 +131,7 @@ class Writer(threading.Thread):
             lambda groups, ids, name=name: {**groups, next(ids, None): (parent, name, "", [])} for name in names]
 
     def check(self, stored):
-        """Takes over what is stored. Returns what is wrong with it, and how many steps of the last request are there."""
+        """Adopts the stored state. Returns its faults and how many steps of the last request it contains."""
         for steps, expected in enumerate(self.states(sorted(stored.keys() - self.groups.keys()))):
             if stored == expected:
                 self.groups = stored
@@ -160,7 +160,7 @@ def take_copy(store, folder):
 
 
 def play_round(store, token, homes, chance, totals):
-    """Serves, kills, and checks. Returns what went wrong."""
+    """Serves, kills the server and checks the store. Returns the faults."""
     server = Server(store)
     writers = [Writer(home, groups, server, token, chance.random()) for home, groups in homes.items()]
     for writer in writers:

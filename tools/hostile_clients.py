@@ -38,7 +38,7 @@ def head(token, *lines, path="/webapi/VELQ.ZEM.KXGroup/1/create"):
 TREE = "/webapi/VELQ.ZEM.Tree/1/get"
 
 
-# What is sent on one connection after the other, each a generator of pieces. At its end the connection is closed.
+# Attacks: generators of the pieces to send on a connection, which closes when its generator ends.
 
 
 def slow_heads(_, token):
@@ -124,7 +124,7 @@ def unread_answers(_, token):
         yield head(token, "Content-Length: 0", path=TREE) * 20
 
 
-# Each with the connections that it keeps open, and the seconds between two pieces.
+# Each attack with its number of open connections and the seconds between two pieces.
 ATTACKS = [(slow_heads, 9000, 0.1), (slow_bodies, 500, 0.1), (strangers, 9000, 0.1), (nothing, 4000, 0.1), (endless_line, 20, 0.01),
            (endless_headers, 20, 0.01), (huge_body, 10, 0.01), (endless_chunks, 10, 0.01), (many_bodies, 100, 0.01),
            (compressed, 20, 0.02), (garbage, 20, 0.05), (half_closed, 200, 0.05), (resets, 50, 0.02),
@@ -133,7 +133,7 @@ ATTACKS = [(slow_heads, 9000, 0.1), (slow_bodies, 500, 0.1), (strangers, 9000, 0
 
 def attack(port, token, pieces, connections, pause, until):
     """Runs in a process of its own."""
-    os.nice(5)  # what is measured is the server's time, not the processor's that we take away
+    os.nice(5)  # leaves the processor to the server, which is measured
     slots = [None] * connections
     while time.monotonic() < until:
         for i, slot in enumerate(slots):
@@ -155,7 +155,7 @@ def attack(port, token, pieces, connections, pause, until):
 
 
 def measure(server, token, until):
-    """Milliseconds of one request after the other, each on a connection of its own."""
+    """Returns the milliseconds that requests took, one after the other, each on a new connection."""
     times = []
     while time.monotonic() < until:
         start = time.monotonic()
@@ -175,7 +175,7 @@ def peak_memory(server):
 
 
 def max_memory(server):
-    """What a sanitizer keeps back of released memory is not the server's."""
+    """Returns the limit in MB, which is higher under a sanitizer because that holds back released memory."""
     maps = pathlib.Path(f"/proc/{server.process.pid}/maps").read_text()
     return MAX_MEMORY_MB * (4 if "san.so" in maps else 1)
 
@@ -185,10 +185,10 @@ def descriptors(server):
 
 
 def sockets(server):
-    """How many there are. Files do not count: the store opens some when it is asked whether it answers."""
+    """Returns the number of open sockets. Files do not count: a health probe opens some."""
     count = 0
     for descriptor in pathlib.Path(f"/proc/{server.process.pid}/fd").iterdir():
-        with contextlib.suppress(FileNotFoundError):  # closed since
+        with contextlib.suppress(FileNotFoundError):  # closed meanwhile
             count += os.readlink(descriptor).startswith("socket:")
     return count
 
@@ -199,7 +199,7 @@ def show(what, times, server):
 
 
 def withstand(server, token, seconds):
-    """Every attack in turn, each for its share of the time."""
+    """Runs every attack in turn, each for its share of the time."""
     share = seconds / (len(ATTACKS) + 1)
     show("(none)", measure(server, token, time.monotonic() + share), server)
     for pieces, connections, pause in ATTACKS:
@@ -224,7 +224,7 @@ def await_release(server, before):
 
 
 def status_of(server, data):
-    """The status of the answer to these bytes; 0 when the connection is closed without one."""
+    """Returns the HTTP status of the answer to these bytes, or 0 when the connection closes without one."""
     with socket.create_connection(("127.0.0.1", server.port), timeout=20) as connection:
         connection.sendall(data)
         answer = connection.recv(65536)
@@ -261,7 +261,7 @@ def refuse_odd_requests(server, token):
 
 
 def fill_disk(store_in, build):
-    """On a small file system: changes are refused once it is full, none is lost, and they go on when there is room."""
+    """Fills a small file system. Changes are refused while it is full, none is lost, and they work again after that."""
     disk = store_in / "disk"
     disk.mkdir()
     if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=3m", "none", disk], capture_output=True).returncode != 0:
@@ -299,7 +299,7 @@ def fill_disk(store_in, build):
 
 
 def forbid_writing(store):
-    """A file that the server may only read: whatever it answers, the file stays as it is."""
+    """Serves a read-only file, which must not change whatever the server answers."""
     store.path.chmod(0o444)
     store.folder.chmod(0o555)
     before = store.path.read_bytes()

@@ -49,7 +49,7 @@ def is_int(value):
 
 @dataclasses.dataclass
 class Node:
-    """A group, server or policy. fields: members that an answer shows as they are."""
+    """A group, server or policy. fields: members that answers contain unchanged."""
     parent: int
     fields: dict
     links: list = dataclasses.field(default_factory=list)
@@ -95,14 +95,14 @@ class Model:
     # What an account may do and see
 
     def above(self, id):
-        """The group and those above it, the root last."""
+        """Returns the group and its ancestors, the root last."""
         path = [id]
         while path[-1] != 0:
             path.append(self.groups[path[-1]].parent)
         return path
 
     def below(self, tops):
-        """These groups and all under them."""
+        """Returns these groups and all their descendants."""
         children = collections.defaultdict(list)
         for id, group in self.groups.items():
             if id != 0:
@@ -130,7 +130,7 @@ class Model:
         return ({id for id, policy in self.policies.items() if policy.parent in seen}
                 | {id for node in linking for id in node.links})
 
-    # Changes. Each raises Refusal with nothing changed, but that the items before stay done.
+    # Changes. Each raises Refusal and changes nothing, except that a list's earlier items stay done.
 
     def create(self, uid, params):
         several = "multiple_data" in params
@@ -196,7 +196,7 @@ class Model:
             self.groups = {id: group for id, group in self.groups.items() if id not in gone}
 
     def laid_over(self, before, record, several):
-        """A copy of the group with the record's members."""
+        """Returns a copy of the group with the record's members."""
         demand(isinstance(record, dict), "no object")
         group = dataclasses.replace(before, fields=dict(before.fields))
         for name in ("name", "desc", "block_inheritance"):
@@ -337,7 +337,7 @@ def make_fleet(chance):
 
 
 class Requests:
-    """Draws requests: sound ones, which mostly succeed, and others that break a rule or two. The model knows."""
+    """Draws random requests: valid ones, which mostly succeed, and others that break a rule or two."""
 
     KINDS = {"create": 4, "chain": 0.3, "change": 3, "move": 4, "link": 4, "targets": 4, "delegate": 4, "several": 3}
 
@@ -386,7 +386,7 @@ class Requests:
         return "create", record
 
     def chain(self, uid, target, is_sound):
-        """Groups below one another, to the greatest depth or one further."""
+        """Nests groups to the greatest depth, or one level deeper."""
         room = MAX_DEPTH + 1 - len(self.model.above(target)) if target in self.model.groups else 1
         count = max(1, room + (0 if is_sound else 1))
         ids = [target, *range(self.model.last + 1, self.model.last + count)]
@@ -402,7 +402,7 @@ class Requests:
         return self.set(uid, target, is_sound, "links", "links")
 
     def targets(self, uid, target, is_sound):
-        """One policy and several nodes, by the other module's method."""
+        """Links one policy to several nodes with the neighbour module's method."""
         chance, model = self.chance, self.model
         groups = model.seen_groups(uid)
         seen = sorted(model.seen_policies(uid, groups))
@@ -428,7 +428,7 @@ class Requests:
                                     else {"node_id": target})}
 
     def several(self, uid, target, is_sound):
-        """Two to four records, the last of them broken or not."""
+        """Returns two to four records, of which the last may be invalid."""
         sound = ["name", "desc", "links", "delegate", "parent"]
         ids = [self.managed(uid) for _ in range(self.chance.randint(1, 3))]
         records = [{"id": id, **self.sound(self.chance.choice(sound), uid, id)} for id in ids] + [{"id": target}]
@@ -456,7 +456,7 @@ class Requests:
                                              {"node_id": target}, {"node_id": ids[::-1]}])
 
     def sound(self, member, uid, target):
-        """Members that the caller may give the group."""
+        """Returns members that the caller may set on the group."""
         chance = self.chance
         if member == "name":
             return {"name": chance.choice([self.name(), "\u20ac" * 248 + f"{self.names:07}"])}
@@ -475,7 +475,7 @@ class Requests:
         return {"delegate": delegates(*dict.fromkeys(uids)) if target != 0 or chance.random() < 0.1 else []}
 
     def broken(self, member, uid, target):
-        """Members of which at least one is mostly refused."""
+        """Returns members of which mostly at least one is refused."""
         chance, model = self.chance, self.model
         if member == "name":
             places = {target, model.groups[target].parent if target in model.groups else 0}
@@ -505,7 +505,7 @@ def api_of(method):
 
 
 def strip(nodes):
-    """Takes the times out, which nobody can foretell."""
+    """Removes the times, which the model cannot predict."""
     for node in nodes:
         if not is_int(node.pop("mtime", None)):
             node["mtime"] = "none"
@@ -524,7 +524,7 @@ def brief(value):
 
 
 def difference(expected, got, path="tree"):
-    """Where two values differ first."""
+    """Returns the first difference between two values."""
     if isinstance(expected, dict) and isinstance(got, dict):
         pairs = [(f".{key}", expected.get(key, "nothing"), got.get(key, "nothing"))
                  for key in sorted({*expected, *got})]
@@ -546,7 +546,7 @@ class Steps:
         self.requests = Requests(self.model, chance)
         self.connection = server.connect()
         self.tokens = {uid: store.token(NAMES[uid]) for uid in NAMES}
-        self.void = ["", "0" * 64]  # tokens that nobody has, or has no longer
+        self.void = ["", "0" * 64]  # tokens that never existed or were revoked
         self.outcomes = collections.defaultdict(collections.Counter)
         self.reasons = collections.Counter()
         self.latest = ""  # request or command that may have changed something, and what the model says of it
@@ -603,7 +603,7 @@ class Steps:
         self.outcomes["token"]["done"] += 1
 
     def link_node(self):
-        """The command links a policy to a group or server, or takes the link away."""
+        """Links a policy to a group or server with the command, or unlinks it."""
         kind = self.chance.choice(["group", "server"])
         nodes = self.model.groups if kind == "group" else self.model.servers
         id = self.chance.choice([*nodes]) if self.chance.random() < 0.7 else 10**6
@@ -624,7 +624,7 @@ class Steps:
             raise Divergence(f"expected {outcome}: {e}") from e
 
     def report(self):
-        """Prints what was tried. Returns the kinds that never succeeded or never were refused."""
+        """Prints the requests by kind. Returns the kinds that never succeeded or were never refused."""
         columns = ["done", 101, 117, 414, 401, "refused"]
         print(f"{'':10}" + "".join(f"{column:>9}" for column in columns))
         for kind, counts in self.outcomes.items():
@@ -660,7 +660,7 @@ def find_group(connection, token, id):
 
 
 def race_withdrawal(server, tokens, number, chance, totals):
-    """An administrator withdraws a delegation that its owner keeps renewing and making groups with."""
+    """An administrator withdraws a delegation while its owner keeps renewing it and creating groups with it."""
     connection, admin, own = server.connect(), tokens[1000], delegates(RACER)
     _, answer = call(connection, admin, "KXGroup create",
                      {"id": 0, "name": f"race {number}", "parent_id": 0, "delegate": own})

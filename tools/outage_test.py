@@ -24,9 +24,9 @@ from with_postgres import Cluster  # noqa: E402
 from zemhost import Server, Store, call, psql, request  # noqa: E402
 
 WRITERS = 8
-PATIENCE = 40  # seconds for what has to happen at some time
-MANY = 30  # of these, none may wait for a connection that is tried in vain
-QUICK = 5  # seconds for what does not wait for the database, on a busy machine
+PATIENCE = 40  # seconds until an expected event counts as missing
+MANY = 30  # requests, none of which may wait for a failing attempt to connect
+QUICK = 5  # seconds for an answer that needs no database, on a busy machine
 UNKNOWN = re.compile("may be there now or not|had changed before stays")
 BEGUN, ENDED = "zemhost: the store does not answer: ", "zemhost: the store answers again after "
 LOST = "owner of a token could not be looked up"
@@ -42,8 +42,7 @@ def await_true(condition, what):
 
 
 class Loop(threading.Thread):
-    """Calls step again and again, on a connection to the server, until it is told to stop. What went wrong is a list of
-    texts."""
+    """Calls step repeatedly, on a connection to the server, until it must stop. Collects the faults as texts."""
 
     def __init__(self, server, pause):
         super().__init__(daemon=True)
@@ -67,12 +66,12 @@ class Loop(threading.Thread):
 
 
 class Writer(Loop):
-    """Makes groups below one of its own, and changes that one's description in turn."""
+    """Alternately creates groups below its own group and changes that group's description."""
 
     def __init__(self, server, token, home):
         super().__init__(server, 0.005)
         self.token, self.home = token, home
-        # By what became of them: the new groups' names, and the numbers that were set.
+        # The names of new groups and the numbers that were set, by the outcome of their requests.
         self.made, self.set = ({"there": [], "unknown": [], "refused": []} for _ in range(2))
         self.slowest = 0
 
@@ -97,7 +96,7 @@ class Writer(Loop):
         return len(self.made["there"])
 
     def check(self, store, revision):
-        """What the store holds otherwise than was answered. revision: of the group at first."""
+        """Returns where the store differs from the answers. revision: the first one of the group."""
         names = {name for name, in store.rows(f"SELECT name FROM ou WHERE parent_id = {self.home}")}
         (now, last), = store.rows(f'SELECT revision, "desc" FROM ou WHERE id = {self.home}')
         lost = set(self.made["there"]) - names
@@ -111,7 +110,7 @@ class Writer(Loop):
 
 
 class Watcher(Loop):
-    """Asks for the health, and for what is not there."""
+    """Requests the health and a page that does not exist."""
 
     def __init__(self, server):
         super().__init__(server, 0.05)
@@ -127,7 +126,7 @@ class Watcher(Loop):
 
 
 def processes(cluster):
-    """The database server's processes, the one that starts the others first."""
+    """Yields the database server's processes, the parent of the others first."""
     main = cluster.process.pid
     yield main
     for path in pathlib.Path("/proc").glob("[0-9]*/stat"):
@@ -138,7 +137,7 @@ def processes(cluster):
 
 @contextlib.contextmanager
 def stopped(cluster):
-    """The database server does nothing any more, but its sockets are open."""
+    """Freezes the database server while its sockets stay open."""
     halted = []
     try:
         for process in processes(cluster):
@@ -171,7 +170,7 @@ OUTAGES = {"stopped": stop_for_a_while, "restarted": restart(signal.SIGINT), "ki
 
 
 def play(cluster, writers, watchers, kinds):
-    """Each of the outages, and what follows each."""
+    """Causes each outage in turn and checks what follows it."""
     for kind in kinds:
         before = [writer.succeeded() for writer in writers]
         OUTAGES[kind](cluster, writers, watchers)
@@ -181,7 +180,7 @@ def play(cluster, writers, watchers, kinds):
 
 
 def check_log(text, kinds, seconds):
-    """What is wrong with a server's log. Some restarts are too quick to be noticed."""
+    """Returns the faults of a server's log. Some restarts are too quick to appear there."""
     said = [line.split(" ", 1)[1] for line in text.splitlines()]
     said = [line for line in said if not REQUEST.fullmatch("- " + line) and not line.startswith(("change: ", "module: "))]
     told = [line for line in said if LOST not in line]
@@ -195,7 +194,7 @@ def check_log(text, kinds, seconds):
 
 
 def check_end(cluster, store, servers, loops):
-    """Ends the servers while the database is stopped and everybody waits for it."""
+    """Ends the servers while the database is stopped and all clients wait for it."""
     with stopped(cluster):
         time.sleep(0.5)
         for loop in loops:
@@ -211,13 +210,12 @@ def check_end(cluster, store, servers, loops):
 
 
 def check_start(cluster, folder):
-    """A server needs a connection more than it gives its requests: it says at once that there is none, and is well where
-    there is."""
+    """Checks that a server reports at once when it lacks the connection that it needs beside those of its requests."""
     psql(cluster.url, "CREATE ROLE few LOGIN CONNECTION LIMIT 3", "GRANT pg_read_all_data TO few")
     store = Store(sys.argv[1], folder, cluster.url.replace("user=postgres", "user=few"))
     refused = store.run("serve", "--listen", "127.0.0.1:0", "--connections", "3", status=1)
     server = Server(store, "--connections", "2")
-    time.sleep(2.5)  # the store is asked every second
+    time.sleep(2.5)  # the health probe runs every second
     health, _ = request(server.connect(), "/health", None, None, method="GET")
     server.stop()
     faults = [] if "too many connections" in refused else [f"a start with too few connections says {refused}"]

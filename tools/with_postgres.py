@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Runs a command with ZEM_TEST_POSTGRESQL naming a PostgreSQL of its own, which is gone when the command is: a cluster in
-a temporary folder, reached through a Unix socket there only. Where the variable names a database already, that is used.
+"""Runs a command with a temporary PostgreSQL server, whose URL is in ZEM_TEST_POSTGRESQL. The server's data and its only
+socket are in a temporary folder, which is removed at the end. When the variable is set already, that database is used.
 
 usage: tools/with_postgres.py COMMAND [ARGUMENT]...
 """
@@ -18,12 +18,12 @@ VARIABLE = "ZEM_TEST_POSTGRESQL"
 SIGNALS = [signal.SIGINT, signal.SIGTERM, signal.SIGHUP]
 PATIENCE = 60  # seconds for the server to start, and for it and the command to end
 
-# What is written is lost when the machine fails, not when a process does; the tests kill only those.
+# Writes survive the death of a process, which the tests cause, but not that of the machine.
 SETTINGS = {"listen_addresses": "", "max_connections": 300, "fsync": "off", "full_page_writes": "off"}
 
 
 def server_user():
-    """The user that the server is to be: it refuses to be root."""
+    """Returns the user to run the server as, since it refuses to run as root."""
     for name in ["postgres", "nobody"]:
         try:
             return pwd.getpwnam(name)
@@ -33,7 +33,7 @@ def server_user():
 
 
 def find_programs():
-    """The folder of the newest version's programs; Debian keeps them out of the PATH."""
+    """Returns the folder of the newest version's programs, which Debian keeps out of the PATH."""
     found = sorted(pathlib.Path("/usr/lib/postgresql").glob("*/bin/initdb"), key=lambda path: int(path.parts[-3]))
     path = found[-1] if found else shutil.which("initdb")
     if path is None:
@@ -42,7 +42,7 @@ def find_programs():
 
 
 class Cluster:
-    """A running server with a database of its own at `url`, for a with statement. It does not outlive us."""
+    """A running server with a new database at `url`, for a with statement. It is killed when this process ends."""
 
     def __init__(self):
         self.programs = find_programs()
@@ -58,7 +58,7 @@ class Cluster:
 
     def __enter__(self):
         try:
-            # Texts sort by a language, as on many machines, so that the tests notice who relies on their bytes.
+            # Sorting by a language, as on many machines, exposes code that relies on the order of bytes.
             self.process = self.popen("initdb", "--pgdata", self.folder / "data", "--username", "postgres",
                                       "--auth", "trust", "--encoding", "UTF8", "--locale", "C", "--locale-provider",
                                       "icu", "--icu-locale", "en", "--no-sync")
@@ -76,7 +76,7 @@ class Cluster:
             self.remove_folder()
 
     def remove_folder(self):
-        """The processes of an initdb that was interrupted write a little longer than it."""
+        """Removes the folder, again and again while processes of an interrupted initdb still write to it."""
         end = time.monotonic() + PATIENCE
         while self.folder.exists() and time.monotonic() < end:
             shutil.rmtree(self.folder, ignore_errors=True)
@@ -97,7 +97,7 @@ class Cluster:
             time.sleep(0.02)
 
     def stop(self, how=signal.SIGINT):
-        """Ends the server, whatever its clients are at. how: SIGQUIT ends it without writing what is in its memory."""
+        """Ends the server without waiting for its clients. how: SIGQUIT ends it without writing its memory to disk."""
         if self.process is None:
             return
         self.process.send_signal(how)
@@ -109,7 +109,7 @@ class Cluster:
 
 
 def run(command, environment):
-    """Runs the command; its exit status. It and what is of its process group do not outlive us."""
+    """Runs the command in a process group, which ends with this process, and returns its exit status."""
     process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", *command], env=environment, process_group=0)
     try:
         return process.wait()
@@ -124,7 +124,7 @@ def run(command, environment):
 
 def leave(number, _):
     for other in SIGNALS:
-        signal.signal(other, signal.SIG_IGN)  # what is under way is the end
+        signal.signal(other, signal.SIG_IGN)  # the exit has begun
     sys.exit(128 + number)
 
 

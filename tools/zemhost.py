@@ -1,4 +1,4 @@
-"""The program `zemhost` on a store of its own, for the tests that run it as a process."""
+"""Runs the program `zemhost` as a process on a new store. Shared by the tests in tests/ and tools/."""
 import contextlib
 import http.client
 import json
@@ -9,24 +9,27 @@ import sqlite3
 import subprocess
 import sys
 
-SKIPPED = 77  # exit status, which ctest knows
+SKIPPED = 77  # the exit status that ctest counts as skipped
 SAMPLE = pathlib.Path(__file__).resolve().parent.parent / "fleets/sample.json"
 
 
 class Store:
-    """A store in a folder that the program works in, or at the URL, the server's log beside it."""
+    """A store in a folder, or at a URL. Commands run in the folder, which also holds the server's log."""
 
     def __init__(self, build, folder, url=None):
         self.program = pathlib.Path(build).resolve() / "zemhost"
         self.folder = pathlib.Path(folder)
-        self.path = self.folder / "zem.db"  # which commands take by themselves; the server is told
+        self.path = self.folder / "zem.db"  # the commands' default; the server gets it as an option
         self.url = url or f"sqlite:{self.path}"
         self.is_sqlite = url is None
         self.environment = {**os.environ, "ZEM_STORE": url} if url else None
         self.log = self.folder / "log"
 
     def run(self, *arguments, status=0, **options):
-        """What a command prints, on standard error too. It must end with that status. options: of subprocess.run."""
+        """Runs a command, which must end with this status, and returns its output and errors as one text.
+
+        options: passed on to subprocess.run.
+        """
         done = subprocess.run([self.program, *arguments], cwd=self.folder, timeout=120, encoding="utf-8",
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                               **{"env": self.environment, **options})
@@ -38,7 +41,7 @@ class Store:
         self.run("apply", SAMPLE)
 
     def rows(self, query):
-        """The rows that the database itself gives, as tuples."""
+        """Queries the database directly and returns the rows as tuples."""
         if not self.is_sqlite:
             rows = psql(self.url, f"SELECT coalesce(json_agg(answer), '[]') FROM ({query}) AS answer")
             return [tuple(row.values()) for row in json.loads(rows)]
@@ -50,7 +53,7 @@ class Store:
 
 
 def psql(url, *statements):
-    """What PostgreSQL answers to the last of the statements, as text without a line end."""
+    """Returns PostgreSQL's answer to the last statement, without the final line break."""
     commands = [part for statement in statements for part in ("-c", statement)]
     return subprocess.run(["psql", "-qXAt", "-v", "ON_ERROR_STOP=1", *commands, url], check=True, timeout=60,
                           encoding="utf-8", stdout=subprocess.PIPE).stdout.removesuffix("\n")
@@ -58,8 +61,11 @@ def psql(url, *statements):
 
 @contextlib.contextmanager
 def database(kind):
-    """The URL of an empty database, for a with statement: None, which means a file of the store's own, for "sqlite"; for
-    "postgresql" a new schema where ZEM_TEST_POSTGRESQL says. Where that says nothing, the program ends as skipped."""
+    """Provides an empty database for a with statement, as a URL.
+
+    kind "sqlite": None, with which Store creates a file of its own. kind "postgresql": a new schema in the database that
+    ZEM_TEST_POSTGRESQL names; ends the program as skipped when that variable is not set.
+    """
     if kind == "sqlite":
         yield None
         return
@@ -76,7 +82,7 @@ def database(kind):
 
 
 class Server:
-    """A running `zemhost serve`, our own child, which does not outlive us. options: of subprocess.Popen."""
+    """A running `zemhost serve`, which is killed when this process ends. options: passed on to subprocess.Popen."""
 
     def __init__(self, store, *arguments, **options):
         self.log = store.log
@@ -96,7 +102,7 @@ class Server:
         return http.client.HTTPConnection("127.0.0.1", self.port, timeout=30)
 
     def stop(self):
-        """Has the server finish what it is at. It must then end with status 0."""
+        """Lets the server finish its requests and waits for its end, which must be with status 0."""
         self.process.terminate()
         try:
             status = self.process.wait(timeout=60)
@@ -112,24 +118,24 @@ class Server:
 
 
 def send(connection, path, token, body=b"", method="POST", headers=()):
-    """Sends a request. token: None sends none."""
+    """Sends a request, without an Authorization header when token is None."""
     authorization = {} if token is None else {"Authorization": f"Bearer {token}"}
     connection.request(method, path, body, {**authorization, **dict(headers)})
 
 
 def receive(connection):
-    """The answer to the request that was sent: (HTTP status, envelope)."""
+    """Returns the answer to the request that was sent: (HTTP status, envelope)."""
     response = connection.getresponse()
     return response.status, json.loads(response.read())
 
 
 def request(connection, *arguments, **options):
-    """The answer to a request, which is as for send."""
+    """Sends a request with the arguments of send(), and returns (HTTP status, envelope)."""
     send(connection, *arguments, **options)
     return receive(connection)
 
 
 def call(connection, token, api_method, params):
-    """The answer of a method of the module: (HTTP status, envelope)."""
+    """Calls a method of the module and returns (HTTP status, envelope)."""
     api, method = api_method.split()
     return request(connection, f"/webapi/VELQ.ZEM.{api}/1/{method}", token, json.dumps(params))
