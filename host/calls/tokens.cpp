@@ -37,7 +37,8 @@ std::string bearerTokenHash(const char* szHeader)
         return "";
     }
     const std::string_view token = szHeader + kScheme.size();
-    const bool isToken = token.size() == kDigestDigits && token.find_first_not_of("0123456789abcdef") == token.npos;
+    const bool isToken =
+        token.size() == kDigestDigits && token.find_first_not_of("0123456789abcdef") == std::string_view::npos;
     return isToken ? digestOf(token) : "";
 }
 

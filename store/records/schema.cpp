@@ -60,7 +60,7 @@ void executeAll(soci::session& sql, const auto& statements)
     const bool isByLanguage = number(sql, "SELECT CASE WHEN 'a' < 'B' THEN 1 ELSE 0 END") != 0;
     const std::string type = "TEXT ";
     for (std::string statement : statements) {
-        for (size_t at = 0; isByLanguage && (at = statement.find(type, at)) != statement.npos; at += type.size()) {
+        for (size_t at = 0; isByLanguage && (at = statement.find(type, at)) != std::string::npos; at += type.size()) {
             statement.insert(at + type.size(), "COLLATE \"C\" ");
         }
         execute(sql, statement);
