@@ -40,7 +40,7 @@ export class Commands {
         }
     }
 
-    // Moves a node that was dragged to the parent.
+    // Moves a dragged node to the parent on which it was dropped.
     move(node, parent) {
         this.#view.attempt(() => this.#changes.moveTo(node, parent));
     }

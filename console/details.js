@@ -23,7 +23,7 @@ export class Details {
         region.addEventListener("change", ({ target }) => listener.change(target.dataset.change));
     }
 
-    // node: the selected one, or null.
+    // Shows the details of the selected node, or a list of keys when node is null.
     show(fleet, node) {
         const { activeElement } = document;
         const focused = this.#element.contains(activeElement) ? activeElement.dataset.change : undefined;

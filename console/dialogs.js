@@ -1,12 +1,12 @@
 // Makes the dialogs in which the user enters the values of a change, and the fields in them.
 import { byId, element } from "./dom.js";
 
-const MAX_OPTIONS = 100; // shown in a picker; a text narrows them
+const MAX_OPTIONS = 100; // that a picker shows; a searched text narrows them
 
 // Shows a dialog until the user confirms or cancels it. contents: elements with the fields; the first one is focused.
 // act(data): runs at confirmation with the FormData; when it throws, the dialog shows the message and stays open,
-// unless the error has isFinal set. Returns a promise of what act returns, or of undefined when the user cancels; it is
-// rejected with a final error, and with any error of act after the user closed the dialog.
+// unless the error has isFinal set. Returns a promise of the result of act, or of undefined when the user cancels; it
+// is rejected with a final error, and with any error of act after the user closed the dialog.
 export function ask(title, confirm, contents, act) {
     const reason = element("p", { role: "alert", class: "reason", hidden: true });
     const submit = element("button", { type: "submit", class: "main" }, confirm);
@@ -51,6 +51,7 @@ export function ask(title, confirm, contents, act) {
     });
 }
 
+// Returns a labelled text field. attributes: of the field; its member tag names another element than input.
 export function textField(label, name, value, attributes = {}) {
     const { tag = "input", ...others } = attributes;
     const field = element(tag, { id: `field-${name}`, name, autocomplete: "off", ...others });
@@ -65,8 +66,8 @@ export function choice(label, name, options) {
     return element("p", { class: "field" }, element("label", { for: select.id }, label), select);
 }
 
-// Returns a list to select one option of, with a search field that narrows it. options: array of {value, text}.
-// more(text): returns an option made from the searched text itself, or null.
+// Returns a list in which the user selects one option, with a search field that narrows the list. options: array of
+// {value, text}. more(text): returns an option made from the searched text itself, or null.
 export function picker(label, name, options, more = () => null) {
     const search = element("input", { type: "search", id: `search-${name}`, autocomplete: "off" });
     const select = element("select", { id: `field-${name}`, name, size: 8, required: true, "aria-label": label });

@@ -1,8 +1,8 @@
-// Makes elements; text is always set as text, so that no answer of the server is parsed as markup.
+// Makes the elements of the page. Text is always set as text, so that no answer of the server is parsed as markup.
 const SVG = "http://www.w3.org/2000/svg";
 
-// attributes: true sets an empty attribute; false, null and undefined set none. children: elements, texts, arrays of
-// these; false, null and undefined are skipped.
+// Returns a new element. attributes: true sets an empty attribute; false, null and undefined set none. children:
+// elements, texts, arrays of these; false, null and undefined are skipped.
 export function element(tag, attributes = {}, ...children) {
     const made = document.createElement(tag);
     for (const [name, value] of Object.entries(attributes)) {

@@ -2,7 +2,7 @@
 import { Refusal } from "./api.js";
 
 // Returns the error to show for a change that failed. A refusal gets a new text and becomes final (isFinal, so that a
-// dialog closes) when the node is no longer as the user saw it. error: what the change threw. node: as the user saw it;
+// dialog closes) when the node is no longer as the user saw it. error: thrown by the change. node: as the user saw it;
 // null when the change is about no node. fleet: fetched after the change failed.
 export function explain(error, node, fleet) {
     const isAnswer = error instanceof Refusal && ["refused", "stale"].includes(error.reason);
@@ -20,7 +20,7 @@ export function explain(error, node, fleet) {
     return isUnchanged ? error : final(error.message); // a part of the change was done
 }
 
-// The final refusal for a node that was deleted meanwhile.
+// Returns the final refusal for a node that was deleted meanwhile.
 export function gone(node) {
     return final(`${node.name} is no longer there: it was deleted elsewhere.`);
 }

@@ -1,11 +1,11 @@
-// Fills the rows of the tree and sets the roles and states by which screen readers know it as a treegrid.
+// Fills the rows of the tree, and sets the ARIA roles and states from which screen readers recognise a treegrid.
 import { element, marked } from "./dom.js";
 import { GROUP, POLICY, SERVER } from "./fleet.js";
 import { rowIndex } from "./widget.js";
 
 const MAX_NAMES = 20; // of policies or delegates in a cell; the details show more
 
-// width: for the widget. minTreeWidth: rem; the column is shown when the tree is at least so wide.
+// width: in the widget's unit. minTreeWidth: in rem; a narrower tree does not show the column.
 const COLUMNS = [
     { id: "*", title: "Name", width: 6, minTreeWidth: 0 },
     { id: "address", title: "Address", width: 4, minTreeWidth: 34 },
@@ -28,6 +28,7 @@ export const TYPES = {
 
 export const ICONS = { expanderExpanded: expanderOf("open"), expanderCollapsed: expanderOf("closed") };
 
+// Returns the size of one rem in pixels.
 export function remOfPage() {
     return parseFloat(getComputedStyle(document.documentElement).fontSize);
 }
@@ -51,39 +52,39 @@ export function fillRow(nodeElem, columns, node, searched) {
     }
 }
 
-// Sets the role and states of a row. rowElement and row: the widget's.
+// Sets the role and states of a row. rowElement and row: the widget's element and object for it.
 export function describeRow(rowElement, row, node, { isSelected, isCut }) {
-    setAll(rowElement, {
+    setAttributes(rowElement, {
         "role": "row",
         "id": idOf(row.key),
         "aria-level": node.level,
         "aria-posinset": node.position,
         "aria-setsize": node.parent.shownChildren,
-        "aria-rowindex": rowIndex(row) + 2, // from 1; the header is the first
+        "aria-rowindex": rowIndex(row) + 2, // counted from 1; the header is row 1
         "aria-selected": isSelected,
         "aria-expanded": node.shownChildren > 0 ? row.expanded : null,
     });
     rowElement.toggleAttribute("data-leaf", node.shownChildren === 0);
     rowElement.toggleAttribute("data-cut", isCut);
-    setEach(rowElement.children, "gridcell");
+    setCellRoles(rowElement.children, "gridcell");
 }
 
-// Sets the roles and states of the tree, its header and which row is selected; needed after each change of the rows in
-// view. selected: the key of a row, or null.
+// Sets the roles and states of the tree and its header, and marks the selected row. Call it after each change of the
+// rows in view. selected: the key of a row, or null.
 export function describeTree(tree, selected) {
     const header = tree.headerElement.firstElementChild;
-    setAll(tree.headerElement, { role: "rowgroup" });
-    setAll(header, { "role": "row", "aria-rowindex": 1 });
-    setEach(header.children, "columnheader");
-    setAll(tree.listContainerElement, { role: "presentation" });
-    setAll(tree.nodeListElement, { role: "rowgroup" });
+    setAttributes(tree.headerElement, { role: "rowgroup" });
+    setAttributes(header, { "role": "row", "aria-rowindex": 1 });
+    setCellRoles(header.children, "columnheader");
+    setAttributes(tree.listContainerElement, { role: "presentation" });
+    setAttributes(tree.nodeListElement, { role: "rowgroup" });
     let active = null;
     for (const row of tree.nodeListElement.children) {
         const isSelected = row.id === idOf(selected);
         row.setAttribute("aria-selected", isSelected);
         active = isSelected ? row.id : active;
     }
-    setAll(tree.element, {
+    setAttributes(tree.element, {
         "role": "treegrid",
         "aria-rowcount": tree.count(true) + 1,
         "aria-colcount": tree.columns.length,
@@ -117,8 +118,8 @@ function expanderOf(symbol) {
     return `<i class="wb-expander"><svg class="icon" aria-hidden="true"><use href="#icon-${symbol}"/></svg></i>`;
 }
 
-// null removes an attribute.
-function setAll(target, attributes) {
+// Sets the attributes of an element; a null value removes one.
+function setAttributes(target, attributes) {
     for (const [name, value] of Object.entries(attributes)) {
         if (value === null) {
             target.removeAttribute(name);
@@ -128,9 +129,9 @@ function setAll(target, attributes) {
     }
 }
 
-function setEach(cells, role) {
+function setCellRoles(cells, role) {
     let column = 0;
     for (const cell of cells) {
-        setAll(cell, { role, "aria-colindex": ++column });
+        setAttributes(cell, { role, "aria-colindex": ++column });
     }
 }

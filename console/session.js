@@ -21,7 +21,7 @@ export function forgetToken() {
     sessionStorage.removeItem(TOKEN);
 }
 
-// state: of FleetTree.
+// Keeps the state of the tree, a value of FleetTree.state.
 export function keepTreeState(state) {
     try {
         sessionStorage.setItem(TREE_STATE, JSON.stringify(state));
@@ -30,6 +30,7 @@ export function keepTreeState(state) {
     }
 }
 
+// Returns the state that was kept last, or the state of a first visit.
 export function keptTreeState() {
     return JSON.parse(sessionStorage.getItem(TREE_STATE)) ?? { closed: [], selected: null };
 }

@@ -3,7 +3,7 @@ import { columnsFor, describeRow, describeTree, fillRow, ICONS, remOfPage, TYPES
 import { rowIndex, setActiveRow } from "./widget.js";
 import { Wunderbaum } from "./wunderbaum.esm.min.js";
 
-const FIRST_ROWS = 300; // of a large fleet, drawn at once; the others take some tenths of a second
+const FIRST_ROWS = 300; // of a large fleet, drawn first; drawing all takes some tenths of a second
 
 const KEYS = {
     "F2": "rename",
@@ -194,7 +194,7 @@ export class FleetTree {
 
     #noteOpen(row, isOpen) {
         if (this.#isFiltered) {
-            return; // the state before the filter comes back after it
+            return; // the rows get back their state when the filter is removed
         }
         if (isOpen) {
             this.#closed.delete(row.key);
@@ -266,7 +266,7 @@ export class FleetTree {
         return row === null ? null : { key: row.key, offset: top - rowIndex(row) * this.#tree.options.rowHeightPx };
     }
 
-    // position: of #scrollPosition; null scrolls to the selected row.
+    // Scrolls to a position that #scrollPosition returned; null scrolls to the selected row.
     #restoreScroll(position) {
         const row = this.#tree.findKey(position?.key ?? this.#selected ?? "");
         if (!row?.isVisible()) {

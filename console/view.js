@@ -59,7 +59,7 @@ export class FleetView {
             await work();
         } catch (error) {
             this.#notice.report(error);
-            this.#showSelected(); // undoes what the user ticked
+            this.#showSelected(); // resets the checkbox that the user changed
         }
     }
 
@@ -120,7 +120,7 @@ export class FleetView {
         }
     }
 
-    // node: null when the drag has ended.
+    // Says in the status line where the dragged node can be dropped; clears the line when node is null.
     #explainDrag(node) {
         const text = node && `Drop ${node.name} on a group${this.#fleet.isPartial ? "" : TO_TOP}.`;
         this.#notice.say(text ?? "");

@@ -1,7 +1,7 @@
 // Wraps the private members of the tree widget that the page needs; no other file may use one. All were checked with
 // version 0.14.1 of the widget: check them again when package.json names another.
 
-// Makes the row the active and the focused one; null: no row is.
+// Makes the row the active and the focused one; with null, no row is active or focused.
 // tree._setActiveNode (0.14.1): row.setActive() opens the groups above and scrolls to the row, and row.setActive(false)
 // leaves the row active.
 // tree._setFocusNode (0.14.1): row.setFocus() can only set the focus, not remove it.

@@ -1,4 +1,4 @@
-// The error codes that the handlers answer with; clients of the console depend on the numbers.
+// Declares the error codes of the handlers. Clients of the console depend on the numbers.
 #pragma once
 
 enum ErrorCode {

@@ -11,8 +11,8 @@
 
 namespace {
 
-// Runs write, which writes one log line, with errno set to err for the "%m" of its format; syslog and printf may change
-// errno, so it is set again afterwards.
+// Calls write, which writes one log line. Sets errno to err before the call, for the "%m" of the format, and again
+// afterwards, because syslog and printf may change errno.
 template <typename Write>
 void write_line(int err, Write write)
 {

@@ -33,7 +33,10 @@ int log_malloc_hash(const char* szFile = szSourceOu, int line = __builtin_LINE()
 
 // --- Plain lines
 
+// Logs that a handler was called with a null req or resp.
 void log_null_request(const VELQ::APIRequest* req, const VELQ::APIResponse* resp, int line = __builtin_LINE());
+
+// Logs that the uid of the logged-in caller cannot be determined.
 void log_no_login_uid(int line = __builtin_LINE());
 
 // Logs that the user may not manage the group. errCode, szErrFile and errLine: the platform's last-error record, which
@@ -41,6 +44,11 @@ void log_no_login_uid(int line = __builtin_LINE());
 void log_no_permission(const char* szUser, int64_t groupId, int errCode, const char* szErrFile, int errLine,
                        int line = __builtin_LINE());
 
+// Logs that a request would delete the root group.
 void log_root_delete(int line = __builtin_LINE());
+
+// Logs that the servers of a changed group could not be made to fetch their policies. uid: of the caller.
 void log_notify_failed(uint32_t uid, int64_t groupId, int line = __builtin_LINE());
+
+// Logs an invalid argument of an exported function. szExpr: the check that failed.
 void log_invalid_argument(const char* szExpr, int line = __builtin_LINE());

@@ -1,4 +1,4 @@
-// The permission check that group create, set and delete make for every item before they change the store.
+// Declares the permission check that create, set and delete make for every group before they change the store.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// The first steps of every handler in the method table.
+// Makes the first checks of every handler in the method table.
 #pragma once
 
 #include <cstdint>

@@ -11,8 +11,8 @@ namespace {
 
 constexpr int maxNesting = 500;  // below the library's own limit, at which it throws
 
-// Whether the library's parser may see the text: it throws at deep nesting, and accepts comments in some places even in
-// strict mode.
+// Returns whether the library's parser can be given the text: the parser throws on deep nesting, and accepts comments
+// in some places even in strict mode.
 bool is_readable(const std::string& text)
 {
     int depth = 0;

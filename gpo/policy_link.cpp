@@ -113,8 +113,8 @@ int find_group_of_server(const LinkRequest* pLink, int64_t serverId, int64_t* pG
     return read_server_member(pLink->pKx, "parent_id", pGroupId);
 }
 
-// A server in another's group is refused with the root group as the reason, exactly like one that does not exist, so
-// that a caller without permission cannot find out which servers exist.
+// If the caller may not manage the server's group, the refusal names the root group, exactly as for a server that does
+// not exist. So a caller without permission cannot find out which servers exist.
 int check_server(const LinkRequest* pLink, int64_t serverId)
 {
     int64_t groupId = 0;
@@ -184,7 +184,7 @@ void link_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
         return;
     }
     link.pKx = pKx.get();
-    // The kind of servers is up to the store: a newly allocated record tells it.
+    // The store chooses the kind of servers, so it is read from a newly allocated record.
     if (0 == read_server_member(link.pKx, "node_type", &link.serverType) && 0 == read_policy(&link) &&
         0 == for_each_target(&link, check_target) && 0 == for_each_target(&link, update_target)) {
         resp->SetSuccess(Json::Value());

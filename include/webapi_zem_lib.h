@@ -1,5 +1,5 @@
-// The functions that the module exports to the other modules of the package: they change the policy links of groups and
-// servers.
+// Declares the functions that the module exports to the other modules of the package. They change the policy links of
+// groups and servers.
 //
 // Any thread may call them, with JSON values that no other thread uses. They lock nothing: if two callers change the
 // same node at the same time, the node store accepts one change and refuses the other.

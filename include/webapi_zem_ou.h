@@ -1,4 +1,4 @@
-// The interface that the module exports to the web API server: method table, handlers, and the conversion of a group
+// Declares the module's interface to the web API server: the method table, the handlers, and the conversion of a group
 // request.
 //
 // Any number of threads may use it at once; the module keeps no state between calls. No content of a request or of a
@@ -39,7 +39,7 @@ void set_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp);
 // 101: "node_id" is missing, names the root group, or is not a signed 64-bit integer.
 void delete_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp);
 
-// "VELQ.ZEM.Tree" 1 "get": answers the whole tree that the caller may see. No parameters. Data: the array of top-level
+// "VELQ.ZEM.Tree" 1 "get": returns the whole tree that the caller may see. No parameters. Data: the array of top-level
 // nodes, each with its subtree in "children".
 void list_tree_by_uid_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp);
 

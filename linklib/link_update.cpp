@@ -54,7 +54,7 @@ bool is_null_or(Json::ValueType type, const Json::Value* pjValue)
     return NULL == pjValue || pjValue->isNull() || type == pjValue->type();
 }
 
-// Whether the stored links can be changed without losing data: neither they nor their order has an unexpected type.
+// Returns whether the stored links can be changed without data loss: neither they nor their order has a wrong type.
 bool is_link_field(const Json::Value& jNode)
 {
     const Json::Value* pjLinkedGpo = find_member(jNode, "linked_gpo");
@@ -63,8 +63,8 @@ bool is_link_field(const Json::Value& jNode)
            is_null_or(Json::arrayValue, pjOrder);
 }
 
-// Whether the entry links the policy. An entry without "id" counts as a link to policy 0 and gets a null "id", which is
-// stored with the record.
+// Returns whether the entry links the policy. An entry without "id" counts as a link to policy 0 and gets a null "id",
+// which is stored with the record.
 bool is_entry_of(Json::Value& jEntry, int64_t gpoId)
 {
     int64_t id = 0;
@@ -148,7 +148,7 @@ int update_link(const RecordCalls<Record>& calls, const Json::Value& jData, bool
         return log_bad_parameter(szSourceLib);
     }
     Record* pNode = NULL;
-    const auto release = [&calls](Record** ppNode) { calls.pFree(*ppNode); };  // also with a null record
+    const auto release = [&calls](Record** ppNode) { calls.pFree(*ppNode); };  // the record may be null
     const std::unique_ptr<Record*, decltype(release)> pRelease(&pNode, release);
 
     pNode = calls.pAlloc();

@@ -1,11 +1,11 @@
-// Declares the core library: last-error record, string hash, shared string, terminal-debug switch.
+// Declares the core library: the last-error record, the string hash, the shared string and the terminal-debug switch.
 #pragma once
 
 #include <memory>
 #include <string>
 
-// Immutable text; copies share one reference-counted buffer. Several threads may copy and destroy objects that share a
-// buffer, but no thread may assign to an object while another one reads it.
+// An immutable text. Copies share one reference-counted buffer. Several threads may copy and destroy objects that share
+// a buffer, but no thread may assign to an object while another one reads it.
 class VLIBCString {
 public:
     VLIBCString();                         // empty
@@ -29,8 +29,8 @@ extern "C" {
 typedef int BOOL;
 enum { FALSE = 0, TRUE = 1 };
 
-// Non-zero: modules repeat their failure lines on standard output. The process sets it before it calls a module; any
-// thread may read it at any time.
+// If it is non-zero, modules repeat their failure lines on standard output. The process sets it before it calls a
+// module; any thread may read it at any time.
 extern int giTerminalDebug;
 
 // --- The last-error record. Each thread has its own, which starts with code 0, file "" and line 0.

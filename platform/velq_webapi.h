@@ -36,7 +36,7 @@ private:
     Json::Value m_jParams;
 };
 
-// The result of one request: that of the last call of SetError or SetSuccess.
+// The result of one request. The last call of SetError or SetSuccess determines it.
 class APIResponse {
 public:
     // Makes the response an error with that code and a copy of jData, as JSON text.
@@ -45,7 +45,7 @@ public:
     // Makes the response a success with a copy of jData, as JSON text.
     void SetSuccess(const Json::Value& jData);
 
-    // For the server. A response that was never set is an error with code 0 and without data.
+    // The server calls the functions below. A response that was never set is an error with code 0 and without data.
     bool IsSuccess() const;
     int GetErrorCode() const;  // 0 on success
 

@@ -2,7 +2,7 @@
 //
 // Unless a function says otherwise:
 // - A negative result, or a null pointer from an allocation, means failure, and errno says why. Output arguments are
-//   then unchanged. A null pointer where none is allowed gives EINVAL.
+//   then unchanged. A null pointer for an argument that must not be null gives EINVAL.
 // - Besides the errno values named at a function, one that reads or writes the store may fail with EBUSY (locked by
 //   others for too long), ENOMEM and EIO (any other error of the database; no store is open; the stored groups form a
 //   cycle).
@@ -43,7 +43,7 @@ struct _tag_velq_zem_ou_ {
 };
 
 struct _tag_velq_zem_kx_;   // one server; only the store knows the members after the first
-struct _tag_velq_zem_gpo_;  // one policy; likewise
+struct _tag_velq_zem_gpo_;  // one policy; the same holds for its members
 
 // One delegated administrator of a node.
 struct _tag_velq_zem_delegate_ {
@@ -55,7 +55,7 @@ struct _tag_velq_zem_delegate_ {
 
 // --- Groups
 
-// Returns a new record, which the caller releases with VELQZEMOuFree, or null: ENOMEM.
+// Returns a new record, which the caller releases with VELQZEMOuFree, or null with errno ENOMEM.
 _tag_velq_zem_ou_* VELQZEMOuAlloc(void);
 
 // Releases a record from VELQZEMOuAlloc; null is allowed. Leaves errno unchanged.
@@ -131,7 +131,7 @@ int VELQZEMGpoGet(int64_t id, _tag_velq_zem_gpo_* pGpo);
 // character that does not fit. EINVAL: cbBuf is 0.
 int VELQZEMGpoItemGetName(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo);
 
-// Does the same with the description.
+// Copies the policy's description in the same way.
 int VELQZEMGpoItemGetDescription(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo);
 
 // Corresponds to VELQZEMOuStructToJson; the policy's settings are the member "setting".
@@ -156,7 +156,8 @@ int VELQZEMDelegateListByTarget(int64_t id, int nodeType, _tag_velq_zem_delegate
 // pHead: may be null. flag: TRUE fills in every item, FALSE only items without extra information.
 int VELQDelegateUpdateExtraInfoList(_tag_velq_zem_delegate_* pHead, BOOL flag);
 
-// These write the item's user type, and the identifier of its user or group, to their first argument.
+// The first function writes the item's user type to *pUserType, the second the identifier of its user or group to
+// *pUgid.
 int VELQZEMDelegateItemGetUserType(int64_t* pUserType, const _tag_velq_zem_delegate_* pItem);
 int VELQZEMDelegateItemGetUGID(uint64_t* pUgid, const _tag_velq_zem_delegate_* pItem);
 
@@ -172,7 +173,7 @@ int VELQZEMDelegateOverrideListByTarget(int64_t id, int nodeType, Json::Value& j
 int VELQZEMDelegateSetListByTarget(int64_t id, int nodeType, Json::Value& jRecord);
 
 // --- Listings. The hash contains the query: "ugid" is the uid in decimal, "user_type" is "8" (a logged-in account). If
-// one is missing, or the uid is unknown, nothing is listed.
+// one is missing, or the uid is unknown, the lists are empty.
 
 // Lists the groups (except the root), servers and policies that the account may see, each in ascending order of
 // identifiers, from one snapshot of the store. The caller releases each list with the release function of its kind.
@@ -190,9 +191,10 @@ int VELQZEMListTreeByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppOu, _tag_
 // with VELQZEMOuListFree. EINVAL: another value of a key.
 int VELQZEMListOneLevelByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppHead, int* pTotal, int* pCount);
 
-// Sets jRecord's "linked_gpo" to a request's value, {"order":[{"id":N},...]} or only the array, always in the first
-// form; an entry may have a "gpo_id" instead of the "id". EINVAL: jRecord is neither null nor an object, and is then
-// unchanged; or jValue has another form, and is then copied as it is, so that the record's conversion refuses it.
+// Sets jRecord's "linked_gpo" to the value that a request sent: {"order":[{"id":N},...]}, or only the array, which the
+// function puts into such an object. An entry may have a "gpo_id" instead of the "id". EINVAL: jRecord is neither null
+// nor an object, and is then unchanged; or jValue has another form, and is then copied as it is, so that the record's
+// conversion refuses it.
 int VELQZEMHttpReqToJsonForLinkedGpo(const Json::Value& jValue, Json::Value& jRecord);
 
 }  // extern "C"

@@ -24,6 +24,6 @@ void VELQZEMStoreOpen(const std::string& url, store::OpenMode mode, size_t conne
 
 void VELQZEMStoreClose()
 {
-    store::threadState().pSnapshot.reset();  // it is of the store that closes
+    store::threadState().pSnapshot.reset();  // it belongs to the store that is being closed
     store::closeDatabase();
 }

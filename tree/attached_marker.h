@@ -1,4 +1,5 @@
-// The marker that nesting sets on an element of a source array once its node is attached to a parent.
+// Reads and sets the marker of attached nodes. Nesting marks an element of a source array once its node is attached to
+// a parent.
 //
 // The tree then holds the node, and the marked element is an outdated copy that no later step may use. The functions
 // work on values of the calling thread and leave errno unchanged.

@@ -56,7 +56,7 @@ void mark_linked(int64_t gpoId, Json::Value& jGpoArray, std::optional<PolicyInde
     for (auto it = range.first; it != range.second; ++it) {
         (*it->second)[szLinked] = true;
     }
-    index->erase(range.first, range.second);  // marked now: other links to them need not do it again
+    index->erase(range.first, range.second);  // they are marked now; other links to them need not do it again
 }
 
 // Reads the policy's name and description; one that cannot be read stays null.
@@ -89,7 +89,7 @@ Json::Value make_resolved_link()
     return jLink;
 }
 
-// Writes into the entry what could be read of the policy; when name and description are both known, removes its "id".
+// Adds the policy's identifier, name and description to the entry as far as known; with all three, removes "id".
 void write_link(int64_t gpoId, Json::Value& jName, Json::Value& jDesc, Json::Value& jLink)
 {
     static const Json::Value jResolved = make_resolved_link();

@@ -16,9 +16,9 @@ typedef std::unordered_multimap<int64_t, Json::Value*> PolicyIndex;
 // element of jGpoArray with that identifier gets "linked": true. An entry whose "id" is null or unreadable is skipped.
 // The members "linked_gpo", its "order" and an entry's "id" are added as null where they are missing.
 // Returns 0, or -1 after a log line if the node is not an object or no policy record could be allocated (errno is then
-// as the store set it); what was completed and marked until then stays.
+// as the store set it); links and policies that were completed or marked until then stay so.
 int get_gpo_info_by_node(Json::Value& node, Json::Value& jGpoArray);
 
-// Does the same for one of many nodes over the same policy array. The caller passes the same index each time, empty at
+// Does the same for one of many nodes that share a policy array. The caller passes the same index each time, empty at
 // first; it is filled when the first link needs it.
 int get_gpo_info_by_node(Json::Value& node, Json::Value& jGpoArray, std::optional<PolicyIndex>& index);

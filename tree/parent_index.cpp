@@ -113,8 +113,8 @@ int index_nodes(const std::vector<NodeEntry>& entries, Forest& forest)
     return 0;
 }
 
-// Finds the parents of the nodes begin to end - 1, one array. Any node below the number known can be a parent; another
-// node of the array only if it comes earlier and has a parent itself, because only then is it in the tree already.
+// Finds the parents of one array, the nodes begin to end - 1. A parent is any node with a number below known, or an
+// earlier node of the array that has a parent itself, because only then is it in the tree already.
 void find_parents(size_t begin, size_t end, size_t known, Forest& forest)
 {
     for (size_t node = begin; node < end; ++node) {

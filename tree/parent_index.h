@@ -10,11 +10,11 @@
 
 typedef std::pair<int, int64_t> NodeKey;  // kind and identifier of a node
 
-// What nesting needs to know about one node.
+// The data about one node that nesting needs.
 struct NodeEntry {
     NodeKey self;
-    NodeKey parent;                  // as the node names it
-    bool canBeParent = false;        // whether "node_type" is a signed integer; otherwise it equals no parent's kind
+    NodeKey parent;                  // the key of the parent that the node names
+    bool canBeParent = false;        // whether "node_type" is a signed integer; no child matches another value
     Json::Value* pjNode = NULL;      // the node, an element of its array; stays valid when the whole array is moved
     Json::Value* pjChildren = NULL;  // its "children", null at first; stays valid when the node is moved
     Json::Value* pjExpanded = NULL;  // its "expanded"; likewise
@@ -36,7 +36,8 @@ struct NodeTable {
 void add_node_entry(Json::Value& jNode, std::vector<NodeEntry> NodeTable::*pKind, NodeTable* pTable);
 
 // Replaces jData by the tree of all nodes and gives every node its display members. Parents and order are the same as
-// from three nestings by search (tree_assembly.h). The nodes are moved, so their arrays hold nothing of use afterwards.
-// Returns 0. Returns -1 with nothing changed where a search would do more than that: the table is unusable, two nodes
-// have the same kind and identifier, or errno is EACCES, with which the search logs each kind that does not match.
+// from three nestings by search (tree_assembly.h). The nodes are moved, so the contents of their arrays must not be
+// used afterwards. Returns 0. Returns -1 with nothing changed if the caller must nest by search instead: the table is
+// unusable, two nodes have the same kind and identifier, or errno is EACCES, because a search then logs each kind that
+// does not match.
 int nest_by_index(const NodeTable& table, Json::Value& jData);

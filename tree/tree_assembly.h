@@ -9,9 +9,9 @@
 
 #include "tree/parent_index.h"
 
-// Nests groups, servers and policies into the array jData and gives every node its display members. The source arrays
-// hold nothing of use afterwards. Returns 0, or -1 after a log line if an argument is not an array; jData is then
-// unchanged.
+// Nests groups, servers and policies into the array jData and gives every node its display members. The nodes are
+// moved, so the contents of the source arrays must not be used afterwards. Returns 0, or -1 after a log line if an
+// argument is not an array; jData is then unchanged.
 int BuildTreeJson(Json::Value& jDataOu, Json::Value& jDataKx, Json::Value& jDataGpo, Json::Value& jData);
 
 // Does the same with a table of all elements of the three arrays, in their order. Since the table was filled, no

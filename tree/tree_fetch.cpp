@@ -1,4 +1,4 @@
-// The handler of "VELQ.ZEM.Tree" "get": answers the tree of all nodes that the caller may see.
+// The handler of "VELQ.ZEM.Tree" "get": returns the tree of all nodes that the caller may see.
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -72,7 +72,7 @@ const Record* next_record(const Record* pRecord)
     return pNext;
 }
 
-// The nodes of a tree as the store's converters made them, and the table of them for nesting.
+// The nodes of a tree as the store's converters made them, and their table for nesting.
 struct FlatNodes {
     Json::Value jDataOu{Json::arrayValue};
     Json::Value jDataKx{Json::arrayValue};
@@ -136,7 +136,7 @@ int fetch_nodes(uint32_t uid, TreeHandles* pHandles, FlatNodes* pNodes)
     return list_to_json(pHandles->pHeadGpo, VELQZEMGpoStructToJson, pNodes->jDataGpo, &NodeTable::policies, pTable);
 }
 
-// Completes the nodes and nests them into jData. A failure of nesting leaves jData empty and is not a failure here.
+// Completes the nodes and nests them into jData. If nesting fails, jData stays empty and the result is still 0.
 int make_tree(FlatNodes* pNodes, Json::Value& jData)
 {
     if (0 > convert_settings(pNodes->jDataGpo)) {

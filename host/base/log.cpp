@@ -41,8 +41,8 @@ void writeAll(std::string_view text)
     }
 }
 
-// The lines that LogThread's thread has yet to write. The thread shares the ownership: it may be stuck in a write when
-// the program has let go of everything else.
+// The lines that the log's thread has not written yet. The thread is one of the owners, because it may still be stuck
+// in a write when the program has destroyed the LogThread.
 class LogBuffer {
 public:
     void add(const std::string& line)

@@ -11,13 +11,14 @@ namespace {
 
 constexpr size_t kMaxLogField = 80;
 
-// Whether U+0080 to U+009F, which are control characters as well, begin there: C2 80 to C2 9F in UTF-8.
+// Returns whether a control character from U+0080 to U+009F begins at that position: the bytes C2 80 to C2 9F.
 bool isC1Control(std::string_view text, size_t at)
 {
     return at + 1 < text.size() && text[at] == '\xC2' && static_cast<unsigned char>(text[at + 1]) < 0xA0;
 }
 
-// Whether the byte at that position is to be escaped. firstPlain: the lowest ASCII character that is not.
+// Returns whether the byte at that position must be escaped. firstPlain: the lowest ASCII character that needs no
+// escape.
 bool needsEscape(std::string_view text, size_t at, unsigned char firstPlain, bool isUtf8)
 {
     const auto byte = static_cast<unsigned char>(text[at]);

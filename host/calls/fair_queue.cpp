@@ -7,6 +7,7 @@ namespace host {
 
 bool FairQueue::add(AccountKey account, Job job)
 {
+    // All memory is allocated before the first change, so that std::bad_alloc leaves the queue as it was.
     std::list<Job> added;
     added.push_back(std::move(job));
     std::list<AccountKey> turn{account};
@@ -26,7 +27,7 @@ bool FairQueue::add(AccountKey account, Job job)
 
 std::optional<FairQueue::StartedJob> FairQueue::start()
 {
-    // An account that may not start another job yet keeps its place; those behind it go first.
+    // An account that may not start another job yet keeps its turn; the accounts behind it go first.
     for (auto turn = m_turns.begin(); turn != m_turns.end(); ++turn) {
         Account& account = m_accounts.find(*turn)->second;
         if (account.running < m_idleWorkers) {

@@ -26,13 +26,14 @@ constexpr AccountKey kUnknownAccount = -1;
 class FairQueue {
 public:
     using Completion = std::function<void()>;
-    using Job = std::function<Completion()>;  // returns what is to run after the job was finished; may be empty
+    using Job = std::function<Completion()>;  // returns a function to run after the job, or an empty one
 
     struct StartedJob {
         AccountKey account;
         Job job;
     };
 
+    // workers: the number of jobs that can run at a time. capacity: the number of jobs that can wait.
     FairQueue(size_t workers, size_t capacity) : m_idleWorkers(workers), m_freeSlots(capacity) {}
 
     // Appends the job to those of the account. Returns false when there is no slot for it. Throws std::bad_alloc, and

@@ -53,6 +53,7 @@ void HandlerPool::runJobs(Worker& worker)
     FairQueue::Completion completion;  // of the job that ran last
     std::unique_lock lock(m_mutex);
     for (;;) {
+        // The worker is idle before it runs the completion, because that may lead to the client's next request.
         m_idleWorkers.push_back(&worker);
         assignJobs();
         if (completion) {

@@ -28,9 +28,9 @@ public:
 
     // Queues the job for the account. A worker runs it when its turn comes, perhaps before this call returns, and then
     // runs the completion that the job returned; neither may throw. The worker counts as idle before the completion
-    // runs: a client that it answers does not find the worker busy with its next request. Returns false when the job
-    // will never run: the queue is full, memory ran out, or the pool was stopped. Any thread may call it, also from
-    // within a job.
+    // runs, so that a client that gets its answer from the completion finds the worker idle for its next request.
+    // Returns false when the job will never run: the queue is full, memory ran out, or the pool was stopped. Any thread
+    // may call it, also from within a job.
     bool add(AccountKey account, FairQueue::Job job) noexcept;
 
     // Waits for the running jobs and their completions, and ends the threads. Jobs that are still queued never run.
@@ -41,7 +41,7 @@ private:
     struct Worker {
         std::thread thread;
         std::condition_variable wake;
-        std::optional<FairQueue::StartedJob> next;  // the job that it is to run
+        std::optional<FairQueue::StartedJob> next;  // the job that the worker runs next
     };
 
     void runJobs(Worker& worker);

@@ -10,7 +10,7 @@ namespace host {
 
 namespace {
 
-constexpr size_t kMaxRows = 1000;  // no real table comes near; one this long lacks its final row
+constexpr size_t kMaxRows = 1000;  // no real table has so many rows; a longer one lacks its final row
 
 bool isEnd(const VELQ::APIMethod& row)
 {

@@ -25,7 +25,7 @@ void TokenCache::update(const std::string& tokenHash, std::optional<uint32_t> ui
     }
     m_uids[tokenHash] = *uid;
     if (m_uids.size() > kMaxTokens) {
-        m_uids.erase(m_uids.begin());  // any: its next request only waits once among those of unknown senders
+        m_uids.erase(m_uids.begin());  // any token: its next request waits once among those of unknown senders
     }
 }
 

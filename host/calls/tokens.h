@@ -11,8 +11,8 @@
 
 namespace host {
 
-// Creates another token for the account and returns it. label: tells it from the account's other tokens. lifetime:
-// seconds until it expires, 0 for never. Throws std::runtime_error when the random source fails, and as
+// Creates another token for the account and returns it. label: distinguishes it from the account's other tokens.
+// lifetime: seconds until it expires, 0 for never. Throws std::runtime_error when the random source fails, and as
 // store::addToken.
 std::string issueToken(const store::Account& account, const std::string& label, int64_t lifetime);
 

@@ -29,13 +29,13 @@ struct ConsoleOptions {
 // accounts.
 int serveModules(const ModulePaths& modules, const ConsoleOptions& console, const ServeOptions& options);
 
-// Changes the store to what a fleet file says, all or nothing, and prints the plan and a count. path: of the file, "-"
-// for standard input.
+// Brings the store to the state that a fleet file describes, all or nothing, and prints the plan and a count. path: of
+// the file, "-" for standard input.
 int applyFleetFile(const std::string& path, const store::ApplyOptions& options);
 
 // Merges the groups and servers of an Ansible inventory into the store, all or nothing, and prints the plan and a
-// count; notes about what was chosen or left out go to standard error. path: of the output of ansible-inventory --list,
-// "-" for standard input.
+// count; notes about choices and omissions go to standard error. path: of the output of ansible-inventory --list, "-"
+// for standard input.
 int importAnsibleInventory(const std::string& path, bool isDryRun);
 
 // Prints the whole store as a fleet file.
@@ -43,7 +43,7 @@ int exportFleet();
 
 struct NewToken {
     std::string account;  // name of the account
-    std::string label;    // tells it from the account's other tokens
+    std::string label;    // distinguishes it from the account's other tokens
     int days = 0;         // until it expires, 0 for never
 };
 

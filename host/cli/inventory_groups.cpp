@@ -43,8 +43,8 @@ InventoryGroup readGroup(const Json::Value& jGroup, const std::string& location)
     return {readNames(jGroup["children"], location + ", children"), readNames(jGroup["hosts"], location + ", hosts")};
 }
 
-// Gives "all" the hosts and children of "ungrouped", which it removes, and the groups that are no other group's
-// children. The other children of "all" stay under their other parents only.
+// Makes "all" the parent of each group that has no other parent, moves the hosts and children of "ungrouped" to it and
+// removes "ungrouped". A child of "all" that has another parent stays under that parent only.
 void completeRoot(InventoryGroups& groups)
 {
     InventoryGroup root = std::move(groups[kRootGroup]);

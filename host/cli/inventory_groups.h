@@ -28,12 +28,12 @@ InventoryGroups readGroups(const Json::Value& jInventory);
 // Returns the variables of the hosts: an object by host name, or null when the inventory has none.
 const Json::Value& hostVariables(const Json::Value& jInventory);
 
-// These return the text in quotation marks, and what messages call the group or host of that name.
+// quoted() returns the text in quotation marks. The others return the words with which messages name a group or host.
 std::string quoted(const std::string& text);
 std::string groupLocation(const std::string& name);
 std::string hostLocation(const std::string& name);
 
-// Throws std::runtime_error with the place in the inventory and the problem there when the condition is false.
+// Throws std::runtime_error, with the location in the inventory and the problem, when the condition is false.
 void requireValid(bool condition, const std::string& location, const std::string& problem);
 
 }  // namespace host

@@ -1,6 +1,6 @@
 // Gives each group and host of an Ansible inventory, which may be in several groups, one place in a tree.
 //
-// One thread at a time may use an object; once it is constructed, any threads may.
+// Any number of threads may use an object once it is constructed.
 #pragma once
 
 #include <cstddef>
@@ -53,7 +53,8 @@ struct TreeHost {
     bool hasOtherGroups = false;  // besides the root, in which every host is
 };
 
-// The hosts, each in the deepest of its groups, and in the first of these in the order of the tree.
+// The hosts, each in the deepest of its groups; when several are equally deep, in the first of them in the order of the
+// tree.
 class HostList {
 public:
     // tree: of the same groups; outlives the list.

@@ -11,7 +11,7 @@ namespace host {
 // Bytes of the bodies that a server holds. Any thread may use the object.
 struct BodyMemory {
     std::atomic<uint64_t> all{0};
-    std::atomic<uint64_t> unknownSenders{0};  // those of them whose sender's account is not known
+    std::atomic<uint64_t> unknownSenders{0};  // the bytes among them from senders without a known account
 };
 
 // One body, from the arrival of its first bytes until it has been parsed. One thread at a time may use the object.
@@ -28,7 +28,7 @@ public:
         drop();
     }
 
-    // Takes the body, now and later, out of the limit for unknown senders.
+    // Removes the body, with the parts that are still to come, from the limit for unknown senders.
     void setSenderKnown();
 
     // Appends that many bytes. Returns 0, or the HTTP status when a limit is exceeded: 413 for the one on this body,

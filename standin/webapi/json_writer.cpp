@@ -22,7 +22,7 @@ bool needsEscape(char c)
     return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\';
 }
 
-// Whether any of the eight bytes needs an escape; tests all of them at once with integer arithmetic.
+// Returns whether any of the eight bytes needs an escape; tests all of them at once with integer arithmetic.
 bool anyOfEightNeedsEscape(const char* bytes)
 {
     constexpr uint64_t kEach = 0x0101010101010101;

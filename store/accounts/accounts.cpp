@@ -1,4 +1,4 @@
-// Finds the accounts that may log in.
+// Finds accounts by name, and checks whether the store has any.
 #include "store/records/rows.h"
 
 namespace store {

@@ -1,4 +1,4 @@
-// Makes the store's errors, and an errno value and a text of whatever is thrown.
+// Makes the store's errors, and derives an errno value and a text from any exception.
 #include "store/base/errors.h"
 
 #include <new>
@@ -83,7 +83,7 @@ int keepRefusal() noexcept
             state.refusal += "; what the request had changed before stays changed";
         }
     } catch (...) {
-        state.refusal.clear();  // there is no memory left for the text
+        state.refusal.clear();  // no memory for the text
     }
     return code;
 }

@@ -1,5 +1,5 @@
-// How the store fails: its functions throw one of the errors below, and toErrno() turns whatever was thrown into errno
-// and -1 where a function of the platform ends.
+// Declares the store's errors. The store's functions throw one of them, and toErrno() turns any exception into errno
+// and the result -1 where a function of the platform ends.
 //
 // Three wrappers make up a function of the platform, each adding one thing:
 // - toErrno(work), here: exceptions become errno and a text for takeRefusal().
@@ -22,33 +22,34 @@ struct Error : std::runtime_error {
     int code;
 };
 
-// The call is refused: what it asks for is not there, not allowed or not possible now.
+// The call is refused: a record that it needs does not exist, or the change is not allowed or not possible now.
 struct Refusal : Error {
     using Error::Error;
 };
 
-// A JSON value or a text cannot be used: EINVAL. place: member path of the value, "delegate[1].ugid"; why: for people.
+// A JSON value or a text cannot be used: EINVAL. place: path of the member, such as "delegate[1].ugid". why: a text for
+// people.
 struct InvalidInput : Error {
     InvalidInput(std::string_view place, std::string_view why);
 };
 
-// There is no store where one was to be opened.
+// No store exists at the place from which one was to be opened.
 struct NoStore : std::runtime_error {
     using runtime_error::runtime_error;
 };
 
-// Texts that several places give.
+// Texts of errors that are thrown in several places.
 constexpr char kNoAnswer[] = "the database does not answer";
 constexpr char kLocked[] = "the database is locked by others for too long";
 constexpr char kNoMemory[] = "out of memory";
 
-// The refusal of a record that was changed since the sender read it: EAGAIN.
+// Returns the refusal of a record that was changed since the sender read it: EAGAIN.
 Refusal changedSinceRead();
 
 // Throws Refusal with that errno value unless the condition holds.
 void require(bool condition, int errnoValue, const char* szWhy);
 
-// Throws Refusal EINVAL unless all of the pointers point to something.
+// Throws Refusal EINVAL if one of the pointers is null.
 template <typename... Pointers>
 void requireArguments(const Pointers*... pointers)
 {
@@ -58,14 +59,15 @@ void requireArguments(const Pointers*... pointers)
 // Throws InvalidInput, with the place, unless the condition holds.
 void requireValid(bool condition, std::string_view place, std::string_view why);
 
-// The text with one space for each run of white space, none at its ends.
+// Returns the text on one line: each run of white space becomes one space, and none stays at the ends.
 std::string onOneLine(const std::string& text);
 
-// Makes the exception being handled the calling thread's refusal; to be called in a catch block only. Returns its errno
-// value: the error's own, ENOMEM when memory ran out, EIO for anything unknown.
+// Stores the text of the exception being handled as the calling thread's refusal. Call it in a catch block only.
+// Returns the errno value: the error's own, ENOMEM when memory ran out, EIO for anything unknown.
 int keepRefusal() noexcept;
 
-// Runs the work, whose result is ignored. Returns 0 with errno as it was; or -1 with errno and the thread's refusal.
+// Runs the work, whose result is ignored. Returns 0 with errno as it was; or -1 with errno and the thread's refusal
+// set.
 template <typename Work>
 int toErrno(Work&& work) noexcept
 {

@@ -1,5 +1,5 @@
-// Reads JSON that comes from outside the process: requests and files. A reader is made for each text, with the caller's
-// limit; that costs little beside the reading.
+// Reads JSON that comes from outside the process: requests and files. Each text gets a reader of its own with the
+// caller's limit, which costs little compared with the reading.
 #include <algorithm>
 #include <memory>
 
@@ -26,7 +26,7 @@ bool readUntrustedJson(std::string_view text, int maxNesting, Json::Value& jValu
             return true;
         }
         std::replace(error.begin(), error.end(), '\n', ' ');
-    } catch (const Json::Exception&) {  // the reader's answer to deep nesting
+    } catch (const Json::Exception&) {  // the reader throws it on deep nesting
         error = "values are nested too deep";
     }
     return false;

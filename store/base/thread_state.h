@@ -1,12 +1,12 @@
-// What the store remembers for a thread between two of its calls.
+// Declares the state that the store keeps for each thread between two calls.
 //
-// The platform's functions take neither a session nor an account, so what they need besides their arguments stands
-// here, and it changes what the thread's next calls do:
+// The platform's functions have no argument for the account or for results that outlast a call, so the store keeps
+// these here. The state changes the effect of the thread's next calls:
 // - While an account acts, writing functions check its rights (ActingAccount in store.h sets it).
 // - While the thread holds lists of a tree listing, VELQZEMGpoGet and the functions that read delegates answer from the
 //   snapshot that the listing took, without SQL. The thread's own writing transaction drops the snapshot, so that a
 //   thread always sees its own changes.
-// - takeRefusal() in store.h hands over why the last call failed.
+// - takeRefusal() in store.h returns the reason why the last call failed, which is kept here.
 #pragma once
 
 #include <cstdint>
@@ -20,12 +20,12 @@ struct ListingSnapshot;  // nodes/listing_snapshot.h
 
 struct ThreadState {
     std::optional<uint32_t> actingUid;           // nothing: everything is allowed
-    bool hasCommitted = false;                   // a change, since actingUid was set
+    bool hasCommitted = false;                   // whether a change was committed since actingUid was set
     std::shared_ptr<ListingSnapshot> pSnapshot;  // null: there is none
     std::string refusal;                         // for people; empty: the last call did not fail
 };
 
-// The calling thread's own.
+// Returns the state of the calling thread.
 ThreadState& threadState() noexcept;
 
 }  // namespace store

@@ -1,4 +1,4 @@
-// All waiting times of the store in one place: how long it waits for others before it gives up.
+// Declares the store's timeouts: how long it waits before it gives up.
 #pragma once
 
 #include <chrono>
@@ -7,20 +7,21 @@ namespace store {
 
 // --- Work that waits for other work
 
-// For a free connection, for the turn to write and for a lock of the database; also how long a transaction that the
-// database gave up is repeated.
+// Limits the wait for a free connection, for the turn to write and for a lock of the database, and the time for which a
+// transaction that the database gave up is repeated.
 constexpr std::chrono::seconds kPatience{5};
 constexpr std::chrono::milliseconds kFirstRetryPause{1};
 constexpr std::chrono::milliseconds kLongestRetryPause{64};
 
 // --- A database server that does not answer
 
-// What libpq may take for each address of the server, and what all of connecting may take.
+// Limits the time for connecting to each address of the server, which libpq applies, and the time for the whole
+// attempt.
 constexpr std::chrono::seconds kConnectTimeout{2};
 constexpr std::chrono::seconds kWholeConnectTimeout{15};
 
-// After this silence TCP asks whether the other side is still there, this often and this many times; and this is how
-// long data that was sent may stay without an acknowledgement.
+// TCP keepalive: the silence before the first probe, the interval between probes, and the number of unanswered probes
+// that ends the connection. The last constant limits how long sent data may stay unacknowledged.
 constexpr std::chrono::seconds kKeepaliveIdle{5};
 constexpr std::chrono::seconds kKeepaliveInterval{2};
 constexpr int kKeepaliveCount = 3;
@@ -31,7 +32,8 @@ constexpr std::chrono::milliseconds kUnacknowledgedTimeout{10000};
 constexpr std::chrono::seconds kStatementTimeout{60};
 constexpr std::chrono::seconds kIdleTransactionTimeout{60};
 
-// A connection that was silent for longer is cut off: the server has ended its statement before.
+// A leased connection that has begun no statement for longer is cut off: the server has ended its last statement by
+// then.
 constexpr std::chrono::seconds kLongestSilence{70};
 
 // --- The health probe

@@ -1,4 +1,5 @@
-// Checks, counts and cuts UTF-8 text. The decoder is Boost.Locale's, which is all in its header and needs no locale.
+// Checks, counts and cuts UTF-8 text. The decoder comes from a header of Boost.Locale and needs neither its library nor
+// a locale.
 #include "store/base/utf8.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Counts and cuts UTF-8 text by characters; store.h declares what others use of it.
+// Counts and cuts UTF-8 text by characters; store.h declares the functions that the rest of the program uses.
 #pragma once
 
 #include <cstddef>
@@ -6,14 +6,14 @@
 
 namespace store {
 
-// Whether the byte continues a character rather than beginning one.
+// Returns whether the byte continues a character rather than beginning one.
 constexpr bool isContinuationByte(char byte)
 {
     return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
 }
 
-// The longest beginning of the text that has at most maxBytes bytes and cuts no character in two. Any thread may call
-// it.
+// Returns the longest beginning of the text that has at most maxBytes bytes and cuts no character in two. Any thread
+// may call it.
 std::string_view wholeCharacters(std::string_view text, size_t maxBytes);
 
 }  // namespace store

@@ -20,7 +20,7 @@ std::string visibleJson(const Json::Value& jValue);
 // out at the beginning, which "..." replaces; less than the text's length, or 0.
 std::string visibleText(std::string_view text, size_t from = 0);
 
-// Likewise for a text that visibleJson() returned; a short one without bytes left out stays as it is.
+// Does the same for a text that visibleJson() returned. A short text stays as it is when from is 0.
 std::string visiblePartOfJson(std::string_view json, size_t from);
 
 }  // namespace store

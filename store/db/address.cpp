@@ -1,4 +1,5 @@
-// Adds timeouts to the URL: without them a connection to a host that went away would wait for a quarter of an hour.
+// Reads the URL of a store and adds timeouts to it: without them a connection to a host that went away would wait for a
+// quarter of an hour.
 #include "store/db/address.h"
 
 #include <cstdint>
@@ -26,7 +27,7 @@ constexpr Parameter kTimeouts[] = {{"connect_timeout", kConnectTimeout.count()},
                                    {"keepalives_count", kKeepaliveCount},
                                    {"tcp_user_timeout", kUnacknowledgedTimeout.count()}};
 
-// With the timeouts the URL always contains a '='; SOCI damages a URL without one.
+// Adds the timeouts that the URL does not set. It always contains a '=' then; SOCI damages a URL without one.
 std::string withTimeouts(std::string url)
 {
     for (const Parameter& timeout : kTimeouts) {

@@ -10,7 +10,7 @@
 namespace store {
 namespace {
 
-// PostgreSQL's code for the error, five characters; empty when the error is not PostgreSQL's.
+// Returns PostgreSQL's code for the error, five characters; empty when the error is not PostgreSQL's.
 std::string sqlStateOf(const soci::soci_error& error)
 {
     const auto* pPostgres = dynamic_cast<const soci::postgresql_soci_error*>(&error);
@@ -25,7 +25,7 @@ bool isGivenUp(const std::string& sqlState)
 int errnoOf(const soci::soci_error& error)
 {
     if (const auto* pSqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error)) {
-        const int primary = pSqlite->result() & 0xff;  // the bits above tell variants of the code apart
+        const int primary = pSqlite->result() & 0xff;  // the higher bits distinguish variants of the code
         return primary == SQLITE_BUSY || primary == SQLITE_LOCKED ? EBUSY : primary == SQLITE_NOMEM ? ENOMEM : EIO;
     }
     const std::string state = sqlStateOf(error);

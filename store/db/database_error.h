@@ -1,4 +1,4 @@
-// The errors of the databases, as the store's own error.
+// Turns the errors of SQLite and PostgreSQL into an error of the store.
 #pragma once
 
 #include <soci/soci.h>
@@ -7,12 +7,14 @@
 
 namespace store {
 
-// The database failed. EBUSY: others kept it locked, or it gave up the transaction because of them. ENOMEM: it has no
-// memory. EIO: anything else. The text says what it reports, on one line and without the SQL that it quotes.
+// The database failed. EBUSY: another transaction kept it locked, or it gave up this transaction because of another
+// one. ENOMEM: it has no memory. EIO: anything else. The text is the database's report on one line, without the SQL
+// that the report quotes.
 struct DatabaseError : Error {
     explicit DatabaseError(const soci::soci_error& error);
 
-    bool isWorthRepeating = false;  // the database gave up the transaction because of others: once more, it may succeed
+    bool isWorthRepeating =
+        false;  // the database gave up the transaction because of another one; a new try may succeed
     bool isOutcomeUnknown = false;  // the database does not know whether it committed the transaction
 };
 

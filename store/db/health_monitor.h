@@ -26,7 +26,7 @@ public:
     // Waits for a probe that is under way.
     ~HealthMonitor();
 
-    // Whether the database answered the last probe; true before the first.
+    // Returns whether the database answered the last probe; true before the first.
     bool isAnswering() const
     {
         return m_isAnswering;
@@ -48,9 +48,9 @@ private:
     Clock::time_point m_outageBegin;  // used by the monitor's thread alone
     std::mutex m_mutex;               // guards the members below; never held during a probe
     std::condition_variable m_changed;
-    bool m_isWanted = false;  // a probe, at once
+    bool m_isWanted = false;  // whether a thread waits in probeNow()
     bool m_isStopping = false;
-    uint64_t m_probes = 0;  // that have ended
+    uint64_t m_probes = 0;  // number of probes that have ended
     std::thread m_thread;
 };
 

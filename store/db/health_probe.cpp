@@ -1,4 +1,5 @@
-// Uses PostgreSQL's client library itself: SOCI would wait for an answer without a limit of time.
+// Probes SQLite by a query on its file, and PostgreSQL through its client library: SOCI would wait for an answer
+// without a time limit.
 #include "store/db/health_probe.h"
 
 #include <poll.h>
@@ -23,7 +24,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Opens the file anew each time: a file that is open may no longer be at its path.
+// Opens the file anew each time, because an open file may have been removed from its path.
 void probeSqlite(const std::string& path)
 {
     soci::session sql;
@@ -55,7 +56,7 @@ bool receive(PGconn* pConnection, Clock::time_point end)
     return (ready < 0 && errno == EINTR) || (ready > 0 && PQconsumeInput(pConnection) == 1);
 }
 
-// Whether the database answers over the connection, which is then ready for the next probe.
+// Returns whether the database answers over the connection, which is then ready for the next probe.
 bool answers(PGconn* pConnection)
 {
     const auto end = Clock::now() + kProbeTimeout;

@@ -1,4 +1,4 @@
-// Asks a database whether it answers.
+// Checks whether a database answers.
 #pragma once
 
 #include <functional>

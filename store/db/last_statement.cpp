@@ -1,4 +1,5 @@
-// One place for each thread, as a thread leases one connection at a time.
+// Records when each leased connection last executed a statement. Each thread has one pointer, because it leases one
+// connection at a time.
 #include "store/db/last_statement.h"
 
 namespace store {

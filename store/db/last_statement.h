@@ -1,4 +1,5 @@
-// When each leased connection last executed a statement, so that the pool can cut off those that fell silent.
+// Records when each leased connection last executed a statement, so that the pool can cut off connections that fell
+// silent.
 #pragma once
 
 #include <atomic>
@@ -8,11 +9,11 @@ namespace store {
 
 using StatementTime = std::atomic<std::chrono::steady_clock::time_point>;
 
-// Has the calling thread's statements noted in that place, which belongs to the connection that the thread has leased.
-// Null: nowhere.
+// Sets *pTime to the current time, now and whenever the calling thread executes a statement. pTime: belongs to the
+// connection that the thread has leased; null ends the recording.
 void setStatementTime(StatementTime* pTime) noexcept;
 
-// Notes that the calling thread executes a statement now.
+// Records that the calling thread executes a statement now.
 void noteStatement() noexcept;
 
 }  // namespace store

@@ -1,4 +1,4 @@
-// Reaches through SOCI to libpq.
+// Uses libpq directly, below SOCI, for a connection that SOCI has opened.
 #include "store/db/postgres_connection.h"
 
 #include <fcntl.h>

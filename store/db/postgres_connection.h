@@ -1,4 +1,4 @@
-// The client library's side of a connection to PostgreSQL: whether it has ended, and a way to end it from another
+// Uses PostgreSQL's client library below SOCI: to see whether a connection has ended, and to end one from another
 // thread.
 #pragma once
 
@@ -9,16 +9,16 @@
 
 namespace store {
 
-// The client library's connection of the session; null for SQLite and for a session that is closed. It belongs to the
-// session.
+// Returns the client library's connection of the session, null for SQLite and for a session that is closed. It belongs
+// to the session.
 PGconn* postgresOf(soci::session& sql);
 
-// Whether the connection has ended or was never made. The database is not asked: the results of earlier statements tell
-// it. A connection to SQLite does not end by itself.
+// Returns whether the connection has ended or was never made. The database is not asked; the results of earlier
+// statements show it. A connection to SQLite does not end by itself.
 bool isLost(soci::session& sql);
 
-// Discards the notices of the server, which the client library would print on standard error. The connection may be one
-// that could not be made.
+// Discards the notices of the server, which the client library would print on standard error. The attempt to connect
+// may have failed.
 void silenceNotices(PGconn* pConnection);
 
 // A second descriptor of the socket of a connection to PostgreSQL. The client library closes its own descriptor as soon
@@ -28,7 +28,8 @@ public:
     // No socket.
     SocketHandle() = default;
 
-    // No socket for a connection to SQLite. Throws Refusal EIO when the process has no descriptor left.
+    // Duplicates the descriptor of the session's socket. Holds no socket for a connection to SQLite. Throws Refusal EIO
+    // when the process has no descriptor left.
     explicit SocketHandle(soci::session& sql);
 
     SocketHandle(SocketHandle&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}

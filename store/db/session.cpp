@@ -1,5 +1,6 @@
-// A connection to PostgreSQL is made on a thread of its own, because SOCI looks names up and asks its first question
-// without a limit of time. When that takes too long, the thread is left to itself.
+// Opens connections to a database and sets them up. A connection to PostgreSQL is opened on a thread of its own,
+// because SOCI resolves host names and sends its first query without a time limit. When that takes too long, the thread
+// is detached.
 #include "store/db/session.h"
 
 #include <cerrno>
@@ -39,7 +40,7 @@ void setPostgres(soci::session& sql, const std::string& name, milliseconds value
     execute(sql, "SET " + name + " = " + std::to_string(value.count()));
 }
 
-// How long statements wait for the locks of others.
+// Sets how long statements wait for the locks of other transactions.
 void setLockTimeout(soci::session& sql, milliseconds timeout)
 {
     if (postgresOf(sql) == nullptr) {
@@ -58,7 +59,7 @@ std::unique_ptr<soci::session> openPostgres(const std::string& url)
         execute(*pSession, szSetting);
     }
     setPostgres(*pSession, "statement_timeout", kStatementTimeout);
-    // Without it, a server that was stopped in a transaction would keep the others from writing.
+    // Without it, a zemhost that was suspended within a transaction would keep the others from writing.
     setPostgres(*pSession, "idle_in_transaction_session_timeout", kIdleTransactionTimeout);
     return pSession;
 }
@@ -115,7 +116,7 @@ NoLockWait::~NoLockWait()
 {
     try {
         setLockTimeout(m_sql, kPatience);
-    } catch (const std::runtime_error&) {  // the connection is lost; a new one is set up again
+    } catch (const std::runtime_error&) {  // the connection is lost, and the next one is set up anew
     }
 }
 

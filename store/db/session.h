@@ -1,4 +1,4 @@
-// Makes connections to a database and sets them up.
+// Opens connections to a database and sets them up.
 #pragma once
 
 #include <memory>

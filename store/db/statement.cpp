@@ -1,4 +1,4 @@
-// Counts the statements of each thread, so that tests can hold a call to a number of them.
+// Executes SQL statements and counts those of each thread, so that tests can limit the number that a call may use.
 #include "store/db/statement.h"
 
 #include "store/base/errors.h"
@@ -12,7 +12,7 @@ namespace {
 
 thread_local uint64_t tStatements = 0;
 
-// A lost connection gets one text: the client library's depends on who ended it and when.
+// Always gives a lost connection the same text, because the client library's text depends on how and when it ended.
 [[noreturn]] void throwDatabaseError(soci::session& sql, const soci::soci_error& error)
 {
     require(!isLost(sql), EIO, kNoAnswer);

@@ -1,6 +1,6 @@
-// Executes SQL statements on a session, which is one connection. The thread that leased the connection uses it, in its
-// open transaction. Everything here throws DatabaseError when the database reports an error, and Refusal EIO when the
-// connection has ended.
+// Executes SQL statements on a session, which is one connection. Only the thread that leased the connection may use it.
+// A statement belongs to the open transaction of the session, if there is one. Everything here throws DatabaseError
+// when the database reports an error, and Refusal EIO when the connection has ended.
 #pragma once
 
 #include <cstdint>
@@ -20,6 +20,7 @@ public:
     explicit Statement(soci::session& sql);
     Statement(const Statement&) = delete;
 
+    // Binds the next parameter.
     template <typename T>
     Statement& in(const T& value)
     {
@@ -27,8 +28,10 @@ public:
         return *this;
     }
 
+    // Binds each of the values as a parameter.
     Statement& in(const std::vector<int64_t>& values);
 
+    // Binds the variable that receives the next column.
     template <typename T>
     Statement& out(T& value)
     {
@@ -42,7 +45,7 @@ public:
     // Executes the statement. Returns whether there is a row; its columns are in the out variables then.
     bool first();
 
-    // Reads the next row likewise.
+    // Reads the next row. Returns whether there is one.
     bool next();
 
     // Executes the statement. Returns the number of rows that it changed.
@@ -69,7 +72,7 @@ int64_t number(soci::session& sql, const std::string& query, const Parameters&..
     return statement.out(result).prepare(query).first() ? result : 0;
 }
 
-// Returns the numbers that the query gives, likewise.
+// Returns the numbers that the query gives. The arguments are its parameters in their order.
 template <typename... Parameters>
 std::unordered_set<int64_t> numbers(soci::session& sql, const std::string& query, const Parameters&... parameters)
 {

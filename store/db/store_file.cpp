@@ -1,5 +1,6 @@
-// Only a new file is opened here: closing a database file would give up the locks that SQLite holds on it. SQLite gives
-// the files that it creates beside a database the rights of the database's file.
+// Creates the file of a store and restricts its mode. An existing file is never opened here, because closing it would
+// release the locks that SQLite holds on it. SQLite creates the files beside a database with the mode of the database's
+// file.
 #include "store/db/store_file.h"
 
 #include <fcntl.h>

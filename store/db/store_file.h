@@ -8,11 +8,11 @@
 namespace store {
 
 // Creates an empty file with mode 0600 when there is none. A file that root creates belongs to the owner of its folder.
-// Throws NoStore when there is none and the mode does not allow to create it, std::runtime_error when it cannot be
-// created or looked at.
+// Throws NoStore when there is none and the mode does not allow its creation, std::runtime_error when it cannot be
+// created or inspected.
 void provideStoreFile(const std::string& path, OpenMode mode);
 
-// Whether this process may write the file.
+// Returns whether this process may write the file.
 bool isWritable(const std::string& path);
 
 // Removes the rights of group and others from the file and from the files that SQLite keeps beside it. A file of

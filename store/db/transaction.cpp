@@ -51,7 +51,8 @@ bool rollBackOrClose(Connection& connection) noexcept
     return isRolledBack;
 }
 
-// After a restart of the database server the connections of the pool are dead, so one reconnect comes before a failure.
+// After a restart of the database server the connections of the pool are dead, so the first failure leads to one
+// reconnect.
 void beginOrReconnect(Connection& connection, Access access)
 {
     for (bool isFirst = true;; isFirst = false) {

@@ -1,4 +1,4 @@
-// Runs work in a transaction, and once more when the database gave the transaction up.
+// Runs work in a transaction, and again when the database gave the transaction up.
 #pragma once
 
 #include <chrono>
@@ -14,7 +14,7 @@ enum class Access { read, write };
 
 // One leased connection in one transaction, rolled back on destruction unless committed. A reading transaction sees the
 // store as it was at one moment. Writing transactions run one after the other; the thread that begins one loses the
-// snapshot of its listing. One thread uses an object; a thread has one object at a time.
+// snapshot of its listing. Only one thread may use an object, and a thread may have only one object at a time.
 class Transaction {
 public:
     // Throws Refusal or DatabaseError: EBUSY when no connection or lock becomes free within kPatience; EIO when no
@@ -40,7 +40,7 @@ private:
         const bool isTaken;
     };
 
-    WriteTurn m_turn;  // declared first: it ends when the connection is given back
+    WriteTurn m_turn;  // declared first, so that it ends after the connection is given back
     Connection m_connection;
     bool m_open = true;
 };
@@ -48,8 +48,8 @@ private:
 // Decides whether a transaction that the database gave up runs once more, for kPatience from the object's creation on.
 class RetryTimer {
 public:
-    // To be called in the catch block of the error. Returns after a pause, which grows each time, when the transaction
-    // is worth repeating and there is time left. Otherwise throws the error again.
+    // Call it in the catch block of the error. Returns after a pause, which grows each time, when the transaction is
+    // worth repeating and there is time left. Otherwise throws the error again.
     void pauseOrThrow(const DatabaseError& error);
 
 private:
@@ -59,7 +59,8 @@ private:
 
 // Runs work(soci::session&) in a transaction, commits it and returns the work's result. A database may give up a
 // transaction because of another one; then the work runs once more from its start, in a new transaction. So the work
-// must not depend on anything that an earlier run of it has set. Throws what the work and the transaction throw.
+// must not depend on anything that an earlier run of it has set. Throws the exceptions of the work and of the
+// transaction.
 template <typename Work>
 auto inTransaction(Access access, Work&& work)
 {

@@ -1,4 +1,5 @@
-// The thread that leaves hands its turn on directly, so that no thread that arrives in between can take it.
+// Lets one thread write at a time. A thread that leaves passes its turn directly to the next one, so that no thread
+// that arrives in between can take it.
 #include "store/db/write_queue.h"
 
 #include <cerrno>

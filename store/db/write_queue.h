@@ -1,4 +1,4 @@
-// The queue in which the threads of this process wait for their turn to write.
+// Queues the threads of this process that wait for their turn to write.
 #pragma once
 
 #include <condition_variable>

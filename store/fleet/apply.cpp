@@ -1,4 +1,4 @@
-// Brings the store to what a fleet file says, in one transaction, and exports the store as such a file.
+// Brings the store to the state that a fleet file describes, in one transaction, and exports the store as such a file.
 #include "store/base/errors.h"
 #include "store/db/database.h"
 #include "store/db/transaction.h"
@@ -36,7 +36,7 @@ private:
     size_t m_done = 0;
 };
 
-// The lines are handed on after the transaction: the reader of the lines may be slow.
+// The lines go to the sink after the transaction, because the sink may be slow.
 struct ApplyResult {
     PlanCount counts;
     std::vector<std::string> lines;
@@ -58,7 +58,7 @@ ApplyResult planAndWrite(const Fleet& stored, const Fleet& file, bool prune, soc
     return result;
 }
 
-// fileFor(stored): the file's fleet, which may depend on the stored one.
+// fileFor(stored): returns the fleet of the file, which may depend on the stored one.
 template <typename FileFor>
 PlanCount applyFile(FileFor&& fileFor, const ApplyOptions& options, const PlanSink& plan, const FleetProgress& progress)
 {

@@ -11,7 +11,7 @@
 namespace store {
 namespace {
 
-// The first invalid entry of the file, else one that only the store holds; null when all are valid.
+// Returns the first invalid entry of the file, else one that only the store holds; null when all are valid.
 template <typename R, typename IsInvalid>
 const Entry<R>* firstInvalid(const Section<R>& section, IsInvalid&& isInvalid)
 {
@@ -71,7 +71,7 @@ void checkParents(const Section<R>& section, const Fleet& fleet)
     }
 }
 
-// The index of each group's parent.
+// Returns the index of each group's parent.
 std::vector<size_t> parentsOf(const Section<Group>& groups)
 {
     std::vector<size_t> parents;
@@ -87,7 +87,7 @@ struct Ancestry {
     bool isCycle = false;  // whether the group is its own ancestor
 };
 
-// Follows the parents up to the root. Stops beyond the allowed depth: a cycle above the group would never end.
+// Follows the parents up to the root. Stops beyond the allowed depth, because a cycle above the group would never end.
 Ancestry ancestryOf(size_t group, const std::vector<size_t>& parents)
 {
     Ancestry ancestry;

@@ -7,18 +7,19 @@
 
 namespace store {
 
-// The groups and servers whose policy links and delegates checkFleet() checks. An apply leaves out those that the file
-// does not name: what is wrong with them was there before.
+// The groups and servers whose policy links and delegates checkFleet() checks. An apply skips those that the file does
+// not name, because their faults were there before.
 enum class RelationsChecked { ofFile, all };
 
-// Throws unless group 0 is there and comes first, names are unique, each parent exists, groups nest without a circle
-// and at most kMaxGroupDepth deep, and each linked policy and each delegate exists.
+// Throws std::runtime_error unless group 0 exists and comes first, names are unique, each parent exists, groups nest
+// without a circle and at most kMaxGroupDepth deep, and each linked policy and each delegate exists.
 void checkFleet(const Fleet& fleet, RelationsChecked checked);
 
-// Throws unless some account is an administrator: nobody could change a store without one.
+// Throws InvalidInput unless some account is an administrator: without one, no account could change every part of the
+// store.
 void checkAdministrator(const Fleet& fleet);
 
-// The depth of each group of a checked fleet: 0 for the root group, 1 for a group directly below it.
+// Returns the depth of each group of a checked fleet: 0 for the root group, 1 for a group directly below it.
 std::vector<int> depthsOf(const Section<Group>& groups);
 
 }  // namespace store

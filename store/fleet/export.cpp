@@ -12,7 +12,7 @@
 namespace store {
 namespace {
 
-// Whether the member is written even with its default value.
+// Returns whether the member is written even with its default value.
 bool isAlwaysWritten(const std::string& name)
 {
     return name == "id" || name == "uid" || name == "parent_id" || name == "name";

@@ -10,11 +10,12 @@
 
 namespace store {
 
-// The fleet as the JSON object of a file. Throws for a text that is not UTF-8 or not JSON where it must be.
+// Returns the fleet as the JSON object of a file. Throws std::runtime_error for a text that is not UTF-8, or that must
+// be JSON and is not.
 Json::Value toJson(const Fleet& fleet);
 
-// The lines of the file, one for each record, without line ends. Throws as well for a record that parseFleet() would
-// refuse.
+// Returns the lines of the file, one for each record, without line ends. Also throws std::runtime_error for a record
+// that parseFleet() would refuse.
 std::vector<std::string> fileLines(const Fleet& fleet);
 
 }  // namespace store

@@ -1,4 +1,4 @@
-// A fleet in memory: the accounts, groups, policies and servers of a fleet file or of the store.
+// Declares a fleet in memory: the accounts, groups, policies and servers of a fleet file or of the store.
 //
 // The functions of store/fleet that take a session run in the caller's transaction. An error in a fleet is thrown as
 // std::runtime_error with one line of text that begins with its place: "groups[3].parent_id: ..." for a record of a
@@ -17,7 +17,7 @@ namespace store {
 
 constexpr size_t kNotInFile = SIZE_MAX;
 
-// A record and what belongs to it.
+// A record with its delegates and its place in the file.
 template <typename R>
 struct Entry {
     R record;
@@ -50,21 +50,21 @@ struct Fleet {
         0;  // the highest identifier that a group ever had; 0 unless the fleet was loaded from the store
 };
 
-// The record's identifier: the uid of an account, else the id.
+// Returns the record's identifier: the uid of an account, the id of any other record.
 template <typename R>
 int64_t idOf(const R& record)
 {
     return record.*std::get<int64_t R::*>(Kind<R>::kFields[0].member);
 }
 
-// Orders the entries of a section.
+// Returns whether the entry one comes before the entry other in a section.
 template <typename R>
 bool hasLowerId(const Entry<R>& one, const Entry<R>& other)
 {
     return idOf(one.record) < idOf(other.record);
 }
 
-// The entry with that identifier; null when there is none.
+// Returns the entry with that identifier, null when there is none.
 template <typename R>
 const Entry<R>* find(const Section<R>& section, int64_t id)
 {
@@ -74,7 +74,7 @@ const Entry<R>* find(const Section<R>& section, int64_t id)
     return found == section.end() || idOf(found->record) != id ? nullptr : &*found;
 }
 
-// The text that begins an error in the entry: "groups[3]." or "group 7 of the store: ".
+// Returns the text that begins an error in the entry: "groups[3]." or "group 7 of the store: ".
 template <typename R>
 std::string placeOf(const Entry<R>& entry)
 {

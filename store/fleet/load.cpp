@@ -19,7 +19,8 @@ void loadRecords(soci::session& sql, Section<R>& section)
     }
 }
 
-// Gives the nodes their delegates. The nodes and the rows both ascend by node; rows of missing nodes are skipped.
+// Gives the nodes their delegates. Both nodes and rows are in the order of the node identifiers; rows of missing nodes
+// are skipped.
 template <typename R>
 void loadDelegates(soci::session& sql, Section<R>& section)
 {

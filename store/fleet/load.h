@@ -1,4 +1,4 @@
-// Loads the fleet that the store holds.
+// Loads the fleet that the store holds, and merges it with that of a file.
 #pragma once
 
 #include <soci/soci.h>
@@ -7,13 +7,13 @@
 
 namespace store {
 
-// The fleet in the store as it is, unchecked. Throws DatabaseError.
+// Returns the fleet in the store, unchecked. Throws DatabaseError.
 Fleet loadFleet(soci::session& sql);
 
-// The fleet of a new store: the root group alone.
+// Returns the fleet of a new store: the root group alone.
 Fleet newFleet();
 
-// The records of both fleets; a record that both have is taken from the file.
+// Returns the records of both fleets; a record that both have is taken from the file.
 Fleet mergeFleets(const Fleet& file, const Fleet& stored);
 
 }  // namespace store

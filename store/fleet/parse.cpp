@@ -14,7 +14,7 @@
 namespace store {
 namespace {
 
-constexpr int64_t kHighestNumber = INT64_MAX / 2;  // of identifiers and revisions: the store counts on from it
+constexpr int64_t kHighestNumber = INT64_MAX / 2;  // of identifiers and revisions, so that the store can count up
 constexpr int64_t kHighestUid = UINT32_MAX - 1;
 
 template <typename R>
@@ -38,7 +38,7 @@ void checkKeys(const Json::Value& jObject, const std::string& prefix, IsKnown&& 
     }
 }
 
-// Exported files hold the members that otherwise only the store writes. A missing one stays 0.
+// Reads the members that only the store and its exports set. A missing one stays 0.
 template <typename R>
 void parseStoreManaged(const Json::Value& jRecord, R& record)
 {
@@ -80,7 +80,7 @@ void checkIdentity(const Json::Value& jRecord, Group& group)
     checkName(group.name.c_str());
 }
 
-// For identifiers that checkFleet() looks up later.
+// Accepts every identifier, because checkFleet() looks them up later.
 bool acceptAny(int64_t)
 {
     return true;
@@ -154,7 +154,7 @@ void parseEntry(const Json::Value& jRecord, Entry<R>& entry)
     }
     if constexpr (std::is_same_v<R, Policy>) {
         if (!entry.record.setting.empty()) {
-            settingVersion(jRecord["setting"]);  // throws where there is none
+            settingVersion(jRecord["setting"]);  // throws when there is none
         }
     }
 }

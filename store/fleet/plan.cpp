@@ -10,8 +10,8 @@
 namespace store {
 namespace {
 
-// The JSON text in the form that the store writes: a text that somebody put there by hand may have the same value in
-// another form. Empty for a text that is not JSON.
+// Returns the JSON text in the form that the store writes, because a text that was written by direct SQL may have the
+// same value in another form. Returns nothing for a text that is not JSON.
 template <typename R>
 std::optional<std::string> normalForm(const Field<R>& field, const VLIBCString& text)
 {

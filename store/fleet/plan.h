@@ -9,7 +9,7 @@
 
 namespace store {
 
-// How one record changes. The entries belong to the two fleets.
+// The change of one record. The entries belong to the two fleets.
 template <typename R>
 struct Difference {
     const Entry<R>* pBefore = nullptr;                        // null for a new record
@@ -27,13 +27,13 @@ struct Difference {
         return pAfter == nullptr;
     }
 
-    // The record as it will be; as it was when it is deleted.
+    // Returns the record after the change, or before it when the record is deleted.
     const R& record() const
     {
         return isDeleted() ? pBefore->record : pAfter->record;
     }
 
-    // Whether the record stays and gets another value of that member.
+    // Returns whether the record stays and that member of it gets another value.
     bool changes(auto R::*member) const
     {
         for (size_t i = 0; i < changedFields.size(); ++i) {
@@ -57,8 +57,10 @@ struct Plan {
     Differences<Server> servers;
 };
 
+// Compares two fleets. Throws nothing but std::bad_alloc. Any thread may call it.
 Plan makePlan(const Fleet& before, const Fleet& after);
 
+// Counts the records that the plan creates, changes and deletes.
 PlanCount countOf(const Plan& plan);
 
 }  // namespace store

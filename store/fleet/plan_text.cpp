@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* kEmptyValue = "\"\"";
 
-// The identifiers from that index on, separated by commas.
+// Returns the identifiers from that index on, separated by commas.
 std::string idListText(const std::vector<int64_t>& ids, size_t from)
 {
     std::string text = from > 0 ? "..." : "";
@@ -22,8 +22,8 @@ std::string idListText(const std::vector<int64_t>& ids, size_t from)
     return text.empty() ? kEmptyValue : text.size() <= kLongestValue ? text : text.substr(0, kLongestValue) + "...";
 }
 
-// " BEFORE -> AFTER" for two strings or lists. Where their shown beginnings are equal, both start shortly before the
-// first difference. show(value, from): the text of a value from an index on, which may be cut.
+// Returns " BEFORE -> AFTER" for two strings or lists. When the parts that would be shown are equal, both start shortly
+// before the first difference. show(value, from): returns the text of a value from an index on, which may be cut.
 template <typename Value, typename Show>
 std::string beforeAndAfter(const Value& before, const Value& after, Show&& show)
 {
@@ -49,7 +49,7 @@ std::string fullText(const Field<R>&, int32_t flag)
     return flag != 0 ? "true" : "false";
 }
 
-// For a JSON value, its JSON text.
+// Returns a plain text as it is, and a JSON value as its JSON text.
 template <typename R>
 std::string fullText(const Field<R>& field, const VLIBCString& text)
 {
@@ -87,7 +87,7 @@ std::string fieldChange(const Field<R>& field, const R& before, const R& after)
     return beforeAndAfter(textOf(before), textOf(after), show);
 }
 
-// " member before -> after, ..." for a record that stays.
+// Returns " member before -> after, ..." for a record that stays.
 template <typename R>
 std::string memberChanges(const Difference<R>& difference)
 {

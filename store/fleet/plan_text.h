@@ -8,7 +8,7 @@
 
 namespace store {
 
-// One line for each record that differs, in the form that PlanSink of store.h describes.
+// Returns one line for each record that differs, in the form that PlanSink of store.h describes.
 std::vector<std::string> planLines(const Plan& plan);
 
 }  // namespace store

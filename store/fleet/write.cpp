@@ -92,8 +92,8 @@ void freeNames(soci::session& sql, const Differences<Group>& groups, const Fleet
     setTemporaryNames(sql, "parent_id = 0, ", idsOf(groups, isNameFreed), after.groups);
 }
 
-// The row of a record that is new or changed. The time and the revision of a file are used only where the record has
-// none: it is new, or the root group of a new store.
+// Returns the row of a record that is new or changed. The time and the revision of a file are used only when the stored
+// record has none: when the record is new, or is the root group of a new store.
 template <typename R>
 R rowOf(const Difference<R>& difference, int64_t now)
 {
@@ -120,7 +120,7 @@ void writeRows(soci::session& sql, const Differences<R>& differences, const std:
     inserter.flush();
 }
 
-// The groups in an order in which each comes after its parent.
+// Returns the groups in an order in which each comes after its parent.
 Differences<Group> parentsFirst(const Differences<Group>& differences, const Fleet& after)
 {
     const std::vector<int> depths = depthsOf(after.groups);
@@ -133,7 +133,7 @@ Differences<Group> parentsFirst(const Differences<Group>& differences, const Fle
     return ordered;
 }
 
-// Clears the rows of new nodes, too: a damaged store may hold delegates of a node that was not there.
+// Clears the rows of new nodes, too: a damaged store may hold delegates of a node that did not exist.
 template <typename R>
 void writeDelegates(soci::session& sql, const Differences<R>& differences)
 {
@@ -179,7 +179,7 @@ bool linksAnyOf(const PolicyIds& policies, const Entry<R>& entry)
     }
 }
 
-// changedPolicies: those with other settings now, which the nodes that link them must fetch.
+// changedPolicies: the policies with new settings; the nodes that link them must fetch them.
 template <typename R>
 void writeFetchNotices(soci::session& sql, const Differences<R>& differences, const Section<R>& after,
                        const PolicyIds& changedPolicies)

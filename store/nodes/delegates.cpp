@@ -60,7 +60,7 @@ void fillExtraInfo(Delegate* pHead, bool all, const ExtraInfo& extraInfo)
     }
 }
 
-// The extra information of the accounts that the items name.
+// Returns the extra information of the accounts that the items name.
 ExtraInfo readExtraInfo(soci::session& sql, const Delegate* pHead)
 {
     ExtraInfo extraInfo;
@@ -74,7 +74,7 @@ ExtraInfo readExtraInfo(soci::session& sql, const Delegate* pHead)
     return extraInfo;
 }
 
-// The uids of the entries that have one; the others are refused later.
+// Returns the uids of the entries that have one; the others are refused later.
 std::vector<int64_t> requestedUgids(const Json::Value& jDelegates)
 {
     std::vector<int64_t> ugids;
@@ -86,7 +86,7 @@ std::vector<int64_t> requestedUgids(const Json::Value& jDelegates)
     return ugids;
 }
 
-// The uids to store for "delegate" of a request; none for null.
+// Returns the uids to store for "delegate" of a request; none for null.
 std::vector<int64_t> checkedUgids(soci::session& sql, const Json::Value& jDelegates)
 {
     if (jDelegates.isNull()) {
@@ -97,7 +97,7 @@ std::vector<int64_t> checkedUgids(soci::session& sql, const Json::Value& jDelega
     return delegateUgids(jDelegates, [&known](int64_t ugid) { return known.contains(ugid); });
 }
 
-// Whether the accounts are the node's delegates already, in this order.
+// Returns whether the accounts are the node's delegates already, in this order.
 bool areDelegates(soci::session& sql, int nodeType, int64_t id, const std::vector<int64_t>& ugids)
 {
     const std::vector<Delegate> stored = readDelegates(sql, nodeType, id);
@@ -114,7 +114,8 @@ struct Request {
     bool absentClears;  // whether a record without "delegate" removes all of them
 };
 
-// The uids to store; nothing when the node has them already. Throws Refusal or InvalidInput for a call that is refused.
+// Returns the uids to store, nothing when the node has them already. Throws Refusal or InvalidInput for a call that is
+// refused.
 std::optional<std::vector<int64_t>> delegatesToSet(soci::session& sql, const Rights& rights, const Request& request)
 {
     const bool canHave = request.nodeType == VELQ_ZEM_TYPE_OU || request.nodeType == kServerType;
@@ -148,7 +149,7 @@ std::string replaceDelegates(soci::session& sql, const Request& request)
     return changeLine(rights, szKind, request.id, "delegate");
 }
 
-// Most calls change nothing, so a reading transaction comes first: it does not keep others from writing.
+// Most calls change nothing, so a reading transaction comes first, which does not block writers.
 int setDelegates(const Request& request)
 {
     bool isToChange = false;

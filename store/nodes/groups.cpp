@@ -19,7 +19,8 @@ const std::string kSubtree =
     " WHERE o.id <> 0 AND s.depth < " +
     kMaxSteps + ") ";
 
-// The same for "ancestors": the group of the parameter and those above it up to the root, with their distance from it.
+// Text before a statement that defines "ancestors": the group of the parameter and those above it up to the root, with
+// their distance from it.
 const std::string kAncestors =
     "WITH RECURSIVE ancestors (id, depth) AS (SELECT id, 0 FROM ou WHERE id = :bottom"
     " UNION ALL SELECT o.parent_id, a.depth + 1 FROM ou o JOIN ancestors a ON o.id = a.id"
@@ -47,8 +48,8 @@ Ancestry ancestryOf(soci::session& sql, int64_t id, int64_t searchedId = -1)
     return ancestry;
 }
 
-// Throws Refusal EIO when the group's path to the root runs in a cycle, which only a change behind the store's
-// back can cause. Otherwise no group below it is part of a cycle either.
+// Throws Refusal EIO when the group's path to the root runs in a cycle, which only a change by direct
+// SQL can cause. Otherwise no group below it is part of a cycle either.
 void requireNoCycle(soci::session& sql, const Ancestry& ancestry, int64_t id)
 {
     if (ancestry.differentGroups == ancestry.groups) {
@@ -68,7 +69,8 @@ void checkDepth(soci::session& sql, const Ancestry& ancestry, int64_t parentId, 
                  "more than " + std::to_string(kMaxGroupDepth) + " groups below one another");
 }
 
-// How a refusal names the parent of the group: by its name only to an account that manages the parent.
+// Returns the words with which a refusal names the parent of a group. They contain its name only if the account may
+// manage the parent.
 std::string describeParent(soci::session& sql, const Rights& rights, int64_t parentId)
 {
     Group parent;

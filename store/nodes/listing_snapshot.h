@@ -1,7 +1,8 @@
-// What a tree listing read besides its lists, kept so that decorating the nodes needs no further SQL.
+// Keeps the records that a tree listing read besides its lists, so that completing the nodes needs no further SQL.
 //
-// A thread has one snapshot or none; ThreadState holds it. The snapshot goes when the last list of its listing is
-// released, when the thread lists again and when the thread writes. Every function here is about the calling thread's.
+// A thread has one snapshot or none; ThreadState holds it. The snapshot is dropped when the last list of its listing is
+// released, when the thread lists again and when the thread writes. Every function here works on the snapshot of the
+// calling thread.
 #pragma once
 
 #include <array>
@@ -23,7 +24,8 @@ struct ListingSnapshot {
     std::unordered_map<uint64_t, VLIBCString> extraInfo;                          // of the accounts, by uid
 };
 
-// The snapshot, null when there is none. It stays valid until the thread keeps another one, releases a list or writes.
+// Returns the snapshot, null when there is none. It stays valid until the thread keeps another one, releases a list or
+// writes.
 const ListingSnapshot* currentSnapshot();
 
 // Keeps the snapshot in place of an earlier one. One without lists is not kept.
@@ -32,7 +34,7 @@ void keepSnapshot(std::unique_ptr<ListingSnapshot> pSnapshot);
 // Releases the snapshot, if there is one.
 void dropSnapshot();
 
-// Notes that the caller releases the list with that head, and drops the snapshot with its last list.
+// Call it when the list with that head is released. Drops the snapshot with the last of its lists.
 void releaseFromSnapshot(const void* pHead);
 
 }  // namespace store

@@ -1,5 +1,5 @@
-// Lists what an account sees: the whole tree, of which the thread keeps a snapshot, or one sorted page of the topmost
-// groups.
+// Lists the nodes that an account sees: the whole tree, of which the thread keeps a snapshot, or one sorted page of the
+// topmost groups.
 #include <strings.h>
 
 #include <algorithm>
@@ -20,8 +20,8 @@ namespace {
 
 // --- The query
 
-// The number of that key, the fallback when the query lacks it. Throws InvalidInput for a text that is no number and
-// for a number outside the range.
+// Returns the number of that key, or the fallback when the query lacks the key. Throws InvalidInput for a text that is
+// not a number in the range.
 int64_t numberOf(const VLIBCSzHash* pHash, const char* szKey, int64_t least, int64_t most, int64_t fallback)
 {
     const char* szText = VLIBCSzHashGetValue(pHash, szKey);
@@ -37,7 +37,7 @@ int64_t numberOf(const VLIBCSzHash* pHash, const char* szKey, int64_t least, int
     return value;
 }
 
-// The uid of the account that the query lists for, -1 when it names none.
+// Returns the uid of the account that the query lists for, -1 when it names none.
 int64_t accountOf(const VLIBCSzHash* pHash)
 {
     const int64_t uid = numberOf(pHash, "ugid", 0, UINT32_MAX, -1);
@@ -53,7 +53,8 @@ struct Choice {
 constexpr Choice kSortBy[] = {{"id", "id"}, {"name", "name"}, {"mtime", "mtime"}};
 constexpr Choice kDirections[] = {{"asc", "ASC"}, {"desc", "DESC"}};
 
-// The SQL of the value of that key, of the first choice when the query lacks it. Throws InvalidInput for another value.
+// Returns the SQL for the value of that key, or that of the first choice when the query lacks the key. Throws
+// InvalidInput for another value.
 template <size_t kCount>
 std::string sqlOf(const VLIBCSzHash* pHash, const char* szKey, const Choice (&choices)[kCount],
                   int (*pCompare)(const char*, const char*))
@@ -68,13 +69,13 @@ std::string sqlOf(const VLIBCSzHash* pHash, const char* szKey, const Choice (&ch
     return pFound->szSql;
 }
 
-// --- What the account sees, as SQL
+// --- The nodes that the account sees, as SQL
 
 struct VisibleNodes {
     std::string with;                 // text before SELECT, to which the conditions refer
     std::vector<int64_t> parameters;  // of that text
     std::string groups;               // conditions, empty where all rows are visible
-    std::string servers;              // also that of the policies below visible groups
+    std::string servers;              // also the condition of the policies below visible groups
     std::string topmostGroups;
     std::string delegates;  // of the visible groups and servers
 };
@@ -119,7 +120,7 @@ void addLinks(const Chain<R>& pHead, std::unordered_set<int64_t>& policyIds)
     }
 }
 
-// The policies below the visible groups and those that the tree's groups and servers link.
+// Returns the policies below the visible groups and those that the tree's groups and servers link.
 std::map<int64_t, Policy> readVisiblePolicies(soci::session& sql, const VisibleNodes& visible, const Tree& tree)
 {
     std::map<int64_t, Policy> policies;

@@ -1,5 +1,5 @@
-// Loads policies, from the snapshot of a listed tree where the thread keeps one, and stores the notices that tell
-// servers to fetch their policies anew.
+// Loads policies, from the snapshot of a listed tree where the thread keeps one, and stores the notices that make
+// servers fetch their policies anew.
 #include <cstring>
 #include <ctime>
 #include <string_view>

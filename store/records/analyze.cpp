@@ -1,5 +1,5 @@
-// Refreshes PostgreSQL's statistics, which it does by itself only a minute or so after a change; until then some
-// queries take a hundred times as long. SQLite plans by the indexes alone.
+// Refreshes PostgreSQL's statistics. PostgreSQL does so by itself only a minute or so after a change, and until then
+// some queries take a hundred times as long. SQLite plans by the indexes alone.
 #include "store/records/analyze.h"
 
 #include "store/db/database.h"

@@ -1,4 +1,4 @@
-// The delegates of groups and servers: as rows, as items of a list and as the JSON of a request.
+// Converts the delegates of groups and servers between rows, items of a list and the JSON of a request.
 #pragma once
 
 #include <cstdint>
@@ -12,14 +12,14 @@
 
 namespace store {
 
-// The account uids of "delegate", an array of {"ugid":N,"user_type":2}, in their order. Throws InvalidInput for another
-// form, for a uid that occurs twice and for one that is not known. Any thread may call it.
+// Returns the account uids of "delegate", an array of {"ugid":N,"user_type":2}, in their order. Throws InvalidInput for
+// another form, for a uid that occurs twice and for one that is not known. Any thread may call it.
 std::vector<int64_t> delegateUgids(const Json::Value& jDelegates, const std::function<bool(int64_t)>& isKnown);
 
-// The list item of the row, its extra information empty.
+// Returns the list item of the row, without extra information.
 Delegate delegateOf(const DelegateRow& row);
 
-// The account's names as JSON object text, for the extra information of a delegate.
+// Returns the account's names as JSON object text, for the extra information of a delegate.
 VLIBCString extraInfoOf(const AccountRow& account);
 
 // Inserts the accounts with these uids, in this order, as the delegates of a node that has none. The caller flushes the

@@ -7,15 +7,15 @@
 
 namespace store {
 
-// The value as JSON text on one line.
+// Returns the value as JSON text on one line.
 std::string writeJson(const Json::Value& jValue);
 
-// The same for a value of any depth that is to be stored. Throws Refusal EINVAL when it is nested too deep to be read
-// back.
+// Returns the same for a value of any depth that is to be stored. Throws Refusal EINVAL when it is nested too deep to
+// be read back.
 std::string writeStorableJson(const Json::Value& jValue);
 
-// The value of a JSON text that a record holds. The text was checked before it was stored, so the library's lenient
-// defaults serve. Throws Refusal EINVAL when the text is not JSON or nested too deep.
+// Returns the value of a JSON text that a record holds. The text was checked before it was stored, so the library's
+// lenient defaults serve. Throws Refusal EINVAL when the text is not JSON or nested too deep.
 Json::Value parseJson(const char* szText);
 
 }  // namespace store

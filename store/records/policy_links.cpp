@@ -16,7 +16,7 @@
 namespace store {
 namespace {
 
-// The member that names the policy of an entry, null when there is none.
+// Returns the member that names the policy of an entry, null when there is none.
 const Json::Value& linkedId(const Json::Value& jLink)
 {
     return jLink["id"].isNull() ? jLink["gpo_id"] : jLink["id"];
@@ -29,7 +29,7 @@ void removeAnswerMembers(Json::Value& jObject)
     }
 }
 
-// Brings links of which linkIds() holds to the form that is stored.
+// Brings links that linkIds() accepts to the form that is stored.
 void normalize(Json::Value& jLinks)
 {
     Json::Value& jOrder = jLinks["order"];
@@ -43,7 +43,7 @@ void normalize(Json::Value& jLinks)
     removeAnswerMembers(jLinks);
 }
 
-// Whether normalized links have an order of identifiers and no other member.
+// Returns whether normalized links have an order of identifiers and no other member.
 bool areIdsOnly(const Json::Value& jLinks)
 {
     const Json::Value& jOrder = jLinks["order"];
@@ -51,7 +51,7 @@ bool areIdsOnly(const Json::Value& jLinks)
            std::all_of(jOrder.begin(), jOrder.end(), [](const Json::Value& jLink) { return jLink.size() == 1; });
 }
 
-// Reads the identifiers out of {"order":[{"id":N},...]} as writeJson() writes it. False for any other text.
+// Reads the identifiers out of {"order":[{"id":N},...]} as writeJson() writes it. Returns false for any other text.
 bool readIdsOnly(std::string_view text, std::vector<int64_t>& ids)
 {
     constexpr std::string_view kBegin = "{\"order\":[";
@@ -75,7 +75,7 @@ bool readIdsOnly(std::string_view text, std::vector<int64_t>& ids)
     return text == "]}";
 }
 
-// Links to that many policies, each with the identifier 0.
+// Returns links to that many policies, each with the identifier 0.
 Json::Value blankLinks(size_t count)
 {
     Json::Value jLink(Json::objectValue);
@@ -133,7 +133,7 @@ VLIBCString linksText(Json::Value jLinks)
     if (isEmpty && (jLinks.empty() || areIdsOnly(jLinks))) {
         return VLIBCString();
     }
-    // What holds identifiers only is not nested too deep.
+    // Links that hold only identifiers cannot be nested too deep.
     return VLIBCString(areIdsOnly(jLinks) ? writeJson(jLinks) : writeStorableJson(jLinks));
 }
 

@@ -1,5 +1,5 @@
-// The policies that a group or server links, in their order: as the JSON value {"order":[{"id":N},...]}, as the text of
-// it that a record holds, and as identifiers. Any thread may call these functions.
+// Converts the policies that a group or server links, in their order, between the JSON value {"order":[{"id":N},...]},
+// its text in a record, and identifiers. Any thread may call these functions.
 #pragma once
 
 #include <cerrno>
@@ -20,26 +20,26 @@ struct PolicyLinks {
     std::vector<int64_t> ids;
 };
 
-// Brings the text of links to the form that is stored. Throws InvalidInput when it has another form than linkIds()
+// Returns the links of the text in the form that is stored. Throws InvalidInput when it has another form than linkIds()
 // takes, and Refusal EINVAL when it is not JSON.
 PolicyLinks storableLinks(const VLIBCString& text);
 
-// The text to store for the links of a request; empty when the order is empty and no other member is there. Throws
-// InvalidInput as linkIds() does, and Refusal EINVAL when the value is nested too deep.
+// Returns the text to store for the links of a request; empty when the order is empty and no other member is there.
+// Throws InvalidInput as linkIds() does, and Refusal EINVAL when the value is nested too deep.
 VLIBCString linksText(Json::Value jLinks);
 
-// The value of a text of links. Throws Refusal EINVAL when it is not JSON.
+// Returns the value of a text of links. Throws Refusal EINVAL when it is not JSON.
 Json::Value parseLinks(const char* szText);
 
-// The identifiers of the policies that a text of links names, in their order. Throws as storableLinks().
+// Returns the identifiers of the policies that a text of links names, in their order. Throws as storableLinks().
 std::vector<int64_t> parseLinkIds(const char* szText);
 
-// The identifiers of the policies that "linked_gpo" names, in their order; none for null. An entry without an "id" may
-// name its policy as "gpo_id". Throws InvalidInput for another form.
+// Returns the identifiers of the policies that "linked_gpo" names, in their order; none for null. An entry without an
+// "id" may name its policy as "gpo_id". Throws InvalidInput for another form.
 std::vector<int64_t> linkIds(const Json::Value& jLinks);
 
-// Throws InvalidInput when a policy occurs twice or is not known. With errnoOfUnknown EACCES one that is not known, as
-// the account does not see it, throws Refusal EACCES instead.
+// Throws InvalidInput when a policy occurs twice or is not known. With errnoOfUnknown EACCES, a policy that is not
+// known counts as one that the account does not see, and throws Refusal EACCES instead.
 void checkLinks(const std::vector<int64_t>& ids, const std::function<bool(int64_t)>& isKnown,
                 int errnoOfUnknown = EINVAL);
 

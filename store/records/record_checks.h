@@ -5,15 +5,16 @@
 
 namespace store {
 
-// Throws InvalidInput for a name, which is UTF-8, that is empty or too long.
+// Throws InvalidInput for a name that is empty or too long. szName: UTF-8.
 void checkName(const char* szName);
 
 // Checks the texts of a group or server that is to be stored. Throws InvalidInput for one that is not UTF-8 and for a
-// wrong name, Refusal EINVAL for a JSON text that is none.
+// wrong name, Refusal EINVAL for a JSON text that is not valid.
 template <typename R>
 void checkTexts(const R& record);
 
-// The "version" of a policy's settings. Throws InvalidInput when they are not an object with an integer of that name.
+// Returns the "version" of a policy's settings. Throws InvalidInput when they are not an object with an integer of that
+// name.
 int settingVersion(const Json::Value& jSetting);
 
 }  // namespace store

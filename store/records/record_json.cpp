@@ -118,7 +118,8 @@ Json::Value valueOf(const R& record, const Field<R>& field)
     return Json::Value(record.*std::get<int32_t R::*>(field.member));
 }
 
-// The template is copied and its values are set in its own order, a fraction of the work of adding members one by one.
+// Copies the template and sets its values in their order, which takes a fraction of the time of adding members one by
+// one.
 template <typename R>
 Json::Value filledTemplate(const R& record)
 {

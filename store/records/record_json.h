@@ -11,9 +11,9 @@ namespace store {
 template <typename R>
 void assignMembers(const Json::Value& jRecord, R& record);
 
-// The record as an object: every field but a JSON text that is empty, the identifier also as "node_id", and the
-// kind's "node_type" and "parent_type". jNames: an array of the members to give; null for all. Throws Refusal EINVAL
-// for a text that is not JSON. For groups, servers and policies.
+// Returns the record as an object: every field but a JSON text that is empty, the identifier also as "node_id", and the
+// kind's "node_type" and "parent_type". jNames: an array of the names of the members to return; null for all. Throws
+// Refusal EINVAL for a text that is not JSON. For groups, servers and policies.
 template <typename R>
 Json::Value toJson(const R& record, const Json::Value& jNames);
 

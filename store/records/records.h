@@ -56,7 +56,7 @@ struct DelegateRow {
     int64_t userType = kDelegateUserType;
 };
 
-// What a field holds: a value that only the store sets, a plain value, JSON text, or the JSON text of policy links.
+// The content of a field: a value that only the store sets, a plain value, JSON text, or the JSON text of policy links.
 enum class FieldKind { storeManaged, plain, json, links };
 
 // One field: its name as JSON member and as column, and the member of the record: a number, a flag (0 or 1) or a text.
@@ -72,7 +72,7 @@ struct Field {
     }
 };
 
-// Whether the records have the same value of that field.
+// Returns whether the records have the same value of that field.
 template <typename R>
 bool isSame(const Field<R>& field, const R& one, const R& other)
 {

@@ -99,7 +99,7 @@ private:
     std::array<Cell, Kind<R>::kFields.size()> m_cells;
 };
 
-// The kind's columns, separated by commas, each as the pattern with the column's name in place of '@'.
+// Returns the kind's columns, separated by commas, each as the pattern with the column's name in place of '@'.
 template <typename R>
 std::string columns(const std::string& pattern)
 {
@@ -128,7 +128,7 @@ public:
         m_statement.prepare(with + "SELECT " + columns<R>("\"@\"") + " FROM " + Kind<R>::kTable + " " + rest);
     }
 
-    // Fills the record, all fields but pNext, with the next row; false after the last one.
+    // Fills the record, all fields but pNext, with the next row. Returns false after the last row.
     bool next(R& record)
     {
         const bool found = m_started ? m_statement.next() : m_statement.first();
@@ -145,7 +145,7 @@ private:
     bool m_started = false;
 };
 
-// The refusal for a record that does not exist: ENOENT.
+// Returns the refusal for a record that does not exist: ENOENT.
 template <typename R>
 Refusal noSuch(int64_t id)
 {
@@ -188,7 +188,7 @@ private:
     R* m_pEnd = nullptr;
 };
 
-// The remaining records of the reader.
+// Returns the remaining records of the reader.
 template <typename R>
 Chain<R> readChain(Reader<R>&& reader)
 {
@@ -200,7 +200,7 @@ Chain<R> readChain(Reader<R>&& reader)
     return chain.release();
 }
 
-// Copies of the records, in the order of their identifiers.
+// Returns copies of the records, in the order of their identifiers.
 template <typename R>
 Chain<R> chainOf(const std::map<int64_t, R>& records)
 {
@@ -211,7 +211,7 @@ Chain<R> chainOf(const std::map<int64_t, R>& records)
     return chain.release();
 }
 
-// Text at the end of an INSERT that makes a new record overwrite the stored one with its identifier.
+// Returns the text at the end of an INSERT that makes a new record overwrite the stored one with its identifier.
 template <typename R>
 std::string orOverwrite()
 {
@@ -310,8 +310,8 @@ std::string replace(soci::session& sql, R& record, const R& stored)
     return names;
 }
 
-// Loads the record of that identifier, all fields but pNext, into *pRecord, in a transaction of its own: 0, or -1 with
-// errno. EINVAL: pRecord is null. ENOENT: there is no such record.
+// Loads the record of that identifier, all fields but pNext, into *pRecord, in a transaction of its own. Returns 0, or
+// -1 with errno. EINVAL: pRecord is null. ENOENT: there is no such record.
 template <typename R>
 int readRecord(int64_t id, R* pRecord) noexcept
 {

@@ -84,7 +84,7 @@ int64_t readVersion(soci::session& sql)
     return number(sql, "SELECT value FROM meta WHERE name = 'version'");
 }
 
-// The names of the database's tables and views, without its own.
+// Returns the names of the tables and views, without those that belong to the database itself.
 std::set<std::string> tableNames(soci::session& sql)
 {
     std::set<std::string> names;
@@ -101,8 +101,8 @@ std::set<std::string> tableNames(soci::session& sql)
     return names;
 }
 
-// The version of the store in the open database, 0 for an empty one. Throws std::runtime_error when the database holds
-// something else.
+// Returns the version of the store in the open database, 0 for an empty one. Throws std::runtime_error when the
+// database holds something else.
 int64_t versionOfDatabase(soci::session& sql)
 {
     static const std::set<std::string> kOurs = {"account", "delegate", "gpo", "gpo_fetch", "kx", "meta", "ou"};
@@ -147,7 +147,7 @@ void bringUpToDate(soci::session& sql)
     }
 }
 
-// The version of the store that is to be opened, 0 for an empty database. Throws as prepareSchema().
+// Returns the version of the store that is to be opened, 0 for an empty database. Throws as prepareSchema().
 int64_t usableVersion(OpenMode mode)
 {
     const int64_t version = inTransaction(Access::read, versionOfDatabase);

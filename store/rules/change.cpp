@@ -1,4 +1,5 @@
-// The line is made within the transaction, where the account's name is read, and logged after the commit.
+// Makes and logs the lines about changes. A line is made within the transaction, where the account's name is read, and
+// logged after the commit.
 #include "store/rules/change.h"
 
 #include <algorithm>
@@ -12,7 +13,7 @@ namespace {
 
 std::function<void(const std::string&)> gSink;
 
-// Whether a line can show the name as it is: nobody can take it for two fields, for "no account" or for a uid.
+// Returns whether a line can show the name as it is: it cannot be taken for two fields, for "no account" or for a uid.
 bool isPlainName(const std::string& name)
 {
     const bool isVisible = std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c <= '~'; });
@@ -46,7 +47,7 @@ void logChange(const std::string& line) noexcept
     const int saved = errno;
     try {
         gSink(line);
-    } catch (...) {  // the change is made: a log that fails is no reason to call it failed
+    } catch (...) {  // the change is committed, so a failure of the log must not make the call fail
     }
     errno = saved;
 }

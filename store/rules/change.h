@@ -10,8 +10,9 @@
 
 namespace store {
 
-// Returns the log line for a change that the acting account, whose rights those are, is about to commit; an empty text
-// when nothing changed or no sink is set. szKind: Kind<R>::kName; what: what became of the record, empty for nothing.
+// Returns the log line for a change that the acting account is about to commit. rights: of that account. Returns an
+// empty text when nothing changed or no sink is set. szKind: Kind<R>::kName; what: the change of the record, empty when
+// nothing changed.
 std::string changeLine(const Rights& rights, const char* szKind, int64_t id, const std::string& what);
 
 // Gives the line of a committed change to the sink, unless it is empty. Leaves errno as it is.
@@ -25,8 +26,8 @@ int commitChange(Work&& work) noexcept
     return toErrno([&] { logChange(inTransaction(Access::write, work)); });
 }
 
-// Likewise for work(soci::session&, R&), which changes a copy of the record; the record takes the copy's values once
-// they are committed. EINVAL when pRecord is null.
+// Does the same with work(soci::session&, R&), which changes a copy of the record; the record takes the copy's values
+// once they are committed. EINVAL when pRecord is null.
 template <typename R, typename Work>
 int commitChange(R* pRecord, Work&& work) noexcept
 {

@@ -10,7 +10,7 @@
 namespace store {
 namespace {
 
-// The policies that a stored record links. A damaged text counts as none, so that it can be overwritten.
+// Returns the policies that a stored record links. A damaged text counts as none, so that it can be overwritten.
 std::unordered_set<int64_t> linkedBefore(const VLIBCString& stored)
 {
     if (stored.empty()) {
@@ -44,8 +44,8 @@ void checkLinkChange(const Rights& rights, VLIBCString& linkedGpo, const VLIBCSt
         links.ids, [&known](int64_t id) { return known.contains(id); }, errnoOfUnknown);
 }
 
-// Whether a group or server exists that the rights let the account manage. A restricted account manages none that does
-// not exist, so the database is asked for an unrestricted one only.
+// Returns whether a group or server exists that the account may manage. A restricted account may manage only existing
+// ones, so the database is asked only for an unrestricted account.
 template <typename R>
 bool exists(soci::session& sql, const Rights& rights, int64_t id)
 {

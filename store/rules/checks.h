@@ -14,20 +14,20 @@ namespace store {
 // Throws Refusal ENOENT unless the group or server exists. Call it after rights.requireNode() of the same node.
 void requireExisting(soci::session& sql, const Rights& rights, int nodeType, int64_t id);
 
-// The refusal of a record whose parent group does not exist: ENOENT.
+// Returns the refusal of a record whose parent group does not exist: ENOENT.
 Refusal noSuchParent(int64_t id);
 
-// Checks the texts and links of a group or server that is to be written over the stored one, of a new one against a
-// default record, and brings its links to the form that is stored. Throws, with EINVAL, for a name that is empty or too
-// long, a text that cannot be stored, a JSON text that is none, links of a wrong form, a policy linked twice and a
-// newly linked policy that does not exist; with EACCES instead when the account is restricted and does not see that
-// policy. Links that the stored record has are not looked up.
+// Checks the texts and links of a group or server that is to replace the stored one, and brings its links to the form
+// that is stored. stored: for a new record, a default one. Throws, with EINVAL, for a name that is empty or too long, a
+// text that cannot be stored, a JSON text that is not valid, links of a wrong form, a policy linked twice and a newly
+// linked policy that does not exist; with EACCES instead when the account is restricted and does not see that policy.
+// Links that the stored record has are not looked up.
 template <typename R>
 void checkRecord(const Rights& rights, R& record, const R& stored);
 
-// Checks that the group or server may replace the stored one. Throws EAGAIN when that was changed since the record was
-// loaded, EACCES for a new parent group that the account may not manage, ENOENT for one that does not exist, and as
-// checkRecord().
+// Checks that the group or server may replace the stored one. Throws EAGAIN when the stored one was changed since the
+// record was loaded, EACCES for a new parent group that the account may not manage, ENOENT for one that does not exist,
+// and as checkRecord().
 template <typename R>
 void checkReplacement(soci::session& sql, const Rights& rights, R& record, const R& stored);
 

@@ -1,5 +1,5 @@
-// Decides by SQL: whether an account may manage a group follows from the group's ancestors, what it sees from the
-// subtrees of its delegated groups.
+// Decides the rights of accounts by SQL. An account may manage a group if that group or an ancestor is delegated to it,
+// and it sees the subtrees of its delegated groups.
 #include "store/rules/rights.h"
 
 #include <algorithm>
@@ -22,14 +22,14 @@ constexpr int kErrorNoAnswer = 0x0D02;  // last-error code: the store could not 
 const std::string kGroupOfAccount = "node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) +
                                     " AND user_type = " + std::to_string(kDelegateUserType) + " AND ugid = :uid";
 
-// Counts the delegations of the group of the first parameter and of its ancestors to the account of the second.
+// Counts the delegations of a group (first parameter) and of its ancestors to an account (second parameter).
 const std::string kCountDelegations =
     "WITH RECURSIVE ancestors (id) AS (SELECT id FROM ou WHERE id = :id"
     " UNION SELECT o.parent_id FROM ou o JOIN ancestors a ON o.id = a.id) "
     "SELECT COUNT(*) FROM delegate d JOIN ancestors a ON d.node_id = a.id WHERE " +
     kGroupOfAccount;
 
-// The account's role; sets the name of one that exists.
+// Returns the account's role, and sets the name if the account exists.
 Role readAccount(soci::session& sql, int64_t uid, std::string& name)
 {
     int64_t admin = 0;

@@ -1,5 +1,5 @@
-// Decides what an account may see and manage: an administrator everything, another account the groups delegated to it
-// and all groups, servers and policies below them.
+// Decides what an account may see and manage. An administrator sees and manages everything; any other account sees and
+// manages the groups delegated to it and all groups, servers and policies below them.
 #pragma once
 
 #include <cstdint>
@@ -23,31 +23,32 @@ extern const std::string kVisibleGroups;
 // thread of the transaction; every function may throw DatabaseError.
 class Rights {
 public:
-    // Of the calling thread's acting account; without one everything is allowed.
+    // The rights of the calling thread's acting account; without one everything is allowed.
     explicit Rights(soci::session& sql);
 
+    // The rights of the account with that uid.
     Rights(soci::session& sql, int64_t uid);
 
     Role role() const;
 
-    // The account's name; empty without an acting account and for a uid that no account has.
+    // Returns the account's name, empty without an acting account and for a uid that no account has.
     const std::string& accountName() const;
 
-    // Whether everything is allowed: to an administrator, and without an acting account.
+    // Returns whether everything is allowed: for an administrator, and without an acting account.
     bool isUnrestricted() const;
 
-    // Whether the account may manage the group. A restricted account may manage only groups that exist.
+    // Returns whether the account may manage the group. A restricted account may manage only groups that exist.
     bool mayManage(int64_t groupId) const;
 
     // Throws Refusal EACCES unless the account may manage the group. szMember: the record's member that names the
-    // group, for the text; null when the call itself does.
+    // group, for the text; null when the call itself names it.
     void requireGroup(int64_t groupId, const char* szMember = nullptr) const;
 
-    // The same for a group or a server. A server is managed with its group.
+    // Throws in the same way for a group or a server. A server is managed with its group.
     void requireNode(int nodeType, int64_t id) const;
 
-    // Those of the policies that exist and that the account sees: a restricted account sees the policies below the
-    // visible groups and those that a visible group or server links.
+    // Returns those of the policies that exist and that the account sees: a restricted account sees the policies below
+    // the visible groups and those that a visible group or server links.
     std::unordered_set<int64_t> visiblePolicies(const std::vector<int64_t>& ids) const;
 
 private:
