@@ -1,9 +1,5 @@
-// Tests database addresses, the reports of the health monitor, and the time limit for opening a store.
+// Tests database addresses and the reports of the health monitor.
 #include <gtest/gtest.h>
-
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <initializer_list>
@@ -61,26 +57,6 @@ TEST(HealthMonitor, reportsEachOutageOnce)
     EXPECT_GE(outcomes.size(), 6u);  // it also probes by itself
     EXPECT_EQ(lines, (std::vector<std::string>{"the store does not answer: gone", "the store answers again after 0 s",
                                                "the store does not answer: no reason given"}));
-}
-
-TEST(HealthMonitor, openingAStoreOnASilentServerTimesOut)
-{
-    const int silent = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    socklen_t size = sizeof(address);
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr*>(&address), size), 0);
-    ASSERT_EQ(listen(silent, 8), 0);
-    ASSERT_EQ(getsockname(silent, reinterpret_cast<sockaddr*>(&address), &size), 0);
-    try {
-        VELQZEMStoreOpen("postgresql://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/db");
-        ADD_FAILURE();
-    } catch (const std::runtime_error& error) {
-        EXPECT_NE(std::string(error.what()).find("timeout"), std::string::npos) << error.what();
-    }
-    EXPECT_FALSE(store::isStoreAnswering());
-    close(silent);
 }
 
 }  // namespace
