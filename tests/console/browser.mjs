@@ -69,6 +69,13 @@ export class Window {
         return this.row(name).first().getByText(name, { exact: true });
     }
 
+    // Presses a button that opens a dialog, fills in the field of the dialog and presses a button of the dialog.
+    async submit(opener, field, text, button = opener) {
+        await this.button(opener).click();
+        await this.dialog.getByLabel(field).fill(text);
+        await this.button(button, this.dialog).click();
+    }
+
     async drag(name, target) {
         await this.name(name).dragTo(this.name(target));
     }

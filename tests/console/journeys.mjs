@@ -97,19 +97,13 @@ test("a filter leaves the hits and the groups above them", OPTIONS, async () => 
 test("groups are created, renamed, described, dragged and deleted", OPTIONS, async () => {
     const window = await open("admin");
     await window.choose("Web");
-    await window.button("New group").click();
-    await window.dialog.getByLabel("Name").fill("Lab");
-    await window.button("Create", window.dialog).click();
+    await window.submit("New group", "Name", "Lab", "Create");
     await window.details.getByRole("heading", { name: "Lab" }).waitFor();
     assert.equal((await server.group("Lab")).parent, "Web");
 
-    await window.button("Rename").click();
-    await window.dialog.getByLabel("Name").fill("Laboratory");
-    await window.button("Rename", window.dialog).click();
+    await window.submit("Rename", "Name", "Laboratory");
     await window.row("Laboratory").waitFor();
-    await window.button("Describe", window.details).click();
-    await window.dialog.getByLabel("Description").fill("opens in spring");
-    await window.button("Save", window.dialog).click();
+    await window.submit("Describe", "Description", "opens in spring", "Save");
     await window.details.getByText("opens in spring").waitFor();
 
     await window.drag("Laboratory", "Plant North");
@@ -179,9 +173,7 @@ test("a refused change shows the reason and leaves the tree as it is", OPTIONS, 
     await window.alert.waitFor({ state: "hidden" });
 
     await window.choose("Retired");
-    await window.button("Rename").click();
-    await window.dialog.getByLabel("Name").fill("Plants");
-    await window.button("Rename", window.dialog).click();
+    await window.submit("Rename", "Name", "Plants");
     await window.dialog.getByRole("alert").getByText("of that name").waitFor();
     await window.page.keyboard.press("Escape");
     await window.dialog.waitFor({ state: "detached" });
@@ -190,9 +182,7 @@ test("a refused change shows the reason and leaves the tree as it is", OPTIONS, 
     await window.button("Delete").click();
     await window.alert.getByText("does not answer").waitFor();
     assert.equal(await window.dialog.count(), 0); // the page asks only after it fetched the current tree
-    await window.button("New group").click();
-    await window.dialog.getByLabel("Name").fill("Lab");
-    await window.button("Create", window.dialog).click();
+    await window.submit("New group", "Name", "Lab", "Create");
     await window.dialog.getByRole("alert").getByText("does not answer").waitFor();
     assert.ok(await window.button("Create", window.dialog).evaluate((button) => button === document.activeElement));
     await server.start();
@@ -276,9 +266,7 @@ test("two windows do not undo one another's changes", OPTIONS, async () => {
     await second.choose("Web");
     await second.button("Rename").click();
     await first.choose("Web");
-    await first.button("Rename").click();
-    await first.dialog.getByLabel("Name").fill("Web and mail");
-    await first.button("Rename", first.dialog).click();
+    await first.submit("Rename", "Name", "Web and mail");
     await first.row("Web and mail").waitFor();
 
     await second.dialog.getByLabel("Name").fill("Public");
