@@ -11,7 +11,9 @@
 #include "store/records/records.h"
 #include "tests/temp_database.h"
 
+using test::delegates;
 using test::json;
+using test::linking;
 
 namespace {
 
@@ -127,16 +129,11 @@ public:
         addAccounts();
         addGroups();
         for (const int id : m_policies) {
-            Json::Value& jPolicy = addNode("policies", id);
-            if (isOneIn(2)) {
-                jPolicy["setting"] = json("{'version':%}", pick(1, 2));
-            }
+            maySet(addNode("policies", id), "setting", json("{'version':%}", pick(1, 2)));
         }
         for (const int id : someOf(6)) {
             Json::Value& jServer = addNode("servers", id);
-            if (isOneIn(2)) {
-                jServer["address"] = name();
-            }
+            maySet(jServer, "address", name());
             addRelations(jServer);
         }
     }
@@ -147,10 +144,16 @@ private:
     {
         return std::uniform_int_distribution(least, most)(m_random);
     }
-    // True in one of n calls, on average.
-    bool isOneIn(int n)
+    bool isOneInThree()
     {
-        return pick(1, n) == 1;
+        return pick(1, 3) == 1;
+    }
+    // Sets the member in one of three calls, on average.
+    void maySet(Json::Value& jRecord, const char* szMember, const Json::Value& jValue)
+    {
+        if (isOneInThree()) {
+            jRecord[szMember] = jValue;
+        }
     }
     std::string name()
     {
@@ -165,7 +168,7 @@ private:
     {
         std::vector<int> ids;
         for (int id = 1; id <= highest; ++id) {
-            if (!isOneIn(3)) {
+            if (!isOneInThree()) {
                 ids.push_back(id);
             }
         }
@@ -177,18 +180,13 @@ private:
     }
     void addAccounts()
     {
-        std::vector<int> names = {1, 2, 3, 4, 5};
-        std::shuffle(names.begin(), names.end(), m_random);
-        if (m_uids.empty()) {
-            m_uids.push_back(1);
-        }
+        m_uids.push_back(6);  // there is always an administrator
+        const int shift = pick(0, 5);
         for (const int uid : m_uids) {
-            Json::Value& jAccount = jFleet["accounts"].append(json("{'uid':%,'name':'n%'}", uid, names.back()));
-            names.pop_back();
-            if (uid == m_uids[0] || isOneIn(3)) {
-                jAccount["admin"] = true;
-            }
+            Json::Value& jAccount = jFleet["accounts"].append(json("{'uid':%,'name':'n%'}", uid, (uid + shift) % 6));
+            maySet(jAccount, "admin", true);
         }
+        jFleet["accounts"][pick(0, static_cast<int>(m_uids.size()) - 1)]["admin"] = true;
     }
     // Adds groups in random order, each below one of those before it.
     void addGroups()
@@ -206,15 +204,9 @@ private:
             m_groups.push_back(id);
         }
         for (auto& [id, jGroup] : jGroups) {
-            if (isOneIn(3)) {
-                jGroup["desc"] = name();
-            }
-            if (isOneIn(4)) {
-                jGroup["block_inheritance"] = true;
-            }
-            if (isOneIn(4)) {
-                jGroup["extra_info"] = json("{'k':[%]}", pick(0, 1));
-            }
+            maySet(jGroup, "desc", name());
+            maySet(jGroup, "block_inheritance", true);
+            maySet(jGroup, "extra_info", json("{'k':[%]}", pick(0, 1)));
             addRelations(jGroup);
             jFleet["groups"].append(jGroup);
         }
@@ -239,9 +231,11 @@ private:
     std::vector<int> m_groups = {0}, m_uids = someOf(5), m_policies = someOf(5);
 };
 
-std::map<std::string, Json::Value> recordsOf(const Json::Value& jFleet)
+using Records = std::map<std::string, Json::Value>;  // by kind and identifier: "group 3"
+
+Records recordsOf(const Json::Value& jFleet)
 {
-    std::map<std::string, Json::Value> records;
+    Records records;
     for (const auto& [szSection, kind] :
          {std::pair("accounts", "account"), {"groups", "group"}, {"policies", "policy"}, {"servers", "server"}}) {
         for (const Json::Value& jRecord : jFleet[szSection]) {
@@ -251,10 +245,9 @@ std::map<std::string, Json::Value> recordsOf(const Json::Value& jFleet)
     return records;
 }
 
-// The beginning of each line of the plan that leads from one fleet to the other: "+ group 3".
-std::multiset<std::string> expectedLineHeads(const Json::Value& jBefore, const Json::Value& jAfter)
+// The beginning of each line of the plan that leads from some records to others: "+ group 3".
+std::multiset<std::string> expectedLineHeads(const Records& before, const Records& after)
 {
-    const auto before = recordsOf(jBefore), after = recordsOf(jAfter);
     std::multiset<std::string> heads;
     for (const auto& [name, jRecord] : after) {
         const auto old = before.find(name);
@@ -299,45 +292,37 @@ void expectRevisions(const Json::Value& jBefore, const Json::Value& jAfter)
     }
 }
 
-TEST_P(FleetTest, applyTurnsAnyFleetIntoAnyOther)
+TEST_P(FleetTest, applyTurnsAnyFleetIntoAnyOtherOrKeepsRecordsThatTheFileLacks)
 {
-    const std::string damage =
-        isSqlite() ? "SELECT integrity_check FROM pragma_integrity_check WHERE integrity_check <> 'ok' UNION ALL"
-                     " SELECT 'no such parent, ' || \"table\" || rowid FROM pragma_foreign_key_check"
-                   : "SELECT 'sibling ' || name FROM ou WHERE id <> 0 GROUP BY parent_id, name HAVING COUNT(*) > 1";
-    for (unsigned seed = 0; seed < 150; ++seed) {
+    int kept = 0, refused = 0;
+    for (unsigned seed = 0; seed < 240; ++seed) {
         SCOPED_TRACE(seed);
-        const Json::Value jFleet = RandomFleet(seed).jFleet, jStored = exported(true), jBefore = exported();
-        const Lines planned = apply(jFleet, kDryPrune);
-        EXPECT_EQ(exported(true), jStored);
-        const Lines done = apply(jFleet, kPrune);
-        ASSERT_EQ(exported(), jFleet) << done.back();
-        EXPECT_EQ(done, planned);
-        EXPECT_EQ(lineHeads(done), expectedLineHeads(jBefore, jFleet));
-        expectRevisions(jStored, exported(true));
-        EXPECT_EQ(apply(jFleet, kPrune), Lines{"0+ 0~ 0-"});
-    }
-    EXPECT_EQ(rows(damage), std::multiset<std::string>());
-}
-
-TEST_P(FleetTest, withoutPruneTheStoreKeepsRecordsThatTheFileLacks)
-{
-    int done = 0;
-    for (unsigned seed = 1000; seed < 1100; ++seed) {
-        SCOPED_TRACE(seed);
-        const Json::Value jBefore = exported(), jFleet = RandomFleet(seed).jFleet;
-        const Lines lines = apply(jFleet);
-        auto expected = recordsOf(jFleet);
-        expected.merge(recordsOf(jBefore));
-        const bool isDone = lines.back().ends_with("-");
-        EXPECT_EQ(recordsOf(exported()), isDone ? expected : recordsOf(jBefore)) << lines.back();
-        done += isDone;
-        if (!isDone) {
-            openNewStore();
+        const bool isPruned = seed % 2 == 0;
+        const Json::Value jFleet = RandomFleet(seed).jFleet, jStored = exported(true);
+        const Records before = recordsOf(exported());
+        Records expected = recordsOf(jFleet);
+        if (!isPruned) {
+            expected.merge(Records(before));
         }
+        const Lines planned = apply(jFleet, {.dryRun = true, .prune = isPruned});
+        EXPECT_EQ(exported(true), jStored);
+        const Lines done = apply(jFleet, {.dryRun = false, .prune = isPruned});
+        EXPECT_EQ(done, planned);
+        if (!isPruned && !done.back().ends_with("-")) {  // a cycle of groups, or two siblings with one name
+            EXPECT_EQ(exported(true), jStored);
+            ++refused;
+            continue;
+        }
+        ASSERT_EQ(recordsOf(exported()), expected) << done.back();
+        EXPECT_EQ(isPruned ? exported() : jFleet, jFleet);  // in the same order
+        EXPECT_EQ(lineHeads(done), expectedLineHeads(before, expected));
+        expectRevisions(jStored, exported(true));
+        EXPECT_EQ(apply(jFleet, {.dryRun = false, .prune = isPruned}), Lines{"0+ 0~ 0-"});
+        kept += !isPruned;
     }
-    EXPECT_GT(done, 20);
-    EXPECT_LT(done, 100);  // some are refused: a cycle of groups, or two siblings with one name
+    EXPECT_GT(kept, 20);
+    EXPECT_GT(refused, 0);
+    EXPECT_EQ(damage(), std::multiset<std::string>());
 }
 
 // --- Plans
@@ -349,7 +334,7 @@ TEST_P(FleetTest, planLinesShowEachChangeAndCannotBeForged)
         for (int id = 100; id <= last; ++id) {
             text += (text.empty() ? "{'id':" : ",{'id':") + std::to_string(id) + "}";
         }
-        return "{'linked_gpo':{'order':[" + text + "]}}";
+        return linking(text);
     };
     Json::Value jBase = json(kFleet);
     for (int id = 100; id < 140; ++id) {
@@ -359,16 +344,15 @@ TEST_P(FleetTest, planLinesShowEachChangeAndCannotBeForged)
     setMembers(json("{'desc':'" + longText + "\u00e8','setting':{'version':1,'values':['" + longText + "',1]}}"),
                record(jBase, "policies", 100));
     setMembers(json(linksUpTo(139)), record(jBase, "groups", 3));
-    const std::tuple<const char*, int, std::string, const char*> cases[] = {
+    const std::tuple<const char*, int, std::string, std::string> cases[] = {
         {"servers", 1, "{'address':'192.0.2.7'}", "~ server 1 address 192.0.2.1 -> 192.0.2.7"},
         {"servers", 1, "{'name':'x','address':'','sid':null}",
          "~ server 1 name s1 -> x, address 192.0.2.1 -> \"\", sid S -> \"\""},
         {"servers", 2, "{'linked_gpo':null,'delegate':[]}", "~ server 2 linked_gpo 1 -> \"\", delegate 3 -> \"\""},
-        {"groups", 2, "{'linked_gpo':{'order':[{'id':2},{'gpo_id':1}]}}", "~ group 2 linked_gpo 1,2 -> 2,1"},
-        {"groups", 2, "{'linked_gpo':{'order':[{'id':1},{'id':2}]}}",
+        {"groups", 2, linking("{'id':2},{'gpo_id':1}"), "~ group 2 linked_gpo 1,2 -> 2,1"},
+        {"groups", 2, linking("{'id':1},{'id':2}"),
          R"(~ group 2 linked_gpo {"kept":7,"order":[{"id":1,"on":true},{"id":2}]} -> {"order":[{"id":1},{"id":2}]})"},
-        {"groups", 2, "{'delegate':[{'ugid':1,'user_type':2},{'ugid':2,'user_type':2}]}",
-         "~ group 2 delegate 2,1 -> 1,2"},
+        {"groups", 2, "{'delegate':" + delegates({1, 2}) + "}", "~ group 2 delegate 2,1 -> 1,2"},
         {"groups", 4, "{'parent_id':1,'block_inheritance':true,'extra_info':{'a':1}}",
          R"(~ group 4 parent_id 0 -> 1, block_inheritance false -> true, extra_info "" -> {"a":1})"},
         {"policies", 1, "{'setting':{'version':2}}", R"(~ policy 1 setting {"version":1} -> {"version":2})"},
@@ -381,9 +365,9 @@ TEST_P(FleetTest, planLinesShowEachChangeAndCannotBeForged)
         {"groups", 4, "{'name':'\U0001F600\U000E0041'}", "~ group 4 name d -> \"\U0001F600\\udb40\\udc41\""},
         {"groups", 4, R"({"name":"a\\\"b"})", R"(~ group 4 name d -> "a\\\"b")"},
         {"groups", 4, "{'desc':'" + std::string(300, 'x') + "'}",
-         "~ group 4 desc \"\" -> xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx..."},
+         "~ group 4 desc \"\" -> " + std::string(80, 'x') + "..."},
         {"groups", 4, "{'desc':'" + std::string(79, 'x') + "\u00fc'}",
-         "~ group 4 desc \"\" -> xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx..."},
+         "~ group 4 desc \"\" -> " + std::string(79, 'x') + "..."},
         {"groups", 4, linksUpTo(139),
          "~ group 4 linked_gpo \"\" -> 100,101,102,103,104,105,106,107,108,109,110,111,112,113,114,115,116,117,118,119,"
          "..."},
@@ -397,15 +381,15 @@ TEST_P(FleetTest, planLinesShowEachChangeAndCannotBeForged)
         {"groups", 0, "{'desc':'all'}", "~ group 0 desc \"\" -> all"},
         {"servers", 9, "{'id':9,'parent_id':4,'name':'new one'}", "+ server 9 \"new one\""}};
     jBase["groups"].append(json("{'id':0}"));
-    for (const auto& [szSection, id, text, szLine] : cases) {
+    for (const auto& [szSection, id, text, line] : cases) {
         apply(jBase, kPrune);
         Json::Value jFleet = jBase;
         const Json::Value jMembers = json(text);
         Json::Value& jRecord =
             jMembers.isMember("id") ? jFleet[szSection].append(Json::Value()) : record(jFleet, szSection, id);
         setMembers(jMembers, jRecord);
-        EXPECT_EQ(apply(jFleet, kDryPrune).at(0), szLine);
-        EXPECT_EQ(apply(jFleet, kPrune).at(0), szLine);
+        EXPECT_EQ(apply(jFleet, kDryPrune).at(0), line);
+        EXPECT_EQ(apply(jFleet, kPrune).at(0), line);
     }
 }
 
@@ -413,7 +397,8 @@ TEST_P(FleetTest, planLinesShowEachChangeAndCannotBeForged)
 
 TEST_P(FleetTest, refusalsNameThePlaceAndChangeNothing)
 {
-    const std::tuple<const char*, int, const char*, const char*> faults[] = {
+    const std::string unknownKey = ": a key that fleet files do not have";
+    const std::tuple<const char*, int, std::string, std::string> faults[] = {
         {"groups", 1, "{'id':3}", "groups[1].id: a record of the kind before has it too"},
         {"groups", 1, "{'id':-1}", "groups[1].id: missing or not from 1 to 2^62 - 1"},
         {"groups", 0, "{'parent_id':99}", "groups[0].parent_id: no group 99"},
@@ -421,36 +406,31 @@ TEST_P(FleetTest, refusalsNameThePlaceAndChangeNothing)
         {"groups", 2, "{'name':7}", "groups[2].name: not a text"},
         {"groups", 2, "{'name':null}", "groups[2].name: missing or empty"},
         {"groups", 3, "{'name':'a'}", "groups[3].name: group 1 has the same parent and name"},
-        {"groups", 2, "{'delegate':[{'ugid':9,'user_type':2}]}", "groups[2].delegate[0].ugid: no account 9"},
-        {"groups", 2, "{'delegate':[{'ugid':2,'user_type':2},{'ugid':2,'user_type':2}]}",
+        {"groups", 2, "{'delegate':" + delegates({9}) + "}", "groups[2].delegate[0].ugid: no account 9"},
+        {"groups", 2, "{'delegate':" + delegates({2, 2}) + "}",
          "groups[2].delegate[1]: a delegate that is named before"},
-        {"groups", 2, "{'delegates':[]}", "groups[2].delegates: a key that fleet files do not have"},
-        {"groups", 2, "{'delegate':[{'ugid':2,'user_type':2,'name':'x'}]}",
-         "groups[2].delegate[0].name: a key that fleet files do not have"},
-        {"groups", 2, "{'linked_gpo':{'order':[{'id':1,'gpo_name':'p1'}]}}",
-         "groups[2].linked_gpo.order[0].gpo_name: a key that fleet files do not have"},
-        {"groups", 2, "{'linked_gpo':{'order':[{'id':1,'gpo_id':2}]}}",
-         "groups[2].linked_gpo.order[0].gpo_id: a key that fleet files do not have"},
-        {"groups", 2, "{'linked_gpo':{'order':[{'id':1},{'id':1}]}}",
-         "groups[2].linked_gpo.order[1]: a policy that is linked before"},
-        {"groups", 2, "{'address':'x'}", "groups[2].address: a key that fleet files do not have"},
+        {"groups", 2, "{'delegates':[]}", "groups[2].delegates" + unknownKey},
+        {"groups", 2, "{'delegate':[{'ugid':2,'user_type':2,'name':'x'}]}", "groups[2].delegate[0].name" + unknownKey},
+        {"groups", 2, linking("{'id':1,'gpo_name':'p1'}"), "groups[2].linked_gpo.order[0].gpo_name" + unknownKey},
+        {"groups", 2, linking("{'id':1,'gpo_id':2}"), "groups[2].linked_gpo.order[0].gpo_id" + unknownKey},
+        {"groups", 2, linking("{'id':1},{'id':1}"), "groups[2].linked_gpo.order[1]: a policy that is linked before"},
+        {"groups", 2, "{'address':'x'}", "groups[2].address" + unknownKey},
         {"groups", 2, "{'revision':-1}", "groups[2].revision: not from 0 to 2^62 - 1"},
         {"groups", 2, "{'id':0}", "groups[2].parent_id: the root group stays where it is"},
-        {"servers", 1, "{'linked_gpo':{'order':[{'id':1},{'id':9}]}}",
-         "servers[1].linked_gpo.order[1].id: no policy 9"},
+        {"servers", 1, linking("{'id':1},{'id':9}"), "servers[1].linked_gpo.order[1].id: no policy 9"},
         {"servers", 1, "{'parent_id':null}", "servers[1].parent_id: missing"},
         {"policies", 0, "{'setting':{}}", "policies[0].setting.version: not a 32-bit integer"},
-        {"policies", 0, "{'delegate':[]}", "policies[0].delegate: a key that fleet files do not have"},
+        {"policies", 0, "{'delegate':[]}", "policies[0].delegate" + unknownKey},
         {"accounts", 2, "{'uid':4294967295}", "accounts[2].uid: missing or not from 0 to 4294967294"},
         {"accounts", 1, "{'name':'admin'}", "accounts[1].name: account 1 has it too"},
         {"accounts", 0, "{'admin':false}", "accounts: none is an administrator"}};
     const auto expectRefusals = [&faults] {
         const std::string before = exportText();
-        for (const auto& [szSection, index, szMembers, szMessage] : faults) {
+        for (const auto& [szSection, index, members, message] : faults) {
             Json::Value jFleet = json(kFleet);
-            setMembers(json(szMembers), jFleet[szSection][index]);
-            EXPECT_EQ(apply(jFleet, kDryPrune), Lines{szMessage});
-            EXPECT_EQ(apply(jFleet, kPrune), Lines{szMessage});
+            setMembers(json(members), jFleet[szSection][index]);
+            EXPECT_EQ(apply(jFleet, kDryPrune), Lines{message});
+            EXPECT_EQ(apply(jFleet, kPrune), Lines{message});
         }
         Json::Value jDeep = json(kFleet);
         Json::Value* pInner = &jDeep["groups"][2]["extra_info"];

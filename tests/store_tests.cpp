@@ -9,6 +9,8 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <numeric>
+#include <regex>
 #include <set>
 #include <thread>
 
@@ -18,7 +20,9 @@
 #include "store/store.h"
 #include "tests/temp_database.h"
 
+using test::delegates;
 using test::json;
+using test::linking;
 
 namespace {
 
@@ -180,9 +184,10 @@ int deleteAll(int64_t id, const std::string&)
     return orErrno(VELQZEMOuDeleteAllByID(id));
 }
 
+template <int nodeType>
 int notify(int64_t id, const std::string&)
 {
-    return orErrno(VELQZEMGpoNotifyFetch(1, 2, id));
+    return orErrno(VELQZEMGpoNotifyFetch(1, nodeType, id));
 }
 
 std::string contentOf(const std::string& path)
@@ -251,39 +256,34 @@ TEST_P(StoreTest, refusalsChangeNothingAndNameTheReason)
         {0, EINVAL, set, 2, "{'revision':'2'}", "revision: not a 64-bit integer"},
         {0, EINVAL, set, 2, "[]", "record: not an object"},
         {0, EINVAL, set, 2, "{'linked_gpo':[]}", "linked_gpo: not an object"},
-        {0, EINVAL, set, 2, "{'linked_gpo':{'order':[{'id':'1','gpo_id':1}]}}",
+        {0, EINVAL, set, 2, linking("{'id':'1','gpo_id':1}"),
          "linked_gpo.order[0]: not an object with an integer \"id\""},
         {0, EINVAL, set, 2, "{'linked_gpo':{'order':{}}}", "linked_gpo.order: not an array"},
-        {0, EINVAL, set, 2, "{'linked_gpo':{'order':[{'id':1},{'gpo_id':9}]}}", "linked_gpo.order[1].id: no policy 9"},
-        {0, EINVAL, set, 2, "{'linked_gpo':{'order':[{'id':1},{'gpo_id':1}]}}",
-         "linked_gpo.order[1]: a policy that is linked before"},
+        {0, EINVAL, set, 2, linking("{'id':1},{'gpo_id':9}"), "linked_gpo.order[1].id: no policy 9"},
+        {0, EINVAL, set, 2, linking("{'id':1},{'gpo_id':1}"), "linked_gpo.order[1]: a policy that is linked before"},
         {0, ENOENT, create, 9, "{'name':'n'}", "parent_id: no group 9"},
         {0, EEXIST, create, 1, "{'name':'b'}", "name: the group a has a sub-group of that name"},
         {0, EINVAL, create, 1, "{}", "name: missing or empty"},
         {1, EINVAL, deleteAll, 0, "", "the root group cannot be deleted"},
         {1, ENOENT, deleteAll, 9, "", "no group 9"},
         {0, ENOENT, setServer, 1, "{'parent_id':9}", "parent_id: no group 9"},
-        {0, EINVAL, setServer, 1, "{'linked_gpo':{'order':[{'id':9}]}}", "linked_gpo.order[0].id: no policy 9"},
+        {0, EINVAL, setServer, 1, linking("{'id':9}"), "linked_gpo.order[0].id: no policy 9"},
         {0, EINVAL, setServer, 1, longName, "name: longer than 255 characters"},
         {0, EINVAL, setDelegates<2>, 2, "5", "delegate: not an array"},
         {0, EINVAL, setDelegates<2>, 2, "[5]", "delegate[0]: not an object"},
-        {1, EINVAL, setDelegates<2>, 2, "[{'ugid':2,'user_type':2},{'ugid':9,'user_type':2}]",
-         "delegate[1].ugid: no account 9"},
+        {1, EINVAL, setDelegates<2>, 2, delegates({2, 9}), "delegate[1].ugid: no account 9"},
         {0, EINVAL, setDelegates<2>, 2, "[{'ugid':2,'user_type':3}]", "delegate[0].user_type: not 2, an account"},
-        {0, EINVAL, setDelegates<2>, 2, "[{'ugid':2,'user_type':2},{'ugid':2,'user_type':2}]",
-         "delegate[1]: a delegate that is named before"},
+        {0, EINVAL, setDelegates<2>, 2, delegates({2, 2}), "delegate[1]: a delegate that is named before"},
         {1, ENOENT, setDelegates<2>, 9, "[]", "no group 9"},
         {1, EINVAL, setDelegates<4>, 1, "[]", "node_type: neither a group nor a server"},
-        {1, ENOENT, notify, 9, "", "no group 9"},
+        {1, ENOENT, notify<2>, 9, "", "no group 9"},
         // Rights are checked first, so that a refusal does not show whether a record exists.
         {kHelper, EACCES, set, 1, "{'desc':'x'}", "group 1 is not yours to manage"},
         {kHelper, EACCES, set, 2, "{'id':9}", "group 9 is not yours to manage"},
         {kHelper, EACCES, set, 2, "{'parent_id':0}", "parent_id: group 0 is not yours to manage"},
         {kHelper, EACCES, set, 3, "{'parent_id':9}", "parent_id: group 9 is not yours to manage"},
-        {kHelper, EACCES, set, 2, "{'linked_gpo':{'order':[{'id':1},{'id':3}]}}",
-         "linked_gpo.order[1].id: no policy 3 that you see"},
-        {kHelper, EACCES, set, 2, "{'linked_gpo':{'order':[{'gpo_id':9}]}}",
-         "linked_gpo.order[0].id: no policy 9 that you see"},
+        {kHelper, EACCES, set, 2, linking("{'id':1},{'id':3}"), "linked_gpo.order[1].id: no policy 3 that you see"},
+        {kHelper, EACCES, set, 2, linking("{'gpo_id':9}"), "linked_gpo.order[0].id: no policy 9 that you see"},
         {kHelper, EACCES, create, 1, "{'name':'b'}", "parent_id: group 1 is not yours to manage"},
         {kHelper, EACCES, create, 9, "{'name':'n'}", "parent_id: group 9 is not yours to manage"},
         {kHelper, EACCES, create, 3, "{'name':'n','linked_gpo':{'order':[{'id':3}]}}",
@@ -297,7 +297,7 @@ TEST_P(StoreTest, refusalsChangeNothingAndNameTheReason)
         {kHelper, EACCES, setDelegates<2>, 1, "5", "group 1 is not yours to manage"},
         {kHelper, EACCES, setDelegates<2>, 9, "[]", "group 9 is not yours to manage"},
         {kHelper, EACCES, setDelegates<3>, 3, "[]", "server 3 is not yours to manage"},
-        {kHelper, EACCES, notify, 4, "", "group 4 is not yours to manage"},
+        {kHelper, EACCES, notify<2>, 4, "", "group 4 is not yours to manage"},
         {kOther, EACCES, setServer, 3, "{'address':'y'}", "server 3 is not yours to manage"},
         {kOther, EACCES, setDelegates<3>, 3, "[]", "server 3 is not yours to manage"},
         {kNoAccount, EACCES, set, 2, "{'desc':'x'}", "group 2 is not yours to manage"},
@@ -328,10 +328,10 @@ TEST_P(StoreTest, createdAndMovedGroupsNestUpToTheLimit)
     EXPECT_EQ(set(3, toLastButOne), 0);
 }
 
-// threads_tests compares the rights of accounts with a model; these are the cases that the model lacks.
+// tools/model_test.py compares the rights of accounts with a model; these are the cases that the model lacks.
 TEST_P(StoreTest, delegatesOfTheRootSeeEverythingAndDeletedAccountsNothing)
 {
-    ASSERT_EQ(setDelegates<2>(0, "[{'ugid':4,'user_type':2}]"), 0);
+    ASSERT_EQ(setDelegates<2>(0, delegates({4})), 0);
     EXPECT_EQ(seenBy(1), "1 2 3 4 / 1 2 3 / 1 2 3 / ");
     EXPECT_EQ(seenBy(2), "2 3 / 1 / 1 2 / ");
     EXPECT_EQ(dump(2)["groups"][0], dump()["groups"][1]);
@@ -379,7 +379,7 @@ TEST_P(StoreTest, convertersAcceptTheFormsOfLinksAndSettings)
         EXPECT_EQ(jRecord["linked_gpo"], json(szLinks));
     }
     for (const char* szNone : {"null", "{}", "{'order':[]}", "{'order':[],'gpo_name':'of an answer'}"}) {
-        ASSERT_EQ(set(2, "{'linked_gpo':{'order':[{'id':1}]}}"), 0);
+        ASSERT_EQ(set(2, linking("{'id':1}")), 0);
         ASSERT_EQ(set(2, std::string("{'linked_gpo':") + szNone + "}"), 0);
         EXPECT_TRUE(group(2).linkedGpo.empty()) << szNone;
     }
@@ -452,12 +452,23 @@ TEST_P(StoreTest, reopeningKeepsRecordsTokensAndUsedIdentifiers)
     EXPECT_FALSE(jGroups[0].isMember("linked_gpo"));
     EXPECT_EQ(store::findAccountByToken("hash")->uid, 2u);
     EXPECT_FALSE(store::findAccountByName("' OR '1'='1").has_value());
-    EXPECT_THROW(store::addToken(77, "x", "", 0), std::runtime_error);
     ASSERT_EQ(VELQZEMOuDeleteAllByID(5), 0);
     ASSERT_EQ(create(0, "{'name':'next'}"), 0);
     EXPECT_EQ(gCreated, 6);  // identifiers of deleted groups are not reused
     runSql("UPDATE meta SET value = 3 WHERE name = 'version'");
     EXPECT_THROW(VELQZEMStoreOpen(url()), std::runtime_error);
+}
+
+// The first bytes of the name of policy 1.
+std::string policyName()
+{
+    _tag_velq_zem_gpo_* pGpo = VELQZEMGpoAlloc();
+    char name[8] = "gone";
+    if (VELQZEMGpoGet(1, pGpo) == 0) {
+        EXPECT_EQ(VELQZEMGpoItemGetName(name, sizeof name, pGpo), 0);
+    }
+    VELQZEMGpoFree(pGpo);
+    return name;
 }
 
 TEST_P(StoreTest, largerTreesTakeNoMoreStatements)
@@ -467,9 +478,7 @@ TEST_P(StoreTest, largerTreesTakeNoMoreStatements)
         Tree tree(1);
         for (const _tag_velq_zem_ou_* p = tree.pOu; p != nullptr; p = p->pNext) {
             delegatesOf(p->id, 2);
-            _tag_velq_zem_gpo_* pGpo = VELQZEMGpoAlloc();
-            EXPECT_EQ(VELQZEMGpoGet(1, pGpo), 0);
-            VELQZEMGpoFree(pGpo);
+            EXPECT_EQ(policyName(), "p1");
         }
         return store::statementCount() - before;
     };
@@ -484,18 +493,28 @@ TEST_P(StoreTest, largerTreesTakeNoMoreStatements)
     EXPECT_EQ(statements(), few);
 }
 
+// The fleet with that many accounts and policies more, which have the identifiers from 10 on.
+Json::Value largerFleet(int more)
+{
+    Json::Value jFleet = json(kFleet);
+    for (int id = 10; id < 10 + more; ++id) {
+        jFleet["policies"].append(json("{'id':%,'parent_id':0,'name':'p'}", id));
+        jFleet["accounts"].append(json("{'uid':%,'name':'account %'}", id, id));
+    }
+    return jFleet;
+}
+
 // Each statement is a round trip to the database.
 TEST_P(StoreTest, largerChangesTakeFewMoreStatements)
 {
-    constexpr int kMany = 1000, kFirst = 10, kRowsPerStatement = 100;
-    Json::Value jFleet = json(kFleet), jLinks, jDelegates(Json::arrayValue);
-    for (int id = kFirst; id < kFirst + kMany; ++id) {
-        jFleet["policies"].append(json("{'id':%,'parent_id':0,'name':'p'}", id));
-        jFleet["accounts"].append(json("{'uid':%,'name':'account %','admin':false}", id, id));
+    constexpr int kMany = 1000, kRowsPerStatement = 100;
+    store::applyFleet(largerFleet(kMany), {});
+    std::vector<int> ids(kMany);
+    std::iota(ids.begin(), ids.end(), 10);
+    Json::Value jLinks;
+    for (const int id : ids) {
         jLinks["linked_gpo"]["order"].append(json("{'id':%}", id));
-        jDelegates.append(json("{'ugid':%,'user_type':2}", id));
     }
-    store::applyFleet(jFleet, {});
     const auto statements = [](uint32_t uid, Change* change, int64_t id, const std::string& text) {
         const uint64_t before = store::statementCount();
         EXPECT_EQ(changeAs(uid, change, id, text), 0) << text;
@@ -503,38 +522,30 @@ TEST_P(StoreTest, largerChangesTakeFewMoreStatements)
     };
     EXPECT_EQ(statements(1, create, 3, "{'name':'n'}"), 7u);
     EXPECT_EQ(statements(2, create, 3, "{'name':'m'}"), 8u);  // one more checks the rights to the parent
-    const uint64_t links = statements(1, set, 4, "{'linked_gpo':{'order':[{'id':1}]}}");
-    EXPECT_EQ(statements(1, set, 4, jLinks.toStyledString()), links);
+    const uint64_t oneLink = statements(1, set, 4, linking("{'id':1}"));
+    EXPECT_EQ(statements(1, set, 4, jLinks.toStyledString()), oneLink);
     runSql("DELETE FROM gpo WHERE id = 500");
     jLinks["linked_gpo"]["order"].append(json("{'id':2}"));
-    EXPECT_EQ(statements(1, set, 4, jLinks.toStyledString()), links);  // only the new link is checked
-    EXPECT_EQ(statements(1, set, 4, "{'desc':'x'}"), links - 1);
+    EXPECT_EQ(statements(1, set, 4, jLinks.toStyledString()), oneLink);  // only the new link is checked
+    EXPECT_EQ(statements(1, set, 4, "{'desc':'x'}"), oneLink - 1);
     EXPECT_EQ(json(group(4).linkedGpo.c_str()), jLinks["linked_gpo"]);
-    const uint64_t delegates = statements(1, setDelegates<2>, 1, "[{'ugid':1,'user_type':2}]");
-    EXPECT_EQ(statements(1, setDelegates<2>, 1, jDelegates.toStyledString()),
-              delegates + kMany / kRowsPerStatement - 1);
+    const uint64_t oneDelegate = statements(1, setDelegates<2>, 1, delegates({1}));
+    EXPECT_EQ(statements(1, setDelegates<2>, 1, delegates(ids)), oneDelegate + kMany / kRowsPerStatement - 1);
 }
 
 TEST_P(StoreTest, anyNumberOfDelegatesIsStoredInOrder)
 {
-    Json::Value jFleet = json(kFleet);
-    for (int uid = 10; uid < 300; ++uid) {
-        jFleet["accounts"].append(json("{'uid':%,'name':'account %','admin':false}", uid, uid));
-    }
-    store::applyFleet(jFleet, {});
-    for (const int count : {1, 99, 100, 101, 200, 250, 0}) {
-        Json::Value jDelegates(Json::arrayValue);
-        std::vector<std::string> expected;
-        for (int uid = 10 + count; uid > 10; --uid) {
-            jDelegates.append(json("{'ugid':%,'user_type':2}", uid));
-            expected.push_back(std::to_string(uid));
+    store::applyFleet(largerFleet(300), {});
+    for (const size_t count : {1, 99, 100, 101, 200, 250, 0}) {
+        std::vector<int> uids(count);
+        std::iota(uids.rbegin(), uids.rend(), 10);
+        ASSERT_EQ(setDelegates<2>(4, delegates(uids)), 0);
+        const Json::Value jStored = delegatesOf(4, 2);
+        ASSERT_EQ(jStored.size(), count);
+        for (const Json::Value& jDelegate : jStored) {
+            EXPECT_EQ(std::stoi(jDelegate.asString()), uids.front());
+            uids.erase(uids.begin());
         }
-        ASSERT_EQ(setDelegates<2>(4, jDelegates.toStyledString()), 0);
-        std::vector<std::string> stored;
-        for (const Json::Value& jDelegate : delegatesOf(4, 2)) {
-            stored.push_back(jDelegate.asString().substr(0, expected.at(stored.size()).size()));
-        }
-        EXPECT_EQ(stored, expected);
     }
 }
 
@@ -542,7 +553,7 @@ TEST_P(StoreTest, settingDelegatesWithoutAChangeDoesNotWaitForWriters)
 {
     const store::Transaction writer(store::Access::write);
     std::thread([] {
-        EXPECT_EQ(setDelegates<2>(2, "[{'ugid':2,'user_type':2},{'ugid':1,'user_type':2}]"), 0);
+        EXPECT_EQ(setDelegates<2>(2, delegates({2, 1})), 0);
         EXPECT_EQ(setDelegates<2>(2, "null"), 0);
         EXPECT_EQ(setDelegates<2>(9, "[]"), ENOENT);
         EXPECT_EQ(changeAs(3, setDelegates<2>, 2, "[]"), EACCES);
@@ -561,15 +572,6 @@ TEST_P(StoreTest, applyingAFleetUpdatesTheStatisticsOfTheTables)
 
 TEST_P(StoreTest, aListedTreeIsASnapshotUntilItIsReleased)
 {
-    const auto policyName = [] {
-        _tag_velq_zem_gpo_* pGpo = VELQZEMGpoAlloc();
-        char name[8] = "gone";
-        if (VELQZEMGpoGet(1, pGpo) == 0) {
-            VELQZEMGpoItemGetName(name, sizeof name, pGpo);
-        }
-        VELQZEMGpoFree(pGpo);
-        return std::string(name);
-    };
     Tree tree(1);
     std::thread([&] {
         runSql("UPDATE gpo SET name = 'renam €' WHERE id = 1");
@@ -594,30 +596,32 @@ TEST_P(StoreTest, accountsChangeWhatTheyManageAndTheChangeLogNamesIt)
 {
     std::string log;
     store::setChangeSink([&log](const std::string& line) { log += line + "\n"; });
-    const std::string storedDelegates = "[{'ugid':2,'user_type':2},{'ugid':1,'user_type':2}]";
-    ASSERT_EQ(set(3, "{'linked_gpo':{'order':[{'id':3}]}}"), 0);
-    const std::tuple<int, Change*, int64_t, const char*> changes[] = {
-        {2, set, 3, "{'linked_gpo':{'order':[{'id':3},{'id':1}]}}"},             // 3 was linked before, group 2 links 1
+    ASSERT_EQ(set(3, linking("{'id':3}")), 0);
+    const std::tuple<int, Change*, int64_t, std::string> changes[] = {
+        {2, set, 3, linking("{'id':3},{'id':1}")},                               // 3 was linked before, group 2 links 1
         {2, set, 2, "{'desc':'x','linked_gpo':{'order':[{'id':2},{'id':3}]}}"},  // 2 is in group 3, which links 3
         {2, set, 2, "{'desc':'x'}"},
         {2, create, 3, "{'name':'n'}"},
-        {2, setDelegates<2>, 2, storedDelegates.c_str()},
-        {2, setDelegates<2>, 3, storedDelegates.c_str()},
+        {2, setDelegates<2>, 2, delegates({2, 1})},  // those that it has
+        {2, setDelegates<2>, 3, delegates({2, 1})},
         {2, setServer, 1, "{'parent_id':2,'address':'y'}"},
-        {2, notify, 2, ""},
+        {2, notify<2>, 2, ""},
+        {2, notify<3>, 1, ""},
         {2, deleteAll, 3, ""},
         {1, setDelegates<3>, 3, "[]"},
         {1, create, 0, "{'name':'top','linked_gpo':{'order':[{'id':3}]}}"},
         {0, set, 4, "{'parent_id':2}"}};
-    for (const auto& [uid, change, id, szRecord] : changes) {
+    for (const auto& [uid, change, id, record] : changes) {
         EXPECT_EQ(deleteAll(0, ""), EINVAL);  // leaves a refusal text that the next call must clear
-        EXPECT_EQ(changeAs(static_cast<uint32_t>(uid), change, id, szRecord), 0) << szRecord << store::takeRefusal();
+        EXPECT_EQ(changeAs(static_cast<uint32_t>(uid), change, id, record), 0) << record << store::takeRefusal();
         EXPECT_EQ(store::takeRefusal(), "");
     }
     EXPECT_EQ(log,
               "- group 3 linked_gpo\nhelper group 3 linked_gpo\nhelper group 2 desc,linked_gpo\n"
               "helper group 5 created\nhelper group 3 delegate\nhelper server 1 parent_id,address\n"
               "helper group 3 deleted\nadmin server 3 delegate\nadmin group 6 created\n- group 4 parent_id\n");
+    EXPECT_EQ(rows("SELECT node_type || '.' || node_id || ' for ' || uid FROM gpo_fetch"),
+              std::multiset<std::string>({"2.2 for 1", "3.1 for 1"}));
     for (const char* szName : {"x\nadmin group 1 deleted", "-", "uid=1", "a b", "", "\u00e4"}) {
         runSql(std::string("UPDATE account SET name = '") + szName + "' WHERE uid = 2");
         log.clear();
@@ -629,29 +633,19 @@ TEST_P(StoreTest, accountsChangeWhatTheyManageAndTheChangeLogNamesIt)
     store::setChangeSink({});
 }
 
-// Changes group 2 and its delegates as account 2 until isOver. isChecked: the store checks the rights within each
-// change; otherwise the account asks for its rights before each change.
-void changeRepeatedly(const std::atomic<bool>& isOver, bool isChecked)
-{
-    std::optional<store::ActingAccount> actingAccount;
-    if (isChecked) {
-        actingAccount.emplace(2);
-    }
-    for (int round = 0; !isOver; ++round) {
-        if (isChecked || VELQZEMOuCanManagedByUid(2, 2) != 0) {
-            setDelegates<2>(2, "[{'ugid':2,'user_type':2}]");
-            set(2, "{'desc':'" + std::to_string(round) + "'}");
-        }
-    }
-}
-
 // Whether a delegate that makes changes all the time makes one after its removal.
-bool changesAfterRemoval(bool isChecked)
+bool changesAfterRemoval()
 {
-    EXPECT_EQ(setDelegates<2>(2, "[{'ugid':2,'user_type':2}]"), 0);
+    EXPECT_EQ(setDelegates<2>(2, delegates({2})), 0);
     const int64_t start = group(2).revision;
     std::atomic<bool> isOver = false;
-    std::jthread delegate([&] { changeRepeatedly(isOver, isChecked); });
+    std::jthread delegate([&isOver] {
+        const store::ActingAccount actingAccount(2);
+        for (int round = 0; !isOver; ++round) {
+            setDelegates<2>(2, delegates({2}));
+            set(2, "{'desc':'" + std::to_string(round) + "'}");
+        }
+    });
     while (group(2).revision == start) {
     }
     EXPECT_EQ(setDelegates<2>(2, "[]"), 0);
@@ -664,13 +658,9 @@ bool changesAfterRemoval(bool isChecked)
 
 TEST_P(StoreTest, aRemovedDelegateCannotAddItselfAgain)
 {
-    int changes = 0, uncheckedChanges = 0;
     for (int round = 0; round < 100; ++round) {
-        changes += changesAfterRemoval(true);
-        uncheckedChanges += round % 4 == 0 && changesAfterRemoval(false);
+        ASSERT_FALSE(changesAfterRemoval()) << round;
     }
-    EXPECT_EQ(changes, 0);
-    EXPECT_GT(uncheckedChanges, 0);  // shows that the check above can fail
 }
 
 TEST_P(StoreTest, namesAndLinksOfATreeAnswerAreStoredInTheirPlainForm)
@@ -687,12 +677,12 @@ TEST_P(StoreTest, namesAndLinksOfATreeAnswerAreStoredInTheirPlainForm)
     record.linkedGpo = R"({"order":[{"gpo_id":2,"gpo_name":"p2"}]})";
     ASSERT_EQ(VELQZEMOuSet(&record), 0);
     EXPECT_STREQ(group(3).linkedGpo.c_str(), R"({"order":[{"id":2}]})");
-    ASSERT_EQ(setServer(1, "{'linked_gpo':{'order':[{'gpo_id':1,'gpo_name':'p1'}]}}"), 0);
+    ASSERT_EQ(setServer(1, linking("{'gpo_id':1,'gpo_name':'p1'}")), 0);
     EXPECT_EQ(dump()["servers"][0]["linked_gpo"], json("{'order':[{'id':1}]}"));
     ASSERT_EQ(create(0, "{'id':null,'revision':'any','name':'fresh'}"), 0);
     runSql("DELETE FROM gpo WHERE id = 2");
-    EXPECT_EQ(set(3, "{'linked_gpo':{'order':[{'id':2},{'id':1}]}}"), 0);  // the group had this dead link before
-    EXPECT_EQ(set(4, "{'linked_gpo':{'order':[{'id':2}]}}"), EINVAL);
+    EXPECT_EQ(set(3, linking("{'id':2},{'id':1}")), 0);  // the group had this dead link before
+    EXPECT_EQ(set(4, linking("{'id':2}")), EINVAL);
 }
 
 TEST_P(StoreTest, damageIsReportedAndNoQueryFollowsACycleForever)
@@ -710,7 +700,7 @@ TEST_P(StoreTest, damageIsReportedAndNoQueryFollowsACycleForever)
     EXPECT_EQ(seenBy(2), "1 2 3 / 1 / 1 2 / ");
     EXPECT_EQ(deleteAll(4, ""), 0);
     runSql("DROP TABLE gpo_fetch");
-    EXPECT_EQ(notify(0, ""), EIO);
+    EXPECT_EQ(notify<2>(0, ""), EIO);
     const std::string reason = store::takeRefusal();
     EXPECT_TRUE(reason.starts_with("the database reports: ") && reason.find("gpo_fetch") != reason.npos) << reason;
     EXPECT_TRUE(reason.find("INSERT") == reason.npos && reason.find('\n') == reason.npos) << reason;
@@ -747,11 +737,9 @@ TEST_P(StoreTest, anAccountHasSeveralTokensUntilTheyExpireOrAreRevoked)
     EXPECT_EQ(owner("h1") + owner("h3"), "helper");
     EXPECT_EQ(store::revokeTokens(2, std::nullopt), 1);
     EXPECT_EQ(tokens(std::nullopt), "admin:* ");
-    for (const auto& [uid, szHash, szLabel, lifetime] : {std::tuple(77u, "x", "", 0),
-                                                         {1u, "h4", "", 0},
-                                                         {1u, "x", "a\nb", 0},
-                                                         {1u, "x", "\xff", 0},
-                                                         {1u, "x", "", -1}}) {
+    const std::tuple<uint32_t, const char*, const char*, int> refused[] = {
+        {77, "x", "", 0}, {1, "h4", "", 0}, {1, "x", "a\nb", 0}, {1, "x", "\xff", 0}, {1, "x", "", -1}};
+    for (const auto& [uid, szHash, szLabel, lifetime] : refused) {
         EXPECT_THROW(store::addToken(uid, szHash, szLabel, lifetime), std::runtime_error) << szLabel << lifetime;
     }
     EXPECT_EQ(tokens(std::nullopt), "admin:* ");
@@ -858,12 +846,9 @@ protected:
     }
 
     // How often changes have run since failFirst(), counting failures.
-    int64_t runs() const
+    int runs() const
     {
-        soci::session sql = m_pDatabase->connect();
-        int64_t count = 0;
-        sql << "SELECT last_value FROM runs", soci::into(count);
-        return count;
+        return std::stoi(*rows("SELECT last_value::text FROM runs").begin());
     }
 };
 
@@ -880,38 +865,32 @@ TEST_P(FailingTransactionTest, changesAreRetriedAndMadeOnce)
         store::addToken(static_cast<uint32_t>(uid), hash, "", 0);
         return 0;
     };
-    const std::tuple<Change*, int64_t, const char*> changes[] = {
+    const std::tuple<Change*, int64_t, std::string> changes[] = {
         {set, 2, "{'revision':1,'parent_id':4,'linked_gpo':{'order':[{'gpo_id':2,'gpo_name':'p2'}]}}"},
         {create, 4, "{'name':'new'}"},
         {setServer, 1, "{'address':'y'}"},
-        {setDelegates<2>, 2, "[{'ugid':3,'user_type':2}]"},
-        {setDelegates<2>, 4, "[{'ugid':3,'user_type':2},{'ugid':2,'user_type':2}]"},
-        {notify, 2, ""},
+        {setDelegates<2>, 2, delegates({3})},
+        {setDelegates<2>, 4, delegates({3, 2})},
+        {notify<2>, 2, ""},
         {addToken, 1, "hash"},
         {deleteAll, 1, ""}};
     const auto dumpWithoutTimes = [] {
-        Json::Value jAll = dump();
-        for (Json::Value& jKind : jAll) {
-            for (Json::Value& jNode : jKind) {
-                jNode.removeMember("mtime");
-            }
-        }
-        return jAll;
+        return std::regex_replace(dump().toStyledString(), std::regex("\"mtime\" : [0-9]+"), "");
     };
-    for (const auto& [change, id, szRecord] : changes) {
-        ASSERT_EQ(change(id, szRecord), 0) << szRecord;
+    for (const auto& [change, id, record] : changes) {
+        ASSERT_EQ(change(id, record), 0) << record;
     }
-    const Json::Value jExpected = dumpWithoutTimes();
+    const std::string expected = dumpWithoutTimes();
     const std::string expectedLog = std::exchange(log, "");
     for (const bool isAtCommit : {false, true}) {
         openNewStore(json(kFleet));
         failFirst(3, isAtCommit ? kNotSerializable : kDeadlock, isAtCommit);
-        for (const auto& [change, id, szRecord] : changes) {
+        for (const auto& [change, id, record] : changes) {
             runSql("ALTER SEQUENCE runs RESTART");
-            ASSERT_EQ(change(id, szRecord), 0) << szRecord << store::takeRefusal();
-            EXPECT_GT(runs(), 3) << szRecord;
+            ASSERT_EQ(change(id, record), 0) << record << store::takeRefusal();
+            EXPECT_GT(runs(), 3) << record;
         }
-        EXPECT_EQ(dumpWithoutTimes(), jExpected);
+        EXPECT_EQ(dumpWithoutTimes(), expected);
         EXPECT_EQ(std::exchange(log, ""), expectedLog);
     }
     store::setChangeSink({});
@@ -997,14 +976,6 @@ TEST(StoreFile, keepsItsTreeAndTokensFromVersion1)
     EXPECT_EQ(jAll["groups"][1]["extra_info"], json("{'floor':3}"));
     EXPECT_EQ(jAll["servers"][0]["delegates"][0],
               R"(1001{"domainName":"corp","domainType":"local","userNameCache":"ann"})");
-    const auto trees = [] { return std::vector{dump(1000), dump(1001)}; };
-    const std::vector<Json::Value> before = trees();
-    std::string text;
-    store::exportFleet([&text](const std::string& line) { text += line; });
-    VELQZEMStoreOpen("sqlite:" + folder.path + "/other.db");
-    store::applyFleet(json(text), {});
-    EXPECT_EQ(trees(), before);
-    VELQZEMStoreOpen("sqlite:" + path);
     EXPECT_EQ(create(0, "{'name':'next'}"), 0);
     EXPECT_EQ(gCreated, 5);
     VELQZEMStoreClose();

@@ -1,11 +1,12 @@
-// Gives tests an empty database on SQLite or PostgreSQL, and SQL access to it beside the store. Needs SOCI with both
-// backends.
+// Gives tests an empty database on SQLite or PostgreSQL, SQL access to it beside the store, and texts of records. Needs
+// SOCI with both backends.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <set>
+#include <vector>
 
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
@@ -19,6 +20,22 @@ extern "C" const soci::backend_factory* factory_postgresql(void);
 namespace test {
 
 constexpr const char* kDatabases[] = {"sqlite", "postgresql"};
+
+// The text of a record that links these policies: "{'id':1},{'gpo_id':2}".
+inline std::string linking(const std::string& links)
+{
+    return "{'linked_gpo':{'order':[" + links + "]}}";
+}
+
+// The text of the delegates of a record, one for each account.
+inline std::string delegates(const std::vector<int>& uids)
+{
+    std::string text;
+    for (const int uid : uids) {
+        text += (text.empty() ? "{'ugid':" : ",{'ugid':") + std::to_string(uid) + ",'user_type':2}";
+    }
+    return "[" + text + "]";
+}
 
 // The URL of a database in which tests may create and drop schemas; null when there is none.
 inline const char* postgresqlForTests()
@@ -151,6 +168,21 @@ protected:
         soci::session sql = m_pDatabase->connect();
         const soci::rowset<std::string> found = sql.prepare << query;
         return {found.begin(), found.end()};
+    }
+    // The damage in the open store; none in a sound one.
+    std::multiset<std::string> damage() const
+    {
+        auto found = rows(
+            "WITH RECURSIVE below (id) AS (SELECT id FROM ou WHERE id = 0 UNION SELECT o.id FROM ou o JOIN below b"
+            " ON o.parent_id = b.id) SELECT 'not below the root, ' || id FROM ou WHERE id NOT IN (SELECT id FROM below)"
+            " UNION ALL"
+            " SELECT 'siblings, ' || name FROM ou WHERE id <> 0 GROUP BY parent_id, name HAVING COUNT(*) > 1");
+        if (isSqlite()) {
+            found.merge(
+                rows("SELECT integrity_check FROM pragma_integrity_check WHERE integrity_check <> 'ok' UNION ALL"
+                     " SELECT 'no such parent, ' || \"table\" || rowid FROM pragma_foreign_key_check"));
+        }
+        return found;
     }
     std::unique_ptr<TempDatabase> m_pDatabase;
 };
