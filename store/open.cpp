@@ -1,4 +1,5 @@
 // Opens and closes the store.
+#include "store/accounts/token_uses.h"
 #include "store/base/errors.h"
 #include "store/base/thread_state.h"
 #include "store/db/database.h"
@@ -25,5 +26,6 @@ void VELQZEMStoreOpen(const std::string& url, store::OpenMode mode, size_t conne
 void VELQZEMStoreClose()
 {
     store::threadState().pSnapshot.reset();  // it belongs to the store that is being closed
+    store::closeTokenUses();
     store::closeDatabase();
 }

@@ -42,7 +42,8 @@ constexpr size_t kDefaultConnections = 8;
 void VELQZEMStoreOpen(const std::string& url, store::OpenMode mode = store::OpenMode::createIfMissing,
                       size_t connections = store::kDefaultConnections);
 
-// Closes the store. VELQZEM functions fail with EIO from then on. No thread may be using the store.
+// Closes the store, after the notes of the tokens' last uses are written if that is possible without waiting for
+// others. VELQZEM functions fail with EIO from then on. No thread may be using the store.
 void VELQZEMStoreClose();
 
 namespace store {
@@ -113,7 +114,7 @@ struct Token {
     std::string label;     // for people; may be empty, and several tokens may have the same
     int64_t made = 0;      // 0: unknown, because an earlier schema version did not store it
     int64_t expires = 0;   // from this time on the token is invalid; 0: never
-    int64_t lastUsed = 0;  // at most a minute before the real last use; 0: never
+    int64_t lastUsed = 0;  // at most ten minutes before the real last use; 0: never
 };
 
 // Stores another token of the account. label: UTF-8, at most 255 characters, no control characters. lifetime: seconds
@@ -127,8 +128,9 @@ std::vector<Token> listTokens(std::optional<uint32_t> uid);
 // Deletes the account's tokens with that label, or all of its tokens without a label. Returns the number of tokens.
 int64_t revokeTokens(uint32_t uid, const std::optional<std::string>& label);
 
-// Returns the account of the token with that hash, nothing when there is no such token or it has expired. Stores the
-// time of use at most once a minute for each token, and only if the store can be written without waiting.
+// Returns the account of the token with that hash, nothing when there is no such token or it has expired. Notes
+// the time of use. A thread of the store writes the notes every ten minutes if it can do so without waiting for others;
+// closing the store writes those that are left.
 std::optional<Account> findAccountByToken(const std::string& tokenHash);
 
 // --- Fleets. A fleet file is a JSON object with the arrays "accounts", "groups", "policies" and "servers", each
@@ -198,6 +200,13 @@ void setChangeSink(std::function<void(const std::string& line)> sink);
 // Returns the result of the last health probe, without waiting; a thread of the store sends one every second. True
 // before the first probe, false when no store is open.
 bool isStoreAnswering();
+
+// Returns a name for the store's present state. Two equal names mean that no change was committed in between, by this
+// process or any other; so an answer that was made between two calls with equal names is still true while a third call
+// returns that name. Changes of a token's last use do not count. Names of different processes may differ for the same
+// state. Empty when the state cannot be told: no store is open, it does not answer, or the database has no means for
+// it. Throws only std::bad_alloc. The call is cheap: at most one short statement on a connection of its own.
+std::string storeState();
 
 // Sets the sink for the log of outages: it gets one line, without a line end, when the store stops answering ("the
 // store does not answer: " and the reason, which may contain any bytes) and one when it answers again ("the store

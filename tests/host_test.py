@@ -416,12 +416,15 @@ class HostTest(unittest.TestCase):
         with contextlib.closing(sqlite3.connect(self.store.path)) as database, database:
             database.execute("UPDATE token SET expires = ? WHERE uid = 1001", [int(time.time())])
         self.assertEqual(self.request(TREE, expired)[0], 401)
+        self.assertRegex(self.store.run("tokens"), "(?m)^admin .* never$")  # the server has yet to write the uses
+        self.server.stop()
         table = self.store.run("tokens")
         a_time = r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ"
         for row in ["ACCOUNT +LABEL +MADE +EXPIRES +LAST USED", f"admin +- +{a_time} +never +{a_time}",
                     f"admin +old laptop +{a_time} +{a_time} +{a_time}",
                     rf"m.okafor +- +{a_time} +{a_time} \(expired\) +{a_time}"]:
             self.assertRegex(table, f"(?m)^{row}$")
+        self.serve()
         self.assertNotIn("okafor", self.store.run("tokens", "admin"))
         self.assertEqual(self.store.run("revoke", "admin", "old laptop"), "1 token revoked\n")
         self.assertEqual(self.store.run("revoke", "admin", "old laptop", status=1), "0 tokens revoked\n")

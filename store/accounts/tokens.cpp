@@ -3,16 +3,13 @@
 #include <ctime>
 #include <stdexcept>
 
+#include "store/accounts/token_uses.h"
 #include "store/base/utf8.h"
-#include "store/db/database.h"
-#include "store/db/session.h"
 #include "store/records/json_text.h"
 #include "store/records/rows.h"
 
 namespace store {
 namespace {
-
-constexpr int64_t kSecondsBetweenUseNotes = 60;
 
 void checkLabel(const std::string& label)
 {
@@ -30,25 +27,20 @@ int64_t expiryOf(int64_t lifetime, int64_t now)
     return lifetime == 0 ? 0 : now + lifetime;
 }
 
-struct FoundToken {
-    Account account;
-    int64_t lastUsed = 0;
-};
-
-std::optional<FoundToken> findToken(soci::session& sql, const std::string& tokenHash, int64_t now)
+std::optional<Account> findOwner(soci::session& sql, const std::string& tokenHash, int64_t now)
 {
     int64_t uid = 0;
-    FoundToken found;
+    Account owner;
     Statement statement(sql);
-    statement.in(tokenHash).in(now).out(uid).out(found.account.name).out(found.lastUsed);
+    statement.in(tokenHash).in(now).out(uid).out(owner.name);
     statement.prepare(
-        "SELECT a.uid, a.name, t.last_used FROM token t JOIN account a ON a.uid = t.uid"
+        "SELECT a.uid, a.name FROM token t JOIN account a ON a.uid = t.uid"
         " WHERE t.hash = :hash AND (t.expires = 0 OR t.expires > :now)");
     if (!statement.first()) {
         return std::nullopt;
     }
-    found.account.uid = static_cast<uint32_t>(uid);
-    return found;
+    owner.uid = static_cast<uint32_t>(uid);
+    return owner;
 }
 
 void insertToken(soci::session& sql, int64_t uid, const std::string& tokenHash, const std::string& label, int64_t made,
@@ -78,17 +70,6 @@ std::vector<Token> readTokens(soci::session& sql, std::optional<uint32_t> uid)
     return tokens;
 }
 
-// A store that another writer has locked, or that is read-only, does not make the search wait or fail.
-void noteUse(const std::string& tokenHash, int64_t now)
-{
-    try {
-        Connection connection;
-        const NoLockWait noLockWait(connection.sql());
-        change(connection.sql(), "UPDATE token SET last_used = :now WHERE hash = :hash", now, tokenHash);
-    } catch (const std::runtime_error&) {  // the use stays unnoted
-    }
-}
-
 }  // namespace
 
 void addToken(uint32_t uid, const std::string& tokenHash, const std::string& label, int64_t lifetime)
@@ -116,14 +97,12 @@ int64_t revokeTokens(uint32_t uid, const std::optional<std::string>& label)
 std::optional<Account> findAccountByToken(const std::string& tokenHash)
 {
     const int64_t now = std::time(nullptr);
-    const auto found = inTransaction(Access::read, [&](soci::session& sql) { return findToken(sql, tokenHash, now); });
-    if (!found) {
-        return std::nullopt;
+    const auto find = [&](soci::session& sql) { return findOwner(sql, tokenHash, now); };
+    const std::optional<Account> owner = inTransaction(Access::read, find);
+    if (owner) {
+        noteTokenUse(tokenHash, now);
     }
-    if (std::abs(now - found->lastUsed) >= kSecondsBetweenUseNotes) {
-        noteUse(tokenHash, now);
-    }
-    return found->account;
+    return owner;
 }
 
 }  // namespace store

@@ -41,4 +41,17 @@ constexpr std::chrono::seconds kLongestSilence{70};
 constexpr std::chrono::seconds kProbeInterval{1};
 constexpr std::chrono::milliseconds kProbeTimeout{2000};
 
+// --- The name of the store's state
+
+// For the answer of the database and for the threads that ask before. After a lost connection, and after an answer that
+// the database cannot name its state, the calls do without a name for a while.
+constexpr std::chrono::milliseconds kStateTimeout{2000};
+constexpr std::chrono::seconds kStateRetryPause{1};
+constexpr std::chrono::seconds kNoStatePause{60};
+
+// --- Notes of a token's last use
+
+// Uses are collected for this time and then written together.
+constexpr std::chrono::minutes kTokenUseInterval{10};
+
 }  // namespace store

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include <soci/sqlite3/soci-sqlite3.h>
 
@@ -14,6 +15,7 @@
 #include "store/db/address.h"
 #include "store/db/database_error.h"
 #include "store/db/pool.h"
+#include "store/db/state_reader.h"
 #include "store/db/statement.h"
 #include "store/db/store_file.h"
 
@@ -21,6 +23,7 @@ namespace store {
 namespace {
 
 std::unique_ptr<Pool> gPool;
+std::unique_ptr<StateReader> gStateReader;  // there is one while there is a pool
 
 Pool& openPool()
 {
@@ -59,7 +62,9 @@ void openDatabase(const std::string& url, OpenMode mode, size_t connections)
     // One thread at a time uses a connection of the pool, so SQLite need not lock it again for every column. The call
     // has no effect, and does no harm, once the library is in use.
     sqlite_api::sqlite3_config(SQLITE_CONFIG_MULTITHREAD);
+    auto pStateReader = std::make_unique<StateReader>(address);
     gPool = std::make_unique<Pool>(address, connections);
+    gStateReader = std::move(pStateReader);
 }
 
 void setUpDatabaseFile()
@@ -74,6 +79,7 @@ void setUpDatabaseFile()
 
 void closeDatabase()
 {
+    gStateReader.reset();
     gPool.reset();
 }
 
@@ -90,6 +96,11 @@ bool isPostgres()
 bool isStoreAnswering()
 {
     return gPool != nullptr && gPool->isAnswering();
+}
+
+std::string storeState()
+{
+    return isStoreAnswering() ? gStateReader->read() : "";
 }
 
 Connection::Connection() : m_number(openPool().lease()) {}

@@ -1,28 +1,21 @@
-// Probes SQLite by a query on its file, and PostgreSQL through its client library: SOCI would wait for an answer
-// without a time limit.
+// A probe uses connections of its own: those of the pool may all be in use.
 #include "store/db/health_probe.h"
 
-#include <poll.h>
-
-#include <cerrno>
-#include <chrono>
 #include <memory>
 #include <stdexcept>
 #include <string>
 
-#include <libpq-fe.h>
 #include <soci/sqlite3/soci-sqlite3.h>
 
-#include "store/base/errors.h"
 #include "store/base/timeouts.h"
-#include "store/db/postgres_connection.h"
 #include "store/db/session.h"
 #include "store/db/statement.h"
+#include "store/db/timed_connection.h"
 
 namespace store {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+constexpr char kTooSlow[] = "it does not answer in time";
 
 // Opens the file anew each time, because an open file may have been removed from its path.
 void probeSqlite(const std::string& path)
@@ -34,65 +27,32 @@ void probeSqlite(const std::string& path)
     number(sql, "SELECT COUNT(*) FROM meta");
 }
 
-struct PostgresDeleter {
-    void operator()(PGconn* pConnection) const
-    {
-        PQfinish(pConnection);
-    }
-    void operator()(PGresult* pResult) const
-    {
-        PQclear(pResult);
-    }
-};
-using PostgresConnection = std::unique_ptr<PGconn, PostgresDeleter>;
-using PostgresResult = std::unique_ptr<PGresult, PostgresDeleter>;
-
-// Waits until data has arrived on the connection. Returns whether it did before the end.
-bool receive(PGconn* pConnection, Clock::time_point end)
+bool answers(TimedConnection& connection)
 {
-    pollfd arrival{PQsocket(pConnection), POLLIN, 0};
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-    const int ready = left > 0 ? poll(&arrival, 1, static_cast<int>(left)) : 0;
-    return (ready < 0 && errno == EINTR) || (ready > 0 && PQconsumeInput(pConnection) == 1);
+    return connection.ask("SELECT 1", kProbeTimeout).has_value();
 }
 
-// Returns whether the database answers over the connection, which is then ready for the next probe.
-bool answers(PGconn* pConnection)
+std::unique_ptr<TimedConnection> connect(const std::string& url)
 {
-    const auto end = Clock::now() + kProbeTimeout;
-    bool isAnswered = false;
-    if (PQsendQuery(pConnection, "SELECT 1") != 1) {
-        return false;
-    }
-    for (;;) {
-        while (PQisBusy(pConnection) != 0) {
-            if (!receive(pConnection, end)) {
-                return false;
-            }
-        }
-        const PostgresResult pResult(PQgetResult(pConnection));
-        if (pResult == nullptr) {
-            return isAnswered;
-        }
-        isAnswered = PQresultStatus(pResult.get()) == PGRES_TUPLES_OK;
+    try {
+        return std::make_unique<TimedConnection>(url);
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(*error.what() == '\0' ? kTooSlow : error.what());
     }
 }
 
 // Tries a new connection before it gives up: the old one may have been lost without an outage.
-void probePostgres(const std::string& url, PostgresConnection& pConnection)
+void probePostgres(const std::string& url, std::unique_ptr<TimedConnection>& pConnection)
 {
-    if (pConnection != nullptr && answers(pConnection.get())) {
+    if (pConnection != nullptr && answers(*pConnection)) {
         return;
     }
-    pConnection.reset(PQconnectdb(url.c_str()));
-    silenceNotices(pConnection.get());
-    const bool isConnected = PQstatus(pConnection.get()) == CONNECTION_OK;
-    if (isConnected && answers(pConnection.get())) {
-        return;
-    }
-    const std::string reason = onOneLine(PQerrorMessage(pConnection.get()));
     pConnection.reset();
-    throw std::runtime_error(isConnected || reason.empty() ? "it does not answer in time" : reason);
+    pConnection = connect(url);
+    if (!answers(*pConnection)) {
+        pConnection.reset();
+        throw std::runtime_error(kTooSlow);
+    }
 }
 
 }  // namespace
@@ -102,7 +62,7 @@ std::function<void()> healthProbeFor(const Address& address)
     if (!address.isPostgres) {
         return [path = address.place] { probeSqlite(path); };
     }
-    return [url = address.place, pConnection = std::make_shared<PostgresConnection>()] {
+    return [url = address.place, pConnection = std::make_shared<std::unique_ptr<TimedConnection>>()] {
         probePostgres(url, *pConnection);
     };
 }
