@@ -1,12 +1,14 @@
 // Serves the files of the console's page to browsers.
 #include "host/http/static_files.h"
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <new>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include "host/base/digest.h"
 
@@ -37,6 +39,7 @@ constexpr Pair kHeaders[] = {
      "form-action 'none'; frame-ancestors 'none'"},
     {"Cross-Origin-Resource-Policy", "same-origin"},
     {"Referrer-Policy", "no-referrer"},
+    {MHD_HTTP_HEADER_VARY, MHD_HTTP_HEADER_ACCEPT_ENCODING},
     {"X-Content-Type-Options", "nosniff"},
     {"X-Frame-Options", "DENY"},
 };
@@ -62,26 +65,55 @@ std::string readFile(const std::filesystem::path& path)
     return bytes;
 }
 
-// Whether the client has this version of the file.
-bool isCached(MHD_Connection* pConnection, const StaticFile& file)
+std::vector<Representation> representationsOf(std::string bytes)
 {
-    const char* szEtags = MHD_lookup_connection_value(pConnection, MHD_HEADER_KIND, MHD_HTTP_HEADER_IF_NONE_MATCH);
-    return szEtags != nullptr && (strcmp(szEtags, "*") == 0 || strstr(szEtags, file.etag.c_str()) != nullptr);
+    const std::vector<std::string> content = {std::move(bytes)};
+    std::vector<Representation> representations;
+    for (const Coding coding : {Coding::identity, Coding::gzip, Coding::zstd}) {
+        if (coding == Coding::identity || content[0].size() >= kMinBytesToCompress) {
+            std::string encoded = compressed(coding, content);
+            std::string etag = '"' + digestOf(encoded) + '"';
+            representations.push_back({coding, std::move(encoded), std::move(etag)});
+        }
+    }
+    return representations;
 }
 
-void addHeaders(MHD_Response* pResponse, const StaticFile& file, bool closeAfterResponse)
+const char* headerValue(MHD_Connection* pConnection, const char* szName)
+{
+    return MHD_lookup_connection_value(pConnection, MHD_HEADER_KIND, szName);
+}
+
+// Whether the client has this version of the file.
+bool isCached(MHD_Connection* pConnection, const std::string& etag)
+{
+    const char* szEtags = headerValue(pConnection, MHD_HTTP_HEADER_IF_NONE_MATCH);
+    return szEtags != nullptr && (strcmp(szEtags, "*") == 0 || strstr(szEtags, etag.c_str()) != nullptr);
+}
+
+void addHeaders(MHD_Response* pResponse, const char* szType, const Representation& sent, bool closeAfterResponse)
 {
     for (const Pair& header : kHeaders) {
         MHD_add_response_header(pResponse, header.szName, header.szValue);
     }
-    MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_TYPE, file.szType);
-    MHD_add_response_header(pResponse, MHD_HTTP_HEADER_ETAG, file.etag.c_str());
+    MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_TYPE, szType);
+    MHD_add_response_header(pResponse, MHD_HTTP_HEADER_ETAG, sent.etag.c_str());
+    if (sent.coding != Coding::identity) {
+        MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_ENCODING, nameOf(sent.coding));
+    }
     if (closeAfterResponse) {
         MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONNECTION, "close");
     }
 }
 
 }  // namespace
+
+const Representation& StaticFile::preferredBy(Coding coding) const
+{
+    const auto found = std::find_if(representations.begin(), representations.end(),
+                                    [coding](const Representation& it) { return it.coding == coding; });
+    return found == representations.end() ? representations.front() : *found;
+}
 
 void StaticFiles::load(const std::filesystem::path& folder)
 try {
@@ -96,8 +128,7 @@ try {
         if (total > kMaxBytes) {
             throw std::runtime_error(folder.string() + " is too large for the console's page");
         }
-        const std::string bytes = readFile(entry.path());
-        m_files["/" + name] = {bytes, '"' + digestOf(bytes) + '"', szType};
+        m_files["/" + name] = {szType, representationsOf(readFile(entry.path()))};
     }
     if (const auto index = m_files.find("/index.html"); index != m_files.end()) {
         m_files["/"] = index->second;
@@ -116,14 +147,17 @@ const StaticFile* StaticFiles::find(std::string_view path) const
 
 MHD_Result queueFile(MHD_Connection* pConnection, const StaticFile& file, bool closeAfterResponse, int& status)
 {
-    status = isCached(pConnection, file) ? MHD_HTTP_NOT_MODIFIED : MHD_HTTP_OK;  // the library sends no body with 304
+    const Coding coding = acceptedCoding(headerValue(pConnection, MHD_HTTP_HEADER_ACCEPT_ENCODING));
+    const Representation& sent = file.preferredBy(coding);
+    // The library sends no body with 304.
+    status = isCached(pConnection, sent.etag) ? MHD_HTTP_NOT_MODIFIED : MHD_HTTP_OK;
     // The response refers to the bytes instead of copying them for each slow reader.
-    MHD_Response* pResponse = MHD_create_response_from_buffer(file.bytes.size(), const_cast<char*>(file.bytes.data()),
+    MHD_Response* pResponse = MHD_create_response_from_buffer(sent.bytes.size(), const_cast<char*>(sent.bytes.data()),
                                                               MHD_RESPMEM_PERSISTENT);
     if (pResponse == nullptr) {
         throw std::bad_alloc();
     }
-    addHeaders(pResponse, file, closeAfterResponse);
+    addHeaders(pResponse, file.szType, sent, closeAfterResponse);
     const MHD_Result queued = MHD_queue_response(pConnection, static_cast<unsigned>(status), pResponse);
     MHD_destroy_response(pResponse);
     return queued;
