@@ -48,7 +48,7 @@ REFUSALS = [
     ("text that is not UTF-8 is refused", 400, {"body": b'{"name":"\xc0\xaf"}'}),
     ("deep nesting is refused", 400, {"body": '{"a":' + "[" * 100000 + "]" * 100000 + "}"}),
     ("a compressed body is refused", 400, {"body": "{}", "headers": {"Content-Encoding": "gzip"}}),
-    ("GET of a method is refused", 405, {"method": "GET"}),
+    ("DELETE of a method is refused", 405, {"method": "DELETE"}),
     ("an unknown method is not found, whatever the token and the HTTP method", 404,
      {"path": "/webapi/VELQ.ZEM.Tree/1/drop", "token": None, "method": "GET"}),
     ("an unknown version is not found", 404, {"path": "/webapi/VELQ.ZEM.Tree/2/get"}),
@@ -61,7 +61,7 @@ REFUSALS = [
 ]
 
 # A part of the message of a refusal, by status.
-MESSAGES = {400: "JSON", 401: "token", 404: "no such method", 405: "takes only POST", 413: "4 MiB", 500: "failed"}
+MESSAGES = {400: "JSON", 401: "token", 404: "no such method", 405: "takes only GET, HEAD, POST", 413: "4 MiB", 500: "failed"}
 
 # What is expected, a request of the delegate m.okafor, its error code and a part of its message. After the first row,
 # which the store refuses, a reason that is not forgotten would show in the rows after it.

@@ -1,5 +1,7 @@
-// Hashes texts and writes bytes as hexadecimal digits, with libsodium.
+// Hashes texts, gives random bytes, and writes bytes as hexadecimal digits, with libsodium.
 #include "host/base/digest.h"
+
+#include <stdexcept>
 
 #include <sodium.h>
 
@@ -17,6 +19,16 @@ std::string digestOf(std::string_view text)
     crypto_generichash(hash, kDigestBytes, reinterpret_cast<const unsigned char*>(text.data()), text.size(), nullptr,
                        0);
     return hexOf(hash);
+}
+
+std::string randomDigits()
+{
+    if (sodium_init() < 0) {
+        throw std::runtime_error("no source of random numbers");
+    }
+    unsigned char random[kDigestBytes];
+    randombytes_buf(random, kDigestBytes);
+    return hexOf(random);
 }
 
 }  // namespace host

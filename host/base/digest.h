@@ -1,4 +1,4 @@
-// Hashes texts and writes bytes as hexadecimal digits. Any thread may call these functions.
+// Hashes texts, gives random bytes, and writes bytes as hexadecimal digits. Any thread may call these functions.
 #pragma once
 
 #include <cstddef>
@@ -15,5 +15,8 @@ std::string hexOf(const unsigned char (&bytes)[kDigestBytes]);
 
 // Returns the BLAKE2b hash of the text in hexadecimal. The text cannot be recovered from it.
 std::string digestOf(std::string_view text);
+
+// Returns kDigestBytes random bytes in hexadecimal. Throws std::runtime_error when the random source fails.
+std::string randomDigits();
 
 }  // namespace host

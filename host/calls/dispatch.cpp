@@ -55,6 +55,11 @@ std::string errorEnvelope(int code, const std::string& message)
            ",\"message\":" + Json::valueToQuotedString(printable(message).c_str()) + "}}";
 }
 
+AnswerText shared(std::vector<std::string> parts)
+{
+    return std::make_shared<const std::vector<std::string>>(std::move(parts));
+}
+
 void reportException(const char* szWhat)
 {
     logError("a handler failed", szWhat);
@@ -100,16 +105,24 @@ Answer answerRequest(Handler handler, const store::Account& account, Json::Value
     try {
         VELQ::APIResponse resp;
         const int status = callHandler(handler, account, std::move(jParams), resp) ? 200 : 500;
-        return {status, resp.GetErrorCode(), envelope(resp)};
+        return answerOf(resp, status);
     } catch (const std::exception& e) {
         reportException(e.what());
         return errorAnswer(500);
     }
 }
 
+Answer answerOf(VELQ::APIResponse& resp, int status)
+{
+    const bool succeeded = resp.IsSuccess();
+    const int code = resp.GetErrorCode();
+    return {.status = status, .code = code, .text = shared(envelope(resp)), .succeeded = succeeded};
+}
+
 Answer errorAnswer(int status, const std::string& message)
 {
-    return {status, status, {errorEnvelope(status, message.empty() ? errorTextOf(status) : message)}};
+    std::vector<std::string> parts{errorEnvelope(status, message.empty() ? errorTextOf(status) : message)};
+    return {.status = status, .code = status, .text = shared(std::move(parts))};
 }
 
 std::vector<std::string> envelope(VELQ::APIResponse& resp)

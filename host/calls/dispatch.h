@@ -3,6 +3,7 @@
 // Any thread may call these functions.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,10 +16,15 @@ namespace host {
 
 using Handler = void (*)(VELQ::APIRequest*, VELQ::APIResponse*);
 
+// The text of an answer, in pieces to be sent one after the other. Several requests may share it.
+using AnswerText = std::shared_ptr<const std::vector<std::string>>;
+
 struct Answer {
-    int status = 200;                // HTTP status
-    int code = 0;                    // error code in the envelope, 0 on success
-    std::vector<std::string> parts;  // the envelope: one line of JSON, in pieces to be sent one after the other
+    int status = 200;        // HTTP status
+    int code = 0;            // error code in the envelope, 0 on success
+    AnswerText text{};       // the envelope, one line of JSON
+    bool succeeded = false;  // whether the envelope says so
+    std::string etag{};      // names the answer, in the quotes of the header; empty when it has no name
 };
 
 // Parses the parameters of a request. body: the text of a JSON object, or empty for no parameters, which gives a null
@@ -32,6 +38,9 @@ bool callHandler(Handler handler, const store::Account& account, Json::Value jPa
 
 // Calls the handler and returns the answer to be sent: HTTP status 200, or 500 after an exception.
 Answer answerRequest(Handler handler, const store::Account& account, Json::Value jParams);
+
+// Returns the answer with the outcome of a handler, and takes the data out of resp. As envelope().
+Answer answerOf(VELQ::APIResponse& resp, int status = 200);
 
 // Returns the answer to a request that reaches no handler. status: the HTTP status, which becomes the error code as
 // well. message: the text for people; when empty, the one that belongs to the code.

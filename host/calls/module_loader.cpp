@@ -19,6 +19,12 @@ bool isEnd(const VELQ::APIMethod& row)
 
 }  // namespace
 
+bool onlyReads(const VELQ::APIMethod& row)
+{
+    const std::string_view method = row.szMethod;
+    return method == "get" || method == "list";
+}
+
 void ModuleSet::load(const std::string& path)
 {
     // An absolute path, because dlopen searches the library folders for a name without a slash.

@@ -12,6 +12,10 @@
 
 namespace host {
 
+// Whether the method only reads, by its name: "get" or "list". Its answer then depends on the caller, the parameters
+// and the state of the store alone.
+bool onlyReads(const VELQ::APIMethod& row);
+
 // The loaded modules. Load all of them before other threads use the object; after that any thread may look methods up.
 // Modules stay loaded until the process ends.
 class ModuleSet {

@@ -4,10 +4,7 @@
 
 #include <strings.h>
 
-#include <stdexcept>
 #include <string_view>
-
-#include <sodium.h>
 
 #include "host/base/digest.h"
 
@@ -21,12 +18,7 @@ constexpr std::string_view kScheme = "Bearer ";
 
 std::string issueToken(const store::Account& account, const std::string& label, int64_t lifetime)
 {
-    if (sodium_init() < 0) {
-        throw std::runtime_error("no source of random numbers");
-    }
-    unsigned char random[kDigestBytes];
-    randombytes_buf(random, kDigestBytes);
-    std::string token = hexOf(random);
+    std::string token = randomDigits();
     store::addToken(account.uid, digestOf(token), label, lifetime);
     return token;
 }

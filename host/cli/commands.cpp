@@ -52,7 +52,7 @@ Handler handlerOf(const ModuleSet& modules, const std::string& api, int64_t vers
 
 int printAnswer(const Answer& answer)
 {
-    for (const std::string& part : answer.parts) {
+    for (const std::string& part : *answer.text) {
         std::cout << part;
     }
     std::cout << '\n';
@@ -154,7 +154,7 @@ int printTree(const ModulePaths& modules, const std::string& account)
     VELQ::APIResponse resp;
     callHandler(handlerOf(loaded, "VELQ.ZEM.Tree", 1, "get"), accountOf(account), Json::Value(), resp);
     if (!resp.IsSuccess()) {
-        return printAnswer({200, resp.GetErrorCode(), envelope(resp)});
+        return printAnswer(answerOf(resp));
     }
     drawTree(resp.GetData(), std::cout);
     return 0;

@@ -19,8 +19,12 @@ constexpr char kStoreAway[] = "the store does not answer; try again";
 
 Answer healthAnswer()
 {
-    return store::isStoreAnswering() ? Answer{200, 0, {R"({"success":true,"data":null})"}}
-                                     : errorAnswer(MHD_HTTP_SERVICE_UNAVAILABLE, kStoreAway);
+    if (!store::isStoreAnswering()) {
+        return errorAnswer(MHD_HTTP_SERVICE_UNAVAILABLE, kStoreAway);
+    }
+    VELQ::APIResponse resp;
+    resp.SetSuccess(Json::Value());
+    return answerOf(resp);
 }
 
 }  // namespace
@@ -85,7 +89,7 @@ MHD_Result Exchange::finish()
         return respondWithFile();
     }
     if (m_answer) {
-        return respond(std::move(*m_answer));
+        return respond(*m_answer);
     }
     MHD_suspend_connection(m_pConnection);  // before the job is queued: a worker may resume it at once
     if (!enqueueJob()) {
@@ -116,7 +120,7 @@ FairQueue::Completion Exchange::runJob() noexcept
             return enqueueJob() ? FairQueue::Completion() : resume;
         }
         m_head.account = *account;
-        runHandler();
+        answerCall();
     } catch (const std::exception& e) {
         logError("a request could not be served", e.what());
         m_refusalStatus = MHD_HTTP_INTERNAL_SERVER_ERROR;
@@ -145,17 +149,24 @@ std::optional<store::Account> Exchange::authenticate()
     return account;
 }
 
-void Exchange::runHandler()
+void Exchange::answerCall()
+{
+    const auto call = [this] { return runHandler(); };
+    m_answer = onlyReads(*m_head.pRow)
+                   ? m_server.readAnswers.answer({*m_head.pRow, m_head.account, m_body.text(), m_head.knownTags}, call)
+                   : call();
+}
+
+Answer Exchange::runHandler()
 {
     Json::Value jParams;
     try {
         jParams = parseParameters(m_body.text());
     } catch (const std::exception&) {
-        m_refusalStatus = MHD_HTTP_BAD_REQUEST;
-        return;
+        return errorAnswer(MHD_HTTP_BAD_REQUEST);
     }
     m_body.drop();
-    m_answer = answerRequest(m_head.pRow->pHandler, m_head.account, std::move(jParams));
+    return answerRequest(m_head.pRow->pHandler, m_head.account, std::move(jParams));
 }
 
 void Exchange::setAccount(AccountKey account)
@@ -168,18 +179,16 @@ void Exchange::setAccount(AccountKey account)
 Answer Exchange::refusal() const
 {
     if (m_refusalStatus == MHD_HTTP_METHOD_NOT_ALLOWED) {
-        return errorAnswer(m_refusalStatus, std::string("takes only ") + allowedMethods(m_head.resource));
+        return errorAnswer(m_refusalStatus, std::string("takes only ") + allowedMethods(m_head));
     }
-    return errorAnswer(m_refusalStatus, m_isStoreAway ? kStoreAway : "");
+    return errorAnswer(m_refusalStatus, m_isStoreAway ? kStoreAway : m_head.szRefusal);
 }
 
-MHD_Result Exchange::respond(Answer answer)
+MHD_Result Exchange::respond(const Answer& answer)
 {
-    const int code = answer.code;
     const bool closeAfterResponse = m_head.closeAfterResponse || m_server.isStopping;
-    const MHD_Result queued =
-        queueAnswer(m_pConnection, std::move(answer), allowedMethods(m_head.resource), closeAfterResponse);
-    return noteAnswer(queued, code);
+    const MHD_Result queued = queueAnswer(m_pConnection, answer, allowedMethods(m_head), closeAfterResponse);
+    return noteAnswer(queued, answer.code);
 }
 
 MHD_Result Exchange::respondWithFile()

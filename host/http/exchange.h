@@ -18,6 +18,7 @@
 #include "host/calls/fair_queue.h"
 #include "host/calls/handler_pool.h"
 #include "host/calls/module_loader.h"
+#include "host/calls/read_answers.h"
 #include "host/calls/token_cache.h"
 #include "host/http/evictable_sockets.h"
 #include "host/http/request_body.h"
@@ -33,6 +34,7 @@ struct ServerState {
     EvictableSockets evictableSockets;
     TokenCache tokenCache{};
     BodyMemory bodyMemory{};
+    ReadAnswers readAnswers{};
     LogRateLimit storeErrorLimit{};
     std::atomic<int> exchangeCount{0};    // exchanges that exist
     std::atomic<bool> isStopping{false};  // whether each connection is closed after its next answer
@@ -74,8 +76,11 @@ private:
     // Looks the token up. Returns nothing, and sets the refusal, when no account has it or the store does not answer.
     std::optional<store::Account> authenticate();
 
-    // Parses the body and calls the handler. Sets the answer, or the refusal of a malformed body.
-    void runHandler();
+    // Sets the answer: the handler's, or another with the same content.
+    void answerCall();
+
+    // Parses the body and calls the handler.
+    Answer runHandler();
 
     // Counts the request from now on as the account's: in the queue, in the body memory and among the connections.
     void setAccount(AccountKey account);
@@ -83,7 +88,7 @@ private:
     Answer refusal() const;
 
     // These three run on the connection's thread.
-    MHD_Result respond(Answer answer);
+    MHD_Result respond(const Answer& answer);
     MHD_Result respondWithFile();
     MHD_Result noteAnswer(MHD_Result queued, int code);  // code: for the log
 

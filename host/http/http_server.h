@@ -1,5 +1,5 @@
 // Runs the HTTP server: POST /webapi/{API}/{version}/{method} with a bearer token and a JSON object of parameters, GET
-// /health, and GET of the console's page at / and of its files.
+// of the methods that only read, GET /health, and GET of the console's page at / and of its files.
 #pragma once
 
 #include <cstddef>

@@ -67,16 +67,34 @@ void resolvePath(const char* szPath, const ModuleSet& modules, const StaticFiles
     head.resource = head.pRow == nullptr ? Resource::none : Resource::method;
 }
 
-bool isAllowed(Resource resource, const char* szMethod)
+bool isGetOrHead(const char* szMethod)
 {
-    if (resource == Resource::method) {
-        return strcmp(szMethod, MHD_HTTP_METHOD_POST) == 0;
-    }
     return strcmp(szMethod, MHD_HTTP_METHOD_GET) == 0 || strcmp(szMethod, MHD_HTTP_METHOD_HEAD) == 0;
 }
 
+bool isAllowed(const RequestHead& head, const char* szMethod)
+{
+    if (head.resource != Resource::method) {
+        return isGetOrHead(szMethod);
+    }
+    return strcmp(szMethod, MHD_HTTP_METHOD_POST) == 0 || (onlyReads(*head.pRow) && isGetOrHead(szMethod));
+}
+
+// Checks that the request has no parameters.
+int checkGet(MHD_Connection* pConnection, RequestHead& head)
+{
+    const bool hasBody =
+        declaredLength(pConnection) > 0 || *headerValue(pConnection, MHD_HTTP_HEADER_TRANSFER_ENCODING) != '\0';
+    if (hasBody || MHD_get_connection_values(pConnection, MHD_GET_ARGUMENT_KIND, nullptr, nullptr) > 0) {
+        head.szRefusal = "GET takes neither a body nor a query; send parameters with POST";
+        return MHD_HTTP_BAD_REQUEST;
+    }
+    head.knownTags = headerValue(pConnection, MHD_HTTP_HEADER_IF_NONE_MATCH);
+    return 0;
+}
+
 // Checks the headers of a method call. The token comes first: a client without one learns nothing about its body.
-int checkCall(MHD_Connection* pConnection, RequestHead& head)
+int checkCall(MHD_Connection* pConnection, const char* szMethod, RequestHead& head)
 {
     head.tokenHash = bearerTokenHash(headerValue(pConnection, MHD_HTTP_HEADER_AUTHORIZATION));
     if (head.tokenHash.empty()) {
@@ -86,7 +104,10 @@ int checkCall(MHD_Connection* pConnection, RequestHead& head)
         return MHD_HTTP_CONTENT_TOO_LARGE;
     }
     const char* szEncoding = headerValue(pConnection, MHD_HTTP_HEADER_CONTENT_ENCODING);
-    return *szEncoding == '\0' || strcasecmp(szEncoding, "identity") == 0 ? 0 : MHD_HTTP_BAD_REQUEST;
+    if (*szEncoding != '\0' && strcasecmp(szEncoding, "identity") != 0) {
+        return MHD_HTTP_BAD_REQUEST;
+    }
+    return isGetOrHead(szMethod) ? checkGet(pConnection, head) : 0;
 }
 
 }  // namespace
@@ -102,15 +123,18 @@ int checkHead(MHD_Connection* pConnection, const char* szPath, const char* szMet
     if (head.resource == Resource::none) {
         return MHD_HTTP_NOT_FOUND;
     }
-    if (!isAllowed(head.resource, szMethod)) {
+    if (!isAllowed(head, szMethod)) {
         return MHD_HTTP_METHOD_NOT_ALLOWED;
     }
-    return head.resource == Resource::method ? checkCall(pConnection, head) : 0;
+    return head.resource == Resource::method ? checkCall(pConnection, szMethod, head) : 0;
 }
 
-const char* allowedMethods(Resource resource)
+const char* allowedMethods(const RequestHead& head)
 {
-    return resource == Resource::method ? "POST" : "GET, HEAD";
+    if (head.resource != Resource::method) {
+        return "GET, HEAD";
+    }
+    return onlyReads(*head.pRow) ? "GET, HEAD, POST" : "POST";
 }
 
 bool sendsBodyImmediately(MHD_Connection* pConnection)

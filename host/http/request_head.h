@@ -25,6 +25,8 @@ struct RequestHead {
     const VELQ::APIMethod* pRow = nullptr;  // the method's table row, for Resource::method
     const StaticFile* pFile = nullptr;      // for Resource::file
     std::string tokenHash;                  // of the bearer token
+    std::string knownTags;                  // of GET and HEAD: the If-None-Match header
+    const char* szRefusal = "";             // why the request is refused; empty: the text for its status says it
     store::Account account;                 // the sender's, empty until the token was looked up
     bool closeAfterResponse = false;        // whether the connection cannot be used for another request
 };
@@ -36,7 +38,7 @@ int checkHead(MHD_Connection* pConnection, const char* szPath, const char* szMet
               const StaticFiles& page, RequestHead& head);
 
 // Returns the HTTP methods that the resource takes, as a header lists them.
-const char* allowedMethods(Resource resource);
+const char* allowedMethods(const RequestHead& head);
 
 // Returns whether the client sends a body without waiting for "100 Continue". Call it on the thread that serves the
 // connection.

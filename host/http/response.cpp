@@ -1,5 +1,5 @@
-// Sends a JSON answer on its connection. The library takes over the parts without copying them: a tree may have many
-// megabytes.
+// Sends a JSON answer on its connection. The library sends the pieces of the text without copying them: a tree may have
+// many megabytes, and several slow readers may share it.
 #include "host/http/response.h"
 
 #include <memory>
@@ -12,31 +12,34 @@ namespace host {
 
 namespace {
 
-MHD_Response* makeResponse(std::vector<std::string> parts)
+MHD_Response* makeResponse(AnswerText text)
 {
-    auto pParts = std::make_unique<std::vector<std::string>>(std::move(parts));
+    auto pText = std::make_unique<AnswerText>(std::move(text));
     std::vector<MHD_IoVec> pieces;
-    for (const std::string& part : *pParts) {
+    for (const std::string& part : **pText) {
         pieces.push_back({part.data(), part.size()});
     }
     MHD_Response* pResponse = MHD_create_response_from_iovec(
         pieces.data(), static_cast<unsigned>(pieces.size()),
-        [](void* pOwned) { delete static_cast<std::vector<std::string>*>(pOwned); }, pParts.get());
+        [](void* pOwned) { delete static_cast<AnswerText*>(pOwned); }, pText.get());
     if (pResponse == nullptr) {
         throw std::bad_alloc();
     }
-    static_cast<void>(pParts.release());  // the response owns them now
+    static_cast<void>(pText.release());  // the response owns it now
     return pResponse;
 }
 
-void addHeaders(MHD_Response* pResponse, int status, const char* szAllowed, bool closeAfterResponse)
+void addHeaders(MHD_Response* pResponse, const Answer& answer, const char* szAllowed, bool closeAfterResponse)
 {
     MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
     MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
-    if (status == MHD_HTTP_METHOD_NOT_ALLOWED) {
+    if (!answer.etag.empty()) {
+        MHD_add_response_header(pResponse, MHD_HTTP_HEADER_ETAG, answer.etag.c_str());
+    }
+    if (answer.status == MHD_HTTP_METHOD_NOT_ALLOWED) {
         MHD_add_response_header(pResponse, MHD_HTTP_HEADER_ALLOW, szAllowed);
     }
-    if (status == MHD_HTTP_UNAUTHORIZED) {
+    if (answer.status == MHD_HTTP_UNAUTHORIZED) {
         MHD_add_response_header(pResponse, MHD_HTTP_HEADER_WWW_AUTHENTICATE, "Bearer");
     }
     if (closeAfterResponse) {
@@ -46,10 +49,11 @@ void addHeaders(MHD_Response* pResponse, int status, const char* szAllowed, bool
 
 }  // namespace
 
-MHD_Result queueAnswer(MHD_Connection* pConnection, Answer answer, const char* szAllowed, bool closeAfterResponse)
+MHD_Result queueAnswer(MHD_Connection* pConnection, const Answer& answer, const char* szAllowed,
+                       bool closeAfterResponse)
 {
-    MHD_Response* pResponse = makeResponse(std::move(answer.parts));
-    addHeaders(pResponse, answer.status, szAllowed, closeAfterResponse);
+    MHD_Response* pResponse = makeResponse(answer.text);
+    addHeaders(pResponse, answer, szAllowed, closeAfterResponse);
     const MHD_Result queued = MHD_queue_response(pConnection, static_cast<unsigned>(answer.status), pResponse);
     MHD_destroy_response(pResponse);
     return queued;

@@ -11,6 +11,7 @@ namespace host {
 // that the resource takes, sent with status 405. closeAfterResponse: whether the connection ends with it. Returns the
 // library's result: MHD_NO when it closes the connection instead. Throws std::bad_alloc. Call it once per request, on
 // the thread that serves the connection.
-MHD_Result queueAnswer(MHD_Connection* pConnection, Answer answer, const char* szAllowed, bool closeAfterResponse);
+MHD_Result queueAnswer(MHD_Connection* pConnection, const Answer& answer, const char* szAllowed,
+                       bool closeAfterResponse);
 
 }  // namespace host
