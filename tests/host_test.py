@@ -61,7 +61,8 @@ REFUSALS = [
 ]
 
 # A part of the message of a refusal, by status.
-MESSAGES = {400: "JSON", 401: "token", 404: "no such method", 405: "takes only GET, HEAD, POST", 413: "4 MiB", 500: "failed"}
+MESSAGES = {400: "JSON", 401: "token", 404: "no such method", 405: "takes only GET, HEAD, POST", 413: "4 MiB",
+            500: "failed"}
 
 # What is expected, a request of the delegate m.okafor, its error code and a part of its message. After the first row,
 # which the store refuses, a reason that is not forgotten would show in the rows after it.

@@ -9,6 +9,7 @@
 
 #include <json/value.h>
 
+#include "host/base/compression.h"
 #include "platform/velq_webapi.h"
 #include "store/store.h"
 
@@ -20,11 +21,12 @@ using Handler = void (*)(VELQ::APIRequest*, VELQ::APIResponse*);
 using AnswerText = std::shared_ptr<const std::vector<std::string>>;
 
 struct Answer {
-    int status = 200;        // HTTP status
-    int code = 0;            // error code in the envelope, 0 on success
-    AnswerText text{};       // the envelope, one line of JSON
-    bool succeeded = false;  // whether the envelope says so
-    std::string etag{};      // names the answer, in the quotes of the header; empty when it has no name
+    int status = 200;                  // HTTP status
+    int code = 0;                      // error code in the envelope, 0 on success
+    AnswerText text{};                 // the envelope, one line of JSON
+    bool succeeded = false;            // whether the envelope says so
+    std::string etag{};                // names the answer, in the quotes of the header; empty when it has no name
+    Coding coding = Coding::identity;  // of the text
 };
 
 // Parses the parameters of a request. body: the text of a JSON object, or empty for no parameters, which gives a null

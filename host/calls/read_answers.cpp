@@ -1,7 +1,14 @@
-// Answers requests for methods that only read, and names their answers.
+// Answers requests for methods that only read.
+//
+// An answer belongs to the state of the store that was read before the call and again after it, and only if both are
+// equal: a change while the method ran may be in the answer or not.
 #include "host/calls/read_answers.h"
 
+#include <exception>
+#include <memory>
 #include <utility>
+
+#include "host/calls/answer_coding.h"
 
 namespace host {
 
@@ -15,29 +22,129 @@ Answer notModified(std::string etag)
 
 }  // namespace
 
-Answer ReadAnswers::answer(const Read& read, const Call& call) const
+// A call for whose answer other requests wait. At its end it releases those that have no answer.
+class ReadAnswers::SharedCall {
+public:
+    // The caller has added the key to owner.m_shared. key: outlives the object.
+    SharedCall(ReadAnswers& owner, const ReadKey& key) : m_owner(owner), m_key(key) {}
+    SharedCall(const SharedCall&) = delete;
+    ~SharedCall()
+    {
+        answerWaiting([](Coding) { return std::nullopt; });
+    }
+
+    // Answers the requests that wait, until none does; others then no longer wait for this call.
+    void answerWaiting(const std::function<std::optional<Answer>(Coding)>& answerIn) noexcept
+    {
+        for (std::vector<WaitingRequest> requests; takeWaiting(requests); requests.clear()) {
+            for (const WaitingRequest& request : requests) {
+                std::optional<Answer> answer;
+                try {
+                    answer = answerIn(request.coding);
+                } catch (const std::exception&) {  // no memory; the request tries by itself
+                    answer.reset();
+                }
+                request.waiter(std::move(answer));
+            }
+        }
+    }
+
+private:
+    // Takes the requests that wait. Ends the call and returns false when there is none.
+    bool takeWaiting(std::vector<WaitingRequest>& requests)
+    {
+        const std::lock_guard lock(m_owner.m_mutex);
+        if (m_isOver) {
+            return false;
+        }
+        const auto call = m_owner.m_shared.find(m_key);
+        m_isOver = call->second.empty();
+        if (m_isOver) {
+            m_owner.m_shared.erase(call);
+            return false;
+        }
+        requests.swap(call->second);
+        return true;
+    }
+
+    ReadAnswers& m_owner;
+    const ReadKey& m_key;
+    bool m_isOver = false;
+};
+
+std::optional<Answer> ReadAnswers::answer(const Read& read, const Call& call, const Waiter& waiter)
 {
-    const std::string state = store::storeState();
-    if (state.empty() || !read.body.empty()) {
-        return call();
+    const ReadKey key{read.account.uid, &read.row, read.body, store::storeState()};
+    if (key.state.empty()) {
+        return inCoding(call(), read.coding);
     }
-    std::string etag = etagOf(read, state);
-    if (read.knownTags.find(etag) != std::string::npos) {
-        return notModified(std::move(etag));
+    if (const std::string etag = etagOf(key, read.coding); !etag.empty() && read.knownTags.find(etag) != etag.npos) {
+        return notModified(etag);
     }
-    Answer answer = call();
-    // A change while the method ran may be in the answer or not.
-    if (answer.succeeded && store::storeState() == state) {
-        answer.etag = std::move(etag);
+    if (!m_keepsAnswers) {
+        return makeAnswer(key, read.coding, call, nullptr);
+    }
+    if (auto kept = m_kept.find(key, read.coding)) {
+        return kept;
+    }
+    bool isFirst = false;
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto shared = m_shared.try_emplace(key);
+        isFirst = shared.second;
+        if (!isFirst && waiter) {
+            shared.first->second.push_back({read.coding, waiter});
+            return std::nullopt;
+        }
+    }
+    if (!isFirst) {
+        return makeAnswer(key, read.coding, call, nullptr);
+    }
+    SharedCall sharedCall(*this, key);
+    return makeAnswer(key, read.coding, call, &sharedCall);
+}
+
+Answer ReadAnswers::makeAnswer(const ReadKey& key, Coding coding, const Call& call, SharedCall* pSharedCall)
+{
+    std::optional<Answer> plain = m_kept.find(key, Coding::identity);
+    if (!plain) {
+        plain = call();
+        if (!plain->succeeded || store::storeState() != key.state) {
+            return inCoding(*std::move(plain), coding);
+        }
+        plain = finishAnswer(key, Coding::identity, *std::move(plain));
+    }
+    std::map<Coding, Answer> answers{{Coding::identity, *plain}};
+    const auto answerIn = [&](Coding wanted) {
+        const auto known = answers.find(wanted);
+        return known != answers.end() ? known->second
+                                      : answers.emplace(wanted, finishAnswer(key, wanted, *plain)).first->second;
+    };
+    Answer answer = answerIn(coding);
+    if (pSharedCall != nullptr) {
+        pSharedCall->answerWaiting(answerIn);
     }
     return answer;
 }
 
-std::string ReadAnswers::etagOf(const Read& read, const std::string& state) const
+// Returns the answer in the coding, with its name, and keeps it.
+Answer ReadAnswers::finishAnswer(const ReadKey& key, Coding coding, Answer plain)
 {
-    const std::string method =
-        std::string(read.row.szApi) + '/' + std::to_string(read.row.version) + '/' + read.row.szMethod;
-    return '"' + digestOf(m_process + '/' + std::to_string(read.account.uid) + '/' + method + '/' + state) + '"';
+    Answer answer = inCoding(std::move(plain), coding);
+    answer.etag = etagOf(key, coding);
+    m_kept.keep(key, coding, answer);
+    return answer;
+}
+
+// Returns the name of the answer, in the quotes of the header; an empty text for a request with a body, which has none.
+std::string ReadAnswers::etagOf(const ReadKey& key, Coding coding) const
+{
+    if (!key.body.empty()) {
+        return "";
+    }
+    std::string text = m_process + '/' + key.pRow->szApi + '/' + std::to_string(key.pRow->version) + '/';
+    text += std::string(key.pRow->szMethod) + '/' + std::to_string(key.uid) + '/' + nameOf(coding) + '/' + key.state;
+    return '"' + digestOf(text) + '"';
 }
 
 }  // namespace host

@@ -1,11 +1,18 @@
-// Answers requests for methods that only read, and names their answers, so that a client which has one already need not
-// get it again.
+// Answers requests for methods that only read. Several requests for the same share one call of the method and its
+// answer, as long as the store does not change; and answers have names, so that a client need not get one that it has.
 #pragma once
 
+#include <cstddef>
 #include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "host/base/compression.h"
 #include "host/base/digest.h"
+#include "host/calls/answer_cache.h"
 #include "host/calls/dispatch.h"
 
 namespace host {
@@ -15,24 +22,49 @@ struct Read {
     const VELQ::APIMethod& row;
     const store::Account& account;  // the sender's
     const std::string& body;        // as the client sent it
+    Coding coding;                  // which the client prefers
     const std::string& knownTags;   // the names of answers that the client has, as the header If-None-Match lists them
 };
 
 // Any thread may use the object.
 class ReadAnswers {
 public:
+    // Runs the method and returns its answer, not compressed. It may throw.
     using Call = std::function<Answer()>;
 
-    // Returns the answer to the request: that of call, which runs the method, or one with the status 304 and no text
-    // when the client has the answer already. An answer to a request without a body has a name, unless the store
-    // changed meanwhile or cannot tell.
-    Answer answer(const Read& read, const Call& call) const;
+    // Takes the answer that another request's call gave. Takes nothing when that answer cannot be shared; then the
+    // request is to be answered without waiting again. It must not throw.
+    using Waiter = std::function<void(std::optional<Answer>)>;
+
+    // maxKeptBytes: how much memory the kept answers may take; 0: none is kept, and each request calls the method.
+    explicit ReadAnswers(size_t maxKeptBytes) : m_keepsAnswers(maxKeptBytes > 0), m_kept(maxKeptBytes) {}
+
+    // Returns the answer to the request: a kept one, that of the call, or one with the status 304 and no text when the
+    // client has it already. Returns nothing while another request calls the same method; the waiter then gets its
+    // answer on that request's thread, perhaps before this function returns. waiter: may be empty, and the request
+    // does not wait. Throws what the call throws, and as compressed().
+    //
+    // An answer to a request without a body has a name, unless the store changed meanwhile or its state is unknown.
+    std::optional<Answer> answer(const Read& read, const Call& call, const Waiter& waiter);
 
 private:
-    std::string etagOf(const Read& read, const std::string& state) const;
+    struct WaitingRequest {
+        Coding coding;
+        Waiter waiter;
+    };
+    class SharedCall;
+
+    Answer makeAnswer(const ReadKey& key, Coding coding, const Call& call, SharedCall* pSharedCall);
+    Answer finishAnswer(const ReadKey& key, Coding coding, Answer plain);
+    std::string etagOf(const ReadKey& key, Coding coding) const;
 
     // Part of each name. Another process may give other answers from the same state: it may have other modules.
     const std::string m_process = randomDigits();
+    const bool m_keepsAnswers;
+    AnswerCache m_kept;
+    std::mutex m_mutex;  // guards the map
+    std::map<ReadKey, std::vector<WaitingRequest>>
+        m_shared;  // the calls that run, with the requests that wait for them
 };
 
 }  // namespace host

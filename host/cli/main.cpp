@@ -77,6 +77,11 @@ void addServe(CommandLine& line)
     pServe->add_option("--idle-timeout", pOptions->idleTimeout, "Seconds until an idle connection is closed")
         ->capture_default_str()
         ->check(CLI::Range(1u, 3600u));
+    pServe
+        ->add_option("--keep-answers", pOptions->keptAnswersMib,
+                     "MiB of answers to keep in memory until the store changes; 0: none")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 65536));
     pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow an address that can be reached from elsewhere");
     pServe->add_flag("--debug", pOptions->echoesFailures, "Write the modules' failure lines to standard output, too");
     auto* pFolder = pServe->add_option("--console", pConsole->folder,

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/base/log.h"
+#include "host/calls/answer_coding.h"
 #include "host/http/request_log.h"
 #include "host/http/response.h"
 
@@ -120,7 +121,9 @@ FairQueue::Completion Exchange::runJob() noexcept
             return enqueueJob() ? FairQueue::Completion() : resume;
         }
         m_head.account = *account;
-        answerCall();
+        if (!answerCall()) {
+            return FairQueue::Completion();
+        }
     } catch (const std::exception& e) {
         logError("a request could not be served", e.what());
         m_refusalStatus = MHD_HTTP_INTERNAL_SERVER_ERROR;
@@ -149,12 +152,35 @@ std::optional<store::Account> Exchange::authenticate()
     return account;
 }
 
-void Exchange::answerCall()
+bool Exchange::answerCall()
 {
     const auto call = [this] { return runHandler(); };
-    m_answer = onlyReads(*m_head.pRow)
-                   ? m_server.readAnswers.answer({*m_head.pRow, m_head.account, m_body.text(), m_head.knownTags}, call)
-                   : call();
+    if (!onlyReads(*m_head.pRow)) {
+        m_answer = inCoding(call(), m_head.coding);
+        return true;
+    }
+    const Read read{*m_head.pRow, m_head.account, m_body.text(), m_head.coding, m_head.knownTags};
+    ReadAnswers::Waiter waiter;
+    if (m_mayWait) {
+        waiter = [this](std::optional<Answer> answer) { takeAnswer(std::move(answer)); };
+    }
+    auto answer = m_server.readAnswers.answer(read, call, waiter);
+    if (!answer) {
+        return false;
+    }
+    m_answer = std::move(answer);
+    m_body.drop();
+    return true;
+}
+
+void Exchange::takeAnswer(std::optional<Answer> answer) noexcept
+{
+    m_mayWait = false;
+    m_answer = std::move(answer);
+    if (m_answer || !enqueueJob()) {
+        m_body.drop();
+        MHD_resume_connection(m_pConnection);
+    }
 }
 
 Answer Exchange::runHandler()

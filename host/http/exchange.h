@@ -34,7 +34,7 @@ struct ServerState {
     EvictableSockets evictableSockets;
     TokenCache tokenCache{};
     BodyMemory bodyMemory{};
-    ReadAnswers readAnswers{};
+    ReadAnswers readAnswers;
     LogRateLimit storeErrorLimit{};
     std::atomic<int> exchangeCount{0};    // exchanges that exist
     std::atomic<bool> isStopping{false};  // whether each connection is closed after its next answer
@@ -69,15 +69,19 @@ private:
     // thread may already use the exchange or have destroyed it.
     bool enqueueJob() noexcept;
 
-    // Authenticates the sender and runs the handler, on a worker. Returns the call that resumes the connection, or an
-    // empty one when the job was queued once more.
+    // Authenticates the sender and answers the call, on a worker. Returns the call that resumes the connection, or an
+    // empty one when the job was queued once more or the request waits for the answer to another.
     FairQueue::Completion runJob() noexcept;
 
     // Looks the token up. Returns nothing, and sets the refusal, when no account has it or the store does not answer.
     std::optional<store::Account> authenticate();
 
-    // Sets the answer: the handler's, or another with the same content.
-    void answerCall();
+    // Sets the answer: the handler's, or another with the same content. Returns false when the request waits for the
+    // answer to another; another thread may then already use the exchange or have destroyed it.
+    bool answerCall();
+
+    // Ends the waiting for another request. Sets its answer, or queues the job once more when there is none.
+    void takeAnswer(std::optional<Answer> answer) noexcept;
 
     // Parses the body and calls the handler.
     Answer runHandler();
@@ -101,6 +105,7 @@ private:
     RequestHead m_head;
     RequestBody m_body;
     AccountKey m_account = kUnknownAccount;  // the account for which the job is queued
+    bool m_mayWait = true;                   // for the answer to another request
     std::optional<Answer> m_answer;          // the handler's, or that of the health check
     int m_refusalStatus = 0;                 // HTTP status, 0 while the request is not refused
     bool m_isStoreAway = false;              // whether it is refused because the store does not answer

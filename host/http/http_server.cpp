@@ -175,6 +175,7 @@ void serve(const ModuleSet& modules, const StaticFiles& page, const ServeOptions
     ServerState server{.modules = modules,
                        .page = page,
                        .evictableSockets = EvictableSockets(connections / 2),
+                       .readAnswers = ReadAnswers(options.keptAnswersMib << 20),
                        .handlers = HandlerPool(options.connections, kQueueCapacity)};
     MHD_Daemon* pDaemon = startDaemon(server, listenFd, connections, options.idleTimeout);
     const std::string ip = options.address.substr(0, options.address.rfind(':'));

@@ -107,6 +107,7 @@ int checkCall(MHD_Connection* pConnection, const char* szMethod, RequestHead& he
     if (*szEncoding != '\0' && strcasecmp(szEncoding, "identity") != 0) {
         return MHD_HTTP_BAD_REQUEST;
     }
+    head.coding = acceptedCoding(headerValue(pConnection, MHD_HTTP_HEADER_ACCEPT_ENCODING));
     return isGetOrHead(szMethod) ? checkGet(pConnection, head) : 0;
 }
 

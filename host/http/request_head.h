@@ -5,6 +5,7 @@
 
 #include <microhttpd.h>
 
+#include "host/base/compression.h"
 #include "host/calls/module_loader.h"
 #include "host/http/static_files.h"
 #include "store/store.h"
@@ -25,6 +26,7 @@ struct RequestHead {
     const VELQ::APIMethod* pRow = nullptr;  // the method's table row, for Resource::method
     const StaticFile* pFile = nullptr;      // for Resource::file
     std::string tokenHash;                  // of the bearer token
+    Coding coding = Coding::identity;       // in which the client prefers the answer
     std::string knownTags;                  // of GET and HEAD: the If-None-Match header
     const char* szRefusal = "";             // why the request is refused; empty: the text for its status says it
     store::Account account;                 // the sender's, empty until the token was looked up

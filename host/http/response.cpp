@@ -33,6 +33,10 @@ void addHeaders(MHD_Response* pResponse, const Answer& answer, const char* szAll
 {
     MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
     MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
+    MHD_add_response_header(pResponse, MHD_HTTP_HEADER_VARY, MHD_HTTP_HEADER_ACCEPT_ENCODING);
+    if (answer.coding != Coding::identity) {
+        MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_ENCODING, nameOf(answer.coding));
+    }
     if (!answer.etag.empty()) {
         MHD_add_response_header(pResponse, MHD_HTTP_HEADER_ETAG, answer.etag.c_str());
     }
