@@ -48,7 +48,7 @@ class Database(Store):
         self.run("apply", self.file)
 
     def serve(self):
-        self.server = Server(self)
+        self.server = Server(self, "--keep-answers", "0")
         self.tokens = {account: self.token(account) for account in ["admin", "ann"]}
 
     def call(self, account, method, params):

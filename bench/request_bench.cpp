@@ -184,7 +184,8 @@ public:
             if (freopen("/dev/null", "w", stderr) == nullptr) {
                 _exit(127);
             }
-            execl(ZEMHOST, ZEMHOST, "serve", "--listen", "127.0.0.1:0", "--store", url.c_str(), nullptr);
+            execl(ZEMHOST, ZEMHOST, "serve", "--keep-answers", "0", "--listen", "127.0.0.1:0", "--store", url.c_str(),
+                  nullptr);
             _exit(127);
         }
         close(out[1]);

@@ -5,7 +5,7 @@
 // A page of another origin cannot have answers sent: browsers never add the token by themselves, and the server lets no
 // other origin send it. What remains is an account that manages a part of the tree and listens beside an administrator:
 // for each guess at a name or setting in another part it can change a description and wait for the next fetch. Each of
-// these changes is in the log. Names are worth less than that, but passwords do not belong into settings.
+// these changes is in the log. Names are not that secret; the operator keeps passwords out of the settings.
 #include "host/calls/answer_coding.h"
 
 #include <memory>
