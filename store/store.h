@@ -1,6 +1,6 @@
 // The node store of this platform, on SQL. This header is the only one of the store that others include. It declares
-// what a process needs beyond platform/velq_zem.h: opening and filling the store, the acting account, accounts and
-// tokens, logs and health, and the reading of texts from outside the process.
+// the functions that a process needs beyond platform/velq_zem.h: opening and filling the store, the acting account,
+// accounts and tokens, logs and health, and the reading of texts from outside the process.
 //
 // Any thread may call these functions, unless a comment says otherwise. They throw std::runtime_error, with a text of
 // one line for people, when the store fails or refuses. The caller owns what they return.
@@ -18,7 +18,7 @@
 
 namespace store {
 
-// What opening does where there is no store yet: create one, refuse, or open nothing.
+// The behaviour of VELQZEMStoreOpen when no store exists: create one, refuse, or open nothing.
 enum class OpenMode { createIfMissing, existingOnly, ifThere };
 
 constexpr size_t kDefaultConnections = 8;
@@ -60,11 +60,11 @@ constexpr size_t kMaxNameLength = 255;  // of groups, servers and policies, in c
 // Whether the text is UTF-8 without a NUL: no overlong form, no surrogate, nothing above U+10FFFF, no sequence cut off.
 bool isPlainText(std::string_view text);
 
-// The number of characters (code points) of a text that is UTF-8.
+// Returns the number of characters (code points) of a text that is UTF-8.
 size_t characterCount(std::string_view text);
 
 // Reads a text that is one JSON object or array in UTF-8, with no comment, no name twice in one object and at most
-// maxNesting levels of values inside one another. Returns true and sets jValue to what it read; or returns false,
+// maxNesting levels of values inside one another. Returns true and sets jValue to the parsed value; or returns false,
 // leaves jValue as it was and sets error to the reason, on one line for people. Throws only std::bad_alloc.
 bool readUntrustedJson(std::string_view text, int maxNesting, Json::Value& jValue, std::string& error);
 
@@ -77,7 +77,7 @@ bool readUntrustedJson(std::string_view text, int maxNesting, Json::Value& jValu
 // the thread's last refusal. Never throws. Create and destroy it on the same thread.
 class ActingAccount {
 public:
-    // uid: the account's. A uid without an account may change nothing.
+    // uid: the account's; with a uid that no account has, every change is refused.
     explicit ActingAccount(uint32_t uid);
     ~ActingAccount();
     ActingAccount(const ActingAccount&) = delete;
@@ -89,8 +89,8 @@ private:
 // Returns why the calling thread's last VELQZEM call failed, one line for people ("parent_id: no group 99"), and clears
 // it. Returns an empty text when that call succeeded: every VELQZEM call that can fail clears the text first; releasing
 // records and lists does not. When the database failed, the text also says whether earlier changes of the same acting
-// account stay. The text shows only what the acting account may see. It may contain names, and so any character except
-// a NUL.
+// account stay. The text names only records that the acting account may see. It may contain names, and so any character
+// except a NUL.
 std::string takeRefusal();
 
 // --- Accounts
@@ -178,7 +178,7 @@ using Revision = std::function<Json::Value(const Json::Value& jStored, int64_t l
 PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan = nullptr,
                       const FleetProgress& progress = nullptr);
 
-// Gives the whole store as a fleet file to the sink, line by line without line ends. Each record is one line, in the
+// Passes the whole store as a fleet file to the sink, line by line without line ends. Each record is one line, in the
 // order of kinds and identifiers; members at their default are left out. The root group is group 0. Tokens are left
 // out. The result can always be applied: a record that was damaged by direct SQL is named in an error instead. The sink
 // is called after the transaction.

@@ -23,8 +23,8 @@ struct ErrorText {
     const char* szText;
 };
 
-// The message of an error for which the store gives no reason. The server itself answers with the codes of HTTP;
-// modules use the others, and 500.
+// The messages of errors for which the store gives no reason. The server answers with HTTP status codes; modules use
+// the other codes, and 500.
 constexpr ErrorText kErrorTexts[] = {
     {0, "the method gave no answer"},
     {101, "a required parameter is missing or cannot be used, or the group is the root"},
@@ -86,7 +86,7 @@ bool callHandler(Handler handler, const store::Account& account, Json::Value jPa
     const store::ActingAccount caller(account.uid);
     try {
         VELQ::APIRequest req(account.uid, account.name, std::move(jParams));
-        // Handlers log the thread's last error: it must not be one of an earlier request.
+        // Handlers log the thread's last error, so the errors of earlier requests are cleared.
         VLIBCErrSetEx(0, "", 0);
         errno = 0;
         handler(&req, &resp);

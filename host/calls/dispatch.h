@@ -35,7 +35,8 @@ struct Answer {
 Json::Value parseParameters(const std::string& body);
 
 // Calls the handler on behalf of the account, whose rights the store then checks. resp receives the outcome. An
-// exception that the handler throws is logged, sets the error 500 and goes no further. Returns whether there was none.
+// exception that the handler throws is logged, sets the error 500 and goes no further. Returns false after an
+// exception.
 bool callHandler(Handler handler, const store::Account& account, Json::Value jParams, VELQ::APIResponse& resp);
 
 // Calls the handler and returns the answer to be sent: HTTP status 200, or 500 after an exception.
@@ -45,12 +46,12 @@ Answer answerRequest(Handler handler, const store::Account& account, Json::Value
 Answer answerOf(VELQ::APIResponse& resp, int status = 200);
 
 // Returns the answer to a request that reaches no handler. status: the HTTP status, which becomes the error code as
-// well. message: the text for people; when empty, the one that belongs to the code.
+// well. message: the text for people; empty for the standard text of the code.
 Answer errorAnswer(int status, const std::string& message = "");
 
 // Returns the envelope of an outcome, in pieces, and takes the data out of resp. An error carries a text for people:
-// the reason why the store refused the thread's last call, if it did, else the text that belongs to the code. Call it
-// therefore right after the handler and on the same thread. Throws std::exception when memory runs out.
+// the reason why the store refused the thread's last call, if it did, else the text that belongs to the code. So call
+// it right after the handler and on the same thread. Throws std::exception when memory runs out.
 std::vector<std::string> envelope(VELQ::APIResponse& resp);
 
 }  // namespace host

@@ -63,8 +63,8 @@ private:
     const bool m_keepsAnswers;
     AnswerCache m_kept;
     std::mutex m_mutex;  // guards the map
-    std::map<ReadKey, std::vector<WaitingRequest>>
-        m_shared;  // the calls that run, with the requests that wait for them
+    // The calls that run, each with the requests that wait for its answer.
+    std::map<ReadKey, std::vector<WaitingRequest>> m_shared;
 };
 
 }  // namespace host

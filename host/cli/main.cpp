@@ -23,13 +23,13 @@ constexpr const char* kVersion = "zemhost " ZEM_VERSION;
 constexpr int kFailure = 1;     // exit status
 constexpr int kWrongUsage = 2;  // exit status
 
-// The command line is wrong. The text is for people.
+// Thrown when the command line is wrong. what() is a text for people.
 struct UsageError : std::runtime_error {
     using runtime_error::runtime_error;
 };
 
-// The options that commands share, and the function that runs the given command, which owns the options of that
-// command.
+// The options that all commands share, and the function that runs the given command. The function owns the command's
+// own options.
 struct CommandLine {
     CLI::App app{"Serves web API modules over HTTP and on the command line.", "zemhost"};
     std::string store;  // empty when it is not given

@@ -15,7 +15,8 @@ namespace host {
 namespace {
 
 constexpr std::chrono::seconds kMaxReceiveTime{30};
-constexpr uint64_t kMaxReceivedBytes = 256 << 20;  // of a body; those beyond its own limit are discarded
+// Of one body, in bytes; what exceeds RequestBody::kMaxBytes is read and discarded.
+constexpr uint64_t kMaxReceivedBytes = 256 << 20;
 constexpr char kStoreAway[] = "the store does not answer; try again";
 
 Answer healthAnswer()
@@ -116,7 +117,7 @@ FairQueue::Completion Exchange::runJob() noexcept
         if (!account) {
             return resume;
         }
-        if (account->uid != m_account) {  // the job waited among those of unknown senders, or of another account
+        if (account->uid != m_account) {  // the job waited in the queue of unknown senders or of another account
             setAccount(account->uid);
             return enqueueJob() ? FairQueue::Completion() : resume;
         }

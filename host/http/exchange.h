@@ -27,7 +27,7 @@
 
 namespace host {
 
-// What the exchanges of a server share. Any thread may use it.
+// The state that all exchanges of a server share. Any thread may use it.
 struct ServerState {
     const ModuleSet& modules;
     const StaticFiles& page;
@@ -41,10 +41,11 @@ struct ServerState {
     HandlerPool handlers;
 };
 
-// One request and its answer. The request is logged with its answer, or at the end when there was none.
+// One request and its answer. The request is logged with its answer, or, when it gets no answer, when the object is
+// destroyed.
 //
 // The library's callbacks call begin, receive and finish, in this order, on the thread that serves the connection. Each
-// throws std::exception when it can do nothing for the request, and returns MHD_NO to have the connection closed. While
+// throws std::exception when the request must be dropped, and returns MHD_NO to have the connection closed. While
 // the handler waits for a worker and runs, the connection is suspended and only the worker uses the exchange.
 class Exchange {
 public:
@@ -86,12 +87,12 @@ private:
     // Parses the body and calls the handler.
     Answer runHandler();
 
-    // Counts the request from now on as the account's: in the queue, in the body memory and among the connections.
+    // Assigns the request to the account: in the queue, in the body memory and among the connections.
     void setAccount(AccountKey account);
 
     Answer refusal() const;
 
-    // These three run on the connection's thread.
+    // Only the connection's thread calls the next three functions.
     MHD_Result respond(const Answer& answer);
     MHD_Result respondWithFile();
     MHD_Result noteAnswer(MHD_Result queued, int code);  // code: for the log

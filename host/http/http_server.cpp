@@ -75,7 +75,7 @@ void onConnection(void* pServer, MHD_Connection* pConnection, void**, MHD_Connec
     }
 }
 
-// Leaves paths as the client sent them: decoded, a method would have a second spelling.
+// Keeps paths undecoded, so that each method has only one URL.
 size_t keepEscapes(void*, MHD_Connection*, char* szText)
 {
     return strlen(szText);
@@ -155,7 +155,7 @@ sigset_t blockStopSignals()
 void echoFailures()
 {
     giTerminalDebug = 1;
-    setvbuf(stdout, nullptr, _IOLBF, 0);  // so that each line is seen when it is written
+    setvbuf(stdout, nullptr, _IOLBF, 0);  // line buffering, so that each line appears at once
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ struct ServeOptions {
     bool echoesFailures = false;                      // whether the modules' failure lines go to standard output, too
     size_t connections = store::kDefaultConnections;  // to the store; also the number of handlers that run at a time
     size_t keptAnswersMib = 64;                       // memory for kept answers of what only reads; 0: none is kept
-    unsigned idleTimeout = 10;  // seconds until a connection is closed on which nothing is sent and no handler awaited
+    unsigned idleTimeout = 10;  // seconds until an idle connection is closed; waiting for a handler is not idle
 };
 
 // Serves the modules' methods and the page until SIGTERM or SIGINT. Prints the address on standard output when it is

@@ -93,7 +93,8 @@ int checkGet(MHD_Connection* pConnection, RequestHead& head)
     return 0;
 }
 
-// Checks the headers of a method call. The token comes first: a client without one learns nothing about its body.
+// Checks the headers of a method call. Checks the token first, so that a client without one gets no answer about its
+// body.
 int checkCall(MHD_Connection* pConnection, const char* szMethod, RequestHead& head)
 {
     head.tokenHash = bearerTokenHash(headerValue(pConnection, MHD_HTTP_HEADER_AUTHORIZATION));

@@ -12,7 +12,7 @@
 
 namespace host {
 
-// What a path stands for.
+// The kind of resource that a path names.
 enum class Resource {
     none,
     method,  // a method of a module, to be called
@@ -22,7 +22,7 @@ enum class Resource {
 
 struct RequestHead {
     Resource resource = Resource::none;
-    std::string api, method;                // as the client wrote them; api is the path when that is no method's
+    std::string api, method;  // as the client wrote them; api is the whole path when the path names no method
     const VELQ::APIMethod* pRow = nullptr;  // the method's table row, for Resource::method
     const StaticFile* pFile = nullptr;      // for Resource::file
     std::string tokenHash;                  // of the bearer token
@@ -35,7 +35,7 @@ struct RequestHead {
 
 // Reads the head of a request into head and checks it, without looking the token up. szPath: as the client sent it, not
 // decoded. szMethod: the HTTP method. Returns 0, or the HTTP status of the refusal (400, 401, 404, 405, 413). Throws
-// std::bad_alloc; head then holds what was read so far. Call it on the thread that serves the connection.
+// std::bad_alloc; head is then partly filled. Call it on the thread that serves the connection.
 int checkHead(MHD_Connection* pConnection, const char* szPath, const char* szMethod, const ModuleSet& modules,
               const StaticFiles& page, RequestHead& head);
 

@@ -16,7 +16,7 @@ namespace host {
 
 namespace {
 
-constexpr size_t kMaxBytes = 16 << 20;  // of all files; a larger folder is not the page's
+constexpr size_t kMaxBytes = 16 << 20;  // of all files; a larger folder cannot be the console's page
 
 struct Pair {
     const char* szName;
@@ -30,8 +30,8 @@ constexpr Pair kTypes[] = {
     {".svg", "image/svg+xml; charset=utf-8"},
 };
 
-// The page may load from and call only this server, and no other page may frame it. Text that got into its markup could
-// therefore neither run nor send a token away.
+// The page may load from and call only this server, and no other page may frame it. So script that is injected into the
+// page can neither run nor send a token to another server.
 constexpr Pair kHeaders[] = {
     {MHD_HTTP_HEADER_CACHE_CONTROL, "no-cache"},  // browsers keep the file but ask each time whether it changed
     {"Content-Security-Policy",
@@ -44,7 +44,7 @@ constexpr Pair kHeaders[] = {
     {"X-Frame-Options", "DENY"},
 };
 
-// Returns the media type of the file, null when the page has no such files.
+// Returns the media type of the file, null when the page never contains files of that type.
 const char* typeOf(const std::filesystem::path& path)
 {
     for (const Pair& type : kTypes) {
@@ -84,7 +84,7 @@ const char* headerValue(MHD_Connection* pConnection, const char* szName)
     return MHD_lookup_connection_value(pConnection, MHD_HEADER_KIND, szName);
 }
 
-// Whether the client has this version of the file.
+// Returns whether the client has this version of the file.
 bool isCached(MHD_Connection* pConnection, const std::string& etag)
 {
     const char* szEtags = headerValue(pConnection, MHD_HTTP_HEADER_IF_NONE_MATCH);

@@ -1,4 +1,4 @@
-// The open database is a pool of connections and, on SQLite, a file.
+// Opens and closes the database: a pool of connections and, on SQLite, a file.
 #include "store/db/database.h"
 
 #include <chrono>

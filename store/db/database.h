@@ -15,9 +15,9 @@ namespace store {
 // mode allows it. Throws std::runtime_error with a text for people; nothing is open then.
 void openDatabase(const std::string& url, OpenMode mode, size_t connections);
 
-// Sets the file of the open SQLite database up for a store: private to its owner, and in the mode in which readers and
-// a writer do not lock each other out. Call it once the database is known to be a store or to become one. Throws as
-// openDatabase; does nothing on PostgreSQL.
+// Sets the file of the open SQLite database up for a store: private to its owner, and in write-ahead mode, in which
+// readers and a writer do not block each other. Call it once the database is known to be a store or to become one.
+// Throws as openDatabase; does nothing on PostgreSQL.
 void setUpDatabaseFile();
 
 // Closes the database, if one is open. No thread may hold a connection.

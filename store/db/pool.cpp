@@ -1,4 +1,5 @@
-// A connection is cut off by shutting its socket down: the thread that waits on it sees the end and closes it.
+// Leases connections and cuts off those that do not answer. Shutting down the socket makes the thread that waits on the
+// connection see its end and close it.
 #include "store/db/pool.h"
 
 #include <cerrno>
@@ -20,7 +21,7 @@ Pool::Pool(Address address, size_t size) : m_address(std::move(address)), m_slot
     }
     const std::function<void()> probe = healthProbeFor(m_address);
     if (m_address.isPostgres) {
-        probe();  // without a connection of its own the monitor would declare an outage
+        probe();  // opens the monitor's own connection; without it the monitor would report an outage
     }
     m_monitor =
         std::make_unique<HealthMonitor>(probe, [this](bool isAnswering) { cutOffSilentConnections(isAnswering); });
@@ -70,7 +71,7 @@ void Pool::reconnect(size_t number)
     try {
         connect(number);
     } catch (const std::runtime_error&) {
-        m_monitor->probeNow();  // so that the next threads need not try
+        m_monitor->probeNow();  // so that other threads fail at once instead of trying too
         require(!isAway(), EIO, kNoAnswer);
         throw;
     }
@@ -85,7 +86,7 @@ void Pool::connect(size_t number)
     noteStatement();
 }
 
-// A call to SQLite is never held for long, so each may find out for itself.
+// Only PostgreSQL can keep a call waiting for long. A call to SQLite fails soon by itself.
 bool Pool::isAway() const
 {
     return m_address.isPostgres && !m_monitor->isAnswering();

@@ -1,4 +1,4 @@
-// The pool of connections to a database.
+// Leases the connections to a database and cuts off those that do not answer.
 #pragma once
 
 #include <chrono>
@@ -56,10 +56,10 @@ public:
 
 private:
     struct Slot {
-        std::unique_ptr<soci::session> pSession = std::make_unique<soci::session>();  // the leasing thread's
-        SocketHandle socket;                                                          // none while it is closed
+        std::unique_ptr<soci::session> pSession = std::make_unique<soci::session>();  // used by the leasing thread only
+        SocketHandle socket;  // empty while the session is closed
         bool isLeased = false;
-        StatementTime lastStatement{};  // while it is leased
+        StatementTime lastStatement{};  // valid while the connection is leased
     };
 
     void connect(size_t number);
