@@ -221,12 +221,12 @@ export class FleetTree {
         return true;
     }
 
-    // Replaces all rows by those of the fleet's nodes with an index below end.
+    // Makes the rows those of the fleet's nodes with an index below end.
     #draw(end) {
         setActiveRow(this.#tree, null);
         this.#tree.enableUpdate(false);
-        this.#tree.clear();
-        this.#tree.root.addChildren(sourcesOf(this.#fleet.root, end));
+        removeChanged(this.#tree.root, this.#fleet.root, end);
+        addMissing(this.#tree.root, this.#fleet.root, end); // after that, as a key may occur only once in the widget
         this.#updateRowStates();
         setActiveRow(this.#tree, this.#tree.findKey(this.#selected ?? ""));
         this.#tree.enableUpdate(true);
@@ -285,9 +285,40 @@ function nodeOf(row) {
     return row.data.node;
 }
 
+// Removes the rows below each group whose children are no longer the same. The others are kept: to make all rows of a
+// large fleet again takes some tenths of a second.
+function removeChanged(row, parent, end) {
+    const rows = row.children ?? [];
+    const nodes = childrenOf(parent, end);
+    if (rows.length !== nodes.length || rows.some((child, i) => child.key !== nodes[i].key)) {
+        row.removeChildren();
+    } else {
+        rows.forEach((child, i) => removeChanged(child, nodes[i], end));
+    }
+}
+
+// Adds the rows that are missing, and gives the others the node as it is now.
+function addMissing(row, parent, end) {
+    const nodes = childrenOf(parent, end);
+    if (row.children === null && nodes.length > 0) {
+        row.addChildren(sourcesOf(parent, end));
+        return;
+    }
+    nodes.forEach((node, i) => {
+        const child = row.children[i];
+        child.title = node.name;
+        child.data.node = node;
+        addMissing(child, node, end);
+    });
+}
+
+function childrenOf(parent, end) {
+    return parent.end <= end ? parent.children : parent.children.filter((node) => node.index < end);
+}
+
 // Returns the descendants with an index below end in the form in which the widget takes rows.
 function sourcesOf(parent, end) {
-    return parent.children.filter((node) => node.index < end).map((node) => {
+    return childrenOf(parent, end).map((node) => {
         const children = node.children.length > 0 ? sourcesOf(node, end) : undefined;
         return { key: node.key, title: node.name, type: node.type, node, children };
     });
