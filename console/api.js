@@ -1,5 +1,5 @@
 // Calls the server's methods; no other file sends requests.
-const TIMEOUT_MS = 60000;
+const SILENCE_MS = 60000; // without a byte of the answer; one that keeps coming may take as long as it needs
 const NO_PERMISSION = 414;
 const UNREACHABLE = "The server does not answer: it is stopped or out of reach. What is shown may be out of date. " +
     "Start it with “zemhost serve”, then try again.";
@@ -25,11 +25,18 @@ export class Api {
 
     // Every method throws Refusal when the call fails.
 
-    // Returns the answer's text, for comparing it with an earlier one, and a function that parses it into an array of
-    // top-level nodes. That function throws Refusal when the answer is an error.
-    async tree() {
-        const text = await this.#post("VELQ.ZEM.Tree", "get", {});
-        return { text, nodes: () => dataOf(text) };
+    // Fetches the tree. held: what the latest call returned, or null. received(bytes): called for each part of the
+    // answer with its size so far, after decompression. Returns the tree: records is the array of top-level nodes, the
+    // other members are for the next call. Returns held when the server answers that the tree is still the same.
+    async tree(held, received) {
+        const { token } = this;
+        const isComparable = held !== null && held.tag !== null && held.token === token;
+        const headers = isComparable ? { "If-None-Match": held.tag } : {};
+        const { answer, text } = await this.#fetch("VELQ.ZEM.Tree", "get", { headers, cache: "no-store" }, received);
+        if (isComparable && answer.status === 304) {
+            return held;
+        }
+        return { records: dataOf(text), tag: answer.headers.get("ETag"), token };
     }
 
     // Returns the new group's identifier.
@@ -39,6 +46,9 @@ export class Api {
 
     // changes: members of a group record. Throws a "stale" Refusal when the group has changed since the node was read.
     async changeGroup(node, changes) {
+        if (!node.isConfirmed) {
+            throw new Error("a change without a revision, which the server would not check");
+        }
         const record = { id: requireExact(node.id), revision: node.record.revision, ...changes };
         await this.#call("VELQ.ZEM.KXGroup", "set", { multiple_data: [record] });
     }
@@ -81,29 +91,55 @@ export class Api {
     }
 
     async #post(api, method, parameters) {
+        return (await this.#fetch(api, method, { method: "POST", body: JSON.stringify(parameters) })).text;
+    }
+
+    async #fetch(api, method, { headers = {}, ...request }, received = () => {}) {
         if (!/^[\x21-\x7e]+$/.test(this.token)) { // not allowed in a header
             throw new Refusal("token", "The server does not know this token.");
         }
-        let answer;
-        let text;
-        try {
-            answer = await fetch(`webapi/${api}/1/${method}`, {
-                method: "POST",
-                headers: { Authorization: `Bearer ${this.token}` },
-                body: JSON.stringify(parameters),
-                signal: AbortSignal.timeout(TIMEOUT_MS),
-            });
-            text = await answer.text();
-        } catch {
-            throw new Refusal("away", UNREACHABLE);
-        }
+        const Authorization = `Bearer ${this.token}`;
+        const { answer, text } = await read(`webapi/${api}/1/${method}`,
+            { ...request, headers: { Authorization, ...headers } }, received);
         if (answer.status === 401) {
             throw new Refusal("token", "The server does not know this token, or it has expired.");
         }
         if (answer.status === 503 || answer.status === 502 || answer.status === 504) {
             throw new Refusal("away", BUSY);
         }
-        return text;
+        return { answer, text };
+    }
+}
+
+// Sends a request. Returns the answer and its whole text. Throws Refusal when no server answers or it falls silent.
+async function read(url, request, received) {
+    const abort = new AbortController();
+    const giveUpLater = () => setTimeout(() => abort.abort(), SILENCE_MS);
+    let timer = giveUpLater();
+    const heard = (bytes) => {
+        clearTimeout(timer);
+        timer = giveUpLater();
+        received(bytes);
+    };
+    try {
+        const answer = await fetch(url, { ...request, signal: abort.signal });
+        const copy = answer.clone(); // Chromium may report an answer as cancelled that is read only in parts
+        const [text] = await Promise.all([answer.text(), readParts(copy, heard)]);
+        return { answer, text };
+    } catch {
+        throw new Refusal("away", UNREACHABLE);
+    } finally {
+        clearTimeout(timer);
+    }
+}
+
+// Reads the answer; calls heard with the bytes so far for each part.
+async function readParts(answer, heard) {
+    const reader = answer.body?.getReader(); // null when there is no body
+    let bytes = 0;
+    for (let part = await reader?.read(); part?.done === false; part = await reader.read()) {
+        bytes += part.value.length;
+        heard(bytes);
     }
 }
 

@@ -3,6 +3,7 @@ import { element } from "./dom.js";
 import { ask, choice, listEditor, picker, textField } from "./dialogs.js";
 import { inWords } from "./details.js";
 import { GROUP, keptLinks, keyOf } from "./fleet.js";
+import { withGroup, withMembers, withoutGroup } from "./patch.js";
 
 const NAME = { required: true }; // no maxlength: the browser counts UTF-16 units, the server characters
 const DELEGATE_USER_TYPE = 2;
@@ -28,7 +29,7 @@ export class Changes {
         const options = parents.map((group) => ({ value: group.id, text: this.#pathOf(group) }));
         const fields = [textField("Name", "name", "", NAME), choice("In", "parent", options)];
         const id = await ask("New group", "Create", fields,
-            (data) => this.#loader.commit(() => this.#api.createGroup(data.get("name"), Number(data.get("parent")))));
+            (data) => this.#createGroup(data.get("name"), Number(data.get("parent"))));
         if (id !== undefined) {
             this.#reveal(id, `Group ${id} was created.`);
         }
@@ -47,7 +48,7 @@ export class Changes {
     // Switches whether the group blocks inheritance.
     async block(node) {
         const isBlocked = !node.blocksInheritance;
-        await this.#loader.commit(() => this.#api.changeGroup(node, { block_inheritance: isBlocked }), node);
+        await this.#set(node, { block_inheritance: isBlocked });
         this.#notice.say(isBlocked ? `${node.name} blocks inheritance.` : `${node.name} inherits again.`);
     }
 
@@ -71,7 +72,7 @@ export class Changes {
     async delete(shown) {
         const node = await this.#loader.latest(shown); // the dialog counts the nodes below as they are now
         const done = await ask(`Delete ${node.name}?`, "Delete", consequences(this.#loader.fleet, node),
-            () => this.#loader.commit(() => this.#api.deleteGroup(node), node).then(() => true));
+            () => this.#deleteGroup(node).then(() => true));
         if (done) {
             this.#reveal(node.parent.id, `${node.name} was deleted.`);
         }
@@ -80,8 +81,7 @@ export class Changes {
     async policies(node) {
         const editor = listEditor("Policies in order", node.links, this.#loader.fleet.policies,
             { isOrdered: true, add: "Add a policy" });
-        await ask(`Policies of ${node.name}`, "Save", editor.contents, () => this.#loader.commit(
-            () => (node.isGroup ? this.#linkGroup(node, editor.ids()) : this.#linkServer(node, editor.ids())), node)
+        await ask(`Policies of ${node.name}`, "Save", editor.contents, () => this.#link(node, editor.ids())
             .then(() => this.#notice.say(`The policies of ${node.name} were changed.`)));
     }
 
@@ -89,16 +89,49 @@ export class Changes {
         const more = (text) => (/^\d{1,10}$/.test(text) ? { value: text, text: `uid ${text}` } : null);
         const editor = listEditor("Delegates", node.delegates, this.#loader.fleet.accounts,
             { isOrdered: false, add: "Add an account, by name or uid", more });
+        const names = new Map([...this.#loader.fleet.accounts, ...node.delegates].map(({ id, name }) => [id, name]));
         await this.#change(node, `Delegates of ${node.name}`, "Save", editor.contents,
-            () => ({ delegate: editor.ids().map((ugid) => ({ ugid, user_type: DELEGATE_USER_TYPE })) }));
+            () => ({ delegate: editor.ids().map((ugid) => ({ ugid, user_type: DELEGATE_USER_TYPE })) }),
+            ({ delegate }) => ({ delegate: delegate.map(({ ugid }) => ({ ugid, name: names.get(ugid) })) }));
     }
 
     #pathOf(group) {
         return group === this.#loader.fleet.root ? "Top level" : group.path;
     }
 
+    // Changes members of the group's record. They show before the server has accepted them: the page knows all that
+    // they change and can put it back. shownOf(members): returns them in the form of the tree. Policies and delegates
+    // have it; they show only after the answer, as nobody should rely on a right or a policy that is not in force.
+    #set(node, members, shownOf = null) {
+        const shown = shownOf === null ? members : shownOf(members);
+        return this.#loader.commit({
+            node,
+            send: (confirmed) => this.#api.changeGroup(confirmed, members),
+            patch: (records) => withMembers(records, node, shown),
+            isShownFirst: shownOf === null,
+        });
+    }
+
+    // Shows the group when the server has accepted it, as only the server knows its identifier.
+    #createGroup(name, parentId) {
+        return this.#loader.commit({
+            send: () => this.#api.createGroup(name, parentId),
+            patch: (records, id) => withGroup(records, id, name, parentId),
+        });
+    }
+
+    // Shows the group until the server has accepted this: a group that is no longer shown must be gone.
+    #deleteGroup(node) {
+        const { isPartial } = this.#loader.fleet;
+        return this.#loader.commit({
+            node,
+            send: () => this.#api.deleteGroup(node),
+            patch: (records) => withoutGroup(records, node.id, isPartial),
+        });
+    }
+
     async #setParent(node, parent) {
-        await this.#loader.commit(() => this.#api.changeGroup(node, { parent_id: parent.id }), node);
+        await this.#set(node, { parent_id: parent.id });
         return parent;
     }
 
@@ -111,16 +144,30 @@ export class Changes {
         this.#notice.say(message);
     }
 
-    async #change(node, title, confirm, contents, membersOf) {
-        const done = await ask(title, confirm, contents, (data) => this.#loader.commit(
-            () => this.#api.changeGroup(node, membersOf(data)), node).then(() => true));
+    // shownOf: for #set.
+    async #change(node, title, confirm, contents, membersOf, shownOf) {
+        const done = await ask(title, confirm, contents,
+            (data) => this.#set(node, membersOf(data), shownOf).then(() => true));
         if (done) {
             this.#notice.say(`${node.name} was changed.`);
         }
     }
 
-    async #linkGroup(node, ids) {
-        await this.#api.changeGroup(node, { linked_gpo: { order: ids.map((id) => ({ id })) } });
+    // ids: of all policies that the node is to link, in order.
+    #link(node, ids) {
+        const { fleet } = this.#loader;
+        const known = new Map([...fleet.policies, ...node.links].map((policy) => [policy.id, policy]));
+        const order = ids.map((id) => known.get(id))
+            .map(({ id, name, description }) => ({ gpo_id: id, gpo_name: name, gpo_desc: description }));
+        const shown = { linked_gpo: { order } };
+        if (node.isGroup) {
+            return this.#set(node, { linked_gpo: { order: ids.map((id) => ({ id })) } }, () => shown);
+        }
+        return this.#loader.commit({
+            node,
+            send: (confirmed) => this.#linkServer(confirmed, ids),
+            patch: (records) => withMembers(records, node, shown),
+        });
     }
 
     // The server links and unlinks one policy at a time and puts a new link last, so that the policies after a changed

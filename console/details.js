@@ -80,8 +80,8 @@ function facts(fleet, node) {
         desc !== undefined && ["Description", element("span", { class: "text" }, desc || none()),
             node.isGroup && changeButton("describe", "Describe")],
         node.isGroup && ["Below", inWords(fleet.counts(node))],
-        ["Changed", WHEN.format(new Date(mtime * 1000))],
-        ["Revision", String(revision)],
+        ["Changed", node.isConfirmed ? WHEN.format(new Date(mtime * 1000)) : "just now"],
+        ["Revision", node.isConfirmed ? String(revision) : "…"],
         extra != null && ["More", element("pre", {}, JSON.stringify(extra, null, 2))],
     ];
     return element("dl", { class: "facts" }, rows.filter(Boolean).map(([term, ...values]) => [

@@ -73,6 +73,19 @@ class Node {
         }));
     }
 
+    // Whether the revision is that of the server. Nodes that show a change of the page's own have none.
+    get isConfirmed() {
+        return this.record.revision !== undefined;
+    }
+
+    // All of a group or server that a change can alter, as one text, for comparing it when no revision is known.
+    get content() {
+        const { name, desc = "", parent_id: parent, extra_info: extra = null } = this.record;
+        const links = this.links.map(({ id }) => id);
+        const delegates = this.delegates.map(({ id }) => id).sort((a, b) => a - b);
+        return JSON.stringify([name, desc, parent, this.address, this.blocksInheritance, links, delegates, extra]);
+    }
+
     // The groups above, from the top down, without the root.
     get ancestors() {
         const above = [];
@@ -136,7 +149,8 @@ export class Fleet {
     }
 
     get policies() {
-        return this.nodes.filter((node) => node.type === POLICY).map(({ id, name }) => ({ id, name }));
+        const policies = this.nodes.filter((node) => node.type === POLICY);
+        return policies.map(({ id, name, record }) => ({ id, name, description: record.desc ?? "" }));
     }
 
     // The accounts that are delegates of any node, sorted by name.

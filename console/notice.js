@@ -14,6 +14,11 @@ export class Notice {
         byId("status").textContent = text;
     }
 
+    // Shows in the status line how much of a long answer has come; null clears it. Screen readers do not announce it.
+    progress(bytes) {
+        byId("progress").textContent = bytes === null ? "" : `Receiving the tree: ${(bytes / 1e6).toFixed(1)} MB …`;
+    }
+
     // Shows a Refusal: in the sign-in form when it is about the token, else in the notice bar. Throws any other error.
     report(error) {
         if (!(error instanceof Refusal)) {

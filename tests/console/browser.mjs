@@ -55,6 +55,14 @@ export class Window {
         expected.forEach((pattern, i) => assert.match(this.#faults[i], pattern));
     }
 
+    // Holds back the requests whose address ends with the text. Returns a function that lets them go to the server.
+    async hold(text) {
+        let release;
+        const released = new Promise((resolve) => { release = resolve; });
+        await this.page.route(`**/${text}`, (route) => released.then(() => route.continue()));
+        return release;
+    }
+
     button(name, place = this.page) {
         return place.getByRole("button", { name, exact: true });
     }

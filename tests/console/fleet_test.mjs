@@ -1,7 +1,8 @@
-// Tests what the page computes from a tree answer: effective policies, filter hits, counts and kept links.
+// Tests what the page computes from a tree answer: effective policies, filter hits, counts, kept links, own changes.
 import { test } from "node:test";
 import assert from "node:assert/strict";
 import { Fleet, GROUP, keptLinks, keyOf, POLICY, SERVER } from "../../console/fleet.js";
+import { withGroup, withMembers, withoutGroup } from "../../console/patch.js";
 
 function node(type, id, name, members = {}, children = null) {
     return { node_type: type, node_id: id, parent_id: 0, name, expanded: children !== null, children, ...members };
@@ -80,4 +81,28 @@ test("links that are already in the wanted order are kept", () => {
     for (const [before, wanted, kept] of KEPT) {
         assert.deepEqual([...keptLinks(before, wanted)], kept);
     }
+});
+
+const KNOWN = { revision: 1 };
+const B = node(GROUP, 3, "b", KNOWN, [node(SERVER, 1, "host", KNOWN)]);
+const TREE = [node(GROUP, 1, "a", KNOWN, [B, node(POLICY, 1, "p", KNOWN)]), node(GROUP, 4, "c", KNOWN)];
+const changeB = (members) => (records) => withMembers(records, { type: GROUP, id: 3 }, members);
+
+// Each row: a change and the nodes after it, with * for an unknown revision.
+const PATCHED = [
+    [changeB({ name: "new" }), "a(new*(host) p) c"],
+    [changeB({ parent_id: 0 }), "a(p) b*(host) c"],
+    [(records) => changeB({ parent_id: 4 })(changeB({ parent_id: 4 })(records)), "a(p) c(b*(host))"],
+    [(records) => withGroup(records, 5, "new", 3), "a(b(new* host) p) c"],
+    [(records) => withGroup(records, 3, "b", 1), "a(b(host) p) c"],
+    [(records) => withoutGroup(records, 1, false), "c host* p*"],
+    [(records) => withoutGroup(records, 3, true), "a(p) c"],
+];
+
+test("a change of the page's own is applied to a copy of the records", () => {
+    const outline = (records) => records.map(({ name, revision, children, expanded }) =>
+        `${name}${revision ? "" : "*"}${expanded || children ? `(${outline(children)})` : ""}`).join(" ");
+    const before = JSON.stringify(TREE);
+    assert.deepEqual(PATCHED.map(([change]) => outline(change(TREE))), PATCHED.map(([, expected]) => expected));
+    assert.equal(JSON.stringify(TREE), before);
 });
