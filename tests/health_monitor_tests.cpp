@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "store/db/address.h"
 #include "store/db/health_monitor.h"
+#include "store/sql/address.h"
 #include "store/store.h"
 
 namespace {

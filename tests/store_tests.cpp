@@ -15,8 +15,8 @@
 #include <thread>
 
 #include "platform/velq_zem.h"
-#include "store/db/statement.h"
 #include "store/db/transaction.h"
+#include "store/sql/statement.h"
 #include "store/store.h"
 #include "tests/temp_database.h"
 

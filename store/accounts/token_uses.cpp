@@ -12,8 +12,8 @@
 #include "store/base/signal_block.h"
 #include "store/base/timeouts.h"
 #include "store/db/database.h"
-#include "store/db/session.h"
-#include "store/db/statement.h"
+#include "store/sql/session.h"
+#include "store/sql/statement.h"
 
 namespace store {
 namespace {

@@ -12,12 +12,12 @@
 
 #include "store/base/errors.h"
 #include "store/base/timeouts.h"
-#include "store/db/address.h"
-#include "store/db/database_error.h"
 #include "store/db/pool.h"
 #include "store/db/state_reader.h"
-#include "store/db/statement.h"
-#include "store/db/store_file.h"
+#include "store/sql/address.h"
+#include "store/sql/database_error.h"
+#include "store/sql/statement.h"
+#include "store/sql/store_file.h"
 
 namespace store {
 namespace {

@@ -8,9 +8,9 @@
 #include <soci/sqlite3/soci-sqlite3.h>
 
 #include "store/base/timeouts.h"
-#include "store/db/session.h"
-#include "store/db/statement.h"
 #include "store/db/timed_connection.h"
+#include "store/sql/session.h"
+#include "store/sql/statement.h"
 
 namespace store {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <functional>
 
-#include "store/db/address.h"
+#include "store/sql/address.h"
 
 namespace store {
 

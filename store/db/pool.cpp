@@ -9,7 +9,7 @@
 #include "store/base/errors.h"
 #include "store/base/timeouts.h"
 #include "store/db/health_probe.h"
-#include "store/db/session.h"
+#include "store/sql/session.h"
 
 namespace store {
 

@@ -10,10 +10,10 @@
 
 #include <soci/soci.h>
 
-#include "store/db/address.h"
 #include "store/db/health_monitor.h"
-#include "store/db/last_statement.h"
-#include "store/db/postgres_connection.h"
+#include "store/sql/address.h"
+#include "store/sql/last_statement.h"
+#include "store/sql/postgres_connection.h"
 
 namespace store {
 

@@ -11,8 +11,8 @@
 #include <soci/sqlite3/soci-sqlite3.h>
 
 #include "store/base/timeouts.h"
-#include "store/db/session.h"
-#include "store/db/statement.h"
+#include "store/sql/session.h"
+#include "store/sql/statement.h"
 
 namespace store {
 namespace {

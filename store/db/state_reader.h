@@ -11,8 +11,8 @@
 
 #include <soci/soci.h>
 
-#include "store/db/address.h"
 #include "store/db/timed_connection.h"
+#include "store/sql/address.h"
 
 namespace store {
 

@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 #include "store/base/errors.h"
-#include "store/db/postgres_connection.h"
+#include "store/sql/postgres_connection.h"
 
 namespace store {
 

@@ -7,8 +7,8 @@
 #include <thread>
 
 #include "store/base/errors.h"
-#include "store/db/statement.h"
 #include "store/db/write_queue.h"
+#include "store/sql/statement.h"
 
 namespace store {
 namespace {

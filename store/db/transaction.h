@@ -6,7 +6,7 @@
 
 #include "store/base/timeouts.h"
 #include "store/db/database.h"
-#include "store/db/database_error.h"
+#include "store/sql/database_error.h"
 
 namespace store {
 

@@ -3,8 +3,8 @@
 #include "store/records/analyze.h"
 
 #include "store/db/database.h"
-#include "store/db/statement.h"
 #include "store/records/records.h"
+#include "store/sql/statement.h"
 
 namespace store {
 namespace {

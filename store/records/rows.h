@@ -12,9 +12,9 @@
 #include <string>
 #include <utility>
 
-#include "store/db/statement.h"
 #include "store/db/transaction.h"
 #include "store/records/records.h"
+#include "store/sql/statement.h"
 
 namespace store {
 

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "store/base/errors.h"
-#include "store/db/statement.h"
 #include "store/db/transaction.h"
+#include "store/sql/statement.h"
 
 namespace store {
 namespace {

@@ -6,10 +6,10 @@
 
 #include "platform/velq_core.h"
 #include "platform/velq_zem.h"
-#include "store/db/statement.h"
 #include "store/db/transaction.h"
 #include "store/records/policy_links.h"
 #include "store/records/records.h"
+#include "store/sql/statement.h"
 #include "store/store.h"
 
 namespace store {

@@ -1,10 +1,10 @@
 // Executes SQL statements and counts those of each thread, so that tests can limit the number that a call may use.
-#include "store/db/statement.h"
+#include "store/sql/statement.h"
 
 #include "store/base/errors.h"
-#include "store/db/database_error.h"
-#include "store/db/last_statement.h"
-#include "store/db/postgres_connection.h"
+#include "store/sql/database_error.h"
+#include "store/sql/last_statement.h"
+#include "store/sql/postgres_connection.h"
 #include "store/store.h"
 
 namespace store {

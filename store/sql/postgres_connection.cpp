@@ -1,5 +1,5 @@
 // Uses libpq directly, below SOCI, for a connection that SOCI has opened.
-#include "store/db/postgres_connection.h"
+#include "store/sql/postgres_connection.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>

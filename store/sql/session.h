@@ -6,7 +6,7 @@
 
 #include <soci/soci.h>
 
-#include "store/db/address.h"
+#include "store/sql/address.h"
 
 namespace store {
 

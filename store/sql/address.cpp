@@ -1,6 +1,6 @@
 // Reads the URL of a store and adds timeouts to it: without them a connection to a host that went away would wait for a
 // quarter of an hour.
-#include "store/db/address.h"
+#include "store/sql/address.h"
 
 #include <cstdint>
 #include <filesystem>

@@ -1,7 +1,7 @@
 // Creates the file of a store and restricts its mode. An existing file is never opened here, because closing it would
 // release the locks that SQLite holds on it. SQLite creates the files beside a database with the mode of the database's
 // file.
-#include "store/db/store_file.h"
+#include "store/sql/store_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,7 +1,7 @@
 // Opens connections to a database and sets them up. A connection to PostgreSQL is opened on a thread of its own,
 // because SOCI resolves host names and sends its first query without a time limit. When that takes too long, the thread
 // is detached.
-#include "store/db/session.h"
+#include "store/sql/session.h"
 
 #include <cerrno>
 #include <future>
@@ -15,9 +15,9 @@
 #include "store/base/errors.h"
 #include "store/base/signal_block.h"
 #include "store/base/timeouts.h"
-#include "store/db/database_error.h"
-#include "store/db/postgres_connection.h"
-#include "store/db/statement.h"
+#include "store/sql/database_error.h"
+#include "store/sql/postgres_connection.h"
+#include "store/sql/statement.h"
 
 namespace store {
 namespace {

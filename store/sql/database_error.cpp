@@ -1,5 +1,5 @@
 // Reads the error codes of SQLite and PostgreSQL.
-#include "store/db/database_error.h"
+#include "store/sql/database_error.h"
 
 #include <algorithm>
 #include <string>

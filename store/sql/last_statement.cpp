@@ -1,6 +1,6 @@
 // Records when each leased connection last executed a statement. Each thread has one pointer, because it leases one
 // connection at a time.
-#include "store/db/last_statement.h"
+#include "store/sql/last_statement.h"
 
 namespace store {
 namespace {
