@@ -143,7 +143,8 @@ int VELQZEMGpoGetWithVersionConvert(Json::Value& jSetting, Json::Value& jUIVersi
 
 // Records that the servers at or below the node must fetch their policies again. uid: the account that caused it.
 // nodeType: kind of the node. A second call before they have done so only updates uid and time. EACCES: the caller may
-// not manage the group or the server's group. ENOENT: no such node.
+// not manage the group or the server's group, and has not changed the node itself in this request: a change may give
+// its own right away, and the servers must hear of it all the same. ENOENT: no such node.
 int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id);
 
 // --- Delegates

@@ -633,6 +633,18 @@ TEST_P(StoreTest, accountsChangeWhatTheyManageAndTheChangeLogNamesIt)
     store::setChangeSink({});
 }
 
+TEST_P(StoreTest, aDelegateThatHandsAGroupOverInOneRequestStillNotifiesItsServers)
+{
+    const auto handOver = [](int64_t id, const std::string& record) {
+        return set(id, record) == 0 && setDelegates<2>(id, delegates({1})) == 0 ? notify<2>(id, "") : -1;
+    };
+    ASSERT_EQ(setDelegates<2>(3, delegates({1})), 0);
+    EXPECT_EQ(changeAs(2, handOver, 2, linking("{'id':1}")), 0) << store::takeRefusal();
+    EXPECT_EQ(rows("SELECT node_type || '.' || node_id || ' for ' || uid FROM gpo_fetch"),
+              std::multiset<std::string>({"2.2 for 1"}));
+    EXPECT_EQ(changeAs(2, notify<2>, 2, ""), EACCES);
+}
+
 // Whether a delegate that makes changes all the time makes one after its removal.
 bool changesAfterRemoval()
 {

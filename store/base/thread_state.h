@@ -6,23 +6,28 @@
 // - While the thread holds lists of a tree listing, VELQZEMGpoGet and the functions that read delegates answer from the
 //   snapshot that the listing took, without SQL. The thread's own writing transaction drops the snapshot, so that a
 //   thread always sees its own changes.
+// - A notice to servers needs no right on a node that the acting account has changed itself: the change may have given
+//   the right away, and the servers must hear of it all the same.
 // - takeRefusal() in store.h returns the reason why the last call failed, which is kept here.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
 
 namespace store {
 
 struct ListingSnapshot;  // nodes/listing_snapshot.h
 
 struct ThreadState {
-    std::optional<uint32_t> actingUid;           // nothing: everything is allowed
-    bool hasCommitted = false;                   // whether a change was committed since actingUid was set
-    std::shared_ptr<ListingSnapshot> pSnapshot;  // null: there is none
-    std::string refusal;                         // for people; empty: the last call did not fail
+    std::optional<uint32_t> actingUid;               // nothing: everything is allowed
+    bool hasCommitted = false;                       // whether a change was committed since actingUid was set
+    std::set<std::pair<int, int64_t>> changedNodes;  // by node type and identifier; changed since actingUid was set
+    std::shared_ptr<ListingSnapshot> pSnapshot;      // null: there is none
+    std::string refusal;                             // for people; empty: the last call did not fail
 };
 
 // Returns the state of the calling thread.

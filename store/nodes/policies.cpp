@@ -2,9 +2,11 @@
 // servers fetch their policies anew.
 #include <cstring>
 #include <ctime>
+#include <optional>
 #include <string_view>
 #include <utility>
 
+#include "store/base/thread_state.h"
 #include "store/base/utf8.h"
 #include "store/nodes/listing_snapshot.h"
 #include "store/records/record_checks.h"
@@ -84,7 +86,8 @@ int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id)
     const auto note = [&](soci::session& sql) {
         const bool canFetch = nodeType == VELQ_ZEM_TYPE_OU || nodeType == kServerType;
         require(canFetch, ENOENT, "node_type: neither a group nor a server");
-        const Rights rights(sql);
+        const bool isOwnChange = threadState().changedNodes.contains({nodeType, id});
+        const Rights rights = isOwnChange ? Rights(sql, std::nullopt) : Rights(sql);
         rights.requireNode(nodeType, id);
         requireExisting(sql, rights, nodeType, id);
         change(sql,

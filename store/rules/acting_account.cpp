@@ -9,11 +9,13 @@ ActingAccount::ActingAccount(uint32_t uid) : m_before(threadState().actingUid)
     ThreadState& state = threadState();
     state.actingUid = uid;
     state.hasCommitted = false;
+    state.changedNodes.clear();
     state.refusal.clear();
 }
 
 ActingAccount::~ActingAccount()
 {
+    threadState().changedNodes.clear();
     threadState().actingUid = m_before;
 }
 

@@ -52,6 +52,18 @@ void logChange(const std::string& line) noexcept
     errno = saved;
 }
 
+void rememberChange(int nodeType, int64_t id) noexcept
+{
+    ThreadState& state = threadState();
+    if (!state.actingUid) {
+        return;
+    }
+    try {
+        state.changedNodes.emplace(nodeType, id);
+    } catch (const std::bad_alloc&) {  // the change is made; its notice then needs the right
+    }
+}
+
 void setChangeSink(std::function<void(const std::string& line)> sink)
 {
     gSink = std::move(sink);

@@ -18,6 +18,9 @@ std::string changeLine(const Rights& rights, const char* szKind, int64_t id, con
 // Gives the line of a committed change to the sink, unless it is empty. Leaves errno as it is.
 void logChange(const std::string& line) noexcept;
 
+// Remembers that the acting account has changed the group or server, whose notice then needs no further right.
+void rememberChange(int nodeType, int64_t id) noexcept;
+
 // Runs work(soci::session&), which returns its changeLine(), in a writing transaction, and logs the change once it is
 // committed. Returns 0 with errno as it was, or -1 with errno and the thread's refusal.
 template <typename Work>
@@ -39,6 +42,7 @@ int commitChange(R* pRecord, Work&& work) noexcept
             return work(sql, changed);
         });
         *pRecord = changed;
+        rememberChange(Kind<R>::kType, changed.id);
         logChange(line);
     });
 }

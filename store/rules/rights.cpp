@@ -52,15 +52,12 @@ const std::string kVisibleGroups = "WITH RECURSIVE visible (id) AS (SELECT node_
                                    kGroupOfAccount +
                                    " UNION SELECT o.id FROM ou o JOIN visible v ON o.parent_id = v.id) ";
 
-Rights::Rights(soci::session& sql) : m_sql(sql)
-{
-    if (threadState().actingUid) {
-        m_uid = *threadState().actingUid;
-        m_role = readAccount(sql, m_uid, m_name);
-    }
-}
+Rights::Rights(soci::session& sql) : Rights(sql, threadState().actingUid) {}
 
-Rights::Rights(soci::session& sql, int64_t uid) : m_sql(sql), m_uid(uid), m_role(readAccount(sql, uid, m_name)) {}
+Rights::Rights(soci::session& sql, std::optional<int64_t> uid)
+    : m_sql(sql), m_uid(uid.value_or(-1)), m_role(uid ? readAccount(sql, *uid, m_name) : Role::administrator)
+{
+}
 
 Role Rights::role() const
 {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -26,8 +27,8 @@ public:
     // The rights of the calling thread's acting account; without one everything is allowed.
     explicit Rights(soci::session& sql);
 
-    // The rights of the account with that uid.
-    Rights(soci::session& sql, int64_t uid);
+    // The rights of the account with that uid; without a uid everything is allowed.
+    Rights(soci::session& sql, std::optional<int64_t> uid);
 
     Role role() const;
 
@@ -55,9 +56,9 @@ private:
     std::unordered_set<int64_t> policiesLinkedByVisibleNodes() const;
 
     soci::session& m_sql;
-    int64_t m_uid = -1;
+    const int64_t m_uid;  // -1: none
     std::string m_name;
-    Role m_role = Role::administrator;
+    const Role m_role;
     mutable std::unordered_map<int64_t, bool> m_manageable;  // the answers of mayManage() so far, by group
 };
 
