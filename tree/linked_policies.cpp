@@ -89,13 +89,14 @@ Json::Value make_resolved_link()
     return jLink;
 }
 
+// Made when the module is loaded: a constant inside the function would be made in its first call, under a lock.
+const Json::Value jResolvedLink = make_resolved_link();
+
 // Adds the policy's identifier, name and description to the entry as far as known; with all three, removes "id".
 void write_link(int64_t gpoId, Json::Value& jName, Json::Value& jDesc, Json::Value& jLink)
 {
-    static const Json::Value jResolved = make_resolved_link();
-
     if (1 == jLink.size() && !jDesc.isNull()) {  // the entry holds only "id": filling a copy is faster
-        jLink = jResolved;
+        jLink = jResolvedLink;
         auto it = jLink.begin();  // the members are sorted by name: gpo_desc, gpo_id, gpo_name
         (it++)->swap(jDesc);
         *it++ = Json::Value(gpoId);
