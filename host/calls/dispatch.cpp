@@ -29,7 +29,7 @@ constexpr ErrorText kErrorTexts[] = {
     {0, "the method gave no answer"},
     {101, "a required parameter is missing or cannot be used, or the group is the root"},
     {105, "it cannot be determined who is logged in"},
-    {117, "a step failed; the server's log says which"},
+    {117, "a step failed; in most cases the server's log says which"},
     {400, "the body is not a JSON object, or the request is malformed otherwise"},
     {401, "there is no token, or it is unknown, revoked or expired"},
     {404, "there is no such method"},
