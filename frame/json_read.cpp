@@ -87,6 +87,11 @@ const Json::Value* find_member(const Json::Value& jValue, const char* szName)
     return jValue.isObject() ? jValue.find(szName, szName + strlen(szName)) : NULL;
 }
 
+bool can_have_members(const Json::Value& jValue)
+{
+    return jValue.isObject() || jValue.isNull();
+}
+
 int read_member(const Json::Value& jValue, const char* szName, int64_t* pValue)
 {
     const Json::Value* pjMember = find_member(jValue, szName);

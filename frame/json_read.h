@@ -21,6 +21,10 @@ int read_text(const Json::Value& jValue, std::string* pText);
 // Returns the member of that name, which belongs to jValue, or null if jValue is not an object or lacks the member.
 const Json::Value* find_member(const Json::Value& jValue, const char* szName);
 
+// Returns whether a member can be set: the value is an object, or null, which becomes one. The library throws for
+// others.
+bool can_have_members(const Json::Value& jValue);
+
 // Reads a member as read_int64 does. Returns 0; returns -1 and leaves *pValue unchanged if jValue is not an object,
 // lacks the member, or read_int64 refuses its value.
 int read_member(const Json::Value& jValue, const char* szName, int64_t* pValue);

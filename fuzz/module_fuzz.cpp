@@ -30,7 +30,7 @@ void fillStore(const Json::Value& jInput)
         (nodeType == 2 ? platform.groups : platform.servers)[1] = jInput["node"];
     }
     if (jInput.isMember("spoil")) {
-        platform.onJsonToStruct = [jSpoil = jInput["spoil"]](Json::Value& jRecord) { jRecord = jSpoil; };
+        platform.onConversion = [jSpoil = jInput["spoil"]](Json::Value& jRecord) { jRecord = jSpoil; };
     }
 }
 

@@ -47,9 +47,11 @@ int create_group(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t 
 {
     _tag_velq_zem_ou_ ou;
 
-    // Setting "id" below needs an object, and the conversion may change the record.
-    if (!jRecord.isObject() || 0 > VELQZEMOuJsonToStruct(jRecord, &ou) || !jRecord.isObject()) {
+    if (0 > VELQZEMOuJsonToStruct(jRecord, &ou)) {
         return log_failed_call("0 > VELQZEMOuJsonToStruct(multiple_data[i], &ou)");
+    }
+    if (!can_have_members(jRecord)) {  // the conversion may have changed the record, which gets an "id" below
+        return log_bad_parameter();
     }
     if (0 > check_group_permission(req, resp, uid, ou.parentId)) {
         return -1;

@@ -2,6 +2,7 @@
 #include <string>
 
 #include "frame/failure_log.h"
+#include "frame/json_read.h"
 #include "include/webapi_zem_ou.h"
 #include "platform/velq_core.h"
 #include "platform/velq_zem.h"
@@ -45,9 +46,13 @@ int request_to_record(const VELQ::APIRequest& req, bool isCreate, Json::Value& j
     jRecord["parent_id"] = req.GetParam("parent_id", Json::Value());
     copy_if_present(req, "block_inheritance", jRecord);
 
-    // The result is ignored: a value that the store refuses here makes the record's conversion fail later.
+    // The result is ignored: a value that the store refuses here makes the record's conversion fail later, and so does
+    // a record that is not an object any more.
     if (req.HasParam("linked_gpo")) {
         VELQZEMHttpReqToJsonForLinkedGpo(req.GetParam("linked_gpo", Json::Value()), jRecord);
+    }
+    if (!can_have_members(jRecord)) {
+        return 0;
     }
     copy_if_present(req, "extra_info", jRecord);
     copy_if_present(req, "delegate", jRecord);

@@ -1,5 +1,6 @@
 // Copies the targets of a policy-link request into the policy's record and adds the policy's identifier to each.
 #include "frame/failure_log.h"
+#include "frame/json_read.h"
 #include "include/webapi_zem_lib.h"
 
 namespace {
@@ -27,7 +28,7 @@ void VELQZEMHttpReqToJsonForLinkedTarget(VELQ::APIRequest* req, Json::Value& jOu
         log_failed_call("!req", szSourceLib);
         return;
     }
-    if (!jOut.isObject() && !jOut.isNull()) {
+    if (!can_have_members(jOut)) {
         log_bad_parameter(szSourceLib);
         return;
     }

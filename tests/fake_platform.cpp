@@ -171,14 +171,19 @@ int create(_tag_velq_zem_ou_* pOu)
 int toJson(const void* pRecord, const Json::Value& jNames, Json::Value& jOut)
 {
     const Json::Value& jNode = nodeOf[pRecord];
-    if (jNames.isNull() || !jNode.isObject()) {
-        jOut = jNode;
-        return 0;
-    }
+    jOut = jNames.isNull() || !jNode.isObject() ? jNode : Json::Value(Json::objectValue);
     for (const Json::Value& jName : jNames) {
-        if (jNode.isMember(jName.asString())) {
+        if (jOut.isObject() && jNode.isMember(jName.asString())) {
             jOut[jName.asString()] = jNode[jName.asString()];
         }
+    }
+    return 0;
+}
+
+int spoil(Json::Value& jRecord)
+{
+    if (platform.onConversion) {
+        platform.onConversion(jRecord);
     }
     return 0;
 }
@@ -186,21 +191,22 @@ int toJson(const void* pRecord, const Json::Value& jNames, Json::Value& jOut)
 template <typename Record>
 int toRecord(Json::Value& jRecord, Record* pRecord)
 {
+    if (!jRecord.isObject()) {
+        errno = EINVAL;
+        return -1;
+    }
     Json::Value& jNode = nodeOf[pRecord];
     if (pRecord->id == -1 || !jNode.isObject()) {
         jNode = Json::Value(Json::objectValue);
     }
-    for (const std::string& name : jRecord.isObject() ? jRecord.getMemberNames() : Lines()) {
+    for (const std::string& name : jRecord.getMemberNames()) {
         jNode[name] = jRecord[name];
     }
     if constexpr (requires { pRecord->parentId; }) {
         const Json::Value jParentId = jNode.get("parent_id", 0);
         pRecord->parentId = jParentId.isInt64() ? jParentId.asInt64() : 0;
     }
-    if (platform.onJsonToStruct) {
-        platform.onJsonToStruct(jRecord);
-    }
-    return 0;
+    return spoil(jRecord);
 }
 
 int copyText(const std::string& text, char* szBuf, size_t cbBuf)
@@ -419,7 +425,7 @@ FALLIBLE(int VELQZEMOuCreate(_tag_velq_zem_ou_* pOu), -1, create(pOu))
 FALLIBLE(int VELQZEMOuDeleteAllByID(int64_t id), -1, (platform.groups.erase(id), 0), id)
 FALLIBLE(int VELQZEMOuItemGetID(int64_t* pId, const _tag_velq_zem_ou_* pOu), -1, (*pId = pOu->id, 0))
 FALLIBLE(int VELQZEMHttpReqToJsonForLinkedGpo(const Json::Value& jValue, Json::Value& jRecord), -1,
-         (jRecord["linked_gpo"] = jValue, 0))
+         (jRecord["linked_gpo"] = jValue, spoil(jRecord)))
 FALLIBLE(int VELQZEMGpoGet(int64_t id, _tag_velq_zem_gpo_* pGpo), -1,
          (pGpo->id = id, orMissing(platform.policies.contains(id))), id)
 FALLIBLE(int VELQZEMGpoItemGetName(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo), -1,

@@ -33,7 +33,7 @@ struct Platform {
     Json::Value freshServer = test::json("{'node_type':3}");
     Json::Value uiVersion = test::json("{'major':3}");
     int64_t nextId = 100;
-    std::function<void(Json::Value& jRecord)> onJsonToStruct;  // what a conversion does to the record
+    std::function<void(Json::Value& jRecord)> onConversion;  // what a conversion does to the record
 
     // The calls and log lines so far. A call is recorded as "Name argument ...", without the platform's prefixes.
     Lines calls;

@@ -1,5 +1,6 @@
 // Tests group create, set and delete, the request conversion, and the one-level listing.
 #include <array>
+#include <cerrno>
 
 #include <gtest/gtest.h>
 
@@ -15,6 +16,8 @@ const std::string storeReason = "]. [0x0D01 store.cpp:77]";
 const std::string refused = "No permission for normal user [bob] on group [$" + storeReason;
 const std::string rootLine = "Deleting ROOT OU is not allowed.";
 const std::string jsonToStruct = "Failed [0 > VELQZEMOuJsonToStruct(multiple_data[i], &ou)]";
+const std::string refusedRecord = withErrno(jsonToStruct, EINVAL);
+const std::string noId = "Failed [false == multiple_data[i].isMember(\"id\")]";
 
 void prepareGroups()
 {
@@ -30,7 +33,6 @@ TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented)
 {
     const std::string bad = "bad parameter", notArray = "Failed [false == jTmp.isArray()]";
     const std::string noRecord = "Failed [true == jTmp.isNull()]";
-    const std::string noId = "Failed [false == multiple_data[i].isMember(\"id\")]";
     const std::string no7 = "No permission for normal user [bob] on group [7" + storeReason;
     const std::string may = "OuCanManagedByUid 1000 ", delete3 = may + "3;OuDeleteAllByID 3;";
     const std::string refuse7 = may + "7;SetError 414;ErrorGetLine;ErrorGetFile;ErrGet;GetLoginUserName";
@@ -63,8 +65,8 @@ TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented)
          "ok {'ids':[100,101]}", "", create("3", "100") + create("4", "101") + "SetSuccess"},
         {"a refused parent ends the request", "create", "{'multiple_data':[{'parent_id':3},{'parent_id':7},{}]}",
          "error 414", no7, create("3", "100") + "OuJsonToStruct;" + refuse7},
-        {"a null record fails", "create", "{'multiple_data':[null]}", "error 117", jsonToStruct, ""},
-        {"an array as record fails", "create", "{'multiple_data':[[]]}", "error 117", jsonToStruct, ""},
+        {"a null record fails", "create", "{'multiple_data':[null]}", "error 117", refusedRecord, "OuJsonToStruct"},
+        {"an array as record fails", "create", "{'multiple_data':[[]]}", "error 117", refusedRecord, "OuJsonToStruct"},
 
         {"an empty array changes nothing", "set", "{'multiple_data':[]}", "ok null", "", "OuAlloc;SetSuccess;OuFree"},
         {"an object as multiple_data is refused", "set", "{'multiple_data':{}}", "error 101", "", "SetError 101"},
@@ -88,15 +90,21 @@ TEST(GroupHandlers, answerEachRequestAndRefusalAsDocumented)
 
 TEST(GroupHandlers, surviveAConversionThatChangesTheRecord)
 {
-    const std::tuple<const char*, const char*, const char*, std::string> cases[] = {
-        {"KXGroup create", "'spoiled'", "error 117", jsonToStruct},
-        {"KXGroup set", "{'id':'spoiled','delegate':[]}", "error 101", "bad parameter"},
-        {"KXGroup set", "{'delegate':[]}", "error 101", "bad parameter"}};
-    for (const auto& [szMethod, szSpoiled, szResult, log] : cases) {
+    const char* const szRecords = "{'multiple_data':[{'id':3,'delegate':[]}]}";
+    const char* const szLinks = "{'id':0,'node_id':3,'name':'x','parent_id':3,'linked_gpo':[],'delegate':[]}";
+    const std::tuple<const char*, const char*, const char*, const char*, std::string> cases[] = {
+        {"KXGroup create", szRecords, "'spoiled'", "error 117", "bad parameter"},
+        {"KXGroup create", szRecords, "null", "ok {'ids':[100]}", ""},
+        {"KXGroup create", szLinks, "'spoiled'", "error 117", refusedRecord},
+        {"KXGroup create", szLinks, "null", "ok {'ids':100}", ""},
+        {"KXGroup set", szLinks, "[]", "error 117", noId},
+        {"KXGroup set", szRecords, "{'id':'spoiled','delegate':[]}", "error 101", "bad parameter"},
+        {"KXGroup set", szRecords, "{'delegate':[]}", "error 101", "bad parameter"}};
+    for (const auto& [szMethod, szParams, szSpoiled, szResult, log] : cases) {
         prepareGroups();
-        platform.onJsonToStruct = [jSpoiled = json(szSpoiled)](Json::Value& jRecord) { jRecord = jSpoiled; };
-        EXPECT_EQ(call(szMethod, json("{'multiple_data':[{'id':3,'delegate':[]}]}")), szResult) << szSpoiled;
-        EXPECT_EQ(platform.logs, Lines{log}) << szSpoiled;
+        platform.onConversion = [jSpoiled = json(szSpoiled)](Json::Value& jRecord) { jRecord = jSpoiled; };
+        EXPECT_EQ(call(szMethod, json(szParams)), szResult) << szSpoiled;
+        EXPECT_EQ(platform.logs, split(log)) << szSpoiled;
     }
 }
 

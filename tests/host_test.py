@@ -69,6 +69,8 @@ MESSAGES = {400: "JSON", 401: "token", 404: "no such method", 405: "takes only G
 REASONS = [
     ("a refusal of the store says why", "create", {"id": 0, "name": "Web staging", "parent_id": 3}, 117,
      "of that name"),
+    ("a record that is not an object is refused by the store", "create", {"multiple_data": [None]}, 117,
+     "record: not an object"),
     ("a refusal does not repeat the reason of an earlier request", "delete", {"node_id": 0}, 101, "root"),
     ("a refusal of the module has the text for its code", "set", {"multiple_data": 1}, 101, "parameter"),
     ("a move to another's group is refused", "set", {"node_id": 3, "parent_id": 6}, 117,
