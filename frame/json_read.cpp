@@ -74,11 +74,7 @@ int read_text(const Json::Value& jValue, std::string* pText)
     if (!jValue.isConvertibleTo(Json::stringValue)) {
         return -1;
     }
-    std::string text = jValue.asString();
-    if (std::string::npos != text.find('\0')) {
-        return -1;
-    }
-    pText->swap(text);
+    *pText = jValue.asString();
     return 0;
 }
 

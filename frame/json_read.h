@@ -14,8 +14,7 @@ int read_int64(const Json::Value& jValue, int64_t* pValue);
 int read_int(const Json::Value& jValue, int* pValue);
 
 // Reads a value as text, converted as the library does it: null reads as "", a number or a boolean as its JSON text.
-// Returns 0; returns -1 and leaves *pText unchanged if the value is an array, an object, or a string that contains a
-// NUL, which would cut it short as a C string.
+// Returns 0; returns -1 and leaves *pText unchanged if the value is an array or an object.
 int read_text(const Json::Value& jValue, std::string* pText);
 
 // Returns the member of that name, which belongs to jValue, or null if jValue is not an object or lacks the member.

@@ -36,6 +36,7 @@ int fill_query(const VELQ::APIRequest& req, VELQ::APIResponse& resp, LevelHandle
         if (!req.HasParam(szKey)) {
             continue;
         }
+        // The store alone judges the values. The hash takes C strings, so a text with a NUL ends there.
         if (0 > read_text(req.GetParam(szKey, Json::Value()), &value) ||
             0 > VLIBCSzHashSetValue(&pHandles->pHash, szKey, value.c_str())) {
             resp.SetError(errFailed, Json::Value());

@@ -142,7 +142,8 @@ TEST(OneLevelList, passesTheQueryAsTextAndAnswersThePage)
          "ugid 7.5;HashSetValue user_type 8;ListOneLevelByUidHash;OuStructToJson;OuStructToJson;SetSuccess;OuListFree"},
         {"{}", "[]", "ok {'count':0,'objects':[],'offset':null,'total':0}", "ListOneLevelByUidHash;SetSuccess"},
         {"{'ugid':{}}", "[]", "error 500", "SetError 117;SetError 500"},
-        {"{'ugid':'1\\u0000'}", "[]", "error 500", "SetError 117;SetError 500"},
+        {"{'offset':'1\\u0000x'}", "[]", "ok {'count':0,'objects':[],'offset':'1\\u0000x','total':0}",
+         "HashSetValue offset 1;ListOneLevelByUidHash;SetSuccess"},
     };
     for (const auto& [params, groups, result, calls] : cases) {
         reset();
