@@ -36,7 +36,8 @@ using Nodes = std::map<int64_t, Json::Value>;
 
 std::map<const void*, Json::Value> nodeOf;  // the contents of each record
 std::vector<_tag_velq_zem_delegate_> listedDelegates;
-int listedKind;  // kind of the node whose delegates were listed
+std::pair<int, int64_t> listedTarget;  // kind and identifier of the node whose delegates were listed
+constexpr int kDone = 1;               // a result other than 0: only a negative one is a failure
 struct {
     int code;
     const char* szFile;
@@ -131,17 +132,24 @@ void makeList(const Json::Value& jNodes, Record*& pHead)
     }
 }
 
+void listTree(_tag_velq_zem_ou_** ppOu, _tag_velq_zem_kx_** ppKx, _tag_velq_zem_gpo_** ppGpo)
+{
+    makeList(platform.listedGroups, *ppOu);
+    makeList(platform.listedServers, *ppKx);
+    makeList(platform.listedPolicies, *ppGpo);
+}
+
 // Replaces the hash: its address changes with every value that is set.
 int renew(VLIBCSzHash*& pHash)
 {
     release(std::exchange(pHash, hold(new VLIBCSzHash)));
-    return 0;
+    return kDone;
 }
 
 int orMissing(bool isFound)
 {
     errno = isFound ? errno : ENOENT;
-    return isFound ? 0 : -1;
+    return isFound ? kDone : -1;
 }
 
 template <typename Record>
@@ -159,7 +167,7 @@ template <typename Record>
 int store(Nodes& nodes, const Record* pRecord)
 {
     nodes[pRecord->id] = nodeOf[pRecord];
-    return 0;
+    return kDone;
 }
 
 int create(_tag_velq_zem_ou_* pOu)
@@ -177,7 +185,7 @@ int toJson(const void* pRecord, const Json::Value& jNames, Json::Value& jOut)
             jOut[jName.asString()] = jNode[jName.asString()];
         }
     }
-    return 0;
+    return kDone;
 }
 
 int spoil(Json::Value& jRecord)
@@ -185,7 +193,7 @@ int spoil(Json::Value& jRecord)
     if (platform.onConversion) {
         platform.onConversion(jRecord);
     }
-    return 0;
+    return kDone;
 }
 
 template <typename Record>
@@ -203,7 +211,7 @@ int toRecord(Json::Value& jRecord, Record* pRecord)
         jNode[name] = jRecord[name];
     }
     if constexpr (requires { pRecord->parentId; }) {
-        const Json::Value jParentId = jNode.get("parent_id", 0);
+        const Json::Value jParentId = jNode.get("parent_id", Json::Int64(pRecord->parentId));
         pRecord->parentId = jParentId.isInt64() ? jParentId.asInt64() : 0;
     }
     return spoil(jRecord);
@@ -214,19 +222,29 @@ int copyText(const std::string& text, char* szBuf, size_t cbBuf)
     EXPECT_EQ(cbBuf, 4096u);
     EXPECT_TRUE(platform.isQuiet || std::all_of(szBuf, szBuf + cbBuf, [](char c) { return c == 0; }));
     strncpy(szBuf, text.c_str(), cbBuf - 1);
-    return 0;
+    return kDone;
 }
 
 int listDelegates(int64_t id, int nodeType, _tag_velq_zem_delegate_** ppHead, int* pCount)
 {
-    listedDelegates = platform.delegates[{nodeType, id}];
-    listedKind = nodeType;
-    for (size_t i = 1; i < listedDelegates.size(); ++i) {
-        listedDelegates[i - 1].pNext = &listedDelegates[i];
+    listedTarget = {nodeType, id};
+    listedDelegates = platform.delegates[listedTarget];
+    for (size_t i = 0; i < listedDelegates.size(); ++i) {
+        listedDelegates[i].extraInfo = "";
+        listedDelegates[i].pNext = i + 1 < listedDelegates.size() ? &listedDelegates[i + 1] : nullptr;
     }
     *ppHead = listedDelegates.empty() ? nullptr : listedDelegates.data();
     *pCount = static_cast<int>(listedDelegates.size());
-    return 0;
+    return kDone;
+}
+
+// Gives the listed delegates their extra information, which they lack until then.
+int refreshDelegates()
+{
+    for (size_t i = 0; i < listedDelegates.size(); ++i) {
+        listedDelegates[i].extraInfo = platform.delegates[listedTarget][i].extraInfo;
+    }
+    return kDone;
 }
 
 std::string compact(const Json::Value& jValue)
@@ -422,10 +440,10 @@ STORED_FUNCTIONS(Ou, _tag_velq_zem_ou_, platform.groups)
 STORED_FUNCTIONS(Kx, _tag_velq_zem_kx_, platform.servers)
 
 FALLIBLE(int VELQZEMOuCreate(_tag_velq_zem_ou_* pOu), -1, create(pOu))
-FALLIBLE(int VELQZEMOuDeleteAllByID(int64_t id), -1, (platform.groups.erase(id), 0), id)
-FALLIBLE(int VELQZEMOuItemGetID(int64_t* pId, const _tag_velq_zem_ou_* pOu), -1, (*pId = pOu->id, 0))
+FALLIBLE(int VELQZEMOuDeleteAllByID(int64_t id), -1, (platform.groups.erase(id), kDone), id)
+FALLIBLE(int VELQZEMOuItemGetID(int64_t* pId, const _tag_velq_zem_ou_* pOu), -1, (*pId = pOu->id, kDone))
 FALLIBLE(int VELQZEMHttpReqToJsonForLinkedGpo(const Json::Value& jValue, Json::Value& jRecord), -1,
-         (jRecord["linked_gpo"] = jValue, spoil(jRecord)))
+         (jRecord["linked_gpo"]["order"] = jValue, spoil(jRecord)))
 FALLIBLE(int VELQZEMGpoGet(int64_t id, _tag_velq_zem_gpo_* pGpo), -1,
          (pGpo->id = id, orMissing(platform.policies.contains(id))), id)
 FALLIBLE(int VELQZEMGpoItemGetName(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo), -1,
@@ -433,35 +451,34 @@ FALLIBLE(int VELQZEMGpoItemGetName(char* szBuf, size_t cbBuf, const _tag_velq_ze
 FALLIBLE(int VELQZEMGpoItemGetDescription(char* szBuf, size_t cbBuf, const _tag_velq_zem_gpo_* pGpo), -1,
          copyText(platform.policies[pGpo->id].second, szBuf, cbBuf))
 FALLIBLE(int VELQZEMGpoGetWithVersionConvert(Json::Value& jSetting, Json::Value& jUIVersion), -1,
-         (jSetting = jUIVersion, 0))
-FALLIBLE(int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id), -1, 0, uid, nodeType, id)
+         (jSetting = jUIVersion, kDone))
+FALLIBLE(int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id), -1, kDone, uid, nodeType, id)
 FALLIBLE(int VELQZEMDelegateListByTarget(int64_t id, int nodeType, _tag_velq_zem_delegate_** ppHead, int* pCount), -1,
          listDelegates(id, nodeType, ppHead, pCount), nodeType, id)
-FALLIBLE(int VELQDelegateUpdateExtraInfoList(_tag_velq_zem_delegate_* pHead, BOOL flag), -1, 0, listedKind,
-         pHead == nullptr ? "null" : "list", flag == TRUE ? "TRUE" : "FALSE")
+FALLIBLE(int VELQDelegateUpdateExtraInfoList(_tag_velq_zem_delegate_* pHead, BOOL flag), -1, refreshDelegates(),
+         listedTarget.first, pHead == nullptr ? "null" : "list", flag == TRUE ? "TRUE" : "FALSE")
 FALLIBLE(int VELQZEMDelegateItemGetUserType(int64_t* pUserType, const _tag_velq_zem_delegate_* pItem), -1,
-         (*pUserType = pItem->userType, 0))
+         (*pUserType = pItem->userType, kDone))
 FALLIBLE(int VELQZEMDelegateItemGetUGID(uint64_t* pUgid, const _tag_velq_zem_delegate_* pItem), -1,
-         (*pUgid = pItem->ugid, 0))
+         (*pUgid = pItem->ugid, kDone))
 RECORDED(_tag_velq_zem_delegate_* VELQZEMDelegateNext(const _tag_velq_zem_delegate_* pItem), pItem->pNext)
-FALLIBLE(int VELQZEMDelegateOverrideListByTarget(int64_t id, int nodeType, Json::Value&), -1, 0, nodeType, id)
-FALLIBLE(int VELQZEMDelegateSetListByTarget(int64_t id, int nodeType, Json::Value&), -1, 0, nodeType, id)
+FALLIBLE(int VELQZEMDelegateOverrideListByTarget(int64_t id, int nodeType, Json::Value&), -1, kDone, nodeType, id)
+FALLIBLE(int VELQZEMDelegateSetListByTarget(int64_t id, int nodeType, Json::Value&), -1, kDone, nodeType, id)
 
 int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id)
 {
     if (!fails(__func__, uid, id) && !platform.refused.contains(id)) {
-        return 2;
+        return id % 2 == 0 ? 2 : -2;  // any number but 0 is a permission
     }
     lastError = {0x0D01, "store.cpp", 77};
     return 0;
 }
 
+// The listings return their records even when they fail.
 FALLIBLE(int VELQZEMListTreeByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppOu, _tag_velq_zem_kx_** ppKx,
                                       _tag_velq_zem_gpo_** ppGpo),
-         -1,
-         (makeList(platform.listedGroups, *ppOu), makeList(platform.listedServers, *ppKx),
-          makeList(platform.listedPolicies, *ppGpo), 0),
+         (listTree(ppOu, ppKx, ppGpo), -1), (listTree(ppOu, ppKx, ppGpo), kDone),
          platform.held.contains(pHash) ? "" : "hash")
-FALLIBLE(int VELQZEMListOneLevelByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppHead, int* pTotal, int* pCount), -1,
-         (makeList(platform.listedGroups, *ppHead), 0), platform.held.contains(pHash) ? "" : "hash",
-         pTotal == nullptr && pCount == nullptr ? "" : "counts")
+FALLIBLE(int VELQZEMListOneLevelByUidHash(VLIBCSzHash* pHash, _tag_velq_zem_ou_** ppHead, int* pTotal, int* pCount),
+         (makeList(platform.listedGroups, *ppHead), -1), (makeList(platform.listedGroups, *ppHead), kDone),
+         platform.held.contains(pHash) ? "" : "hash", pTotal == nullptr && pCount == nullptr ? "" : "counts")

@@ -293,10 +293,11 @@ void prepareFleet()
 {
     reset();
     platform.listedGroups = json(
-        "[{'node_type':2,'id':1,'parent_id':0,'name':'a','linked_gpo':{'order':[{'id':1},{'id':2}]}},"
+        "[{'node_type':2,'id':1,'parent_id':0,'name':'a','linked_gpo':{'order':[{'id':1}]}},"
         "{'node_type':2,'id':2,'parent_id':1,'parent_type':2,'name':'b','find_parent':1}]");
     platform.listedServers = json(
-        "[{'node_type':3,'id':1,'parent_id':2,'sid':'s','name':'x'},{'node_type':3,'id':2,'parent_id':9,'sid':1}]");
+        "[{'node_type':3,'id':1,'parent_id':2,'sid':'s','name':'x','linked_gpo':{'order':[{'id':2}]}},"
+        "{'node_type':3,'id':2,'parent_id':9,'sid':1}]");
     platform.listedPolicies =
         json("[{'node_type':4,'id':1,'parent_id':1,'setting':{'version':1}},{'node_type':4,'id':2,'parent_id':9}]");
     platform.policies = {{1, {"one", "first"}}, {2, {"two", ""}}};
@@ -306,9 +307,10 @@ void prepareFleet()
 
 const char* const szFleetTree =
     "[{'node_type':2,'parent_id':0,'name':'a','expanded':true,'linked_gpo':{'order':["
-    "{'gpo_id':1,'gpo_name':'one','gpo_desc':'first'},{'gpo_id':2,'gpo_name':'two','gpo_desc':''}]},'children':["
+    "{'gpo_id':1,'gpo_name':'one','gpo_desc':'first'}]},'children':["
     "{'node_type':2,'parent_id':1,'parent_type':2,'name':'b','linked_gpo':null,'expanded':true,'children':["
-    "{'node_type':3,'parent_id':2,'name':'x','linked_gpo':null,'children':null,'expanded':false,'loaded':true,"
+    "{'node_type':3,'parent_id':2,'name':'x','linked_gpo':{'order':["
+    "{'gpo_id':2,'gpo_name':'two','gpo_desc':''}]},'children':null,'expanded':false,'loaded':true,"
     "'delegate':[{'user_type':2,'name':'ann','domainName':'','domainType':'d','ugid':7}]}]},"
     "{'node_type':4,'parent_id':1,'setting':{'major':3},'linked':true,'children':null,'expanded':false,"
     "'loaded':true}]},"
@@ -327,16 +329,20 @@ TEST(TreeFetch, answersTheWholeTreeInOnePass)
                     "ListTreeByUidHash;OuStructToJson;OuStructToJson;KxStructToJson;"
                     "KxStructToJson;GpoStructToJson;GpoStructToJson;GetUIVersion 0;GpoGetWithVersionConvert;"
                     "DelegateListByTarget 2 1;DelegateUpdateExtraInfoList 2 null TRUE;GpoAlloc;GpoGet 1" +
-                    policy + "GpoAlloc;GpoGet 2" + policy +
+                    policy +
                     "DelegateListByTarget 2 2;DelegateUpdateExtraInfoList 2 null TRUE;"
                     "DelegateListByTarget 3 1;DelegateUpdateExtraInfoList 3 list TRUE;DelegateItemGetUserType;"
-                    "DelegateItemGetUGID;DelegateNext;DelegateListByTarget 3 2;"
-                    "DelegateUpdateExtraInfoList 3 null TRUE;SetSuccess;OuListFree;KxListFree;GpoListFree;HashFree"));
+                    "DelegateItemGetUGID;DelegateNext;GpoAlloc;GpoGet 2" +
+                    policy +
+                    "DelegateListByTarget 3 2;DelegateUpdateExtraInfoList 3 null "
+                    "TRUE;SetSuccess;OuListFree;KxListFree;GpoListFree;HashFree"));
 
     reset();  // nothing is visible: an empty tree, and only the hash to release
     EXPECT_EQ(call("Tree get", Json::Value()), "ok []");
     EXPECT_EQ(platform.calls.back(), "HashFree");
     EXPECT_EQ(platform.calls.end()[-2], "SetSuccess");
+    platform.uiVersion = Json::Value();
+    EXPECT_EQ(call("Tree get", Json::Value()), "error 117");
 }
 
 TEST(TreeFetch, survivesEveryFailureOfThePlatform)
@@ -350,9 +356,11 @@ TEST(TreeFetch, survivesEveryFailureOfThePlatform)
     };
     const std::string list = "0 > VELQZEMDelegateListByTarget(id, (int)nodeType, &pDelegateHead, &count)";
     const std::string update = "0 > VELQDelegateUpdateExtraInfoList(pDelegateHead, TRUE)";
-    const std::string noPolicy =
-        ";Failed [0 > get_gpo_info_by_node(jArray[i], jGpoArray)];"
-        "Failed [0 >add_info_to_node(jDataOu, jDataGpo)]";
+    const auto noPolicy = [&](const std::string& kind) {
+        return failed("NULL == (pGpo = VELQZEMGpoAlloc())",
+                      ";Failed [0 > get_gpo_info_by_node(jArray[i], jGpoArray)];Failed [0 >add_info_to_node(jData" +
+                          kind + ", jDataGpo)]");
+    };
     const Outcomes outcomes = {
         {"HashAlloc", {"error 117", "denied: Fail EACESS;malloc hash failed"}},
         {"HashSetValue ugid", failed("0 > VLIBCSzHashSetValue(&pHash, \"ugid\", szUid)")},
@@ -371,7 +379,8 @@ TEST(TreeFetch, survivesEveryFailureOfThePlatform)
         {"DelegateUpdateExtraInfoList 3", delegates(update, "Kx")},
         {"DelegateItemGetUserType", delegates("0 > VELQZEMDelegateItemGetUserType(&userType, pDelegate)", "Kx")},
         {"DelegateItemGetUGID", delegates("0 > VELQZEMDelegateItemGetUGID(&ugid, pDelegate)", "Kx")},
-        {"GpoAlloc", failed("NULL == (pGpo = VELQZEMGpoAlloc())", noPolicy)},
+        {"GpoAlloc", noPolicy("Ou")},
+        {"GpoAlloc#2", noPolicy("Kx")},
         {"GpoGet", {"", "denied: Failed [0 >VELQZEMGpoGet(gpoId, pGpo)]"}},
         {"GpoItemGetName", {"", "denied: Failed [0 > VELQZEMGpoItemGetName(_SAS(szBuf), pGpo)]"}},
         {"GpoItemGetDescription", {"", "denied: Failed [0 > VELQZEMGpoItemGetDescription(_SAS(szBuf), pGpo)]"}},
