@@ -204,7 +204,7 @@ bool isStoreAnswering();
 // Returns a name for the store's present state. Two equal names mean that no change was committed in between, by this
 // process or any other; so an answer that was made between two calls with equal names is still true while a third call
 // returns that name. Changes of a token's last use do not count. Names of different processes may differ for the same
-// state. Empty when the state cannot be told: no store is open, it does not answer, or the database has no means for
+// state. Empty when the name is unknown: no store is open, the store does not answer, or the database has no means for
 // it. Throws only std::bad_alloc. The call is cheap: at most one short statement on a connection of its own.
 std::string storeState();
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Kills `zemhost apply` at random moments and checks each time that the store holds either all of the old fleet or all of
-the new one.
+"""Kills `zemhost apply` at random moments and checks each time that the store contains either the whole old fleet or
+the whole new one.
 
 usage: tools/apply_crash_test.py BUILD_DIR [--rounds 50] [--seed N] [--database postgresql]
 """

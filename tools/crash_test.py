@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Kills the server with SIGKILL at random moments while clients change groups, and checks each time that the database is
-whole, the fleet sound, and every change there that was answered with success.
+"""Kills the server at random moments while clients change groups. Checks each time that the database is intact, that the
+fleet is valid, and that the store contains every change that was answered with success.
 
 usage: tools/crash_test.py BUILD_DIR [--rounds 50] [--seed N] [--database postgresql]
 """

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Attacks the server over loopback in a dozen ways while a well-behaved client measures how it is served, then fills the
-disk, takes away the right to write, and looks for tokens where none may be.
+"""Attacks the server over loopback in a dozen ways while a well-behaved client measures its own waiting times. Then fills
+the disk, makes the store read-only, and searches logs and files for tokens.
 
 usage: tools/hostile_clients.py BUILD_DIR [--seconds 60]
 """
@@ -81,7 +81,7 @@ def endless_chunks(_, token):
         yield b"10000\r\n" + BLOCK + b"\r\n"
 
 
-def strangers(_, __):
+def unknown_tokens(_, __):
     yield head("0" * 64, "Content-Length: 16000")
     while True:
         yield b" "
@@ -125,8 +125,8 @@ def unread_answers(_, token):
 
 
 # Each attack with its number of open connections and the seconds between two pieces.
-ATTACKS = [(slow_heads, 9000, 0.1), (slow_bodies, 500, 0.1), (strangers, 9000, 0.1), (nothing, 4000, 0.1), (endless_line, 20, 0.01),
-           (endless_headers, 20, 0.01), (huge_body, 10, 0.01), (endless_chunks, 10, 0.01), (many_bodies, 100, 0.01),
+ATTACKS = [(slow_heads, 9000, 0.1), (slow_bodies, 500, 0.1), (unknown_tokens, 9000, 0.1), (nothing, 4000, 0.1),
+           (endless_line, 20, 0.01), (endless_headers, 20, 0.01), (huge_body, 10, 0.01), (endless_chunks, 10, 0.01), (many_bodies, 100, 0.01),
            (compressed, 20, 0.02), (garbage, 20, 0.05), (half_closed, 200, 0.05), (resets, 50, 0.02),
            (unread_answers, 200, 0.1)]
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Random accounts change groups, links, delegates and tokens of a server, beside a small model that says what each
-request is answered and what everybody sees; then an account is deprived of a right while it uses it.
+"""Lets random accounts change groups, links, delegates and tokens of a server, and compares each answer and each tree with
+a small model. Then withdraws a right from an account while the account uses it.
 
 usage: tools/model_test.py BUILD_DIR [--steps 2000] [--races 100] [--seed N] [--database postgresql]
 """

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Restarts and stops the database under two servers on one store while clients write, and checks that every change that
-was answered with success is there and none that was refused, that whoever waits is answered while the database is
-stopped, that other requests go on, that an outage is told once, and that a server ends in the middle of one.
+"""Restarts and stops the database under two servers while clients write. Checks that the store contains every change that
+was answered with success and none that was refused, that waiting requests get an answer while the database is stopped,
+that other requests work, that each outage is logged once, and that a server can end during an outage.
 
 usage: tools/outage_test.py BUILD_DIR [--outages 12] [--seed N]
 """
@@ -181,15 +181,15 @@ def play(cluster, writers, watchers, kinds):
 
 def check_log(text, kinds, seconds):
     """Returns the faults of a server's log. Some restarts are too quick to appear there."""
-    said = [line.split(" ", 1)[1] for line in text.splitlines()]
-    said = [line for line in said if not REQUEST.fullmatch("- " + line) and not line.startswith(("change: ", "module: "))]
-    told = [line for line in said if LOST not in line]
-    marks = [BEGUN, ENDED] * (len(told) // 2)
-    faults = [line for line, mark in zip(told, marks + [""] * len(told)) if not mark or not line.startswith(mark)]
-    if not kinds.count("stopped") <= len(told) // 2 <= len(kinds):
-        faults.append(f"{len(told)} lines tell of {len(kinds)} outages: {told}")
-    if len(said) - len(told) > seconds / 10 + 1:
-        faults.append(f"{len(said) - len(told)} lines tell of requests")
+    lines = [line.split(" ", 1)[1] for line in text.splitlines()]
+    lines = [line for line in lines if not REQUEST.fullmatch("- " + line) and not line.startswith(("change: ", "module: "))]
+    outages = [line for line in lines if LOST not in line]
+    marks = [BEGUN, ENDED] * (len(outages) // 2)
+    faults = [line for line, mark in zip(outages, marks + [""] * len(outages)) if not mark or not line.startswith(mark)]
+    if not kinds.count("stopped") <= len(outages) // 2 <= len(kinds):
+        faults.append(f"{len(outages)} lines report {len(kinds)} outages: {outages}")
+    if len(lines) - len(outages) > seconds / 10 + 1:
+        faults.append(f"{len(lines) - len(outages)} lines report requests")
     return faults
 
 
