@@ -30,23 +30,6 @@ void write_echo(int err, Write write)
     }
 }
 
-int log_message(const char* szMessage, const char* szFile, int line)
-{
-    const int err = errno;
-    const uid_t euid = geteuid();
-    const pid_t pid = getpid();
-
-    write_line(err, [=] {
-        syslog(LOG_ERR,
-               0 != err ? "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)%s\n\n" : "%s:%d (euid=%u)(pid=%d)(%s:%d)(%m)%s\n\n",
-               szFile, line, euid, pid, szFile, line, szMessage);
-    });
-    write_echo(err, [=] {
-        printf("(%s:%d)(euid=%u)(pid=%d)(%s:%d)(%m)%s\n\n", szFile, line, euid, pid, szFile, line, szMessage);
-    });
-    return -1;
-}
-
 }  // namespace
 
 int log_failed_call(const char* szExpr, const char* szFile, int line)
@@ -72,7 +55,20 @@ int log_failed_call(const char* szExpr, const char* szFile, int line)
 
 int log_bad_parameter(const char* szFile, int line)
 {
-    return log_message("bad parameter", szFile, line);
+    const int err = errno;
+    const uid_t euid = geteuid();
+    const pid_t pid = getpid();
+
+    write_line(err, [=] {
+        syslog(LOG_ERR,
+               0 != err ? "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)bad parameter\n\n"
+                        : "%s:%d (euid=%u)(pid=%d)(%s:%d)(%m)bad parameter\n\n",
+               szFile, line, euid, pid, szFile, line);
+    });
+    write_echo(err, [=] {
+        printf("(%s:%d)(euid=%u)(pid=%d)(%s:%d)(%m)bad parameter\n\n", szFile, line, euid, pid, szFile, line);
+    });
+    return -1;
 }
 
 int log_access_denied(const char* szExpr, const char* szFile, int line)
@@ -104,7 +100,16 @@ int log_malloc_hash(const char* szFile, int line)
         });
         write_echo(err, [=] { printf("(%s:%d)(euid=%u)(pid=%d)!!Fail EACESS, err=%m\n", szFile, line, euid, pid); });
     }
-    return log_message("malloc hash failed", szFile, line);
+    write_line(err, [=] {
+        syslog(LOG_ERR,
+               0 != err ? "%s:%d (euid=%u)(pid=%d)(%m)(%s:%d)(%m)malloc hash failed\n\n"
+                        : "%s:%d (euid=%u)(pid=%d)(%s:%d)(%m)malloc hash failed\n\n",
+               szFile, line, euid, pid, szFile, line);
+    });
+    write_echo(err, [=] {
+        printf("(%s:%d)(euid=%u)(pid=%d)(%s:%d)(%m)malloc hash failed\n\n", szFile, line, euid, pid, szFile, line);
+    });
+    return -1;
 }
 
 void log_null_request(const VELQ::APIRequest* req, const VELQ::APIResponse* resp, int line)

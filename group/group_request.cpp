@@ -46,8 +46,8 @@ int request_to_record(const VELQ::APIRequest& req, bool isCreate, Json::Value& j
     jRecord["parent_id"] = req.GetParam("parent_id", Json::Value());
     copy_if_present(req, "block_inheritance", jRecord);
 
-    // The result is ignored: a value that the store refuses here makes the record's conversion fail later, and so does
-    // a record that is not an object any more.
+    // The result is ignored: a value that the store refuses here, or a record that is no object any more, makes a later
+    // step of create or set fail.
     if (req.HasParam("linked_gpo")) {
         VELQZEMHttpReqToJsonForLinkedGpo(req.GetParam("linked_gpo", Json::Value()), jRecord);
     }
