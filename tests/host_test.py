@@ -261,6 +261,7 @@ class HostTest(unittest.TestCase):
                     self.assertEqual(int(answer.headers["Content-Length"]), len(expected))
                 self.assertEqual(answer.headers["Allow"], "GET, HEAD" if status == 405 else None)
         self.assertEqual(self.get("GET", "/tree.js", body=HUGE).status, 200)
+        self.server.stop()  # which writes the log to its end
         self.assertRegex(self.store.log.read_text(encoding="utf-8"), r"(?m)Z - /look\.css - 200 \d+$")
 
     def test_page_is_revalidated_by_its_tag_and_has_security_headers(self):

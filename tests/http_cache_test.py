@@ -150,6 +150,7 @@ class HttpCacheTest(unittest.TestCase):
                     self.assertEqual(answer.text, b"" if difference.get("method") == "HEAD" else expected.text)
                 elif status == 304:
                     self.assertEqual((answer.text, answer.tag in known), (b"", True))
+        self.server.stop()  # which writes the log to its end
         self.assertRegex(self.store.log.read_text(), r"(?m)Z admin VELQ\.ZEM\.Tree get 304 \d+$")
 
     def test_answers_are_compressed_for_clients_that_accept_it(self):
