@@ -4,10 +4,12 @@
 usage: tests/install_test.py BUILD_DIR [option of unittest or InstallTest.test_...]
 """
 import contextlib
+import ctypes
 import json
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -18,6 +20,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools")
 from zemhost import Server, Store, call  # noqa: E402
 
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
+ROOT = pathlib.Path(__file__).resolve().parent.parent
 SERVICE = 12345  # uid and gid of a service
 
 # A module that needs only the installed headers. It reads a parameter and calls the store.
@@ -99,6 +102,26 @@ class InstallTest(unittest.TestCase):
             printed = self.store.run("call", "Test", "run", "--params", json.dumps({"id": group}), "--as", "admin",
                                      "--module", self.folder / "own.so")
             self.assertIn(f'"data":{answer}', printed)
+
+    def test_modules_build_for_another_platform(self):
+        library = self.folder / "libother.so"
+        flags = output("pkg-config", "--cflags", "--libs", "jsoncpp").split()
+        output("c++", "-std=c++20", "-shared", "-fPIC", "-Wl,-soname,libother.so.7", "-o", library, f"-I{ROOT}",
+               ROOT / "tests/fake_platform.cpp", "-lgtest", *flags)
+        sources, build = self.folder / "sources", self.folder / "build"
+        cmake = (ROOT / "CMakeLists.txt").read_text()
+        for name in {"platform", *re.findall(r"(\w+)/\w+\.(?:cpp|map)", cmake)}:
+            shutil.copytree(ROOT / name, sources / name)
+        shutil.copy(ROOT / "CMakeLists.txt", sources)
+        output("cmake", "-S", sources, "-B", build, "-G", "Ninja", f"-DZEM_PLATFORM_LIBRARY={library}")
+        output("cmake", "--build", build)
+        library.rename(build / "libother.so.7")
+        for module in build.glob("*.so"):
+            self.assertIn("(NEEDED)             Shared library: [libother.so.7]", output("readelf", "-d", module))
+            table = ctypes.CDLL(module).GetAPITable
+            table.restype = ctypes.POINTER(ctypes.c_char_p)
+            self.assertRegex(table()[0], b"^VELQ\\.ZEM\\.")
+        self.assertGreater(len(list(build.glob("*.so"))), 1)
 
     @unittest.skipUnless(os.geteuid() == 0, "only root works on other users' stores")
     def test_root_and_service_share_a_store(self):
