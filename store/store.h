@@ -103,6 +103,12 @@ struct Account {
 // Returns the account of that name, nothing when there is none.
 std::optional<Account> findAccountByName(const std::string& name);
 
+// Returns accounts in the order of their names: those whose name contains the text, with ASCII letters in either case,
+// and those whose uid begins with it in decimal; with an empty text, all. Returns at most kMaxFoundAccounts; an account
+// with exactly that uid comes first. Returns nothing when the account askingUid manages no group.
+constexpr size_t kMaxFoundAccounts = 50;
+std::optional<std::vector<Account>> searchAccounts(uint32_t askingUid, const std::string& text);
+
 // Whether the store has any account. Without one, no token can be made and no request is accepted.
 bool hasAccounts();
 
@@ -132,6 +138,17 @@ int64_t revokeTokens(uint32_t uid, const std::optional<std::string>& label);
 // the time of use. A thread of the store writes the notes every ten minutes if it can do so without waiting for others;
 // closing the store writes those that are left.
 std::optional<Account> findAccountByToken(const std::string& tokenHash);
+
+// What a valid token stands for.
+struct Session {
+    Account account;
+    bool isAdministrator = false;
+    std::string label;    // of the token, as in Token
+    int64_t expires = 0;  // as in Token
+};
+
+// Returns what the token with that hash stands for, nothing when there is no such token or it has expired.
+std::optional<Session> findSession(const std::string& tokenHash);
 
 // --- Fleets. A fleet file is a JSON object with the arrays "accounts", "groups", "policies" and "servers", each
 // optional. A record is identified by its kind and its "uid" or "id". A missing member has its default value.

@@ -83,6 +83,20 @@ REASONS = [
      {"id": 0, "name": "b", "parent_id": "ODD"}, 117, r'"\x0A'),
 ]
 
+# What is expected, the path of a query, the account, and the names of the accounts that it finds, or the error code.
+QUERIES = [
+    ("a part of the name finds accounts, whatever the case", "/accounts?q=OKA", "admin", ["m.okafor"]),
+    ("the beginning of a uid finds accounts, in the order of names", "/accounts?q=100", "m.okafor", "100"),
+    ("a pattern is searched as it is", "/accounts?q=%25", "admin", []),
+    ("without a text, all are found", "/accounts", "admin", ""),
+    ("who manages nothing finds none", "/accounts?q=a", "idle", 403),
+    ("an unknown parameter is refused", "/accounts?name=a", "admin", 400),
+    ("a repeated parameter is refused", "/accounts?q=a&q=b", "admin", 400),
+    ("a text that is not UTF-8 is refused", "/accounts?q=%ff", "admin", 400),
+    ("a text with a NUL is refused", "/accounts?q=a%00", "admin", 400),
+    ("a session has no parameters", "/session?q=a", "admin", 400),
+]
+
 # The fault of a fleet file, a text of the sample and its replacement, and a part of the message that refuses the file.
 BROKEN_FLEETS = [
     ("a parent that is not there", '"id": 12, "parent_id": 0', '"id": 12, "parent_id": 99', "groups[11]"),
@@ -411,6 +425,36 @@ class HostTest(unittest.TestCase):
                 request(connection, "/" + "x" * 100, None)
         self.server.process.terminate()
         self.assertEqual(self.server.process.wait(timeout=20), 0)
+
+    def test_queries_show_an_account_what_it_may_know(self):
+        fleet = json.loads(FLEET)
+        fleet["accounts"].append({"uid": 10000, "name": "idle"})
+        (self.store.folder / "fleet.json").write_text(json.dumps(fleet))
+        self.store.run("apply", "fleet.json")
+        tokens = {"admin": self.serve(), "idle": self.store.token("idle"),
+                  "m.okafor": self.store.token("m.okafor", "--label", "laptop", "--days", "1")}
+        accounts = sorted(({"uid": account["uid"], "name": account["name"]} for account in fleet["accounts"]),
+                          key=lambda account: account["name"])
+        for expectation, path, account, found in QUERIES:
+            with self.subTest(expectation):
+                status, answer = self.request(path, tokens[account], method="GET")
+                if isinstance(found, int):
+                    self.assertEqual((status, answer["error"]["code"]), (found, found))
+                    continue
+                if isinstance(found, str):
+                    found = [each["name"] for each in accounts if str(each["uid"]).startswith(found)]
+                self.assertEqual((status, answer), (200, {"accounts": [a for a in accounts if a["name"] in found]}))
+        _, session = self.request("/session", tokens["m.okafor"], method="GET")
+        self.assertAlmostEqual(session["token"].pop("expires"), time.time() + 86400, delta=60)
+        self.assertEqual(session, {"uid": 1001, "name": "m.okafor", "admin": False, "token": {"label": "laptop"},
+                                   "version": session["version"]})
+        _, session = self.request("/session", tokens["admin"], method="GET")
+        self.assertEqual((session["admin"], session["token"]), (True, {"label": "", "expires": 0}))
+        self.store.run("revoke", "admin")
+        for path in "/session", "/accounts":
+            for token in "0" * 64, tokens["admin"]:
+                self.assertEqual(self.request(path, token, method="GET")[0], 401)
+            self.assertEqual(self.request(path, tokens["idle"])[0], 405)
 
     def test_tokens_are_created_listed_and_revoked(self):
         kept, lost = self.serve(), self.store.token("admin", "--label", "old laptop", "--days", "2")

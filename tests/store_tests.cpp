@@ -786,6 +786,26 @@ int openingFailures(const std::string& url, int processes)
     return failures;
 }
 
+std::string found(uint32_t askingUid, const std::string& text)
+{
+    std::string names;
+    const auto accounts = store::searchAccounts(askingUid, text);
+    for (const store::Account& account : accounts.value_or(std::vector{store::Account{0, "refused"}})) {
+        names += account.name + " ";
+    }
+    return names;
+}
+
+TEST_P(StoreTest, accountsAreFoundByNameAndUidForThoseWhoManageGroups)
+{
+    runSql("INSERT INTO account VALUES (20, 'A%_!', 0, '', 'local')");
+    EXPECT_EQ(found(1, ""), "A%_! admin helper other rooted ");
+    EXPECT_EQ(found(2, "hE"), "helper other ");
+    EXPECT_EQ(found(1, "2"), "helper A%_! ") << "the exact uid comes first";
+    EXPECT_EQ(found(1, "%_!") + found(1, "_d") + found(1, "'"), "A%_! ");
+    EXPECT_EQ(found(3, "") + found(77, ""), "refused refused ") << "who manages at most a server finds nothing";
+}
+
 TEST_P(StoreTest, processesThatOpenAMissingStoreTogetherCreateItOnce)
 {
     for (int round = 0; round < 3; ++round) {

@@ -32,6 +32,7 @@ constexpr ErrorText kErrorTexts[] = {
     {117, "a step failed; in most cases the server's log says which"},
     {400, "the body is not a JSON object, or the request is malformed otherwise"},
     {401, "there is no token, or it is unknown, revoked or expired"},
+    {403, "the account manages no group"},
     {404, "there is no such method"},
     {413, "the body is larger than 4 MiB"},
     {414, "the account may not manage this group"},

@@ -59,7 +59,7 @@ MHD_Result Exchange::begin(const char* szPath, const char* szMethod)
     if (m_head.resource == Resource::health) {
         m_answer = healthAnswer();
     }
-    if (m_head.resource != Resource::method) {
+    if (m_head.tokenHash.empty()) {
         return MHD_YES;
     }
     const AccountKey account = m_server.tokenCache.find(m_head.tokenHash);
@@ -122,7 +122,9 @@ FairQueue::Completion Exchange::runJob() noexcept
             return enqueueJob() ? FairQueue::Completion() : resume;
         }
         m_head.account = *account;
-        if (!answerCall()) {
+        if (m_head.resource == Resource::query) {
+            answerQuery();
+        } else if (!answerCall()) {
             return FairQueue::Completion();
         }
     } catch (const std::exception& e) {
@@ -132,18 +134,23 @@ FairQueue::Completion Exchange::runJob() noexcept
     return resume;
 }
 
+void Exchange::refuseWithoutStore(const char* szFailed, const std::exception& error)
+{
+    m_refusalStatus = MHD_HTTP_SERVICE_UNAVAILABLE;
+    m_isStoreAway = true;
+    // An outage is in the log already.
+    if (store::isStoreAnswering() && m_server.storeErrorLimit.isDue()) {
+        logError(szFailed, error.what());
+    }
+}
+
 std::optional<store::Account> Exchange::authenticate()
 {
     std::optional<store::Account> account;
     try {
         account = store::findAccountByToken(m_head.tokenHash);
     } catch (const std::runtime_error& e) {
-        m_refusalStatus = MHD_HTTP_SERVICE_UNAVAILABLE;
-        m_isStoreAway = true;
-        // An outage is in the log already.
-        if (store::isStoreAnswering() && m_server.storeErrorLimit.isDue()) {
-            logError("the owner of a token could not be looked up", e.what());
-        }
+        refuseWithoutStore("the owner of a token could not be looked up", e);
         return std::nullopt;
     }
     m_server.tokenCache.update(m_head.tokenHash, account ? std::optional(account->uid) : std::nullopt);
@@ -151,6 +158,16 @@ std::optional<store::Account> Exchange::authenticate()
         m_refusalStatus = MHD_HTTP_UNAUTHORIZED;
     }
     return account;
+}
+
+void Exchange::answerQuery()
+{
+    try {
+        m_answer =
+            inCoding(m_head.pQuery->pAnswer({m_head.account, m_head.tokenHash, m_head.parameters}), m_head.coding);
+    } catch (const std::runtime_error& e) {
+        refuseWithoutStore("a query could not be answered", e);
+    }
 }
 
 bool Exchange::answerCall()

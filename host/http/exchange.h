@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <optional>
 
 #include <microhttpd.h>
@@ -77,6 +78,12 @@ private:
     // Looks the token up. Returns nothing, and sets the refusal, when no account has it or the store does not answer.
     std::optional<store::Account> authenticate();
 
+    // Sets the refusal of a request for which the store fails, and logs it.
+    void refuseWithoutStore(const char* szFailed, const std::exception& error);
+
+    // Sets the answer to a query, or the refusal when the store fails.
+    void answerQuery();
+
     // Sets the answer: the handler's, or another with the same content. Returns false when the request waits for the
     // answer to another; another thread may then already use the exchange or have destroyed it.
     bool answerCall();
@@ -107,7 +114,7 @@ private:
     RequestBody m_body;
     AccountKey m_account = kUnknownAccount;  // the account for which the job is queued
     bool m_mayWait = true;                   // for the answer to another request
-    std::optional<Answer> m_answer;          // the handler's, or that of the health check
+    std::optional<Answer> m_answer;          // to the call, the query or the health check
     int m_refusalStatus = 0;                 // HTTP status, 0 while the request is not refused
     bool m_isStoreAway = false;              // whether it is refused because the store does not answer
     uint64_t m_receivedBytes = 0;            // of the body, including discarded ones

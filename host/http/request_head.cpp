@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "host/calls/tokens.h"
 #include "host/http/request_body.h"
@@ -52,6 +53,11 @@ void resolvePath(const char* szPath, const ModuleSet& modules, const StaticFiles
         head.resource = Resource::health;
         return;
     }
+    head.pQuery = findQuery(szPath);
+    if (head.pQuery != nullptr) {
+        head.resource = Resource::query;
+        return;
+    }
     head.pFile = page.find(szPath);
     if (head.pFile != nullptr) {
         head.resource = Resource::file;
@@ -80,21 +86,48 @@ bool isAllowed(const RequestHead& head, const char* szMethod)
     return strcmp(szMethod, MHD_HTTP_METHOD_POST) == 0 || (onlyReads(*head.pRow) && isGetOrHead(szMethod));
 }
 
-// Checks that the request has no parameters.
+// Adds a parameter of the URL to the head, unless the query does not take it or has it already.
+MHD_Result addParameter(void* pHead, MHD_ValueKind, const char* szName, const char* szValue)
+{
+    RequestHead& head = *static_cast<RequestHead*>(pHead);
+    std::string value = szValue == nullptr ? "" : szValue;
+    value.resize(MHD_http_unescape(value.data()));
+    if (head.pQuery->parameters.contains(szName) && store::isPlainText(value)) {
+        head.parameters.emplace(szName, std::move(value));
+    }
+    return MHD_YES;
+}
+
+// Returns whether the URL has only parameters that the resource takes, each once. Those of a query go into the head.
+bool readParameters(MHD_Connection* pConnection, RequestHead& head)
+{
+    const auto add = head.resource == Resource::query ? addParameter : nullptr;
+    const int count = MHD_get_connection_values(pConnection, MHD_GET_ARGUMENT_KIND, add, &head);
+    return static_cast<size_t>(count) == head.parameters.size();
+}
+
+// Checks that the request has no body, and no parameters that the resource does not take.
 int checkGet(MHD_Connection* pConnection, RequestHead& head)
 {
     const bool hasBody =
         declaredLength(pConnection) > 0 || *headerValue(pConnection, MHD_HTTP_HEADER_TRANSFER_ENCODING) != '\0';
-    if (hasBody || MHD_get_connection_values(pConnection, MHD_GET_ARGUMENT_KIND, nullptr, nullptr) > 0) {
-        head.szRefusal = "GET takes neither a body nor a query; send parameters with POST";
+    if (hasBody || !readParameters(pConnection, head)) {
+        head.szRefusal = head.resource == Resource::query
+                             ? "the query has a body, or a parameter that is unknown, repeated or not UTF-8"
+                             : "GET takes neither a body nor a query; send parameters with POST";
         return MHD_HTTP_BAD_REQUEST;
     }
     head.knownTags = headerValue(pConnection, MHD_HTTP_HEADER_IF_NONE_MATCH);
     return 0;
 }
 
-// Checks the headers of a method call. Checks the token first, so that a client without one gets no answer about its
-// body.
+bool needsToken(const RequestHead& head)
+{
+    return head.resource == Resource::method || head.resource == Resource::query;
+}
+
+// Checks the headers of a request that needs a token. Checks the token first, so that a client without one gets no
+// answer about its body.
 int checkCall(MHD_Connection* pConnection, const char* szMethod, RequestHead& head)
 {
     head.tokenHash = bearerTokenHash(headerValue(pConnection, MHD_HTTP_HEADER_AUTHORIZATION));
@@ -128,7 +161,7 @@ int checkHead(MHD_Connection* pConnection, const char* szPath, const char* szMet
     if (!isAllowed(head, szMethod)) {
         return MHD_HTTP_METHOD_NOT_ALLOWED;
     }
-    return head.resource == Resource::method ? checkCall(pConnection, szMethod, head) : 0;
+    return needsToken(head) ? checkCall(pConnection, szMethod, head) : 0;
 }
 
 const char* allowedMethods(const RequestHead& head)

@@ -1,12 +1,14 @@
 // Reads the head of a request and decides whether the request is refused before any of its body is read.
 #pragma once
 
+#include <map>
 #include <string>
 
 #include <microhttpd.h>
 
 #include "host/base/compression.h"
 #include "host/calls/module_loader.h"
+#include "host/calls/queries.h"
 #include "host/http/static_files.h"
 #include "store/store.h"
 
@@ -16,6 +18,7 @@ namespace host {
 enum class Resource {
     none,
     method,  // a method of a module, to be called
+    query,   // something that the server answers out of the store
     health,  // the state of the store, for a proxy or monitor
     file,    // a file of the console's page, for which no token is needed
 };
@@ -23,14 +26,16 @@ enum class Resource {
 struct RequestHead {
     Resource resource = Resource::none;
     std::string api, method;  // as the client wrote them; api is the whole path when the path names no method
-    const VELQ::APIMethod* pRow = nullptr;  // the method's table row, for Resource::method
-    const StaticFile* pFile = nullptr;      // for Resource::file
-    std::string tokenHash;                  // of the bearer token
-    Coding coding = Coding::identity;       // in which the client prefers the answer
-    std::string knownTags;                  // of GET and HEAD: the If-None-Match header
-    const char* szRefusal = "";             // why the request is refused; empty: the text for its status says it
-    store::Account account;                 // the sender's, empty until the token was looked up
-    bool closeAfterResponse = false;        // whether the connection cannot be used for another request
+    const VELQ::APIMethod* pRow = nullptr;          // the method's table row, for Resource::method
+    const QueryRow* pQuery = nullptr;               // for Resource::query
+    const StaticFile* pFile = nullptr;              // for Resource::file
+    std::map<std::string, std::string> parameters;  // of the URL, decoded, for Resource::query
+    std::string tokenHash;                          // of the bearer token
+    Coding coding = Coding::identity;               // in which the client prefers the answer
+    std::string knownTags;                          // of GET and HEAD: the If-None-Match header
+    const char* szRefusal = "";       // why the request is refused; empty: the text for its status says it
+    store::Account account;           // the sender's, empty until the token was looked up
+    bool closeAfterResponse = false;  // whether the connection cannot be used for another request
 };
 
 // Reads the head of a request into head and checks it, without looking the token up. szPath: as the client sent it, not

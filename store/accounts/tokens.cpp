@@ -27,20 +27,22 @@ int64_t expiryOf(int64_t lifetime, int64_t now)
     return lifetime == 0 ? 0 : now + lifetime;
 }
 
-std::optional<Account> findOwner(soci::session& sql, const std::string& tokenHash, int64_t now)
+std::optional<Session> findValid(soci::session& sql, const std::string& tokenHash, int64_t now)
 {
-    int64_t uid = 0;
-    Account owner;
+    int64_t uid = 0, admin = 0;
+    Session session;
     Statement statement(sql);
-    statement.in(tokenHash).in(now).out(uid).out(owner.name);
+    statement.in(tokenHash).in(now);
+    statement.out(uid).out(session.account.name).out(admin).out(session.label).out(session.expires);
     statement.prepare(
-        "SELECT a.uid, a.name FROM token t JOIN account a ON a.uid = t.uid"
+        "SELECT a.uid, a.name, a.admin, t.label, t.expires FROM token t JOIN account a ON a.uid = t.uid"
         " WHERE t.hash = :hash AND (t.expires = 0 OR t.expires > :now)");
     if (!statement.first()) {
         return std::nullopt;
     }
-    owner.uid = static_cast<uint32_t>(uid);
-    return owner;
+    session.account.uid = static_cast<uint32_t>(uid);
+    session.isAdministrator = admin != 0;
+    return session;
 }
 
 void insertToken(soci::session& sql, int64_t uid, const std::string& tokenHash, const std::string& label, int64_t made,
@@ -96,13 +98,18 @@ int64_t revokeTokens(uint32_t uid, const std::optional<std::string>& label)
 
 std::optional<Account> findAccountByToken(const std::string& tokenHash)
 {
-    const int64_t now = std::time(nullptr);
-    const auto find = [&](soci::session& sql) { return findOwner(sql, tokenHash, now); };
-    const std::optional<Account> owner = inTransaction(Access::read, find);
-    if (owner) {
-        noteTokenUse(tokenHash, now);
+    const std::optional<Session> session = findSession(tokenHash);
+    if (!session) {
+        return std::nullopt;
     }
-    return owner;
+    noteTokenUse(tokenHash, std::time(nullptr));
+    return session->account;
+}
+
+std::optional<Session> findSession(const std::string& tokenHash)
+{
+    const int64_t now = std::time(nullptr);
+    return inTransaction(Access::read, [&](soci::session& sql) { return findValid(sql, tokenHash, now); });
 }
 
 }  // namespace store

@@ -74,6 +74,11 @@ bool Rights::isUnrestricted() const
     return m_role == Role::administrator;
 }
 
+bool Rights::managesAnything() const
+{
+    return isUnrestricted() || number(m_sql, "SELECT COUNT(*) FROM delegate WHERE " + kGroupOfAccount, m_uid) > 0;
+}
+
 bool Rights::mayManage(int64_t groupId) const
 {
     if (m_role != Role::delegate) {

@@ -38,6 +38,9 @@ public:
     // Returns whether everything is allowed: for an administrator, and without an acting account.
     bool isUnrestricted() const;
 
+    // Returns whether the account may manage any group.
+    bool managesAnything() const;
+
     // Returns whether the account may manage the group. A restricted account may manage only groups that exist.
     bool mayManage(int64_t groupId) const;
 

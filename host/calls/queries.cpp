@@ -1,0 +1,75 @@
+// Answers who the sender is, and which accounts there are.
+#include "host/calls/queries.h"
+
+#include <memory>
+#include <vector>
+
+#include <json/writer.h>
+
+namespace host {
+
+namespace {
+
+Answer answerWith(const Json::Value& jAnswer)
+{
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    std::vector<std::string> parts{Json::writeString(builder, jAnswer)};
+    return {.text = std::make_shared<const std::vector<std::string>>(std::move(parts)), .succeeded = true};
+}
+
+Json::Value toJson(const store::Account& account)
+{
+    Json::Value jAccount;
+    jAccount["uid"] = account.uid;
+    jAccount["name"] = account.name;
+    return jAccount;
+}
+
+Answer answerSession(const Query& query)
+{
+    const auto session = store::findSession(query.tokenHash);
+    if (!session) {
+        return errorAnswer(401);  // revoked since the token was looked up
+    }
+    Json::Value jSession = toJson(session->account);
+    jSession["admin"] = session->isAdministrator;
+    jSession["token"]["label"] = session->label;
+    jSession["token"]["expires"] = Json::Int64(session->expires);
+    jSession["version"] = ZEM_VERSION;
+    return answerWith(jSession);
+}
+
+Answer answerAccounts(const Query& query)
+{
+    const auto text = query.parameters.find("q");
+    const auto accounts = store::searchAccounts(query.account.uid, text == query.parameters.end() ? "" : text->second);
+    if (!accounts) {
+        return errorAnswer(403);
+    }
+    Json::Value jAnswer;
+    Json::Value& jAccounts = jAnswer["accounts"] = Json::Value(Json::arrayValue);
+    for (const store::Account& account : *accounts) {
+        jAccounts.append(toJson(account));
+    }
+    return answerWith(jAnswer);
+}
+
+}  // namespace
+
+const QueryRow* findQuery(const std::string& path)
+{
+    static const QueryRow kQueries[] = {
+        {"/session", {}, answerSession},
+        {"/accounts", {"q"}, answerAccounts},
+    };
+    for (const QueryRow& row : kQueries) {
+        if (path == row.szPath) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace host
