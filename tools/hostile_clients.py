@@ -231,6 +231,13 @@ def status_of(server, data):
     return int(answer.split()[1]) if answer.startswith(b"HTTP/1.") else 0
 
 
+def answers_to(server, data):
+    """Returns all that the server sends until it closes the connection."""
+    with socket.create_connection(("127.0.0.1", server.port), timeout=20) as connection:
+        connection.sendall(data)
+        return b"".join(iter(lambda: connection.recv(65536), b""))
+
+
 def refuse_odd_requests(server, token):
     good = head(token, "Content-Length: 0", path=TREE)
     secret = token.encode()
@@ -257,7 +264,16 @@ def refuse_odd_requests(server, token):
         status = status_of(server, data)
         if status not in expected:
             raise RuntimeError(f"{what}: answered {status}")
-    print(f"{len(requests) - 1} odd requests, none served that should not be")
+    lengths = b"Content-Length: 0"
+    ambiguous = [("space before a colon", b"Content-Length : 33"), ("folded line", b"Content-Length: 3\r\n 3"),
+                 ("folded into another", b"X: 3\r\n Content-Length: 33"), ("NUL in a value", b"X: a\0\r\n" + lengths),
+                 ("bare CR", b"X: a\rContent-Length: 33"), ("bare LF", b"X: a\nContent-Length: 33"),
+                 ("sign in a length", b"Content-Length: +33"), ("two hosts", b"Host: y\r\n" + lengths)]
+    for what, lines in ambiguous:
+        answers = answers_to(server, good.replace(lengths, lines) + b"GET /health HTTP/1.1\r\nHost: x\r\n\r\n")
+        if answers.count(b"HTTP/1.1 ") != 1 or not answers.startswith(b"HTTP/1.1 400 "):
+            raise RuntimeError(f"{what}: answered {answers}")
+    print(f"{len(requests) - 1 + len(ambiguous)} odd requests, none served that should not be")
 
 
 def fill_disk(store_in, build):

@@ -45,10 +45,11 @@ Exchange::~Exchange()
     --m_server.exchangeCount;
 }
 
-MHD_Result Exchange::begin(const char* szPath, const char* szMethod)
+MHD_Result Exchange::begin(const char* szPath, const char* szMethod, const char* szVersion)
 {
     try {
-        m_refusalStatus = checkHead(m_pConnection, szPath, szMethod, m_server.modules, m_server.page, m_head);
+        m_refusalStatus =
+            checkHead(m_pConnection, {szPath, szMethod, szVersion}, m_server.modules, m_server.page, m_head);
     } catch (const std::exception& e) {
         logError("a request could not be checked", e.what());
         m_refusalStatus = MHD_HTTP_INTERNAL_SERVER_ERROR;

@@ -56,8 +56,8 @@ public:
     Exchange& operator=(const Exchange&) = delete;
     ~Exchange();
 
-    // The head has arrived. szPath, szMethod: as for checkHead.
-    MHD_Result begin(const char* szPath, const char* szMethod);
+    // The head has arrived. The arguments are those of RequestLine.
+    MHD_Result begin(const char* szPath, const char* szMethod, const char* szVersion);
 
     // That many bytes of the body have arrived.
     MHD_Result receive(const char* pData, size_t size);

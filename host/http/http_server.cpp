@@ -40,14 +40,14 @@ constexpr std::chrono::seconds kDrainTimeout{30};
 
 // The library calls this when the head of a request has arrived, for each part of its body, at its end, and once more
 // when the connection is resumed.
-MHD_Result onRequest(void* pServer, MHD_Connection* pConnection, const char* szPath, const char* szMethod, const char*,
-                     const char* pData, size_t* pSize, void** ppExchange)
+MHD_Result onRequest(void* pServer, MHD_Connection* pConnection, const char* szPath, const char* szMethod,
+                     const char* szVersion, const char* pData, size_t* pSize, void** ppExchange)
 {
     try {
         if (*ppExchange == nullptr) {
             auto* pExchange = new Exchange(*static_cast<ServerState*>(pServer), pConnection);
             *ppExchange = pExchange;  // onCompleted deletes it
-            return pExchange->begin(szPath, szMethod);
+            return pExchange->begin(szPath, szMethod, szVersion);
         }
         Exchange& exchange = *static_cast<Exchange*>(*ppExchange);
         return *pSize > 0 ? exchange.receive(pData, std::exchange(*pSize, 0)) : exchange.finish();
@@ -103,7 +103,7 @@ MHD_Daemon* startDaemon(ServerState& server, int listenFd, unsigned connections,
                          MHD_OPTION_CONNECTION_LIMIT, connections,                                        //
                          MHD_OPTION_CONNECTION_MEMORY_LIMIT, kHeaderMemory,                               //
                          MHD_OPTION_CONNECTION_TIMEOUT, idleTimeout,                                      //
-                         MHD_OPTION_STRICT_FOR_CLIENT, 1,                                                 //
+                         MHD_OPTION_STRICT_FOR_CLIENT, 0,                                                 //
                          MHD_OPTION_UNESCAPE_CALLBACK, keepEscapes, nullptr,                              //
                          MHD_OPTION_NOTIFY_COMPLETED, onCompleted, &server,                               //
                          MHD_OPTION_NOTIFY_CONNECTION, onConnection, &server,                             //

@@ -3,10 +3,13 @@
 
 #include <strings.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "host/calls/tokens.h"
@@ -28,19 +31,53 @@ uint64_t declaredLength(MHD_Connection* pConnection)
     return strtoull(headerValue(pConnection, MHD_HTTP_HEADER_CONTENT_LENGTH), nullptr, 10);
 }
 
-// Whether the head defines the length of the body more than once: a proxy in front of the server may have read another
-// length than the library does.
-bool hasAmbiguousLength(MHD_Connection* pConnection)
+// What the headers of a request show about its framing.
+struct Framing {
+    const char* pNext = nullptr;  // where the name of the next header must begin; nullptr before the first one
+    int lengths = 0;              // headers that define the length of the body
+    int hosts = 0;
+    bool isStrict = true;  // whether every line is "name: value", ends with CRLF, and holds no control character
+};
+
+bool isTokenCharacter(char c)
 {
-    int lengths = 0;
-    const auto count = [](void* pLengths, MHD_ValueKind, const char* szName, const char*) {
-        const bool isLength = strcasecmp(szName, MHD_HTTP_HEADER_CONTENT_LENGTH) == 0 ||
-                              strcasecmp(szName, MHD_HTTP_HEADER_TRANSFER_ENCODING) == 0;
-        *static_cast<int*>(pLengths) += isLength ? 1 : 0;
-        return MHD_YES;
-    };
-    MHD_get_connection_values(pConnection, MHD_HEADER_KIND, count, &lengths);
-    return lengths > 1;
+    return isalnum(static_cast<unsigned char>(c)) != 0 || (c != '\0' && strchr("!#$%&'*+-.^_`|~", c) != nullptr);
+}
+
+bool isValueCharacter(char c)
+{
+    return c == '\t' || static_cast<unsigned char>(c) >= ' ';
+}
+
+// Reads one header. The library parses a head where it stands in memory and puts a NUL in place of each colon, CR and
+// LF. So a gap between two headers shows a line that was folded, cut off at a NUL, or ended by a bare LF.
+MHD_Result readFraming(void* pOut, MHD_ValueKind, const char* pName, size_t nameSize, const char* pValue,
+                       size_t valueSize)
+{
+    Framing& framing = *static_cast<Framing*>(pOut);
+    const std::string_view name(pName, nameSize), value(pValue == nullptr ? "" : pValue, valueSize);
+    framing.isStrict &= framing.pNext == nullptr || framing.pNext == pName;
+    framing.isStrict &= !name.empty() && std::all_of(name.begin(), name.end(), isTokenCharacter) &&
+                        std::all_of(value.begin(), value.end(), isValueCharacter);
+    framing.pNext = value.data() + value.size() + strlen("\r\n");
+    framing.hosts += strcasecmp(pName, MHD_HTTP_HEADER_HOST) == 0 ? 1 : 0;
+    framing.lengths += strcasecmp(pName, MHD_HTTP_HEADER_CONTENT_LENGTH) == 0 ||
+                               strcasecmp(pName, MHD_HTTP_HEADER_TRANSFER_ENCODING) == 0
+                           ? 1
+                           : 0;
+    return MHD_YES;
+}
+
+// Whether a proxy in front of the server may have understood the head in another way than the library does: where its
+// lines end, how long the body is, or for which host it is.
+bool isAmbiguous(MHD_Connection* pConnection, const RequestLine& line)
+{
+    Framing framing;
+    MHD_get_connection_values_n(pConnection, MHD_HEADER_KIND, readFraming, &framing);
+    const size_t size = MHD_get_connection_info(pConnection, MHD_CONNECTION_INFO_REQUEST_HEADER_SIZE)->header_size;
+    const bool isWhole = framing.pNext == nullptr || framing.pNext + strlen("\r\n") == line.szMethod + size;
+    const bool hasHost = framing.hosts == 1 || (framing.hosts == 0 && strcmp(line.szVersion, "HTTP/1.1") != 0);
+    return !framing.isStrict || !isWhole || !hasHost || framing.lengths > 1;
 }
 
 // Finds the resource that the path stands for, with the row of a method or the file.
@@ -147,21 +184,21 @@ int checkCall(MHD_Connection* pConnection, const char* szMethod, RequestHead& he
 
 }  // namespace
 
-int checkHead(MHD_Connection* pConnection, const char* szPath, const char* szMethod, const ModuleSet& modules,
-              const StaticFiles& page, RequestHead& head)
+int checkHead(MHD_Connection* pConnection, const RequestLine& line, const ModuleSet& modules, const StaticFiles& page,
+              RequestHead& head)
 {
-    resolvePath(szPath, modules, page, head);
-    head.closeAfterResponse = hasAmbiguousLength(pConnection);
+    resolvePath(line.szPath, modules, page, head);
+    head.closeAfterResponse = isAmbiguous(pConnection, line);
     if (head.closeAfterResponse) {
         return MHD_HTTP_BAD_REQUEST;
     }
     if (head.resource == Resource::none) {
         return MHD_HTTP_NOT_FOUND;
     }
-    if (!isAllowed(head, szMethod)) {
+    if (!isAllowed(head, line.szMethod)) {
         return MHD_HTTP_METHOD_NOT_ALLOWED;
     }
-    return needsToken(head) ? checkCall(pConnection, szMethod, head) : 0;
+    return needsToken(head) ? checkCall(pConnection, line.szMethod, head) : 0;
 }
 
 const char* allowedMethods(const RequestHead& head)

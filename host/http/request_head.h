@@ -38,11 +38,18 @@ struct RequestHead {
     bool closeAfterResponse = false;  // whether the connection cannot be used for another request
 };
 
-// Reads the head of a request into head and checks it, without looking the token up. szPath: as the client sent it, not
-// decoded. szMethod: the HTTP method. Returns 0, or the HTTP status of the refusal (400, 401, 404, 405, 413). Throws
-// std::bad_alloc; head is then partly filled. Call it on the thread that serves the connection.
-int checkHead(MHD_Connection* pConnection, const char* szPath, const char* szMethod, const ModuleSet& modules,
-              const StaticFiles& page, RequestHead& head);
+// The request line, as the HTTP library passes it on: where it received it, in front of the headers.
+struct RequestLine {
+    const char* szPath;  // as the client sent it, not decoded
+    const char* szMethod;
+    const char* szVersion;  // of HTTP
+};
+
+// Reads the head of a request into head and checks it, without looking the token up. Returns 0, or the HTTP status of
+// the refusal (400, 401, 404, 405, 413). Throws std::bad_alloc; head is then partly filled. Call it on the thread that
+// serves the connection.
+int checkHead(MHD_Connection* pConnection, const RequestLine& line, const ModuleSet& modules, const StaticFiles& page,
+              RequestHead& head);
 
 // Returns the HTTP methods that the resource takes, as a header lists them.
 const char* allowedMethods(const RequestHead& head);
