@@ -31,7 +31,7 @@ constexpr size_t kDefaultConnections = 8;
 // url: "sqlite:PATH" or "postgresql://..." (also "postgres://..."). connections: the number of threads that can use the
 // store at a time; at least one.
 //
-// With createIfMissing, an empty or missing database becomes a store. A store of the previous schema version is
+// With createIfMissing, an empty or missing database becomes a store. A store of an earlier schema version is
 // upgraded once, even when several processes open it at the same time. SQLite's files are private to their owner: a new
 // file gets mode 0600, an existing store loses the rights of group and others. A file that root creates belongs to the
 // owner of its folder.

@@ -525,7 +525,8 @@ class HostTest(unittest.TestCase):
         deep = '{"id":8,"parent_id":0,"name":"deep","extra_info":' + "[" * 990 + "]" * 990 + "}"
         (self.store.folder / "deep.json").write_text('{"groups":[{"id":0,"desc":"all"},' + deep + "]}")
         self.store.run("apply", "deep.json")
-        for source in [self.store.path, pathlib.Path(__file__).parent / "data/store_v1.db"]:
+        data = pathlib.Path(__file__).parent / "data"
+        for source in [self.store.path, data / "store_v1.db", data / "store_v2.db"]:
             with self.subTest(source):
                 self.store = Store(BUILD, self.enterContext(tempfile.TemporaryDirectory(prefix="zem-")))
                 for path in source.parent.glob(source.name + "*"):

@@ -455,7 +455,7 @@ TEST_P(StoreTest, reopeningKeepsRecordsTokensAndUsedIdentifiers)
     ASSERT_EQ(VELQZEMOuDeleteAllByID(5), 0);
     ASSERT_EQ(create(0, "{'name':'next'}"), 0);
     EXPECT_EQ(gCreated, 6);  // identifiers of deleted groups are not reused
-    runSql("UPDATE meta SET value = 3 WHERE name = 'version'");
+    runSql("UPDATE meta SET value = value + 1 WHERE name = 'version'");
     EXPECT_THROW(VELQZEMStoreOpen(url()), std::runtime_error);
 }
 
@@ -821,7 +821,7 @@ TEST_P(StoreTest, processesThatOpenAMissingStoreTogetherCreateItOnce)
 TEST_P(StoreTest, processesThatOpenAVersion1StoreTogetherUpgradeItOnce)
 {
     const Json::Value jBefore = dump();
-    runSql("DROP TABLE token", "ALTER TABLE account ADD COLUMN token_hash TEXT",
+    runSql("DROP TABLE token", "DROP TABLE history", "ALTER TABLE account ADD COLUMN token_hash TEXT",
            "UPDATE account SET token_hash = 'old' || uid WHERE uid < 3",
            "UPDATE meta SET value = 1 WHERE name = 'version'");
     VELQZEMStoreClose();
@@ -967,11 +967,13 @@ TEST_P(FailingTransactionTest, writersWaitForOneAnotherAndReadersDoNot)
     EXPECT_EQ(result, EEXIST);  // the writer sees the group that was renamed while it waited
 }
 
-TEST(StoreFile, keepsItsTreeAndTokensFromVersion1)
+class OldStoreFile : public testing::TestWithParam<const char*> {};
+
+TEST_P(OldStoreFile, keepsItsTreeAndTokens)
 {
     const test::TempFolder folder;
     const std::string path = folder.path + "/store.db";
-    std::filesystem::copy_file(ZEM_TEST_DATA "/store_v1.db", path);
+    std::filesystem::copy_file(ZEM_TEST_DATA + std::string(GetParam()), path);
     VELQZEMStoreOpen("sqlite:" + path, store::OpenMode::existingOnly);
     const auto admin = store::findAccountByToken("27ad89ccaa4dfed1d4c91a8016a51cbe89fd1ec5c414e29ad5722c1e0ebe3efa");
     const auto ann = store::findAccountByToken("84bf71134bbc0368f9bda3abdbaf0b1a50d18b0358213f2b53521fb893aa40e9");
@@ -988,6 +990,9 @@ TEST(StoreFile, keepsItsTreeAndTokensFromVersion1)
     EXPECT_EQ(gCreated, 5);
     VELQZEMStoreClose();
 }
+
+// Each holds the same fleet, written by the last program of that schema version.
+INSTANTIATE_TEST_SUITE_P(Versions, OldStoreFile, testing::Values("/store_v1.db", "/store_v2.db"));
 
 TEST_P(StoreTest, openingRefusesOtherDatabasesAndCreatesAStoreOnlyWhenAllowed)
 {

@@ -1,9 +1,10 @@
-// Creates the tables in the dialect of either database and upgrades those of the version before. A store that is up to
+// Creates the tables in the dialect of either database and upgrades those of earlier versions. A store that is up to
 // date is only read.
 #include "store/records/schema.h"
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -15,7 +16,7 @@
 namespace store {
 namespace {
 
-constexpr int64_t kSchemaVersion = 2;
+constexpr int64_t kSchemaVersion = 3;
 
 constexpr const char* kTokenTable =
     "CREATE TABLE token (hash TEXT PRIMARY KEY, uid BIGINT NOT NULL REFERENCES account (uid) ON DELETE CASCADE,"
@@ -54,7 +55,8 @@ constexpr const char* kSchema[] = {
     "INSERT INTO meta VALUES ('last_ou', 0)",
 };
 
-// Makes texts sort by their bytes, which is the default on SQLite and on PostgreSQL without a language.
+// Executes the statements. Makes texts sort by their bytes, which is the default on SQLite and on PostgreSQL without a
+// language.
 void executeAll(soci::session& sql, const auto& statements)
 {
     const bool isByLanguage = number(sql, "SELECT CASE WHEN 'a' < 'B' THEN 1 ELSE 0 END") != 0;
@@ -65,6 +67,23 @@ void executeAll(soci::session& sql, const auto& statements)
         }
         execute(sql, statement);
     }
+}
+
+// Creates the table of changes. The database numbers the rows.
+void createHistory(soci::session& sql)
+{
+    const std::string number = isPostgres() ? "BIGSERIAL" : "INTEGER";
+    executeAll(sql, std::initializer_list<std::string>{
+                        "CREATE TABLE history (number " + number +
+                            " PRIMARY KEY, time BIGINT NOT NULL, uid BIGINT NOT NULL, actor TEXT NOT NULL, record TEXT"
+                            " NOT NULL, group_ids TEXT NOT NULL, path TEXT NOT NULL, changes TEXT NOT NULL)",
+                        "CREATE INDEX history_record ON history (record, number)"});
+}
+
+void createTables(soci::session& sql)
+{
+    executeAll(sql, kSchema);
+    createHistory(sql);
 }
 
 // Version 1 had one token in each account's row. SQLite cannot drop that column, so the rows move to a new table.
@@ -78,6 +97,21 @@ constexpr const char* kFromVersion1[] = {
     "INSERT INTO token SELECT token_hash, uid, '', 0, 0, 0 FROM account_1 WHERE token_hash IS NOT NULL",
     "DROP TABLE account_1",
 };
+
+void upgradeFrom1(soci::session& sql)
+{
+    executeAll(sql, kFromVersion1);
+}
+
+// Version 2 had no history.
+void upgradeFrom2(soci::session& sql)
+{
+    createHistory(sql);
+}
+
+// Each converts a store to the next version; the first one a store of version 1.
+constexpr void (*kUpgrades[])(soci::session& sql) = {upgradeFrom1, upgradeFrom2};
+static_assert(std::size(kUpgrades) == kSchemaVersion - 1);
 
 int64_t readVersion(soci::session& sql)
 {
@@ -140,11 +174,12 @@ void bringUpToDate(soci::session& sql)
     const int64_t version = readVersion(sql);
     if (version == 0) {
         change(sql, "INSERT INTO meta VALUES ('version', :version)", kSchemaVersion);
-        executeAll(sql, kSchema);
-    } else if (version == 1) {
-        executeAll(sql, kFromVersion1);
-        change(sql, "UPDATE meta SET value = :version WHERE name = 'version'", kSchemaVersion);
+        return createTables(sql);
     }
+    for (int64_t step = version; step < kSchemaVersion; ++step) {
+        kUpgrades[step - 1](sql);
+    }
+    change(sql, "UPDATE meta SET value = :version WHERE name = 'version'", kSchemaVersion);
 }
 
 // Returns the version of the store that is to be opened, 0 for an empty database. Throws as prepareSchema().
