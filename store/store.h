@@ -86,12 +86,18 @@ private:
     const std::optional<uint32_t> m_before;
 };
 
-// Returns why the calling thread's last VELQZEM call failed, one line for people ("parent_id: no group 99"), and clears
-// it. Returns an empty text when that call succeeded: every VELQZEM call that can fail clears the text first; releasing
-// records and lists does not. When the database failed, the text also says whether earlier changes of the same acting
-// account stay. The text names only records that the acting account may see. It may contain names, and so any character
-// except a NUL.
-std::string takeRefusal();
+// Why a call failed.
+struct Cause {
+    std::string reason;  // one word for programs, which docs/api.md lists, such as "unknown_node"
+    std::string member;  // the path of the member that is at fault, such as "delegate[1].ugid"; empty when none is
+    std::string text;    // one line for people, such as "parent_id: no group 99"
+};
+
+// Returns why the calling thread's last VELQZEM call failed, and clears it. Returns empty texts when that call
+// succeeded: every VELQZEM call that can fail clears them first; releasing records and lists does not. When the
+// database failed, the text also says whether earlier changes of the same acting account stay. The text names only
+// records that the acting account may see. It may contain names, and so any character except a NUL.
+Cause takeRefusal();
 
 // --- Accounts
 

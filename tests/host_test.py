@@ -60,27 +60,29 @@ REFUSALS = [
     ("an exception of a handler is answered with 500", 500, {"path": "/webapi/Test/1/run"}),
 ]
 
-# A part of the message of a refusal, by status.
-MESSAGES = {400: "JSON", 401: "token", 404: "no such method", 405: "takes only GET, HEAD, POST", 413: "4 MiB",
-            500: "failed"}
+# The reason of a refusal and a part of its message, by status.
+CAUSES = {400: ("malformed", "JSON"), 401: ("unknown_token", "token"), 404: ("no_such_method", "no such method"),
+          405: ("no_such_method", "takes only GET, HEAD, POST"), 413: ("too_long", "4 MiB"), 500: ("failed", "failed")}
 
-# What is expected, a request of the delegate m.okafor, its error code and a part of its message. After the first row,
-# which the store refuses, a reason that is not forgotten would show in the rows after it.
+# What is expected, a request of the delegate m.okafor, its error code, reason and member, and a part of its message.
+# After the first row, which the store refuses, a cause that is not forgotten would show in the rows after it.
 REASONS = [
     ("a refusal of the store says why", "create", {"id": 0, "name": "Web staging", "parent_id": 3}, 117,
-     "of that name"),
+     "duplicate", "name", "of that name"),
     ("a record that is not an object is refused by the store", "create", {"multiple_data": [None]}, 117,
-     "record: not an object"),
-    ("a refusal does not repeat the reason of an earlier request", "delete", {"node_id": 0}, 101, "root"),
-    ("a refusal of the module has the text for its code", "set", {"multiple_data": 1}, 101, "parameter"),
+     "malformed", None, "record: not an object"),
+    ("a refusal does not repeat the reason of an earlier request", "delete", {"node_id": 0}, 101,
+     "malformed", None, "root"),
+    ("a refusal of the module has the text for its code", "set", {"multiple_data": 1}, 101,
+     "malformed", None, "parameter"),
     ("a move to another's group is refused", "set", {"node_id": 3, "parent_id": 6}, 117,
-     "parent_id: group 6 is not yours"),
+     "not_permitted", "parent_id", "parent_id: group 6 is not yours"),
     ("a group that is not there is refused like another's group", "set", {"node_id": 3, "parent_id": 77}, 117,
-     "parent_id: group 77 is not yours"),
+     "not_permitted", "parent_id", "parent_id: group 77 is not yours"),
     ("a refusal names the group that is not the caller's", "set", {"node_id": 6, "name": "x"}, 414,
-     "group 6 is not yours"),
+     "not_permitted", None, "group 6 is not yours"),
     ("a name with a quote and a line end is escaped in the message", "create",
-     {"id": 0, "name": "b", "parent_id": "ODD"}, 117, r'"\x0A'),
+     {"id": 0, "name": "b", "parent_id": "ODD"}, 117, "duplicate", "name", r'"\x0A'),
 ]
 
 # What is expected, the path of a query, the account, and the names of the accounts that it finds, or the error code.
@@ -225,7 +227,8 @@ class HostTest(unittest.TestCase):
             with self.subTest(expectation):
                 status, answer = self.request(**{**good, **difference})
                 self.assertEqual((status, answer["error"]["code"]), (code, code))
-                self.assertIn(MESSAGES[code], answer["error"]["message"])
+                self.assertEqual(answer["error"]["reason"], CAUSES[code][0])
+                self.assertIn(CAUSES[code][1], answer["error"]["message"])
                 self.assertTrue(self.request(**good)[1]["success"])
         self.server.stop()
         log = self.store.log.read_text(encoding="utf-8")
@@ -331,12 +334,14 @@ class HostTest(unittest.TestCase):
         _, answer = self.request(CREATE, token, json.dumps({"id": 0, "name": 'a"\n', "parent_id": 3}))
         odd = answer["data"]["ids"]
         self.assertTrue(self.request(CREATE, token, json.dumps({"id": 0, "name": "b", "parent_id": odd}))[1]["success"])
-        for expectation, method, params, code, reason in REASONS:
+        for expectation, method, params, code, reason, member, text_part in REASONS:
             with self.subTest(expectation):
                 text = json.dumps(params).replace('"ODD"', str(odd))
                 status, answer = self.request(f"/webapi/VELQ.ZEM.KXGroup/1/{method}", token, text)
-                self.assertEqual((status, answer["error"]["code"]), (200, code))
-                self.assertIn(reason, answer["error"]["message"])
+                error = answer["error"]
+                self.assertEqual((status, error["code"], error["reason"], error.get("member")),
+                                 (200, code, reason, member))
+                self.assertIn(text_part, error["message"])
                 printed = self.store.run("call", "VELQ.ZEM.KXGroup", method, "--params", text, "--as", "m.okafor",
                                          status=1)
                 self.assertIn(json.dumps(answer, separators=(",", ":")) + "\n", printed)

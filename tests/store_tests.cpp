@@ -226,6 +226,38 @@ int changeAs(uint32_t uid, Change* change, int64_t id, const std::string& text)
     return change(id, text);
 }
 
+// The reason that belongs to a refusal's text.
+std::string reasonOf(const std::string& text, int code)
+{
+    constexpr std::pair<const char*, const char*> kReasons[] = {
+        {"null, ", "missing"},
+        {"or empty", "missing"},
+        {"not yours", "not_permitted"},
+        {"stays", "not_permitted"},
+        {"itself", "cycle"},
+        {"no policy", "unknown_policy"},
+        {"no account", "unknown_account"},
+        {"no group", "unknown_node"},
+        {" before", "duplicate"},
+        {"sub-group", "duplicate"},
+        {"longer", "too_long"},
+        {"changed by", "stale"},
+    };
+    for (const auto& [szPart, szReason] : kReasons) {
+        if (text.find(szPart) != text.npos) {
+            return szReason;
+        }
+    }
+    return code == EINVAL ? "malformed" : "none expected";
+}
+
+// The member that a refusal's text names.
+std::string memberOf(const std::string& text)
+{
+    std::smatch found;
+    return std::regex_search(text, found, std::regex("^((?!record|node_type)\\S+): ")) ? found[1].str() : "";
+}
+
 TEST_P(StoreTest, refusalsChangeNothingAndNameTheReason)
 {
     // The helper is the delegate of group 2, the other account of server 3.
@@ -304,10 +336,13 @@ TEST_P(StoreTest, refusalsChangeNothingAndNameTheReason)
     };
     for (const auto& [uid, code, change, id, record, szText] : cases) {
         EXPECT_EQ(changeAs(static_cast<uint32_t>(uid), change, id, record), code) << szText << record;
-        EXPECT_EQ(store::takeRefusal(), szText) << record;
+        const store::Cause cause = store::takeRefusal();
+        EXPECT_EQ(cause.text, szText) << record;
+        EXPECT_EQ(cause.reason, reasonOf(cause.text, code)) << cause.text;
+        EXPECT_EQ(cause.member, memberOf(cause.text)) << cause.text;
     }
     EXPECT_EQ(orErrno(VELQZEMOuSet(&stale)), EAGAIN);
-    EXPECT_EQ(store::takeRefusal(), "changed by someone else since it was read");
+    EXPECT_EQ(store::takeRefusal().text, "changed by someone else since it was read");
     for (const char* szNotUtf8 :
          {"\xc3(", "\xc0\xaf", "\xe0\x80\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xe2\x82"}) {
         bytes.name = szNotUtf8;
@@ -613,8 +648,8 @@ TEST_P(StoreTest, accountsChangeWhatTheyManageAndTheChangeLogNamesIt)
         {0, set, 4, "{'parent_id':2}"}};
     for (const auto& [uid, change, id, record] : changes) {
         EXPECT_EQ(deleteAll(0, ""), EINVAL);  // leaves a refusal text that the next call must clear
-        EXPECT_EQ(changeAs(static_cast<uint32_t>(uid), change, id, record), 0) << record << store::takeRefusal();
-        EXPECT_EQ(store::takeRefusal(), "");
+        EXPECT_EQ(changeAs(static_cast<uint32_t>(uid), change, id, record), 0) << record << store::takeRefusal().text;
+        EXPECT_EQ(store::takeRefusal().text, "");
     }
     EXPECT_EQ(log,
               "- group 3 linked_gpo\nhelper group 3 linked_gpo\nhelper group 2 desc,linked_gpo\n"
@@ -639,7 +674,7 @@ TEST_P(StoreTest, aDelegateThatHandsAGroupOverInOneRequestStillNotifiesItsServer
         return set(id, record) == 0 && setDelegates<2>(id, delegates({1})) == 0 ? notify<2>(id, "") : -1;
     };
     ASSERT_EQ(setDelegates<2>(3, delegates({1})), 0);
-    EXPECT_EQ(changeAs(2, handOver, 2, linking("{'id':1}")), 0) << store::takeRefusal();
+    EXPECT_EQ(changeAs(2, handOver, 2, linking("{'id':1}")), 0) << store::takeRefusal().text;
     EXPECT_EQ(rows("SELECT node_type || '.' || node_id || ' for ' || uid FROM gpo_fetch"),
               std::multiset<std::string>({"2.2 for 1"}));
     EXPECT_EQ(changeAs(2, notify<2>, 2, ""), EACCES);
@@ -704,7 +739,7 @@ TEST_P(StoreTest, damageIsReportedAndNoQueryFollowsACycleForever)
         {deleteAll, 2, ""}, {create, 3, "{'name':'n'}"}, {set, 4, "{'parent_id':2}"}, {set, 2, "{'parent_id':4}"}};
     for (const auto& [change, id, szRecord] : changes) {
         EXPECT_EQ(change(id, szRecord), EIO) << szRecord;
-        EXPECT_EQ(store::takeRefusal(), "the store is damaged: group 1 is its own ancestor");
+        EXPECT_EQ(store::takeRefusal().text, "the store is damaged: group 1 is its own ancestor");
     }
     EXPECT_EQ(set(2, "{'desc':'x'}"), 0);
     EXPECT_NE(VELQZEMOuCanManagedByUid(2, 1), 0);
@@ -713,7 +748,7 @@ TEST_P(StoreTest, damageIsReportedAndNoQueryFollowsACycleForever)
     EXPECT_EQ(deleteAll(4, ""), 0);
     runSql("DROP TABLE gpo_fetch");
     EXPECT_EQ(notify<2>(0, ""), EIO);
-    const std::string reason = store::takeRefusal();
+    const std::string reason = store::takeRefusal().text;
     EXPECT_TRUE(reason.starts_with("the database reports: ") && reason.find("gpo_fetch") != reason.npos) << reason;
     EXPECT_TRUE(reason.find("INSERT") == reason.npos && reason.find('\n') == reason.npos) << reason;
 }
@@ -895,7 +930,7 @@ TEST_P(FailingTransactionTest, changesAreRetriedAndMadeOnce)
         failFirst(3, isAtCommit ? kNotSerializable : kDeadlock, isAtCommit);
         for (const auto& [change, id, record] : changes) {
             runSql("ALTER SEQUENCE runs RESTART");
-            ASSERT_EQ(change(id, record), 0) << record << store::takeRefusal();
+            ASSERT_EQ(change(id, record), 0) << record << store::takeRefusal().text;
             EXPECT_GT(runs(), 3) << record;
         }
         EXPECT_EQ(dumpWithoutTimes(), expected);
@@ -928,7 +963,7 @@ TEST_P(FailingTransactionTest, retriesEndAndOtherErrorsAreNotRetried)
     for (const auto& [szFault, isAtCommit, code, szText, isOnce] : faults) {
         failFirst(1000000, szFault, isAtCommit);
         EXPECT_EQ(set(2, "{'desc':'x'}"), code) << szFault;
-        const std::string text = store::takeRefusal();
+        const std::string text = store::takeRefusal().text;
         EXPECT_NE(text.find(szText), text.npos) << text;
         EXPECT_EQ(runs() == 1, isOnce) << szFault;
         EXPECT_EQ(dump(), jBefore);  // on a new connection where the old one was lost
@@ -944,7 +979,7 @@ TEST_P(FailingTransactionTest, aLostConnectionReportsThatEarlierChangesStay)
         }
         failFirst(1, "PERFORM pg_terminate_backend(pg_backend_pid())", false);
         EXPECT_EQ(set(2, "{'desc':'z'}"), EIO);
-        EXPECT_EQ(store::takeRefusal(), std::string("the database does not answer") + szChanged);
+        EXPECT_EQ(store::takeRefusal().text, std::string("the database does not answer") + szChanged);
     }
 }
 

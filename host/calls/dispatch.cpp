@@ -2,7 +2,9 @@
 // only; the client gets a code.
 #include "host/calls/dispatch.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -20,40 +22,53 @@ constexpr int kMaxNesting = 200;
 
 struct ErrorText {
     int code;
+    const char* szReason;
     const char* szText;
 };
 
-// The messages of errors for which the store gives no reason. The server answers with HTTP status codes; modules use
-// the other codes, and 500.
+// The reasons and messages of errors whose cause the store does not give. The server answers with HTTP status codes;
+// modules use the other codes, and 500.
 constexpr ErrorText kErrorTexts[] = {
-    {0, "the method gave no answer"},
-    {101, "a required parameter is missing or cannot be used, or the group is the root"},
-    {105, "it cannot be determined who is logged in"},
-    {117, "a step failed; in most cases the server's log says which"},
-    {400, "the body is not a JSON object, or the request is malformed otherwise"},
-    {401, "there is no token, or it is unknown, revoked or expired"},
-    {403, "the account manages no group"},
-    {404, "there is no such method"},
-    {413, "the body is larger than 4 MiB"},
-    {414, "the account may not manage this group"},
-    {500, "the server failed; its log says how"},
-    {503, "the server is too busy; try again"},
+    {0, "failed", "the method gave no answer"},
+    {101, "malformed", "a required parameter is missing or cannot be used, or the group is the root"},
+    {105, "failed", "it cannot be determined who is logged in"},
+    {117, "failed", "a step failed; in most cases the server's log says which"},
+    {400, "malformed", "the body is not a JSON object, or the request is malformed otherwise"},
+    {401, "unknown_token", "there is no token, or it is unknown, revoked or expired"},
+    {403, "not_permitted", "the account manages no group"},
+    {404, "no_such_method", "there is no such method"},
+    {413, "too_long", "the body is larger than 4 MiB"},
+    {414, "not_permitted", "the account may not manage this group"},
+    {500, "failed", "the server failed; its log says how"},
+    {503, "busy", "the server is too busy; try again"},
 };
 
-std::string errorTextOf(int code)
+// Returns the cause, with what it lacks taken from the table.
+store::Cause completed(store::Cause cause, int code)
 {
-    for (const ErrorText& text : kErrorTexts) {
-        if (text.code == code) {
-            return text.szText;
-        }
+    const auto isOfCode = [code](const ErrorText& text) { return text.code == code; };
+    const auto* pFound = std::find_if(std::begin(kErrorTexts), std::end(kErrorTexts), isOfCode);
+    const bool isKnown = pFound != std::end(kErrorTexts);
+    if (cause.reason.empty()) {
+        cause.reason = isKnown ? pFound->szReason : "failed";
     }
-    return "the method failed without a reason";
+    if (cause.text.empty()) {
+        cause.text = isKnown ? pFound->szText : "the method failed without a reason";
+    }
+    return cause;
 }
 
-std::string errorEnvelope(int code, const std::string& message)
+std::string errorMember(const char* szName, const std::string& text)
 {
-    return "{\"success\":false,\"error\":{\"code\":" + std::to_string(code) +
-           ",\"message\":" + Json::valueToQuotedString(printable(message).c_str()) + "}}";
+    return std::string(",\"") + szName + "\":" + Json::valueToQuotedString(printable(text).c_str());
+}
+
+std::string errorEnvelope(int code, const store::Cause& given)
+{
+    const store::Cause cause = completed(given, code);
+    return "{\"success\":false,\"error\":{\"code\":" + std::to_string(code) + errorMember("message", cause.text) +
+           errorMember("reason", cause.reason) + (cause.member.empty() ? "" : errorMember("member", cause.member)) +
+           "}}";
 }
 
 AnswerText shared(std::vector<std::string> parts)
@@ -120,17 +135,16 @@ Answer answerOf(VELQ::APIResponse& resp, int status)
     return {.status = status, .code = code, .text = shared(envelope(resp)), .succeeded = succeeded};
 }
 
-Answer errorAnswer(int status, const std::string& message)
+Answer errorAnswer(int status, const store::Cause& cause)
 {
-    std::vector<std::string> parts{errorEnvelope(status, message.empty() ? errorTextOf(status) : message)};
+    std::vector<std::string> parts{errorEnvelope(status, cause)};
     return {.status = status, .code = status, .text = shared(std::move(parts))};
 }
 
 std::vector<std::string> envelope(VELQ::APIResponse& resp)
 {
     if (!resp.IsSuccess()) {
-        const std::string reason = store::takeRefusal();
-        return {errorEnvelope(resp.GetErrorCode(), reason.empty() ? errorTextOf(resp.GetErrorCode()) : reason)};
+        return {errorEnvelope(resp.GetErrorCode(), store::takeRefusal())};
     }
     std::vector<std::string> parts = resp.TakeData();
     parts.insert(parts.begin(), "{\"success\":true,\"data\":");

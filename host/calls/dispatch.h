@@ -46,12 +46,12 @@ Answer answerRequest(Handler handler, const store::Account& account, Json::Value
 Answer answerOf(VELQ::APIResponse& resp, int status = 200);
 
 // Returns the answer to a request that reaches no handler. status: the HTTP status, which becomes the error code as
-// well. message: the text for people; empty for the standard text of the code.
-Answer errorAnswer(int status, const std::string& message = "");
+// well. cause: what it lacks is taken from the standard cause of the code.
+Answer errorAnswer(int status, const store::Cause& cause = {});
 
-// Returns the envelope of an outcome, in pieces, and takes the data out of resp. An error carries a text for people:
-// the reason why the store refused the thread's last call, if it did, else the text that belongs to the code. So call
-// it right after the handler and on the same thread. Throws std::exception when memory runs out.
+// Returns the envelope of an outcome, in pieces, and takes the data out of resp. An error carries its cause:
+// why the store refused the thread's last call, if it did, else the standard cause of the code. So call it right after
+// the handler and on the same thread. Throws std::exception when memory runs out.
 std::vector<std::string> envelope(VELQ::APIResponse& resp);
 
 }  // namespace host

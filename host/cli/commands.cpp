@@ -182,7 +182,7 @@ int changeLink(const ModulePaths& modules, const LinkChange& change)
     errno = 0;
     if (update(jLink, change.action == "add") < 0) {
         const std::string reason = errno == 0 ? "refused" : strerror(errno);
-        const std::string refusal = store::takeRefusal();
+        const std::string refusal = store::takeRefusal().text;
         throw std::runtime_error("the links of " + change.kind + " " + std::to_string(change.nodeId) +
                                  " were not changed: " + (refusal.empty() ? reason : refusal));
     }

@@ -17,7 +17,7 @@ namespace {
 constexpr std::chrono::seconds kMaxReceiveTime{30};
 // Of one body, in bytes; what exceeds RequestBody::kMaxBytes is read and discarded.
 constexpr uint64_t kMaxReceivedBytes = 256 << 20;
-constexpr char kStoreAway[] = "the store does not answer; try again";
+const store::Cause kStoreAway{"away", "", "the store does not answer; try again"};
 
 Answer healthAnswer()
 {
@@ -224,9 +224,10 @@ void Exchange::setAccount(AccountKey account)
 Answer Exchange::refusal() const
 {
     if (m_refusalStatus == MHD_HTTP_METHOD_NOT_ALLOWED) {
-        return errorAnswer(m_refusalStatus, std::string("takes only ") + allowedMethods(m_head));
+        return errorAnswer(m_refusalStatus,
+                           {"no_such_method", "", std::string("takes only ") + allowedMethods(m_head)});
     }
-    return errorAnswer(m_refusalStatus, m_isStoreAway ? kStoreAway : m_head.szRefusal);
+    return errorAnswer(m_refusalStatus, m_isStoreAway ? kStoreAway : store::Cause{"", "", m_head.szRefusal});
 }
 
 MHD_Result Exchange::respond(const Answer& answer)

@@ -23,25 +23,62 @@ int errnoOfException()
     }
 }
 
-std::string textOfException()
+Cause causeOfException()
 {
     try {
         throw;
+    } catch (const Error& error) {
+        return {nameOf(error.reason), error.member, error.what()};
     } catch (const std::bad_alloc&) {
-        return kNoMemory;
+        return {nameOf(Reason::failed), "", kNoMemory};
     } catch (const std::exception& error) {
-        return error.what();
+        return {nameOf(Reason::failed), "", error.what()};
     } catch (...) {
-        return "an unknown failure";
+        return {nameOf(Reason::failed), "", "an unknown failure"};
     }
 }
 
 }  // namespace
 
-Error::Error(int errnoValue, const std::string& why) : std::runtime_error(why), code(errnoValue) {}
+const char* nameOf(Reason reason)
+{
+    static constexpr const char* kNames[] = {"missing",        "malformed",       "not_permitted", "unknown_node",
+                                             "unknown_policy", "unknown_account", "duplicate",     "stale",
+                                             "too_deep",       "cycle",           "too_long",      "busy",
+                                             "away",           "failed"};
+    return kNames[static_cast<size_t>(reason)];
+}
 
-InvalidInput::InvalidInput(std::string_view place, std::string_view why)
-    : Error(EINVAL, std::string(place) + ": " + std::string(why))
+Reason reasonOf(int errnoValue)
+{
+    switch (errnoValue) {
+        case EINVAL:
+            return Reason::malformed;
+        case EACCES:
+            return Reason::notPermitted;
+        case ENOENT:
+            return Reason::unknownNode;
+        case EEXIST:
+            return Reason::duplicate;
+        case EAGAIN:
+            return Reason::stale;
+        case EBUSY:
+            return Reason::busy;
+        default:
+            return Reason::failed;
+    }
+}
+
+Error::Error(int errnoValue, Reason why, std::string_view place, std::string_view text)
+    : std::runtime_error(std::string(place) + (place.empty() ? "" : ": ") + std::string(text)),
+      code(errnoValue),
+      reason(why),
+      member(place)
+{
+}
+
+InvalidInput::InvalidInput(std::string_view place, std::string_view why, Reason invalid)
+    : Error(EINVAL, invalid, place, why)
 {
 }
 
@@ -57,10 +94,17 @@ void require(bool condition, int errnoValue, const char* szWhy)
     }
 }
 
-void requireValid(bool condition, std::string_view place, std::string_view why)
+void requireValid(bool condition, std::string_view place, std::string_view why, Reason reason)
 {
     if (!condition) {
-        throw InvalidInput(place, why);
+        throw InvalidInput(place, why, reason);
+    }
+}
+
+void requireAnswer(bool isAnswering)
+{
+    if (!isAnswering) {
+        throw Refusal(EIO, Reason::away, "", kNoAnswer);
     }
 }
 
@@ -78,19 +122,19 @@ int keepRefusal() noexcept
     const int code = errnoOfException();
     ThreadState& state = threadState();
     try {
-        state.refusal = textOfException();
+        state.refusal = causeOfException();
         if (state.actingUid && state.hasCommitted && (code == EIO || code == EBUSY)) {
-            state.refusal += "; what the request had changed before stays changed";
+            state.refusal.text += "; what the request had changed before stays changed";
         }
     } catch (...) {
-        state.refusal.clear();  // no memory for the text
+        state.refusal = {};  // no memory for the text
     }
     return code;
 }
 
-std::string takeRefusal()
+Cause takeRefusal()
 {
-    return std::exchange(threadState().refusal, std::string());
+    return std::exchange(threadState().refusal, Cause());
 }
 
 }  // namespace store

@@ -16,10 +16,37 @@
 
 namespace store {
 
-// An error with the errno value that the caller of the platform's function gets. what(): one line for people.
+// Why a call failed, for programs. nameOf() gives the words that clients get.
+enum class Reason {
+    missing,        // a value that is required is missing or empty
+    malformed,      // a value cannot be used
+    notPermitted,   // the account may not do it, or nobody may
+    unknownNode,    // there is no such group or server
+    unknownPolicy,  // there is no such policy, or the account does not see it
+    unknownAccount,
+    duplicate,
+    stale,  // changed by someone else since it was read
+    tooDeep,
+    cycle,  // a group would be below itself
+    tooLong,
+    busy,  // locked by others for too long
+    away,  // the database does not answer
+    failed,
+};
+
+const char* nameOf(Reason reason);
+
+// Returns the reason that an errno value stands for by itself.
+Reason reasonOf(int errnoValue);
+
+// An error with the errno value that the caller of the platform's function gets. what(): one line for people, which
+// begins with the member. member: the path of the member of the record that is at fault, empty when none is.
 struct Error : std::runtime_error {
-    Error(int errnoValue, const std::string& why);
+    Error(int errnoValue, const std::string& why) : Error(errnoValue, reasonOf(errnoValue), "", why) {}
+    Error(int errnoValue, Reason reason, std::string_view member, std::string_view why);
     int code;
+    Reason reason;
+    std::string member;
 };
 
 // The call is refused: a record that it needs does not exist, or the change is not allowed or not possible now.
@@ -30,7 +57,7 @@ struct Refusal : Error {
 // A JSON value or a text cannot be used: EINVAL. place: path of the member, such as "delegate[1].ugid". why: a text for
 // people.
 struct InvalidInput : Error {
-    InvalidInput(std::string_view place, std::string_view why);
+    InvalidInput(std::string_view place, std::string_view why, Reason reason = Reason::malformed);
 };
 
 // No store exists at the place from which one was to be opened.
@@ -57,12 +84,15 @@ void requireArguments(const Pointers*... pointers)
 }
 
 // Throws InvalidInput, with the place, unless the condition holds.
-void requireValid(bool condition, std::string_view place, std::string_view why);
+void requireValid(bool condition, std::string_view place, std::string_view why, Reason reason = Reason::malformed);
+
+// Throws Refusal EIO unless the database answers.
+void requireAnswer(bool isAnswering);
 
 // Returns the text on one line: each run of white space becomes one space, and none stays at the ends.
 std::string onOneLine(const std::string& text);
 
-// Stores the text of the exception being handled as the calling thread's refusal. Call it in a catch block only.
+// Stores the cause of the exception being handled as the calling thread's refusal. Call it in a catch block only.
 // Returns the errno value: the error's own, ENOMEM when memory ran out, EIO for anything unknown.
 int keepRefusal() noexcept;
 
@@ -72,7 +102,7 @@ template <typename Work>
 int toErrno(Work&& work) noexcept
 {
     const int saved = errno;
-    threadState().refusal.clear();
+    threadState().refusal = {};
     try {
         work();
         errno = saved;

@@ -15,8 +15,9 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <string>
 #include <utility>
+
+#include "store/store.h"
 
 namespace store {
 
@@ -27,7 +28,7 @@ struct ThreadState {
     bool hasCommitted = false;                       // whether a change was committed since actingUid was set
     std::set<std::pair<int, int64_t>> changedNodes;  // by node type and identifier; changed since actingUid was set
     std::shared_ptr<ListingSnapshot> pSnapshot;      // null: there is none
-    std::string refusal;                             // for people; empty: the last call did not fail
+    Cause refusal;                                   // empty: the last call did not fail
 };
 
 // Returns the state of the calling thread.

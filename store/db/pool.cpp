@@ -31,7 +31,7 @@ size_t Pool::lease()
 {
     std::unique_lock lock(m_mutex);
     const bool isFree = m_changed.wait_for(lock, kPatience, [this] { return !m_free.empty() || isAway(); });
-    require(!isAway(), EIO, kNoAnswer);
+    requireAnswer(!isAway());
     require(isFree, EBUSY, kLocked);
     const size_t number = m_free.back();
     m_free.pop_back();
@@ -67,12 +67,12 @@ void Pool::close(size_t number)
 void Pool::reconnect(size_t number)
 {
     close(number);
-    require(!isAway(), EIO, kNoAnswer);
+    requireAnswer(!isAway());
     try {
         connect(number);
     } catch (const std::runtime_error&) {
         m_monitor->probeNow();  // so that other threads fail at once instead of trying too
-        require(!isAway(), EIO, kNoAnswer);
+        requireAnswer(!isAway());
         throw;
     }
 }

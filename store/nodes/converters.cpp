@@ -16,7 +16,8 @@ void checkLoaded(const Json::Value& jRecord, const Group& group)
     if (group.id == -1) {
         return;
     }
-    requireValid(!jRecord.isMember("id") || !jRecord["id"].isNull(), "id", "null, which names no group");
+    requireValid(!jRecord.isMember("id") || !jRecord["id"].isNull(), "id", "null, which names no group",
+                 Reason::missing);
     const Json::Value& jRevision = jRecord["revision"];
     if (jRevision.isNull()) {
         return;
@@ -32,7 +33,7 @@ int jsonToStruct(const Json::Value& jRecord, R* pRecord)
 {
     return toErrno([&] {
         requireArguments(pRecord);
-        requireValid(jRecord.isObject(), "record", "not an object");
+        require(jRecord.isObject(), EINVAL, "record: not an object");
         if constexpr (std::is_same_v<R, Group>) {
             checkLoaded(jRecord, *pRecord);
         }

@@ -121,7 +121,7 @@ std::optional<std::vector<int64_t>> delegatesToSet(soci::session& sql, const Rig
     const bool canHave = request.nodeType == VELQ_ZEM_TYPE_OU || request.nodeType == kServerType;
     require(canHave, EINVAL, "node_type: neither a group nor a server");
     rights.requireNode(request.nodeType, request.id);
-    requireValid(request.jRecord.isObject(), "record", "not an object");
+    require(request.jRecord.isObject(), EINVAL, "record: not an object");
     requireExisting(sql, rights, request.nodeType, request.id);
     const Json::Value& jDelegates = request.jRecord["delegate"];
     if (jDelegates.isNull() && !request.absentClears) {

@@ -66,7 +66,7 @@ void checkDepth(soci::session& sql, const Ancestry& ancestry, int64_t parentId, 
 {
     requireNoCycle(sql, ancestry, parentId);
     requireValid(ancestry.depth + height <= kMaxGroupDepth, "parent_id",
-                 "more than " + std::to_string(kMaxGroupDepth) + " groups below one another");
+                 "more than " + std::to_string(kMaxGroupDepth) + " groups below one another", Reason::tooDeep);
 }
 
 // Returns the words with which a refusal names the parent of a group. They contain its name only if the account may
@@ -88,16 +88,17 @@ void checkSiblings(soci::session& sql, const Rights& rights, const Group& group)
         number(sql, "SELECT COUNT(*) FROM ou WHERE parent_id = :p AND name = :n AND id <> 0 AND id <> :id",
                group.parentId, name, group.id);
     if (same != 0) {
-        throw Refusal(EEXIST, "name: " + describeParent(sql, rights, group.parentId) + " has a sub-group of that name");
+        throw Refusal(EEXIST, Reason::duplicate, "name",
+                      describeParent(sql, rights, group.parentId) + " has a sub-group of that name");
     }
 }
 
 void checkMove(soci::session& sql, const Group& group)
 {
-    requireValid(group.id != 0, "parent_id", "the root group stays where it is");
+    requireValid(group.id != 0, "parent_id", "the root group stays where it is", Reason::notPermitted);
     requireNoCycle(sql, ancestryOf(sql, group.id), group.id);
     const Ancestry ancestry = ancestryOf(sql, group.parentId, group.id);
-    requireValid(ancestry.matches == 0, "parent_id", "the group itself or one below it");
+    requireValid(ancestry.matches == 0, "parent_id", "the group itself or one below it", Reason::cycle);
     const int64_t height = number(sql, kSubtree + "SELECT MAX(depth) + 1 FROM subtree", group.id);
     checkDepth(sql, ancestry, group.parentId, height);
 }

@@ -23,8 +23,9 @@ std::vector<int64_t> delegateUgids(const Json::Value& jDelegates, const std::fun
         const Json::Value& jUgid = jDelegate["ugid"];
         requireValid(jUserType.isInt() && jUserType.asInt() == kDelegateUserType, place + ".user_type", notAnAccount);
         requireValid(jUgid.isInt64(), place + ".ugid", "not an integer");
-        requireValid(isKnown(jUgid.asInt64()), place + ".ugid", "no account " + std::to_string(jUgid.asInt64()));
-        requireValid(seen.insert(jUgid.asInt64()).second, place, "a delegate that is named before");
+        requireValid(isKnown(jUgid.asInt64()), place + ".ugid", "no account " + std::to_string(jUgid.asInt64()),
+                     Reason::unknownAccount);
+        requireValid(seen.insert(jUgid.asInt64()).second, place, "a delegate that is named before", Reason::duplicate);
         ugids.push_back(jUgid.asInt64());
     }
     return ugids;

@@ -36,7 +36,7 @@ Json::Value parseJson(const char* szText)
     try {
         require(pReader->parse(szText, szText + std::strlen(szText), &jValue, nullptr), EINVAL, "a text is not JSON");
     } catch (const Json::Exception&) {
-        throw Refusal(EINVAL, "a value that is nested too deep");
+        throw Refusal(EINVAL, Reason::tooDeep, "", "a value that is nested too deep");
     }
     return jValue;
 }

@@ -179,11 +179,11 @@ void checkLinks(const std::vector<int64_t>& ids, const std::function<bool(int64_
         }
         const std::string place = placeOf(i);
         const std::string policy = "no policy " + std::to_string(ids[i]);
-        requireValid(!known, place, "a policy that is linked before");
+        requireValid(!known, place, "a policy that is linked before", Reason::duplicate);
         if (errnoOfUnknown == EACCES) {
-            throw Refusal(EACCES, place + ".id: " + policy + " that you see");
+            throw Refusal(EACCES, Reason::unknownPolicy, place + ".id", policy + " that you see");
         }
-        throw InvalidInput(place + ".id", policy);
+        throw InvalidInput(place + ".id", policy, Reason::unknownPolicy);
     }
 }
 

@@ -11,9 +11,9 @@ namespace store {
 
 void checkName(const char* szName)
 {
-    requireValid(*szName != '\0', "name", "missing or empty");
+    requireValid(*szName != '\0', "name", "missing or empty", Reason::missing);
     requireValid(characterCount(szName) <= kMaxNameLength, "name",
-                 "longer than " + std::to_string(kMaxNameLength) + " characters");
+                 "longer than " + std::to_string(kMaxNameLength) + " characters", Reason::tooLong);
 }
 
 template <typename R>

@@ -62,7 +62,7 @@ void assign(const Field<R>& field, const Json::Value& jValue, VLIBCString& targe
     try {
         target = isJson(field.kind) ? jsonText(field.kind, jValue) : plainText(field.name, jValue);
     } catch (const Refusal& refusal) {
-        throw InvalidInput(field.name, refusal.what());
+        throw InvalidInput(field.name, refusal.what(), refusal.reason);
     }
 }
 

@@ -145,11 +145,13 @@ private:
     bool m_started = false;
 };
 
-// Returns the refusal for a record that does not exist: ENOENT.
+// Returns the refusal for a record that does not exist: ENOENT. member: the member that names it, empty when the call
+// does.
 template <typename R>
-Refusal noSuch(int64_t id)
+Refusal noSuch(int64_t id, const char* szMember = "")
 {
-    return Refusal(ENOENT, std::string("no ") + Kind<R>::kName + " " + std::to_string(id));
+    const Reason reason = std::is_same_v<R, Policy> ? Reason::unknownPolicy : Reason::unknownNode;
+    return Refusal(ENOENT, reason, szMember, std::string("no ") + Kind<R>::kName + " " + std::to_string(id));
 }
 
 // Loads the record of that identifier, all fields but pNext. Throws Refusal ENOENT.

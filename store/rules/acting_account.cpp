@@ -10,7 +10,7 @@ ActingAccount::ActingAccount(uint32_t uid) : m_before(threadState().actingUid)
     state.actingUid = uid;
     state.hasCommitted = false;
     state.changedNodes.clear();
-    state.refusal.clear();
+    state.refusal = {};
 }
 
 ActingAccount::~ActingAccount()

@@ -86,7 +86,7 @@ void requireExisting(soci::session& sql, const Rights& rights, int nodeType, int
 
 Refusal noSuchParent(int64_t id)
 {
-    return Refusal(ENOENT, std::string("parent_id: ") + noSuch<Group>(id).what());
+    return noSuch<Group>(id, "parent_id");
 }
 
 template <typename R>

@@ -41,9 +41,10 @@ Role readAccount(soci::session& sql, int64_t uid, std::string& name)
     return admin != 0 ? Role::administrator : Role::delegate;
 }
 
-Refusal notManageable(const char* szKind, int64_t id, const std::string& place = "")
+Refusal notManageable(const char* szKind, int64_t id, const char* szMember = "")
 {
-    return Refusal(EACCES, place + szKind + " " + std::to_string(id) + " is not yours to manage");
+    return Refusal(EACCES, Reason::notPermitted, szMember,
+                   std::string(szKind) + " " + std::to_string(id) + " is not yours to manage");
 }
 
 }  // namespace
@@ -96,7 +97,7 @@ bool Rights::mayManage(int64_t groupId) const
 void Rights::requireGroup(int64_t groupId, const char* szMember) const
 {
     if (!mayManage(groupId)) {
-        throw notManageable(Kind<Group>::kName, groupId, szMember == nullptr ? "" : std::string(szMember) + ": ");
+        throw notManageable(Kind<Group>::kName, groupId, szMember);
     }
 }
 

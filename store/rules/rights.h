@@ -45,8 +45,8 @@ public:
     bool mayManage(int64_t groupId) const;
 
     // Throws Refusal EACCES unless the account may manage the group. szMember: the record's member that names the
-    // group, for the text; null when the call itself names it.
-    void requireGroup(int64_t groupId, const char* szMember = nullptr) const;
+    // group, for the text; empty when the call itself names it.
+    void requireGroup(int64_t groupId, const char* szMember = "") const;
 
     // Throws in the same way for a group or a server. A server is managed with its group.
     void requireNode(int nodeType, int64_t id) const;

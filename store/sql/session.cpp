@@ -74,7 +74,7 @@ std::unique_ptr<soci::session> openPostgresInTime(const std::string& url)
     }();
     if (opened.wait_for(kWholeConnectTimeout) != std::future_status::ready) {
         thread.detach();
-        throw Refusal(EIO, kNoAnswer);
+        throw Refusal(EIO, Reason::away, "", kNoAnswer);
     }
     thread.join();
     return opened.get();

@@ -15,7 +15,7 @@ thread_local uint64_t tStatements = 0;
 // Always gives a lost connection the same text, because the client library's text depends on how and when it ended.
 [[noreturn]] void throwDatabaseError(soci::session& sql, const soci::soci_error& error)
 {
-    require(!isLost(sql), EIO, kNoAnswer);
+    requireAnswer(!isLost(sql));
     throw DatabaseError(error);
 }
 
