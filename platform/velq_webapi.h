@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -36,7 +37,8 @@ private:
     Json::Value m_jParams;
 };
 
-// The result of one request. The last call of SetError or SetSuccess determines it.
+// The result of one request. The last call of SetError or SetSuccess determines it. The server may send the success of
+// a method that only reads before the handler returns, so such a handler must not set an error after a success.
 class APIResponse {
 public:
     // Makes the response an error with that code and a copy of jData, as JSON text.
@@ -56,10 +58,15 @@ public:
     // Returns the data, parsed again from its text; null if there is none.
     Json::Value GetData() const;
 
+    // Sets a function that each SetSuccess calls at its end. What the function throws leaves SetSuccess.
+    using SuccessCall = std::function<void()>;
+    void OnSuccess(SuccessCall call);
+
 private:
     bool m_success = false;
     int m_errorCode = 0;
     std::vector<std::string> m_data;
+    SuccessCall m_onSuccess;
 };
 
 // One row of a module's method table, 32 bytes long. A table ends with a row of all zeros.

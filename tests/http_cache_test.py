@@ -26,7 +26,8 @@ SET = "/webapi/VELQ.ZEM.KXGroup/1/set"
 PROBE = "/webapi/Probe/1/get"
 
 # A method that counts its calls in the file "calls" and answers what the file "text" held at the start of the call. It
-# waits while there is a file "hold", and fails when there is a file "fail".
+# waits while there is a file "hold", and fails when there is a file "fail". Once it has answered, it stays while there
+# is a file "stay", and changes its answer to an error when there is a file "regret".
 PROBE_SOURCE = r"""
 #include <fstream>
 #include <iterator>
@@ -39,6 +40,8 @@ static void get(VELQ::APIRequest*, VELQ::APIResponse* resp) {
     while (0 == access("hold", F_OK)) { usleep(1000); }
     if (0 == access("fail", F_OK)) { throw 1; }
     resp->SetSuccess(text);
+    while (0 == access("stay", F_OK)) { usleep(1000); }
+    if (0 == access("regret", F_OK)) { resp->SetError(117, Json::Value()); }
 }
 static VELQ::APIMethod rows[] = {{"Probe", 1, "get", get}, {nullptr, 0, nullptr, nullptr}};
 extern "C" VELQ::APIMethod* GetAPITable() { return rows; }
@@ -217,6 +220,17 @@ class HttpCacheTest(unittest.TestCase):
             answers = [self.receive(client) for client in clients]
             self.assertEqual({answer.status for answer in answers}, {status})
             self.assertEqual((self.calls() - before, len({answer.text for answer in answers})), (calls, texts))
+
+    def test_success_is_sent_before_its_handler_ends(self):
+        self.serve_probe("text")
+        self.write("", "stay")
+        answer = self.get(PROBE, coding="gzip")
+        self.assertEqual((b'"text"' in answer.text, self.probe(), self.calls()), (True, "text", 1))
+        self.write("", "regret")
+        (self.store.folder / "stay").unlink()
+        self.assertEqual((self.get(PROBE, known=answer.tag, coding="gzip").status, self.calls()), (304, 1))
+        self.server.stop()
+        self.assertIn("its success was sent before", self.store.log.read_text())
 
     def test_answer_that_a_change_overtakes_is_neither_kept_nor_shared(self):
         self.serve_probe("old")

@@ -128,6 +128,31 @@ Answer answerRequest(Handler handler, const store::Account& account, Json::Value
     }
 }
 
+std::optional<Answer> answerRead(Handler handler, const store::Account& account, Json::Value jParams,
+                                 const EarlyAnswer& onSuccess)
+{
+    bool isTaken = false;
+    try {
+        VELQ::APIResponse resp;
+        resp.OnSuccess([&] {
+            if (!isTaken) {
+                onSuccess(answerOf(resp));
+                isTaken = true;
+            }
+        });
+        const int status = callHandler(handler, account, std::move(jParams), resp) ? 200 : 500;
+        if (!isTaken) {
+            return answerOf(resp, status);
+        }
+        if (!resp.IsSuccess()) {
+            logError("a handler failed", "its success was sent before");
+        }
+    } catch (const std::exception& e) {
+        reportException(e.what());
+    }
+    return isTaken ? std::nullopt : std::optional(errorAnswer(500));
+}
+
 Answer answerOf(VELQ::APIResponse& resp, int status)
 {
     const bool succeeded = resp.IsSuccess();

@@ -3,7 +3,9 @@
 // Any thread may call these functions.
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,6 +31,9 @@ struct Answer {
     Coding coding = Coding::identity;  // of the text
 };
 
+// Takes an answer while the handler still runs.
+using EarlyAnswer = std::function<void(Answer)>;
+
 // Parses the parameters of a request. body: the text of a JSON object, or empty for no parameters, which gives a null
 // value. Throws std::runtime_error when the body is anything else: malformed JSON, an object with a repeated name, more
 // than 200 levels of nesting, bytes that are not UTF-8.
@@ -41,6 +46,12 @@ bool callHandler(Handler handler, const store::Account& account, Json::Value jPa
 
 // Calls the handler and returns the answer to be sent: HTTP status 200, or 500 after an exception.
 Answer answerRequest(Handler handler, const store::Account& account, Json::Value jParams);
+
+// Does the same for a method that only reads, whose success is complete before the handler has released its values.
+// onSuccess: gets a successful answer while the handler still runs; what it throws makes the answer an error 500.
+// Returns nothing after onSuccess took the answer, otherwise the answer.
+std::optional<Answer> answerRead(Handler handler, const store::Account& account, Json::Value jParams,
+                                 const EarlyAnswer& onSuccess);
 
 // Returns the answer with the outcome of a handler, and takes the data out of resp. As envelope().
 Answer answerOf(VELQ::APIResponse& resp, int status = 200);

@@ -1,7 +1,7 @@
 // Answers requests for methods that only read.
 //
-// An answer belongs to the state of the store that was read before the call and again after it, and only if both are
-// equal: a change while the method ran may be in the answer or not.
+// An answer belongs to the state of the store that was read before the call and again when the answer was complete, and
+// only if both are equal: a change while the method ran may be in the answer or not.
 #include "host/calls/read_answers.h"
 
 #include <exception>
@@ -74,17 +74,18 @@ private:
 
 std::optional<Answer> ReadAnswers::answer(const Read& read, const Call& call, const Waiter& waiter)
 {
+    const Coding coding = read.coding;  // the call may outlive what read refers to
     const ReadKey key{read.account.uid, &read.row, read.body, store::storeState()};
     if (key.state.empty()) {
-        return inCoding(call(), read.coding);
+        return makeAnswer(key, coding, call, waiter, nullptr);
     }
-    if (const std::string etag = etagOf(key, read.coding); !etag.empty() && read.knownTags.find(etag) != etag.npos) {
+    if (const std::string etag = etagOf(key, coding); !etag.empty() && read.knownTags.find(etag) != etag.npos) {
         return notModified(etag);
     }
     if (!m_keepsAnswers) {
-        return makeAnswer(key, read.coding, call, nullptr);
+        return makeAnswer(key, coding, call, waiter, nullptr);
     }
-    if (auto kept = m_kept.find(key, read.coding)) {
+    if (auto kept = m_kept.find(key, coding)) {
         return kept;
     }
     bool isFirst = false;
@@ -92,33 +93,43 @@ std::optional<Answer> ReadAnswers::answer(const Read& read, const Call& call, co
         const std::lock_guard lock(m_mutex);
         const auto shared = m_shared.try_emplace(key);
         isFirst = shared.second;
-        if (!isFirst && waiter) {
-            shared.first->second.push_back({read.coding, waiter});
+        if (!isFirst && read.mayWait) {
+            shared.first->second.push_back({coding, waiter});
             return std::nullopt;
         }
     }
     if (!isFirst) {
-        return makeAnswer(key, read.coding, call, nullptr);
+        return makeAnswer(key, coding, call, waiter, nullptr);
     }
     SharedCall sharedCall(*this, key);
-    return makeAnswer(key, read.coding, call, &sharedCall);
+    return makeAnswer(key, coding, call, waiter, &sharedCall);
 }
 
-Answer ReadAnswers::makeAnswer(const ReadKey& key, Coding coding, const Call& call, SharedCall* pSharedCall)
+std::optional<Answer> ReadAnswers::makeAnswer(const ReadKey& key, Coding coding, const Call& call, const Waiter& waiter,
+                                              SharedCall* pSharedCall)
 {
-    std::optional<Answer> plain = m_kept.find(key, Coding::identity);
-    if (!plain) {
-        plain = call();
-        if (!plain->succeeded || store::storeState() != key.state) {
-            return inCoding(*std::move(plain), coding);
-        }
-        plain = finishAnswer(key, Coding::identity, *std::move(plain));
+    std::optional<Answer> plain;
+    if (!key.state.empty()) {
+        plain = m_kept.find(key, Coding::identity);
     }
-    std::map<Coding, Answer> answers{{Coding::identity, *plain}};
+    if (!plain) {
+        plain = call([&](Answer early) { waiter(completeAnswer(key, coding, std::move(early), pSharedCall)); });
+    }
+    return plain ? std::optional(completeAnswer(key, coding, *std::move(plain), pSharedCall)) : std::nullopt;
+}
+
+// Returns the answer in the coding; names and keeps it, and passes it to the requests that wait, if it may be shared.
+Answer ReadAnswers::completeAnswer(const ReadKey& key, Coding coding, Answer plain, SharedCall* pSharedCall)
+{
+    if (!plain.succeeded || key.state.empty() || store::storeState() != key.state) {
+        return inCoding(std::move(plain), coding);
+    }
+    std::map<Coding, Answer> answers{{Coding::identity, finishAnswer(key, Coding::identity, std::move(plain))}};
     const auto answerIn = [&](Coding wanted) {
         const auto known = answers.find(wanted);
-        return known != answers.end() ? known->second
-                                      : answers.emplace(wanted, finishAnswer(key, wanted, *plain)).first->second;
+        return known != answers.end()
+                   ? known->second
+                   : answers.emplace(wanted, finishAnswer(key, wanted, answers.begin()->second)).first->second;
     };
     Answer answer = answerIn(coding);
     if (pSharedCall != nullptr) {

@@ -24,25 +24,28 @@ struct Read {
     const std::string& body;        // as the client sent it
     Coding coding;                  // which the client prefers
     const std::string& knownTags;   // the names of answers that the client has, as the header If-None-Match lists them
+    bool mayWait;                   // for the answer to another request
 };
 
 // Any thread may use the object.
 class ReadAnswers {
 public:
-    // Runs the method and returns its answer, not compressed. It may throw.
-    using Call = std::function<Answer()>;
+    // Runs the method. Passes its answer, not compressed, to onSuccess while the method still runs, and returns
+    // nothing; or returns the answer. It may throw.
+    using Call = std::function<std::optional<Answer>(const EarlyAnswer& onSuccess)>;
 
-    // Takes the answer that another request's call gave. Takes nothing when that answer cannot be shared; then the
-    // request is to be answered without waiting again. It must not throw.
+    // Takes the answer of a call that still runs, which may be another request's. Takes nothing when another request's
+    // answer cannot be shared; then the request is to be answered without waiting again. It must not throw.
     using Waiter = std::function<void(std::optional<Answer>)>;
 
     // maxKeptBytes: how much memory the kept answers may take; 0: none is kept, and each request calls the method.
     explicit ReadAnswers(size_t maxKeptBytes) : m_keepsAnswers(maxKeptBytes > 0), m_kept(maxKeptBytes) {}
 
     // Returns the answer to the request: a kept one, that of the call, or one with the status 304 and no text when the
-    // client has it already. Returns nothing while another request calls the same method; the waiter then gets its
-    // answer on that request's thread, perhaps before this function returns. waiter: may be empty, and the request
-    // does not wait. Throws what the call throws, and as compressed().
+    // client has it already. Returns nothing when the waiter got the answer before the call ended, or while another
+    // request calls the same method; the waiter then gets its answer on that request's thread, perhaps before this
+    // function returns. What read refers to may be destroyed as soon as the waiter is called. Throws what the call
+    // throws, and as compressed().
     //
     // An answer to a request without a body has a name, unless the store changed meanwhile or its state is unknown.
     std::optional<Answer> answer(const Read& read, const Call& call, const Waiter& waiter);
@@ -54,7 +57,9 @@ private:
     };
     class SharedCall;
 
-    Answer makeAnswer(const ReadKey& key, Coding coding, const Call& call, SharedCall* pSharedCall);
+    std::optional<Answer> makeAnswer(const ReadKey& key, Coding coding, const Call& call, const Waiter& waiter,
+                                     SharedCall* pSharedCall);
+    Answer completeAnswer(const ReadKey& key, Coding coding, Answer plain, SharedCall* pSharedCall);
     Answer finishAnswer(const ReadKey& key, Coding coding, Answer plain);
     std::string etagOf(const ReadKey& key, Coding coding) const;
 

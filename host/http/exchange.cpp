@@ -173,17 +173,14 @@ void Exchange::answerQuery()
 
 bool Exchange::answerCall()
 {
-    const auto call = [this] { return runHandler(); };
     if (!onlyReads(*m_head.pRow)) {
-        m_answer = inCoding(call(), m_head.coding);
+        m_answer = inCoding(*runHandler(nullptr), m_head.coding);
         return true;
     }
-    const Read read{*m_head.pRow, m_head.account, m_body.text(), m_head.coding, m_head.knownTags};
-    ReadAnswers::Waiter waiter;
-    if (m_mayWait) {
-        waiter = [this](std::optional<Answer> answer) { takeAnswer(std::move(answer)); };
-    }
-    auto answer = m_server.readAnswers.answer(read, call, waiter);
+    const Read read{*m_head.pRow, m_head.account, m_body.text(), m_head.coding, m_head.knownTags, m_mayWait};
+    auto answer = m_server.readAnswers.answer(
+        read, [this](const EarlyAnswer& onSuccess) { return runHandler(onSuccess); },
+        [this](std::optional<Answer> early) { takeAnswer(std::move(early)); });
     if (!answer) {
         return false;
     }
@@ -202,7 +199,7 @@ void Exchange::takeAnswer(std::optional<Answer> answer) noexcept
     }
 }
 
-Answer Exchange::runHandler()
+std::optional<Answer> Exchange::runHandler(const EarlyAnswer& onSuccess)
 {
     Json::Value jParams;
     try {
@@ -211,7 +208,9 @@ Answer Exchange::runHandler()
         return errorAnswer(MHD_HTTP_BAD_REQUEST);
     }
     m_body.drop();
-    return answerRequest(m_head.pRow->pHandler, m_head.account, std::move(jParams));
+    const store::Account account = m_head.account;  // the exchange may be destroyed once the answer is taken
+    return onSuccess ? answerRead(m_head.pRow->pHandler, account, std::move(jParams), onSuccess)
+                     : answerRequest(m_head.pRow->pHandler, account, std::move(jParams));
 }
 
 void Exchange::setAccount(AccountKey account)

@@ -84,15 +84,18 @@ private:
     // Sets the answer to a query, or the refusal when the store fails.
     void answerQuery();
 
-    // Sets the answer: the handler's, or another with the same content. Returns false when the request waits for the
-    // answer to another; another thread may then already use the exchange or have destroyed it.
+    // Sets the answer: the handler's, or another with the same content. Returns false when the handler's was taken
+    // before it returned or the request waits for the answer to another; another thread may then already use the
+    // exchange or have destroyed it.
     bool answerCall();
 
-    // Ends the waiting for another request. Sets its answer, or queues the job once more when there is none.
+    // Takes the answer of a handler that still runs and resumes the connection; or, without an answer, queues the job
+    // once more.
     void takeAnswer(std::optional<Answer> answer) noexcept;
 
-    // Parses the body and calls the handler.
-    Answer runHandler();
+    // Parses the body and calls the handler. onSuccess: as for answerRead(); empty when the method may change
+    // something.
+    std::optional<Answer> runHandler(const EarlyAnswer& onSuccess);
 
     // Assigns the request to the account: in the queue, in the body memory and among the connections.
     void setAccount(AccountKey account);

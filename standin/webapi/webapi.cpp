@@ -49,6 +49,9 @@ void APIResponse::SetSuccess(const Json::Value& jData)
     m_data = standin::writeJson(jData);
     m_success = true;
     m_errorCode = 0;
+    if (m_onSuccess) {
+        m_onSuccess();
+    }
 }
 
 bool APIResponse::IsSuccess() const
@@ -76,6 +79,11 @@ Json::Value APIResponse::GetData() const
     const std::unique_ptr<Json::CharReader> pReader(Json::CharReaderBuilder().newCharReader());
     pReader->parse(text.data(), text.data() + text.size(), &jData, nullptr);
     return jData;
+}
+
+void APIResponse::OnSuccess(SuccessCall call)
+{
+    m_onSuccess = std::move(call);
 }
 
 }  // namespace VELQ
