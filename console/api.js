@@ -1,4 +1,6 @@
 // Calls the server's methods; no other file sends requests.
+import { explainReason } from "./words.js";
+
 const SILENCE_MS = 60000; // without a byte of the answer; one that keeps coming may take as long as it needs
 const NO_PERMISSION = 414;
 const UNREACHABLE = "The server does not answer: it is stopped or out of reach. What is shown may be out of date. " +
@@ -11,12 +13,15 @@ export const STALE = "changed by someone else since it was read";
 // "away": no server answers, or it is too busy;
 // "refused": the server refused the request, or the page did not send it;
 // "stale": the record has changed since the page read it.
-// code: of the server's answer; 0 without one.
+// code: of the server's answer; 0 without one. member: the part of the record that was refused, or an empty text.
+// detail: the server's own text.
 export class Refusal extends Error {
-    constructor(reason, message, code = 0) {
+    constructor(reason, message, { code = 0, member = "", detail = "" } = {}) {
         super(message);
         this.reason = reason;
         this.code = code;
+        this.member = member;
+        this.detail = detail;
     }
 }
 
@@ -44,25 +49,40 @@ export class Api {
         return (await this.#call("VELQ.ZEM.KXGroup", "create", { id: 0, name, parent_id: requireExact(parentId) })).ids;
     }
 
-    // changes: members of a group record. Throws a "stale" Refusal when the group has changed since the node was read.
-    async changeGroup(node, changes) {
-        if (!node.isConfirmed) {
+    // Changes groups or servers. changes: array of {node, members}, all of one kind; members: of a record. Throws a
+    // "stale" Refusal when a node has changed since it was read.
+    async change(changes) {
+        if (changes.some(({ node }) => !node.isConfirmed)) {
             throw new Error("a change without a revision, which the server would not check");
         }
-        const record = { id: requireExact(node.id), revision: node.record.revision, ...changes };
-        await this.#call("VELQ.ZEM.KXGroup", "set", { multiple_data: [record] });
+        const records = changes.map(({ node, members }) => (
+            { id: requireExact(node.id), revision: node.record.revision, ...members }));
+        const api = changes[0].node.isGroup ? "VELQ.ZEM.KXGroup" : "VELQ.ZEM.KX";
+        await this.#call(api, "set", { multiple_data: records });
     }
 
-    async deleteGroup(node) {
-        await this.#call("VELQ.ZEM.KXGroup", "delete", { node_id: requireExact(node.id) });
+    async deleteGroups(nodes) {
+        const ids = nodes.map(({ id }) => requireExact(id));
+        await this.#call("VELQ.ZEM.KXGroup", "delete", { node_id: ids.length === 1 ? ids[0] : ids });
     }
 
-    async link(policyId, node) {
-        await this.#link(policyId, "target_add", node);
+    // Adds the policy at the end of each node's list. nodes: groups and servers.
+    async link(policyId, nodes) {
+        await this.#link(policyId, "target_add", nodes);
     }
 
-    async unlink(policyId, node) {
-        await this.#link(policyId, "target_remove", node);
+    async unlink(policyId, nodes) {
+        await this.#link(policyId, "target_remove", nodes);
+    }
+
+    // Returns {uid, name, admin, token: {label, expires}} of the account.
+    async session() {
+        return this.#get("session");
+    }
+
+    // Returns the first accounts whose name contains the text or whose uid begins with it: array of {uid, name}.
+    async accounts(text) {
+        return (await this.#get(`accounts?q=${encodeURIComponent(text)}`)).accounts;
     }
 
     // Returns whether the account manages the root group. No method returns this, so the page requests a change with an
@@ -81,9 +101,19 @@ export class Api {
         return true;
     }
 
-    async #link(policyId, list, node) {
-        const target = { node_type: node.type, node_id: requireExact(node.id) };
-        await this.#call("VELQ.ZEM.GPO", "link", { id: requireExact(policyId), [list]: [target] });
+    async #link(policyId, list, nodes) {
+        const targets = nodes.map(({ type, id }) => ({ node_type: type, node_id: requireExact(id) }));
+        await this.#call("VELQ.ZEM.GPO", "link", { id: requireExact(policyId), [list]: targets });
+    }
+
+    // Fetches what is not a method. Returns the object of the answer.
+    async #get(path) {
+        const { answer, text } = await this.#send(path, { cache: "no-store" });
+        const object = parsed(text);
+        if (answer.status !== 200) {
+            throw refusalOf(object);
+        }
+        return object;
     }
 
     async #call(api, method, parameters) {
@@ -94,13 +124,16 @@ export class Api {
         return (await this.#fetch(api, method, { method: "POST", body: JSON.stringify(parameters) })).text;
     }
 
-    async #fetch(api, method, { headers = {}, ...request }, received = () => {}) {
+    #fetch(api, method, request, received) {
+        return this.#send(`webapi/${api}/1/${method}`, request, received);
+    }
+
+    async #send(path, { headers = {}, ...request }, received = () => {}) {
         if (!/^[\x21-\x7e]+$/.test(this.token)) { // not allowed in a header
             throw new Refusal("token", "The server does not know this token.");
         }
         const Authorization = `Bearer ${this.token}`;
-        const { answer, text } = await read(`webapi/${api}/1/${method}`,
-            { ...request, headers: { Authorization, ...headers } }, received);
+        const { answer, text } = await read(path, { ...request, headers: { Authorization, ...headers } }, received);
         if (answer.status === 401) {
             throw new Refusal("token", "The server does not know this token, or it has expired.");
         }
@@ -144,17 +177,26 @@ async function readParts(answer, heard) {
 }
 
 function dataOf(text) {
-    let answer;
+    const answer = parsed(text);
+    if (answer.success !== true) {
+        throw refusalOf(answer);
+    }
+    return answer.data;
+}
+
+function parsed(text) {
     try {
-        answer = JSON.parse(text);
+        return JSON.parse(text);
     } catch {
         throw new Refusal("away", "What answers here is not the server.");
     }
-    if (answer.success !== true) {
-        const { code = 0, message = "The server refused without a reason." } = answer.error ?? {};
-        throw new Refusal(message === STALE ? "stale" : "refused", message, code);
-    }
-    return answer.data;
+}
+
+function refusalOf({ error }) {
+    const { code = 0, message = "The server refused without a reason.", reason = "", member = "" } = error ?? {};
+    const kind = reason === "stale" || message === STALE ? "stale" : "refused";
+    const text = kind === "stale" ? message : explainReason(reason, member) ?? message;
+    return new Refusal(kind, text, { code, member, detail: message });
 }
 
 // Returns the identifier. Throws Refusal when it has more than 53 bits: a browser rounds it, and the change would hit

@@ -1,149 +1,157 @@
-// Makes the dialogs in which the user enters the values of a change, and the fields in them.
+// Shows the dialogs in which the user enters the values of a change.
 import { byId, element } from "./dom.js";
 
-const MAX_OPTIONS = 100; // that a picker shows; a searched text narrows them
+const open = new Set(); // the dialogs that wait for the user
 
 // Shows a dialog until the user confirms or cancels it. contents: elements with the fields; the first one is focused.
 // act(data): runs at confirmation with the FormData; when it throws, the dialog shows the message and stays open,
-// unless the error has isFinal set. Returns a promise of the result of act, or of undefined when the user cancels; it
-// is rejected with a final error, and with any error of act after the user closed the dialog.
-export function ask(title, confirm, contents, act) {
-    const reason = element("p", { role: "alert", class: "reason", hidden: true });
-    const submit = element("button", { type: "submit", class: "main" }, confirm);
-    const cancel = element("button", { type: "button" }, "Cancel");
-    const form = element("form", { method: "dialog" }, element("h2", { id: "dialog-title" }, title), contents, reason,
-        element("div", { class: "buttons" }, cancel, submit));
-    const dialog = element("dialog", { "aria-labelledby": "dialog-title" }, form);
-    byId("dialogs").append(dialog);
-    dialog.showModal();
-    form.querySelector("input, select, textarea")?.select?.();
-    let isRunning = false; // instead of disabling the button, which would take the focus from it
+// unless the error has isFinal set. isDanger: the change cannot be undone. isReady(data): whether the user can confirm.
+// preview(data): returns an element that says what will happen, made again after each input.
+// Returns a promise of the result of act, or of undefined when the user cancels; it is rejected with a final error, and
+// with any error of act after the user closed the dialog.
+export function ask({ title, confirm, contents, act, isDanger = false, isReady = () => true, preview = null }) {
     return new Promise((resolve, reject) => {
-        const end = (settle, value) => {
-            dialog.close();
-            dialog.remove();
-            settle(value);
-        };
-        const leave = () => (isRunning ? dialog.close() : end(resolve)); // a running act still settles the promise
-        cancel.addEventListener("click", leave);
-        dialog.addEventListener("cancel", (event) => {
-            event.preventDefault();
-            leave();
-        });
-        form.addEventListener("submit", async (event) => {
-            event.preventDefault();
-            if (isRunning) {
-                return;
-            }
-            isRunning = true;
-            try {
-                end(resolve, await act(new FormData(form)));
-            } catch (error) {
-                if (error.isFinal || !dialog.open) {
-                    end(reject, error);
-                    return;
-                }
-                reason.textContent = error.message;
-                reason.hidden = false;
-            }
-            isRunning = false;
-        });
+        new Dialog({ title, confirm, contents, act, isDanger, isReady, preview, resolve, reject }).show();
     });
 }
 
-// Returns a labelled text field. attributes: of the field; its member tag names another element than input.
-export function textField(label, name, value, attributes = {}) {
-    const { tag = "input", ...others } = attributes;
-    const field = element(tag, { id: `field-${name}`, name, autocomplete: "off", ...others });
-    field.value = value;
-    return element("p", { class: "field" }, element("label", { for: field.id }, label), field);
+// Hides the dialogs while the user has to sign in again. They keep what was typed.
+export function suspendDialogs() {
+    open.forEach((dialog) => dialog.suspend());
 }
 
-// Returns a drop-down list. options: array of {value, text}; the last one is selected.
-export function choice(label, name, options) {
-    const select = element("select", { id: `field-${name}`, name }, options.map(optionOf));
-    select.selectedIndex = options.length - 1;
-    return element("p", { class: "field" }, element("label", { for: select.id }, label), select);
+// Shows the hidden dialogs again. isSame: whether the same account signed in; for another one they are cancelled.
+export function resumeDialogs(isSame) {
+    open.forEach((dialog) => (isSame ? dialog.show() : dialog.leave()));
 }
 
-// Returns a list in which the user selects one option, with a search field that narrows the list. options: array of
-// {value, text}. more(text): returns an option made from the searched text itself, or null.
-export function picker(label, name, options, more = () => null) {
-    const search = element("input", { type: "search", id: `search-${name}`, autocomplete: "off" });
-    const select = element("select", { id: `field-${name}`, name, size: 8, required: true, "aria-label": label });
-    const fill = () => {
-        const wanted = search.value.trim().toLowerCase();
-        const found = options.filter(({ text }) => text.toLowerCase().includes(wanted)).slice(0, MAX_OPTIONS);
-        select.replaceChildren(...[more(search.value.trim()), ...found].filter(Boolean).map(optionOf));
-        select.selectedIndex = wanted !== "" && select.length > 0 ? 0 : -1;
-    };
-    search.addEventListener("input", fill);
-    search.addEventListener("keydown", (event) => {
-        if (event.key === "ArrowDown") {
-            event.preventDefault();
-            select.selectedIndex = Math.max(0, select.selectedIndex);
-            select.focus();
+class Dialog {
+    #options;
+    #form;
+    #reason;
+    #submit;
+    #preview = element("div", { "aria-live": "polite" });
+    #element;
+    #isRunning = false; // instead of disabling the button, which would take the focus from it
+    #isSuspended = false;
+
+    constructor(options) {
+        this.#options = options;
+        this.#reason = element("div", { role: "alert", class: "reason", id: "dialog-reason", hidden: true });
+        this.#submit = element("button", { type: "submit", class: options.isDanger ? "main danger" : "main" },
+            options.confirm);
+        const cancel = element("button", { type: "button" }, "Cancel");
+        this.#form = element("form", { method: "dialog" }, element("h2", { id: "dialog-title" }, options.title),
+            options.contents, options.preview !== null && this.#preview, this.#reason,
+            element("div", { class: "buttons" }, cancel, this.#submit));
+        this.#element = element("dialog", { "aria-labelledby": "dialog-title" }, this.#form);
+        cancel.addEventListener("click", () => this.leave());
+        this.#element.addEventListener("cancel", (event) => this.#cancel(event));
+        this.#form.addEventListener("submit", (event) => this.#confirm(event));
+        this.#form.addEventListener("keydown", (event) => this.#submitAt(event));
+        for (const type of ["input", "change"]) {
+            this.#form.addEventListener(type, () => this.#update());
         }
-    });
-    fill();
-    return element("div", { class: "field" }, element("label", { for: search.id }, label), search, select);
-}
-
-// Returns a list that the user edits before it is sent: its elements (contents) and a function that returns the
-// identifiers in order (ids). items: array of {id, name}. offered: the items that can be added, in the same form.
-// more: as for picker. isOrdered: whether items can be moved up and down. add: label of the search field.
-export function listEditor(label, items, offered, { isOrdered, add, more = () => null }) {
-    const list = element(isOrdered ? "ol" : "ul", { class: "editor", "aria-label": label });
-    const row = (item) => element("li", { "data-id": item.id }, element("span", {}, item.name),
-        isOrdered && rowButton("up", "↑", `Move ${item.name} up`),
-        isOrdered && rowButton("down", "↓", `Move ${item.name} down`),
-        rowButton("remove", "✕", `Remove ${item.name}`));
-    const ids = () => [...list.children].map((child) => Number(child.dataset.id));
-    const chooser = picker(add, "added", offered.map(({ id, name }) => ({ value: id, text: name })), more);
-    const select = chooser.querySelector("select");
-    select.required = false;
-    const addChosen = () => {
-        const chosen = select.selectedOptions[0];
-        if (chosen !== undefined && !ids().includes(Number(chosen.value))) {
-            list.append(row({ id: chosen.value, name: chosen.textContent }));
-            list.lastChild.scrollIntoView({ block: "nearest" });
-        }
-    };
-    const button = element("button", { type: "button" }, "Add");
-    button.addEventListener("click", addChosen);
-    select.addEventListener("dblclick", addChosen);
-    chooser.addEventListener("keydown", (event) => {
-        if (event.key === "Enter" && event.target !== button) {
-            event.preventDefault(); // Enter adds the item instead of submitting the form
-            addChosen();
-        }
-    });
-    list.append(...items.map(row));
-    list.addEventListener("click", ({ target }) => rearrange(target.closest("button")));
-    return { contents: [list, chooser, button], ids };
-}
-
-function rowButton(does, sign, label) {
-    return element("button", { type: "button", "data-does": does, "aria-label": label, title: label }, sign);
-}
-
-function rearrange(button) {
-    const row = button?.closest("li");
-    const does = button?.dataset.does;
-    if (does === "remove") {
-        const next = row.nextElementSibling ?? row.previousElementSibling ?? row.parentElement.nextElementSibling;
-        row.remove();
-        next.querySelector("[data-does=remove], input").focus();
-        return;
     }
-    if (does === "up") {
-        row.previousElementSibling?.before(row);
-    } else if (does === "down") {
-        row.nextElementSibling?.after(row);
+
+    show() {
+        if (this.#element.open) {
+            return;
+        }
+        this.#isSuspended = false;
+        open.add(this);
+        byId("dialogs").append(this.#element);
+        this.#element.showModal();
+        this.#focusFirst();
+        this.#update();
     }
-    button?.focus(); // a moved element loses the focus
+
+    // Focuses the first item or field; without one the button that confirms, unless that cannot be undone.
+    #focusFirst() {
+        const field = this.#form.querySelector("[data-first], input, select, textarea");
+        const first = field ?? (this.#options.isDanger ? null : this.#submit);
+        first?.focus();
+        first?.select?.();
+    }
+
+    suspend() {
+        this.#isSuspended = true;
+        this.#element.close();
+    }
+
+    leave() {
+        if (this.#isRunning && !this.#isSuspended) {
+            this.#element.close(); // the running act settles the promise
+        } else {
+            this.#end(this.#options.resolve);
+        }
+    }
+
+    #end(settle, value) {
+        open.delete(this);
+        this.#element.close();
+        this.#element.remove();
+        settle(value);
+    }
+
+    #cancel(event) {
+        event.preventDefault();
+        this.leave();
+    }
+
+    #submitAt(event) {
+        if (event.key === "Enter" && (event.ctrlKey || event.metaKey)) {
+            event.preventDefault();
+            this.#form.requestSubmit(this.#submit);
+        }
+    }
+
+    #update() {
+        const data = new FormData(this.#form);
+        this.#submit.disabled = !this.#isRunning && !this.#options.isReady(data);
+        const effects = this.#options.preview?.(data);
+        this.#preview.replaceChildren(...(effects ? [effects] : []));
+    }
+
+    async #confirm(event) {
+        event.preventDefault();
+        if (this.#isRunning) {
+            return;
+        }
+        this.#isRunning = true;
+        try {
+            this.#end(this.#options.resolve, await this.#options.act(new FormData(this.#form)));
+        } catch (error) {
+            this.#refuse(error);
+        }
+        this.#isRunning = false;
+    }
+
+    #refuse(error) {
+        if (!this.#isSuspended && (error.isFinal || !this.#element.open)) {
+            this.#end(this.#options.reject, error);
+            return;
+        }
+        this.#reason.replaceChildren(...reasonOf(error));
+        this.#reason.hidden = false;
+        for (const field of this.#form.elements) {
+            const isRefused = field.name !== "" && field.name === error.member;
+            setInvalid(field, isRefused);
+        }
+    }
 }
 
-function optionOf({ value, text }) {
-    return element("option", { value }, text);
+function setInvalid(field, isRefused) {
+    field.toggleAttribute("aria-invalid", isRefused);
+    if (isRefused) {
+        field.setAttribute("aria-invalid", true);
+        field.setAttribute("aria-describedby", "dialog-reason");
+        field.focus();
+    }
+}
+
+// Returns the elements that show why a change was refused. error: with the server's own text in the member detail.
+export function reasonOf({ message, detail = "" }) {
+    const details = element("details", {}, element("summary", {}, "Details"), element("code", {}, detail));
+    return [element("p", {}, message), ...(detail === "" || detail === message ? [] : [details])];
 }

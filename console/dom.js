@@ -48,6 +48,11 @@ export function marked(text, searched) {
     return [...parts, text.slice(from)];
 }
 
+// Returns the text as strings with places between them where a long name may be broken.
+export function breakable(text) {
+    return text.split(/(?<=[._/-])/).flatMap((part, i) => (i === 0 ? [part] : [element("wbr"), part]));
+}
+
 // Returns the count and the noun, such as "1,204 servers".
 export function plural(count, singular, many = `${singular}s`) {
     return `${count.toLocaleString("en")} ${count === 1 ? singular : many}`;

@@ -1,4 +1,6 @@
 // Holds the nodes of a tree answer and computes counts, effective policies, allowed moves and filter hits.
+import { inOrder } from "./order.js";
+import { parseQuery } from "./query.js";
 
 export const GROUP = 2;
 export const SERVER = 3;
@@ -25,6 +27,7 @@ class Node {
         this.isShown = true; // there is no filter, or it matches this node or a descendant
         this.position = 0; // among the shown siblings, from 1
         this.shownChildren = 0;
+        this.serversBelow = 0;
     }
 
     get name() {
@@ -49,6 +52,19 @@ class Node {
 
     get isGroup() {
         return this.type === GROUP;
+    }
+
+    get isServer() {
+        return this.type === SERVER;
+    }
+
+    get isPolicy() {
+        return this.type === POLICY;
+    }
+
+    // Time of the last change in seconds since 1970; in the future for a change that the server has not confirmed.
+    get changed() {
+        return this.record.mtime ?? Number.MAX_SAFE_INTEGER;
     }
 
     get blocksInheritance() {
@@ -104,15 +120,15 @@ class Node {
         return [...this.ancestors, this].map((node) => node.name).join(" / ");
     }
 
+    // Name and address in lower case.
+    get searchText() {
+        this.#searchText ??= `${this.name}\n${this.address}`.toLowerCase();
+        return this.#searchText;
+    }
+
     // Whether this is the other node or a descendant of it.
     isBelow(other) {
         return this === other || (this.parent !== null && this.parent.isBelow(other));
-    }
-
-    // text: in lower case.
-    contains(text) {
-        this.#searchText ??= `${this.name}\n${this.address}`.toLowerCase();
-        return this.#searchText.includes(text);
     }
 }
 
@@ -121,13 +137,17 @@ export function keyOf(type, id) {
 }
 
 export class Fleet {
-    // records: the answer of the tree method, an array of the top-level nodes with their children.
-    constructor(records) {
+    #order;
+
+    // records: the answer of the tree method, an array of the top-level nodes with their children. order: one of ORDERS.
+    constructor(records, order = "stored") {
+        this.#order = inOrder(order);
         this.root = new Node({ name: "the top level", node_type: GROUP, node_id: 0 }, null, -1, keyOf(GROUP, 0));
         this.nodes = []; // each parent before its children
         this.byKey = new Map();
         this.#add(records, this.root);
         this.root.end = this.nodes.length;
+        this.#countServers();
         this.filter("");
     }
 
@@ -137,6 +157,10 @@ export class Fleet {
 
     findPolicy(id) {
         return this.find(keyOf(POLICY, id));
+    }
+
+    nameOfPolicy(id) {
+        return this.findPolicy(id)?.name ?? `policy ${id}`;
     }
 
     // Whether the account sees only a part of the fleet. It may then not change the top level.
@@ -178,7 +202,29 @@ export class Fleet {
     // Whether the page offers to move the node to the parent.
     canMove(node, parent) {
         const isTop = parent === this.root;
-        return node.isGroup && node.parent !== parent && !parent.isBelow(node) && !(isTop && this.isPartial);
+        return !node.isPolicy && node.parent !== parent && !parent.isBelow(node) && !(isTop && this.isPartial);
+    }
+
+    // Whether the page offers to move the nodes to the parent. Some of them may be there already.
+    canMoveAll(nodes, parent) {
+        return nodes.some((node) => node.parent !== parent) &&
+            nodes.every((node) => node.parent === parent || this.canMove(node, parent));
+    }
+
+    // Returns the nodes of the keys in the order of the rows.
+    sortedNodes(keys) {
+        const found = [...keys].map((key) => this.find(key)).filter((node) => node !== null);
+        return found.sort((a, b) => a.index - b.index);
+    }
+
+    // Returns the nodes without those below others of them. nodes: in the order of the rows.
+    topmost(nodes) {
+        let end = -1;
+        return nodes.filter((node) => {
+            const isBelow = node.index < end;
+            end = Math.max(end, node.end);
+            return !isBelow;
+        });
     }
 
     // Returns the nodes that link the policy.
@@ -205,14 +251,15 @@ export class Fleet {
         return { policies: [...found.values()], blockedBy: null, isPartial: this.#topOf(node).record.parent_id !== 0 };
     }
 
-    // Marks the nodes whose name or address contains the text as hits, and them and their ancestors as shown. Returns
-    // the number of hits. An empty text shows all nodes and marks no hit.
-    filter(text) {
-        const searched = text.trim().toLowerCase();
+    // Marks the nodes that match the query as hits, and them and their ancestors as shown. Returns the number of hits. An
+    // empty text shows all nodes and marks no hit. text: see query.js. kept: keys of nodes that count as hits whether
+    // they match or not.
+    filter(text, kept = new Set()) {
+        const matches = parseQuery(text);
         let hits = 0;
         for (const node of this.nodes) {
-            node.isHit = searched !== "" && node.contains(searched);
-            node.isShown = searched === "" || node.isHit;
+            node.isHit = matches !== null && (matches(node) || kept.has(node.key));
+            node.isShown = matches === null || node.isHit;
             node.shownChildren = 0;
             hits += node.isHit ? 1 : 0;
         }
@@ -232,12 +279,19 @@ export class Fleet {
         }
     }
 
+    #countServers() {
+        for (let i = this.nodes.length - 1; i >= 0; --i) {
+            const { parent, isServer, serversBelow } = this.nodes[i];
+            parent.serversBelow += isServer ? 1 : serversBelow;
+        }
+    }
+
     #topOf(node) {
         return node.level > 1 ? this.#topOf(node.parent) : node;
     }
 
     #add(records, parent) {
-        parent.children = records.map((record) => {
+        parent.children = this.#order(records).map((record) => {
             const key = this.#unusedKey(keyOf(record.node_type, record.node_id));
             const node = new Node(record, parent, this.nodes.length, key);
             this.byKey.set(key, node);
@@ -254,16 +308,4 @@ export class Fleet {
     #unusedKey(key) {
         return this.byKey.has(key) ? this.#unusedKey(`${key}-`) : key;
     }
-}
-
-// Returns the links (identifiers of policies) that can stay when before is changed into wanted by removing links and
-// appending others: the longest beginning of wanted that occurs in before in the same order.
-export function keptLinks(before, wanted) {
-    const kept = new Set();
-    for (const id of before) {
-        if (id === wanted[kept.size]) {
-            kept.add(id);
-        }
-    }
-    return kept;
 }

@@ -15,12 +15,16 @@ export class FleetLoader {
     #fetched = new Fleet([]); // the fleet of #tree
     #fleet = this.#fetched; // with the page's own changes
     #changes = []; // that #tree may not contain, each with a patch for its records, in the order of the user
+    #behind = null; // the fetch behind the latest accepted change
     #running = Promise.resolve(); // the latest fetch that has begun
     #queued = null; // the fetch that begins after it
     #isComingToFront = false;
+    #order;
 
     // listener: answered() for each answer, then show(fleet) when the fleet differs from the one shown before.
-    constructor(api, notice, listener) {
+    // order(): returns the order of the rows, one of ORDERS.
+    constructor(api, notice, listener, order) {
+        this.#order = order;
         this.#api = api;
         this.#notice = notice;
         this.#listener = listener;
@@ -50,49 +54,55 @@ export class FleetLoader {
         return find(this.#fleet, node);
     }
 
-    // Throws Refusal when the node changed since it was read. For requests in which the server cannot check this.
-    async requireUnchanged(node) {
-        await this.#fetch();
-        if (find(this.#fetched, node).record.revision !== node.record.revision) {
-            throw new Refusal("stale", STALE);
-        }
+    // Waits for the tree that contains the changes that the server has accepted, and returns its fleet.
+    async settled() {
+        await this.#behind;
+        return this.#fetched;
+    }
+
+    // Sorts the rows again.
+    reorder() {
+        this.#fetched = this.#fleetOf(this.#tree?.records ?? []);
+        this.#show();
     }
 
     // Carries out a change, shows it and fetches the fleet behind it. Returns what send returns, without waiting for
     // that fetch. Throws Refusal, with isFinal set when a second try cannot succeed; the change is then not shown.
-    // node: as the user saw it; null when no node exists yet. send(node): sends the change; the node has a revision
-    // that the server can check. patch(records, result): returns the records of a tree with the change; result: what
-    // send returned. isShownFirst: the change shows before the server has accepted it, when there is no result.
-    commit({ node = null, send, patch, isShownFirst = false }) {
-        const change = { key: node?.key ?? null, patch, result: undefined, isShown: isShownFirst, isAccepted: false };
-        const earlier = this.#changes.filter(({ key }) => key !== null && key === change.key);
+    // nodes: as the user saw them; none when the node does not exist yet. send(nodes): sends the change; the nodes have
+    // revisions that the server can check. patch(records, result): returns the records of a tree with the change;
+    // result: what send returned. isShownFirst: the change shows before the server has accepted it, when there is no
+    // result.
+    commit({ nodes = [], send, patch, isShownFirst = false }) {
+        const keys = new Set(nodes.map(({ key }) => key));
+        const change = { keys, patch, result: undefined, isShown: isShownFirst, isAccepted: false };
+        const earlier = this.#changes.filter((other) => nodes.some(({ key }) => other.keys.has(key)));
         this.#changes.push(change);
-        const carriedOut = this.#carryOut(change, node, earlier, send);
+        const carriedOut = this.#carryOut(change, nodes, earlier, send);
         change.ended = carriedOut.catch(() => {});
         return carriedOut;
     }
 
     async #carryOut(change, shown, earlier, send) {
-        let node = shown;
+        let nodes = shown;
         byId("console").setAttribute("aria-busy", true);
         try {
             if (change.isShown) {
                 this.#show();
             }
-            node = await this.#confirmed(shown, earlier);
-            change.result = await send(node);
+            nodes = await this.#confirmed(shown, earlier);
+            change.result = await send(nodes);
             change.isAccepted = true;
             if (!change.isShown) {
                 change.isShown = true;
                 this.#show();
             }
             this.#notice.hide();
-            this.refresh();
+            this.#behind = this.refresh();
             return change.result;
         } catch (error) {
             this.#withdraw(change);
             await this.refresh();
-            throw explain(error, node, this.#fetched);
+            throw explain(error, nodes, this.#fetched);
         } finally {
             byId("console").removeAttribute("aria-busy");
         }
@@ -105,20 +115,22 @@ export class FleetLoader {
         }
     }
 
-    // Returns the node with its revision. The revision of a node that the page itself has changed is known when these
-    // changes have ended and a tree with them has come. It counts only if the node is otherwise as the user saw it, as
-    // someone else may have changed it in between: throws Refusal when it is not.
-    async #confirmed(node, earlier) {
-        if (node === null || (node.isConfirmed && earlier.length === 0)) {
-            return node;
+    // Returns the nodes with their revisions. The revision of a node that the page itself has changed is known when
+    // these changes have ended and a tree with them has come. It counts only if the node is otherwise as the user saw
+    // it, as someone else may have changed it in between: throws Refusal when it is not.
+    async #confirmed(nodes, earlier) {
+        if (nodes.every((node) => node.isConfirmed) && earlier.length === 0) {
+            return nodes;
         }
         await Promise.all(earlier.map(({ ended }) => ended));
         await this.#fetch();
-        const found = find(this.#fetched, node);
-        if (found.content !== node.content) {
-            throw new Refusal("stale", STALE);
-        }
-        return found;
+        return nodes.map((node) => {
+            const found = find(this.#fetched, node);
+            if (found.content !== node.content) {
+                throw new Refusal("stale", STALE);
+            }
+            return found;
+        });
     }
 
     // Fetches one tree after the other, so that none replaces a newer one. All calls during a fetch share the next one.
@@ -140,7 +152,7 @@ export class FleetLoader {
         this.#changes = this.#changes.filter((change) => !contained.includes(change));
         if (isNew) {
             this.#tree = tree;
-            this.#fetched = new Fleet(tree.records);
+            this.#fetched = this.#fleetOf(tree.records);
         }
         if (isNew || contained.length > 0) {
             this.#show();
@@ -160,8 +172,13 @@ export class FleetLoader {
     #show() {
         const shown = this.#changes.filter(({ isShown }) => isShown);
         const apply = (records, { patch, result }) => patch(records, result);
-        this.#fleet = shown.length === 0 ? this.#fetched : new Fleet(shown.reduce(apply, this.#tree?.records ?? []));
+        this.#fleet = shown.length === 0 ? this.#fetched :
+            this.#fleetOf(shown.reduce(apply, this.#tree?.records ?? []));
         this.#listener.show(this.#fleet);
+    }
+
+    #fleetOf(records) {
+        return new Fleet(records, this.#order());
     }
 
     // Other users may have changed the fleet in the meantime. Browsers send one or several events, so that one refresh

@@ -1,5 +1,6 @@
 // Shows messages to the user: refusals in the notice bar, results and hints in the status line.
 import { Refusal } from "./api.js";
+import { reasonOf } from "./dialogs.js";
 import { byId } from "./dom.js";
 
 export class Notice {
@@ -11,7 +12,13 @@ export class Notice {
 
     // Puts the text into the status line; an empty text clears it.
     say(text) {
+        this.done(text, false);
+    }
+
+    // Says what was done. canUndo: whether the line offers to undo it.
+    done(text, canUndo) {
         byId("status").textContent = text;
+        byId("undo").hidden = !canUndo;
     }
 
     // Shows in the status line how much of a long answer has come; null clears it. Screen readers do not announce it.
@@ -30,7 +37,7 @@ export class Notice {
         }
         this.#signIn.showConsole();
         byId("again").hidden = error.reason !== "away";
-        byId("reason").textContent = error.message;
+        byId("reason").replaceChildren(...reasonOf(error));
         this.say(""); // it may still report the success of an earlier change
         byId("notice").hidden = false;
     }

@@ -3,30 +3,39 @@
 // has no revision and no mtime, as only the server knows them.
 import { GROUP } from "./fleet.js";
 
-// Returns the records with the members in the record of the node. A parent_id among the members also moves the node.
-export function withMembers(records, { type, id }, members) {
-    let moved = null;
-    const rest = replaced(records, type, id, (record) => {
+// Returns the records with the members of several nodes. changes: array of {node, members}. A parent_id among the
+// members also moves the node.
+export function withMembers(records, changes) {
+    const membersOf = lookUp(changes);
+    const moved = [];
+    const rest = replaced(records, (record) => {
+        const members = membersOf(record);
+        if (members === undefined) {
+            return null;
+        }
         const changed = unconfirmed({ ...record, ...members });
-        moved = members.parent_id === undefined ? null : changed;
-        return moved === null ? [changed] : [];
+        const stays = members.parent_id === undefined;
+        moved.push(...(stays ? [] : [changed]));
+        return stays ? [changed] : [];
     });
-    return moved === null ? rest : withRecord(rest, moved);
+    return withRecords(rest, moved);
 }
 
 // Returns the records with a new group.
 export function withGroup(records, id, name, parentId) {
     const members = { node_type: GROUP, node_id: id, parent_type: GROUP, parent_id: parentId, name, desc: "" };
-    return withRecord(records, withChildren(unconfirmed({ ...members, linked_gpo: null }), []));
+    return withRecords(records, [withChildren(unconfirmed({ ...members, linked_gpo: null }), [])]);
 }
 
-// Returns the records without the group and the groups below it. Servers and policies below it move to the top level,
-// where an account that sees only a part of the fleet does not see them.
-export function withoutGroup(records, id, isPartial) {
-    let orphans = [];
-    const rest = replaced(records, GROUP, id, (group) => {
-        orphans = isPartial ? [] : leavesOf(group);
-        return [];
+// Returns the records without the groups and the groups below them. Servers and policies below them move to the top
+// level, where an account that sees only a part of the fleet does not see them.
+export function withoutGroups(records, ids, isPartial) {
+    const deleted = new Set(ids);
+    const orphans = [];
+    const rest = replaced(records, (record) => {
+        const isDeleted = record.node_type === GROUP && deleted.has(record.node_id);
+        orphans.push(...(isDeleted && !isPartial ? leavesOf(record) : []));
+        return isDeleted ? [] : null;
     });
     return sorted([...rest, ...orphans.map((record) => unconfirmed({ ...record, parent_id: 0 }))]);
 }
@@ -35,25 +44,40 @@ function unconfirmed(record) {
     return { ...record, revision: undefined, mtime: undefined };
 }
 
-function withRecord(records, record) {
-    const isSame = (other) => other.node_type === record.node_type && other.node_id === record.node_id;
-    const added = (siblings) => (siblings.some(isSame) ? siblings : sorted([...siblings, record]));
-    return record.parent_id === 0 ? added(records) :
-        replaced(records, GROUP, record.parent_id, (parent) => [withChildren(parent, added(parent.children ?? []))]);
+// Returns a function that returns the members that change in a record, or undefined.
+function lookUp(changes) {
+    const byType = new Map(changes.map(({ node }) => [node.type, new Map()]));
+    changes.forEach(({ node, members }) => byType.get(node.type).set(node.id, members));
+    return (record) => byType.get(record.node_type)?.get(record.node_id);
 }
 
-// Returns the records with the one of this type and identifier replaced by those that replace returns for it.
-function replaced(records, type, id, replace) {
-    for (const [i, record] of records.entries()) {
-        if (record.node_type === type && record.node_id === id) {
-            return records.toSpliced(i, 1, ...replace(record));
-        }
-        const children = record.children && replaced(record.children, type, id, replace);
-        if (children !== record.children) {
-            return records.with(i, withChildren(record, children));
-        }
-    }
-    return records;
+// Returns the records with further ones, each below its parent unless it is there already.
+function withRecords(records, added) {
+    const isIn = (siblings, { node_type: type, node_id: id }) =>
+        siblings.some((other) => other.node_type === type && other.node_id === id);
+    const joined = (siblings, parentId) => {
+        const missing = added.filter((record) => record.parent_id === parentId && !isIn(siblings, record));
+        return missing.length === 0 ? siblings : sorted([...siblings, ...missing]);
+    };
+    const parents = new Set(added.map((record) => record.parent_id));
+    const isParent = (record) => record.node_type === GROUP && parents.has(record.node_id);
+    const below = parents.size === 0 ? records : replaced(records, (record) =>
+        (isParent(record) ? [withChildren(record, joined(record.children ?? [], record.node_id))] : null));
+    return joined(below, 0);
+}
+
+// Returns the records with each one replaced by those that replace returns for it; null keeps it. The children of a
+// record are replaced before it.
+function replaced(records, replace) {
+    let isSame = true;
+    const result = records.flatMap((record) => {
+        const children = record.children && replaced(record.children, replace);
+        const current = children === record.children ? record : withChildren(record, children);
+        const others = replace(current);
+        isSame &&= others === null && current === record;
+        return others ?? [current];
+    });
+    return isSame ? records : result;
 }
 
 function withChildren(record, children) {
@@ -67,5 +91,5 @@ function leavesOf(group) {
 
 // In the order of a tree answer.
 function sorted(records) {
-    return records.sort((a, b) => a.node_type - b.node_type || a.node_id - b.node_id);
+    return records.toSorted((a, b) => a.node_type - b.node_type || a.node_id - b.node_id);
 }

@@ -1,23 +1,8 @@
 // Fills the rows of the tree, and sets the ARIA roles and states from which screen readers recognise a treegrid.
+import { CELLS } from "./columns.js";
 import { element, marked } from "./dom.js";
 import { GROUP, POLICY, SERVER } from "./fleet.js";
 import { rowIndex } from "./widget.js";
-
-const MAX_NAMES = 20; // of policies or delegates in a cell; the details show more
-
-// width: in the widget's unit. minTreeWidth: in rem; a narrower tree does not show the column.
-const COLUMNS = [
-    { id: "*", title: "Name", width: 6, minTreeWidth: 0 },
-    { id: "address", title: "Address", width: 4, minTreeWidth: 34 },
-    { id: "policies", title: "Policies", width: 5, minTreeWidth: 46 },
-    { id: "delegates", title: "Delegates", width: 2, minTreeWidth: 60 },
-];
-
-const CELLS = {
-    address: (node, searched) => marked(node.address, searched),
-    policies: policiesOf,
-    delegates: (node) => names(node.delegates),
-};
 
 // Options of the widget, which takes icons as markup.
 export const TYPES = {
@@ -28,24 +13,15 @@ export const TYPES = {
 
 export const ICONS = { expanderExpanded: expanderOf("open"), expanderCollapsed: expanderOf("closed") };
 
-// Returns the size of one rem in pixels.
-export function remOfPage() {
-    return parseFloat(getComputedStyle(document.documentElement).fontSize);
-}
-
-// Returns the columns that a tree of the width, in pixels, shows.
-export function columnsFor(width) {
-    const rem = remOfPage();
-    const shown = COLUMNS.filter(({ minTreeWidth }) => width >= minTreeWidth * rem);
-    return shown.map((column) => ({ ...column })); // copies, as the widget adds members to them
-}
-
 // Fills the cells of a row. nodeElem: the widget's element of the first cell. columns: the widget's other cells, by
 // identifier. searched: text of the filter, in lower case.
 export function fillRow(nodeElem, columns, node, searched) {
     const title = nodeElem.querySelector(".wb-title");
-    title.replaceChildren(...marked(node.name, searched));
-    title.title = node.name;
+    title.replaceChildren(element("span", { class: "name", title: node.path }, ...marked(node.name, searched)));
+    title.toggleAttribute("data-count", node.serversBelow > 0);
+    if (node.serversBelow > 0) {
+        title.dataset.count = node.serversBelow.toLocaleString("en");
+    }
     for (const { id, elem } of Object.values(columns)) {
         elem.replaceChildren(...CELLS[id](node, searched));
         elem.title = elem.textContent;
@@ -64,31 +40,34 @@ export function describeRow(rowElement, row, node, { isSelected, isCut }) {
         "aria-selected": isSelected,
         "aria-expanded": node.shownChildren > 0 ? row.expanded : null,
     });
+    rowElement.dataset.kind = node.kind;
     rowElement.toggleAttribute("data-leaf", node.shownChildren === 0);
     rowElement.toggleAttribute("data-cut", isCut);
     setCellRoles(rowElement.children, "gridcell");
 }
 
-// Sets the roles and states of the tree and its header, and marks the selected row. Call it after each change of the
-// rows in view. selected: the key of a row, or null.
-export function describeTree(tree, selected) {
+// Sets the roles and states of the tree and its header, and marks the selected rows. Call it after each change of the
+// rows in view. selected: the set of their keys. active: the key of the active row, or null.
+export function describeTree(tree, selected, active) {
     const header = tree.headerElement.firstElementChild;
     setAttributes(tree.headerElement, { role: "rowgroup" });
     setAttributes(header, { "role": "row", "aria-rowindex": 1 });
     setCellRoles(header.children, "columnheader");
     setAttributes(tree.listContainerElement, { role: "presentation" });
     setAttributes(tree.nodeListElement, { role: "rowgroup" });
-    let active = null;
+    const selectedIds = new Set([...selected].map(idOf));
+    const ids = new Set();
     for (const row of tree.nodeListElement.children) {
-        const isSelected = row.id === idOf(selected);
-        row.setAttribute("aria-selected", isSelected);
-        active = isSelected ? row.id : active;
+        row.setAttribute("aria-selected", selectedIds.has(row.id));
+        ids.add(row.id);
     }
+    const activeId = idOf(active);
     setAttributes(tree.element, {
         "role": "treegrid",
+        "aria-multiselectable": true,
         "aria-rowcount": tree.count(true) + 1,
         "aria-colcount": tree.columns.length,
-        "aria-activedescendant": active, // null while the selected row is out of view: it then has no element
+        "aria-activedescendant": ids.has(activeId) ? activeId : null, // a row out of view has no element
     });
 }
 
@@ -96,22 +75,9 @@ function idOf(key) {
     return `row-${key}`;
 }
 
-function policiesOf(node) {
-    if (node.type === POLICY) {
-        return node.record.linked ? [] : [element("span", { class: "quiet" }, "linked nowhere")];
-    }
-    const blocks = node.blocksInheritance ? [element("span", { class: "tag" }, "blocks inheritance")] : [];
-    return [...blocks, ...names(node.links)];
-}
-
-function names(named) {
-    const more = named.length > MAX_NAMES ? ` and ${named.length - MAX_NAMES} more` : "";
-    return named.length > 0 ? [named.slice(0, MAX_NAMES).map(({ name }) => name).join(", ") + more] : [];
-}
-
 function iconOf(symbol, label) {
     const use = `<use href="#icon-${symbol}"/>`;
-    return `<i class="wb-icon"><svg class="icon" role="img" aria-label="${label}">${use}</svg></i>`;
+    return `<i class="wb-icon"><svg class="icon kind" role="img" aria-label="${label}">${use}</svg></i>`;
 }
 
 function expanderOf(symbol) {

@@ -1,18 +1,21 @@
 // Signs the user in with a token from the page's address, from this tab's session or from the sign-in form.
 import { byId } from "./dom.js";
-import { forgetToken, keepToken, takeToken } from "./session.js";
+import { forgetToken, hasToken, keepToken, takeToken } from "./session.js";
 
 export class SignIn {
     #open;
+    #close;
 
-    // open(token): called with each token that is to be tried; the server has not checked it yet.
-    constructor(open) {
+    // open(token): called with each token that is to be tried; the server has not checked it yet. close(): called when
+    // the form takes the place of the console.
+    constructor(open, close) {
         this.#open = open;
+        this.#close = close;
         byId("sign-in").addEventListener("submit", (event) => {
             event.preventDefault();
             this.#signIn(byId("token").value.trim());
         });
-        addEventListener("hashchange", () => this.start());
+        addEventListener("hashchange", () => hasToken() && this.start()); // other fragments name a node
     }
 
     // Signs in with the token of the address or of the session; shows the form when there is none.
@@ -28,9 +31,7 @@ export class SignIn {
     // Forgets the token and shows the form. reason: why a token is needed again; empty at the first sign-in.
     showForm(reason) {
         forgetToken();
-        for (const dialog of document.querySelectorAll("dialog")) {
-            dialog.remove();
-        }
+        this.#close();
         byId("console").hidden = true;
         byId("sign-in").hidden = false;
         byId("sign-in-reason").textContent = reason;

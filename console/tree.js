@@ -1,53 +1,59 @@
 // Shows the fleet as a tree: keeps its open groups and the selected row, and handles keys and dragging.
-import { columnsFor, describeRow, describeTree, fillRow, ICONS, remOfPage, TYPES } from "./rows.js";
+import { columnsFor, keepWidths, remOfPage } from "./columns.js";
+import { OpenGroups } from "./open_groups.js";
+import { searchedIn } from "./query.js";
+import { renameInPlace } from "./rename_in_place.js";
+import { describeRow, describeTree, fillRow, ICONS, TYPES } from "./rows.js";
+import { Selection } from "./selection.js";
 import { rowIndex, setActiveRow } from "./widget.js";
 import { Wunderbaum } from "./wunderbaum.esm.min.js";
 
 const FIRST_ROWS = 300; // of a large fleet, drawn first; drawing all takes some tenths of a second
+const ROW_REM = 2.143; // as --row of the style
 
 const KEYS = {
-    "F2": "rename",
+    "F2": "edit",
+    "Enter": "open",
     "Delete": "delete",
     "Control+x": "cut",
-    "Meta+x": "cut",
     "Control+v": "paste",
-    "Meta+v": "paste",
+    "Control+c": "copy",
     "Escape": "cancel",
+    "Shift+P": "policies",
+    "Shift+D": "delegates",
+    "Shift+M": "move",
+    "Shift+N": "create",
 };
 
-const END_KEYS = { Home: "first", End: "last" };
+const MOVES = { Home: "first", End: "last", ArrowUp: "up", ArrowDown: "down", PageUp: "pageUp", PageDown: "pageDown" };
 
 export class FleetTree {
     #tree;
     #element;
     #fleet = null;
     #listener;
-    #closed;
-    #selected;
-    #cut = null;
-    #searched = "";
-    #dragged = null;
+    #groups = new OpenGroups();
+    #selection = new Selection();
+    #active = null; // the key of the row that has the focus
+    #cut = new Set();
+    #text = "";
+    #dragged = [];
 
-    // listener: select() when a row is selected; command(name, node or null) for a key; drag(node) when a drag begins,
-    // drag(null) when it ends; move(node, parent) when the node is dropped. state: a value of the property state.
-    constructor(element, listener, state) {
+    // listener: select() when the selection changes; command(name) for a key; press() when a row is
+    // clicked; drag(nodes) when a drag begins, drag([]) when it ends; move(nodes, parent) when they are dropped.
+    constructor(element, listener) {
         this.#element = element;
         this.#listener = listener;
-        this.#closed = new Set(state.closed);
-        this.#selected = state.selected;
         this.#tree = this.#makeWidget();
-        new ResizeObserver(() => this.#fitColumns()).observe(element);
+        new ResizeObserver(() => this.fitColumns()).observe(element);
         element.addEventListener("drop", (event) => this.#dropBeside(event));
+        element.addEventListener("focus", () => this.#pointToFirst());
+        element.addEventListener("pointerup", () => requestAnimationFrame(() => keepWidths(this.#tree.columns)));
     }
 
-    // The key of the selected row, or null.
+    // The set of the keys of the selected rows.
     get selected() {
-        return this.#selected;
-    }
-
-    // The keys of the closed groups (an array) and of the selected row (or null).
-    get state() {
-        return { closed: [...this.#closed], selected: this.#selected };
+        return this.#selection.keys;
     }
 
     // Shows the fleet, which is filtered by the text, in place of the one before. Keeps the open groups, the selection
@@ -55,7 +61,9 @@ export class FleetTree {
     show(fleet, text) {
         const position = this.#scrollPosition();
         this.#fleet = fleet;
-        this.#searched = text.trim().toLowerCase();
+        this.#text = text;
+        this.#groups.fit(fleet);
+        this.#selection.set([...this.#selection.keys].filter((key) => fleet.find(key) !== null));
         const drawAll = () => {
             this.#draw(Infinity);
             this.#restoreScroll(position);
@@ -71,30 +79,60 @@ export class FleetTree {
     // Shows the rows that the fleet's filter left, with all groups open. An empty text shows all rows again, open or
     // closed as before.
     showFiltered(text) {
-        this.#searched = text.trim().toLowerCase();
+        this.#text = text;
         this.#updateRowStates();
         this.#tree.update("structure", { immediate: true });
         this.#element.toggleAttribute("data-filtered", this.#isFiltered);
-        if (!this.#isFiltered && this.#selected !== null) {
-            this.reveal(this.#selected);
+        if (!this.#isFiltered && this.#active !== null) {
+            this.#tree.findKey(this.#active)?.makeVisible();
         }
     }
 
-    // Selects the row, opens the groups above it and scrolls to it.
+    // Selects the row and no other, opens the groups above it and scrolls to it.
     reveal(key) {
-        this.#tree.findKey(key)?.setActive(true);
+        const row = this.#tree.findKey(key);
+        row?.makeVisible();
+        this.#point(row);
+        this.#select((selection) => selection.only(key));
+    }
+
+    // Selects the rows of the keys.
+    select(keys) {
+        this.#select((selection) => selection.set(keys));
+    }
+
+    // Selects what the filter shows: its hits, or without a filter all rows that are not in closed groups.
+    selectAll() {
+        const isHit = (key) => !this.#isFiltered || this.#fleet.find(key).isHit;
+        this.select(this.#visibleKeys().filter(isHit));
     }
 
     setAllOpen(isOpen) {
-        this.#closed = new Set(isOpen ? [] : this.#fleet.groups.map((node) => node.key));
+        this.#fleet.groups.forEach((node) => this.#groups.note(node.key, isOpen));
         this.#updateRowStates();
         this.#tree.update("structure", { immediate: true });
     }
 
-    // Marks the row of a node that is cut; null removes the mark.
-    markCut(node) {
-        this.#cut = node?.key ?? null;
+    // Marks the rows of nodes that are cut, in place of those marked before.
+    markCut(nodes) {
+        this.#cut = new Set(nodes.map(({ key }) => key));
         this.#tree.update("structure", { immediate: true });
+    }
+
+    // Lets the user edit the name in the row. done(name): see renameInPlace. Returns false when the row is not in view.
+    edit(node, done) {
+        const row = this.#tree.findKey(node.key);
+        row?.scrollIntoView();
+        this.#tree.updatePendingModifications();
+        const title = row?.getColElem(0)?.querySelector(".wb-title");
+        if (!title) {
+            return false;
+        }
+        renameInPlace(title, node.name, (name) => {
+            this.focus();
+            done(name);
+        });
+        return true;
     }
 
     focus() {
@@ -110,8 +148,18 @@ export class FleetTree {
         this.focus();
     }
 
+    // Shows the columns that fit and that the user has chosen.
+    fitColumns() {
+        const columns = columnsFor(this.#element.clientWidth);
+        const ids = (some) => some.map(({ id }) => id).join();
+        if (ids(columns) !== ids(this.#tree.columns)) {
+            this.#tree.columns = columns;
+            this.#tree.update("colStructure", { immediate: true });
+        }
+    }
+
     get #isFiltered() {
-        return this.#searched !== "";
+        return this.#text.trim() !== "";
     }
 
     #makeWidget() {
@@ -123,16 +171,18 @@ export class FleetTree {
             columns: columnsFor(this.#element.clientWidth),
             types: TYPES,
             iconMap: ICONS,
-            rowHeightPx: Math.round(1.625 * remOfPage()),
+            columnsResizable: true,
+            rowHeightPx: Math.round(ROW_REM * remOfPage()),
             navigationModeOption: "row",
             scrollIntoViewOnExpandClick: false,
             edit: { trigger: [] },
             dnd: this.#dragOptions(),
             render: (event) => this.#renderRow(event),
-            update: ({ tree }) => describeTree(tree, this.#selected),
+            update: ({ tree }) => describeTree(tree, this.#selection.keys, this.#active),
+            click: (event) => this.#click(event),
             activate: ({ node }) => this.#activate(node),
             expand: ({ node, flag }) => this.#noteOpen(node, flag),
-            beforeSelect: () => false, // no multiple selection: the active row is the selected one
+            beforeSelect: () => false, // the page has a selection of its own
             keydown: (event) => this.#keydown(event),
         });
     }
@@ -150,31 +200,34 @@ export class FleetTree {
         };
     }
 
+    // Drags the selected rows when the row is one of them, else only this one.
     #startDrag(node) {
-        if (node.isGroup) {
-            this.#dragged = node;
-            this.#element.toggleAttribute("data-dragging", true);
-            this.#listener.drag(node);
+        const nodes = this.#selection.keys.has(node.key) ? this.#fleet.sortedNodes(this.#selection.keys) : [node];
+        if (nodes.some(({ isPolicy }) => isPolicy)) {
+            return false;
         }
-        return node.isGroup;
+        this.#dragged = nodes;
+        this.#element.toggleAttribute("data-dragging", true);
+        this.#listener.drag(nodes);
+        return true;
     }
 
     #endDrag() {
-        this.#dragged = null;
+        this.#dragged = [];
         this.#element.toggleAttribute("data-dragging", false);
-        this.#listener.drag(null);
+        this.#listener.drag([]);
     }
 
     #canDrop(parent) {
-        return this.#dragged !== null && this.#fleet.canMove(this.#dragged, parent);
+        return this.#dragged.length > 0 && this.#fleet.canMoveAll(this.#dragged, parent);
     }
 
     #drop(parent) {
-        const node = this.#dragged;
+        const nodes = this.#dragged;
         const canDrop = this.#canDrop(parent);
         this.#endDrag(); // no dragEnd event comes when the row was scrolled out of view
         if (canDrop) {
-            this.#listener.move(node, parent);
+            this.#listener.move(nodes, parent);
         }
     }
 
@@ -187,38 +240,113 @@ export class FleetTree {
 
     #activate(row) {
         row.setFocus(); // the arrow keys start from the focused row
-        this.#selected = row.key;
-        describeTree(this.#tree, this.#selected);
+        this.#active = row.key;
+        this.#select((selection) => selection.only(row.key));
+    }
+
+    // Makes the row the active one without selecting it. row: null for none.
+    #point(row) {
+        const before = this.#tree.getActiveNode();
+        setActiveRow(this.#tree, row);
+        this.#active = row?.key ?? null;
+        before?.update("status");
+        row?.update("status");
+        row?.scrollIntoView();
+    }
+
+    // The tree itself shows no focus, so that one row has it.
+    #pointToFirst() {
+        const isGone = this.#tree.getActiveNode() === null;
+        if (isGone && this.#fleet !== null && this.#fleet.root.shownChildren > 0) {
+            this.#point(this.#tree.getFirstChild());
+        }
+    }
+
+    // change(selection): changes the Selection.
+    #select(change) {
+        change(this.#selection);
+        describeTree(this.#tree, this.#selection.keys, this.#active);
         this.#listener.select();
+    }
+
+    // Clicks on a row; the widget opens and closes groups.
+    #click({ event, node: row, info }) {
+        if (event.target.closest("input") !== null) {
+            return false;
+        }
+        if (row === null || info.region === "expander") {
+            return true;
+        }
+        this.#point(row);
+        if (event.shiftKey) {
+            this.#extend();
+        } else if (event.ctrlKey || event.metaKey) {
+            this.#select((selection) => selection.toggle(row.key));
+        } else {
+            this.#select((selection) => selection.only(row.key));
+            this.#listener.press();
+        }
+        return false;
+    }
+
+    // Selects the rows from the anchor to the active one.
+    #extend() {
+        this.#select((selection) => selection.extend(this.#visibleKeys(), this.#active));
+    }
+
+    #visibleKeys() {
+        const keys = [];
+        this.#tree.visitRows((row) => { keys.push(row.key); });
+        return keys;
     }
 
     #noteOpen(row, isOpen) {
         if (this.#isFiltered) {
             return; // the rows get back their state when the filter is removed
         }
-        if (isOpen) {
-            this.#closed.delete(row.key);
-        } else {
-            this.#closed.add(row.key);
-        }
+        this.#groups.note(row.key, isOpen);
     }
 
-    #keydown({ event, eventName, node }) {
-        const command = KEYS[eventName];
-        if (command !== undefined) {
+    #keydown({ event, eventName, node: row }) {
+        const name = eventName.replace("Meta+", "Control+");
+        if (KEYS[name] !== undefined) {
             event.preventDefault();
-            this.#listener.command(command, node ? nodeOf(node) : null);
+            this.#listener.command(KEYS[name]);
             return false;
         }
         if (this.#fleet === null || this.#fleet.root.shownChildren === 0) {
             return false; // the widget throws on keys when it has no rows
         }
-        if (END_KEYS[eventName] !== undefined) { // the widget handles them only with Ctrl
+        const own = this.#ownKey(name, row ?? this.#tree.getFirstChild());
+        if (own !== null) {
             event.preventDefault();
-            (node ?? this.#tree.getFirstChild()).navigate(END_KEYS[eventName]);
-            return false;
+            own();
         }
-        return true;
+        return own === null;
+    }
+
+    // Returns what a key does that the widget does not handle, or null.
+    #ownKey(name, row) {
+        const [, modifier, key] = /^(Shift\+|Control\+)?(.+)$/.exec(name);
+        if (name === "Control+a") {
+            return () => this.selectAll();
+        }
+        if (name === " " || name === "Control+ ") {
+            return () => this.#select((selection) => selection.toggle(row.key));
+        }
+        if (modifier === undefined) { // the widget handles these two only with Ctrl
+            return key === "Home" || key === "End" ? () => row.navigate(MOVES[key]) : null;
+        }
+        return MOVES[key] === undefined ? null : () => this.#goTo(row.findRelatedNode(MOVES[key]), modifier === "Shift+");
+    }
+
+    #goTo(row, isExtending) {
+        if (row) {
+            this.#point(row);
+            if (isExtending) {
+                this.#extend();
+            }
+        }
     }
 
     // Makes the rows those of the fleet's nodes with an index below end.
@@ -228,7 +356,7 @@ export class FleetTree {
         removeChanged(this.#tree.root, this.#fleet.root, end);
         addMissing(this.#tree.root, this.#fleet.root, end); // after that, as a key may occur only once in the widget
         this.#updateRowStates();
-        setActiveRow(this.#tree, this.#tree.findKey(this.#selected ?? ""));
+        setActiveRow(this.#tree, this.#tree.findKey(this.#active ?? ""));
         this.#tree.enableUpdate(true);
     }
 
@@ -239,24 +367,16 @@ export class FleetTree {
             row.match = node.isHit ? 1 : 0;
             row.subMatchCount = node.shownChildren;
             row.expanded = node.shownChildren > 0 &&
-                (this.#isFiltered || (node.record.expanded === true && !this.#closed.has(row.key)));
+                (this.#isFiltered || this.#groups.has(node));
         });
         this.#tree.filterMode = this.#isFiltered ? "hide" : null;
     }
 
     #renderRow({ node: row, nodeElem, renderColInfosById }) {
         const node = nodeOf(row);
-        fillRow(nodeElem, renderColInfosById, node, this.#searched);
+        fillRow(nodeElem, renderColInfosById, node, searchedIn(this.#text));
         describeRow(nodeElem.closest(".wb-row"), row, node,
-            { isSelected: row.key === this.#selected, isCut: row.key === this.#cut });
-    }
-
-    #fitColumns() {
-        const columns = columnsFor(this.#element.clientWidth);
-        if (columns.length !== this.#tree.columns.length) {
-            this.#tree.columns = columns;
-            this.#tree.update("colStructure", { immediate: true });
-        }
+            { isSelected: this.#selection.keys.has(row.key), isCut: this.#cut.has(row.key) });
     }
 
     // Returns the key of the topmost row in view and the pixels that the tree is scrolled past it; null without rows.
@@ -268,7 +388,7 @@ export class FleetTree {
 
     // Scrolls to a position that #scrollPosition returned; null scrolls to the selected row.
     #restoreScroll(position) {
-        const row = this.#tree.findKey(position?.key ?? this.#selected ?? "");
+        const row = this.#tree.findKey(position?.key ?? this.#active ?? "");
         if (!row?.isVisible()) {
             return;
         }

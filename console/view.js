@@ -1,13 +1,20 @@
-// Shows the fleet: the tree and its filter, the details of the selected node and the counts below.
-import { Details, inWords } from "./details.js";
-import { byId, plural } from "./dom.js";
+// Shows the fleet: the tree and its filter, the details of the selected nodes and the counts below.
+import { Details } from "./details.js";
+import { byId, element, icon, plural } from "./dom.js";
+import { download } from "./download.js";
 import { Fleet } from "./fleet.js";
-import { keepTreeState, keptTreeState } from "./session.js";
+import { Layout } from "./layout.js";
+import { keyInAddress, Links } from "./links.js";
+import { Path } from "./path.js";
+import { Proposals } from "./proposals.js";
 import { FleetTree } from "./tree.js";
+import { inWords, nameOf } from "./words.js";
 
-const NO_GROUPS = "This fleet has no groups yet. Create the first one with “New group”.";
-const NO_RIGHTS = "No group is delegated to this account, so that there is nothing to show. Ask an administrator to " +
-    "make it a delegate of a group, or sign in with another token.";
+const NO_GROUPS = ["No groups yet", "Create the first one with “New group” above, then " +
+    "move servers into it and link policies to it."];
+const NO_RIGHTS = ["Nothing to show", "No group is delegated to this account. Ask an administrator to make it a " +
+    "delegate of a group, or sign in with another token."];
+const NO_HITS = ["No hits", "Nothing in this fleet matches the filter."];
 
 const TO_TOP = ", or on the header for the top level";
 
@@ -16,40 +23,53 @@ export class FleetView {
     #listener;
     #tree;
     #details;
+    #path;
+    #links;
+    #proposals;
+    #layout = new Layout();
     #fleet = new Fleet([]);
+    #kept = new Set(); // keys of nodes that the filter shows whether they match or not
+    #isFirst = true;
 
-    // listener: command(name, node or null) for a key in the tree or a button of the details; move(node, parent) for a
-    // node that was dragged; mayManageAll() returns a promise of whether the account manages the top level.
+    // listener: command(name, key) for a key in the tree or a button of the details, key being that of another node or
+    // undefined; move(nodes, parent) for nodes that were dragged; copy(text); mayManageAll() returns a promise of whether
+    // the account manages the top level.
     constructor(notice, listener) {
         this.#notice = notice;
         this.#listener = listener;
+        const goTo = (key) => this.reveal(key);
         this.#tree = new FleetTree(byId("tree"), {
-            select: () => this.#showSelected(),
-            command: listener.command,
+            select: () => this.showSelected(),
+            command: (name) => listener.command(name),
+            press: () => this.#layout.showSheet(true),
             move: listener.move,
-            drag: (node) => this.#explainDrag(node),
-        }, keptTreeState());
-        this.#details = new Details(byId("details"), {
-            goTo: (key) => this.reveal(key),
-            change: (name) => listener.command(name, this.selected),
+            drag: (nodes) => this.#explainDrag(nodes),
         });
-        byId("filter").addEventListener("input", ({ target }) =>
-            this.#filter(() => this.#tree.showFiltered(target.value)));
+        this.#details = new Details(byId("details"), { goTo, change: listener.command, copy: listener.copy });
+        this.#path = new Path({ goTo });
+        this.#links = new Links(goTo);
+        this.#proposals = new Proposals(() => this.#fleet);
+        byId("filter").addEventListener("input", () => this.#applyFilter());
         byId("filter").addEventListener("keydown", (event) => this.#leaveFilter(event));
-        addEventListener("pagehide", () => keepTreeState(this.#tree.state));
+        byId("skeleton").append(...Array.from({ length: 24 }, () => element("i")));
     }
 
-    // The selected node, or null.
-    get selected() {
-        return this.#fleet.find(this.#tree.selected ?? "");
+    // The selected nodes in the order of the rows.
+    get selection() {
+        return this.#fleet.sortedNodes(this.#tree.selected);
     }
 
     // Shows the fleet in place of the one before.
     show(fleet) {
         this.#fleet = fleet;
+        byId("skeleton").hidden = true;
         byId("counts").textContent = inWords(fleet.counts(fleet.root));
         this.#filter(() => this.#tree.show(fleet, byId("filter").value));
-        this.#showSelected();
+        if (this.#isFirst && fleet.nodes.length > 0) {
+            this.#isFirst = false;
+            requestAnimationFrame(() => setTimeout(() => this.#showLinked()));
+        }
+        this.showSelected();
         this.#explainEmpty();
     }
 
@@ -59,7 +79,7 @@ export class FleetView {
             await work();
         } catch (error) {
             this.#notice.report(error);
-            this.#showSelected(); // resets the checkbox that the user changed
+            this.showSelected(); // resets the checkbox that the user changed
         }
     }
 
@@ -72,18 +92,60 @@ export class FleetView {
         this.#tree.focus();
     }
 
+    select(nodes) {
+        this.#tree.select(nodes.map(({ key }) => key));
+    }
+
+    // Lets the filter show the nodes until its text changes, whether they match or not.
+    keep(nodes) {
+        nodes.forEach(({ key }) => this.#kept.add(key));
+    }
+
+    // Lets the user edit the name of the node in its row; see FleetTree.
+    edit(node, done) {
+        return this.#tree.edit(node, done);
+    }
+
     clearFilter() {
         byId("filter").value = "";
-        this.#filter(() => this.#tree.showFiltered(""));
+        this.#applyFilter();
+        this.#proposals.hide();
+    }
+
+    search() {
+        byId("filter").focus();
+        byId("filter").select();
+    }
+
+    // Brings the details to the user: over the tree in a narrow window.
+    openDetails() {
+        this.#layout.showSheet(true);
+        byId("details").focus();
+    }
+
+    // Leaves the details for the tree.
+    back() {
+        this.#layout.showSheet(false);
+        this.#tree.focus();
     }
 
     setAllOpen(isOpen) {
         this.#tree.setAllOpen(isOpen);
     }
 
-    // Marks the row of a node that is cut; null removes the mark.
-    markCut(node) {
-        this.#tree.markCut(node);
+    fitColumns() {
+        this.#tree.fitColumns();
+    }
+
+    // Saves the rows that the filter shows; format: see download.js.
+    download(format) {
+        const isFiltered = byId("filter").value.trim() !== "";
+        download(this.#fleet.nodes.filter((node) => (isFiltered ? node.isHit : true)), format);
+    }
+
+    // Marks the rows of nodes that are cut; an empty array removes the marks.
+    markCut(nodes) {
+        this.#tree.markCut(nodes);
     }
 
     focus() {
@@ -97,46 +159,75 @@ export class FleetView {
         }
     }
 
-    #showSelected() {
-        const node = this.selected;
-        this.#details.show(this.#fleet, node);
-        for (const name of ["rename", "move", "delete"]) {
-            byId(name).disabled = node === null || !node.isGroup;
+    // Shows the selected nodes in the details, the path and the toolbar.
+    showSelected() {
+        const nodes = this.selection;
+        const only = nodes.length === 1 ? nodes[0] : null;
+        this.#details.show(this.#fleet, nodes);
+        this.#path.show(only);
+        if (!this.#isFirst) {
+            this.#links.note(only);
         }
-        byId("create").disabled = this.#fleet.parentsFor(node).length === 0;
+        byId("rename").disabled = only === null || !only.isGroup;
+        byId("move").disabled = !nodes.some((node) => !node.isPolicy);
+        byId("delete").disabled = !nodes.some((node) => node.isGroup);
+        byId("create").disabled = this.#fleet.parentsFor(nodes[0] ?? null).length === 0;
+    }
+
+    // Selects the node that the address names.
+    #showLinked() {
+        const key = keyInAddress();
+        if (key !== null && this.#tree.selected.size === 0 && this.#fleet.find(key) !== null) {
+            this.reveal(key);
+        }
     }
 
     async #explainEmpty() {
-        const isEmpty = this.#fleet.nodes.length === 0;
-        byId("empty").hidden = !isEmpty;
-        byId("tree").hidden = isEmpty;
-        if (isEmpty) {
-            byId("empty").textContent = "";
-            await this.attempt(async () => {
-                const mayCreate = await this.#listener.mayManageAll();
-                byId("create").disabled = !mayCreate;
-                byId("empty").textContent = mayCreate ? NO_GROUPS : NO_RIGHTS;
-            });
+        if (this.#fleet.nodes.length > 0) {
+            return;
         }
+        this.#sayEmpty(null);
+        await this.attempt(async () => {
+            const mayCreate = await this.#listener.mayManageAll();
+            byId("create").disabled = !mayCreate;
+            this.#sayEmpty(mayCreate ? NO_GROUPS : NO_RIGHTS);
+        });
     }
 
-    // Says in the status line where the dragged node can be dropped; clears the line when node is null.
-    #explainDrag(node) {
-        const text = node && `Drop ${node.name} on a group${this.#fleet.isPartial ? "" : TO_TOP}.`;
-        this.#notice.say(text ?? "");
+    // texts: a title and what to do; null shows nothing in place of the rows.
+    #sayEmpty(texts, ...more) {
+        const [title, advice] = texts ?? [];
+        const isFilled = this.#fleet.root.shownChildren > 0;
+        byId("empty").hidden = isFilled;
+        byId("tree").hidden = !isFilled;
+        byId("empty").replaceChildren(...(texts === null ? [] :
+            [icon("group"), element("h2", {}, title), element("p", {}, advice), ...more]));
+    }
+
+    // Says in the status line where dragged nodes can be dropped; clears the line when there are none.
+    #explainDrag(nodes) {
+        const top = this.#fleet.isPartial ? "" : TO_TOP;
+        this.#notice.say(nodes.length === 0 ? "" : `Drop ${nameOf(nodes)} on a group${top}.`);
+    }
+
+    #applyFilter() {
+        this.#kept.clear();
+        this.#filter(() => this.#tree.showFiltered(byId("filter").value));
     }
 
     // Filters the fleet by the text in the field, then calls display, which draws the tree.
     #filter(display) {
         const text = byId("filter").value;
-        const hits = this.#fleet.filter(text);
+        const hits = this.#fleet.filter(text, this.#kept);
         byId("hits").textContent = text.trim() === "" ? "" : plural(hits, "hit");
+        this.#sayEmpty(NO_HITS, element("button", { type: "button", id: "clear-filter" }, "Clear filter"));
         display();
     }
 
     #leaveFilter(event) {
         if (event.key === "ArrowDown" || event.key === "Enter") {
             event.preventDefault();
+            this.#proposals.hide();
             this.#tree.enter();
         } else if (event.key === "Escape") {
             event.preventDefault();

@@ -9,6 +9,8 @@ import { fileURLToPath } from "node:url";
 
 const ROOT = fileURLToPath(new URL("../..", import.meta.url));
 const TIMEOUT_MS = 20000;
+const NAMES = new Intl.Collator(undefined, { numeric: true });
+const inOrder = (a, b) => a.node_type - b.node_type || NAMES.compare(a.name, b.name);
 
 export class FleetServer {
     // build: the folder that contains zemhost.
@@ -18,6 +20,7 @@ export class FleetServer {
         this.store = ["--store", `sqlite:${this.folder}/zem.db`];
         this.tokens = {};
         this.address = "127.0.0.1:0";
+        this.options = []; // further ones of the server
     }
 
     run(...command) {
@@ -41,7 +44,7 @@ export class FleetServer {
     async start() {
         const log = openSync(path.join(this.folder, "log"), "a");
         this.process = spawn("setpriv", ["--pdeathsig", "KILL", this.program, "serve", "--listen", this.address,
-            ...this.store], { stdio: ["ignore", "pipe", log] });
+            ...this.store, ...this.options], { stdio: ["ignore", "pipe", log] });
         closeSync(log);
         const lines = createInterface({ input: this.process.stdout });
         const [line] = await once(lines, "line", { signal: AbortSignal.timeout(TIMEOUT_MS) });
@@ -75,7 +78,7 @@ export class FleetServer {
     // Returns the nodes that the account sees, with their levels, in the order of the rows.
     async nodes(account) {
         const flat = (nodes, level) =>
-            nodes.flatMap((node) => [{ ...node, level }, ...flat(node.children ?? [], level + 1)]);
+            nodes.toSorted(inOrder).flatMap((node) => [{ ...node, level }, ...flat(node.children ?? [], level + 1)]);
         return flat(await this.call(account, "Tree", "get", {}), 1);
     }
 

@@ -1,8 +1,12 @@
-// Tests what the page computes from a tree answer: effective policies, filter hits, counts, kept links, own changes.
+// Tests what the page computes from a tree answer: effective policies, what a change does to them, filter hits, counts,
+// order, selection, files and its own changes.
 import { test } from "node:test";
 import assert from "node:assert/strict";
-import { Fleet, GROUP, keptLinks, keyOf, POLICY, SERVER } from "../../console/fleet.js";
-import { withGroup, withMembers, withoutGroup } from "../../console/patch.js";
+import { csvOf } from "../../console/download.js";
+import { effectsOf, ifBlocked, ifDeleted, ifLinked, ifMoved, serversWith } from "../../console/effects.js";
+import { Fleet, GROUP, keyOf, POLICY, SERVER } from "../../console/fleet.js";
+import { withGroup, withMembers, withoutGroups } from "../../console/patch.js";
+import { Selection } from "../../console/selection.js";
 
 function node(type, id, name, members = {}, children = null) {
     return { node_type: type, node_id: id, parent_id: 0, name, expanded: children !== null, children, ...members };
@@ -46,6 +50,9 @@ const FILTERS = [
     ["192.0", 1, ["1 1/1 Site", "2 1/1 Closed", "3 1/1 Room", "4 1/1 host"]],
     ["r", 4, ["1 1/3 Site", "2 1/2 Closed", "3 1/1 Room", "2 2/2 door", "1 2/3 stray", "1 3/3 the same after 53 bits"]],
     ["p2", 0, []],
+    ["policy:p2 kind:server", 1, ["1 1/1 Site", "2 1/1 door"]],
+    ["policy:\"p5\" HOST", 1, ["1 1/1 Site", "2 1/1 Closed", "3 1/1 Room", "4 1/1 host"]],
+    ["delegate:7 door", 0, []],
 ];
 
 test("a filter leaves the hits and those above them, and counts them", () => {
@@ -68,25 +75,49 @@ test("counts, links and paths are computed from the whole answer", () => {
     assert.equal(FLEET.find(keyOf(SERVER, 1)).path, "Site / Closed / Room / host");
 });
 
-// Each row: links before, links wanted, links that are kept.
-const KEPT = [
-    [[1, 2, 3], [1, 2, 3], [1, 2, 3]],
-    [[1, 2, 3, 4], [1, 3, 2, 4], [1, 3]],
-    [[1, 2, 3], [3, 1, 2], [3]],
-    [[1, 2], [2, 5], [2]],
-    [[], [1], []],
+const at = (...keys) => FLEET.sortedNodes(keys.map((key) => keyOf(...key)));
+const [SITE, CLOSED, ROOM, DOOR] = at([GROUP, 1], [GROUP, 2], [GROUP, 3], [SERVER, 2]);
+
+// Each row: the nodes that change, the plan, and its effects as "servers -lost +gained".
+const EFFECTS = [
+    [[ROOM], ifMoved([ROOM], SITE), ["host -  + 1 2"]],
+    [[DOOR], ifMoved([DOOR], CLOSED), ["door - 1 + 3"]],
+    [[CLOSED], ifDeleted([CLOSED], FLEET.root), ["host - 3 4 + "]],
+    [[CLOSED], ifBlocked(CLOSED, false), ["host -  + 1 2"]],
+    [[SITE], ifLinked([SITE], () => [2, 9]), ["door - 1 + 9"]],
+    [[SITE], ifLinked([SITE], () => [2, 1]), []],
 ];
 
-test("links that are already in the wanted order are kept", () => {
-    for (const [before, wanted, kept] of KEPT) {
-        assert.deepEqual([...keptLinks(before, wanted)], kept);
+test("a plan says which servers lose and gain which policies", () => {
+    for (const [nodes, plan, expected] of EFFECTS) {
+        const lines = effectsOf(FLEET, nodes, plan).map(({ servers, lost, gained }) =>
+            `${servers.map(({ name }) => name)} - ${lost.sort().join(" ")} + ${gained.sort().join(" ")}`);
+        assert.deepEqual(lines.map((line) => line.replace(/ +/g, " ")), expected.map((line) => line.replace(/ +/g, " ")));
     }
+    assert.deepEqual(serversWith(FLEET, 3).map(({ name }) => name), ["host"]);
+    assert.deepEqual(FLEET.topmost([SITE, ROOM, DOOR]), [SITE]);
+    assert.equal(FLEET.canMoveAll([ROOM, DOOR], SITE), true);
+    assert.equal(FLEET.canMoveAll([CLOSED, DOOR], ROOM), false);
+});
+
+test("rows are sorted, selected as a range, and saved as text that no spreadsheet computes", () => {
+    const named = ["b10", "b9", "a"].map((name, i) => node(SERVER, i + 1, name, { address: `10.0.0.${2 + 9 * i}` }));
+    const order = (by) => new Fleet([...named, node(GROUP, 9, "z")], by).nodes.map(({ name }) => name).join();
+    assert.deepEqual([order("name"), order("address")], ["z,a,b9,b10", "z,b10,b9,a"]);
+    const selection = new Selection();
+    selection.only("c");
+    selection.extend(["a", "b", "c", "d"], "a");
+    selection.toggle("d");
+    assert.deepEqual([...selection.keys], ["a", "b", "c", "d"]);
+    const [, line] = csvOf(new Fleet([node(SERVER, 1, "=1+1,\"x\"", { address: "a" })]).nodes).split("\r\n");
+    assert.ok(line.startsWith("server,1,\"'=1+1,\"\"x\"\"\",\"'=1+1"), line);
 });
 
 const KNOWN = { revision: 1 };
 const B = node(GROUP, 3, "b", KNOWN, [node(SERVER, 1, "host", KNOWN)]);
 const TREE = [node(GROUP, 1, "a", KNOWN, [B, node(POLICY, 1, "p", KNOWN)]), node(GROUP, 4, "c", KNOWN)];
-const changeB = (members) => (records) => withMembers(records, { type: GROUP, id: 3 }, members);
+const changeB = (members) => (records) => withMembers(records, [{ node: { type: GROUP, id: 3 }, members }]);
+const moveToC = [[GROUP, 3], [POLICY, 1]].map(([type, id]) => ({ node: { type, id }, members: { parent_id: 4 } }));
 
 // Each row: a change and the nodes after it, with * for an unknown revision.
 const PATCHED = [
@@ -95,8 +126,9 @@ const PATCHED = [
     [(records) => changeB({ parent_id: 4 })(changeB({ parent_id: 4 })(records)), "a(p) c(b*(host))"],
     [(records) => withGroup(records, 5, "new", 3), "a(b(new* host) p) c"],
     [(records) => withGroup(records, 3, "b", 1), "a(b(host) p) c"],
-    [(records) => withoutGroup(records, 1, false), "c host* p*"],
-    [(records) => withoutGroup(records, 3, true), "a(p) c"],
+    [(records) => withMembers(records, moveToC), "a c(b*(host) p*)"],
+    [(records) => withoutGroups(records, [1, 4], false), "host* p*"],
+    [(records) => withoutGroups(records, [3], true), "a(p) c"],
 ];
 
 test("a change of the page's own is applied to a copy of the records", () => {

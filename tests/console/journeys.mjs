@@ -62,6 +62,7 @@ test("a link signs in and shows the tree that the server returns", OPTIONS, asyn
     await admin.details.getByRole("heading", { name: "Plants" }).waitFor();
     await admin.becomes(async () => (await admin.rows()).length, closed);
 
+    await admin.button("Account admin").click();
     await admin.button("Sign out").click();
     await admin.page.evaluate(() => { location.hash = "elsewhere"; });
     await admin.page.getByLabel("Token").fill("0".repeat(64));
@@ -70,7 +71,7 @@ test("a link signs in and shows the tree that the server returns", OPTIONS, asyn
     await admin.page.getByLabel("Token").fill(server.token("m.okafor"));
     await admin.page.keyboard.press("Enter");
     await admin.becomes(() => admin.rows(), rowTexts(await server.nodes("m.okafor")));
-    admin.assertNoFaults([/401/]);
+    admin.assertNoFaults([/401/, /401/]);
     delegate.assertNoFaults();
     assert.ok(!server.log().includes(server.token("admin")));
 });
@@ -139,15 +140,17 @@ test("policies are ordered, inherited and blocked, delegates set", OPTIONS, asyn
         assert.deepEqual(node.linked_gpo.order.map(({ gpo_id }) => gpo_id), expected);
     }
     const effective = async () => {
-        const items = await window.details.getByRole("list").nth(1).getByRole("listitem").allInnerTexts();
-        return items.map((text) => text.replace(/\s+/g, " ").trim());
+        const items = await window.details.getByRole("list").first().getByRole("listitem").allInnerTexts();
+        return items.map((text) => text.split("\n").slice(0, 2).join(" ").replace(/\s+/g, " ").trim());
     };
-    const own = ["Firewall: internal from this server, Web", "Early updates from this server",
+    const own = ["Firewall: internal own and from Web", "Early updates own",
         "Firewall: public services from Web", "Nightly backup from Web"];
     const above = ["Base security from Headquarters", "Time and names from Headquarters"];
     await window.becomes(effective, [...own, ...above]);
     await window.choose("Web");
-    await window.details.getByRole("checkbox", { name: "Block inheritance" }).check();
+    await window.details.getByRole("checkbox", { name: "Block inheritance" }).click();
+    await window.dialog.getByText("6 servers lose Base security, Time and names").waitFor();
+    await window.button("Block", window.dialog).click();
     await window.becomes(async () => Boolean((await server.group("Web")).block_inheritance), true);
     await window.choose("hq-web2.brackwater.example");
     await window.becomes(effective, own);
@@ -168,12 +171,13 @@ test("a refused change shows the reason and leaves the tree as it is", OPTIONS, 
     const nodes = await server.nodes("admin");
     const release = await window.hold("set");
     await window.drag("Web", "Plants");
-    await window.becomes(async () => (await window.rows()).join().includes("1 Plants,2 Web,"), true);
+    await window.dialog.getByText("6 servers gain Firewall: internal").waitFor();
+    await window.button("Move", window.dialog).click();
+    await window.becomes(async () => (await window.rows()).join().includes("2 Plant South,3 South laboratory,"), true);
     release();
     await window.alert.getByText("of that name").waitFor();
     await window.becomes(() => window.rows(), rowTexts(nodes));
-    await window.button("Dismiss").click();
-    await window.alert.waitFor({ state: "hidden" });
+    await window.button("Cancel", window.dialog).click();
 
     await window.choose("Retired");
     await window.submit("Rename", "Name", "Plants");
@@ -209,7 +213,7 @@ test("an account without rights and an empty fleet show what to do", OPTIONS, as
     server.fill(fleet);
     await server.start();
     const admin = await open("admin");
-    await admin.page.getByRole("status").getByText("no groups yet").waitFor();
+    await admin.page.getByRole("status").getByText("Create the first one").waitFor();
     await admin.button("New group").click();
     await admin.dialog.getByLabel("Name").fill("First");
     await admin.page.keyboard.press("Enter");
@@ -248,10 +252,12 @@ test("everything works by keyboard", OPTIONS, async () => {
     await window.row("North line control room").waitFor();
     await window.becomes(active, "North line control room");
     await keys("Control+x", "End");
-    await window.becomes(active, "Firewall: internal");
+    await window.becomes(active, "Time and names");
     await keys("Home");
     await window.becomes(active, "Headquarters");
     await keys("Control+v");
+    await window.dialog.getByText("4 servers lose").waitFor();
+    await keys("Enter");
     await window.becomes(async () => (await server.group("North line control room")).parent, "Headquarters");
     await window.becomes(active, "North line control room");
     await keys("Delete");
@@ -349,7 +355,7 @@ test("a name is text wherever it stands", OPTIONS, async () => {
     await window.filter.fill("");
     await window.drag(HOSTILE, "Retired");
     await window.becomes(async () => (await server.group(HOSTILE)).parent, "Retired");
-    assert.equal(await window.page.locator("img").count(), 0);
+    assert.equal(await window.page.locator("img:not([src='icon.svg'])").count(), 0);
     window.assertNoFaults();
 });
 
