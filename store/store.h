@@ -33,8 +33,10 @@ constexpr size_t kDefaultConnections = 8;
 //
 // With createIfMissing, an empty or missing database becomes a store. A store of an earlier schema version is
 // upgraded once, even when several processes open it at the same time. SQLite's files are private to their owner: a new
-// file gets mode 0600, an existing store loses the rights of group and others. A file that root creates belongs to the
-// owner of its folder.
+// file gets mode 0600, an existing store loses the rights of group and others.
+//
+// When root opens a store on SQLite in a folder of another account, the process becomes that account for good, and the
+// folder becomes the root of its file system. Open or load before what else the process needs from the file system.
 //
 // Refuses and changes nothing: a database that holds other tables ("not a store"), a store of an unknown version, and,
 // with existingOnly, an empty or missing database. With ifThere an empty or missing database is no error, and no store

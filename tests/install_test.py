@@ -17,11 +17,12 @@ import unittest
 
 sys.dont_write_bytecode = True  # no cache beside the sources
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools"))
-from zemhost import Server, Store, call  # noqa: E402
+from zemhost import SAMPLE, Server, Store, call  # noqa: E402
 
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 SERVICE = 12345  # uid and gid of a service
+os.environ["ASAN_OPTIONS"] = "detect_leaks=0"  # needs /proc, which root lacks once it has entered a service's folder
 
 # A module that needs only the installed headers. It reads a parameter and calls the store.
 MODULE = r"""
@@ -139,6 +140,30 @@ class InstallTest(unittest.TestCase):
             self.assertEqual({(info.st_uid, info.st_mode & 0o777) for info in files.values()}, {(SERVICE, 0o600)})
             self.server.stop()
             self.store.token("admin")
+
+    @unittest.skipUnless(os.geteuid() == 0, "only root works on other users' stores")
+    def test_root_follows_no_link_of_the_service(self):
+        def contents():
+            return {path.name: (path.stat().st_mode, path.read_bytes()) for path in other.iterdir()}
+        other = self.folder / "other"
+        other.mkdir()
+        (other / "file").write_text("text")
+        Store(self.tree / "bin", other).fill()
+        before = contents()
+        self.folder.chmod(0o700)  # as that of the services that systemd gives an account to
+        for name in ["zem.db", "zem.db-wal", "zem.db-shm", "zem.db-journal", "folder"]:
+            for target in ["file", "zem.db", "new", "."]:
+                with self.subTest(name=name, target=target), tempfile.TemporaryDirectory(dir=self.folder) as folder:
+                    store = Store(self.tree / "bin", folder, f"sqlite:{folder}/folder/zem.db" if name == "folder" else None)
+                    os.chown(folder, SERVICE, SERVICE)
+                    if name != "folder":
+                        store.fill()
+                        store.path.with_name(name).unlink(missing_ok=True)
+                    (store.folder / name).symlink_to(other / target)
+                    for command in [("apply", SAMPLE), ("token", "admin")]:
+                        subprocess.run([store.program, *command], cwd=folder, timeout=60, env=store.environment,
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                    self.assertEqual(contents(), before)
 
     def test_package_depends_on_its_libraries_and_protects_its_environment_file(self):
         output("cpack", "--config", BUILD / "CPackConfig.cmake", "-B", self.folder / "packed")

@@ -23,15 +23,6 @@ namespace host {
 
 namespace {
 
-ModuleSet loadModules(const ModulePaths& paths)
-{
-    ModuleSet modules;
-    for (const std::string& path : paths.empty() ? defaultModules() : paths) {
-        modules.load(path);
-    }
-    return modules;
-}
-
 store::Account accountOf(const std::string& name)
 {
     const auto account = store::findAccountByName(name);
@@ -93,9 +84,23 @@ void drawTokens(const std::vector<store::Token>& tokens, int64_t now, std::ostre
     drawTable(rows, out);
 }
 
+}  // namespace
+
+ModuleSet loadModules(const std::vector<std::string>& paths)
+{
+    ModuleSet modules;
+    for (const std::string& path : paths.empty() ? defaultModules() : paths) {
+        modules.load(path);
+    }
+    return modules;
+}
+
 StaticFiles loadPage(const ConsoleOptions& console)
 {
     StaticFiles page;
+    if (!console.isServed) {
+        return page;
+    }
     const std::filesystem::path folder = programFile("share/zemhost", "console");
     if (!console.folder.empty()) {
         page.load(console.folder);
@@ -107,16 +112,14 @@ StaticFiles loadPage(const ConsoleOptions& console)
     return page;
 }
 
-}  // namespace
-
-int serveModules(const ModulePaths& modules, const ConsoleOptions& console, const ServeOptions& options)
+int serveModules(const ModuleSet& modules, const StaticFiles& page, const ServeOptions& options)
 {
     if (!store::hasAccounts()) {
         std::cerr << "zemhost: the store holds no accounts yet, so nobody can call anything; to fill it:\n"
                      "  zemhost apply FILE   a fleet file, with the same --store\n"
                      "  zemhost token NAME   likewise, for one of its accounts\n";
     }
-    serve(loadModules(modules), console.isServed ? loadPage(console) : StaticFiles(), options);
+    serve(modules, page, options);
     return 0;
 }
 
@@ -141,18 +144,16 @@ int revokeTokens(const std::string& account, const std::optional<std::string>& l
     return revoked > 0 ? 0 : 1;
 }
 
-int callMethod(const ModulePaths& modules, const MethodCall& call)
+int callMethod(const ModuleSet& modules, const MethodCall& call)
 {
-    const ModuleSet loaded = loadModules(modules);
-    const Handler handler = handlerOf(loaded, call.api, call.version, call.method);
+    const Handler handler = handlerOf(modules, call.api, call.version, call.method);
     return printAnswer(answerRequest(handler, accountOf(call.account), parseParameters(call.params)));
 }
 
-int printTree(const ModulePaths& modules, const std::string& account)
+int printTree(const ModuleSet& modules, const std::string& account)
 {
-    const ModuleSet loaded = loadModules(modules);
     VELQ::APIResponse resp;
-    callHandler(handlerOf(loaded, "VELQ.ZEM.Tree", 1, "get"), accountOf(account), Json::Value(), resp);
+    callHandler(handlerOf(modules, "VELQ.ZEM.Tree", 1, "get"), accountOf(account), Json::Value(), resp);
     if (!resp.IsSuccess()) {
         return printAnswer(answerOf(resp));
     }
@@ -160,10 +161,9 @@ int printTree(const ModulePaths& modules, const std::string& account)
     return 0;
 }
 
-int listTopGroups(const ModulePaths& modules, const std::string& account, const Json::Value& jPaging)
+int listTopGroups(const ModuleSet& modules, const std::string& account, const Json::Value& jPaging)
 {
-    const ModuleSet loaded = loadModules(modules);
-    const auto handler = reinterpret_cast<Handler>(loaded.symbol("list_one_level_v1"));
+    const auto handler = reinterpret_cast<Handler>(modules.symbol("list_one_level_v1"));
     const store::Account caller = accountOf(account);
     Json::Value jParams = jPaging;
     jParams["ugid"] = caller.uid;
@@ -171,11 +171,10 @@ int listTopGroups(const ModulePaths& modules, const std::string& account, const 
     return printAnswer(answerRequest(handler, caller, std::move(jParams)));
 }
 
-int changeLink(const ModulePaths& modules, const LinkChange& change)
+int changeLink(const ModuleSet& modules, const LinkChange& change)
 {
-    const ModuleSet loaded = loadModules(modules);
     const char* szName = change.kind == "group" ? "VELQZEMOuUpdateLinkGpo" : "VELQZEMKxUpdateLinkGpo";
-    const auto update = reinterpret_cast<int (*)(Json::Value&, int)>(loaded.symbol(szName));
+    const auto update = reinterpret_cast<int (*)(Json::Value&, int)>(modules.symbol(szName));
     Json::Value jLink;
     jLink["node_id"] = Json::Int64{change.nodeId};
     jLink["gpo_id"] = Json::Int64{change.policyId};

@@ -1,8 +1,10 @@
-// Runs the commands of the program, after the command line was read and the store opened.
+// Runs the commands of the program, after the command line was read.
 //
-// Each function prints its result on standard output and returns the exit status: 0 for success, 1 when the module
-// answered with an error, whose envelope is then the output, or when there was nothing to revoke. Each throws
-// std::exception, with a text for people, when it cannot do its work. One thread at a time may call them.
+// The functions up to loadPage read files. Call them before the store is opened, because root may be unable to read
+// other files from then on. Each of the others needs the open store. It prints its result on standard output and
+// returns the exit status: 0 for success, 1 when the module answered with an error, whose envelope is then the output,
+// or when there was nothing to revoke. Each throws std::exception, with a text for people, when it cannot do its work.
+// One thread at a time may call them.
 #pragma once
 
 #include <cstdint>
@@ -12,31 +14,38 @@
 
 #include <json/value.h>
 
+#include "host/calls/module_loader.h"
 #include "host/http/http_server.h"
 #include "store/store.h"
 
 namespace host {
 
-// The modules that a command loads; empty for those that came with the program.
-using ModulePaths = std::vector<std::string>;
+// Loads modules. paths: empty for those that came with the program.
+ModuleSet loadModules(const std::vector<std::string>& paths);
+
+// Reads a file of JSON. path: "-" for standard input.
+Json::Value readJsonFile(const std::string& path);
 
 struct ConsoleOptions {
     bool isServed = true;  // whether the server serves the console's page
     std::string folder;    // of the page; empty for the one that came with the program, if there is one
 };
 
+// Reads the files of the page. Says on standard error when the program came without one.
+StaticFiles loadPage(const ConsoleOptions& console);
+
 // Serves the modules over HTTP until SIGTERM or SIGINT. Explains on standard error how to fill a store without
 // accounts.
-int serveModules(const ModulePaths& modules, const ConsoleOptions& console, const ServeOptions& options);
+int serveModules(const ModuleSet& modules, const StaticFiles& page, const ServeOptions& options);
 
 // Brings the store to the state that a fleet file describes, all or nothing, and prints the plan and a count. path: of
-// the file, "-" for standard input.
-int applyFleetFile(const std::string& path, const store::ApplyOptions& options);
+// the file, for messages.
+int applyFleetFile(const Json::Value& jFleet, const std::string& path, const store::ApplyOptions& options);
 
 // Merges the groups and servers of an Ansible inventory into the store, all or nothing, and prints the plan and a
-// count; notes about choices and omissions go to standard error. path: of the output of ansible-inventory --list, "-"
-// for standard input.
-int importAnsibleInventory(const std::string& path, bool isDryRun);
+// count; notes about choices and omissions go to standard error. jInventory: the output of
+// ansible-inventory --list. path: of its file, for messages.
+int importAnsibleInventory(const Json::Value& jInventory, const std::string& path, bool isDryRun);
 
 // Prints the whole store as a fleet file.
 int exportFleet();
@@ -64,14 +73,14 @@ struct MethodCall {
 };
 
 // Calls a method of a module and prints the envelope of its answer.
-int callMethod(const ModulePaths& modules, const MethodCall& call);
+int callMethod(const ModuleSet& modules, const MethodCall& call);
 
 // Draws the tree that the account sees.
-int printTree(const ModulePaths& modules, const std::string& account);
+int printTree(const ModuleSet& modules, const std::string& account);
 
 // Lists the topmost groups that the account sees and prints the envelope. jPaging: an object with any of the listing's
 // parameters "offset", "limit", "sort_by" and "sort_direction".
-int listTopGroups(const ModulePaths& modules, const std::string& account, const Json::Value& jPaging);
+int listTopGroups(const ModuleSet& modules, const std::string& account, const Json::Value& jPaging);
 
 struct LinkChange {
     std::string action;  // "add" or "remove"
@@ -81,6 +90,6 @@ struct LinkChange {
 };
 
 // Links a policy to a node or removes the link.
-int changeLink(const ModulePaths& modules, const LinkChange& change);
+int changeLink(const ModuleSet& modules, const LinkChange& change);
 
 }  // namespace host

@@ -24,23 +24,6 @@ std::string displayName(const std::string& path)
     return path == "-" ? "standard input" : path;
 }
 
-Json::Value parseFile(const std::string& path)
-{
-    errno = 0;
-    std::ifstream file(path == "-" ? "/dev/stdin" : path);
-    if (file.peek() == std::ifstream::traits_type::eof()) {
-        throw std::runtime_error("cannot read " + displayName(path) + ": " +
-                                 (errno == 0 ? "it is empty" : strerror(errno)));
-    }
-    const std::string text(std::istreambuf_iterator<char>(file), {});
-    Json::Value jValue;
-    std::string error;
-    if (!store::readUntrustedJson(text, kMaxNesting, jValue, error)) {
-        throw std::runtime_error(displayName(path) + " is not JSON: " + error);
-    }
-    return jValue;
-}
-
 void printLine(const std::string& line)
 {
     std::cout << line << '\n';
@@ -63,9 +46,25 @@ void showProgress(size_t done, size_t total)
 
 }  // namespace
 
-int applyFleetFile(const std::string& path, const store::ApplyOptions& options)
+Json::Value readJsonFile(const std::string& path)
 {
-    const Json::Value jFleet = parseFile(path);
+    errno = 0;
+    std::ifstream file(path == "-" ? "/dev/stdin" : path);
+    if (file.peek() == std::ifstream::traits_type::eof()) {
+        throw std::runtime_error("cannot read " + displayName(path) + ": " +
+                                 (errno == 0 ? "it is empty" : strerror(errno)));
+    }
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    Json::Value jValue;
+    std::string error;
+    if (!store::readUntrustedJson(text, kMaxNesting, jValue, error)) {
+        throw std::runtime_error(displayName(path) + " is not JSON: " + error);
+    }
+    return jValue;
+}
+
+int applyFleetFile(const Json::Value& jFleet, const std::string& path, const store::ApplyOptions& options)
+{
     try {
         printCount(store::applyFleet(jFleet, options, printLine, showProgress), options.dryRun);
     } catch (const std::runtime_error& e) {
@@ -74,9 +73,8 @@ int applyFleetFile(const std::string& path, const store::ApplyOptions& options)
     return 0;
 }
 
-int importAnsibleInventory(const std::string& path, bool isDryRun)
+int importAnsibleInventory(const Json::Value& jInventory, const std::string& path, bool isDryRun)
 {
-    const Json::Value jInventory = parseFile(path);
     std::vector<std::string> notes;
     const auto revise = [&](const Json::Value& jStored, int64_t lastGroup) {
         Import import = importInventory(jInventory, jStored, lastGroup);

@@ -28,31 +28,46 @@ struct UsageError : std::runtime_error {
     using runtime_error::runtime_error;
 };
 
-// The options that all commands share, and the function that runs the given command. The function owns the command's
-// own options.
+// The options that all commands share, and the functions of the given command. They own the command's own options.
 struct CommandLine {
     CLI::App app{"Serves web API modules over HTTP and on the command line.", "zemhost"};
     std::string store;  // empty when it is not given
-    host::ModulePaths modules;
+    std::vector<std::string> modulePaths;
+    host::ModuleSet modules;
     store::OpenMode mode = store::OpenMode::existingOnly;
-    size_t connections = 1;  // to the store; all commands but serve use one thread
+    size_t connections = 1;         // to the store; all commands but serve use one thread
+    std::function<void()> prepare;  // reads files, before the store is opened; empty when there are none
     std::function<int()> run;
 };
 
-// Adds a command with the option --store. work: runs the command after its options were read.
-CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, std::function<int()> work)
+// Adds a command with the option --store. work, prepare: as in CommandLine.
+CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, const std::function<int()>& work,
+                     const std::function<void()>& prepare = nullptr)
 {
     CLI::App* pCommand = line.app.add_subcommand(szName, szHelp);
-    pCommand->callback([&line, work = std::move(work)] { line.run = work; });
+    pCommand->callback([&line, work, prepare] {
+        line.run = work;
+        line.prepare = prepare;
+    });
     pCommand->add_option("--store", line.store,
                          "sqlite:PATH or postgresql://...; default: ZEM_STORE in the environment, else sqlite:zem.db");
     return pCommand;
 }
 
-void addModules(CommandLine& line, CLI::App* pCommand)
+// Adds a command that calls modules. Arguments as for addCommand.
+CLI::App* addModuleCommand(CommandLine& line, const char* szName, const char* szHelp, const std::function<int()>& work,
+                           const std::function<void()>& prepare = nullptr)
 {
-    pCommand->add_option("--module", line.modules, "Module to load, repeatable; default: those that came with zemhost")
+    CLI::App* pCommand = addCommand(line, szName, szHelp, work, [&line, prepare] {
+        line.modules = host::loadModules(line.modulePaths);
+        if (prepare) {
+            prepare();
+        }
+    });
+    pCommand
+        ->add_option("--module", line.modulePaths, "Module to load, repeatable; default: those that came with zemhost")
         ->allow_extra_args(false);
+    return pCommand;
 }
 
 CLI::Option* addAccount(CLI::App* pCommand, const char* szOption, std::string& account)
@@ -64,9 +79,11 @@ void addServe(CommandLine& line)
 {
     const auto pOptions = std::make_shared<host::ServeOptions>();
     const auto pConsole = std::make_shared<host::ConsoleOptions>();
-    const auto work = [&line, pConsole, pOptions] { return host::serveModules(line.modules, *pConsole, *pOptions); };
-    CLI::App* pServe =
-        addCommand(line, "serve", "Serve the modules' methods and the console over HTTP until SIGTERM", work);
+    const auto pPage = std::make_shared<host::StaticFiles>();
+    CLI::App* pServe = addModuleCommand(
+        line, "serve", "Serve the modules' methods and the console over HTTP until SIGTERM",
+        [&line, pPage, pOptions] { return host::serveModules(line.modules, *pPage, *pOptions); },
+        [pPage, pConsole] { *pPage = host::loadPage(*pConsole); });
     pServe->add_option("--listen", pOptions->address, "IPV4:PORT or [IPV6]:PORT; port 0: any that is free")
         ->capture_default_str();
     pServe
@@ -87,7 +104,6 @@ void addServe(CommandLine& line)
     auto* pFolder = pServe->add_option("--console", pConsole->folder,
                                        "Folder of the console's page; default: the one that came with zemhost");
     pServe->add_flag("!--no-console", pConsole->isServed, "Serve no page")->excludes(pFolder);
-    addModules(line, pServe);
     pServe->parse_complete_callback([&line, pOptions] {
         line.mode = store::OpenMode::createIfMissing;
         line.connections = pOptions->connections;
@@ -97,9 +113,12 @@ void addServe(CommandLine& line)
 void addApply(CommandLine& line)
 {
     const auto pPath = std::make_shared<std::string>();
+    const auto pFleet = std::make_shared<Json::Value>();
     const auto pOptions = std::make_shared<store::ApplyOptions>();
-    CLI::App* pApply = addCommand(line, "apply", "Bring the store to what a fleet file says, all or nothing",
-                                  [pPath, pOptions] { return host::applyFleetFile(*pPath, *pOptions); });
+    CLI::App* pApply = addCommand(
+        line, "apply", "Bring the store to what a fleet file says, all or nothing",
+        [pFleet, pPath, pOptions] { return host::applyFleetFile(*pFleet, *pPath, *pOptions); },
+        [pFleet, pPath] { *pFleet = host::readJsonFile(*pPath); });
     pApply->add_option("FILE", *pPath, "JSON of accounts, groups, policies and servers; - is standard input")
         ->required();
     pApply->add_flag("--dry-run", pOptions->dryRun, "Only print what would change");
@@ -111,15 +130,17 @@ void addApply(CommandLine& line)
 
 struct ImportSource {
     std::string kind, path;
+    Json::Value jInventory;
     bool dryRun = false;
 };
 
 void addImport(CommandLine& line)
 {
     const auto pSource = std::make_shared<ImportSource>();
-    CLI::App* pImport =
-        addCommand(line, "import", "Bring the groups and servers of an inventory into the store, all or nothing",
-                   [pSource] { return host::importAnsibleInventory(pSource->path, pSource->dryRun); });
+    CLI::App* pImport = addCommand(
+        line, "import", "Bring the groups and servers of an inventory into the store, all or nothing",
+        [pSource] { return host::importAnsibleInventory(pSource->jInventory, pSource->path, pSource->dryRun); },
+        [pSource] { pSource->jInventory = host::readJsonFile(pSource->path); });
     pImport->add_option("KIND", pSource->kind, "Whose inventory it is")->required()->check(CLI::IsMember({"ansible"}));
     pImport->add_option("FILE", pSource->path, "What ansible-inventory --list prints; - is standard input")->required();
     pImport->add_flag("--dry-run", pSource->dryRun, "Only print what would change");
@@ -162,23 +183,21 @@ void addRevoke(CommandLine& line)
 void addTree(CommandLine& line)
 {
     const auto pAccount = std::make_shared<std::string>();
-    CLI::App* pTree = addCommand(line, "tree", "Draw the tree that an account sees",
-                                 [&line, pAccount] { return host::printTree(line.modules, *pAccount); });
+    CLI::App* pTree = addModuleCommand(line, "tree", "Draw the tree that an account sees",
+                                       [&line, pAccount] { return host::printTree(line.modules, *pAccount); });
     addAccount(pTree, "--as", *pAccount);
-    addModules(line, pTree);
 }
 
 void addCall(CommandLine& line)
 {
     const auto pCall = std::make_shared<host::MethodCall>();
-    CLI::App* pCommand = addCommand(line, "call", "Call one method and print the answer",
-                                    [&line, pCall] { return host::callMethod(line.modules, *pCall); });
+    CLI::App* pCommand = addModuleCommand(line, "call", "Call one method and print the answer",
+                                          [&line, pCall] { return host::callMethod(line.modules, *pCall); });
     pCommand->add_option("API", pCall->api, "Such as VELQ.ZEM.Tree")->required();
     pCommand->add_option("METHOD", pCall->method, "Such as get")->required();
     pCommand->add_option("--version", pCall->version, "Version of the method")->capture_default_str();
     pCommand->add_option("--params", pCall->params, "JSON object of parameters; default: none");
     addAccount(pCommand, "--as", pCall->account);
-    addModules(line, pCommand);
 }
 
 // Adds a paging option. Its value becomes a parameter of the listing when the option is given.
@@ -195,25 +214,23 @@ void addList(CommandLine& line)
     const auto pAccount = std::make_shared<std::string>();
     const auto pPaging = std::make_shared<Json::Value>(Json::objectValue);
     const auto work = [&line, pAccount, pPaging] { return host::listTopGroups(line.modules, *pAccount, *pPaging); };
-    CLI::App* pList = addCommand(line, "list", "List the topmost groups that an account sees", work);
+    CLI::App* pList = addModuleCommand(line, "list", "List the topmost groups that an account sees", work);
     addPaging<Json::Int64>(pList, "--offset", pPaging, "offset", "Groups to skip");
     addPaging<Json::Int64>(pList, "--limit", pPaging, "limit", "Groups to list at most");
     addPaging<std::string>(pList, "--sort-by", pPaging, "sort_by", "Field");
     addPaging<std::string>(pList, "--sort-direction", pPaging, "sort_direction", "ASC or DESC");
     addAccount(pList, "--as", *pAccount);
-    addModules(line, pList);
 }
 
 void addLink(CommandLine& line)
 {
     const auto pChange = std::make_shared<host::LinkChange>();
-    CLI::App* pLink = addCommand(line, "link", "Link a policy to a node, or take the link away",
-                                 [&line, pChange] { return host::changeLink(line.modules, *pChange); });
+    CLI::App* pLink = addModuleCommand(line, "link", "Link a policy to a node, or take the link away",
+                                       [&line, pChange] { return host::changeLink(line.modules, *pChange); });
     pLink->add_option("ACTION", pChange->action, "What to do")->required()->check(CLI::IsMember({"add", "remove"}));
     pLink->add_option("KIND", pChange->kind, "Kind of node")->required()->check(CLI::IsMember({"group", "server"}));
     pLink->add_option("NODE", pChange->nodeId, "Identifier of the group or server")->required();
     pLink->add_option("POLICY", pChange->policyId, "Identifier of the policy")->required();
-    addModules(line, pLink);
 }
 
 void addCommands(CommandLine& line)
@@ -279,7 +296,10 @@ int run(int argc, char** argv)
     if (!parse(line, argc, argv)) {
         return 0;
     }
-    openlog("zemhost", LOG_PID, LOG_DAEMON);
+    openlog("zemhost", LOG_PID | LOG_NDELAY, LOG_DAEMON);  // now, because the store may take the way to its socket
+    if (line.prepare) {
+        line.prepare();
+    }
     const OpenStore store(line);
     const int status = line.run();
     if (!std::cout.flush()) {

@@ -55,9 +55,9 @@ void enableWriteAheadLog()
 void openDatabase(const std::string& url, OpenMode mode, size_t connections)
 {
     closeDatabase();
-    const Address address = addressOf(url);
+    Address address = addressOf(url);
     if (!address.isPostgres) {
-        provideStoreFile(address.place, mode);
+        address.place = provideStoreFile(address.place, mode);
     }
     // One thread at a time uses a connection of the pool, so SQLite need not lock it again for every column. The call
     // has no effect, and does no harm, once the library is in use.

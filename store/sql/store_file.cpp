@@ -9,50 +9,54 @@
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 
 #include "store/base/errors.h"
+#include "store/sql/store_folder.h"
 
 namespace store {
 namespace {
 
-// The folder of a service belongs to the service's account, and so must a file that root creates there. Returns false
-// with errno when the owner cannot be changed.
-bool giveToOwnerOfFolder(int file, const std::string& path)
+[[noreturn]] void refuse(const std::string& path, OpenMode mode, int err)
 {
-    struct stat folder = {};
-    return geteuid() != 0 || (stat(std::filesystem::path(path).parent_path().c_str(), &folder) == 0 &&
-                              fchown(file, folder.st_uid, folder.st_gid) == 0);
+    if (mode == OpenMode::createIfMissing) {
+        throw std::runtime_error("cannot make the store " + path + ": " + std::strerror(err));
+    }
+    const std::string text = "there is no store " + path + ": " + std::strerror(err);
+    if (err == ENOENT) {
+        throw NoStore(text);
+    }
+    throw std::runtime_error(text);
+}
+
+// Returns 0 or the errno.
+int createFile(const std::string& place)
+{
+    const int file = open(place.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (file < 0) {
+        return errno == EEXIST ? 0 : errno;
+    }
+    close(file);
+    return 0;
 }
 
 }  // namespace
 
-void provideStoreFile(const std::string& path, OpenMode mode)
-{
+std::string provideStoreFile(const std::string& path, OpenMode mode)
+try {
+    const std::string place = enterFolderOf(path);
     struct stat info = {};
-    if (stat(path.c_str(), &info) == 0) {
-        return;
+    if (stat(place.c_str(), &info) == 0) {
+        return place;
     }
-    const bool isMissing = errno == ENOENT;
-    if (mode != OpenMode::createIfMissing) {
-        const std::string text = "there is no store " + path + ": " + std::strerror(errno);
-        if (isMissing) {
-            throw NoStore(text);
-        }
-        throw std::runtime_error(text);
-    }
-    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    if (file < 0 && errno == EEXIST) {
-        return;
-    }
-    const int err = file >= 0 && giveToOwnerOfFolder(file, path) ? 0 : errno;
-    if (file >= 0) {
-        close(file);
-    }
+    const int err = mode == OpenMode::createIfMissing ? createFile(place) : errno;
     if (err != 0) {
-        throw std::runtime_error("cannot make the store " + path + ": " + std::strerror(err));
+        refuse(path, mode, err);
     }
+    return place;
+} catch (const std::system_error& error) {
+    refuse(path, mode, error.code().value());
 }
 
 bool isWritable(const std::string& path)
@@ -65,7 +69,7 @@ void restrictStoreFile(const std::string& path)
     for (const char* szEnd : {"", "-wal", "-shm"}) {
         const std::string name = path + szEnd;
         struct stat info = {};
-        if (stat(name.c_str(), &info) == 0 && (info.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        if (lstat(name.c_str(), &info) == 0 && S_ISREG(info.st_mode) && (info.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
             chmod(name.c_str(), info.st_mode & S_IRWXU);
         }
     }
