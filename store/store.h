@@ -72,6 +72,15 @@ bool readUntrustedJson(std::string_view text, int maxNesting, Json::Value& jValu
 
 // --- The acting account
 
+// The conditions on which a request goes on.
+struct RequestWatch {
+    // A token that has to be the account's, not expired and not revoked, at each change; empty: none has to.
+    std::string tokenHash{};
+    // Returns why the request must end before its next change, an empty text while it may go on. Called on the thread
+    // of the request, within transactions. It may be empty.
+    std::function<std::string()> whyToStop{};
+};
+
 // While the object lives, the calling thread calls the store on behalf of an account; make one around each handler.
 // Every writing VELQZEM function then checks, within its own transaction, whether the account may make the change. If
 // it may not, the function fails with EACCES and changes nothing. An administrator may do everything; so may a thread
@@ -81,11 +90,24 @@ class ActingAccount {
 public:
     // uid: the account's; with a uid that no account has, every change is refused.
     explicit ActingAccount(uint32_t uid);
+
+    // For a request, which may make many changes. When it may not go on, changes and VELQZEMOuCanManagedByUid fail with
+    // ECANCELED, and the refusal says how many changes it has made; notices to servers of these changes do not fail.
+    // Only its first change waits until it is on disk: call makeDurable() before you tell anyone of the others.
+    //
+    // watch: outlives the object.
+    ActingAccount(uint32_t uid, const RequestWatch& watch);
     ~ActingAccount();
     ActingAccount(const ActingAccount&) = delete;
 
+    // Waits until all changes of the account are on disk. Returns 0, and leaves the thread's refusal as it is; or -1
+    // with errno and the refusal set, when some of the changes may be lost. Costs nothing when none is left to wait
+    // for.
+    int makeDurable() noexcept;
+
 private:
-    const std::optional<uint32_t> m_before;
+    const std::optional<uint32_t> m_uidBefore;
+    const RequestWatch* const m_pWatchBefore;
 };
 
 // Why a call failed.

@@ -20,19 +20,22 @@ using host::FairQueue;
 // account and number, with "!" for one that the queue refused.
 struct Scenario {
     const char* expectation;
-    size_t workers, capacity;
+    size_t workers, reservedWorkers, slots, reservedSlots;
     const char* events;
     const char* started;
 };
 
 constexpr Scenario kScenarios[] = {
-    {"accounts take turns, and each account's jobs start in their order", 1, 99, "AAABBaaba", "A1 A2 B1 A3 B2 "},
-    {"an account gets up to half of the idle workers", 8, 99, "AAAAABBBCCDDE", "A1 A2 A3 A4 B1 B2 C1 D1 "},
-    {"an account that may not start a job keeps its turn and delays no other", 4, 99, "AAABBaCbc",
+    {"accounts take turns, and each account's jobs start in their order", 1, 0, 99, 0, "AAABBaaba", "A1 A2 B1 A3 B2 "},
+    {"an account gets up to half of the idle workers", 8, 0, 99, 0, "AAAAABBBCCDDE", "A1 A2 A3 A4 B1 B2 C1 D1 "},
+    {"an account that may not start a job keeps its turn and delays no other", 4, 0, 99, 0, "AAABBaCbc",
      "A1 A2 B1 A3 C1 B2 "},
-    {"an account gets up to half of the free queue", 1, 4, "AAAABBCD", "A1 ! ! ! "},
-    {"a job that starts frees its slot in the queue", 1, 2, "AAAaAAaA", "A1 ! A2 ! A4 "},
-    {"a job that finishes frees its worker once", 2, 99, "AaAaAaAAABB", "A1 A2 A3 A4 B1 "},
+    {"an account gets up to half of the free queue", 1, 0, 4, 0, "AAAABBCD", "A1 ! ! ! "},
+    {"a job that starts frees its slot in the queue", 1, 0, 2, 0, "AAAaAAaA", "A1 ! A2 ! A4 "},
+    {"a job that finishes frees its worker once", 2, 0, 99, 0, "AaAaAaAAABB", "A1 A2 A3 A4 B1 "},
+    {"other accounts leave a worker to each of the next ones", 8, 2, 99, 0, "AAAAABBBCCDDEFGa",
+     "A1 A2 A3 A4 B1 B2 C1 D1 E1 F1 G1 "},
+    {"other accounts leave a slot of the queue to each of the next ones", 1, 0, 4, 2, "AAAAABBCDEFa", "A1 ! ! ! ! A2 "},
 };
 
 // Returns a job that appends its name to the text.
@@ -46,7 +49,7 @@ FairQueue::Job makeJob(const std::string& name, std::string& text)
 
 std::string play(const Scenario& scenario)
 {
-    FairQueue queue(scenario.workers, scenario.capacity);
+    FairQueue queue({scenario.workers, scenario.reservedWorkers}, {scenario.slots, scenario.reservedSlots});
     std::string started;
     std::map<char, int> added;
     for (const char* pEvent = scenario.events; *pEvent != '\0'; ++pEvent) {
@@ -91,7 +94,7 @@ TEST(HandlerPoolThreads, runEveryJobThatWasAddedAndRefuseJobsAfterTheStop)
 {
     constexpr int kThreads = 4, kChains = 50, kLinks = 40;
     std::atomic<int> running{kThreads * kChains};
-    host::HandlerPool pool(3, 1000);
+    host::HandlerPool pool({2, 1}, {900, 100});
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&] {

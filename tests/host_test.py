@@ -75,6 +75,11 @@ REASONS = [
      "malformed", None, "root"),
     ("a refusal of the module has the text for its code", "set", {"multiple_data": 1}, 101,
      "malformed", None, "parameter"),
+    ("too many identifiers are refused", "delete", {"node_id": [0] * 10001}, 413, "too_many", "node_id", "10000"),
+    ("10,000 reach the method", "delete", {"node_id": [0] * 10000}, 101, "malformed", None, "root"),
+    ("20,000 records reach the method", "set", {"multiple_data": [{}] * 20000}, 117, "failed", None, "step"),
+    ("too many links of a record are refused", "set", {"multiple_data": [{"linked_gpo": {"order": [1] * 10001}}]}, 413,
+     "too_many", "order", "10000"),
     ("a move to another's group is refused", "set", {"node_id": 3, "parent_id": 6}, 117,
      "not_permitted", "parent_id", "parent_id: group 6 is not yours"),
     ("a group that is not there is refused like another's group", "set", {"node_id": 3, "parent_id": 77}, 117,
@@ -340,7 +345,7 @@ class HostTest(unittest.TestCase):
                 status, answer = self.request(f"/webapi/VELQ.ZEM.KXGroup/1/{method}", token, text)
                 error = answer["error"]
                 self.assertEqual((status, error["code"], error["reason"], error.get("member")),
-                                 (200, code, reason, member))
+                                 (413 if code == 413 else 200, code, reason, member))
                 self.assertIn(text_part, error["message"])
                 printed = self.store.run("call", "VELQ.ZEM.KXGroup", method, "--params", text, "--as", "m.okafor",
                                          status=1)

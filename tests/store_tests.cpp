@@ -680,6 +680,28 @@ TEST_P(StoreTest, aDelegateThatHandsAGroupOverInOneRequestStillNotifiesItsServer
     EXPECT_EQ(changeAs(2, notify<2>, 2, ""), EACCES);
 }
 
+TEST_P(StoreTest, aRequestEndsBeforeTheChangeThatItMayNotMake)
+{
+    store::addToken(2, "hash", "", 0);
+    std::string why;
+    const store::RequestWatch watch{"hash", [&why] { return why; }};
+    store::ActingAccount request(2, watch);
+    ASSERT_EQ(set(2, "{'desc':'x'}"), 0);
+    ASSERT_EQ(create(2, "{'name':'n'}"), 0);
+    why = "over";
+    EXPECT_EQ(set(2, "{'desc':'y'}"), ECANCELED);
+    EXPECT_EQ(store::takeRefusal().text, "stopped after 2 changes: over");
+    EXPECT_EQ(VELQZEMOuCanManagedByUid(2, 2), 0);
+    EXPECT_EQ(errno, ECANCELED);
+    why.clear();
+    std::thread([] { store::revokeTokens(2, std::nullopt); }).join();
+    EXPECT_EQ(notify<2>(2, ""), 0);  // of the change that was made
+    EXPECT_EQ(setDelegates<2>(2, "[]"), ECANCELED);
+    EXPECT_EQ(request.makeDurable(), 0);
+    EXPECT_EQ(store::takeRefusal().text, "stopped after 2 changes: the token was revoked or has expired");
+    EXPECT_STREQ(group(2).desc.c_str(), "x");
+}
+
 // Whether a delegate that makes changes all the time makes one after its removal.
 bool changesAfterRemoval()
 {
@@ -970,7 +992,7 @@ TEST_P(FailingTransactionTest, retriesEndAndOtherErrorsAreNotRetried)
     }
 }
 
-TEST_P(FailingTransactionTest, aLostConnectionReportsThatEarlierChangesStay)
+TEST_P(FailingTransactionTest, aLostConnectionReportsWhetherEarlierChangesStay)
 {
     for (const char* szChanged : {"", "; what the request had changed before stays changed"}) {
         const store::ActingAccount actingAccount(1);
@@ -981,6 +1003,15 @@ TEST_P(FailingTransactionTest, aLostConnectionReportsThatEarlierChangesStay)
         EXPECT_EQ(set(2, "{'desc':'z'}"), EIO);
         EXPECT_EQ(store::takeRefusal().text, std::string("the database does not answer") + szChanged);
     }
+    const store::RequestWatch watch;
+    store::ActingAccount request(1, watch);
+    ASSERT_EQ(set(2, "{'desc':'1'}") + set(2, "{'desc':'2'}"), 0);
+    failFirst(1, "PERFORM pg_terminate_backend(pg_backend_pid())", false);
+    const std::string doubt = "; what the request had changed before may be there now or not";
+    EXPECT_EQ(set(2, "{'desc':'3'}"), EIO);
+    EXPECT_EQ(store::takeRefusal().text, "the database does not answer" + doubt);
+    EXPECT_EQ(request.makeDurable(), -1);
+    EXPECT_EQ(store::takeRefusal().text, "the database was lost before it had stored all changes" + doubt);
 }
 
 TEST_P(FailingTransactionTest, writersWaitForOneAnotherAndReadersDoNot)

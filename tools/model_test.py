@@ -91,6 +91,7 @@ class Model:
         self.servers = nodes("servers", "address")
         self.policies = nodes("policies", "desc", "setting")
         self.last = max(self.groups)
+        self.notices = {}  # by kind and identifier of the node: whose change the servers are to fetch
 
     # What an account may do and see
 
@@ -179,6 +180,7 @@ class Model:
         group.revision += 1
         self.groups[id] = group
         self.delegate(id, record.get("delegate"), group.delegates)
+        self.notices[GROUP, id] = uid
 
     def delete(self, uid, params):
         demand("node_id" in params, "parameter missing", 101)
@@ -194,6 +196,7 @@ class Model:
                     node.parent = 0
                     node.revision += 1
             self.groups = {id: group for id, group in self.groups.items() if id not in gone}
+            self.notices = {node: uid for node, uid in self.notices.items() if node[0] != GROUP or node[1] not in gone}
 
     def laid_over(self, before, record, several):
         """Returns a copy of the group with the record's members."""
@@ -264,6 +267,7 @@ class Model:
         for target, adds in targets:
             seen = self.seen_policies(uid, self.seen_groups(uid))
             self.change_link(self.node_of(target), params["id"], adds, seen, 117 if uid in ADMINS else 414)
+            self.notices[target["node_type"], target["node_id"]] = uid
 
     def node_of(self, target):
         return (self.groups if target["node_type"] == GROUP else self.servers).get(target["node_id"])
@@ -470,9 +474,12 @@ class Requests:
         if member == "parent":
             own = self.model.below([target])
             return {"parent_id": chance.choice([*self.model.seen_groups(uid) - own] or [None])}
-        # Administrators mostly delegate anew what is not the root's; the others give and take among themselves.
-        uids = chance.sample([*USERS][:4], chance.choice([0, 1, 1, 2])) + ([uid] if uid in USERS else [])
-        return {"delegate": delegates(*dict.fromkeys(uids)) if target != 0 or chance.random() < 0.1 else []}
+        # Administrators mostly delegate anew what is not the root's; the others give and take among themselves. Who gives
+        # a group away changes its links in the same record, of which the servers must still hear.
+        keeps = uid in USERS and chance.random() < 0.8
+        uids = chance.sample([*USERS][:4], chance.choice([0, 1, 1, 2])) + ([uid] if keeps else [])
+        return {**({} if keeps else self.sound("links", uid, target)),
+                "delegate": delegates(*dict.fromkeys(uids)) if target != 0 or chance.random() < 0.1 else []}
 
     def broken(self, member, uid, target):
         """Returns members of which mostly at least one is refused."""
@@ -594,6 +601,14 @@ class Steps:
         self.outcomes["tree"]["done"] += 1
         if text(expected) != text(got):
             raise Divergence(f"the tree of {NAMES[uid]}: {difference(expected, got)}")
+        if self.chance.random() < 0.05:
+            self.compare_notices()
+
+    def compare_notices(self):
+        notices = {tuple(row) for row in self.store.rows("SELECT node_type, node_id, uid FROM gpo_fetch")}
+        expected = {(*node, uid) for node, uid in self.model.notices.items()}
+        if notices != expected:
+            raise Divergence(f"notices missing: {sorted(expected - notices)}, too many: {sorted(notices - expected)}")
 
     def use_void_token(self):
         _, uid, method, params = self.requests.draw()
@@ -732,6 +747,31 @@ def race_revocation(server, store, number, chance, totals):
     return [], {name} if answer["success"] else set()
 
 
+def race_long_request(server, store, tokens, number, chance, totals):
+    """A token is revoked while a request with it makes many changes. None follows, and the answer counts those made."""
+    token, connection = store.token("deputy"), server.connect()
+    parent = call(connection, tokens[1000], "KXGroup create", {"id": 0, "name": f"cut {number}", "parent_id": 0})
+    id = parent[1]["data"]["ids"]
+    count = f"SELECT COUNT(*) AS made FROM ou WHERE parent_id = {id}"
+    records = [{"name": str(i), "parent_id": id} for i in range(3000)]
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        request = pool.submit(call, server.connect(), token, "KXGroup create", {"multiple_data": records})
+        while not store.rows(count)[0][0] and not request.done():
+            time.sleep(chance.uniform(0, 0.05))
+        store.run("revoke", "deputy")
+        at_revocation = store.rows(count)[0][0]
+        status, answer = request.result()
+    made = store.rows(count)[0][0]
+    call(connection, tokens[1000], "KXGroup delete", {"node_id": id})
+    connection.close()
+    if answer["success"]:
+        return [] if made == len(records) == at_revocation else [f"{made} of {len(records)} groups, answered {answer}"]
+    totals["long requests cut"] += 1
+    message = f"stopped after {made} changes: the token was revoked or has expired"
+    is_right = status == 200 and made == at_revocation and answer["error"]["message"] == message
+    return [] if is_right else [f"{at_revocation} groups at the revocation, {made} in the end: {status} {answer}"]
+
+
 def race(rounds, store, server, tokens, chance):
     """Returns what went wrong."""
     faults, totals, made = [], collections.Counter({"rounds won by who lost the right": 0}), set()
@@ -741,6 +781,10 @@ def race(rounds, store, server, tokens, chance):
         fault, names = race_revocation(server, store, number, chance, totals)
         faults += fault
         made |= names
+    for number in range(min(rounds, 10)):
+        faults += race_long_request(server, store, tokens, number, chance, totals)
+    if rounds and not totals["long requests cut"]:
+        faults.append("no long request was at work when its token was revoked")
     _, answer = call(server.connect(), tokens[1000], "Tree get", {})
     there = {node["name"] for node in answer["data"] if node["name"].startswith("late ")}
     if there != made:
@@ -767,6 +811,7 @@ def play(options, store, chance):
             steps.step()
         for uid in NAMES:
             steps.compare(uid)
+        steps.compare_notices()
     except Divergence as divergence:
         return [f"seed {options.seed}, step {number}, {steps.latest}\n{divergence}"]
     trees = steps.outcomes["tree"]

@@ -12,6 +12,7 @@
 
 #include "host/base/log.h"
 #include "host/base/text.h"
+#include "host/calls/array_limit.h"
 #include "platform/velq_core.h"
 
 namespace host {
@@ -19,6 +20,8 @@ namespace host {
 namespace {
 
 constexpr int kMaxNesting = 200;
+constexpr int kErrorFailed = 117;
+constexpr int kErrorNoRight = 414;
 
 struct ErrorText {
     int code;
@@ -71,6 +74,14 @@ std::string errorEnvelope(int code, const store::Cause& given)
            "}}";
 }
 
+// Returns the code of an error. Modules take each question for a right that is not answered with yes for a lack of the
+// right; the cause tells when the store has not answered at all.
+int codeOf(const VELQ::APIResponse& resp, const store::Cause& cause)
+{
+    const bool isUnanswered = cause.reason == "away" || cause.reason == "busy" || cause.reason == "cancelled";
+    return isUnanswered && resp.GetErrorCode() == kErrorNoRight ? kErrorFailed : resp.GetErrorCode();
+}
+
 AnswerText shared(std::vector<std::string> parts)
 {
     return std::make_shared<const std::vector<std::string>>(std::move(parts));
@@ -80,6 +91,25 @@ void reportException(const char* szWhat)
 {
     logError("a handler failed", szWhat);
     store::takeRefusal();  // discarded, or the client would get it as the reason for the exception
+}
+
+// Calls the handler. Returns false after an exception, with the error 500.
+bool runHandler(Handler handler, const store::Account& account, Json::Value jParams, VELQ::APIResponse& resp)
+{
+    try {
+        VELQ::APIRequest req(account.uid, account.name, std::move(jParams));
+        // Handlers log the thread's last error, so the errors of earlier requests are cleared.
+        VLIBCErrSetEx(0, "", 0);
+        errno = 0;
+        handler(&req, &resp);
+        return true;
+    } catch (const std::exception& e) {
+        reportException(e.what());
+    } catch (...) {
+        reportException("an exception of no known type");
+    }
+    resp.SetError(500, Json::Value());
+    return false;
 }
 
 }  // namespace
@@ -97,30 +127,26 @@ Json::Value parseParameters(const std::string& body)
     return jParams;
 }
 
-bool callHandler(Handler handler, const store::Account& account, Json::Value jParams, VELQ::APIResponse& resp)
+bool callHandler(Handler handler, const store::Account& account, Json::Value jParams, VELQ::APIResponse& resp,
+                 const store::RequestWatch& watch)
 {
-    const store::ActingAccount caller(account.uid);
-    try {
-        VELQ::APIRequest req(account.uid, account.name, std::move(jParams));
-        // Handlers log the thread's last error, so the errors of earlier requests are cleared.
-        VLIBCErrSetEx(0, "", 0);
-        errno = 0;
-        handler(&req, &resp);
-        return true;
-    } catch (const std::exception& e) {
-        reportException(e.what());
-    } catch (...) {
-        reportException("an exception of no known type");
+    store::ActingAccount caller(account.uid, watch);
+    const bool hasReturned = runHandler(handler, account, std::move(jParams), resp);
+    if (caller.makeDurable() != 0) {
+        resp.SetError(kErrorFailed, Json::Value());
     }
-    resp.SetError(500, Json::Value());
-    return false;
+    return hasReturned;
 }
 
-Answer answerRequest(Handler handler, const store::Account& account, Json::Value jParams)
+Answer answerRequest(Handler handler, const store::Account& account, Json::Value jParams,
+                     const store::RequestWatch& watch)
 {
     try {
+        if (const auto refusal = refusalOfArrays(jParams)) {
+            return errorAnswer(413, *refusal);
+        }
         VELQ::APIResponse resp;
-        const int status = callHandler(handler, account, std::move(jParams), resp) ? 200 : 500;
+        const int status = callHandler(handler, account, std::move(jParams), resp, watch) ? 200 : 500;
         return answerOf(resp, status);
     } catch (const std::exception& e) {
         reportException(e.what());
@@ -155,9 +181,12 @@ std::optional<Answer> answerRead(Handler handler, const store::Account& account,
 
 Answer answerOf(VELQ::APIResponse& resp, int status)
 {
-    const bool succeeded = resp.IsSuccess();
-    const int code = resp.GetErrorCode();
-    return {.status = status, .code = code, .text = shared(envelope(resp)), .succeeded = succeeded};
+    if (resp.IsSuccess()) {
+        return {.status = status, .text = shared(envelope(resp)), .succeeded = true};
+    }
+    const store::Cause cause = store::takeRefusal();
+    const int code = codeOf(resp, cause);
+    return {.status = status, .code = code, .text = shared({errorEnvelope(code, cause)})};
 }
 
 Answer errorAnswer(int status, const store::Cause& cause)
@@ -168,9 +197,6 @@ Answer errorAnswer(int status, const store::Cause& cause)
 
 std::vector<std::string> envelope(VELQ::APIResponse& resp)
 {
-    if (!resp.IsSuccess()) {
-        return {errorEnvelope(resp.GetErrorCode(), store::takeRefusal())};
-    }
     std::vector<std::string> parts = resp.TakeData();
     parts.insert(parts.begin(), "{\"success\":true,\"data\":");
     parts.emplace_back("}");

@@ -39,13 +39,16 @@ using EarlyAnswer = std::function<void(Answer)>;
 // than 200 levels of nesting, bytes that are not UTF-8.
 Json::Value parseParameters(const std::string& body);
 
-// Calls the handler on behalf of the account, whose rights the store then checks. resp receives the outcome. An
-// exception that the handler throws is logged, sets the error 500 and goes no further. Returns false after an
-// exception.
-bool callHandler(Handler handler, const store::Account& account, Json::Value jParams, VELQ::APIResponse& resp);
+// Calls the handler on behalf of the account, whose rights the store then checks. watch: as for store::ActingAccount.
+// resp receives the outcome, once all changes are on disk; the error 117 when some of them may be lost. An exception
+// that the handler throws is logged, sets the error 500 and goes no further. Returns false after an exception.
+bool callHandler(Handler handler, const store::Account& account, Json::Value jParams, VELQ::APIResponse& resp,
+                 const store::RequestWatch& watch = {});
 
-// Calls the handler and returns the answer to be sent: HTTP status 200, or 500 after an exception.
-Answer answerRequest(Handler handler, const store::Account& account, Json::Value jParams);
+// Calls the handler and returns the answer to be sent: HTTP status 200, 500 after an exception, or 413 without a call
+// when refusalOfArrays() finds an array too long.
+Answer answerRequest(Handler handler, const store::Account& account, Json::Value jParams,
+                     const store::RequestWatch& watch = {});
 
 // Does the same for a method that only reads, whose success is complete before the handler has released its values.
 // onSuccess: gets a successful answer while the handler still runs; what it throws makes the answer an error 500.
@@ -53,16 +56,17 @@ Answer answerRequest(Handler handler, const store::Account& account, Json::Value
 std::optional<Answer> answerRead(Handler handler, const store::Account& account, Json::Value jParams,
                                  const EarlyAnswer& onSuccess);
 
-// Returns the answer with the outcome of a handler, and takes the data out of resp. As envelope().
+// Returns the answer with the outcome of a handler, and takes the data out of resp. An error carries the cause of the
+// store's refusal of the thread's last call, if it refused, else the text that belongs to the code. So call it right
+// after the handler and on the same thread. Throws std::exception when memory runs out.
 Answer answerOf(VELQ::APIResponse& resp, int status = 200);
 
 // Returns the answer to a request that reaches no handler. status: the HTTP status, which becomes the error code as
 // well. cause: what it lacks is taken from the standard cause of the code.
 Answer errorAnswer(int status, const store::Cause& cause = {});
 
-// Returns the envelope of an outcome, in pieces, and takes the data out of resp. An error carries its cause:
-// why the store refused the thread's last call, if it did, else the standard cause of the code. So call it right after
-// the handler and on the same thread. Throws std::exception when memory runs out.
+// Returns the envelope of a success, in pieces, and takes the data out of resp. Throws std::exception when memory runs
+// out.
 std::vector<std::string> envelope(VELQ::APIResponse& resp);
 
 }  // namespace host

@@ -13,11 +13,11 @@ bool FairQueue::add(AccountKey account, Job job)
     std::list<AccountKey> turn{account};
     const auto entry = m_accounts.try_emplace(account).first;
     std::list<Job>& waiting = entry->second.waiting;
-    if (waiting.size() >= m_freeSlots) {
+    if (!m_slots.hasOneFor(waiting.size())) {
         eraseIfUnused(entry);
         return false;
     }
-    --m_freeSlots;
+    m_slots.take();
     if (waiting.empty()) {
         m_turns.splice(m_turns.end(), turn);
     }
@@ -30,7 +30,7 @@ std::optional<FairQueue::StartedJob> FairQueue::start()
     // An account that may not start another job yet keeps its turn; the accounts behind it go first.
     for (auto turn = m_turns.begin(); turn != m_turns.end(); ++turn) {
         Account& account = m_accounts.find(*turn)->second;
-        if (account.running < m_idleWorkers) {
+        if (m_workers.hasOneFor(account.running)) {
             return startFirstJob(turn, account);
         }
     }
@@ -42,8 +42,8 @@ FairQueue::StartedJob FairQueue::startFirstJob(std::list<AccountKey>::iterator t
     StartedJob started{*turn, std::move(account.waiting.front())};
     account.waiting.pop_front();
     ++account.running;
-    --m_idleWorkers;
-    ++m_freeSlots;
+    m_workers.take();
+    m_slots.giveBack();
     if (account.waiting.empty()) {
         m_turns.erase(turn);
     } else {
@@ -56,7 +56,7 @@ void FairQueue::finish(AccountKey account)
 {
     const auto entry = m_accounts.find(account);
     --entry->second.running;
-    ++m_idleWorkers;
+    m_workers.giveBack();
     eraseIfUnused(entry);
 }
 

@@ -15,12 +15,19 @@ namespace host {
 using AccountKey = int64_t;
 constexpr AccountKey kUnknownAccount = -1;
 
+// Workers, or slots of a queue.
+struct Places {
+    size_t shared;    // an account may have several of them
+    size_t reserved;  // further ones, only for accounts that have none
+};
+
 // A queue of fixed capacity in front of a fixed number of workers. Accounts take turns; the jobs of one account start
 // in the order in which they were added.
 //
-// An account with n running jobs starts another one only while more than n workers are idle, and an account with n
-// waiting jobs adds another one only while more than n slots of the queue are free. So a single account gets half of
-// the workers and half of the queue at most, and a second account still finds some of both.
+// An account with n running jobs starts another one only while more than n shared workers are idle, and an account with
+// n waiting jobs adds another one only while more than n shared slots of the queue are free. So a single account gets
+// half of the shared workers and slots at most. An account without any finds one as long as fewer other accounts have
+// one each than are reserved, whatever they do.
 //
 // One thread at a time may use the object.
 class FairQueue {
@@ -33,8 +40,8 @@ public:
         Job job;
     };
 
-    // workers: the number of jobs that can run at a time. capacity: the number of jobs that can wait.
-    FairQueue(size_t workers, size_t capacity) : m_idleWorkers(workers), m_freeSlots(capacity) {}
+    // workers: for the jobs that run. slots: for those that wait.
+    FairQueue(Places workers, Places slots) : m_workers(workers), m_slots(slots) {}
 
     // Appends the job to those of the account. Returns false when there is no slot for it. Throws std::bad_alloc, and
     // then nothing has changed.
@@ -54,11 +61,35 @@ private:
     };
     using Accounts = std::unordered_map<AccountKey, Account>;
 
+    // Places of which some are taken.
+    class FreePlaces {
+    public:
+        explicit FreePlaces(Places all) : m_free(all.shared + all.reserved), m_reserved(all.reserved) {}
+
+        // Returns whether an account that has that many of the places may take another one.
+        bool hasOneFor(size_t taken) const
+        {
+            return m_free > (taken == 0 ? 0 : m_reserved + taken);
+        }
+        void take()
+        {
+            --m_free;
+        }
+        void giveBack()
+        {
+            ++m_free;
+        }
+
+    private:
+        size_t m_free;
+        const size_t m_reserved;
+    };
+
     StartedJob startFirstJob(std::list<AccountKey>::iterator turn, Account& account);
     void eraseIfUnused(Accounts::iterator account);
 
-    size_t m_idleWorkers;
-    size_t m_freeSlots;
+    FreePlaces m_workers;
+    FreePlaces m_slots;
     Accounts m_accounts;            // those with a waiting or running job
     std::list<AccountKey> m_turns;  // accounts with a waiting job, the next one first
 };

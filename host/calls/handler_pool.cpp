@@ -7,9 +7,10 @@
 
 namespace host {
 
-HandlerPool::HandlerPool(size_t workers, size_t capacity) : m_queue(workers, capacity), m_workers(workers)
+HandlerPool::HandlerPool(Places workers, Places slots)
+    : m_queue(workers, slots), m_workers(workers.shared + workers.reserved)
 {
-    m_idleWorkers.reserve(workers);
+    m_idleWorkers.reserve(m_workers.size());
     try {
         for (Worker& worker : m_workers) {
             worker.thread = std::thread(&HandlerPool::runJobs, this, std::ref(worker));
@@ -30,6 +31,12 @@ try {
     return true;
 } catch (const std::exception&) {
     return false;  // no memory
+}
+
+bool HandlerPool::isAccepting() const
+{
+    const std::lock_guard lock(m_mutex);
+    return !m_idleWorkers.empty() || std::chrono::steady_clock::now() - m_lastIdle <= kLongestHold;
 }
 
 void HandlerPool::stop()
@@ -55,6 +62,7 @@ void HandlerPool::runJobs(Worker& worker)
     for (;;) {
         // The worker is idle before it runs the completion, because that may lead to the client's next request.
         m_idleWorkers.push_back(&worker);
+        m_lastIdle = std::chrono::steady_clock::now();
         assignJobs();
         if (completion) {
             lock.unlock();

@@ -1,6 +1,7 @@
 // Runs handlers on worker threads, so that the threads that serve the sockets never wait for one.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
@@ -16,9 +17,11 @@ namespace host {
 // that the requests of a single client find the caches of one thread warm.
 class HandlerPool {
 public:
-    // workers: the number of threads; capacity: how many jobs may wait. Throws std::system_error when a thread cannot
+    static constexpr std::chrono::seconds kLongestHold{5};
+
+    // Starts a thread for each worker. workers, slots: as for FairQueue. Throws std::system_error when a thread cannot
     // be started.
-    HandlerPool(size_t workers, size_t capacity);
+    HandlerPool(Places workers, Places slots);
     HandlerPool(const HandlerPool&) = delete;
     HandlerPool& operator=(const HandlerPool&) = delete;
     ~HandlerPool()
@@ -32,6 +35,9 @@ public:
     // Returns false when the job will never run: the queue is full, memory ran out, or the pool was stopped. Any thread
     // may call it, also from within a job.
     bool add(AccountKey account, FairQueue::Job job) noexcept;
+
+    // Returns whether a worker is idle, or became idle in the last kLongestHold. Any thread may call it.
+    bool isAccepting() const;
 
     // Waits for the running jobs and their completions, and ends the threads. Jobs that are still queued never run.
     // Only one thread may call it, and no job.
@@ -47,9 +53,10 @@ private:
     void runJobs(Worker& worker);
     void assignJobs();  // gives queued jobs to idle workers; the caller holds the mutex
 
-    std::mutex m_mutex;  // guards all members below except the workers' threads
+    mutable std::mutex m_mutex;  // guards all members below except the workers' threads
     FairQueue m_queue;
     std::vector<Worker*> m_idleWorkers;  // the one that became idle last is the last
+    std::chrono::steady_clock::time_point m_lastIdle = std::chrono::steady_clock::now();  // when a worker became idle
     bool m_isStopping = false;
     std::vector<Worker> m_workers;
 };

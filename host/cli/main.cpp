@@ -88,10 +88,15 @@ void addServe(CommandLine& line)
         ->capture_default_str();
     pServe
         ->add_option("--connections", pOptions->connections,
-                     "Connections to the store, and requests that are handled at a time")
+                     "Connections to the store, and requests at a time of which an account may have several")
         ->capture_default_str()
         ->check(CLI::Range(1, 64));
     pServe->add_option("--idle-timeout", pOptions->idleTimeout, "Seconds until an idle connection is closed")
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 3600u));
+    pServe
+        ->add_option("--request-seconds", pOptions->requestSeconds,
+                     "Seconds from which on a request makes no further change")
         ->capture_default_str()
         ->check(CLI::Range(1u, 3600u));
     pServe

@@ -1,6 +1,8 @@
 // Handles one request from the arrival of its head to the end of its answer.
 #include "host/http/exchange.h"
 
+#include <poll.h>
+
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -17,12 +19,25 @@ namespace {
 constexpr std::chrono::seconds kMaxReceiveTime{30};
 // Of one body, in bytes; what exceeds RequestBody::kMaxBytes is read and discarded.
 constexpr uint64_t kMaxReceivedBytes = 256 << 20;
+// A client that closes only its sending direction gets the answer to a request that takes no longer.
+constexpr std::chrono::seconds kShortWork{1};
 const store::Cause kStoreAway{"away", "", "the store does not answer; try again"};
+const store::Cause kAllHeld{"busy", "", "all handlers are at work, and none has become free for some time; try again"};
 
-Answer healthAnswer()
+// Returns whether the other side has closed the connection, or its sending direction.
+bool hasPeerClosed(int socket)
+{
+    pollfd state{socket, POLLRDHUP, 0};
+    return poll(&state, 1, 0) > 0;
+}
+
+Answer healthAnswer(const HandlerPool& handlers)
 {
     if (!store::isStoreAnswering()) {
         return errorAnswer(MHD_HTTP_SERVICE_UNAVAILABLE, kStoreAway);
+    }
+    if (!handlers.isAccepting()) {
+        return errorAnswer(MHD_HTTP_SERVICE_UNAVAILABLE, kAllHeld);
     }
     VELQ::APIResponse resp;
     resp.SetSuccess(Json::Value());
@@ -58,7 +73,7 @@ MHD_Result Exchange::begin(const char* szPath, const char* szMethod, const char*
         return sendsBodyImmediately(m_pConnection) ? MHD_YES : respond(refusal());
     }
     if (m_head.resource == Resource::health) {
-        m_answer = healthAnswer();
+        m_answer = healthAnswer(m_server.handlers);
     }
     if (m_head.tokenHash.empty()) {
         return MHD_YES;
@@ -209,8 +224,24 @@ std::optional<Answer> Exchange::runHandler(const EarlyAnswer& onSuccess)
     }
     m_body.drop();
     const store::Account account = m_head.account;  // the exchange may be destroyed once the answer is taken
-    return onSuccess ? answerRead(m_head.pRow->pHandler, account, std::move(jParams), onSuccess)
-                     : answerRequest(m_head.pRow->pHandler, account, std::move(jParams));
+    if (onSuccess) {
+        return answerRead(m_head.pRow->pHandler, account, std::move(jParams), onSuccess);
+    }
+    const store::RequestWatch watch{m_head.tokenHash,
+                                    [this, start = std::chrono::steady_clock::now()] { return whyToStop(start); }};
+    return answerRequest(m_head.pRow->pHandler, account, std::move(jParams), watch);
+}
+
+std::string Exchange::whyToStop(std::chrono::steady_clock::time_point start) const
+{
+    const auto worked = std::chrono::steady_clock::now() - start;
+    if (m_server.endsRequests) {
+        return "the server is shutting down";
+    }
+    if (worked > m_server.longestRequest) {
+        return "a request may work for " + std::to_string(m_server.longestRequest.count()) + " seconds";
+    }
+    return worked > kShortWork && hasPeerClosed(m_socket) ? "the client has gone" : "";
 }
 
 void Exchange::setAccount(AccountKey account)

@@ -37,8 +37,10 @@ struct ServerState {
     BodyMemory bodyMemory{};
     ReadAnswers readAnswers;
     LogRateLimit storeErrorLimit{};
-    std::atomic<int> exchangeCount{0};    // exchanges that exist
-    std::atomic<bool> isStopping{false};  // whether each connection is closed after its next answer
+    std::atomic<int> exchangeCount{0};      // exchanges that exist
+    std::atomic<bool> isStopping{false};    // whether each connection is closed after its next answer
+    std::atomic<bool> endsRequests{false};  // whether requests end before their next change
+    const std::chrono::seconds longestRequest;
     HandlerPool handlers;
 };
 
@@ -96,6 +98,9 @@ private:
     // Parses the body and calls the handler. onSuccess: as for answerRead(); empty when the method may change
     // something.
     std::optional<Answer> runHandler(const EarlyAnswer& onSuccess);
+
+    // Returns why the handler, which has worked since the start, must end before its next change; empty: it need not.
+    std::string whyToStop(std::chrono::steady_clock::time_point start) const;
 
     // Assigns the request to the account: in the queue, in the body memory and among the connections.
     void setAccount(AccountKey account);

@@ -35,7 +35,9 @@ using Clock = std::chrono::steady_clock;
 constexpr rlim_t kMaxConnections = 8192;
 constexpr rlim_t kOtherDescriptors = 256;  // for files, database connections and the threads' epoll instances
 constexpr size_t kHeaderMemory = 32 << 10;
-constexpr size_t kQueueCapacity = 1024;  // requests that wait for a worker
+constexpr Places kQueueSlots{.shared = 1024, .reserved = 256};  // for requests that wait for a worker
+// After the signal to stop: requests that make many changes end before their next one; the process ends in any case.
+constexpr std::chrono::seconds kGrace{2};
 constexpr std::chrono::seconds kDrainTimeout{30};
 
 // The library calls this when the head of a request has arrived, for each part of its body, at its end, and once more
@@ -127,8 +129,9 @@ void stopDaemon(ServerState& server, MHD_Daemon* pDaemon)
     server.isStopping = true;
     const MHD_socket listenFd = MHD_quiesce_daemon(pDaemon);
     shutdown(listenFd, SHUT_RDWR);  // refuses new connections instead of leaving them in the backlog
-    const auto deadline = Clock::now() + kDrainTimeout;
-    while (server.exchangeCount > 0 && Clock::now() < deadline) {
+    const auto start = Clock::now();
+    while (server.exchangeCount > 0 && Clock::now() < start + kDrainTimeout) {
+        server.endsRequests = Clock::now() > start + kGrace;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     if (server.exchangeCount > 0) {
@@ -176,7 +179,8 @@ void serve(const ModuleSet& modules, const StaticFiles& page, const ServeOptions
                        .page = page,
                        .evictableSockets = EvictableSockets(connections / 2),
                        .readAnswers = ReadAnswers(options.keptAnswersMib << 20),
-                       .handlers = HandlerPool(options.connections, kQueueCapacity)};
+                       .longestRequest = std::chrono::seconds(options.requestSeconds),
+                       .handlers = HandlerPool({options.connections, 2 * options.connections}, kQueueSlots)};
     MHD_Daemon* pDaemon = startDaemon(server, listenFd, connections, options.idleTimeout);
     const std::string ip = options.address.substr(0, options.address.rfind(':'));
     std::cout << "listening on http://" << ip << ':' << portOf(pDaemon) << std::endl;

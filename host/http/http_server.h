@@ -15,14 +15,16 @@ struct ServeOptions {
     std::string address = "127.0.0.1:8480";           // as for openListenSocket
     bool allowRemote = false;                         // as for openListenSocket
     bool echoesFailures = false;                      // whether the modules' failure lines go to standard output, too
-    size_t connections = store::kDefaultConnections;  // to the store; also the number of handlers that run at a time
+    size_t connections = store::kDefaultConnections;  // to the store; also the number of handlers that accounts share
+    unsigned requestSeconds = 60;                     // from which on a request makes no further change
     size_t keptAnswersMib = 64;                       // memory for kept answers of what only reads; 0: none is kept
     unsigned idleTimeout = 10;  // seconds until an idle connection is closed; waiting for a handler is not idle
 };
 
 // Serves the modules' methods and the page until SIGTERM or SIGINT. Prints the address on standard output when it is
 // ready, and logs each request and each change of the store. After the signal it finishes the requests that have begun
-// to arrive; when some are not finished after 30 seconds, it ends the process at once with status 0.
+// to arrive; from the third second on, these make no further change. When some are not finished after 30 seconds, it
+// ends the process at once with status 0.
 //
 // modules, page: outlive the call. Call it once per process, from the main thread before that starts others. Throws
 // std::runtime_error when the server cannot start.

@@ -45,7 +45,7 @@ const char* nameOf(Reason reason)
     static constexpr const char* kNames[] = {"missing",        "malformed",       "not_permitted", "unknown_node",
                                              "unknown_policy", "unknown_account", "duplicate",     "stale",
                                              "too_deep",       "cycle",           "too_long",      "busy",
-                                             "away",           "failed"};
+                                             "away",           "cancelled",       "failed"};
     return kNames[static_cast<size_t>(reason)];
 }
 
@@ -64,6 +64,8 @@ Reason reasonOf(int errnoValue)
             return Reason::stale;
         case EBUSY:
             return Reason::busy;
+        case ECANCELED:
+            return Reason::cancelled;
         default:
             return Reason::failed;
     }
@@ -123,8 +125,10 @@ int keepRefusal() noexcept
     ThreadState& state = threadState();
     try {
         state.refusal = causeOfException();
-        if (state.actingUid && state.hasCommitted && (code == EIO || code == EBUSY)) {
-            state.refusal.text += "; what the request had changed before stays changed";
+        if (state.actingUid && state.changes > 0 && (code == EIO || code == EBUSY)) {
+            const bool isDurable = code == EBUSY || !state.reconnects;
+            state.refusal.text += "; what the request had changed before ";
+            state.refusal.text += isDurable ? "stays changed" : "may be there now or not";
         }
     } catch (...) {
         state.refusal = {};  // no memory for the text

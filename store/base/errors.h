@@ -29,8 +29,9 @@ enum class Reason {
     tooDeep,
     cycle,  // a group would be below itself
     tooLong,
-    busy,  // locked by others for too long
-    away,  // the database does not answer
+    busy,       // locked by others for too long
+    away,       // the database does not answer
+    cancelled,  // the request had to end before its next change
     failed,
 };
 

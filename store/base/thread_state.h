@@ -22,10 +22,13 @@
 namespace store {
 
 struct ListingSnapshot;  // nodes/listing_snapshot.h
+struct RequestWatch;     // store.h
 
 struct ThreadState {
     std::optional<uint32_t> actingUid;               // nothing: everything is allowed
-    bool hasCommitted = false;                       // whether a change was committed since actingUid was set
+    const RequestWatch* pWatch = nullptr;            // of the acting account's request; null: there is none
+    uint64_t changes = 0;                            // committed since actingUid was set
+    std::optional<uint64_t> reconnects;              // their count before the first change that may not be on disk yet
     std::set<std::pair<int, int64_t>> changedNodes;  // by node type and identifier; changed since actingUid was set
     std::shared_ptr<ListingSnapshot> pSnapshot;      // null: there is none
     Cause refusal;                                   // empty: the last call did not fail

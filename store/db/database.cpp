@@ -1,6 +1,7 @@
 // Opens and closes the database: a pool of connections and, on SQLite, a file.
 #include "store/db/database.h"
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <stdexcept>
@@ -22,6 +23,7 @@
 namespace store {
 namespace {
 
+std::atomic<uint64_t> gReconnects{0};
 std::unique_ptr<Pool> gPool;
 std::unique_ptr<StateReader> gStateReader;  // there is one while there is a pool
 
@@ -93,6 +95,11 @@ bool isPostgres()
     return gPool != nullptr && gPool->address().isPostgres;
 }
 
+uint64_t reconnectCount()
+{
+    return gReconnects;
+}
+
 bool isStoreAnswering()
 {
     return gPool != nullptr && gPool->isAnswering();
@@ -122,6 +129,7 @@ void Connection::close()
 
 void Connection::reconnect()
 {
+    ++gReconnects;
     gPool->reconnect(m_number);
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include <soci/soci.h>
@@ -28,6 +29,10 @@ bool isDatabaseOpen();
 
 // Whether the open database is on PostgreSQL rather than on SQLite. Any thread may call it.
 bool isPostgres();
+
+// Returns how often a connection was made anew. Changes that the database had not written to disk before may be lost
+// then. Any thread may call it.
+uint64_t reconnectCount();
 
 // One connection of the open database, leased to the calling thread while the object lives. Any thread may lease one. A
 // thread must not lease a second connection before it has given the first one back.

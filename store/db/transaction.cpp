@@ -18,15 +18,16 @@ WriteQueue gWriteQueue;
 void begin(soci::session& sql, Access access)
 {
     if (!isPostgres()) {
-        execute(sql, access == Access::write ? "BEGIN IMMEDIATE" : "BEGIN");
-        return;
+        return execute(sql, access == Access::read ? "BEGIN" : "BEGIN IMMEDIATE");
     }
     if (access == Access::read) {
         return execute(sql, "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
     }
-    // READ COMMITTED: a writer that waited for the lock sees what the writer before it has committed. Both statements
-    // go to the database in one round trip.
-    number(sql, "BEGIN ISOLATION LEVEL READ COMMITTED; SELECT value FROM meta WHERE name = 'version' FOR UPDATE");
+    // READ COMMITTED: a writer that waited for the lock sees what the writer before it has committed. All statements go
+    // to the database in one round trip.
+    const std::string sync = access == Access::unsyncedWrite ? "SET LOCAL synchronous_commit = off; " : "";
+    number(sql, "BEGIN ISOLATION LEVEL READ COMMITTED; " + sync +
+                    "SELECT value FROM meta WHERE name = 'version' FOR UPDATE");
 }
 
 // Returns false when the connection did not take the statement.
@@ -69,7 +70,13 @@ void beginOrReconnect(Connection& connection, Access access)
 
 }  // namespace
 
-Transaction::WriteTurn::WriteTurn(Access access) : isTaken(access == Access::write)
+Access accessForChange()
+{
+    const ThreadState& state = threadState();
+    return state.pWatch != nullptr && state.changes > 0 ? Access::unsyncedWrite : Access::write;
+}
+
+Transaction::WriteTurn::WriteTurn(Access access) : isTaken(access != Access::read)
 {
     if (isTaken) {
         gWriteQueue.enter();
@@ -84,7 +91,26 @@ Transaction::WriteTurn::~WriteTurn()
     }
 }
 
-Transaction::Transaction(Access access) : m_turn(access)
+Transaction::SyncSetting::SyncSetting(Connection& leased, Access access)
+    : connection(leased), isOff(access == Access::unsyncedWrite && !isPostgres())
+{
+    if (isOff) {
+        execute(leased.sql(), "PRAGMA synchronous = NORMAL");
+    }
+}
+
+Transaction::SyncSetting::~SyncSetting()
+{
+    try {
+        if (isOff) {
+            execute(connection.sql(), "PRAGMA synchronous = FULL");
+        }
+    } catch (...) {
+        connection.close();  // the next one is set up anew
+    }
+}
+
+Transaction::Transaction(Access access) : m_turn(access), m_access(access), m_sync(m_connection, access)
 {
     beginOrReconnect(m_connection, access);
 }
@@ -106,8 +132,8 @@ void Transaction::commit()
     try {
         execute(m_connection.sql(), "COMMIT");
         m_open = false;
-        if (m_turn.isTaken) {
-            threadState().hasCommitted = true;
+        if (m_access == Access::unsyncedWrite && !threadState().reconnects) {
+            threadState().reconnects = reconnectCount();
         }
     } catch (const Error& error) {
         m_open = false;

@@ -10,7 +10,12 @@
 
 namespace store {
 
-enum class Access { read, write };
+// unsyncedWrite: writes, but does not wait until the change is on disk, where the next other change brings it, too.
+enum class Access { read, write, unsyncedWrite };
+
+// Returns the access for a change on this thread. The second and later changes of an acting account's request are on
+// disk only after ActingAccount::makeDurable().
+Access accessForChange();
 
 // One leased connection in one transaction, rolled back on destruction unless committed. A reading transaction sees the
 // store as it was at one moment. Writing transactions run one after the other; the thread that begins one loses the
@@ -40,8 +45,20 @@ private:
         const bool isTaken;
     };
 
+    // While the object lives, SQLite does not wait for the disk on this connection if that access does not.
+    struct SyncSetting {
+        SyncSetting(Connection& leased, Access access);
+        ~SyncSetting();
+        SyncSetting(const SyncSetting&) = delete;
+        SyncSetting& operator=(const SyncSetting&) = delete;
+        Connection& connection;
+        const bool isOff;
+    };
+
     WriteTurn m_turn;  // declared first, so that it ends after the connection is given back
     Connection m_connection;
+    const Access m_access;
+    const SyncSetting m_sync;
     bool m_open = true;
 };
 

@@ -1,22 +1,78 @@
-// Sets the account on whose behalf the calling thread calls the store.
-#include "store/base/thread_state.h"
+// Sets the account on whose behalf the calling thread calls the store, and ends its request early.
+#include "store/rules/acting_account.h"
+
+#include "store/db/transaction.h"
+#include "store/sql/statement.h"
 #include "store/store.h"
 
 namespace store {
+namespace {
 
-ActingAccount::ActingAccount(uint32_t uid) : m_before(threadState().actingUid)
+// Any change makes the database write those before it to disk, too.
+void writeToDisk(uint64_t reconnects)
+{
+    inTransaction(Access::write,
+                  [](soci::session& sql) { change(sql, "UPDATE meta SET value = value WHERE name = 'version'"); });
+    // A database that was lost meanwhile, and is there again, may have forgotten changes.
+    require(reconnectCount() == reconnects, EIO, "the database was lost before it had stored all changes");
+}
+
+}  // namespace
+
+ActingAccount::ActingAccount(uint32_t uid) : m_uidBefore(threadState().actingUid), m_pWatchBefore(threadState().pWatch)
 {
     ThreadState& state = threadState();
     state.actingUid = uid;
-    state.hasCommitted = false;
+    state.pWatch = nullptr;
+    state.changes = 0;
+    state.reconnects.reset();
     state.changedNodes.clear();
     state.refusal = {};
 }
 
+ActingAccount::ActingAccount(uint32_t uid, const RequestWatch& watch) : ActingAccount(uid)
+{
+    threadState().pWatch = &watch;
+}
+
 ActingAccount::~ActingAccount()
 {
-    threadState().changedNodes.clear();
-    threadState().actingUid = m_before;
+    ThreadState& state = threadState();
+    state.changedNodes.clear();
+    state.reconnects.reset();
+    state.actingUid = m_uidBefore;
+    state.pWatch = m_pWatchBefore;
+}
+
+int ActingAccount::makeDurable() noexcept
+{
+    ThreadState& state = threadState();
+    if (!state.reconnects) {
+        return 0;
+    }
+    Cause refusal = takeRefusal();
+    const int result = toErrno([&] { writeToDisk(*state.reconnects); });
+    state.reconnects.reset();
+    if (result == 0) {
+        state.refusal = std::move(refusal);
+    }
+    return result;
+}
+
+void requireGoingOn()
+{
+    const RequestWatch* pWatch = threadState().pWatch;
+    const std::string why = pWatch == nullptr || !pWatch->whyToStop ? "" : pWatch->whyToStop();
+    if (!why.empty()) {
+        throw stopped(why);
+    }
+}
+
+Refusal stopped(const std::string& why)
+{
+    const uint64_t changes = threadState().changes;
+    return Refusal(ECANCELED,
+                   "stopped after " + std::to_string(changes) + (changes == 1 ? " change: " : " changes: ") + why);
 }
 
 }  // namespace store

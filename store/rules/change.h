@@ -6,6 +6,7 @@
 
 #include "store/db/transaction.h"
 #include "store/records/records.h"
+#include "store/rules/acting_account.h"
 #include "store/rules/rights.h"
 
 namespace store {
@@ -21,12 +22,25 @@ void logChange(const std::string& line) noexcept;
 // Remembers that the acting account has changed the group or server, whose notice then needs no further right.
 void rememberChange(int nodeType, int64_t id) noexcept;
 
+// Runs work(soci::session&) in a writing transaction for a change of the acting account, and returns the work's result.
+// Throws as inTransaction and requireGoingOn.
+template <typename Work>
+auto inChange(Work&& work)
+{
+    auto result = inTransaction(accessForChange(), [&](soci::session& sql) {
+        requireGoingOn();
+        return work(sql);
+    });
+    ++threadState().changes;
+    return result;
+}
+
 // Runs work(soci::session&), which returns its changeLine(), in a writing transaction, and logs the change once it is
 // committed. Returns 0 with errno as it was, or -1 with errno and the thread's refusal.
 template <typename Work>
 int commitChange(Work&& work) noexcept
 {
-    return toErrno([&] { logChange(inTransaction(Access::write, work)); });
+    return toErrno([&] { logChange(inChange(work)); });
 }
 
 // Does the same with work(soci::session&, R&), which changes a copy of the record; the record takes the copy's values
@@ -37,7 +51,7 @@ int commitChange(R* pRecord, Work&& work) noexcept
     return toErrno([&] {
         requireArguments(pRecord);
         R changed;
-        const std::string line = inTransaction(Access::write, [&](soci::session& sql) {
+        const std::string line = inChange([&](soci::session& sql) {
             changed = *pRecord;
             return work(sql, changed);
         });

@@ -3,12 +3,14 @@
 #include "store/rules/rights.h"
 
 #include <algorithm>
+#include <ctime>
 
 #include "platform/velq_core.h"
 #include "platform/velq_zem.h"
 #include "store/db/transaction.h"
 #include "store/records/policy_links.h"
 #include "store/records/records.h"
+#include "store/rules/acting_account.h"
 #include "store/sql/statement.h"
 #include "store/store.h"
 
@@ -41,6 +43,33 @@ Role readAccount(soci::session& sql, int64_t uid, std::string& name)
     return admin != 0 ? Role::administrator : Role::delegate;
 }
 
+// Does the same for the acting account, when the request has a token. Throws Refusal ECANCELED when that is not valid.
+Role readAccountOfToken(soci::session& sql, int64_t uid, const std::string& tokenHash, std::string& name)
+{
+    const int64_t now = std::time(nullptr);
+    int64_t admin = 0;
+    Statement statement(sql);
+    statement.in(uid).in(tokenHash).in(now).out(admin).out(name);
+    statement.prepare(
+        "SELECT a.admin, a.name FROM account a JOIN token t ON t.uid = a.uid"
+        " WHERE a.uid = :uid AND t.hash = :hash AND (t.expires = 0 OR t.expires > :now)");
+    if (!statement.first()) {
+        throw stopped("the token was revoked or has expired");
+    }
+    return admin != 0 ? Role::administrator : Role::delegate;
+}
+
+Role readActingAccount(soci::session& sql, std::string& name)
+{
+    const ThreadState& state = threadState();
+    if (!state.actingUid) {
+        return Role::administrator;
+    }
+    const bool hasToken = state.pWatch != nullptr && !state.pWatch->tokenHash.empty();
+    return hasToken ? readAccountOfToken(sql, *state.actingUid, state.pWatch->tokenHash, name)
+                    : readAccount(sql, *state.actingUid, name);
+}
+
 Refusal notManageable(const char* szKind, int64_t id, const char* szMember = "")
 {
     return Refusal(EACCES, Reason::notPermitted, szMember,
@@ -53,7 +82,12 @@ const std::string kVisibleGroups = "WITH RECURSIVE visible (id) AS (SELECT node_
                                    kGroupOfAccount +
                                    " UNION SELECT o.id FROM ou o JOIN visible v ON o.parent_id = v.id) ";
 
-Rights::Rights(soci::session& sql) : Rights(sql, threadState().actingUid) {}
+Rights::Rights(soci::session& sql)
+    : m_sql(sql),
+      m_uid(threadState().actingUid ? int64_t{*threadState().actingUid} : -1),
+      m_role(readActingAccount(sql, m_name))
+{
+}
 
 Rights::Rights(soci::session& sql, std::optional<int64_t> uid)
     : m_sql(sql), m_uid(uid.value_or(-1)), m_role(uid ? readAccount(sql, *uid, m_name) : Role::administrator)
@@ -155,7 +189,10 @@ using namespace store;
 
 int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id)
 {
-    const auto check = [&](soci::session& sql) { Rights(sql, uid).requireGroup(id); };
+    const auto check = [&](soci::session& sql) {
+        requireGoingOn();
+        Rights(sql, uid).requireGroup(id);
+    };
     if (toErrno([&] { inTransaction(Access::read, check); }) == 0) {
         return 1;
     }

@@ -24,7 +24,8 @@ extern const std::string kVisibleGroups;
 // thread of the transaction; every function may throw DatabaseError.
 class Rights {
 public:
-    // The rights of the calling thread's acting account; without one everything is allowed.
+    // The rights of the calling thread's acting account; without one everything is allowed. Throws Refusal ECANCELED
+    // when the token of its request is not valid any more.
     explicit Rights(soci::session& sql);
 
     // The rights of the account with that uid; without a uid everything is allowed.
