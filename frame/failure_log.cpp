@@ -1,4 +1,4 @@
-// Writes the module's log lines. Log filters depend on every byte of the formats, spelling mistakes included.
+// Writes the modules' log lines. Log filters depend on every byte of the formats, spelling mistakes included.
 #include "frame/failure_log.h"
 
 #include <cerrno>
@@ -115,37 +115,37 @@ int log_malloc_hash(const char* szFile, int line)
 void log_null_request(const VELQ::APIRequest* req, const VELQ::APIResponse* resp, int line)
 {
     write_line(errno, [=] {
-        syslog(LOG_ERR, "%s:%d req=%p or resp=%p is NULL", szSourceOu, line, static_cast<const void*>(req),
+        syslog(LOG_ERR, "%s:%d req=%p or resp=%p is NULL", szModuleSource, line, static_cast<const void*>(req),
                static_cast<const void*>(resp));
     });
 }
 
 void log_no_login_uid(int line)
 {
-    write_line(errno, [=] { syslog(LOG_ERR, "%s:%d Failed to get login uid", szSourceOu, line); });
+    write_line(errno, [=] { syslog(LOG_ERR, "%s:%d Failed to get login uid", szModuleSource, line); });
 }
 
 void log_no_permission(const char* szUser, int64_t groupId, int errCode, const char* szErrFile, int errLine, int line)
 {
     write_line(errno, [=] {
-        syslog(LOG_ERR, "%s:%d No permission for normal user [%s] on group [%ld]. [0x%04X %s:%d]", szSourceOu, line,
+        syslog(LOG_ERR, "%s:%d No permission for normal user [%s] on group [%ld]. [0x%04X %s:%d]", szModuleSource, line,
                szUser, groupId, static_cast<unsigned>(errCode), szErrFile, errLine);
     });
 }
 
 void log_root_delete(int line)
 {
-    write_line(errno, [=] { syslog(LOG_ERR, "%s:%d Deleting ROOT OU is not allowed.", szSourceOu, line); });
+    write_line(errno, [=] { syslog(LOG_ERR, "%s:%d Deleting ROOT OU is not allowed.", szModuleSource, line); });
 }
 
-void log_notify_failed(uint32_t uid, int64_t groupId, int line)
+void log_notify_failed(uint32_t uid, int64_t nodeId, int line)
 {
     write_line(errno, [=] {
-        syslog(LOG_ERR, "%s:%d fail to VELQZEMGpoNotifyFetch uid=%u id=%ld", szSourceOu, line, uid, groupId);
+        syslog(LOG_ERR, "%s:%d fail to VELQZEMGpoNotifyFetch uid=%u id=%ld", szModuleSource, line, uid, nodeId);
     });
 }
 
 void log_invalid_argument(const char* szExpr, int line)
 {
-    write_line(errno, [=] { syslog(LOG_ERR, "%s:%d Invaild Argument (%s)=[%d]\n", szSourceOu, line, szExpr, 0); });
+    write_line(errno, [=] { syslog(LOG_ERR, "%s:%d Invaild Argument (%s)=[%d]\n", szModuleSource, line, szExpr, 0); });
 }

@@ -1,4 +1,4 @@
-// Writes every line that the module sends to the system log.
+// Writes every line that a module sends to the system log.
 //
 // There are two sorts of lines. A failure line contains the text of errno, its wording depends on errno at the time of
 // the call, and it is repeated on standard output while giTerminalDebug is set. A plain line does none of that. Every
@@ -10,8 +10,9 @@
 
 #include "platform/velq_webapi.h"
 
-// Source file names in the log entries: that of the handlers, and that of the exported link functions.
-constexpr char szSourceOu[] = "webapi_zem_ou.cpp";
+// Source file names in the log entries: that of the module's handlers, which each module defines beside its method
+// table, and that of the exported link functions.
+extern const char szModuleSource[];
 constexpr char szSourceLib[] = "webapi_zem_lib.cpp";
 
 // --- Failure lines. Each function returns -1, so that a caller can return its result.
@@ -20,16 +21,16 @@ constexpr char szSourceLib[] = "webapi_zem_lib.cpp";
 // included, even where the code has been rewritten since or checks more than the text says.
 
 // Logs a check that failed, mostly a call into the platform.
-int log_failed_call(const char* szExpr, const char* szFile = szSourceOu, int line = __builtin_LINE());
+int log_failed_call(const char* szExpr, const char* szFile = szModuleSource, int line = __builtin_LINE());
 
 // Logs an invalid argument or value.
-int log_bad_parameter(const char* szFile = szSourceOu, int line = __builtin_LINE());
+int log_bad_parameter(const char* szFile = szModuleSource, int line = __builtin_LINE());
 
 // Logs a failed check only if errno is EACCES; writes nothing otherwise.
-int log_access_denied(const char* szExpr, const char* szFile = szSourceOu, int line = __builtin_LINE());
+int log_access_denied(const char* szExpr, const char* szFile = szModuleSource, int line = __builtin_LINE());
 
 // Logs that a string hash could not be allocated; with errno EACCES it writes two lines.
-int log_malloc_hash(const char* szFile = szSourceOu, int line = __builtin_LINE());
+int log_malloc_hash(const char* szFile = szModuleSource, int line = __builtin_LINE());
 
 // --- Plain lines
 
@@ -47,8 +48,8 @@ void log_no_permission(const char* szUser, int64_t groupId, int errCode, const c
 // Logs that a request would delete the root group.
 void log_root_delete(int line = __builtin_LINE());
 
-// Logs that the servers of a changed group could not be made to fetch their policies. uid: of the caller.
-void log_notify_failed(uint32_t uid, int64_t groupId, int line = __builtin_LINE());
+// Logs that the servers at or below a changed node could not be made to fetch their policies. uid: of the caller.
+void log_notify_failed(uint32_t uid, int64_t nodeId, int line = __builtin_LINE());
 
 // Logs an invalid argument of an exported function. szExpr: the check that failed.
 void log_invalid_argument(const char* szExpr, int line = __builtin_LINE());

@@ -7,7 +7,7 @@ VLIBCSzHash* alloc_query_hash(int line)
 {
     VLIBCSzHash* pHash = VLIBCSzHashAlloc(512);
     if (NULL == pHash) {
-        log_malloc_hash(szSourceOu, line);
+        log_malloc_hash(szModuleSource, line);
     }
     return pHash;
 }

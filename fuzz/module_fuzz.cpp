@@ -1,4 +1,5 @@
-// Fuzz target: every handler and exported function, also that of gpo/, over a fake store with arbitrary JSON records.
+// Fuzz target: every handler and exported function, also those of gpo/ and kx/, over a fake store with arbitrary JSON
+// records.
 //
 // Input: a byte that chooses the function, the number of the first platform call to fail, a byte that chooses errno,
 // then a JSON object with the request ("params"), the stored nodes, the delegates' extra information ("extra"), and the
@@ -9,6 +10,7 @@
 
 #include "gpo/policy_link.h"
 #include "include/webapi_zem_lib.h"
+#include "kx/server_set.h"
 #include "tests/fake_platform.h"
 
 namespace {
@@ -36,9 +38,11 @@ void fillStore(const Json::Value& jInput)
 
 void callModule(unsigned which, const Json::Value& jParams)
 {
-    static const test::Handler handlers[] = {create_v1, set_v1, delete_v1, list_tree_by_uid_v1, list_one_level_v1};
-    if (which < 5 || which == 10) {
-        fake::call(which == 10 ? link_v1 : handlers[which], jParams.isObject() ? jParams : Json::Value());
+    static const std::map<unsigned, test::Handler> handlers = {
+        {0, create_v1},         {1, set_v1},   {2, delete_v1},      {3, list_tree_by_uid_v1},
+        {4, list_one_level_v1}, {10, link_v1}, {11, set_servers_v1}};
+    if (handlers.contains(which)) {
+        fake::call(handlers.at(which), jParams.isObject() ? jParams : Json::Value());
         return;
     }
     Json::Value jData = jParams;
@@ -65,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t size)
     fake::platform.failLast = pData[1] ? SIZE_MAX : 0;
     fake::platform.failErrno = pData[2] % 3 == 0 ? 0 : pData[2] % 3 == 1 ? ENOENT : EACCES;
     errno = pData[2] & 64 ? EACCES : 0;
-    callModule(pData[0] % 11, jInput["params"]);
+    callModule(pData[0] % 12, jInput["params"]);
     fake::reset();  // fails if something has not been released
     return 0;
 }

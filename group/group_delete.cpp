@@ -4,26 +4,11 @@
 #include "frame/group_permission.h"
 #include "frame/handler_frame.h"
 #include "frame/json_read.h"
+#include "frame/request_records.h"
 #include "include/webapi_zem_ou.h"
 #include "platform/velq_zem.h"
 
 namespace {
-
-// Appends the request's identifiers to the array jIds.
-int read_ids(const VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& jIds)
-{
-    if (!req.HasParam("node_id")) {
-        resp.SetError(errParameter, Json::Value());
-        return -1;
-    }
-    Json::Value jTmp = req.GetParam("node_id", Json::Value());
-    if (jTmp.isArray()) {
-        jIds.swap(jTmp);
-    } else {
-        jIds.append(std::move(jTmp));
-    }
-    return 0;
-}
 
 int delete_group(const VELQ::APIRequest& req, VELQ::APIResponse& resp, uint32_t uid, const Json::Value& jId)
 {
@@ -55,7 +40,7 @@ void delete_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
     Json::Value jIds(Json::arrayValue);
     uint32_t uid = 0;
 
-    if (0 > check_request(req, resp) || 0 > begin_request(*req, *resp, &uid) || 0 > read_ids(*req, *resp, jIds)) {
+    if (0 > check_request(req, resp) || 0 > begin_request(*req, *resp, &uid) || 0 > read_node_ids(*req, *resp, jIds)) {
         return;
     }
     for (const Json::Value& jId : jIds) {

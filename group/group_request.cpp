@@ -21,7 +21,7 @@ void copy_if_present(const VELQ::APIRequest& req, const std::string& name, Json:
 int refuse_null_request(int line = __builtin_LINE())
 {
     log_invalid_argument("__null != req", line);
-    VLIBCErrSetEx(invalidArgument, szSourceOu, line);
+    VLIBCErrSetEx(invalidArgument, szModuleSource, line);
     return -1;
 }
 

@@ -6,6 +6,7 @@
 #include "frame/group_permission.h"
 #include "frame/handler_frame.h"
 #include "frame/json_read.h"
+#include "frame/request_records.h"
 #include "include/webapi_zem_ou.h"
 #include "platform/velq_zem.h"
 
@@ -17,13 +18,7 @@ constexpr int updateMode = 0;
 int read_records(VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& jRecords)
 {
     if (req.HasParam("multiple_data")) {
-        Json::Value jTmp = req.GetParam("multiple_data", Json::Value());
-        if (!jTmp.isArray()) {
-            resp.SetError(errParameter, Json::Value());
-            return -1;
-        }
-        jRecords.swap(jTmp);
-        return 0;
+        return read_multiple_data(req, resp, jRecords);
     }
     Json::Value jTmp = VELQZEMOuHttpReqToJson(&req, updateMode);
     if (jTmp.isNull()) {
@@ -31,17 +26,6 @@ int read_records(VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& jR
         return -1;
     }
     jRecords.append(std::move(jTmp));
-    return 0;
-}
-
-// Reads the record's "id"; sets error 101 if it is not a signed 64-bit integer.
-int read_id(const Json::Value& jRecord, VELQ::APIResponse& resp, int64_t* pId)
-{
-    if (0 > read_member(jRecord, "id", pId)) {
-        log_bad_parameter();
-        resp.SetError(errParameter, Json::Value());
-        return -1;
-    }
     return 0;
 }
 

@@ -38,10 +38,10 @@ std::string fill(std::string text, int err)
 // Compares whole lines; other tests compare only their short forms.
 TEST(FailureLog, writesEachLineByErrnoAndRepeatsItOnTheTerminal)
 {
-    const auto failed = [] { log_failed_call("0 > f()", szSourceOu, 7); };
-    const auto bad = [] { log_bad_parameter(szSourceOu, 7); };
-    const auto denied = [] { log_access_denied("0 > f()", szSourceOu, 7); };
-    const auto noHash = [] { log_malloc_hash(szSourceOu, 7); };
+    const auto failed = [] { log_failed_call("0 > f()", szModuleSource, 7); };
+    const auto bad = [] { log_bad_parameter(szModuleSource, 7); };
+    const auto denied = [] { log_access_denied("0 > f()", szModuleSource, 7); };
+    const auto noHash = [] { log_malloc_hash(szModuleSource, 7); };
     const std::tuple<std::function<void()>, int, std::string, std::string> cases[] = {
         {failed, EACCES, "<S>(<M>)(<O>:7)(<M>)!!Failed [0 > f()], err=<M>\n\n",
          "<T>(<O>:7)(<M>)!!Failed [0 > f()], err=<M>\n\n"},

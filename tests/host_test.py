@@ -5,6 +5,7 @@ usage: tests/host_test.py BUILD_DIR [option of unittest or HostTest.test_...]
 """
 import contextlib
 import fcntl
+import itertools
 import json
 import os
 import pathlib
@@ -24,7 +25,7 @@ from zemhost import SAMPLE, Server, Store, receive, request, send  # noqa: E402
 
 BUILD = pathlib.Path(sys.argv.pop(1)).resolve()
 MODULE = BUILD / "webapi_zem_ou.so"
-NEIGHBOUR = BUILD / "webapi_zem_gpo.so"
+MODULES = [BUILD / f"webapi_zem_{name}.so" for name in ("ou", "gpo", "kx")]
 TREE = "/webapi/VELQ.ZEM.Tree/1/get"
 CREATE = "/webapi/VELQ.ZEM.KXGroup/1/create"
 DATA = pathlib.Path(__file__).resolve().parent / "data"
@@ -351,16 +352,16 @@ class HostTest(unittest.TestCase):
                                          status=1)
                 self.assertIn(json.dumps(answer, separators=(",", ":")) + "\n", printed)
 
-    def test_two_modules_work_together_in_either_order(self):
+    def test_modules_work_together_in_any_order(self):
         params = '{"id":8,"target_add":[{"node_type":2,"node_id":12}]}'
-        for paths in [(MODULE, NEIGHBOUR), (NEIGHBOUR, MODULE)]:
+        for paths in itertools.permutations(MODULES):
             modules = [option for path in paths for option in ("--module", path)]
-            for api, method in [("GPO", "link"), ("KXGroup", "set"), ("Tree", "get")]:
+            for api, method in [("GPO", "link"), ("KXGroup", "set"), ("KX", "set"), ("Tree", "get")]:
                 given = {"link": params, "set": '{"node_id":12}'}.get(method, "")
                 answer = self.store.run("call", "VELQ.ZEM." + api, method, "--params", given, "--as", "admin", *modules)
                 self.assertIn('{"success":true', answer)
         self.assertIn("no module offers", self.store.run(
-            "call", "VELQ.ZEM.Tree", "get", "--as", "admin", "--module", NEIGHBOUR, status=1))
+            "call", "VELQ.ZEM.Tree", "get", "--as", "admin", "--module", MODULES[1], status=1))
 
     def await_health(self, status):
         limit = time.monotonic() + 20
@@ -392,6 +393,25 @@ class HostTest(unittest.TestCase):
         outage = ["zemhost: the store does not answer: ", "zemhost: the store answers again after "]
         for line, expected in zip(lines, outage * 2 + ["- /health - 405 ", "- /health/x - 404 "], strict=True):
             self.assertTrue(line.startswith(expected), lines)
+
+    def test_servers_are_moved_and_the_log_names_the_module(self):
+        token = self.serve(account="m.okafor")  # who manages the groups 3 and 11
+        move = "/webapi/VELQ.ZEM.KX/1/set"
+        own = [id for (id,) in self.store.rows("SELECT id FROM kx WHERE parent_id = 3 ORDER BY id")]
+        for change, code in [({"node_id": own, "parent_id": 6}, 117), ({"node_id": [*own, 77]}, 414),
+                             ({"multiple_data": [{"id": own[0], "address": "x", "revision": 2}]}, 117),
+                             ({"multiple_data": [{"id": own[0], "address": "x", "revision": 1, "sid": "x"}]}, 0)]:
+            _, answer = self.request(move, token, json.dumps(change))
+            self.assertEqual(answer.get("error", {"code": 0})["code"], code, answer)
+        self.assertEqual(self.store.rows(f"SELECT address, sid, parent_id, revision FROM kx WHERE id = {own[0]}"),
+                         [("x", "", 3, 2)])
+        answer = self.request(move, self.store.token("admin"), json.dumps({"node_id": own, "parent_id": 6}))[1]
+        self.assertTrue(answer["success"], answer)
+        self.server.stop()
+        log = self.store.log.read_text(encoding="utf-8")
+        self.assertRegex(log, r"module: webapi_zem_kx\.cpp:\d+ No permission for normal user \[m\.okafor\]")
+        self.assertEqual(re.findall("change: (.*)", log), [f"m.okafor server {own[0]} address"] +
+                         [f"admin server {id} parent_id" for id in own])
 
     def test_names_with_line_ends_do_not_split_log_lines(self):
         self.store.path.unlink()

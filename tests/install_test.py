@@ -84,7 +84,8 @@ class InstallTest(unittest.TestCase):
         with contextlib.closing(self.server.connect()) as connection:
             connection.request("GET", "/")
             self.assertIn(b"<!doctype html>", connection.getresponse().read(100).lower())
-        libraries = ["libvelqplatform.so", "libvelqplatform.so.1", "webapi_zem_gpo.so", "webapi_zem_ou.so"]
+        libraries = ["libvelqplatform.so", "libvelqplatform.so.1", "webapi_zem_gpo.so", "webapi_zem_kx.so",
+                     "webapi_zem_ou.so"]
         paths = {"zemhost": ["$ORIGIN:$ORIGIN/../lib/zemhost"], **{name: ["$ORIGIN"] for name in libraries}}
         self.assertEqual(dynamic(self.tree, "RUNPATH"), paths)
         self.assertFalse(any(dynamic(self.tree, "RPATH").values()))

@@ -13,7 +13,7 @@ std::filesystem::path programFile(const char* szFolder, const char* szName)
 std::vector<std::string> defaultModules()
 {
     std::vector<std::string> paths;
-    for (const char* szName : {"webapi_zem_ou.so", "webapi_zem_gpo.so"}) {
+    for (const char* szName : {"webapi_zem_ou.so", "webapi_zem_gpo.so", "webapi_zem_kx.so"}) {
         paths.push_back(programFile("lib/zemhost", szName));
     }
     return paths;

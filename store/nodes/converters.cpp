@@ -9,21 +9,22 @@
 namespace store {
 namespace {
 
-// Checks that the record is meant for the group that was loaded, in the revision that its sender knows. A null
-// identifier is refused, because it would pass for the root group's.
-void checkLoaded(const Json::Value& jRecord, const Group& group)
+// Checks that the record is meant for the group or server that was loaded, in the revision that its sender knows. A
+// null identifier is refused, because it would pass for the root group's.
+template <typename R>
+void checkLoaded(const Json::Value& jRecord, const R& loaded)
 {
-    if (group.id == -1) {
+    if (loaded.id == -1) {
         return;
     }
-    requireValid(!jRecord.isMember("id") || !jRecord["id"].isNull(), "id", "null, which names no group",
-                 Reason::missing);
+    requireValid(!jRecord.isMember("id") || !jRecord["id"].isNull(), "id",
+                 std::string("null, which names no ") + Kind<R>::kName, Reason::missing);
     const Json::Value& jRevision = jRecord["revision"];
     if (jRevision.isNull()) {
         return;
     }
     requireValid(jRevision.isInt64(), "revision", "not a 64-bit integer");
-    if (jRevision.asInt64() != group.revision) {
+    if (jRevision.asInt64() != loaded.revision) {
         throw changedSinceRead();
     }
 }
@@ -34,9 +35,7 @@ int jsonToStruct(const Json::Value& jRecord, R* pRecord)
     return toErrno([&] {
         requireArguments(pRecord);
         require(jRecord.isObject(), EINVAL, "record: not an object");
-        if constexpr (std::is_same_v<R, Group>) {
-            checkLoaded(jRecord, *pRecord);
-        }
+        checkLoaded(jRecord, *pRecord);
         R next(*pRecord);
         assignMembers(jRecord, next);
         *pRecord = next;
