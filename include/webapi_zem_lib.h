@@ -23,7 +23,6 @@ void VELQZEMHttpReqToJsonForLinkedTarget(VELQ::APIRequest* req, Json::Value& jOu
 // jData: {"node_id": the node's identifier, "gpo_id": the policy's identifier}, both signed 64-bit integers. The caller
 // owns it.
 // isAdd: non-zero adds the policy, or leaves it in its place if it is linked already; zero removes every link to it.
-// The node is stored even if its links did not change.
 // Returns 0, or -1 after a log line; the stored node is then unchanged. errno after -1: as the failed store call set it
 // (ENOENT no such node, EINVAL no such policy, EAGAIN the node was changed in the meantime, EACCES, EBUSY, EIO,
 // ENOMEM); unchanged if jData is malformed; unspecified if the stored links are malformed.

@@ -67,12 +67,13 @@ void VELQZEMOuListFree(_tag_velq_zem_ou_** ppHead);
 // Loads the group into all members of the record except pNext. ENOENT: no such group.
 int VELQZEMOuGet(int64_t id, _tag_velq_zem_ou_* pOu);
 
-// Stores the record over its group, with the current time as mtime, and sets the record's mtime and revision.
+// Stores the record over its group, with the current time as mtime, and sets the record's mtime and revision. A record
+// with the values of the stored group changes nothing, also not mtime and revision.
 // EACCES: the caller may not manage the group or its new parent, or may not see a newly linked policy. ENOENT: no such
 // group, or no such parent. EAGAIN: the group was changed since the record was loaded. EEXIST: a sibling has the name.
-// EINVAL: the name is empty or longer than 255 characters, a text is not UTF-8, a newly linked policy does not exist, a
-// policy is linked twice, the root group is moved, a group is moved under itself or one of its descendants, or groups
-// are nested too deep.
+// EINVAL: the name is empty, only blanks or longer than 255 characters, a text is not UTF-8, a newly linked policy does
+// not exist, a policy is linked twice, the root group is moved, a group is moved under itself or one of its
+// descendants, or groups are nested too deep.
 int VELQZEMOuSet(_tag_velq_zem_ou_* pOu);
 
 // Stores the record as a new group and sets the record's identifier, mtime and revision; an identifier that the record
@@ -109,7 +110,7 @@ int VELQZEMOuCanManagedByUid(uint32_t uid, int64_t id);
 // --- Servers. The functions correspond to those for groups. A server's members are "id", "name", "address",
 // "parent_id", "sid", "linked_gpo". VELQZEMKxSet requires a name, an existing parent group and existing policies, as
 // VELQZEMOuSet does; EACCES: the caller may not manage the server's group or its new group, or may not see a newly
-// linked policy. VELQZEMKxJsonToStruct ignores "revision" and a null "id".
+// linked policy.
 
 _tag_velq_zem_kx_* VELQZEMKxAlloc(void);
 void VELQZEMKxFree(_tag_velq_zem_kx_* pKx);

@@ -41,9 +41,12 @@ TEST_P(StoreStateTest, hasAnotherNameAfterEachChangeAndOpening)
     _tag_velq_zem_ou_ group;
     Json::Value jGroup = json("{'parent_id':1,'name':'new'}");
     EXPECT_TRUE(VELQZEMOuJsonToStruct(jGroup, &group) == 0 && VELQZEMOuCreate(&group) == 0 && isNew());
-    EXPECT_TRUE(VELQZEMOuGet(1, &group) == 0 && VELQZEMOuSet(&group) == 0 && isNew());
+    group.name = "changed";
+    EXPECT_TRUE(VELQZEMOuSet(&group) == 0 && isNew());
     _tag_velq_zem_kx_ server;
-    EXPECT_TRUE(VELQZEMKxGet(1, &server) == 0 && VELQZEMKxSet(&server) == 0 && isNew());
+    EXPECT_EQ(VELQZEMKxGet(1, &server), 0);
+    server.name = "changed";
+    EXPECT_TRUE(VELQZEMKxSet(&server) == 0 && isNew());
     Json::Value jDelegates = json("{'delegate':[{'ugid':2,'user_type':2}]}");
     EXPECT_TRUE(VELQZEMDelegateSetListByTarget(1, VELQ_ZEM_TYPE_OU, jDelegates) == 0 && isNew());
     EXPECT_TRUE(VELQZEMGpoNotifyFetch(1, store::kServerType, 1) == 0 && isNew());

@@ -230,17 +230,10 @@ int changeAs(uint32_t uid, Change* change, int64_t id, const std::string& text)
 std::string reasonOf(const std::string& text, int code)
 {
     constexpr std::pair<const char*, const char*> kReasons[] = {
-        {"null, ", "missing"},
-        {"or empty", "missing"},
-        {"not yours", "not_permitted"},
-        {"stays", "not_permitted"},
-        {"itself", "cycle"},
-        {"no policy", "unknown_policy"},
-        {"no account", "unknown_account"},
-        {"no group", "unknown_node"},
-        {" before", "duplicate"},
-        {"sub-group", "duplicate"},
-        {"longer", "too_long"},
+        {"null, ", "missing"},           {"or empty", "missing"},           {"only blanks", "missing"},
+        {"not yours", "not_permitted"},  {"stays", "not_permitted"},        {"itself", "cycle"},
+        {"no policy", "unknown_policy"}, {"no account", "unknown_account"}, {"no group", "unknown_node"},
+        {" before", "duplicate"},        {"sub-group", "duplicate"},        {"longer", "too_long"},
         {"changed by", "stale"},
     };
     for (const auto& [szPart, szReason] : kReasons) {
@@ -279,6 +272,7 @@ TEST_P(StoreTest, refusalsChangeNothingAndNameTheReason)
         {1, EEXIST, set, 2, "{'name':'b2'}", "name: the group a has a sub-group of that name"},
         {kHelper, EEXIST, set, 2, "{'name':'b2'}", "name: the group above has a sub-group of that name"},
         {0, EINVAL, set, 2, "{'name':''}", "name: missing or empty"},
+        {0, EINVAL, set, 2, "{'name':' \\u2003'}", "name: only blanks"},
         {0, EINVAL, set, 2, longName, "name: longer than 255 characters"},
         {0, EINVAL, set, 2, "{'name':'\\u0000'}", "name: a text that is not UTF-8 or holds a NUL"},
         {0, EINVAL, set, 2, "{'desc':5}", "desc: not a text"},
@@ -298,6 +292,7 @@ TEST_P(StoreTest, refusalsChangeNothingAndNameTheReason)
         {0, EINVAL, create, 1, "{}", "name: missing or empty"},
         {1, EINVAL, deleteAll, 0, "", "the root group cannot be deleted"},
         {1, ENOENT, deleteAll, 9, "", "no group 9"},
+        {0, EAGAIN, setServer, 1, "{'revision':2}", "changed by someone else since it was read"},
         {0, ENOENT, setServer, 1, "{'parent_id':9}", "parent_id: no group 9"},
         {0, EINVAL, setServer, 1, linking("{'id':9}"), "linked_gpo.order[0].id: no policy 9"},
         {0, EINVAL, setServer, 1, longName, "name: longer than 255 characters"},
@@ -666,6 +661,21 @@ TEST_P(StoreTest, accountsChangeWhatTheyManageAndTheChangeLogNamesIt)
     store::setChangeSink([](const std::string&) { throw std::runtime_error("full"); });
     EXPECT_EQ(set(2, "{'desc':'y'}"), 0);
     store::setChangeSink({});
+}
+
+TEST_P(StoreTest, aChangeToTheSameValuesChangesNothing)
+{
+    std::string lines;
+    runSql("UPDATE ou SET name = ' ' WHERE id = 4");
+    const Json::Value jBefore = dump();
+    store::setChangeSink([&lines](const std::string& line) { lines += line; });
+    EXPECT_EQ(set(2, "{'name':'b','desc':'','parent_id':1,'linked_gpo':{'order':[{'gpo_id':1,'on':true}],'kept':7}}"),
+              0);
+    EXPECT_EQ(set(4, "{'name':' ','linked_gpo':{'order':[]}}"), 0) << "a blank name from an earlier version stays";
+    EXPECT_EQ(setServer(3, linking("{'id':3}")), 0);
+    store::setChangeSink(nullptr);
+    EXPECT_EQ(dump(), jBefore);
+    EXPECT_EQ(lines, "");
 }
 
 TEST_P(StoreTest, aDelegateThatHandsAGroupOverInOneRequestStillNotifiesItsServers)

@@ -124,6 +124,10 @@ TEST_P(ThreadsTest, storedChangesAreThoseThatWereAnswered)
     Random fleetRandom(1);
     openNewStore(randomFleet(fleetRandom));
     std::atomic<int> counts[] = {0, 0, 0, 0};
+    std::atomic<int> changes = 0;  // by "set" and links, without those that found the values as they are
+    store::setChangeSink([&changes](const std::string& line) {
+        changes += line.ends_with(" created") || line.ends_with(" deleted") ? 0 : 1;
+    });
     const auto work = [&counts](unsigned seed) {
         Random random(seed);
         std::vector<Json::Value> created;
@@ -137,11 +141,13 @@ TEST_P(ThreadsTest, storedChangesAreThoseThatWereAnswered)
             threads.emplace_back(work, seed);
         }
     }
-    EXPECT_GT(counts[kSet], 200);
+    store::setChangeSink(nullptr);
+    EXPECT_GT(changes, 150);
+    EXPECT_GE(counts[kSet], changes);
     EXPECT_EQ(rows("SELECT value - 24 FROM meta WHERE name = 'last_ou'"), Rows({std::to_string(counts[kCreated])}));
     const int left = counts[kCreated] - counts[kDeleted];
     EXPECT_EQ(rows("SELECT COUNT(*) FROM ou WHERE id > 24"), Rows({std::to_string(left)}));
-    EXPECT_EQ(rows(kRevisions), Rows({std::to_string(counts[kSet])}));
+    EXPECT_EQ(rows(kRevisions), Rows({std::to_string(changes)}));
     EXPECT_EQ(nodesIn(call("Tree get").GetData()), rows(kNodes));
     EXPECT_EQ(damage(), Rows());
     const Rows policies = rows("SELECT id FROM gpo");

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Lets random accounts change groups, links, delegates and tokens of a server, and compares each answer and each tree with
-a small model. Then withdraws a right from an account while the account uses it.
+"""Lets random accounts change groups, servers, links, delegates and tokens of a server, and compares each answer and each
+tree with a small model. Then withdraws a right from an account while the account uses it.
 
 usage: tools/model_test.py BUILD_DIR [--steps 2000] [--races 100] [--seed N] [--database postgresql]
 """
@@ -16,6 +16,7 @@ import sys
 import tempfile
 import threading
 import time
+import urllib.parse
 
 sys.dont_write_bytecode = True  # no cache beside the sources
 from zemhost import Server, Store, call, database, send  # noqa: E402
@@ -75,8 +76,7 @@ def wanted_links(value):
 
 
 class Model:
-    """What the server must hold. Every accepted "set" counts the group's revision up, also one that changes nothing;
-    delegates do not. Groups get the next identifier, and one that is gone never comes back."""
+    """What the server must hold. Every change counts the node's revision up, except that of its delegates. Groups get the next identifier, and one that is gone never comes back."""
 
     def __init__(self, fleet):
         def nodes(kind, *shown):
@@ -177,10 +177,38 @@ class Model:
         if group.parent != before.parent:
             self.check_move(uid, id, group.parent)
         self.check(uid, group, before, id)
-        group.revision += 1
+        group.revision += self.differ(group, before)
         self.groups[id] = group
         self.delegate(id, record.get("delegate"), group.delegates)
         self.notices[GROUP, id] = uid
+
+    def set_servers(self, uid, params):
+        several = "multiple_data" in params
+        demand(several or "node_id" in params, "parameter missing", 101)
+        ids = params.get("node_id")
+        records = params["multiple_data"] if several else [
+            {**params, "id": id} for id in (ids if isinstance(ids, list) else [ids])]
+        for record in records:
+            self.set_server(uid, record, several)
+
+    def set_server(self, uid, record, several):
+        demand(record["id"] is None or is_int(record["id"]), "identifier no integer", 101)
+        before = self.servers.get(record["id"])
+        demand(self.manages(uid, before.parent if before else 0), "server not managed", 414)
+        demand(before, "unknown server")
+        if several and record.get("revision") is not None:
+            demand(record["revision"] == before.revision, "another revision")
+        server = self.laid_over(before, record, several, ("name", "address"))
+        if server.parent != before.parent:
+            demand(self.manages(uid, server.parent), "new parent not managed")
+            demand(server.parent in self.groups, "unknown parent")
+        self.check(uid, server, before, 0)
+        server.revision += self.differ(server, before)
+        self.servers[record["id"]] = server
+
+    @staticmethod
+    def differ(one, other):
+        return (one.parent, one.fields, one.links) != (other.parent, other.fields, other.links)
 
     def delete(self, uid, params):
         demand("node_id" in params, "parameter missing", 101)
@@ -198,11 +226,11 @@ class Model:
             self.groups = {id: group for id, group in self.groups.items() if id not in gone}
             self.notices = {node: uid for node, uid in self.notices.items() if node[0] != GROUP or node[1] not in gone}
 
-    def laid_over(self, before, record, several):
-        """Returns a copy of the group with the record's members."""
+    def laid_over(self, before, record, several, members=("name", "desc", "block_inheritance")):
+        """Returns a copy of the node with the record's members."""
         demand(isinstance(record, dict), "no object")
         group = dataclasses.replace(before, fields=dict(before.fields))
-        for name in ("name", "desc", "block_inheritance"):
+        for name in members:
             value = record.get(name)
             is_flag = name == "block_inheritance" and type(value) in (bool, int) and value in (0, 1)
             if value is not None:
@@ -221,7 +249,9 @@ class Model:
         return group
 
     def check(self, uid, group, before, id):
+        """id: 0 for a node whose siblings may have its name."""
         demand(group.name, "empty name")
+        demand(group.name == before.name or group.name.strip(), "blank name")
         demand(len(group.name) <= MAX_NAME, "long name")
         demand(id == 0 or not any(other not in (0, id) and (node.parent, node.name) == (group.parent, group.name)
                                   for other, node in self.groups.items()), "name of a sibling")
@@ -274,15 +304,26 @@ class Model:
 
     def change_link(self, node, policy, adds, seen, code=117):
         demand(node is not None, "unknown node")
+        before = node.links
         if adds and policy not in node.links:
             demand(policy in self.policies, "unknown policy", code)
             demand(policy in seen, "policy not seen", code)
             node.links = node.links + [policy]
         elif not adds:
             node.links = [id for id in node.links if id != policy]
-        node.revision += 1
+        node.revision += node.links != before
 
     # What an account is answered
+
+    def session(self, uid):
+        return {"uid": uid, "name": NAMES[uid], "admin": uid in ADMINS, "token": {"label": "", "expires": 0}}
+
+    def accounts(self, uid, wanted):
+        if uid not in ADMINS and not any(uid in group.delegates for group in self.groups.values()):
+            return None
+        found = [(name, id) for id, name in NAMES.items() if wanted.lower() in name or str(id).startswith(wanted)]
+        return {"accounts": [{"name": name, "uid": id} for name, id in sorted(found, key=lambda account: (
+            str(account[1]) != wanted, account))]}
 
     def tree(self, uid):
         seen = self.seen_groups(uid)
@@ -343,7 +384,8 @@ def make_fleet(chance):
 class Requests:
     """Draws random requests: valid ones, which mostly succeed, and others that break a rule or two."""
 
-    KINDS = {"create": 4, "chain": 0.3, "change": 3, "move": 4, "link": 4, "targets": 4, "delegate": 4, "several": 3}
+    KINDS = {"create": 4, "chain": 0.3, "change": 3, "move": 4, "link": 4, "targets": 4, "servers": 4, "delegate": 4,
+             "several": 3}
 
     def __init__(self, model, chance):
         self.model, self.chance, self.names = model, chance, 0
@@ -422,6 +464,22 @@ class Requests:
                 {"target_add": None, "target_remove": None}, {"target_add": [{"node_type": GROUP, "node_id": None}]}]))
         return "link", params
 
+    def servers(self, uid, target, is_sound):
+        """Changes servers with the neighbour module's method."""
+        chance, servers = self.chance, self.model.servers
+        mine = [id for id, node in servers.items() if self.model.manages(uid, node.parent)]
+        ids = chance.sample(mine, min(len(mine), chance.randint(0, 3)))
+        member = chance.choice(["name", "links", "parent"])
+        record = {"address": "192.0.2.7", **self.sound(member, uid, target)}
+        if not is_sound:
+            record.update(self.broken(member, uid, target))
+            ids += chance.choice([[], [10**6], [None], ["1"], [chance.choice([*servers])]])
+        if chance.random() < 0.5:
+            return "set_servers", {**record, "node_id": ids[0] if len(ids) == 1 else ids}
+        records = [{**record, "id": id, "revision": None if ids.count(id) > 1 or id not in servers else
+                    servers[id].revision + (not is_sound and chance.random() < 0.2)} for id in ids]
+        return "set_servers", {"multiple_data": records}
+
     def delegate(self, uid, target, is_sound):
         return self.set(uid, target, is_sound, "delegate", "delegate")
 
@@ -487,7 +545,7 @@ class Requests:
         if member == "name":
             places = {target, model.groups[target].parent if target in model.groups else 0}
             taken = [{"name": node.name} for id, node in model.groups.items() if id != target and node.parent in places]
-            return chance.choice([*chance.choices(taken or [{}], k=4), {"name": ""}, {"name": "\u20ac" * 256},
+            return chance.choice([*chance.choices(taken or [{}], k=4), {"name": ""}, {"name": " \u2003"}, {"name": "\u20ac" * 256},
                                   {"name": 5}, {"desc": []}, {"block_inheritance": 2}])
         if member == "parent":
             inner = [*model.below([target])] if target in model.groups else [0]
@@ -508,7 +566,7 @@ class Requests:
 
 
 def api_of(method):
-    return ("GPO " if method == "link" else "KXGroup ") + method
+    return {"link": "GPO link", "set_servers": "KX set"}.get(method, "KXGroup " + method)
 
 
 def strip(nodes):
@@ -560,9 +618,9 @@ class Steps:
         self.latest = ""  # request or command that may have changed something, and what the model says of it
 
     def step(self):
-        kind = self.chance.choices(["request", "void token", "token", "node link"], [94, 2, 1, 2])[0]
-        {"request": self.request, "void token": self.use_void_token, "token": self.change_token,
-         "node link": self.link_node}[kind]()
+        kind = self.chance.choices(["request", "query", "void token", "token", "node link"], [92, 2, 2, 1, 2])[0]
+        {"request": self.request, "query": self.query, "void token": self.use_void_token,
+         "token": self.change_token, "node link": self.link_node}[kind]()
         if self.chance.random() < 0.5:
             self.compare(self.chance.choice([*NAMES]))
 
@@ -580,6 +638,19 @@ class Steps:
         got = answer if answer["success"] else {"success": False, "code": answer["error"]["code"]}
         if status != 200 or got != expected:
             raise Divergence(f"expected {expected}\ngot {status} {answer}")
+
+    def query(self):
+        """Asks who the sender is, or for accounts."""
+        uid, wanted = self.chance.choice([*NAMES]), self.chance.choice(["", "A", "200", "2001", "%", "servers only"])
+        path, expected = self.chance.choice([("session", self.model.session(uid)), (
+            "accounts?q=" + urllib.parse.quote(wanted), self.model.accounts(uid, wanted))])
+        send(self.connection, "/" + path, self.tokens[uid], None, "GET")
+        response = self.connection.getresponse()
+        got = json.loads(response.read())
+        got.pop("version", None)
+        self.outcomes["query"][response.status if expected is None else "done"] += 1
+        if (response.status, got) != (200, expected) and (response.status, expected) != (403, None):
+            raise Divergence(f"{path} of {NAMES[uid]}: expected {expected}\ngot {response.status} {got}")
 
     def get_tree(self, uid):
         """The answer, which is the last one when the server says that the tree has not changed since."""
@@ -653,7 +724,7 @@ class Steps:
 
     def report(self):
         """Prints the requests by kind. Returns the kinds that never succeeded or were never refused."""
-        columns = ["done", 101, 117, 414, 401, "refused"]
+        columns = ["done", 101, 117, 414, 401, 403, "refused"]
         print(f"{'':10}" + "".join(f"{column:>9}" for column in columns))
         for kind, counts in self.outcomes.items():
             print(f"{kind:10}" + "".join(f"{counts[column] or '-':>9}" for column in columns))

@@ -68,6 +68,13 @@ bool isAllVisible(std::string_view text)
 
 }  // namespace
 
+bool isBlank(std::string_view text)
+{
+    bool isAny = false;
+    eachCharacter(text, [&isAny](uint32_t point, std::string_view) { isAny = isAny || isVisible(point); });
+    return !isAny;
+}
+
 std::string visibleJson(const Json::Value& jValue)
 {
     static const Json::StreamWriterBuilder kBuilder = [] {

@@ -12,6 +12,9 @@ namespace store {
 
 constexpr size_t kLongestValue = 80;  // in bytes; longer values are cut
 
+// Returns whether no character of the text is visible. text: UTF-8.
+bool isBlank(std::string_view text);
+
 // Returns the value as JSON text on one line. Visible characters are UTF-8; all others are escaped.
 std::string visibleJson(const Json::Value& jValue);
 

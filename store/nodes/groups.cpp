@@ -116,6 +116,9 @@ std::string replaceGroup(soci::session& sql, Group& group)
     if (group.id != 0) {
         checkSiblings(sql, rights, group);
     }
+    if (hasSameFields(group, stored)) {
+        return "";
+    }
     const std::string changed = replace(sql, group, stored);
     return changeLine(rights, Kind<Group>::kName, group.id, changed);
 }

@@ -18,6 +18,9 @@ int VELQZEMKxSet(_tag_velq_zem_kx_* pKx)
         Server stored;
         load(sql, server.id, stored);
         checkReplacement(sql, rights, server, stored);
+        if (hasSameFields(server, stored)) {
+            return std::string();
+        }
         const std::string changed = replace(sql, server, stored);
         return changeLine(rights, Kind<Server>::kName, server.id, changed);
     });

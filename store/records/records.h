@@ -1,6 +1,7 @@
 // Declares the store's records and, for each kind, the table of fields that the JSON conversion and the SQL rows share.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -169,6 +170,15 @@ struct Kind<DelegateRow> {
         {"user_type", &DelegateRow::userType},
     }};
 };
+
+// Returns whether the records have the same values of all fields but those that only the store sets.
+template <typename R>
+bool hasSameFields(const R& one, const R& other)
+{
+    return std::all_of(Kind<R>::kFields.begin(), Kind<R>::kFields.end(), [&](const Field<R>& field) {
+        return field.kind == FieldKind::storeManaged || isSame(field, one, other);
+    });
+}
 
 // Releases the chain from pHead on; null is allowed.
 template <typename R>

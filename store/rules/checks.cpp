@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "store/base/visible_text.h"
 #include "store/records/policy_links.h"
 #include "store/records/record_checks.h"
 #include "store/records/rows.h"
@@ -93,6 +94,9 @@ template <typename R>
 void checkRecord(const Rights& rights, R& record, const R& stored)
 {
     checkTexts(record);
+    // A store may hold such a name from before it was refused.
+    const bool isSameName = std::strcmp(record.name.c_str(), stored.name.c_str()) == 0;
+    requireValid(isSameName || !isBlank(record.name.c_str()), "name", "only blanks", Reason::missing);
     checkLinkChange(rights, record.linkedGpo, stored.linkedGpo);
 }
 

@@ -18,10 +18,10 @@ void requireExisting(soci::session& sql, const Rights& rights, int nodeType, int
 Refusal noSuchParent(int64_t id);
 
 // Checks the texts and links of a group or server that is to replace the stored one, and brings its links to the form
-// that is stored. stored: for a new record, a default one. Throws, with EINVAL, for a name that is empty or too long, a
-// text that cannot be stored, a JSON text that is not valid, links of a wrong form, a policy linked twice and a newly
-// linked policy that does not exist; with EACCES instead when the account is restricted and does not see that policy.
-// Links that the stored record has are not looked up.
+// that is stored. stored: for a new record, a default one. Throws, with EINVAL, for a name that is empty, too long or
+// new and without a visible character, a text that cannot be stored, a JSON text that is not valid, links of a wrong
+// form, a policy linked twice and a newly linked policy that does not exist; with EACCES instead when the account is
+// restricted and does not see that policy. Links that the stored record has are not looked up.
 template <typename R>
 void checkRecord(const Rights& rights, R& record, const R& stored);
 
