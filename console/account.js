@@ -30,8 +30,9 @@ export class Account {
 }
 
 function show({ name, uid, admin, token }) {
-    byId("account").replaceChildren(element("span", { class: "unseen" }, "Account "), element("span", { "class": "avatar", "aria-hidden": "true" }, initialsOf(name)),
-        element("span", { class: "name" }, name));
+    byId("account").replaceChildren(element("span", { class: "unseen" }, `Account ${name}`),
+        element("span", { "class": "avatar", "aria-hidden": "true" }, initialsOf(name)),
+        element("span", { "class": "name", "aria-hidden": "true" }, name));
     const rows = [
         ["Account", name],
         ["Identifier", String(uid)],

@@ -85,6 +85,13 @@ export class Api {
         return (await this.#get(`accounts?q=${encodeURIComponent(text)}`)).accounts;
     }
 
+    // Returns a page of the changes of the node, the newest first: {changes, next}. before: next of the page before;
+    // empty for the first one.
+    async history(node, before) {
+        return this.#get(`history?node=${node.kind}:${requireExact(node.id)}` +
+            (before === "" ? "" : `&before=${encodeURIComponent(before)}`));
+    }
+
     // Returns whether the account manages the root group. No method returns this, so the page requests a change with an
     // outdated revision: the server refuses it as stale to accounts that have the right, as forbidden to others.
     async mayManageAll() {

@@ -113,21 +113,23 @@ export class Changes {
     }
 
     async #rename(node, name) {
-        this.#view.keep([node]); // the filter may not match the new name
         await this.#set(node, { name }, `${node.name} was renamed to ${name}.`);
     }
 
     #set(node, members, text = `${node.name} was changed.`) {
+        this.#view.keep([node]); // the filter may not match it any more
         return this.#edits.set([{ node, members }], text);
     }
 
     // ids: of all policies that the node is to link, in order.
     #setLinks(node, ids) {
         const { fleet } = this.#loader;
+        this.#view.keep([node]);
         const known = new Map([...fleet.policies, ...node.links].map((policy) => [policy.id, policy]));
         const order = ids.map((id) => known.get(id))
             .map(({ id, name, description }) => ({ gpo_id: id, gpo_name: name, gpo_desc: description }));
-        const change = { node, members: { linked_gpo: { order: ids.map((id) => ({ id })) } }, shown: { linked_gpo: { order } } };
+        const members = { linked_gpo: { order: ids.map((id) => ({ id })) } };
+        const change = { node, members, shown: { linked_gpo: { order } } };
         return this.#edits.set([change], `The policies of ${node.name} were changed.`, { isShownFirst: false });
     }
 

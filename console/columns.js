@@ -51,7 +51,8 @@ export function columnsFor(width) {
 // Remembers the widths that the user gave to columns. columns: of the widget.
 export function keepWidths(columns) {
     const given = columns.filter(({ customWidthPx }) => customWidthPx !== undefined);
-    setPref("widths", { ...pref("widths", {}), ...Object.fromEntries(given.map((one) => [one.id, one.customWidthPx])) });
+    const widths = Object.fromEntries(given.map(({ id, customWidthPx }) => [id, customWidthPx]));
+    setPref("widths", { ...pref("widths", {}), ...widths });
 }
 
 function policiesOf(node) {

@@ -30,8 +30,8 @@ export class Commands {
         }
     }
 
-    // Runs a command for the selected nodes. name: a command that is not known is ignored. key: of another node that the
-    // command is about.
+    // Runs a command for the selected nodes. name: a command that is not known is ignored. key: of another node that
+    // the command is about.
     run(name, key = null) {
         const nodes = this.#view.selection;
         const command = this.#always(name, nodes) ?? this.#forOne(name, nodes, key) ?? this.#forSome(name, nodes);
@@ -79,12 +79,14 @@ export class Commands {
             linkTo: node.isPolicy && (() => this.#many.linkTo(node)),
             unlink: node.isPolicy && (() => this.#many.unlink(node, this.#loader.fleet.find(key))),
         };
-        return commands[name] || (node.isGroup && ONE_GROUP.includes(name) ? () => this.#changes[name](node) : undefined);
+        const isForGroup = node.isGroup && ONE_GROUP.includes(name);
+        return commands[name] || (isForGroup ? () => this.#changes[name](node) : undefined);
     }
 
     #forSome(name, nodes) {
         const canMove = nodes.length > 0 && nodes.some((node) => !node.isPolicy);
         const commands = {
+            policies: nodes.length > 1 && canMove && (() => this.#many.addPolicy(nodes)),
             copy: nodes.length > 0 && (() => this.copy(nodes.map((node) => node.name).join("\n"))),
             cut: canMove && (() => this.#setCut(nodes.filter((node) => !node.isPolicy))),
             paste: nodes.length === 1 && (() => this.#paste(nodes[0])),
@@ -146,5 +148,6 @@ export class Commands {
 
 function hintFor(name, nodes) {
     const what = { policies: "Policies have no policies.", move: "Policies cannot be moved here." }[name];
-    return what ?? (nodes.length > 1 ? "Select one group for that." : "Only groups can be renamed, deleted or delegated here.");
+    const forOne = "Only groups can be renamed, deleted or delegated here.";
+    return what ?? (nodes.length > 1 ? "Select one group for that." : forOne);
 }

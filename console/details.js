@@ -13,11 +13,13 @@ const WHEN = new Intl.DateTimeFormat(undefined, { dateStyle: "medium", timeStyle
 
 export class Details {
     #element;
+    #history;
 
-    // listener: goTo(key) for a link to another node; change(name, key) for a button or the checkbox, key being that of
-    // another node or undefined; copy(text) for a button that copies.
-    constructor(region, listener) {
+    // history: a History. listener: goTo(key) for a link to another node; change(name, key) for a button or the
+    // checkbox, key being that of another node or undefined; copy(text) for a button that copies.
+    constructor(region, history, listener) {
         this.#element = region;
+        this.#history = history;
         region.addEventListener("click", ({ target }) => {
             const { key, change, copy } = target.closest("button")?.dataset ?? {};
             if (change !== undefined) {
@@ -35,9 +37,13 @@ export class Details {
     show(fleet, nodes) {
         const { activeElement } = document;
         const focused = this.#element.contains(activeElement) ? activeElement.dataset.change : undefined;
-        const contents = [() => nothingSelected(), () => contentsOf(fleet, nodes[0]), () => manyContents(fleet, nodes)];
+        const contents = [nothingSelected, () => this.#one(fleet, nodes[0]), () => manyContents(fleet, nodes)];
         this.#element.replaceChildren(backButton(), ...contents[Math.min(2, nodes.length)]());
         this.focus(focused);
+    }
+
+    #one(fleet, node) {
+        return [...contentsOf(fleet, node), this.#history.section(fleet, node)];
     }
 
     // Focuses the button of the change. Returns false when the panel has none.

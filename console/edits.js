@@ -41,8 +41,8 @@ export class Edits {
 
     // Changes members of groups and servers, of each kind in one request. changes: array of {node, members, shown};
     // shown: the members as the tree has them, unless they are the same. They show before the server has accepted them,
-    // as the page can put them back. isShownFirst: false for policies and delegates, as nobody should rely on a right or
-    // a policy that is not in force.
+    // as the page can put them back. isShownFirst: false for policies and delegates, as nobody should rely on a right
+    // or a policy that is not in force.
     async set(changes, text, { isShownFirst = true, isUndoing = false } = {}) {
         const inverse = changes.map(({ node, members }) => inverseOf(node, Object.keys(members)));
         const patch = changes.map(({ node, members, shown = members }) => ({ node, members: shown }));
@@ -104,14 +104,15 @@ export class Edits {
     #undoing(inverse, text, isShownFirst) {
         const left = this.#loader.fleet;
         const contents = new Map(inverse.map(({ key }) => [key, left.find(key)?.content]));
-        const revisions = this.#loader.settled().then((fleet) =>
-            new Map(inverse.map(({ key }) => [key, unchangedRevision(fleet.find(key), contents.get(key))])), () => null);
+        const revisionIn = (fleet, key) => unchangedRevision(fleet.find(key), contents.get(key));
+        const revisions = this.#loader.settled()
+            .then((fleet) => new Map(inverse.map(({ key }) => [key, revisionIn(fleet, key)])));
         return async () => {
             const known = await revisions;
             const fleet = await this.#loader.settled();
             const changes = inverse.map(({ key, ...members }) => ({ node: fleet.find(key), ...members }));
             const changed = changes.find(({ node }, i) => node === null ||
-                node.record.revision !== known?.get(inverse[i].key));
+                node.record.revision !== known.get(inverse[i].key));
             if (changed !== undefined) {
                 const name = changed.node?.name ?? "A node";
                 throw new Refusal("refused", `${name} was changed since by someone else, so that nothing was undone.`);

@@ -38,11 +38,18 @@ export function picker(label, name, options, ask = null) {
     };
     const fill = async () => {
         const wanted = search.value.trim();
-        if (ask !== null) {
-            const found = await ask(wanted);
-            return search.value.trim() === wanted && show(found);
+        if (ask === null) {
+            show(sorted.filter(({ text }) => text.toLowerCase().includes(wanted.toLowerCase())));
+            return;
         }
-        return show(sorted.filter(({ text }) => text.toLowerCase().includes(wanted.toLowerCase())));
+        try {
+            const found = await ask(wanted);
+            if (search.value.trim() === wanted) { // else a later answer is on its way
+                show(found);
+            }
+        } catch (error) {
+            hint.textContent = error.message;
+        }
     };
     search.addEventListener("input", fill);
     search.addEventListener("keydown", (event) => {

@@ -14,12 +14,12 @@ class Node {
     #searchText = null;
 
     // parent: null for the root, which is the top level and not part of the answer. index: in Fleet.nodes; -1 for the
-    // root. key: unique in the fleet.
-    constructor(record, parent, index, key) {
+    // root. suffix: makes the key unique in the fleet.
+    constructor(record, parent, index, suffix = "") {
         this.record = record;
         this.parent = parent;
         this.index = index;
-        this.key = key;
+        this.suffix = suffix;
         this.level = parent === null ? 0 : parent.level + 1;
         this.children = NO_CHILDREN;
         this.end = 0; // index after the last descendant
@@ -28,6 +28,12 @@ class Node {
         this.position = 0; // among the shown siblings, from 1
         this.shownChildren = 0;
         this.serversBelow = 0;
+    }
+
+    // Names the node in the fleet. Not kept: to make a text for each of 100,000 nodes takes some hundredths of a
+    // second.
+    get key() {
+        return keyOf(this.type, this.id) + this.suffix;
     }
 
     get name() {
@@ -126,6 +132,11 @@ class Node {
         return this.#searchText;
     }
 
+    // Whether both stand for the same record, in fleets of different times.
+    isSameAs(other) {
+        return this.id === other.id && this.type === other.type && this.suffix === other.suffix;
+    }
+
     // Whether this is the other node or a descendant of it.
     isBelow(other) {
         return this === other || (this.parent !== null && this.parent.isBelow(other));
@@ -138,13 +149,15 @@ export function keyOf(type, id) {
 
 export class Fleet {
     #order;
+    #byType = new Map(Object.keys(KINDS).map((type) => [Number(type), new Map()])); // each from identifiers to nodes
+    #doubles = new Map(); // from keys with a suffix to nodes
 
-    // records: the answer of the tree method, an array of the top-level nodes with their children. order: one of ORDERS.
+    // records: the answer of the tree method, an array of the top-level nodes with their children. order: one of
+    // ORDERS.
     constructor(records, order = "stored") {
         this.#order = inOrder(order);
-        this.root = new Node({ name: "the top level", node_type: GROUP, node_id: 0 }, null, -1, keyOf(GROUP, 0));
+        this.root = new Node({ name: "the top level", node_type: GROUP, node_id: 0 }, null, -1);
         this.nodes = []; // each parent before its children
-        this.byKey = new Map();
         this.#add(records, this.root);
         this.root.end = this.nodes.length;
         this.#countServers();
@@ -152,7 +165,9 @@ export class Fleet {
     }
 
     find(key) {
-        return this.byKey.get(key) ?? null;
+        const [type, id] = key.split("-");
+        const found = key.endsWith("-") ? this.#doubles.get(key) : this.#byType.get(Number(type))?.get(Number(id));
+        return found ?? null;
     }
 
     findPolicy(id) {
@@ -251,9 +266,9 @@ export class Fleet {
         return { policies: [...found.values()], blockedBy: null, isPartial: this.#topOf(node).record.parent_id !== 0 };
     }
 
-    // Marks the nodes that match the query as hits, and them and their ancestors as shown. Returns the number of hits. An
-    // empty text shows all nodes and marks no hit. text: see query.js. kept: keys of nodes that count as hits whether
-    // they match or not.
+    // Marks the nodes that match the query as hits, and them and their ancestors as shown. Returns the number of hits.
+    // An empty text shows all nodes and marks no hit. text: see query.js. kept: keys of nodes that count as hits
+    // whether they match or not.
     filter(text, kept = new Set()) {
         const matches = parseQuery(text);
         let hits = 0;
@@ -292,9 +307,8 @@ export class Fleet {
 
     #add(records, parent) {
         parent.children = this.#order(records).map((record) => {
-            const key = this.#unusedKey(keyOf(record.node_type, record.node_id));
-            const node = new Node(record, parent, this.nodes.length, key);
-            this.byKey.set(key, node);
+            const node = new Node(record, parent, this.nodes.length, this.#suffixFor(record));
+            this.#index(node);
             this.nodes.push(node);
             if (record.children) {
                 this.#add(record.children, node);
@@ -304,8 +318,20 @@ export class Fleet {
         });
     }
 
+    #index(node) {
+        if (node.suffix === "") {
+            this.#byType.get(node.type)?.set(node.id, node);
+        } else {
+            this.#doubles.set(node.key, node);
+        }
+    }
+
     // Identifiers of more than 53 bits are rounded in a browser, so that two nodes may get the same key.
-    #unusedKey(key) {
-        return this.byKey.has(key) ? this.#unusedKey(`${key}-`) : key;
+    #suffixFor({ node_type: type, node_id: id }) {
+        let suffix = "";
+        while (suffix === "" ? this.#byType.get(type)?.has(id) : this.#doubles.has(keyOf(type, id) + suffix)) {
+            suffix += "-";
+        }
+        return suffix;
     }
 }

@@ -30,9 +30,8 @@ export const KEYS = [
 export function showKeys() {
     const dialog = element("dialog", { "aria-labelledby": "keys-title" },
         element("form", { method: "dialog" }, element("h2", { id: "keys-title" }, "Keys"),
-            element("dl", { class: "keys" }, KEYS.map(({ keys, does }) => [
-                element("dt", {}, element("kbd", {}, keys)), element("dd", {}, does),
-            ])),
+            element("dl", { class: "keys" }, KEYS.map(({ keys, does }) => element("div", {},
+                element("dt", {}, element("kbd", {}, keys)), element("dd", {}, does)))),
             element("div", { class: "buttons" }, element("button", {}, "Close"))));
     dialog.addEventListener("close", () => dialog.remove());
     byId("dialogs").append(dialog);

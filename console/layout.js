@@ -20,10 +20,6 @@ export class Layout {
         NARROW.addEventListener("change", () => this.showSheet(false));
     }
 
-    get isSheet() {
-        return byId("console").hasAttribute("data-sheet");
-    }
-
     // Shows the details over the tree, or the tree again; in a wide window both are there anyway.
     showSheet(isShown) {
         byId("console").toggleAttribute("data-sheet", isShown && NARROW.matches);

@@ -41,11 +41,4 @@ export class Links {
         this.#shown = node.key;
         this.#since = performance.now();
     }
-
-    // Forgets the node, so that the address names none.
-    clear() {
-        document.title = "Fleet";
-        this.#shown = null;
-        history.replaceState(null, "", location.pathname + location.search);
-    }
 }

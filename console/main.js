@@ -5,6 +5,7 @@ import { Changes } from "./changes.js";
 import { Commands } from "./commands.js";
 import { resumeDialogs, suspendDialogs } from "./dialogs.js";
 import { Edits } from "./edits.js";
+import { History } from "./history.js";
 import { listenForKeys } from "./keys.js";
 import { FleetLoader } from "./loader.js";
 import { Many } from "./many.js";
@@ -20,7 +21,7 @@ const signIn = new SignIn(openFleet, closeFleet);
 const notice = new Notice(signIn);
 const account = new Account(api, notice);
 const undo = new Undo(notice);
-const view = new FleetView(notice, {
+const view = new FleetView(notice, new History(api), {
     command: (name, key) => commands.run(name, key),
     move: (nodes, parent) => commands.move(nodes, parent),
     copy: (text) => commands.copy(text),

@@ -64,7 +64,8 @@ export class Many {
             title: `Delete ${nameOf(groups)}?`,
             confirm: "Delete",
             isDanger: true,
-            contents: [...consequences(fleet, groups, others), effectsBox(fleet, groups, ifDeleted(groups, fleet.root)).box],
+            contents: [...consequences(fleet, groups, others),
+                effectsBox(fleet, groups, ifDeleted(groups, fleet.root)).box],
             act: () => this.#attempt(groups, (node, now) => now.find(node.key) === null, "deleted",
                 () => this.#edits.delete(groups, `${nameOf(groups)} ${wereOf(groups)} deleted.`)).then(() => true),
         });
@@ -127,8 +128,9 @@ export class Many {
     }
 
     #sendLink(list, policy, nodes) {
-        const isLinked = (node, now) => now.find(node.key)?.links.some(({ id }) => id === policy.id) === (list === "link");
-        const text = `${policy.name} was ${list}ed ${list === "link" ? "to" : "from"} ${nameOf(nodes)}.`;
+        const isWanted = list === "link";
+        const isLinked = (node, now) => now.find(node.key)?.links.some(({ id }) => id === policy.id) === isWanted;
+        const text = `${policy.name} was ${list}ed ${isWanted ? "to" : "from"} ${nameOf(nodes)}.`;
         return this.#attempt(nodes, isLinked, `${list}ed`, () => this.#edits.link(list, policy, nodes, text));
     }
 

@@ -10,16 +10,23 @@ const COMPARE = {
 
 export const ORDERS = { name: "Name", address: "Address", changed: "Last change first" };
 
-// Returns a function that returns records in the order: a key of ORDERS, or "stored" for the order of the server. It
-// returns the array itself when that is in order.
+// For each order, the sorted siblings of each array of records. The page's own changes keep the arrays that they do not
+// alter, so that these need not be sorted again.
+const sortedBefore = new Map(Object.keys(COMPARE).map((order) => [order, new WeakMap()]));
+
+// Returns a function that returns records in the order: a key of ORDERS, or "stored" for the order of the server.
 export function inOrder(order) {
     const within = COMPARE[order];
     if (within === undefined) {
         return (records) => records;
     }
     const compare = (a, b) => a.node_type - b.node_type || within(a, b) || 0;
-    const isSorted = (records) => records.every((record, i) => i === 0 || compare(records[i - 1], record) <= 0);
-    return (records) => (isSorted(records) ? records : records.toSorted(compare));
+    const known = sortedBefore.get(order);
+    return (records) => {
+        const sorted = known.get(records) ?? records.toSorted(compare);
+        known.set(records, sorted);
+        return sorted;
+    };
 }
 
 // Returns the items, which have names, sorted by name.

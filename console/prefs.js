@@ -1,5 +1,5 @@
-// Remembers in this browser how the user arranged the page: columns, widths, order and open groups. It keeps no name and
-// no other content of the fleet.
+// Remembers in this browser how the user arranged the page: columns, widths, order and open groups. It keeps no name
+// and no other content of the fleet.
 const KEY = "arrangement";
 
 // Returns the value kept under the name, or the other value when there is none.

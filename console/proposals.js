@@ -13,9 +13,7 @@ export class Proposals {
     // fleetOf(): returns the fleet whose policies and accounts are proposed.
     constructor(fleetOf) {
         this.#fleetOf = fleetOf;
-        for (const type of ["input", "focus"]) {
-            this.#field.addEventListener(type, () => this.#show());
-        }
+        this.#field.addEventListener("input", () => this.#show());
         this.#field.parentElement.addEventListener("focusout", ({ relatedTarget }) => {
             this.#element.hidden ||= !this.#field.parentElement.contains(relatedTarget);
         });
@@ -28,7 +26,8 @@ export class Proposals {
     }
 
     #show() {
-        const found = proposalsFor(this.#typed, this.#fleetOf());
+        const typed = this.#typed;
+        const found = typed === "" ? [] : proposalsFor(typed, this.#fleetOf());
         this.#element.replaceChildren(...found.map(({ text, help }) => element("button",
             { "type": "button", "class": "plain", "data-text": text, "tabindex": -1 },
             element("strong", {}, text), element("span", { class: "quiet" }, help))));

@@ -1,5 +1,5 @@
-// Reads the text of the filter field: words in the form kind:value restrict the nodes, the rest is searched for in names
-// and addresses. A value with spaces stands in quotes: policy:"Base security".
+// Reads the text of the filter field: words in the form kind:value restrict the nodes, the rest is searched for in
+// names and addresses. A value with spaces stands in quotes: policy:"Base security".
 
 // The words with what they look at. textOf(node): the searched text; values(fleet): what the page proposes.
 export const WORDS = {

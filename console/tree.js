@@ -125,10 +125,10 @@ export class FleetTree {
         row?.scrollIntoView();
         this.#tree.updatePendingModifications();
         const title = row?.getColElem(0)?.querySelector(".wb-title");
-        if (!title) {
+        if (!title) { // closed groups and filtered rows have no elements
             return false;
         }
-        renameInPlace(title, node.name, (name) => {
+        renameInPlace(title, this.#element, node.name, (name) => {
             this.focus();
             done(name);
         });
@@ -337,7 +337,8 @@ export class FleetTree {
         if (modifier === undefined) { // the widget handles these two only with Ctrl
             return key === "Home" || key === "End" ? () => row.navigate(MOVES[key]) : null;
         }
-        return MOVES[key] === undefined ? null : () => this.#goTo(row.findRelatedNode(MOVES[key]), modifier === "Shift+");
+        const goTo = () => this.#goTo(row.findRelatedNode(MOVES[key]), modifier === "Shift+");
+        return MOVES[key] === undefined ? null : goTo;
     }
 
     #goTo(row, isExtending) {
@@ -410,7 +411,7 @@ function nodeOf(row) {
 function removeChanged(row, parent, end) {
     const rows = row.children ?? [];
     const nodes = childrenOf(parent, end);
-    if (rows.length !== nodes.length || rows.some((child, i) => child.key !== nodes[i].key)) {
+    if (rows.length !== nodes.length || rows.some((child, i) => !nodeOf(child).isSameAs(nodes[i]))) {
         row.removeChildren();
     } else {
         rows.forEach((child, i) => removeChanged(child, nodes[i], end));

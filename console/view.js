@@ -31,10 +31,10 @@ export class FleetView {
     #kept = new Set(); // keys of nodes that the filter shows whether they match or not
     #isFirst = true;
 
-    // listener: command(name, key) for a key in the tree or a button of the details, key being that of another node or
-    // undefined; move(nodes, parent) for nodes that were dragged; copy(text); mayManageAll() returns a promise of whether
-    // the account manages the top level.
-    constructor(notice, listener) {
+    // history: a History. listener: command(name, key) for a key in the tree or a button of the details, key being that
+    // of another node or undefined; move(nodes, parent) for nodes that were dragged; copy(text); mayManageAll() returns
+    // a promise of whether the account manages the top level.
+    constructor(notice, history, listener) {
         this.#notice = notice;
         this.#listener = listener;
         const goTo = (key) => this.reveal(key);
@@ -45,12 +45,13 @@ export class FleetView {
             move: listener.move,
             drag: (nodes) => this.#explainDrag(nodes),
         });
-        this.#details = new Details(byId("details"), { goTo, change: listener.command, copy: listener.copy });
+        this.#details = new Details(byId("details"), history, { goTo, change: listener.command, copy: listener.copy });
         this.#path = new Path({ goTo });
         this.#links = new Links(goTo);
         this.#proposals = new Proposals(() => this.#fleet);
         byId("filter").addEventListener("input", () => this.#applyFilter());
         byId("filter").addEventListener("keydown", (event) => this.#leaveFilter(event));
+        byId("details").addEventListener("keydown", ({ key }) => key === "Escape" && this.back());
         byId("skeleton").append(...Array.from({ length: 24 }, () => element("i")));
     }
 

@@ -10,8 +10,10 @@ export const orderOfRows = () => pref("order", "name");
 export function makeViewMenu(listener) {
     const menu = byId("view-menu");
     menu.append(
-        fieldset("Columns", chosenColumns().map(({ id, title, isChosen }) => box("checkbox", "column", id, title, isChosen))),
-        fieldset("Order", Object.entries(ORDERS).map(([id, title]) => box("radio", "order", id, title, id === orderOfRows()))),
+        fieldset("Columns", chosenColumns().map(({ id, title, isChosen }) =>
+            box("checkbox", "column", id, title, isChosen))),
+        fieldset("Order", Object.entries(ORDERS).map(([id, title]) =>
+            box("radio", "order", id, title, id === orderOfRows()))),
         element("div", {}, element("h3", {}, "Rows that are shown"),
             element("button", { "type": "button", "class": "plain", "data-format": "csv" }, "Download as CSV"),
             element("button", { "type": "button", "class": "plain", "data-format": "json" }, "Download as JSON")));

@@ -80,19 +80,19 @@ const [SITE, CLOSED, ROOM, DOOR] = at([GROUP, 1], [GROUP, 2], [GROUP, 3], [SERVE
 
 // Each row: the nodes that change, the plan, and its effects as "servers -lost +gained".
 const EFFECTS = [
-    [[ROOM], ifMoved([ROOM], SITE), ["host -  + 1 2"]],
-    [[DOOR], ifMoved([DOOR], CLOSED), ["door - 1 + 3"]],
-    [[CLOSED], ifDeleted([CLOSED], FLEET.root), ["host - 3 4 + "]],
-    [[CLOSED], ifBlocked(CLOSED, false), ["host -  + 1 2"]],
-    [[SITE], ifLinked([SITE], () => [2, 9]), ["door - 1 + 9"]],
+    [[ROOM], ifMoved([ROOM], SITE), ["host - +1,2"]],
+    [[DOOR], ifMoved([DOOR], CLOSED), ["door -1 +3"]],
+    [[CLOSED], ifDeleted([CLOSED], FLEET.root), ["host -3,4 +"]],
+    [[CLOSED], ifBlocked(CLOSED, false), ["host - +1,2"]],
+    [[SITE], ifLinked([SITE], () => [2, 9]), ["door -1 +9"]],
     [[SITE], ifLinked([SITE], () => [2, 1]), []],
 ];
 
 test("a plan says which servers lose and gain which policies", () => {
     for (const [nodes, plan, expected] of EFFECTS) {
         const lines = effectsOf(FLEET, nodes, plan).map(({ servers, lost, gained }) =>
-            `${servers.map(({ name }) => name)} - ${lost.sort().join(" ")} + ${gained.sort().join(" ")}`);
-        assert.deepEqual(lines.map((line) => line.replace(/ +/g, " ")), expected.map((line) => line.replace(/ +/g, " ")));
+            `${servers.map(({ name }) => name)} -${lost.sort()} +${gained.sort()}`);
+        assert.deepEqual(lines, expected);
     }
     assert.deepEqual(serversWith(FLEET, 3).map(({ name }) => name), ["host"]);
     assert.deepEqual(FLEET.topmost([SITE, ROOM, DOOR]), [SITE]);
