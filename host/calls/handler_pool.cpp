@@ -39,6 +39,12 @@ bool HandlerPool::isAccepting() const
     return !m_idleWorkers.empty() || std::chrono::steady_clock::now() - m_lastIdle <= kLongestHold;
 }
 
+bool HandlerPool::isBusy() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_idleWorkers.size() < m_workers.size();
+}
+
 void HandlerPool::stop()
 {
     {

@@ -39,6 +39,9 @@ public:
     // Returns whether a worker is idle, or became idle in the last kLongestHold. Any thread may call it.
     bool isAccepting() const;
 
+    // Returns whether a job runs or waits. Any thread may call it.
+    bool isBusy() const;
+
     // Waits for the running jobs and their completions, and ends the threads. Jobs that are still queued never run.
     // Only one thread may call it, and no job.
     void stop();

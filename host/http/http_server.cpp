@@ -36,8 +36,10 @@ constexpr rlim_t kMaxConnections = 8192;
 constexpr rlim_t kOtherDescriptors = 256;  // for files, database connections and the threads' epoll instances
 constexpr size_t kHeaderMemory = 32 << 10;
 constexpr Places kQueueSlots{.shared = 1024, .reserved = 256};  // for requests that wait for a worker
-// After the signal to stop: requests that make many changes end before their next one; the process ends in any case.
+// Times after the signal to stop. From the first on, requests that make many changes end before their next one. The
+// second limits the wait for requests that still arrive and for answers that are still read, the third any wait.
 constexpr std::chrono::seconds kGrace{2};
+constexpr std::chrono::seconds kTransferTimeout{5};
 constexpr std::chrono::seconds kDrainTimeout{30};
 
 // The library calls this when the head of a request has arrived, for each part of its body, at its end, and once more
@@ -130,12 +132,18 @@ void stopDaemon(ServerState& server, MHD_Daemon* pDaemon)
     const MHD_socket listenFd = MHD_quiesce_daemon(pDaemon);
     shutdown(listenFd, SHUT_RDWR);  // refuses new connections instead of leaving them in the backlog
     const auto start = Clock::now();
-    while (server.exchangeCount > 0 && Clock::now() < start + kDrainTimeout) {
-        server.endsRequests = Clock::now() > start + kGrace;
+    auto end = start + kTransferTimeout;
+    for (auto now = start; server.exchangeCount > 0 && now < std::min(end, start + kDrainTimeout); now = Clock::now()) {
+        server.endsRequests = now > start + kGrace;
+        if (server.handlers.isBusy()) {
+            end = std::max(end, now + kGrace);  // for the handler's answer
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     if (server.exchangeCount > 0) {
         writeLog("zemhost: stopped before every request was answered");
+    }
+    if (server.handlers.isBusy()) {
         flushLog();
         _exit(0);  // MHD_stop_daemon would wait for the handlers
     }

@@ -23,8 +23,8 @@ struct ServeOptions {
 
 // Serves the modules' methods and the page until SIGTERM or SIGINT. Prints the address on standard output when it is
 // ready, and logs each request and each change of the store. After the signal it finishes the requests that have begun
-// to arrive; from the third second on, these make no further change. When some are not finished after 30 seconds, it
-// ends the process at once with status 0.
+// to arrive; from the third second on, these make no further change. It waits five seconds for requests that
+// still arrive and answers that are still read, and 30 seconds for handlers; then it ends the process with status 0.
 //
 // modules, page: outlive the call. Call it once per process, from the main thread before that starts others. Throws
 // std::runtime_error when the server cannot start.

@@ -70,10 +70,9 @@ void beginOrReconnect(Connection& connection, Access access)
 
 }  // namespace
 
-Access accessForChange()
+Access accessForChange(uint64_t number)
 {
-    const ThreadState& state = threadState();
-    return state.pWatch != nullptr && state.changes > 0 ? Access::unsyncedWrite : Access::write;
+    return threadState().pWatch != nullptr && number > 1 ? Access::unsyncedWrite : Access::write;
 }
 
 Transaction::WriteTurn::WriteTurn(Access access) : isTaken(access != Access::read)

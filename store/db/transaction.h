@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <type_traits>
 
 #include "store/base/timeouts.h"
@@ -13,9 +14,9 @@ namespace store {
 // unsyncedWrite: writes, but does not wait until the change is on disk, where the next other change brings it, too.
 enum class Access { read, write, unsyncedWrite };
 
-// Returns the access for a change on this thread. The second and later changes of an acting account's request are on
-// disk only after ActingAccount::makeDurable().
-Access accessForChange();
+// Returns the access for a change on this thread. number: which change of the acting account's request it is, or whose
+// notice; from the second one on they are on disk only after ActingAccount::makeDurable().
+Access accessForChange(uint64_t number);
 
 // One leased connection in one transaction, rolled back on destruction unless committed. A reading transaction sees the
 // store as it was at one moment. Writing transactions run one after the other; the thread that begins one loses the

@@ -95,5 +95,5 @@ int VELQZEMGpoNotifyFetch(uint32_t uid, int nodeType, int64_t id)
                " ON CONFLICT (node_type, node_id) DO UPDATE SET uid = excluded.uid, mtime = excluded.mtime",
                nodeType, id, static_cast<int64_t>(uid), std::time(nullptr));
     };
-    return toErrno([&] { inTransaction(accessForChange(), note); });
+    return toErrno([&] { inTransaction(accessForChange(threadState().changes), note); });
 }

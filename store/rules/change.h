@@ -27,7 +27,7 @@ void rememberChange(int nodeType, int64_t id) noexcept;
 template <typename Work>
 auto inChange(Work&& work)
 {
-    auto result = inTransaction(accessForChange(), [&](soci::session& sql) {
+    auto result = inTransaction(accessForChange(threadState().changes + 1), [&](soci::session& sql) {
         requireGoingOn();
         return work(sql);
     });
