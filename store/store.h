@@ -65,6 +65,12 @@ bool isPlainText(std::string_view text);
 // Returns the number of characters (code points) of a text that is UTF-8.
 size_t characterCount(std::string_view text);
 
+// Returns the text for people to read, in a terminal or a log: it cannot control a terminal, hide a part of itself or
+// look like another line. Controls (line ends too), characters that have no width or change the direction of text, and
+// spaces other than U+0020 are written as \uXXXX, so that a JSON text keeps its meaning; so are the ASCII characters in
+// others. Bytes that are not UTF-8 are written as \ufffd.
+std::string escapeUnseen(std::string_view text, std::string_view others = "");
+
 // Reads a text that is one JSON object or array in UTF-8, with no comment, no name twice in one object and at most
 // maxNesting levels of values inside one another. Returns true and sets jValue to the parsed value; or returns false,
 // leaves jValue as it was and sets error to the reason, on one line for people. Throws only std::bad_alloc.

@@ -31,6 +31,23 @@ TEST(Address, getsDefaultTimeoutsUnlessTheUrlSetsThem)
     }
 }
 
+TEST(Address, isRefusedWithoutAPartOfThePassword)
+{
+    for (const char* szSecret :
+         {"%sec", "sec%2", "%00sec", "s%ec%", "sec@ret", "s/ec", "s?ec", "s#e%c", "%", "sec%zz@x"}) {
+        for (const std::string& url : {"postgresql://me:" + std::string(szSecret) + "@host/db",
+                                       "postgres://host/db?password=" + std::string(szSecret)}) {
+            try {
+                store::addressOf(url);
+                EXPECT_NE(url.find("password"), url.npos) << url;  // there, @ / and ? stand for themselves
+            } catch (const std::runtime_error& error) {
+                EXPECT_EQ(std::string(error.what()).find("sec"), std::string::npos) << error.what();
+                EXPECT_EQ(std::string(error.what()).find("ec%"), std::string::npos) << error.what();
+            }
+        }
+    }
+}
+
 TEST(HealthMonitor, reportsEachOutageOnce)
 {
     std::vector<std::string> lines;

@@ -18,6 +18,7 @@ import tempfile
 import time
 import unittest
 from multiprocessing.connection import wait
+from urllib.parse import quote
 
 sys.dont_write_bytecode = True  # no cache beside the sources
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools"))
@@ -88,7 +89,7 @@ REASONS = [
     ("a refusal names the group that is not the caller's", "set", {"node_id": 6, "name": "x"}, 414,
      "not_permitted", None, "group 6 is not yours"),
     ("a name with a quote and a line end is escaped in the message", "create",
-     {"id": 0, "name": "b", "parent_id": "ODD"}, 117, "duplicate", "name", r'"\x0A'),
+     {"id": 0, "name": "b", "parent_id": "ODD"}, 117, "duplicate", "name", r'"\u000a'),
 ]
 
 # What is expected, the path of a query, the account, and the names of the accounts that it finds, or the error code.
@@ -109,7 +110,7 @@ QUERIES = [
 BROKEN_FLEETS = [
     ("a parent that is not there", '"id": 12, "parent_id": 0', '"id": 12, "parent_id": 99', "groups[11]"),
     ("a repeated name in an object", '"admin": true', '"admin": true, "admin": false', "admin"),
-    ("a key with control characters for the terminal", '"address":', r'"\u001b[2J":', r"servers[0].\x1B[2J"),
+    ("a key with control characters for the terminal", '"address":', r'"\u001b[2J":', r"servers[0].\u001b[2J"),
     ("a text that ends in the middle", FLEET[len(FLEET) // 2:], "", "Line "),
     ("an empty file", FLEET, "", "empty"),
     ("nesting that is too deep", FLEET, "[" * 5000 + "]" * 5000, "too deep"),
@@ -137,10 +138,12 @@ REFUSED_COMMANDS = [
     ("a policy that is not there", "link add group 12 99", 1, "not changed"),
     ("a folder as the fleet file", "apply .", 1, "directory"),
     ("a fleet file as the inventory", f"import ansible {SAMPLE}", 1, 'group "accounts": not a list of names'),
-    ("an address that other machines reach", "serve --listen 0.0.0.0:0", 1, "--allow-remote"),
-    ("an address without a port", "serve --listen localhost", 1, "no address"),
-    ("a folder of the page that is not there", "serve --listen 127.0.0.1:0 --console nowhere", 1, "nowhere"),
-    ("a folder of the page without index.html", "serve --listen 127.0.0.1:0 --console .", 1, "no index.html"),
+    ("an address that other machines reach", "serve --listen 0.0.0.0:0", 2, "--allow-remote"),
+    ("an address without a port", "serve --listen localhost", 2, "no address"),
+    ("an address without a host", "serve --listen 8480", 2, "no address"),
+    ("a name that has no address", "serve --listen nowhere.invalid:0", 2, "no address"),
+    ("a folder of the page that is not there", "serve --listen 127.0.0.1:0 --console nowhere", 2, "nowhere"),
+    ("a folder of the page without index.html", "serve --listen localhost:0 --console .", 2, "no index.html"),
     ("a module that is not there", "tree --as admin --module none.so", 1, "none.so"),
     ("a module that is no shared object", "tree --as admin --module text.so", 1, "text.so"),
     ("a module without a method table", f"tree --as admin --module {BUILD}/libvelqplatform.so", 1, "GetAPITable"),
@@ -227,7 +230,7 @@ class HostTest(unittest.TestCase):
 
     def test_bad_requests_are_refused_and_the_next_one_is_served(self):
         self.build_module("[](void*, void*) { throw 1; }")
-        token = self.serve("--module", "test.so", "--module", MODULE)
+        token = self.serve("--module", "test.so")
         good = {"path": TREE, "token": token}
         for expectation, code, difference in REFUSALS:
             with self.subTest(expectation):
@@ -306,7 +309,7 @@ class HostTest(unittest.TestCase):
 
     def test_slow_handlers_leave_capacity_to_other_accounts_and_shutdown_answers_all(self):
         self.build_module('[](void*, void*) { while (access("go", F_OK) != 0) usleep(1000); }')
-        token = self.serve("--idle-timeout", "1", "--module", "test.so", "--module", MODULE)
+        token = self.serve("--idle-timeout", "1", "--module", "test.so")
         other = self.store.token("m.okafor")
         for known in token, other:
             self.request(TREE, known)
@@ -355,13 +358,13 @@ class HostTest(unittest.TestCase):
     def test_modules_work_together_in_any_order(self):
         params = '{"id":8,"target_add":[{"node_type":2,"node_id":12}]}'
         for paths in itertools.permutations(MODULES):
-            modules = [option for path in paths for option in ("--module", path)]
+            modules = ["--no-default-modules", *(option for path in paths for option in ("--module", path))]
             for api, method in [("GPO", "link"), ("KXGroup", "set"), ("KX", "set"), ("Tree", "get")]:
                 given = {"link": params, "set": '{"node_id":12}'}.get(method, "")
                 answer = self.store.run("call", "VELQ.ZEM." + api, method, "--params", given, "--as", "admin", *modules)
                 self.assertIn('{"success":true', answer)
         self.assertIn("no module offers", self.store.run(
-            "call", "VELQ.ZEM.Tree", "get", "--as", "admin", "--module", MODULES[1], status=1))
+            "call", "VELQ.ZEM.Tree", "get", "--as", "admin", "--no-default-modules", "--module", MODULES[1], status=1))
 
     def await_health(self, status):
         limit = time.monotonic() + 20
@@ -429,9 +432,31 @@ class HostTest(unittest.TestCase):
         lines = self.store.log.read_text(encoding="utf-8").splitlines()
         self.assertEqual([line for line in lines if not LOG_LINE.fullmatch(line)], [])
         said = "\n".join(line.split(" ", 1)[1] for line in lines)
-        self.assertRegex(said, r"module: .*No permission for normal user \[eve\\x0Aadmin\] on group \[3\]")
+        self.assertRegex(said, r"module: .*No permission for normal user \[eve\\u000aadmin\] on group \[3\]")
         self.assertRegex(said, r"module: .*Failed \[0 > VELQZEMOuCreate")
         self.assertEqual(re.findall("^change: (.*)", said, re.MULTILINE), ["admin group 13 created"])
+
+    def test_nothing_that_is_printed_controls_a_terminal_or_hides_text(self):
+        hidden = "\x7f\u0090\u009b\u202e\u2066\u200b\u2028\ufeff"
+        self.store.path.unlink()
+        fleet = json.loads(FLEET)
+        fleet["accounts"].append({"uid": 77, "name": f"eve{hidden}", "admin": True})
+        fleet["groups"][0]["name"] = f"a{hidden}"
+        (self.store.folder / "fleet.json").write_text(json.dumps(fleet))
+        printed = [self.store.run("apply", "fleet.json"), self.store.run("tokens"), self.store.run("tree", "--as", "admin")]
+        token = self.serve(account=f"eve{hidden}")
+        self.request(CREATE, token, json.dumps({"id": 0, "name": "x", "parent_id": 1}))
+        self.request(f"/{quote(hidden)}", token, method="GET")
+        self.server.stop()
+        answer = self.store.run("call", "--as", "admin", "VELQ.ZEM.Tree", "get")
+        self.assertEqual(json.loads(answer)["data"][0]["name"], f"a{hidden}")
+        hosts = {"all": {"children": [f"b{hidden}"]}, f"b{hidden}": {"hosts": [f"h{hidden}"]}}
+        (self.store.folder / "hosts.json").write_text(json.dumps(hosts))
+        printed += [answer, self.store.run("tokens"), self.store.run("import", "ansible", "hosts.json"),
+                    self.store.run("tree", "--as", hidden, status=1), self.store.run("apply", f"{hidden}.json", status=1),
+                    self.store.log.read_text(encoding="utf-8")]
+        for text in printed:
+            self.assertNotRegex(text, f"[{hidden}]")
 
     def test_unread_log_drops_lines_and_blocks_no_request(self):
         reader, writer = os.pipe()
@@ -688,7 +713,14 @@ class HostTest(unittest.TestCase):
         self.build_module("nullptr")
         for fault, command, status, reason in REFUSED_COMMANDS:
             with self.subTest(refused=fault):
+                before = set(self.store.folder.iterdir())
                 self.assertIn(reason, self.store.run(*command.split(), status=status))
+                self.assertEqual(set(self.store.folder.iterdir()), before)
+        self.store.path.unlink()
+        for command, status in [("serve --listen 8480", 2), ("serve --console nowhere", 2), ("apply nowhere.json", 1)]:
+            with self.subTest(makes_no_store=command):
+                self.store.run(*command.split(), status=status)
+                self.assertFalse(self.store.path.exists())
 
 
 if __name__ == "__main__":

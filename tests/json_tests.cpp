@@ -73,7 +73,7 @@ TEST(JsonWriter, writesTheSameBytesAsTheLibrary)
 TEST(JsonWriter, splitsALargeAnswerIntoPiecesWithoutLosingAByte)
 {
     Json::Value jValue;
-    for (size_t size : {0, 1000, (1 << 20) - 10, 1 << 20, 3 << 20}) {
+    for (const unsigned size : {0u, 1000u, (1u << 20) - 10, 1u << 20, 3u << 20}) {
         jValue.append(std::string(size, 'x'));
         jValue.append(std::string(size / 8, '\n'));
     }

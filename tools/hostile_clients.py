@@ -23,7 +23,7 @@ import time
 
 sys.dont_write_bytecode = True  # no cache beside the sources
 from crash_test import find_faults  # noqa: E402
-from zemhost import Server, Store, call  # noqa: E402
+from zemhost import SKIPPED, Server, Store, call  # noqa: E402
 
 MAX_MEMORY_MB = 512  # 64 of bodies, a head of 32 KiB for each of 8192 connections, and the tree
 MAX_SECONDS = 5.0  # for a request of the well-behaved client
@@ -281,8 +281,8 @@ def fill_disk(store_in, build):
     disk = store_in / "disk"
     disk.mkdir()
     if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=3m", "none", disk], capture_output=True).returncode != 0:
-        print("full disk: skipped, no right to mount")
-        return
+        print("full disk: not tried, no right to mount")
+        return False
     with contextlib.ExitStack() as last:
         last.callback(subprocess.run, ["umount", disk], check=True)
         store = Store(build, disk)
@@ -312,6 +312,7 @@ def fill_disk(store_in, build):
             raise RuntimeError(f"full disk: {faults}, {len(made)} answered, {len(stored)} stored, tree {tree_status}, "
                                f"with room again {after}")
         print(f"full disk: {len(made)} changes stored, {100 - len(made)} refused with {refusals}, then one more stored")
+    return True
 
 
 def forbid_writing(store):
@@ -324,6 +325,8 @@ def forbid_writing(store):
         server = Server(store, **options)
     except RuntimeError as e:
         outcome = str(e).splitlines()[-1]
+        if "zemhost: " not in outcome:
+            raise RuntimeError(f"the program could not be run: {outcome}") from e
     else:
         server.stop()
         outcome = "served"
@@ -366,9 +369,9 @@ def main():
                 raise RuntimeError(f"{peak_memory(server):.0f} MB of memory")
         finally:
             server.stop()
-        fill_disk(store.folder, options.build)
+        has_filled = fill_disk(store.folder, options.build)
         forbid_writing(store)
-    return 0
+    return 0 if has_filled else SKIPPED
 
 
 if __name__ == "__main__":

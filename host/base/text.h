@@ -6,12 +6,11 @@
 
 namespace host {
 
-// Returns a copy for a terminal: control characters, backslashes and, in a text that is not UTF-8, all bytes from 0x80
-// on are written as \xNN.
+// Returns a copy for a terminal or for a line of the log, as store::escapeUnseen does.
 std::string printable(std::string_view text);
 
-// Returns a copy of the first 80 bytes for one field of a log line: printable, with spaces escaped as well. Returns "-"
-// for an empty text.
+// Returns a copy of the first 80 bytes for one field of a log line: printable, with spaces and backslashes escaped as
+// well. Returns "-" for an empty text.
 std::string logField(std::string_view text);
 
 }  // namespace host

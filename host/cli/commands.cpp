@@ -12,6 +12,7 @@
 
 #include "host/base/log.h"
 #include "host/base/text.h"
+#include "host/base/usage_error.h"
 #include "host/calls/dispatch.h"
 #include "host/calls/module_loader.h"
 #include "host/calls/tokens.h"
@@ -43,10 +44,11 @@ Handler handlerOf(const ModuleSet& modules, const std::string& api, int64_t vers
 
 int printAnswer(const Answer& answer)
 {
+    std::string text;
     for (const std::string& part : *answer.text) {
-        std::cout << part;
+        text += part;
     }
-    std::cout << '\n';
+    std::cout << printable(text) << '\n';
     return answer.code == 0 ? 0 : 1;
 }
 
@@ -86,10 +88,13 @@ void drawTokens(const std::vector<store::Token>& tokens, int64_t now, std::ostre
 
 }  // namespace
 
-ModuleSet loadModules(const std::vector<std::string>& paths)
+ModuleSet loadModules(const std::vector<std::string>& paths, bool withDefaults)
 {
     ModuleSet modules;
-    for (const std::string& path : paths.empty() ? defaultModules() : paths) {
+    for (const std::string& path : withDefaults ? defaultModules() : std::vector<std::string>()) {
+        modules.load(path);
+    }
+    for (const std::string& path : paths) {
         modules.load(path);
     }
     return modules;
@@ -103,7 +108,11 @@ StaticFiles loadPage(const ConsoleOptions& console)
     }
     const std::filesystem::path folder = programFile("share/zemhost", "console");
     if (!console.folder.empty()) {
-        page.load(console.folder);
+        try {
+            page.load(console.folder);
+        } catch (const std::runtime_error& e) {
+            throw UsageError(e.what());
+        }
     } else if (std::filesystem::exists(folder / "index.html")) {
         page.load(folder);
     } else {

@@ -20,8 +20,8 @@
 
 namespace host {
 
-// Loads modules. paths: empty for those that came with the program.
-ModuleSet loadModules(const std::vector<std::string>& paths);
+// Loads the modules that came with the program, if withDefaults is true, and those at the paths.
+ModuleSet loadModules(const std::vector<std::string>& paths, bool withDefaults);
 
 // Reads a file of JSON. path: "-" for standard input.
 Json::Value readJsonFile(const std::string& path);
@@ -31,7 +31,8 @@ struct ConsoleOptions {
     std::string folder;    // of the page; empty for the one that came with the program, if there is one
 };
 
-// Reads the files of the page. Says on standard error when the program came without one.
+// Reads the files of the page. Says on standard error when the program came without one. Throws UsageError for a folder
+// that holds none.
 StaticFiles loadPage(const ConsoleOptions& console);
 
 // Serves the modules over HTTP until SIGTERM or SIGINT. Explains on standard error how to fill a store without

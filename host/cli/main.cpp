@@ -14,7 +14,9 @@
 #include <CLI/CLI.hpp>
 
 #include "host/base/text.h"
+#include "host/base/usage_error.h"
 #include "host/cli/commands.h"
+#include "host/http/listen_socket.h"
 #include "store/store.h"
 
 namespace {
@@ -23,16 +25,14 @@ constexpr const char* kVersion = "zemhost " ZEM_VERSION;
 constexpr int kFailure = 1;     // exit status
 constexpr int kWrongUsage = 2;  // exit status
 
-// Thrown when the command line is wrong. what() is a text for people.
-struct UsageError : std::runtime_error {
-    using runtime_error::runtime_error;
-};
+using host::UsageError;
 
 // The options that all commands share, and the functions of the given command. They own the command's own options.
 struct CommandLine {
     CLI::App app{"Serves web API modules over HTTP and on the command line.", "zemhost"};
     std::string store;  // empty when it is not given
     std::vector<std::string> modulePaths;
+    bool hasDefaultModules = true;
     host::ModuleSet modules;
     store::OpenMode mode = store::OpenMode::existingOnly;
     size_t connections = 1;         // to the store; all commands but serve use one thread
@@ -59,14 +59,14 @@ CLI::App* addModuleCommand(CommandLine& line, const char* szName, const char* sz
                            const std::function<void()>& prepare = nullptr)
 {
     CLI::App* pCommand = addCommand(line, szName, szHelp, work, [&line, prepare] {
-        line.modules = host::loadModules(line.modulePaths);
+        line.modules = host::loadModules(line.modulePaths, line.hasDefaultModules);
         if (prepare) {
             prepare();
         }
     });
-    pCommand
-        ->add_option("--module", line.modulePaths, "Module to load, repeatable; default: those that came with zemhost")
+    pCommand->add_option("--module", line.modulePaths, "Module to load beside those that came with zemhost; repeatable")
         ->allow_extra_args(false);
+    pCommand->add_flag("!--no-default-modules", line.hasDefaultModules, "Load none of those that came with zemhost");
     return pCommand;
 }
 
@@ -83,8 +83,11 @@ void addServe(CommandLine& line)
     CLI::App* pServe = addModuleCommand(
         line, "serve", "Serve the modules' methods and the console over HTTP until SIGTERM",
         [&line, pPage, pOptions] { return host::serveModules(line.modules, *pPage, *pOptions); },
-        [pPage, pConsole] { *pPage = host::loadPage(*pConsole); });
-    pServe->add_option("--listen", pOptions->address, "IPV4:PORT or [IPV6]:PORT; port 0: any that is free")
+        [pPage, pConsole, pOptions] {
+            *pPage = host::loadPage(*pConsole);
+            pOptions->listenFd = host::openListenSocket(pOptions->address, pOptions->allowRemote);
+        });
+    pServe->add_option("--listen", pOptions->address, "NAME:PORT, IPV4:PORT or [IPV6]:PORT; port 0: any that is free")
         ->capture_default_str();
     pServe
         ->add_option("--connections", pOptions->connections,

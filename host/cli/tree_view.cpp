@@ -4,6 +4,7 @@
 #include <map>
 #include <ostream>
 #include <string>
+#include <utility>
 
 #include "host/base/text.h"
 #include "platform/velq_zem.h"
@@ -47,6 +48,10 @@ std::string labels(const std::string& title, const Json::Value& jItems, const ch
     return text;
 }
 
+// What the last line counts: one and many of it.
+constexpr std::pair<const char*, const char*> kCounted[] = {
+    {"group", "groups"}, {"server", "servers"}, {"policy", "policies"}, {"link", "links"}, {"delegate", "delegates"}};
+
 struct Drawing {
     std::ostream& out;
     std::map<std::string, size_t> counts;
@@ -78,9 +83,12 @@ void drawTree(const Json::Value& jNodes, std::ostream& out)
     for (const Json::Value& jNode : jNodes) {
         drawing.add(jNode, 0);
     }
-    auto& counts = drawing.counts;
-    out << counts["group"] << " groups, " << counts["server"] << " servers, " << counts["policy"] << " policies, "
-        << counts["link"] << " links, " << counts["delegate"] << " delegates\n";
+    const char* szSeparator = "";
+    for (const auto& [szOne, szMany] : kCounted) {
+        const size_t count = drawing.counts[szOne];
+        out << std::exchange(szSeparator, ", ") << count << ' ' << (count == 1 ? szOne : szMany);
+    }
+    out << '\n';
 }
 
 }  // namespace host

@@ -219,7 +219,7 @@ std::optional<Answer> Exchange::runHandler(const EarlyAnswer& onSuccess)
     Json::Value jParams;
     try {
         jParams = parseParameters(m_body.text());
-    } catch (const std::exception&) {
+    } catch (const std::runtime_error&) {  // not std::bad_alloc, which is no fault of the body
         return errorAnswer(MHD_HTTP_BAD_REQUEST);
     }
     m_body.drop();

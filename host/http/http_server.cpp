@@ -22,7 +22,6 @@
 #include "host/base/log.h"
 #include "host/base/text.h"
 #include "host/http/exchange.h"
-#include "host/http/listen_socket.h"
 #include "platform/velq_core.h"
 #include "store/store.h"
 
@@ -176,7 +175,6 @@ void serve(const ModuleSet& modules, const StaticFiles& page, const ServeOptions
     signal(SIGPIPE, SIG_IGN);
     const sigset_t stopSignals = blockStopSignals();
     const unsigned connections = reserveDescriptors();
-    const int listenFd = openListenSocket(options.address, options.allowRemote);
     const LogThread logThread;
     if (options.echoesFailures) {
         echoFailures();
@@ -189,7 +187,7 @@ void serve(const ModuleSet& modules, const StaticFiles& page, const ServeOptions
                        .readAnswers = ReadAnswers(options.keptAnswersMib << 20),
                        .longestRequest = std::chrono::seconds(options.requestSeconds),
                        .handlers = HandlerPool({options.connections, 2 * options.connections}, kQueueSlots)};
-    MHD_Daemon* pDaemon = startDaemon(server, listenFd, connections, options.idleTimeout);
+    MHD_Daemon* pDaemon = startDaemon(server, options.listenFd, connections, options.idleTimeout);
     const std::string ip = options.address.substr(0, options.address.rfind(':'));
     std::cout << "listening on http://" << ip << ':' << portOf(pDaemon) << std::endl;
     int received = 0;

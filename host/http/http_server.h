@@ -13,6 +13,7 @@ namespace host {
 
 struct ServeOptions {
     std::string address = "127.0.0.1:8480";           // as for openListenSocket
+    int listenFd = -1;                                // what openListenSocket returned
     bool allowRemote = false;                         // as for openListenSocket
     bool echoesFailures = false;                      // whether the modules' failure lines go to standard output, too
     size_t connections = store::kDefaultConnections;  // to the store; also the number of handlers that accounts share

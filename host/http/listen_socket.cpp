@@ -1,5 +1,4 @@
-// Opens the socket on which the server accepts connections. Only numeric addresses are accepted, because a host name
-// could come to stand for an address that is not loopback.
+// Opens the socket on which the server accepts connections.
 #include "host/http/listen_socket.h"
 
 #include <netdb.h>
@@ -12,6 +11,8 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
+
+#include "host/base/usage_error.h"
 
 namespace host {
 
@@ -27,17 +28,20 @@ bool isLoopback(const sockaddr* pAddress)
 
 std::shared_ptr<addrinfo> parseAddress(const std::string& text)
 {
-    char szName[46], szPort[6];
+    char szName[254], szPort[6];
     int end = 0;
     addrinfo hints{};
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+    hints.ai_flags = AI_NUMERICSERV;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* pAddress = nullptr;
     const bool isWellFormed = sscanf(text.c_str(), "[%45[0-9a-fA-F:.]]:%5[0-9]%n", szName, szPort, &end) == 2 ||
-                              sscanf(text.c_str(), "%15[0-9.]:%5[0-9]%n", szName, szPort, &end) == 2;
-    if (!isWellFormed || text.size() != static_cast<size_t>(end) || atoi(szPort) > 65535 ||
-        getaddrinfo(szName, szPort, &hints, &pAddress) != 0) {
-        throw std::runtime_error(text + " is no address to listen on: IPV4:PORT or [IPV6]:PORT");
+                              sscanf(text.c_str(), "%253[0-9a-zA-Z.-]:%5[0-9]%n", szName, szPort, &end) == 2;
+    if (!isWellFormed || text.size() != static_cast<size_t>(end) || atoi(szPort) > 65535) {
+        throw UsageError(text + " is no address to listen on: NAME:PORT, IPV4:PORT or [IPV6]:PORT");
+    }
+    const int result = getaddrinfo(szName, szPort, &hints, &pAddress);
+    if (result != 0) {
+        throw UsageError(text + " is no address to listen on: " + gai_strerror(result));
     }
     return {pAddress, freeaddrinfo};
 }
@@ -48,7 +52,7 @@ int openListenSocket(const std::string& address, bool allowRemote)
 {
     const auto pAddress = parseAddress(address);
     if (!allowRemote && !isLoopback(pAddress->ai_addr)) {
-        throw std::runtime_error(address + " can be reached from elsewhere: that needs --allow-remote");
+        throw UsageError(address + " can be reached from elsewhere: that needs --allow-remote");
     }
     const int on = 1;
     const int fd = socket(pAddress->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);

@@ -1,4 +1,5 @@
 // Implements the web API framework's request and response.
+#include <climits>
 #include <memory>
 #include <utility>
 
@@ -76,7 +77,9 @@ Json::Value APIResponse::GetData() const
         text += piece;
     }
     Json::Value jData;
-    const std::unique_ptr<Json::CharReader> pReader(Json::CharReaderBuilder().newCharReader());
+    Json::CharReaderBuilder builder;
+    builder["stackLimit"] = INT_MAX;  // the text is the writer's own, which went as deep
+    const std::unique_ptr<Json::CharReader> pReader(builder.newCharReader());
     pReader->parse(text.data(), text.data() + text.size(), &jData, nullptr);
     return jData;
 }

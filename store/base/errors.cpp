@@ -72,7 +72,7 @@ Reason reasonOf(int errnoValue)
 }
 
 Error::Error(int errnoValue, Reason why, std::string_view place, std::string_view text)
-    : std::runtime_error(std::string(place) + (place.empty() ? "" : ": ") + std::string(text)),
+    : std::runtime_error(escapeUnseen(std::string(place) + (place.empty() ? "" : ": ") + std::string(text))),
       code(errnoValue),
       reason(why),
       member(place)

@@ -11,17 +11,21 @@
 #include <boost/locale/utf.hpp>
 
 #include "store/base/utf8.h"
+#include "store/store.h"
 
 namespace store {
 namespace {
 
-constexpr std::string_view kSeparators = "\",>";
+constexpr std::string_view kSeparators = " \",>";
 constexpr uint32_t kReplacement = 0xFFFD;  // stands for bytes that are no character
 
-// Spaces, controls and formatting characters: first and last of each range, ascending.
+// Controls, characters that change the direction of text or have no width, and spaces other than the usual one: first
+// and last of each range, ascending.
 constexpr std::pair<uint32_t, uint32_t> kUnseen[] = {
-    {0x0000, 0x0020}, {0x007F, 0x00A0}, {0x00AD, 0x00AD}, {0x061C, 0x061C}, {0x1680, 0x1680}, {0x2000, 0x200F},
-    {0x2028, 0x202F}, {0x205F, 0x206F}, {0x3000, 0x3000}, {0xFEFF, 0xFEFF}, {0xFFF0, 0xFFFB}, {0xE0000, UINT32_MAX}};
+    {0x0000, 0x001F}, {0x007F, 0x00A0},   {0x00AD, 0x00AD},     {0x034F, 0x034F}, {0x061C, 0x061C}, {0x115F, 0x1160},
+    {0x1680, 0x1680}, {0x17B4, 0x17B5},   {0x180B, 0x180F},     {0x2000, 0x200F}, {0x2028, 0x202F}, {0x205F, 0x206F},
+    {0x2800, 0x2800}, {0x3000, 0x3000},   {0x3164, 0x3164},     {0xFE00, 0xFE0F}, {0xFEFF, 0xFEFF}, {0xFFA0, 0xFFA0},
+    {0xFFF0, 0xFFFB}, {0x1D173, 0x1D17A}, {0xE0000, UINT32_MAX}};
 
 bool isVisible(uint32_t point)
 {
@@ -71,8 +75,22 @@ bool isAllVisible(std::string_view text)
 bool isBlank(std::string_view text)
 {
     bool isAny = false;
-    eachCharacter(text, [&isAny](uint32_t point, std::string_view) { isAny = isAny || isVisible(point); });
+    eachCharacter(text,
+                  [&isAny](uint32_t point, std::string_view) { isAny = isAny || (point != ' ' && isVisible(point)); });
     return !isAny;
+}
+
+std::string escapeUnseen(std::string_view text, std::string_view others)
+{
+    std::string escaped;
+    eachCharacter(text, [&](uint32_t point, std::string_view bytes) {
+        if (isVisible(point) && others.find(bytes) == std::string_view::npos) {
+            escaped += bytes;
+        } else {
+            appendEscaped(escaped, point);
+        }
+    });
+    return escaped;
 }
 
 std::string visibleJson(const Json::Value& jValue)
@@ -83,20 +101,7 @@ std::string visibleJson(const Json::Value& jValue)
         plain["emitUTF8"] = true;
         return plain;
     }();
-    const std::string text = Json::writeString(kBuilder, jValue);
-    const bool isAscii = std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
-    if (isAscii) {
-        return text;
-    }
-    std::string escaped;
-    eachCharacter(text, [&escaped](uint32_t point, std::string_view bytes) {
-        if (isVisible(point) || bytes == " ") {
-            escaped += bytes;
-        } else {
-            appendEscaped(escaped, point);
-        }
-    });
-    return escaped;
+    return escapeUnseen(Json::writeString(kBuilder, jValue));
 }
 
 std::string visibleText(std::string_view text, size_t from)

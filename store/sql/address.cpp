@@ -2,10 +2,14 @@
 // quarter of an hour.
 #include "store/sql/address.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
+
+#include <libpq-fe.h>
 
 #include "store/base/timeouts.h"
 
@@ -40,13 +44,37 @@ std::string withTimeouts(std::string url)
     return url;
 }
 
+// Throws std::runtime_error for a URL that the client library would misread or refuse. The library's own messages quote
+// the part at fault, which may be the password, so that none of them may reach the user.
+void checkPostgresUrl(const std::string& url)
+{
+    const size_t begin = kPostgresPrefixes[0].size();
+    const size_t lastAt = url.rfind('@');
+    if (lastAt != std::string::npos && url.find_first_of("@/?", begin) != lastAt) {
+        throw std::runtime_error(
+            "the URL of the store is ambiguous: write @, / and ? in a name or password as %40, %2F"
+            " and %3F");
+    }
+    char* szError = nullptr;
+    const std::unique_ptr<PQconninfoOption, void (*)(PQconninfoOption*)> pOptions(
+        PQconninfoParse(url.c_str(), &szError), PQconninfoFree);
+    const std::unique_ptr<char, void (*)(void*)> pError(szError, PQfreemem);
+    if (pOptions == nullptr) {
+        const std::string_view text = szError == nullptr ? "" : szError;
+        throw std::runtime_error("the URL of the store is malformed: " +
+                                 std::string(text.substr(0, std::min(text.find(" \""), text.find(": \"")))));
+    }
+}
+
 }  // namespace
 
 Address addressOf(const std::string& url)
 {
     for (const std::string_view prefix : kPostgresPrefixes) {
         if (url.starts_with(prefix)) {
-            return {true, withTimeouts(std::string(kPostgresPrefixes[0]) + url.substr(prefix.size()))};
+            const std::string place = std::string(kPostgresPrefixes[0]) + url.substr(prefix.size());
+            checkPostgresUrl(place);
+            return {true, withTimeouts(place)};
         }
     }
     if (!url.starts_with(kSqlitePrefix) || url == kSqlitePrefix || url.find('"') != std::string::npos) {
