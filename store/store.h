@@ -233,8 +233,8 @@ PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan 
 
 // Passes the whole store as a fleet file to the sink, line by line without line ends. Each record is one line, in the
 // order of kinds and identifiers; members at their default are left out. The root group is group 0. Tokens are left
-// out. The result can always be applied: a record that was damaged by direct SQL is named in an error instead. The sink
-// is called after the transaction.
+// out. The result can always be applied to this store: a record that was damaged by direct SQL is named in an error
+// instead. The sink is called after the transaction.
 void exportFleet(const std::function<void(const std::string& line)>& sink);
 
 // --- For the operator

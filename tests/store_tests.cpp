@@ -234,7 +234,7 @@ std::string reasonOf(const std::string& text, int code)
         {"not yours", "not_permitted"},  {"stays", "not_permitted"},        {"itself", "cycle"},
         {"no policy", "unknown_policy"}, {"no account", "unknown_account"}, {"no group", "unknown_node"},
         {" before", "duplicate"},        {"sub-group", "duplicate"},        {"longer", "too_long"},
-        {"changed by", "stale"},
+        {"more than 10000", "too_many"}, {"changed by", "stale"},
     };
     for (const auto& [szPart, szReason] : kReasons) {
         if (text.find(szPart) != text.npos) {
@@ -260,6 +260,11 @@ TEST_P(StoreTest, refusalsChangeNothingAndNameTheReason)
     ASSERT_EQ(set(2, "{'desc':'newer'}"), 0);
     _tag_velq_zem_ou_ bytes = group(4);
     const std::string longName = "{\"name\":\"" + std::string(256, 'x') + "\"}";
+    const std::string longText = "'" + std::string(65537, 'x') + "'";
+    std::string manyLinks = "{'id':1}";
+    for (int id = 2; id <= 10001; ++id) {
+        manyLinks += ",{'id':" + std::to_string(id) + "}";
+    }
     const Json::Value jBefore = dump();
     const std::tuple<int, int, Change*, int64_t, std::string, const char*> cases[] = {
         {0, EINVAL, set, 0, "{'parent_id':1}", "parent_id: the root group stays where it is"},
@@ -276,6 +281,13 @@ TEST_P(StoreTest, refusalsChangeNothingAndNameTheReason)
         {0, EINVAL, set, 2, longName, "name: longer than 255 characters"},
         {0, EINVAL, set, 2, "{'name':'\\u0000'}", "name: a text that is not UTF-8 or holds a NUL"},
         {0, EINVAL, set, 2, "{'desc':5}", "desc: not a text"},
+        {0, EINVAL, set, 2, "{'desc':" + longText + "}", "desc: longer than 65536 bytes"},
+        {0, EINVAL, set, 2, "{'extra_info':" + longText + "}", "extra_info: longer than 65536 bytes"},
+        {0, EINVAL, set, 2, "{'linked_gpo':{'order':[{'id':1}],'kept':[" + longText + ",7]}}",
+         "linked_gpo: longer than 65568 bytes"},
+        {0, EINVAL, set, 2, linking(manyLinks), "linked_gpo: more than 10000 policies"},
+        {0, EINVAL, create, 1, "{'name':'n','desc':" + longText + "}", "desc: longer than 65536 bytes"},
+        {0, EINVAL, setServer, 1, "{'address':" + longText + "}", "address: longer than 65536 bytes"},
         {0, EINVAL, set, 2, "{'parent_id':'1'}", "parent_id: not a 64-bit integer"},
         {0, EINVAL, set, 2, "{'block_inheritance':2}", "block_inheritance: neither a boolean nor 0 or 1"},
         {0, EAGAIN, set, 2, "{'revision':1}", "changed by someone else since it was read"},
@@ -343,7 +355,25 @@ TEST_P(StoreTest, refusalsChangeNothingAndNameTheReason)
         bytes.name = szNotUtf8;
         EXPECT_EQ(orErrno(VELQZEMOuSet(&bytes)), EINVAL);
     }
+    stale = group(2);
+    stale.desc = std::string(65537, 'x');
+    EXPECT_EQ(orErrno(VELQZEMOuSet(&stale)), EINVAL);  // not only in the conversion
     EXPECT_EQ(dump(), jBefore);
+}
+
+TEST_P(StoreTest, longTextsOfAnEarlierVersionStayOrBecomeShorter)
+{
+    const auto desc = [](size_t size) { return "{'desc':'" + std::string(size, 'x') + "'}"; };
+    runSql("UPDATE ou SET \"desc\" = '" + std::string(70000, 'x') + "' WHERE id = 2");
+    Json::Value jFleet;
+    store::reviseFleet([&jFleet](const Json::Value& jStored, int64_t) { return jFleet = jStored; }, true);
+    EXPECT_EQ(store::applyFleet(jFleet, {}).changed, 0u);
+    EXPECT_EQ(set(2, "{'name':'other'}"), 0);
+    EXPECT_EQ(set(2, desc(69999)), 0);
+    EXPECT_EQ(set(2, desc(70000)), EINVAL);
+    EXPECT_EQ(set(2, desc(65536)), 0);
+    EXPECT_EQ(set(2, desc(65537)), EINVAL);
+    EXPECT_THROW(store::applyFleet(jFleet, {}), std::runtime_error);
 }
 
 TEST_P(StoreTest, createdAndMovedGroupsNestUpToTheLimit)
@@ -871,6 +901,25 @@ TEST_P(StoreTest, accountsAreFoundByNameAndUidForThoseWhoManageGroups)
     EXPECT_EQ(found(1, "2"), "helper A%_! ") << "the exact uid comes first";
     EXPECT_EQ(found(1, "%_!") + found(1, "_d") + found(1, "'"), "A%_! ");
     EXPECT_EQ(found(3, "") + found(77, ""), "refused refused ") << "who manages at most a server finds nothing";
+}
+
+TEST_P(StoreTest, aNullSpoilsItsOwnRecordAlone)
+{
+    store::addToken(1, "first", "one", 0);
+    store::addToken(2, "second", "two", 0);
+    if (isSqlite()) {
+        runSql("PRAGMA writable_schema = ON",
+               "UPDATE sqlite_master SET sql = replace(sql, ' NOT NULL', '') WHERE name IN ('account', 'token')");
+    } else {
+        runSql("ALTER TABLE account ALTER name DROP NOT NULL",
+               "ALTER TABLE token ALTER label DROP NOT NULL, ALTER expires DROP NOT NULL");
+    }
+    runSql("UPDATE account SET name = NULL WHERE uid = 2", "UPDATE token SET label = NULL WHERE uid = 2");
+    EXPECT_EQ(tokens(1) + tokens(2), "admin:one : ");
+    EXPECT_EQ(seenBy(1), "1 2 3 4 / 1 2 3 / 1 2 3 / ");
+    EXPECT_EQ(seenBy(2), "2 3 / 1 / 1 2 / ");
+    runSql("UPDATE token SET expires = NULL");
+    EXPECT_FALSE(store::findAccountByToken("second").has_value());
 }
 
 TEST_P(StoreTest, processesThatOpenAMissingStoreTogetherCreateItOnce)

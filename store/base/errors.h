@@ -29,6 +29,7 @@ enum class Reason {
     tooDeep,
     cycle,  // a group would be below itself
     tooLong,
+    tooMany,
     busy,       // locked by others for too long
     away,       // the database does not answer
     cancelled,  // the request had to end before its next change

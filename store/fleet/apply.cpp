@@ -50,6 +50,7 @@ ApplyResult planAndWrite(const Fleet& stored, const Fleet& file, bool prune, soc
     checkFleet(after, RelationsChecked::ofFile);
     checkAdministrator(after);
     const Plan plan = makePlan(stored, after);
+    checkLengths(plan);
     const ApplyResult result = {countOf(plan), planLines(plan)};
     if (pSql != nullptr && !result.lines.empty()) {
         ProgressReporter reporter(progress, result.counts);

@@ -7,6 +7,7 @@
 
 #include "store/base/errors.h"
 #include "store/records/policy_links.h"
+#include "store/records/record_checks.h"
 
 namespace store {
 namespace {
@@ -123,7 +124,8 @@ void checkRelations(const Section<R>& section, const Fleet& fleet, RelationsChec
         }
         withPlaceInErrors(entry, [&] {
             if (!entry.record.linkedGpo.empty()) {
-                checkLinks(parseLinkIds(entry.record.linkedGpo.c_str()),
+                const bool isOfFile = entry.fileIndex != kNotInFile;
+                checkLinks(isOfFile ? entry.links : parseLinkIds(entry.record.linkedGpo.c_str()),
                            [&](int64_t id) { return find(fleet.policies, id) != nullptr; });
             }
             for (size_t i = 0; i < entry.delegates.size(); ++i) {
@@ -132,6 +134,20 @@ void checkRelations(const Section<R>& section, const Fleet& fleet, RelationsChec
                              "no account " + std::to_string(entry.delegates[i]));
             }
         });
+    }
+}
+
+template <typename R>
+void checkSection(const Differences<R>& differences)
+{
+    static const R kDefault;
+    for (const Difference<R>& difference : differences) {
+        if (difference.isDeleted()) {
+            continue;
+        }
+        const R& before = difference.isNew() ? kDefault : difference.pBefore->record;
+        const Entry<R>& after = *difference.pAfter;
+        withPlaceInErrors(after, [&] { checkLengths(after.record, before, after.links.size()); });
     }
 }
 
@@ -157,6 +173,14 @@ void checkAdministrator(const Fleet& fleet)
     const bool isAny = std::any_of(fleet.accounts.begin(), fleet.accounts.end(),
                                    [](const Entry<AccountRow>& entry) { return entry.record.admin != 0; });
     requireValid(isAny, "accounts", "none is an administrator");
+}
+
+void checkLengths(const Plan& plan)
+{
+    checkSection(plan.accounts);
+    checkSection(plan.groups);
+    checkSection(plan.policies);
+    checkSection(plan.servers);
 }
 
 std::vector<int> depthsOf(const Section<Group>& groups)

@@ -22,6 +22,7 @@ template <typename R>
 struct Entry {
     R record;
     std::vector<int64_t> delegates = {};  // uids in their order; of groups and servers only
+    std::vector<int64_t> links = {};      // policies in their order; empty in a record from the store
     size_t fileIndex = kNotInFile;        // index in the file's array; kNotInFile for a record from the store
 };
 

@@ -111,7 +111,8 @@ template <typename R>
 void parseRelations(const Json::Value& jRecord, Entry<R>& entry)
 {
     if (!jRecord["linked_gpo"].isNull()) {
-        checkLinks(linkIds(jRecord["linked_gpo"]), acceptAny);
+        entry.links = linkIds(jRecord["linked_gpo"]);
+        checkLinks(entry.links, acceptAny);
         checkLinkKeys(jRecord["linked_gpo"]);
     }
     if (!jRecord["delegate"].isNull()) {

@@ -1,6 +1,7 @@
 // Finds the records and fields in which two fleets differ.
 #include "store/fleet/plan.h"
 
+#include <cstring>
 #include <optional>
 
 #include "store/records/json_text.h"
@@ -11,10 +12,13 @@ namespace store {
 namespace {
 
 // Returns the JSON text in the form that the store writes, because a text that was written by direct SQL may have the
-// same value in another form. Returns nothing for a text that is not JSON.
+// same value in another form. Returns nothing for a text that is not JSON, and for a long one: others wait to write.
 template <typename R>
 std::optional<std::string> normalForm(const Field<R>& field, const VLIBCString& text)
 {
+    if (std::strlen(text.c_str()) > field.maxBytes) {
+        return std::nullopt;
+    }
     try {
         Json::Value jRecord;
         jRecord[field.name] = parseJson(text.c_str());

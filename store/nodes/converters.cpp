@@ -1,8 +1,10 @@
 // Converts groups, servers and policies from and to JSON, without the database.
 #include <algorithm>
+#include <utility>
 
 #include "store/base/errors.h"
 #include "store/records/policy_links.h"
+#include "store/records/record_checks.h"
 #include "store/records/record_json.h"
 #include "store/records/records.h"
 
@@ -38,6 +40,7 @@ int jsonToStruct(const Json::Value& jRecord, R* pRecord)
         checkLoaded(jRecord, *pRecord);
         R next(*pRecord);
         assignMembers(jRecord, next);
+        checkLengths(next, *pRecord, std::as_const(jRecord)["linked_gpo"]["order"].size());
         *pRecord = next;
     });
 }

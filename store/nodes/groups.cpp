@@ -103,13 +103,13 @@ void checkMove(soci::session& sql, const Group& group)
     checkDepth(sql, ancestry, group.parentId, height);
 }
 
-std::string replaceGroup(soci::session& sql, Group& group)
+std::string replaceGroup(soci::session& sql, Group& group, const CheckedLinks& checked)
 {
     const Rights rights(sql);
     rights.requireGroup(group.id);
     Group stored;
     load(sql, group.id, stored);
-    checkReplacement(sql, rights, group, stored);
+    checkReplacement(sql, rights, group, checked, stored);
     if (group.parentId != stored.parentId) {
         checkMove(sql, group);
     }
@@ -123,7 +123,7 @@ std::string replaceGroup(soci::session& sql, Group& group)
     return changeLine(rights, Kind<Group>::kName, group.id, changed);
 }
 
-std::string createGroup(soci::session& sql, Group& group)
+std::string createGroup(soci::session& sql, Group& group, const CheckedLinks& checked)
 {
     const Rights rights(sql);
     rights.requireGroup(group.parentId, "parent_id");
@@ -132,7 +132,7 @@ std::string createGroup(soci::session& sql, Group& group)
     if (ancestry.groups == 0) {
         throw noSuchParent(group.parentId);
     }
-    checkRecord(rights, group, Group());
+    checkRecord(rights, group, checked, Group());
     checkSiblings(sql, rights, group);
     checkDepth(sql, ancestry, group.parentId, 1);
     group.id = number(sql, "UPDATE meta SET value = value + 1 WHERE name = 'last_ou' RETURNING value");

@@ -12,12 +12,12 @@ int VELQZEMKxGet(int64_t id, _tag_velq_zem_kx_* pKx)
 
 int VELQZEMKxSet(_tag_velq_zem_kx_* pKx)
 {
-    return commitChange(pKx, [](soci::session& sql, Server& server) {
+    return commitChange(pKx, [](soci::session& sql, Server& server, const CheckedLinks& checked) {
         const Rights rights(sql);
         rights.requireNode(Kind<Server>::kType, server.id);
         Server stored;
         load(sql, server.id, stored);
-        checkReplacement(sql, rights, server, stored);
+        checkReplacement(sql, rights, server, checked, stored);
         if (hasSameFields(server, stored)) {
             return std::string();
         }

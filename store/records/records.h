@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -60,12 +61,18 @@ struct DelegateRow {
 // The content of a field: a value that only the store sets, a plain value, JSON text, or the JSON text of policy links.
 enum class FieldKind { storeManaged, plain, json, links };
 
+constexpr size_t kMaxTextBytes = 64 << 10;    // of a text
+constexpr size_t kMaxSettingBytes = 1 << 20;  // of a policy's settings
+constexpr size_t kMaxLinks = 10'000;          // policies that one group or server links
+constexpr size_t kMaxLinkBytes = 32;          // for each link, besides kMaxTextBytes for all links together
+
 // One field: its name as JSON member and as column, and the member of the record: a number, a flag (0 or 1) or a text.
 template <typename R>
 struct Field {
     const char* name;
     std::variant<int64_t R::*, int32_t R::*, VLIBCString R::*> member;
     FieldKind kind = FieldKind::plain;
+    size_t maxBytes = kMaxTextBytes;  // of a text
 
     constexpr bool isText() const
     {
@@ -142,7 +149,7 @@ struct Kind<Policy> {
         {"desc", &Policy::desc},
         {"mtime", &Policy::mtime, FieldKind::storeManaged},
         {"revision", &Policy::revision, FieldKind::storeManaged},
-        {"setting", &Policy::setting, FieldKind::json},
+        {"setting", &Policy::setting, FieldKind::json, kMaxSettingBytes},
     }};
 };
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "store/db/transaction.h"
+#include "store/records/record_checks.h"
 #include "store/records/records.h"
 #include "store/rules/acting_account.h"
 #include "store/rules/rights.h"
@@ -43,17 +44,19 @@ int commitChange(Work&& work) noexcept
     return toErrno([&] { logChange(inChange(work)); });
 }
 
-// Does the same with work(soci::session&, R&), which changes a copy of the record; the record takes the copy's values
-// once they are committed. EINVAL when pRecord is null.
+// Does the same with work(soci::session&, R&, const CheckedLinks&), which changes a copy of the record; the record
+// takes the copy's values once they are committed. The record's texts are checked before the transaction, as
+// checkTexts() does. EINVAL when pRecord is null.
 template <typename R, typename Work>
 int commitChange(R* pRecord, Work&& work) noexcept
 {
     return toErrno([&] {
         requireArguments(pRecord);
+        const CheckedLinks checked = checkTexts(*pRecord);
         R changed;
         const std::string line = inChange([&](soci::session& sql) {
             changed = *pRecord;
-            return work(sql, changed);
+            return work(sql, changed, checked);
         });
         *pRecord = changed;
         rememberChange(Kind<R>::kType, changed.id);

@@ -5,7 +5,6 @@
 
 #include "store/base/visible_text.h"
 #include "store/records/policy_links.h"
-#include "store/records/record_checks.h"
 #include "store/records/rows.h"
 
 namespace store {
@@ -25,16 +24,11 @@ std::unordered_set<int64_t> linkedBefore(const VLIBCString& stored)
     }
 }
 
-void checkLinkChange(const Rights& rights, VLIBCString& linkedGpo, const VLIBCString& stored)
+void checkNewLinks(const Rights& rights, const std::vector<int64_t>& ids, const VLIBCString& stored)
 {
-    if (linkedGpo.empty() || std::strcmp(linkedGpo.c_str(), stored.c_str()) == 0) {
-        return;
-    }
-    const PolicyLinks links = storableLinks(linkedGpo);
-    linkedGpo = links.text;
     std::unordered_set<int64_t> known = linkedBefore(stored);
     std::vector<int64_t> added;
-    for (const int64_t id : links.ids) {
+    for (const int64_t id : ids) {
         if (!known.contains(id)) {
             added.push_back(id);
         }
@@ -42,7 +36,7 @@ void checkLinkChange(const Rights& rights, VLIBCString& linkedGpo, const VLIBCSt
     known.merge(rights.visiblePolicies(added));
     const int errnoOfUnknown = rights.isUnrestricted() ? EINVAL : EACCES;
     checkLinks(
-        links.ids, [&known](int64_t id) { return known.contains(id); }, errnoOfUnknown);
+        ids, [&known](int64_t id) { return known.contains(id); }, errnoOfUnknown);
 }
 
 // Returns whether a group or server exists that the account may manage. A restricted account may manage only existing
@@ -91,27 +85,36 @@ Refusal noSuchParent(int64_t id)
 }
 
 template <typename R>
-void checkRecord(const Rights& rights, R& record, const R& stored)
+void checkRecord(const Rights& rights, R& record, const CheckedLinks& checked, const R& stored)
 {
-    checkTexts(record);
     // A store may hold such a name from before it was refused.
     const bool isSameName = std::strcmp(record.name.c_str(), stored.name.c_str()) == 0;
     requireValid(isSameName || !isBlank(record.name.c_str()), "name", "only blanks", Reason::missing);
-    checkLinkChange(rights, record.linkedGpo, stored.linkedGpo);
+    const bool hasNewLinks = std::strcmp(record.linkedGpo.c_str(), stored.linkedGpo.c_str()) != 0;
+    if (hasNewLinks && checked.error != nullptr) {
+        std::rethrow_exception(checked.error);
+    }
+    if (hasNewLinks) {
+        record.linkedGpo = checked.links.text;
+    }
+    checkLengths(record, stored, checked.links.ids.size());
+    if (hasNewLinks) {
+        checkNewLinks(rights, checked.links.ids, stored.linkedGpo);
+    }
 }
 
 template <typename R>
-void checkReplacement(soci::session& sql, const Rights& rights, R& record, const R& stored)
+void checkReplacement(soci::session& sql, const Rights& rights, R& record, const CheckedLinks& checked, const R& stored)
 {
     if (record.revision != stored.revision) {
         throw changedSinceRead();
     }
     checkParent(sql, rights, record, stored);
-    checkRecord(rights, record, stored);
+    checkRecord(rights, record, checked, stored);
 }
 
-template void checkRecord(const Rights&, Group&, const Group&);
-template void checkReplacement(soci::session&, const Rights&, Group&, const Group&);
-template void checkReplacement(soci::session&, const Rights&, Server&, const Server&);
+template void checkRecord(const Rights&, Group&, const CheckedLinks&, const Group&);
+template void checkReplacement(soci::session&, const Rights&, Group&, const CheckedLinks&, const Group&);
+template void checkReplacement(soci::session&, const Rights&, Server&, const CheckedLinks&, const Server&);
 
 }  // namespace store

@@ -7,6 +7,7 @@
 #include <soci/soci.h>
 
 #include "store/base/errors.h"
+#include "store/records/record_checks.h"
 #include "store/rules/rights.h"
 
 namespace store {
@@ -17,18 +18,19 @@ void requireExisting(soci::session& sql, const Rights& rights, int nodeType, int
 // Returns the refusal of a record whose parent group does not exist: ENOENT.
 Refusal noSuchParent(int64_t id);
 
-// Checks the texts and links of a group or server that is to replace the stored one, and brings its links to the form
-// that is stored. stored: for a new record, a default one. Throws, with EINVAL, for a name that is empty, too long or
-// new and without a visible character, a text that cannot be stored, a JSON text that is not valid, links of a wrong
-// form, a policy linked twice and a newly linked policy that does not exist; with EACCES instead when the account is
-// restricted and does not see that policy. Links that the stored record has are not looked up.
+// Checks the lengths and links of a group or server that is to replace the stored one, and brings its links to the form
+// that is stored. checked: what checkTexts() returned for the record. stored: for a new record, a default one. Throws,
+// with EINVAL, for a new name without a visible character, a text that is too long, links of a wrong form, a policy
+// linked twice and a newly linked policy that does not exist; with EACCES instead when the account is restricted and
+// does not see that policy. Links that the stored record has are not looked up.
 template <typename R>
-void checkRecord(const Rights& rights, R& record, const R& stored);
+void checkRecord(const Rights& rights, R& record, const CheckedLinks& checked, const R& stored);
 
 // Checks that the group or server may replace the stored one. Throws EAGAIN when the stored one was changed since the
 // record was loaded, EACCES for a new parent group that the account may not manage, ENOENT for one that does not exist,
 // and as checkRecord().
 template <typename R>
-void checkReplacement(soci::session& sql, const Rights& rights, R& record, const R& stored);
+void checkReplacement(soci::session& sql, const Rights& rights, R& record, const CheckedLinks& checked,
+                      const R& stored);
 
 }  // namespace store

@@ -60,12 +60,22 @@ bool Statement::first()
 {
     ++tStatements;
     noteStatement();
-    return run([this] { return m_statement.execute(true); });
+    return withoutNulls(run([this] { return m_statement.execute(true); }));
 }
 
 bool Statement::next()
 {
-    return run([this] { return m_statement.fetch(); });
+    return withoutNulls(run([this] { return m_statement.fetch(); }));
+}
+
+bool Statement::withoutNulls(bool isRow)
+{
+    for (size_t i = 0; isRow && i < m_states.size(); ++i) {
+        if (m_states[i] == soci::i_null) {
+            m_clearers[i]();
+        }
+    }
+    return isRow;
 }
 
 int64_t Statement::change()

@@ -4,6 +4,8 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -31,11 +33,14 @@ public:
     // Binds each of the values as a parameter.
     Statement& in(const std::vector<int64_t>& values);
 
-    // Binds the variable that receives the next column.
+    // Binds the variable that receives the next column. NULL, which only direct SQL can store, becomes 0 or an empty
+    // text, so that it spoils its own record alone.
     template <typename T>
     Statement& out(T& value)
     {
-        m_statement.exchange(soci::into(value));
+        soci::indicator& state = m_states.emplace_back(soci::i_ok);
+        m_clearers.emplace_back([&value] { value = T(); });
+        m_statement.exchange(soci::into(value, state));
         return *this;
     }
 
@@ -54,8 +59,11 @@ public:
 private:
     template <typename Work>
     auto run(Work&& work);
+    bool withoutNulls(bool isRow);
 
     soci::session& m_sql;
+    std::deque<soci::indicator> m_states;  // of the columns; a deque, because the statement has their addresses
+    std::vector<std::function<void()>> m_clearers;  // of the columns' variables
     soci::statement m_statement;
 };
 
