@@ -178,6 +178,14 @@ protected:
             " UNION ALL"
             " SELECT 'siblings, ' || name FROM ou WHERE id <> 0 GROUP BY parent_id, name HAVING COUNT(*) > 1");
         if (isSqlite()) {
+            const std::string links =
+                "SELECT 2 AS type, n.id, json_extract(value, '$.id') FROM ou n, json_each(linked_gpo, '$.order')"
+                " WHERE linked_gpo <> '' UNION ALL SELECT 3, n.id, json_extract(value, '$.id') FROM kx n,"
+                " json_each(linked_gpo, '$.order') WHERE linked_gpo <> ''";
+            const std::string asText = "SELECT 'link of ' || type || '.' || id FROM (";
+            found.merge(rows(asText + links + " EXCEPT SELECT * FROM policy_link)"));
+            found.merge(rows(asText + "SELECT node_type AS type, node_id AS id, policy_id FROM policy_link EXCEPT " +
+                             "SELECT * FROM (" + links + "))"));
             found.merge(
                 rows("SELECT integrity_check FROM pragma_integrity_check WHERE integrity_check <> 'ok' UNION ALL"
                      " SELECT 'no such parent, ' || \"table\" || rowid FROM pragma_foreign_key_check"));

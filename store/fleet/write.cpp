@@ -6,11 +6,10 @@
 #include <cstring>
 #include <ctime>
 #include <functional>
-#include <unordered_set>
 
 #include "store/fleet/check.h"
 #include "store/records/delegates.h"
-#include "store/records/policy_links.h"
+#include "store/records/link_rows.h"
 #include "store/records/rows.h"
 
 namespace store {
@@ -150,9 +149,23 @@ void writeDelegates(soci::session& sql, const Differences<R>& differences)
     inserter.flush();
 }
 
-// --- Fetch notices: nodes to which other policies apply now must fetch them, as after a change by a request.
+template <typename R>
+void writeLinks(soci::session& sql, const Differences<R>& differences)
+{
+    const auto isRewritten = [](const Difference<R>& difference) {
+        return difference.changes(&R::linkedGpo) || difference.isNew() || difference.isDeleted();
+    };
+    deleteRowsOfNodes<R>(sql, Kind<LinkRow>::kTable, idsOf(differences, isRewritten));
+    Inserter<LinkRow> inserter(sql);
+    for (const Difference<R>& difference : differences) {
+        if (isRewritten(difference) && !difference.isDeleted()) {
+            insertLinks(inserter, Kind<R>::kType, difference.pAfter->record.id, difference.pAfter->links);
+        }
+    }
+    inserter.flush();
+}
 
-using PolicyIds = std::unordered_set<int64_t>;
+// --- Fetch notices: nodes to which other policies apply now must fetch them, as after a change by a request.
 
 template <typename R>
 bool changesPolicies(const Difference<R>& difference)
@@ -165,31 +178,16 @@ bool changesPolicies(const Difference<R>& difference)
     return difference.changes(&R::parentId) || difference.changes(&R::linkedGpo);
 }
 
-template <typename R>
-bool linksAnyOf(const PolicyIds& policies, const Entry<R>& entry)
-{
-    if (policies.empty() || entry.record.linkedGpo.empty()) {
-        return false;
-    }
-    try {
-        const Ids ids = parseLinkIds(entry.record.linkedGpo.c_str());
-        return std::any_of(ids.begin(), ids.end(), [&](int64_t id) { return policies.contains(id); });
-    } catch (const std::runtime_error&) {  // the text in the store was damaged before
-        return false;
-    }
-}
-
 // changedPolicies: the policies with new settings; the nodes that link them must fetch them.
 template <typename R>
-void writeFetchNotices(soci::session& sql, const Differences<R>& differences, const Section<R>& after,
-                       const PolicyIds& changedPolicies)
+void writeFetchNotices(soci::session& sql, const Differences<R>& differences, const Ids& changedPolicies)
 {
     deleteRowsOfNodes<R>(sql, "gpo_fetch", idsOf(differences, &Difference<R>::isDeleted));
     Ids ids = idsOf(differences, changesPolicies<R>);
-    for (const Entry<R>& entry : after) {
-        if (linksAnyOf(changedPolicies, entry)) {
-            ids.push_back(entry.record.id);
-        }
+    for (const std::string& condition : conditionsFor("policy_id", changedPolicies)) {
+        const auto linking =
+            numbers(sql, "SELECT node_id FROM policy_link WHERE node_type = :type AND " + condition, Kind<R>::kType);
+        ids.insert(ids.end(), linking.begin(), linking.end());
     }
     for (const std::string& condition : conditionsFor("id", ids)) {
         execute(sql, std::string("INSERT INTO gpo_fetch (node_type, node_id, uid, mtime) SELECT ") +
@@ -215,10 +213,12 @@ void writePlan(soci::session& sql, const Plan& plan, const Fleet& after, const s
     deleteRows(sql, plan.groups);
     writeDelegates(sql, plan.groups);
     writeDelegates(sql, plan.servers);
-    const Ids ids = idsOf(plan.policies, [](const auto& policy) { return policy.changes(&Policy::setting); });
-    const PolicyIds changedPolicies(ids.begin(), ids.end());
-    writeFetchNotices(sql, plan.groups, after.groups, changedPolicies);
-    writeFetchNotices(sql, plan.servers, after.servers, changedPolicies);
+    writeLinks(sql, plan.groups);
+    writeLinks(sql, plan.servers);
+    const Ids changedPolicies =
+        idsOf(plan.policies, [](const auto& policy) { return policy.changes(&Policy::setting); });
+    writeFetchNotices(sql, plan.groups, changedPolicies);
+    writeFetchNotices(sql, plan.servers, changedPolicies);
     execute(sql,
             "UPDATE meta SET value = (SELECT MAX(id) FROM ou) WHERE name = 'last_ou' AND value <"
             " (SELECT MAX(id) FROM ou)");

@@ -109,7 +109,7 @@ std::string replaceGroup(soci::session& sql, Group& group, const CheckedLinks& c
     rights.requireGroup(group.id);
     Group stored;
     load(sql, group.id, stored);
-    checkReplacement(sql, rights, group, checked, stored);
+    const LinkChange links = checkReplacement(sql, rights, group, checked, stored);
     if (group.parentId != stored.parentId) {
         checkMove(sql, group);
     }
@@ -120,6 +120,7 @@ std::string replaceGroup(soci::session& sql, Group& group, const CheckedLinks& c
         return "";
     }
     const std::string changed = replace(sql, group, stored);
+    writeLinkChange(sql, Kind<Group>::kType, group.id, links);
     return changeLine(rights, Kind<Group>::kName, group.id, changed);
 }
 
@@ -132,7 +133,7 @@ std::string createGroup(soci::session& sql, Group& group, const CheckedLinks& ch
     if (ancestry.groups == 0) {
         throw noSuchParent(group.parentId);
     }
-    checkRecord(rights, group, checked, Group());
+    const LinkChange links = checkRecord(sql, rights, group, checked, Group());
     checkSiblings(sql, rights, group);
     checkDepth(sql, ancestry, group.parentId, 1);
     group.id = number(sql, "UPDATE meta SET value = value + 1 WHERE name = 'last_ou' RETURNING value");
@@ -141,6 +142,7 @@ std::string createGroup(soci::session& sql, Group& group, const CheckedLinks& ch
     Inserter<Group> inserter(sql);
     inserter.insert(group);
     inserter.flush();
+    writeLinkChange(sql, Kind<Group>::kType, group.id, links);
     return changeLine(rights, Kind<Group>::kName, group.id, "created");
 }
 
@@ -162,7 +164,7 @@ std::string deleteGroups(soci::session& sql, int64_t id)
                id, std::time(nullptr));
     }
     const std::string ofGroups = " WHERE node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) + " AND node_id " + inSubtree;
-    for (const char* szTable : {"delegate", "gpo_fetch"}) {
+    for (const char* szTable : {"delegate", "gpo_fetch", "policy_link"}) {
         change(sql, kSubtree + "DELETE FROM " + szTable + ofGroups, id);
     }
     change(sql, kSubtree + "DELETE FROM ou WHERE id " + inSubtree, id);

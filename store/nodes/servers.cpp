@@ -17,11 +17,12 @@ int VELQZEMKxSet(_tag_velq_zem_kx_* pKx)
         rights.requireNode(Kind<Server>::kType, server.id);
         Server stored;
         load(sql, server.id, stored);
-        checkReplacement(sql, rights, server, checked, stored);
+        const LinkChange links = checkReplacement(sql, rights, server, checked, stored);
         if (hasSameFields(server, stored)) {
             return std::string();
         }
         const std::string changed = replace(sql, server, stored);
+        writeLinkChange(sql, Kind<Server>::kType, server.id, links);
         return changeLine(rights, Kind<Server>::kName, server.id, changed);
     });
 }

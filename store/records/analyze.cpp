@@ -33,7 +33,7 @@ void analyzeTables() noexcept
         executeIfPossible(std::string("ALTER TABLE ") + szTable + " ALTER COLUMN parent_id SET (n_distinct = -0.5)");
     }
     for (const char* szTable : {Kind<AccountRow>::kTable, Kind<Policy>::kTable, Kind<Group>::kTable,
-                                Kind<Server>::kTable, Kind<DelegateRow>::kTable}) {
+                                Kind<Server>::kTable, Kind<DelegateRow>::kTable, Kind<LinkRow>::kTable}) {
         executeIfPossible(std::string("ANALYZE ") + szTable);
     }
 }

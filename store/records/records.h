@@ -58,6 +58,14 @@ struct DelegateRow {
     int64_t userType = kDelegateUserType;
 };
 
+// One policy that a group or server links. The table is derived from the texts of links, so that no question about
+// links has to read them.
+struct LinkRow {
+    int64_t nodeType = 0;
+    int64_t nodeId = 0;
+    int64_t policyId = 0;
+};
+
 // The content of a field: a value that only the store sets, a plain value, JSON text, or the JSON text of policy links.
 enum class FieldKind { storeManaged, plain, json, links };
 
@@ -175,6 +183,16 @@ struct Kind<DelegateRow> {
         {"position", &DelegateRow::position},
         {"ugid", &DelegateRow::ugid},
         {"user_type", &DelegateRow::userType},
+    }};
+};
+
+template <>
+struct Kind<LinkRow> {
+    static constexpr const char* kTable = "policy_link";
+    static constexpr std::array<Field<LinkRow>, 3> kFields = {{
+        {"node_type", &LinkRow::nodeType},
+        {"node_id", &LinkRow::nodeId},
+        {"policy_id", &LinkRow::policyId},
     }};
 };
 

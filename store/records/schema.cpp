@@ -11,6 +11,7 @@
 
 #include "store/base/errors.h"
 #include "store/db/transaction.h"
+#include "store/records/link_rows.h"
 #include "store/sql/statement.h"
 
 namespace store {
@@ -80,10 +81,17 @@ void createHistory(soci::session& sql)
                         "CREATE INDEX history_record ON history (record, number)"});
 }
 
+constexpr const char* kLinkTable[] = {
+    "CREATE TABLE policy_link (node_type BIGINT NOT NULL, node_id BIGINT NOT NULL, policy_id BIGINT NOT NULL,"
+    " PRIMARY KEY (node_type, node_id, policy_id))",
+    "CREATE INDEX policy_link_policy ON policy_link (policy_id)",
+};
+
 void createTables(soci::session& sql)
 {
     executeAll(sql, kSchema);
     createHistory(sql);
+    executeAll(sql, kLinkTable);
 }
 
 // Version 1 had one token in each account's row. SQLite cannot drop that column, so the rows move to a new table.
@@ -103,10 +111,12 @@ void upgradeFrom1(soci::session& sql)
     executeAll(sql, kFromVersion1);
 }
 
-// Version 2 had no history.
+// Version 2 had no history, and links only as texts.
 void upgradeFrom2(soci::session& sql)
 {
     createHistory(sql);
+    executeAll(sql, kLinkTable);
+    fillLinkRows(sql);
 }
 
 // Each converts a store to the next version; the first one a store of version 1.

@@ -1,7 +1,9 @@
 // Checks a record's revision, parent and links against the store.
 #include "store/rules/checks.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "store/base/visible_text.h"
 #include "store/records/policy_links.h"
@@ -10,33 +12,21 @@
 namespace store {
 namespace {
 
-// Returns the policies that a stored record links. A damaged text counts as none, so that it can be overwritten.
-std::unordered_set<int64_t> linkedBefore(const VLIBCString& stored)
+// Checks the policies that a node is to link. before: those that it links.
+LinkChange checkNewLinks(const Rights& rights, const std::vector<int64_t>& ids, std::unordered_set<int64_t> before)
 {
-    if (stored.empty()) {
-        return {};
-    }
-    try {
-        const std::vector<int64_t> ids = parseLinkIds(stored.c_str());
-        return {ids.begin(), ids.end()};
-    } catch (const std::runtime_error&) {
-        return {};
-    }
-}
-
-void checkNewLinks(const Rights& rights, const std::vector<int64_t>& ids, const VLIBCString& stored)
-{
-    std::unordered_set<int64_t> known = linkedBefore(stored);
-    std::vector<int64_t> added;
-    for (const int64_t id : ids) {
-        if (!known.contains(id)) {
-            added.push_back(id);
-        }
-    }
-    known.merge(rights.visiblePolicies(added));
+    LinkChange change;
+    std::copy_if(ids.begin(), ids.end(), std::back_inserter(change.added),
+                 [&before](int64_t id) { return !before.contains(id); });
+    const std::unordered_set<int64_t> seen = rights.visiblePolicies(change.added);
     const int errnoOfUnknown = rights.isUnrestricted() ? EINVAL : EACCES;
     checkLinks(
-        ids, [&known](int64_t id) { return known.contains(id); }, errnoOfUnknown);
+        ids, [&](int64_t id) { return before.contains(id) || seen.contains(id); }, errnoOfUnknown);
+    for (const int64_t id : ids) {
+        before.erase(id);
+    }
+    change.removed = {before.begin(), before.end()};
+    return change;
 }
 
 // Returns whether a group or server exists that the account may manage. A restricted account may manage only existing
@@ -85,7 +75,8 @@ Refusal noSuchParent(int64_t id)
 }
 
 template <typename R>
-void checkRecord(const Rights& rights, R& record, const CheckedLinks& checked, const R& stored)
+LinkChange checkRecord(soci::session& sql, const Rights& rights, R& record, const CheckedLinks& checked,
+                       const R& stored)
 {
     // A store may hold such a name from before it was refused.
     const bool isSameName = std::strcmp(record.name.c_str(), stored.name.c_str()) == 0;
@@ -98,23 +89,25 @@ void checkRecord(const Rights& rights, R& record, const CheckedLinks& checked, c
         record.linkedGpo = checked.links.text;
     }
     checkLengths(record, stored, checked.links.ids.size());
-    if (hasNewLinks) {
-        checkNewLinks(rights, checked.links.ids, stored.linkedGpo);
+    if (!hasNewLinks) {
+        return {};
     }
+    return checkNewLinks(rights, checked.links.ids, linksOf(sql, Kind<R>::kType, stored.id));
 }
 
 template <typename R>
-void checkReplacement(soci::session& sql, const Rights& rights, R& record, const CheckedLinks& checked, const R& stored)
+LinkChange checkReplacement(soci::session& sql, const Rights& rights, R& record, const CheckedLinks& checked,
+                            const R& stored)
 {
     if (record.revision != stored.revision) {
         throw changedSinceRead();
     }
     checkParent(sql, rights, record, stored);
-    checkRecord(rights, record, checked, stored);
+    return checkRecord(sql, rights, record, checked, stored);
 }
 
-template void checkRecord(const Rights&, Group&, const CheckedLinks&, const Group&);
-template void checkReplacement(soci::session&, const Rights&, Group&, const CheckedLinks&, const Group&);
-template void checkReplacement(soci::session&, const Rights&, Server&, const CheckedLinks&, const Server&);
+template LinkChange checkRecord(soci::session&, const Rights&, Group&, const CheckedLinks&, const Group&);
+template LinkChange checkReplacement(soci::session&, const Rights&, Group&, const CheckedLinks&, const Group&);
+template LinkChange checkReplacement(soci::session&, const Rights&, Server&, const CheckedLinks&, const Server&);
 
 }  // namespace store

@@ -8,7 +8,6 @@
 #include "platform/velq_core.h"
 #include "platform/velq_zem.h"
 #include "store/db/transaction.h"
-#include "store/records/policy_links.h"
 #include "store/records/records.h"
 #include "store/rules/acting_account.h"
 #include "store/sql/statement.h"
@@ -17,6 +16,7 @@
 namespace store {
 namespace {
 
+constexpr int64_t kNoGroup = -1;
 constexpr int kErrorRefused = 0x0D01;   // last-error code: the account may not manage the group, or is not known
 constexpr int kErrorNoAnswer = 0x0D02;  // last-error code: the store could not answer, errno says why
 
@@ -24,12 +24,22 @@ constexpr int kErrorNoAnswer = 0x0D02;  // last-error code: the store could not 
 const std::string kGroupOfAccount = "node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) +
                                     " AND user_type = " + std::to_string(kDelegateUserType) + " AND ugid = :uid";
 
-// Counts the delegations of a group (first parameter) and of its ancestors to an account (second parameter).
-const std::string kCountDelegations =
-    "WITH RECURSIVE ancestors (id) AS (SELECT id FROM ou WHERE id = :id"
-    " UNION SELECT o.parent_id FROM ou o JOIN ancestors a ON o.id = a.id) "
-    "SELECT COUNT(*) FROM delegate d JOIN ancestors a ON d.node_id = a.id WHERE " +
-    kGroupOfAccount;
+// Counts the steps from a group (first parameter) up to the first one that is delegated to an account (second
+// parameter). More than kMaxGroupDepth steps, and one for the group itself, mean that there is none. A group without
+// such an ancestor and a missing one take equally many steps, so that the time does not tell which groups exist.
+const std::string kCountSteps =
+    "WITH RECURSIVE step (id, number) AS (SELECT COALESCE((SELECT id FROM ou WHERE id = :id), -1), 0"
+    " UNION ALL SELECT COALESCE((SELECT o.parent_id FROM ou o WHERE o.id = s.id), -1), s.number + 1 FROM step s"
+    " WHERE s.number <= " +
+    std::to_string(kMaxGroupDepth) + " AND NOT EXISTS (SELECT 1 FROM delegate d WHERE d.node_id = s.id AND " +
+    kGroupOfAccount + ")) SELECT COUNT(*) FROM step";
+
+// Selects the policies that the visible groups, and the servers in them, link.
+const std::string kLinkedByVisible =
+    "SELECT policy_id FROM policy_link WHERE node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) +
+    " AND node_id IN (SELECT id FROM visible) UNION SELECT policy_id FROM policy_link"
+    " WHERE node_type = " +
+    std::to_string(kServerType) + " AND node_id IN (SELECT id FROM kx WHERE parent_id IN (SELECT id FROM visible))";
 
 // Returns the account's role, and sets the name if the account exists.
 Role readAccount(soci::session& sql, int64_t uid, std::string& name)
@@ -123,7 +133,7 @@ bool Rights::mayManage(int64_t groupId) const
     if (known != m_manageable.end()) {
         return known->second;
     }
-    const bool isManageable = number(m_sql, kCountDelegations, groupId, m_uid) > 0;
+    const bool isManageable = number(m_sql, kCountSteps, groupId, m_uid) <= kMaxGroupDepth + 1;
     m_manageable.emplace(groupId, isManageable);
     return isManageable;
 }
@@ -143,44 +153,29 @@ void Rights::requireNode(int nodeType, int64_t id) const
     if (isUnrestricted()) {
         return;
     }
-    int64_t groupId = 0;
-    Statement statement(m_sql);
-    const bool found = statement.in(id).out(groupId).prepare("SELECT parent_id FROM kx WHERE id = :id").first();
-    if (!found || !mayManage(groupId)) {
+    int64_t groupId = kNoGroup;
+    Statement(m_sql).in(id).out(groupId).prepare("SELECT parent_id FROM kx WHERE id = :id").first();
+    if (!mayManage(groupId)) {
         throw notManageable(Kind<Server>::kName, id);
     }
 }
 
+// For a restricted account, the time depends on what it sees and not on the policies asked for, so that it does not
+// tell which others exist.
 std::unordered_set<int64_t> Rights::visiblePolicies(const std::vector<int64_t>& ids) const
 {
     std::unordered_set<int64_t> existing = valuesIn(m_sql, Kind<Policy>::kTable, "id", ids);
-    if (isUnrestricted() || existing.empty()) {
+    if (isUnrestricted() || ids.empty()) {
         return existing;
     }
     std::unordered_set<int64_t> visible =
         numbers(m_sql, kVisibleGroups + "SELECT id FROM gpo WHERE parent_id IN (SELECT id FROM visible)", m_uid);
-    if (std::all_of(existing.begin(), existing.end(), [&](int64_t id) { return visible.contains(id); })) {
-        return existing;
+    const auto isVisible = [&visible](int64_t id) { return visible.contains(id); };
+    if (!std::all_of(ids.begin(), ids.end(), isVisible)) {
+        visible.merge(numbers(m_sql, kVisibleGroups + kLinkedByVisible, m_uid));
     }
-    visible.merge(policiesLinkedByVisibleNodes());
-    std::erase_if(existing, [&visible](int64_t id) { return !visible.contains(id); });
+    std::erase_if(existing, [&](int64_t id) { return !isVisible(id); });
     return existing;
-}
-
-std::unordered_set<int64_t> Rights::policiesLinkedByVisibleNodes() const
-{
-    std::unordered_set<int64_t> linked;
-    for (const char* szCondition : {"ou WHERE id", "kx WHERE parent_id"}) {
-        std::string links;
-        Statement statement(m_sql);
-        statement.in(m_uid).out(links).prepare(kVisibleGroups + "SELECT linked_gpo FROM " + szCondition +
-                                               " IN (SELECT id FROM visible) AND linked_gpo <> ''");
-        for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
-            const std::vector<int64_t> ids = parseLinkIds(links.c_str());
-            linked.insert(ids.begin(), ids.end());
-        }
-    }
-    return linked;
 }
 
 }  // namespace store

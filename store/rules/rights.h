@@ -57,8 +57,6 @@ public:
     std::unordered_set<int64_t> visiblePolicies(const std::vector<int64_t>& ids) const;
 
 private:
-    std::unordered_set<int64_t> policiesLinkedByVisibleNodes() const;
-
     soci::session& m_sql;
     const int64_t m_uid;  // -1: none
     std::string m_name;
