@@ -812,11 +812,23 @@ TEST_P(StoreTest, damageIsReportedAndNoQueryFollowsACycleForever)
         EXPECT_EQ(change(id, szRecord), EIO) << szRecord;
         EXPECT_EQ(store::takeRefusal().text, "the store is damaged: group 1 is its own ancestor");
     }
+    runSql("UPDATE ou SET revision = 9223372036854775807 WHERE id = 2");
     EXPECT_EQ(set(2, "{'desc':'x'}"), 0);
+    EXPECT_EQ(group(2).revision, 1);
     EXPECT_NE(VELQZEMOuCanManagedByUid(2, 1), 0);
     EXPECT_EQ(VELQZEMOuCanManagedByUid(3, 1), 0);
     EXPECT_EQ(seenBy(2), "1 2 3 / 1 / 1 2 / ");
     EXPECT_EQ(deleteAll(4, ""), 0);
+    // 300 groups below group 2, each below the one before, and a cycle of as many.
+    runSql(
+        "INSERT INTO ou WITH RECURSIVE n (i) AS (SELECT 100 UNION ALL SELECT i + 1 FROM n WHERE i < 399)"
+        " SELECT i, CASE WHEN i = 100 THEN 2 ELSE i - 1 END, 'x', '', 1, 1, 0, '', '' FROM n",
+        "INSERT INTO ou WITH RECURSIVE n (i) AS (SELECT 500 UNION ALL SELECT i + 1 FROM n WHERE i < 799)"
+        " SELECT i, i, 'y' || i, '', 1, 1, 0, '', '' FROM n",
+        "UPDATE ou SET parent_id = CASE WHEN id = 500 THEN 799 ELSE id - 1 END WHERE id >= 500");
+    EXPECT_LE(dump()["groups"].size(), 2 * 256u);
+    EXPECT_GE(dump()["groups"].size(), 2 * 200u);
+    EXPECT_LE(dump(2)["groups"].size(), 2 * 256u);
     runSql("DROP TABLE gpo_fetch");
     EXPECT_EQ(notify<2>(0, ""), EIO);
     const std::string reason = store::takeRefusal().text;
@@ -1081,6 +1093,36 @@ TEST_P(FailingTransactionTest, aLostConnectionReportsWhetherEarlierChangesStay)
     EXPECT_EQ(store::takeRefusal().text, "the database does not answer" + doubt);
     EXPECT_EQ(request.makeDurable(), -1);
     EXPECT_EQ(store::takeRefusal().text, "the database was lost before it had stored all changes" + doubt);
+}
+
+TEST_P(StoreTest, theOperatorWritesBeforeRequestsOfThisAndOtherProcesses)
+{
+    std::mutex mutex;
+    std::string order;
+    const auto write = [&](uint32_t uid, int64_t id, const char* szName) {
+        EXPECT_EQ(changeAs(uid, set, id, "{'desc':'now'}"), 0) << store::takeRefusal().text;
+        const std::lock_guard lock(mutex);
+        order += szName;
+    };
+    std::optional<store::Transaction> writer(store::Access::write);
+    std::vector<std::jthread> threads;
+    for (const auto& [uid, id, szName] : {std::tuple{1u, 1, "request "}, {1u, 2, "request "}, {0u, 4, "operator "}}) {
+        threads.emplace_back(write, uid, id, szName);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    writer.reset();
+    threads.clear();
+    EXPECT_EQ(order, "operator request request ");
+    if (isSqlite()) {
+        const int folder = open(std::filesystem::path(m_pDatabase->path()).parent_path().c_str(), O_RDONLY);
+        ASSERT_EQ(flock(folder, LOCK_EX), 0);  // as a command of another process does
+        threads.emplace_back(write, 1, 1, "request");
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        EXPECT_TRUE(order.ends_with("request "));
+        close(folder);
+        threads.clear();
+        EXPECT_TRUE(order.ends_with("request"));
+    }
 }
 
 TEST_P(FailingTransactionTest, writersWaitForOneAnotherAndReadersDoNot)

@@ -11,6 +11,9 @@ namespace store {
 // transaction that the database gave up is repeated.
 constexpr std::chrono::seconds kPatience{5};
 constexpr std::chrono::milliseconds kFirstRetryPause{1};
+
+// Limits the time for which a request lets the operator's commands go first.
+constexpr std::chrono::seconds kOperatorPatience{1};
 constexpr std::chrono::milliseconds kLongestRetryPause{64};
 
 // --- A database server that does not answer

@@ -13,6 +13,7 @@
 
 #include "store/base/errors.h"
 #include "store/base/timeouts.h"
+#include "store/db/operator_turn.h"
 #include "store/db/pool.h"
 #include "store/db/state_reader.h"
 #include "store/sql/address.h"
@@ -67,6 +68,9 @@ void openDatabase(const std::string& url, OpenMode mode, size_t connections)
     auto pStateReader = std::make_unique<StateReader>(address);
     gPool = std::make_unique<Pool>(address, connections);
     gStateReader = std::move(pStateReader);
+    if (!address.isPostgres) {
+        openOperatorTurns(address.place);
+    }
 }
 
 void setUpDatabaseFile()
@@ -81,6 +85,7 @@ void setUpDatabaseFile()
 
 void closeDatabase()
 {
+    closeOperatorTurns();
     gStateReader.reset();
     gPool.reset();
 }

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "store/base/errors.h"
+#include "store/db/operator_turn.h"
 #include "store/db/write_queue.h"
 #include "store/sql/statement.h"
 
@@ -15,10 +16,16 @@ namespace {
 
 WriteQueue gWriteQueue;
 
+void beginWritingSqlite(soci::session& sql)
+{
+    const OperatorTurn turn;
+    execute(sql, "BEGIN IMMEDIATE");
+}
+
 void begin(soci::session& sql, Access access)
 {
     if (!isPostgres()) {
-        return execute(sql, access == Access::read ? "BEGIN" : "BEGIN IMMEDIATE");
+        return access == Access::read ? execute(sql, "BEGIN") : beginWritingSqlite(sql);
     }
     if (access == Access::read) {
         return execute(sql, "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
@@ -78,7 +85,7 @@ Access accessForChange(uint64_t number)
 Transaction::WriteTurn::WriteTurn(Access access) : isTaken(access != Access::read)
 {
     if (isTaken) {
-        gWriteQueue.enter();
+        gWriteQueue.enter(!threadState().actingUid);
         threadState().pSnapshot.reset();  // the thread reads its own changes from here on
     }
 }

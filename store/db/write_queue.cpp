@@ -2,20 +2,24 @@
 // that arrives in between can take it.
 #include "store/db/write_queue.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include "store/base/errors.h"
 #include "store/base/timeouts.h"
 
 namespace store {
-void WriteQueue::enter()
+
+void WriteQueue::enter(bool isOperator)
 {
     std::unique_lock lock(m_mutex);
     if (!m_isTaken) {
         m_isTaken = true;
         return;
     }
-    const auto place = m_waiters.emplace(m_waiters.end());
+    const auto next = std::find_if(m_waiters.begin(), m_waiters.end(),
+                                   [=](const Waiter& other) { return isOperator && !other.isOperator; });
+    const auto place = m_waiters.emplace(next, isOperator);
     const bool hasTurn = place->wake.wait_for(lock, kPatience, [&] { return place->hasTurn; });
     m_waiters.erase(place);
     require(hasTurn, EBUSY, kLocked);

@@ -99,7 +99,7 @@ R rowOf(const Difference<R>& difference, int64_t now)
     R row = difference.pAfter->record;
     if constexpr (!std::is_same_v<R, AccountRow>) {
         const int64_t before = difference.isNew() ? 0 : difference.pBefore->record.revision;
-        row.revision = before == 0 && row.revision > 0 ? row.revision : before + 1;
+        row.revision = before == 0 && row.revision > 0 ? row.revision : nextRevision(before);
         row.mtime = before == 0 && row.mtime > 0 ? row.mtime : now;
     }
     return row;

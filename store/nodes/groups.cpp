@@ -159,8 +159,8 @@ std::string deleteGroups(soci::session& sql, int64_t id)
     const std::string inSubtree = "IN (SELECT id FROM subtree)";
     for (const char* szTable : {"kx", "gpo"}) {
         change(sql,
-               kSubtree + "UPDATE " + szTable +
-                   " SET parent_id = 0, revision = revision + 1, mtime = :now WHERE parent_id " + inSubtree,
+               kSubtree + "UPDATE " + szTable + " SET parent_id = 0, revision = " + kNextRevision +
+                   ", mtime = :now WHERE parent_id " + inSubtree,
                id, std::time(nullptr));
     }
     const std::string ofGroups = " WHERE node_type = " + std::to_string(VELQ_ZEM_TYPE_OU) + " AND node_id " + inSubtree;

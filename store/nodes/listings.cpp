@@ -8,6 +8,8 @@
 #include <cstring>
 #include <map>
 #include <unordered_set>
+#include <utility>
+#include <vector>
 
 #include "store/nodes/listing_snapshot.h"
 #include "store/records/delegates.h"
@@ -102,6 +104,8 @@ VisibleNodes visibleNodes(const Rights& rights, int64_t uid)
 
 // --- The tree
 
+constexpr size_t kMaxLevels = size_t{2} * kMaxGroupDepth;  // of groups that a listing returns
+
 struct Tree {
     Chain<Group> pGroups;
     Chain<Server> pServers;
@@ -118,6 +122,61 @@ void addLinks(const Chain<R>& pHead, std::unordered_set<int64_t>& policyIds)
             policyIds.insert(ids.begin(), ids.end());
         }
     }
+}
+
+// Returns the index of the group with that identifier, the size of the list when there is none.
+size_t indexOf(const std::vector<const Group*>& groups, int64_t id)
+{
+    const auto found = std::lower_bound(groups.begin(), groups.end(), id,
+                                        [](const Group* pGroup, int64_t value) { return pGroup->id < value; });
+    return found == groups.end() || (*found)->id != id ? groups.size() : static_cast<size_t>(found - groups.begin());
+}
+
+// Returns how many of the other groups are above each group, as far as they are in the list, which is in the order of
+// identifiers. In a cycle, any of its groups counts as the topmost.
+std::vector<int> levelsOf(const std::vector<const Group*>& groups)
+{
+    constexpr int kUnknown = -1;
+    std::vector<int> levels(groups.size(), kUnknown);
+    std::vector<size_t> path;
+    for (size_t start = 0; start < groups.size(); ++start) {
+        int level = 0;
+        for (size_t i = start; i < groups.size(); i = indexOf(groups, groups[i]->parentId)) {
+            if (levels[i] != kUnknown) {
+                level = levels[i] + 1;
+                break;
+            }
+            levels[i] = 0;
+            path.push_back(i);
+        }
+        for (; !path.empty(); path.pop_back()) {
+            levels[path.back()] = level++;
+        }
+    }
+    return levels;
+}
+
+// Removes the groups at levels that no group can have unless direct SQL put it there. Whoever reads the tree may use
+// the stack at each level.
+void removeTooDeep(Chain<Group>& pGroups)
+{
+    std::vector<const Group*> groups;
+    for (const Group* pGroup = pGroups.get(); pGroup != nullptr; pGroup = pGroup->pNext) {
+        groups.push_back(pGroup);
+    }
+    if (groups.size() <= kMaxLevels) {
+        return;
+    }
+    const std::vector<int> levels = levelsOf(groups);
+    ChainBuilder<Group> kept;
+    for (size_t i = 0; i < groups.size(); ++i) {
+        std::unique_ptr<Group> pGroup(pGroups.release());
+        pGroups.reset(std::exchange(pGroup->pNext, nullptr));
+        if (levels[i] < static_cast<int>(kMaxLevels)) {
+            kept.append(std::move(pGroup));
+        }
+    }
+    pGroups = kept.release();
 }
 
 // Returns the policies below the visible groups and those that the tree's groups and servers link.
@@ -175,6 +234,7 @@ Tree readTree(soci::session& sql, int64_t uid)
     }
     const VisibleNodes visible = visibleNodes(rights, uid);
     tree.pGroups = readChain(Reader<Group>(sql, visible.with, visible.groups + " ORDER BY id", visible.parameters));
+    removeTooDeep(tree.pGroups);
     tree.pServers = readChain(Reader<Server>(sql, visible.with, visible.servers + " ORDER BY id", visible.parameters));
     readPolicies(sql, rights, visible, tree);
     readDelegates(sql, visible, *tree.pSnapshot);

@@ -88,6 +88,15 @@ struct Field {
     }
 };
 
+// Returns the revision that follows. After the highest, which only direct SQL can store, comes 1.
+constexpr int64_t nextRevision(int64_t revision)
+{
+    return revision == INT64_MAX ? 1 : revision + 1;
+}
+
+// The same as SQL.
+constexpr char kNextRevision[] = "CASE WHEN revision < 9223372036854775807 THEN revision + 1 ELSE 1 END";
+
 // Returns whether the records have the same value of that field.
 template <typename R>
 bool isSame(const Field<R>& field, const R& one, const R& other)

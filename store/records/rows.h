@@ -287,7 +287,7 @@ std::string replace(soci::session& sql, R& record, const R& stored)
 {
     const int64_t before = record.revision;
     record.mtime = std::time(nullptr);
-    ++record.revision;
+    record.revision = nextRevision(before);
     Row<R> row;
     row.copyFrom(record);
     Statement statement(sql);
