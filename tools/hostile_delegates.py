@@ -26,7 +26,7 @@ from zemhost import Server, Store, database, request  # noqa: E402
 
 DELEGATES, GROUPS, UNSEEN = 8, 500, 99
 MAX_SECONDS = 2.0  # for each thing that is measured
-MAX_STOP = 9.0  # seconds until the server has stopped
+MAX_STOP = 12.0  # seconds until the server has stopped
 PATIENCE = 3  # seconds after which a hostile client goes away and sends its request again
 
 

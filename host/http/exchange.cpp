@@ -128,6 +128,10 @@ bool Exchange::enqueueJob() noexcept
 FairQueue::Completion Exchange::runJob() noexcept
 {
     const FairQueue::Completion resume = [pConnection = m_pConnection] { MHD_resume_connection(pConnection); };
+    if (m_server.endsRequests) {
+        m_refusalStatus = MHD_HTTP_SERVICE_UNAVAILABLE;
+        return resume;
+    }
     try {
         const auto account = authenticate();
         if (!account) {

@@ -39,7 +39,7 @@ struct ServerState {
     LogRateLimit storeErrorLimit{};
     std::atomic<int> exchangeCount{0};      // exchanges that exist
     std::atomic<bool> isStopping{false};    // whether each connection is closed after its next answer
-    std::atomic<bool> endsRequests{false};  // whether requests end before their next change
+    std::atomic<bool> endsRequests{false};  // whether requests do not begin, and end before their next change
     const std::chrono::seconds longestRequest;
     HandlerPool handlers;
 };
