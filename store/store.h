@@ -71,6 +71,11 @@ size_t characterCount(std::string_view text);
 // others. Bytes that are not UTF-8 are written as \ufffd.
 std::string escapeUnseen(std::string_view text, std::string_view others = "");
 
+// Returns how many values the JSON text contains, an empty array or object counted twice, without reading them: it
+// counts what begins the first member or element and what separates the others. A text that is no JSON gives any
+// number.
+size_t countJsonValues(std::string_view text);
+
 // Reads a text that is one JSON object or array in UTF-8, with no comment, no name twice in one object and at most
 // maxNesting levels of values inside one another. Returns true and sets jValue to the parsed value; or returns false,
 // leaves jValue as it was and sets error to the reason, on one line for people. Throws only std::bad_alloc.

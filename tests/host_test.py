@@ -559,6 +559,27 @@ class HostTest(unittest.TestCase):
         self.assertEqual(status, 503)
         self.assertEqual(self.request(TREE, token, body + body + b"{}")[0], 200)
 
+    def test_senders_with_too_many_connections_lose_some(self):
+        few_files = ["prlimit", "--nofile=320"]  # of which half is for connections: 80 of an address, 20 of an account
+        self.server = Server(self.store, "--proxy", "127.0.0.1", before=few_files)
+        self.addCleanup(self.server.stop)
+        token = self.store.token("admin")
+        self.request(TREE, token)
+
+        def open_slowly(count, token, client):
+            headers = {"Content-Length": 9, "X-Forwarded-For": f"10.9.9.9, {client}"}
+            return [self.send(CREATE, token, None, headers=headers).sock for _ in range(count)]
+
+        others = open_slowly(1, "0" * 64, "10.0.0.1")
+        crowds = [open_slowly(84, "0" * 64, "10.0.0.2"), open_slowly(25, token, "10.0.0.2")]
+        limit = time.monotonic() + 10
+        closed = []
+        while len(closed) < 9 and time.monotonic() < limit:
+            closed = wait([*others, *crowds[0], *crowds[1]], timeout=1)
+        time.sleep(0.3)  # no others follow
+        self.assertEqual([len(wait(clients, timeout=0)) for clients in (others, *crowds)], [0, 4, 5])
+        self.assertEqual(self.get("GET", "/health").status, 200)
+
     def test_broken_fleet_files_are_refused_with_the_place_and_change_nothing(self):
         self.store.path.unlink()
         for fault, text, other, place in BROKEN_FLEETS:

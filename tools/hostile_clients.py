@@ -23,9 +23,11 @@ import time
 
 sys.dont_write_bytecode = True  # no cache beside the sources
 from crash_test import find_faults  # noqa: E402
-from zemhost import SKIPPED, Server, Store, call  # noqa: E402
+from zemhost import SKIPPED, Server, Store, call, request  # noqa: E402
 
-MAX_MEMORY_MB = 512  # 64 of bodies, a head of 32 KiB for each of 8192 connections, and the tree
+MEMORY_MIB = 192  # for the requests
+MAX_MEMORY_MB = 512  # with a head of 32 KiB for each of 8192 connections
+SLOW_SECONDS = 45  # until the server ends a request or reader that is too slow: at most 30, and a second or two
 MAX_SECONDS = 5.0  # for a request of the well-behaved client
 MAX_RELEASE = 20.0  # seconds until the connections of the attacks are gone
 BLOCK = b" " * 65536
@@ -125,7 +127,7 @@ def unread_answers(_, token):
 
 
 # Each attack with its number of open connections and the seconds between two pieces.
-ATTACKS = [(slow_heads, 9000, 0.1), (slow_bodies, 500, 0.1), (unknown_tokens, 9000, 0.1), (nothing, 4000, 0.1),
+ATTACKS = [(slow_heads, 9000, 0.1), (slow_bodies, 9000, 0.1), (unknown_tokens, 9000, 0.1), (nothing, 4000, 0.1),
            (endless_line, 20, 0.01), (endless_headers, 20, 0.01), (huge_body, 10, 0.01), (endless_chunks, 10, 0.01), (many_bodies, 100, 0.01),
            (compressed, 20, 0.02), (garbage, 20, 0.05), (half_closed, 200, 0.05), (resets, 50, 0.02),
            (unread_answers, 200, 0.1)]
@@ -212,6 +214,73 @@ def withstand(server, token, seconds):
         finally:
             attacker.join(timeout=10)
             attacker.kill()
+
+
+def large_bodies():
+    """Yields bodies that become many values, with the code of the answer."""
+    record = {"parent_id": 1, "desc": "x" * 60, "linked_gpo": {"order": [{"id": 4}, {"id": 1}]},
+              "delegate": [{"ugid": 1001, "user_type": 2}]}
+    yield 413, '{"multiple_data":[' + ",".join(["{}"] * 1_300_000) + "]}"
+    yield 413, '{"multiple_data":[' + ",".join(["{}"] * 160_000) + "]}"
+    yield 117, json.dumps({"multiple_data": [record] * 20_000})  # the first one has no name
+
+
+def connect_slowly(server, data):
+    connection = socket.socket()
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+    connection.connect(("127.0.0.1", server.port))
+    connection.sendall(data)
+    connection.setblocking(False)
+    return connection
+
+
+def is_open(connection, sent):
+    """Sends these bytes, or reads a little of the answer, and returns whether the connection is still open."""
+    try:
+        return connection.send(sent) > 0 if sent else connection.recv(400) != b""
+    except BlockingIOError:
+        return True
+    except OSError:
+        return False
+
+
+def bound_memory(store_in, build):
+    """Sends bodies of many values, reads many large answers hardly at all, and sends and reads too slowly."""
+    folder = store_in / "large"
+    folder.mkdir()
+    store = Store(build, folder)
+    store.fill()
+    large, small = [store.token(name) for name in ["admin", "m.okafor"]]
+    server = Server(store, "--memory", str(MEMORY_MIB), "--idle-timeout", "60")
+    client = server.connect()
+    try:
+        for code, body in large_bodies():
+            answer = request(client, "/webapi/VELQ.ZEM.KXGroup/1/create", large, body)[1]
+            if answer["error"]["code"] != code:
+                raise RuntimeError(f"a body of {len(body)} bytes: {answer}")
+        for i in range(150):
+            call(client, large, "KXGroup create", {"id": 0, "parent_id": 1, "name": f"n{i}", "desc": "x" * 60000})
+        tree = head(large, "Content-Length: 9", path=TREE)
+        body = head(large, "Content-Length: 900", path=TREE)
+        slow = {connect_slowly(server, body): b" ", connect_slowly(server, tree + b'{"n":100}'): b""}
+        readers = [connect_slowly(server, tree + b'{"n":%d}' % n) for n in range(101, 160)]
+        worst = 0
+        start = time.monotonic()
+        while slow and time.monotonic() < start + SLOW_SECONDS:
+            slow = {connection: sent for connection, sent in slow.items() if is_open(connection, sent)}
+            asked = time.monotonic()
+            status, _ = call(client, small, "KXGroup set", {"node_id": 3, "desc": str(asked)})
+            worst = max(worst, time.monotonic() - asked)
+            if status != 200 or worst > MAX_SECONDS:
+                raise RuntimeError(f"beside slow readers: answered {status} after {worst:.1f} s")
+            time.sleep(0.5)
+        print(f"{len(readers)} readers of 9 MB each, slow ones cut off after {time.monotonic() - start:.0f} s; "
+              f"others waited up to {1000 * worst:.0f} ms, peak memory {peak_memory(server):.0f} MB")
+        if slow or peak_memory(server) > max_memory(server):
+            raise RuntimeError(f"{len(slow)} slow connections are left, {peak_memory(server):.0f} MB of memory")
+    finally:
+        client.close()
+        server.stop()
 
 
 def await_release(server, before):
@@ -369,6 +438,7 @@ def main():
                 raise RuntimeError(f"{peak_memory(server):.0f} MB of memory")
         finally:
             server.stop()
+        bound_memory(store.folder, options.build)
         has_filled = fill_disk(store.folder, options.build)
         forbid_writing(store)
     return 0 if has_filled else SKIPPED

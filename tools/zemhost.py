@@ -82,11 +82,14 @@ def database(kind):
 
 
 class Server:
-    """A running `zemhost serve`, which is killed when this process ends. options: passed on to subprocess.Popen."""
+    """A running `zemhost serve`, which is killed when this process ends.
 
-    def __init__(self, store, *arguments, **options):
+    before: a command that runs the server. options: passed on to subprocess.Popen.
+    """
+
+    def __init__(self, store, *arguments, before=(), **options):
         self.log = store.log
-        command = ["setpriv", "--pdeathsig", "KILL", store.program, "serve", "--listen", "127.0.0.1:0",
+        command = ["setpriv", "--pdeathsig", "KILL", *before, store.program, "serve", "--listen", "127.0.0.1:0",
                    "--store", store.url, *arguments]
         with open(self.log, "ab") as log:
             self.process = subprocess.Popen(command, cwd=store.folder, stdout=subprocess.PIPE, text=True,

@@ -9,11 +9,7 @@ constexpr size_t kOverhead = 1024;  // of an entry; in truth less
 
 size_t bytesOf(const ReadKey& key, const Answer& answer)
 {
-    size_t bytes = kOverhead + key.body.capacity();
-    for (const std::string& part : *answer.text) {
-        bytes += sizeof(part) + part.capacity();
-    }
-    return bytes;
+    return kOverhead + key.body.capacity() + memoryOf(*answer.text);
 }
 
 }  // namespace

@@ -33,8 +33,7 @@ Answer inCoding(Answer answer, Coding coding)
     if (coding == Coding::identity || isShort(*answer.text)) {
         return answer;
     }
-    std::vector<std::string> parts{compressed(coding, *answer.text)};
-    answer.text = std::make_shared<const std::vector<std::string>>(std::move(parts));
+    answer.text = makeText({compressed(coding, *answer.text)});
     answer.coding = coding;
     return answer;
 }

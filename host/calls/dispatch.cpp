@@ -11,6 +11,7 @@
 #include <json/writer.h>
 
 #include "host/base/log.h"
+#include "host/base/memory_budget.h"
 #include "host/base/text.h"
 #include "host/calls/array_limit.h"
 #include "platform/velq_core.h"
@@ -82,11 +83,6 @@ int codeOf(const VELQ::APIResponse& resp, const store::Cause& cause)
     return isUnanswered && resp.GetErrorCode() == kErrorNoRight ? kErrorFailed : resp.GetErrorCode();
 }
 
-AnswerText shared(std::vector<std::string> parts)
-{
-    return std::make_shared<const std::vector<std::string>>(std::move(parts));
-}
-
 void reportException(const char* szWhat)
 {
     logError("a handler failed", szWhat);
@@ -112,7 +108,29 @@ bool runHandler(Handler handler, const store::Account& account, Json::Value jPar
     return false;
 }
 
+// The pieces of an answer with their part of the bounded memory.
+struct CountedText {
+    std::vector<std::string> parts;
+    MemoryShare memory{};
+};
+
 }  // namespace
+
+AnswerText makeText(std::vector<std::string> parts)
+{
+    const auto pText = std::make_shared<CountedText>(std::move(parts));
+    pText->memory.add(memoryOf(pText->parts));
+    return {pText, &pText->parts};
+}
+
+uint64_t memoryOf(const std::vector<std::string>& parts)
+{
+    uint64_t bytes = 0;
+    for (const std::string& part : parts) {
+        bytes += sizeof(part) + part.capacity();
+    }
+    return bytes;
+}
 
 Json::Value parseParameters(const std::string& body)
 {
@@ -182,17 +200,17 @@ std::optional<Answer> answerRead(Handler handler, const store::Account& account,
 Answer answerOf(VELQ::APIResponse& resp, int status)
 {
     if (resp.IsSuccess()) {
-        return {.status = status, .text = shared(envelope(resp)), .succeeded = true};
+        return {.status = status, .text = makeText(envelope(resp)), .succeeded = true};
     }
     const store::Cause cause = store::takeRefusal();
     const int code = codeOf(resp, cause);
-    return {.status = status, .code = code, .text = shared({errorEnvelope(code, cause)})};
+    return {.status = status, .code = code, .text = makeText({errorEnvelope(code, cause)})};
 }
 
 Answer errorAnswer(int status, const store::Cause& cause)
 {
     std::vector<std::string> parts{errorEnvelope(status, cause)};
-    return {.status = status, .code = status, .text = shared(std::move(parts))};
+    return {.status = status, .code = status, .text = makeText(std::move(parts))};
 }
 
 std::vector<std::string> envelope(VELQ::APIResponse& resp)

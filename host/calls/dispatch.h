@@ -3,6 +3,7 @@
 // Any thread may call these functions.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -21,6 +22,12 @@ using Handler = void (*)(VELQ::APIRequest*, VELQ::APIResponse*);
 
 // The text of an answer, in pieces to be sent one after the other. Several requests may share it.
 using AnswerText = std::shared_ptr<const std::vector<std::string>>;
+
+// Returns the text of an answer, which counts in the bound on memory as long as anybody uses it. Throws std::bad_alloc.
+AnswerText makeText(std::vector<std::string> parts);
+
+// Returns how many bytes the text takes.
+uint64_t memoryOf(const std::vector<std::string>& parts);
 
 struct Answer {
     int status = 200;                  // HTTP status

@@ -107,6 +107,14 @@ void addServe(CommandLine& line)
                      "MiB of answers to keep in memory until the store changes; 0: none")
         ->capture_default_str()
         ->check(CLI::Range(0, 65536));
+    pServe
+        ->add_option("--memory", pOptions->memoryMib,
+                     "MiB that all requests may take together; default: half of the machine's or control group's")
+        ->check(CLI::Range(32, 1 << 24));
+    pServe
+        ->add_option("--proxy", pOptions->proxies,
+                     "Address of a trusted proxy, repeatable: the client address that it forwards counts")
+        ->allow_extra_args(false);
     pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow an address that can be reached from elsewhere");
     pServe->add_flag("--debug", pOptions->echoesFailures, "Write the modules' failure lines to standard output, too");
     auto* pFolder = pServe->add_option("--console", pConsole->folder,

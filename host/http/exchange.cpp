@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/base/log.h"
+#include "host/base/memory_budget.h"
 #include "host/calls/answer_coding.h"
 #include "host/http/request_log.h"
 #include "host/http/response.h"
@@ -16,11 +17,14 @@ namespace host {
 
 namespace {
 
-constexpr std::chrono::seconds kMaxReceiveTime{30};
 // Of one body, in bytes; what exceeds RequestBody::kMaxBytes is read and discarded.
 constexpr uint64_t kMaxReceivedBytes = 256 << 20;
 // A client that closes only its sending direction gets the answer to a request that takes no longer.
 constexpr std::chrono::seconds kShortWork{1};
+// Enough for 20,000 records of 16 members and elements each.
+constexpr size_t kMaxValues = 320'000;
+const store::Cause kTooManyValues{"too_many", "", "the body contains more than 320,000 values"};
+constexpr size_t kBytesPerValue = 200;  // that a parsed value takes, with its name
 const store::Cause kStoreAway{"away", "", "the store does not answer; try again"};
 const store::Cause kAllHeld{"busy", "", "all handlers are at work, and none has become free for some time; try again"};
 
@@ -47,7 +51,7 @@ Answer healthAnswer(const HandlerPool& handlers)
 }  // namespace
 
 Exchange::Exchange(ServerState& server, MHD_Connection* pConnection)
-    : m_server(server), m_pConnection(pConnection), m_socket(socketOf(pConnection)), m_body(server.bodyMemory)
+    : m_server(server), m_pConnection(pConnection), m_socket(socketOf(pConnection)), m_body(server.unknownSendersBytes)
 {
     ++m_server.exchangeCount;
 }
@@ -69,6 +73,8 @@ MHD_Result Exchange::begin(const char* szPath, const char* szMethod, const char*
         logError("a request could not be checked", e.what());
         m_refusalStatus = MHD_HTTP_INTERNAL_SERVER_ERROR;
     }
+    const AccountKey account = m_server.tokenCache.find(m_head.tokenHash);
+    m_server.connections.beginRequest(m_socket, account == kUnknownAccount ? forwardedSender() : "");
     if (m_refusalStatus != 0) {
         return sendsBodyImmediately(m_pConnection) ? MHD_YES : respond(refusal());
     }
@@ -78,7 +84,6 @@ MHD_Result Exchange::begin(const char* szPath, const char* szMethod, const char*
     if (m_head.tokenHash.empty()) {
         return MHD_YES;
     }
-    const AccountKey account = m_server.tokenCache.find(m_head.tokenHash);
     if (account != kUnknownAccount) {
         setAccount(account);
     }
@@ -94,12 +99,12 @@ MHD_Result Exchange::receive(const char* pData, size_t size)
     if (m_refusalStatus != 0) {
         m_body.drop();
     }
-    const bool isInTime = std::chrono::steady_clock::now() - m_start <= kMaxReceiveTime;
-    return isInTime && m_receivedBytes <= kMaxReceivedBytes ? MHD_YES : MHD_NO;
+    return m_receivedBytes <= kMaxReceivedBytes ? MHD_YES : MHD_NO;
 }
 
 MHD_Result Exchange::finish()
 {
+    m_server.connections.endArrival(m_socket);
     if (m_refusalStatus != 0) {
         return respond(refusal());
     }
@@ -220,6 +225,14 @@ void Exchange::takeAnswer(std::optional<Answer> answer) noexcept
 
 std::optional<Answer> Exchange::runHandler(const EarlyAnswer& onSuccess)
 {
+    const size_t values = store::countJsonValues(m_body.text());
+    if (values > kMaxValues) {
+        return errorAnswer(MHD_HTTP_CONTENT_TOO_LARGE, kTooManyValues);
+    }
+    MemoryShare parsed;
+    if (!parsed.tryAdd(m_body.text().size() + values * kBytesPerValue)) {
+        return errorAnswer(MHD_HTTP_SERVICE_UNAVAILABLE);
+    }
     Json::Value jParams;
     try {
         jParams = parseParameters(m_body.text());
@@ -252,7 +265,7 @@ void Exchange::setAccount(AccountKey account)
 {
     m_account = account;
     m_body.setSenderKnown();
-    m_server.evictableSockets.remove(m_socket);
+    m_server.connections.setAccount(m_socket, account);
 }
 
 Answer Exchange::refusal() const
@@ -268,19 +281,28 @@ MHD_Result Exchange::respond(const Answer& answer)
 {
     const bool closeAfterResponse = m_head.closeAfterResponse || m_server.isStopping;
     const MHD_Result queued = queueAnswer(m_pConnection, answer, allowedMethods(m_head), closeAfterResponse);
-    return noteAnswer(queued, answer.code);
+    return noteAnswer(queued, answer.code, answer.text);
 }
 
 MHD_Result Exchange::respondWithFile()
 {
     int status = 0;
     const MHD_Result queued = queueFile(m_pConnection, *m_head.pFile, m_server.isStopping, status);
-    return noteAnswer(queued, status);
+    static const auto kFile = std::make_shared<const std::vector<std::string>>();  // files stay in memory anyway
+    return noteAnswer(queued, status, kFile);
 }
 
-MHD_Result Exchange::noteAnswer(MHD_Result queued, int code)
+AddressName Exchange::forwardedSender() const
+{
+    const bool isForwarded = !m_server.proxies.empty() && m_server.proxies.contains(peerOf(m_pConnection));
+    return isForwarded ? forwardedClientOf(m_pConnection) : "";
+}
+
+MHD_Result Exchange::noteAnswer(MHD_Result queued, int code, const AnswerText& text)
 {
     m_isAnswered = true;
+    m_server.connections.beginAnswer(m_socket, text);
+    m_server.connections.freeMemory(excessMemory());
     log(std::to_string(code));
     return queued;
 }

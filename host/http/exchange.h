@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <exception>
 #include <optional>
+#include <set>
 
 #include <microhttpd.h>
 
@@ -21,7 +22,8 @@
 #include "host/calls/module_loader.h"
 #include "host/calls/read_answers.h"
 #include "host/calls/token_cache.h"
-#include "host/http/evictable_sockets.h"
+#include "host/http/client_address.h"
+#include "host/http/connections.h"
 #include "host/http/request_body.h"
 #include "host/http/request_head.h"
 #include "host/http/static_files.h"
@@ -32,9 +34,10 @@ namespace host {
 struct ServerState {
     const ModuleSet& modules;
     const StaticFiles& page;
-    EvictableSockets evictableSockets;
+    const std::set<AddressName> proxies;  // whose forwarded addresses count
+    Connections connections;
     TokenCache tokenCache{};
-    BodyMemory bodyMemory{};
+    std::atomic<uint64_t> unknownSendersBytes{0};  // of the bodies from senders without a known account
     ReadAnswers readAnswers;
     LogRateLimit storeErrorLimit{};
     std::atomic<int> exchangeCount{0};      // exchanges that exist
@@ -95,8 +98,8 @@ private:
     // once more.
     void takeAnswer(std::optional<Answer> answer) noexcept;
 
-    // Parses the body and calls the handler. onSuccess: as for answerRead(); empty when the method may change
-    // something.
+    // Parses the body and calls the handler, or refuses the body. onSuccess: as for answerRead(); empty when the method
+    // may change something.
     std::optional<Answer> runHandler(const EarlyAnswer& onSuccess);
 
     // Returns why the handler, which has worked since the start, must end before its next change; empty: it need not.
@@ -107,10 +110,12 @@ private:
 
     Answer refusal() const;
 
-    // Only the connection's thread calls the next three functions.
+    // Only the connection's thread calls the next four functions.
     MHD_Result respond(const Answer& answer);
     MHD_Result respondWithFile();
-    MHD_Result noteAnswer(MHD_Result queued, int code);  // code: for the log
+    // code: for the log. text: what is sent, for the bound on memory.
+    MHD_Result noteAnswer(MHD_Result queued, int code, const AnswerText& text);
+    AddressName forwardedSender() const;  // empty when the request does not come through a trusted proxy
 
     void log(const std::string& code) const noexcept;
 

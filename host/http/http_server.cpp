@@ -8,18 +8,23 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <stdexcept>
+#include <stop_token>
 #include <thread>
 #include <utility>
 
 #include <microhttpd.h>
 
 #include "host/base/log.h"
+#include "host/base/memory_budget.h"
 #include "host/base/text.h"
 #include "host/http/exchange.h"
 #include "platform/velq_core.h"
@@ -40,6 +45,8 @@ constexpr Places kQueueSlots{.shared = 1024, .reserved = 256};  // for requests 
 constexpr std::chrono::seconds kGrace{2};
 constexpr std::chrono::seconds kTransferTimeout{5};
 constexpr std::chrono::seconds kDrainTimeout{30};
+constexpr std::chrono::seconds kReceiveTime{30};  // for the head of a request, and for its body
+constexpr std::chrono::seconds kReadWindow{30};
 
 // The library calls this when the head of a request has arrived, for each part of its body, at its end, and once more
 // when the connection is resumed.
@@ -63,18 +70,24 @@ MHD_Result onRequest(void* pServer, MHD_Connection* pConnection, const char* szP
 // The library calls this when a request is over, answered or not.
 void onCompleted(void* pServer, MHD_Connection* pConnection, void** ppExchange, MHD_RequestTerminationCode)
 {
-    static_cast<ServerState*>(pServer)->evictableSockets.add(socketOf(pConnection));
+    static_cast<ServerState*>(pServer)->connections.endRequest(socketOf(pConnection));
     delete static_cast<Exchange*>(std::exchange(*ppExchange, nullptr));
 }
 
 // The library calls this when it has accepted a connection, and before it closes the socket.
 void onConnection(void* pServer, MHD_Connection* pConnection, void**, MHD_ConnectionNotificationCode code)
 {
-    EvictableSockets& evictableSockets = static_cast<ServerState*>(pServer)->evictableSockets;
-    if (code == MHD_CONNECTION_NOTIFY_STARTED) {
-        evictableSockets.add(socketOf(pConnection));
-    } else {
-        evictableSockets.remove(socketOf(pConnection));
+    ServerState& server = *static_cast<ServerState*>(pServer);
+    const int fd = socketOf(pConnection);
+    if (code != MHD_CONNECTION_NOTIFY_STARTED) {
+        server.connections.close(fd);
+        return;
+    }
+    try {
+        const AddressName peer = peerOf(pConnection);
+        server.connections.open(fd, server.proxies.contains(peer) ? "" : peer);
+    } catch (const std::exception&) {
+        shutdown(fd, SHUT_RDWR);  // no memory
     }
 }
 
@@ -162,6 +175,41 @@ sigset_t blockStopSignals()
     return signals;
 }
 
+ConnectionLimits connectionLimits(size_t connections, unsigned idleTimeout)
+{
+    return {.all = connections - connections / 8,
+            .perAddress = connections / 2,
+            .perAccount = connections / 8,
+            .headTime = std::chrono::seconds(idleTimeout) + kReceiveTime,
+            .bodyTime = kReceiveTime,
+            .readWindow = kReadWindow};
+}
+
+std::set<AddressName> namesOf(const std::vector<std::string>& proxies)
+{
+    std::set<AddressName> names;
+    for (const std::string& proxy : proxies) {
+        if (!names.insert(addressNamed(proxy)).second || names.contains("")) {
+            throw std::runtime_error(proxy + " is no address of a proxy: IPV4 or IPV6 in digits, each once");
+        }
+    }
+    return names;
+}
+
+// Ends slow connections and gives unused memory back to the system, every second until it is told to stop.
+void keepWithinLimits(const std::stop_token& stop, ServerState& server)
+{
+    std::mutex mutex;
+    std::unique_lock lock(mutex);
+    std::condition_variable_any wake;
+    while (!stop.stop_requested()) {
+        server.connections.endSlow();
+        server.connections.freeMemory(excessMemory());
+        releaseFreeMemory();
+        wake.wait_for(lock, stop, std::chrono::seconds(1), [] { return false; });
+    }
+}
+
 void echoFailures()
 {
     giTerminalDebug = 1;
@@ -181,12 +229,15 @@ void serve(const ModuleSet& modules, const StaticFiles& page, const ServeOptions
     }
     store::setChangeSink([](const std::string& line) { writeLog("change: " + line); });
     store::setOutageSink([](const std::string& line) { writeLog("zemhost: " + printable(line)); });
+    setMemoryLimit(options.memoryMib > 0 ? uint64_t{options.memoryMib} << 20 : defaultMemoryLimit());
     ServerState server{.modules = modules,
                        .page = page,
-                       .evictableSockets = EvictableSockets(connections / 2),
+                       .proxies = namesOf(options.proxies),
+                       .connections = Connections(connectionLimits(connections, options.idleTimeout)),
                        .readAnswers = ReadAnswers(options.keptAnswersMib << 20),
                        .longestRequest = std::chrono::seconds(options.requestSeconds),
                        .handlers = HandlerPool({options.connections, 2 * options.connections}, kQueueSlots)};
+    const std::jthread limiter([&server](const std::stop_token& stop) { keepWithinLimits(stop, server); });
     MHD_Daemon* pDaemon = startDaemon(server, options.listenFd, connections, options.idleTimeout);
     const std::string ip = options.address.substr(0, options.address.rfind(':'));
     std::cout << "listening on http://" << ip << ':' << portOf(pDaemon) << std::endl;

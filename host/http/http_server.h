@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "host/calls/module_loader.h"
 #include "host/http/static_files.h"
@@ -19,6 +20,8 @@ struct ServeOptions {
     size_t connections = store::kDefaultConnections;  // to the store; also the number of handlers that accounts share
     unsigned requestSeconds = 60;                     // from which on a request makes no further change
     size_t keptAnswersMib = 64;                       // memory for kept answers of what only reads; 0: none is kept
+    size_t memoryMib = 0;                             // for all requests together; 0: half of the machine's
+    std::vector<std::string> proxies{};  // numeric addresses of proxies; the client addresses that they forward count
     unsigned idleTimeout = 10;  // seconds until an idle connection is closed; waiting for a handler is not idle
 };
 
@@ -28,7 +31,7 @@ struct ServeOptions {
 // still arrive and answers that are still read, and 30 seconds for handlers; then it ends the process with status 0.
 //
 // modules, page: outlive the call. Call it once per process, from the main thread before that starts others. Throws
-// std::runtime_error when the server cannot start.
+// std::runtime_error when the server cannot start or a proxy's address is malformed.
 void serve(const ModuleSet& modules, const StaticFiles& page, const ServeOptions& options);
 
 }  // namespace host

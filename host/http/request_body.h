@@ -1,4 +1,4 @@
-// Collects the body of a request and limits the memory that the bodies of all requests take.
+// Collects the body of a request, within the limits on memory.
 #pragma once
 
 #include <atomic>
@@ -6,21 +6,18 @@
 #include <cstdint>
 #include <string>
 
-namespace host {
+#include "host/base/memory_budget.h"
 
-// Bytes of the bodies that a server holds. Any thread may use the object.
-struct BodyMemory {
-    std::atomic<uint64_t> all{0};
-    std::atomic<uint64_t> unknownSenders{0};  // the bytes among them from senders without a known account
-};
+namespace host {
 
 // One body, from the arrival of its first bytes until it has been parsed. One thread at a time may use the object.
 class RequestBody {
 public:
     static constexpr uint64_t kMaxBytes = 4 << 20;
 
-    // The sender counts as unknown at first. memory: outlives the body.
-    explicit RequestBody(BodyMemory& memory) : m_memory(memory) {}
+    // The sender counts as unknown at first. unknownSendersBytes: the bytes of all bodies from unknown senders;
+    // outlives the body.
+    explicit RequestBody(std::atomic<uint64_t>& unknownSendersBytes) : m_unknownSendersBytes(unknownSendersBytes) {}
     RequestBody(const RequestBody&) = delete;
     RequestBody& operator=(const RequestBody&) = delete;
     ~RequestBody()
@@ -32,7 +29,8 @@ public:
     void setSenderKnown();
 
     // Appends that many bytes. Returns 0, or the HTTP status when a limit is exceeded: 413 for the one on this body,
-    // 503 for the one on all bodies or on those of unknown senders. Call drop() then. Throws std::bad_alloc.
+    // 503 for the one on the memory of all requests or on the bodies of unknown senders. Call drop() then. Throws
+    // std::bad_alloc.
     int append(const char* pData, size_t size);
 
     // Releases the memory.
@@ -44,7 +42,8 @@ public:
     }
 
 private:
-    BodyMemory& m_memory;
+    std::atomic<uint64_t>& m_unknownSendersBytes;
+    MemoryShare m_share;
     std::string m_text;
     bool m_isSenderKnown = false;
 };

@@ -9,6 +9,23 @@
 
 namespace store {
 
+size_t countJsonValues(std::string_view text)
+{
+    size_t count = 1;
+    bool isInText = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '"') {
+            isInText = !isInText;
+        } else if (isInText) {
+            i += c == '\\' ? 1 : 0;
+        } else {
+            count += c == ',' || c == '[' || c == '{' ? 1 : 0;
+        }
+    }
+    return count;
+}
+
 bool readUntrustedJson(std::string_view text, int maxNesting, Json::Value& jValue, std::string& error)
 {
     if (!isPlainText(text)) {
