@@ -76,7 +76,8 @@ def wanted_links(value):
 
 
 class Model:
-    """What the server must hold. Every change counts the node's revision up, except that of its delegates. Groups get the next identifier, and one that is gone never comes back."""
+    """What the server must hold. Every change counts the node's revision up, except that of its delegates. Groups get the
+    next identifier, and one that is gone never comes back."""
 
     def __init__(self, fleet):
         def nodes(kind, *shown):
@@ -205,6 +206,7 @@ class Model:
         self.check(uid, server, before, 0)
         server.revision += self.differ(server, before)
         self.servers[record["id"]] = server
+        self.notices[SERVER, record["id"]] = uid
 
     @staticmethod
     def differ(one, other):
@@ -545,8 +547,8 @@ class Requests:
         if member == "name":
             places = {target, model.groups[target].parent if target in model.groups else 0}
             taken = [{"name": node.name} for id, node in model.groups.items() if id != target and node.parent in places]
-            return chance.choice([*chance.choices(taken or [{}], k=4), {"name": ""}, {"name": " \u2003"}, {"name": "\u20ac" * 256},
-                                  {"name": 5}, {"desc": []}, {"block_inheritance": 2}])
+            return chance.choice([*chance.choices(taken or [{}], k=4), {"name": ""}, {"name": " \u2003"},
+                                  {"name": "\u20ac" * 256}, {"name": 5}, {"desc": []}, {"block_inheritance": 2}])
         if member == "parent":
             inner = [*model.below([target])] if target in model.groups else [0]
             deep = max(model.groups, key=lambda id: len(model.above(id)))
