@@ -1,5 +1,6 @@
 // Shows who is signed in: the name in the header, and role and token in the menu there.
 import { byId, element } from "./dom.js";
+import { keepAccount } from "./session.js";
 
 const WHEN = new Intl.DateTimeFormat(undefined, { dateStyle: "long", timeStyle: "short" });
 
@@ -20,6 +21,7 @@ export class Account {
             const session = await this.#api.session();
             const isSame = this.#uid === null || this.#uid === session.uid;
             this.#uid = session.uid;
+            keepAccount(session.uid);
             show(session);
             return isSame;
         } catch (error) {

@@ -41,12 +41,13 @@ export class Api {
         if (isComparable && answer.status === 304) {
             return held;
         }
-        return { records: dataOf(text), tag: answer.headers.get("ETag"), token };
+        return { records: expected(dataOf(text), isNodes), tag: answer.headers.get("ETag"), token };
     }
 
     // Returns the new group's identifier.
     async createGroup(name, parentId) {
-        return (await this.#call("VELQ.ZEM.KXGroup", "create", { id: 0, name, parent_id: requireExact(parentId) })).ids;
+        const parameters = { id: 0, name, parent_id: requireExact(parentId) };
+        return expected(await this.#call("VELQ.ZEM.KXGroup", "create", parameters), isObject).ids;
     }
 
     // Changes groups or servers. changes: array of {node, members}, all of one kind; members: of a record. Throws a
@@ -82,7 +83,7 @@ export class Api {
 
     // Returns the first accounts whose name contains the text or whose uid begins with it: array of {uid, name}.
     async accounts(text) {
-        return (await this.#get(`accounts?q=${encodeURIComponent(text)}`)).accounts;
+        return expected((await this.#get(`accounts?q=${encodeURIComponent(text)}`)).accounts, Array.isArray);
     }
 
     // Returns a page of the changes of the node, the newest first: {changes, next}. before: next of the page before;
@@ -191,12 +192,31 @@ function dataOf(text) {
     return answer.data;
 }
 
+// Returns the object of the answer.
 function parsed(text) {
+    let value = null;
     try {
-        return JSON.parse(text);
-    } catch {
+        value = JSON.parse(text);
+    } catch { // refused below
+    }
+    return expected(value, isObject);
+}
+
+// Returns the value. Throws Refusal when it does not have the form that the server's answers have.
+function expected(value, hasForm) {
+    if (!hasForm(value)) {
         throw new Refusal("away", "What answers here is not the server.");
     }
+    return value;
+}
+
+function isObject(value) {
+    return typeof value === "object" && value !== null && !Array.isArray(value);
+}
+
+function isNodes(value) {
+    return Array.isArray(value) && value.every((node) => isObject(node) && typeof node.name === "string" &&
+        Number.isInteger(node.node_type) && isNodes(node.children ?? []));
 }
 
 function refusalOf({ error }) {

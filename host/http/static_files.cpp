@@ -106,6 +106,18 @@ void addHeaders(MHD_Response* pResponse, const char* szType, const Representatio
     }
 }
 
+// Tells the page whether another site led to it, as the browser says. A script of the page can read no other header of
+// its own response.
+void addSite(MHD_Response* pResponse, MHD_Connection* pConnection)
+{
+    const char* szSite = headerValue(pConnection, "Sec-Fetch-Site");
+    for (const char* szKnown : {"cross-site", "same-site", "same-origin", "none"}) {
+        if (szSite != nullptr && strcmp(szSite, szKnown) == 0) {
+            MHD_add_response_header(pResponse, "Server-Timing", (std::string("site;desc=") + szKnown).c_str());
+        }
+    }
+}
+
 }  // namespace
 
 const Representation& StaticFile::preferredBy(Coding coding) const
@@ -158,6 +170,7 @@ MHD_Result queueFile(MHD_Connection* pConnection, const StaticFile& file, bool c
         throw std::bad_alloc();
     }
     addHeaders(pResponse, file.szType, sent, closeAfterResponse);
+    addSite(pResponse, pConnection);
     const MHD_Result queued = MHD_queue_response(pConnection, static_cast<unsigned>(status), pResponse);
     MHD_destroy_response(pResponse);
     return queued;
