@@ -40,21 +40,37 @@ export class Changes {
         }
     }
 
-    async rename(node, typed = node.name) {
-        await this.#ask("Rename", "Rename", [textField("Name", "name", typed, NAME)],
-            (data) => this.#rename(node, data.get("name")));
+    // refusal: why the typed name was refused before, or null.
+    async rename(node, typed = node.name, refusal = null) {
+        await ask({
+            title: "Rename",
+            confirm: "Rename",
+            contents: [textField("Name", "name", typed, NAME)],
+            refusal,
+            act: (data) => this.#rename(node, data.get("name")),
+        });
     }
 
     // Renames in the row, or in a dialog when the row is not in view. A refused name is shown in the dialog.
     renameInRow(node) {
-        const done = (name) => name !== null && this.#view.attempt(() => this.#rename(node, name));
+        const send = (name) => this.#rename(node, name).catch((error) => {
+            if (error.isFinal || error.reason !== "refused") {
+                throw error;
+            }
+            return this.rename(node, name, error);
+        });
+        const done = (name) => name !== null && this.#view.attempt(() => send(name));
         return this.#view.edit(node, done) ? undefined : this.rename(node);
     }
 
     async describe(node) {
         const field = textField("Description", "desc", node.record.desc ?? "", { tag: "textarea", rows: 4 });
-        await this.#ask(`Describe ${node.name}`, "Save", [field],
-            (data) => this.#set(node, { desc: data.get("desc") }));
+        await ask({
+            title: `Describe ${node.name}`,
+            confirm: "Save",
+            contents: [field],
+            act: (data) => this.#set(node, { desc: data.get("desc") }),
+        });
     }
 
     // Switches whether the group blocks inheritance; asks when that changes the policies of servers.
@@ -131,9 +147,5 @@ export class Changes {
         const members = { linked_gpo: { order: ids.map((id) => ({ id })) } };
         const change = { node, members, shown: { linked_gpo: { order } } };
         return this.#edits.set([change], `The policies of ${node.name} were changed.`, { isShownFirst: false });
-    }
-
-    #ask(title, confirm, contents, act) {
-        return ask({ title, confirm, contents, act });
     }
 }

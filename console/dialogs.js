@@ -6,12 +6,13 @@ const open = new Set(); // the dialogs that wait for the user
 // Shows a dialog until the user confirms or cancels it. contents: elements with the fields; the first one is focused.
 // act(data): runs at confirmation with the FormData; when it throws, the dialog shows the message and stays open,
 // unless the error has isFinal set. isDanger: the change cannot be undone. isReady(data): whether the user can confirm.
-// preview(data): returns an element that says what will happen, made again after each input.
-// Returns a promise of the result of act, or of undefined when the user cancels; it is rejected with a final error, and
-// with any error of act after the user closed the dialog.
-export function ask({ title, confirm, contents, act, isDanger = false, isReady = () => true, preview = null }) {
+// refusal: the error of an attempt before, which the dialog shows at first. preview(data): returns an element that says
+// what will happen, made again after each input. Returns a promise of the result of act, or of undefined when the user
+// cancels; it is rejected with a final error, and with any error of act after the user closed the dialog.
+export function ask({ title, confirm, contents, act, isDanger = false, isReady = () => true, preview = null,
+    refusal = null }) {
     return new Promise((resolve, reject) => {
-        new Dialog({ title, confirm, contents, act, isDanger, isReady, preview, resolve, reject }).show();
+        new Dialog({ title, confirm, contents, act, isDanger, isReady, preview, refusal, resolve, reject }).show();
     });
 }
 
@@ -64,6 +65,9 @@ class Dialog {
         this.#element.showModal();
         this.#focusFirst();
         this.#update();
+        if (this.#options.refusal !== null) {
+            this.#explain(this.#options.refusal);
+        }
     }
 
     // Focuses the first item or field; without one the button that confirms, unless that cannot be undone.
@@ -132,6 +136,10 @@ class Dialog {
             this.#end(this.#options.reject, error);
             return;
         }
+        this.#explain(error);
+    }
+
+    #explain(error) {
         this.#reason.replaceChildren(...reasonOf(error));
         this.#reason.hidden = false;
         for (const field of this.#form.elements) {

@@ -1,6 +1,5 @@
 // Makes the fields of the dialogs.
 import { element } from "./dom.js";
-import { sortedByName } from "./order.js";
 
 const MAX_OPTIONS = 100; // that a picker shows; a searched text narrows them
 
@@ -20,9 +19,9 @@ export function choice(label, name, options) {
 }
 
 // Returns a list in which the user selects one option, with a search field that narrows the list. options: array of
-// {value, text}, which the picker sorts. ask(text): returns a promise of further options for a text, or null.
+// {value, text}, in the order in which they are shown. ask(text): returns a promise of further options for a text, or
+// null.
 export function picker(label, name, options, ask = null) {
-    const sorted = sortedByName(options.map((option) => ({ ...option, name: option.text })));
     const search = element("input", { type: "search", id: `search-${name}`, autocomplete: "off" });
     const select = element("select", { id: `field-${name}`, name, size: 8, required: true, "aria-label": label });
     const hint = element("p", { class: "hint", role: "status" });
@@ -39,7 +38,7 @@ export function picker(label, name, options, ask = null) {
     const fill = async () => {
         const wanted = search.value.trim();
         if (ask === null) {
-            show(sorted.filter(({ text }) => text.toLowerCase().includes(wanted.toLowerCase())));
+            show(options.filter(({ text }) => text.toLowerCase().includes(wanted.toLowerCase())));
             return;
         }
         try {

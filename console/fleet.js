@@ -1,5 +1,5 @@
 // Holds the nodes of a tree answer and computes counts, effective policies, allowed moves and filter hits.
-import { inOrder } from "./order.js";
+import { inOrder, sortedByName } from "./order.js";
 import { parseQuery } from "./query.js";
 
 export const GROUP = 2;
@@ -150,6 +150,7 @@ export function keyOf(type, id) {
 export class Fleet {
     #order;
     #byType = new Map(Object.keys(KINDS).map((type) => [Number(type), new Map()])); // each from identifiers to nodes
+    #accounts = null;
     #doubles = new Map(); // from keys with a suffix to nodes
 
     // records: the answer of the tree method, an array of the top-level nodes with their children. order: one of
@@ -187,15 +188,16 @@ export class Fleet {
         return this.nodes.filter((node) => node.isGroup);
     }
 
+    // The policies, sorted by name.
     get policies() {
-        const policies = this.nodes.filter((node) => node.type === POLICY);
-        return policies.map(({ id, name, record }) => ({ id, name, description: record.desc ?? "" }));
+        const policies = this.nodes.filter((node) => node.isPolicy);
+        return sortedByName(policies.map(({ id, name, record }) => ({ id, name, description: record.desc ?? "" })));
     }
 
     // The accounts that are delegates of any node, sorted by name.
     get accounts() {
-        const names = new Map(this.nodes.flatMap((node) => node.delegates.map(({ id, name }) => [id, name])));
-        return [...names].map(([id, name]) => ({ id, name })).sort((a, b) => a.name.localeCompare(b.name));
+        this.#accounts ??= accountsOf(this.nodes);
+        return this.#accounts;
     }
 
     // Returns the number of descendants of each kind.
@@ -334,4 +336,9 @@ export class Fleet {
         }
         return suffix;
     }
+}
+
+function accountsOf(nodes) {
+    const names = new Map(nodes.flatMap((node) => node.delegates.map(({ id, name }) => [id, name])));
+    return sortedByName([...names].map(([id, name]) => ({ id, name })));
 }

@@ -4,6 +4,8 @@ import { element, marked } from "./dom.js";
 import { GROUP, POLICY, SERVER } from "./fleet.js";
 import { rowIndex } from "./widget.js";
 
+const ID_PREFIX = "row-";
+
 // Options of the widget, which takes icons as markup.
 export const TYPES = {
     [GROUP]: { icon: iconOf("group", "Group") },
@@ -55,10 +57,9 @@ export function describeTree(tree, selected, active) {
     setCellRoles(header.children, "columnheader");
     setAttributes(tree.listContainerElement, { role: "presentation" });
     setAttributes(tree.nodeListElement, { role: "rowgroup" });
-    const selectedIds = new Set([...selected].map(idOf));
     const ids = new Set();
     for (const row of tree.nodeListElement.children) {
-        row.setAttribute("aria-selected", selectedIds.has(row.id));
+        row.setAttribute("aria-selected", selected.has(row.id.slice(ID_PREFIX.length)));
         ids.add(row.id);
     }
     const activeId = idOf(active);
@@ -72,7 +73,7 @@ export function describeTree(tree, selected, active) {
 }
 
 function idOf(key) {
-    return `row-${key}`;
+    return ID_PREFIX + key;
 }
 
 function iconOf(symbol, label) {

@@ -184,6 +184,14 @@ test("a refused change shows the reason and leaves the tree as it is", OPTIONS, 
     await window.dialog.getByRole("alert").getByText("is already there").waitFor();
     await window.page.keyboard.press("Escape");
     await window.dialog.waitFor({ state: "detached" });
+    await window.choose("Retired");
+    await window.page.keyboard.press("F2");
+    await window.page.keyboard.type("Plants");
+    await window.page.keyboard.press("Enter");
+    await window.dialog.getByRole("alert").getByText("is already there").waitFor();
+    const field = window.dialog.getByLabel("Name");
+    assert.deepEqual([await field.inputValue(), await field.getAttribute("aria-invalid")], ["Plants", "true"]);
+    await window.page.keyboard.press("Escape");
 
     await server.stop();
     await window.button("Delete").click();
