@@ -10,6 +10,7 @@ import { FleetServer } from "./fleet_server.mjs";
 
 const BUILD = path.resolve(process.argv[2]);
 const HOSTILE = "<img src=x onerror=alert(1)>";
+const WIDE = { viewport: { width: 1400, height: 1600 } };
 const OPTIONS = { timeout: 60000 };
 
 let browser;
@@ -36,7 +37,7 @@ afterEach(async () => {
 
 // Opens a window with a session of its own. account: signed in by a link; null: none. options: of the browser context.
 async function open(account, options = {}) {
-    const context = await browser.newContext({ viewport: { width: 1400, height: 1600 }, ...options });
+    const context = await browser.newContext({ ...WIDE, ...options });
     contexts.push(context);
     return Window.open(context, server, account);
 }
@@ -74,6 +75,29 @@ test("a link signs in and shows the tree that the server returns", OPTIONS, asyn
     admin.assertNoFaults([/401/, /401/]);
     delegate.assertNoFaults();
     assert.ok(!server.log().includes(server.token("admin")));
+});
+
+test("a link signs in only after a question when another account or another site is involved", OPTIONS, async () => {
+    const [context, clean] = await Promise.all([WIDE, WIDE].map((options) => browser.newContext(options)));
+    contexts.push(context, clean);
+    const opened = await Window.open(context, server, "admin");
+    await opened.row("Headquarters").waitFor();
+    const other = await Window.open(context, server, "m.okafor");
+    await other.dialog.getByRole("heading", { name: "Sign in as m.okafor?" }).waitFor();
+    await other.button("Cancel").click();
+    await other.page.getByLabel("Token").waitFor();
+    await opened.page.evaluate((link) => { location.href = link; }, server.link("m.okafor"));
+    await opened.button("Sign in", opened.dialog).click();
+    await opened.button("Account m.okafor").waitFor();
+
+    const clicked = new Window(await clean.newPage(), server);
+    await clicked.page.setContent(`<a href="${server.link("admin")}" rel="noreferrer">Fleet</a>`);
+    await clicked.page.getByRole("link").click();
+    await clicked.button("Sign in", clicked.dialog).click();
+    await clicked.row("Headquarters").waitFor();
+    for (const window of [opened, other, clicked]) {
+        window.assertNoFaults();
+    }
 });
 
 test("a filter leaves the hits and the groups above them", OPTIONS, async () => {
