@@ -100,6 +100,21 @@ test("a link signs in only after a question when another account or another site
     }
 });
 
+test("an answer that is not the server's becomes a notice", OPTIONS, async () => {
+    for (const body of ["", "null", "5", "[]", "{}", '{"error":5}', '{"success":true}', '{"success":true,"data":{}}',
+        '{"success":true,"data":[null]}', '{"success":true,"data":[{"name":5,"node_type":2}]}',
+        '{"success":true,"data":[{"name":"a","node_type":2,"children":5}]}']) {
+        const context = await browser.newContext();
+        contexts.push(context);
+        const window = new Window(await context.newPage(), server);
+        await window.page.route("**/webapi/VELQ.ZEM.Tree/1/get", (route) => route.fulfill({ body }));
+        await window.page.goto(server.link("admin"));
+        await window.page.locator("#notice").getByText(/./).first().waitFor();
+        assert.equal(await window.page.locator("#status").innerText(), "");
+        window.assertNoFaults();
+    }
+});
+
 test("a filter leaves the hits and the groups above them", OPTIONS, async () => {
     const window = await open("admin");
     const nodes = await server.nodes("admin");
