@@ -267,9 +267,9 @@ bool isStoreAnswering();
 std::string storeState();
 
 // Sets the sink for the log of outages: it gets one line, without a line end, when the store stops answering ("the
-// store does not answer: " and the reason, which may contain any bytes) and one when it answers again ("the store
-// answers again after 7 s"). sink: empty for none, as at the start. It is called on a thread of the store, one call at
-// a time. Its exceptions are ignored.
+// store does not answer: " and the reason, which may contain any bytes), one when it answers again ("the store answers
+// again after 7 s"), and one for a single connection that is closed because it does not answer. sink: empty for none,
+// as at the start. It is called on a thread of the store, one call at a time. Its exceptions are ignored.
 void setOutageSink(std::function<void(const std::string& line)> sink);
 
 // Returns the number of SQL statements that the calling thread has executed, including those of transactions.

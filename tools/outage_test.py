@@ -33,11 +33,11 @@ LOST = "owner of a token could not be looked up"
 REQUEST = re.compile(r"\S+ (?:- )?(?:admin|-) \S+ \S+ (?:\d+|cut) \d+")
 
 
-def await_true(condition, what):
-    end = time.monotonic() + PATIENCE
+def await_true(condition, what, patience=PATIENCE):
+    end = time.monotonic() + patience
     while not condition():
         if time.monotonic() > end:
-            raise RuntimeError(f"not within {PATIENCE} s: {what}")
+            raise RuntimeError(f"not within {patience} s: {what}")
         time.sleep(0.02)
 
 
@@ -48,9 +48,11 @@ class Loop(threading.Thread):
         super().__init__(daemon=True)
         self.server, self.pause, self.rounds, self.faults = server, pause, 0, []
         self.is_stopping = threading.Event()
+        self.timeout = PATIENCE  # seconds for an answer
 
     def run(self):
         connection = self.server.connect()
+        connection.timeout = self.timeout
         while not self.is_stopping.wait(self.pause):
             try:
                 self.step(connection)
@@ -89,7 +91,7 @@ class Writer(Loop):
         else:
             is_unknown = UNKNOWN.search(answer["error"]["message"])
             fates["unknown" if is_unknown else "refused"].append(name)
-            if (status, answer["error"]["code"]) not in [(200, 117), (200, 414), (503, 503)]:
+            if (status, answer["error"]["code"]) not in [(200, 117), (503, 503)]:
                 self.faults.append(f"{status} {answer}")
 
     def succeeded(self):

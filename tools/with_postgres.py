@@ -58,10 +58,7 @@ class Cluster:
 
     def __enter__(self):
         try:
-            # Sorting by a language, as on many machines, exposes code that relies on the order of bytes.
-            self.process = self.popen("initdb", "--pgdata", self.folder / "data", "--username", "postgres",
-                                      "--auth", "trust", "--encoding", "UTF8", "--locale", "C", "--locale-provider",
-                                      "icu", "--icu-locale", "en", "--no-sync")
+            self.process = self.make_data()
             self.process.wait(PATIENCE)
             self.start()
         except BaseException:
@@ -74,6 +71,12 @@ class Cluster:
             self.stop()
         finally:
             self.remove_folder()
+
+    def make_data(self):
+        # Sorting by a language, as on many machines, exposes code that relies on the order of bytes.
+        return self.popen("initdb", "--pgdata", self.folder / "data", "--username", "postgres", "--auth", "trust",
+                          "--encoding", "UTF8", "--locale", "C", "--locale-provider", "icu", "--icu-locale", "en",
+                          "--no-sync")
 
     def remove_folder(self):
         """Removes the folder, again and again while processes of an interrupted initdb still write to it."""
@@ -106,6 +109,23 @@ class Cluster:
         except subprocess.TimeoutExpired:
             self.process.kill()
             self.process.wait(PATIENCE)
+
+
+class Standby(Cluster):
+    """A standby of a running cluster, whose commits wait for it from then on."""
+
+    def __init__(self, primary):
+        super().__init__()
+        self.primary = primary
+
+    def make_data(self):
+        return self.popen("pg_basebackup", "-D", self.folder / "data", "-h", self.primary.folder, "-U", "postgres", "-R",
+                          "-c", "fast", "--no-sync")
+
+    def start(self):
+        super().start()
+        for statement in ["ALTER SYSTEM SET synchronous_standby_names = '*'", "SELECT pg_reload_conf()"]:
+            subprocess.run(["psql", "-qXAtc", statement, self.primary.url], check=True, stdout=subprocess.DEVNULL)
 
 
 def run(command, environment):

@@ -79,7 +79,8 @@ std::string errorEnvelope(int code, const store::Cause& given)
 // right; the cause tells when the store has not answered at all.
 int codeOf(const VELQ::APIResponse& resp, const store::Cause& cause)
 {
-    const bool isUnanswered = cause.reason == "away" || cause.reason == "busy" || cause.reason == "cancelled";
+    const bool isUnanswered =
+        cause.reason == "away" || cause.reason == "busy" || cause.reason == "cancelled" || cause.reason == "failed";
     return isUnanswered && resp.GetErrorCode() == kErrorNoRight ? kErrorFailed : resp.GetErrorCode();
 }
 

@@ -25,7 +25,8 @@ using Uses = std::map<std::string, int64_t>;  // hash of the token, time of its 
 void writeInTransaction(soci::session& sql, const Uses& uses)
 {
     const NoLockWait noLockWait(sql);
-    execute(sql, isPostgres() ? "BEGIN ISOLATION LEVEL READ COMMITTED; SET LOCAL synchronous_commit = off"
+    execute(sql, isPostgres() ? "BEGIN ISOLATION LEVEL READ COMMITTED;"
+                                " SET LOCAL synchronous_commit = off; SET LOCAL lock_timeout = 1"
                               : "BEGIN IMMEDIATE");
     for (const auto& [tokenHash, time] : uses) {
         const int64_t latest = time + std::chrono::seconds(kTokenUseInterval).count();

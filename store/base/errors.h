@@ -70,6 +70,8 @@ struct NoStore : std::runtime_error {
 // Texts of errors that are thrown in several places.
 constexpr char kNoAnswer[] = "the database does not answer";
 constexpr char kLocked[] = "the database is locked by others for too long";
+constexpr char kSharedProcess[] =
+    "the connections do not keep their processes of the database server: a pooler in between needs session mode";
 constexpr char kNoMemory[] = "out of memory";
 
 // Returns the refusal of a record that was changed since the sender read it: EAGAIN.

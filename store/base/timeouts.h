@@ -32,12 +32,15 @@ constexpr std::chrono::milliseconds kUnacknowledgedTimeout{10000};
 
 // The server itself ends a statement, and a transaction in which nothing happens, after this time. The longest
 // statements, of fleets of a million nodes, take some ten seconds.
-constexpr std::chrono::seconds kStatementTimeout{60};
-constexpr std::chrono::seconds kIdleTransactionTimeout{60};
+constexpr std::chrono::seconds kStatementTimeout{45};
+constexpr std::chrono::seconds kIdleTransactionTimeout{45};
 
 // A leased connection that has begun no statement for longer is cut off: the server has ended its last statement by
-// then.
-constexpr std::chrono::seconds kLongestSilence{70};
+// then, unless it is a commit that waits for a standby. Proxies commonly wait for an answer for 60 seconds.
+constexpr std::chrono::seconds kLongestSilence{50};
+
+// When a statement has no answer for longer, each probe checks whether the server still executes it.
+constexpr std::chrono::seconds kSuspiciousSilence{2};
 
 // --- The health probe
 

@@ -127,6 +127,11 @@ soci::session& Connection::sql()
     return gPool->at(m_number);
 }
 
+bool Connection::isFormer() const
+{
+    return gPool->isFormer(m_number);
+}
+
 void Connection::close()
 {
     gPool->close(m_number);

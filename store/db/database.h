@@ -47,6 +47,9 @@ public:
 
     soci::session& sql();
 
+    // Whether another server has become the primary since the connection was made.
+    bool isFormer() const;
+
     // Closes the connection; it must be reconnected before its next use.
     void close();
 

@@ -14,6 +14,8 @@ namespace {
 std::mutex gSinkMutex;  // guards the sink
 std::function<void(const std::string&)> gSink;
 
+}  // namespace
+
 void reportOutage(const std::string& line) noexcept
 try {
     const std::lock_guard lock(gSinkMutex);
@@ -22,8 +24,6 @@ try {
     }
 } catch (...) {  // a log that fails does not stop the monitor
 }
-
-}  // namespace
 
 HealthMonitor::HealthMonitor(std::function<void()> probe, std::function<void(bool)> afterProbe)
     : m_probe(std::move(probe)), m_afterProbe(std::move(afterProbe))
@@ -54,8 +54,11 @@ void HealthMonitor::probeNow()
 void HealthMonitor::run()
 {
     std::unique_lock lock(m_mutex);
-    for (;;) {
-        m_changed.wait_for(lock, kProbeInterval, [this] { return m_isWanted || m_isStopping; });
+    for (bool wasAnswering = true;; wasAnswering = m_isAnswering) {
+        // The database may answer under another address at once.
+        const bool hasOutageBegun = wasAnswering && !m_isAnswering;
+        m_changed.wait_for(lock, hasOutageBegun ? std::chrono::seconds(0) : kProbeInterval,
+                           [this] { return m_isWanted || m_isStopping; });
         if (m_isStopping) {
             return;
         }

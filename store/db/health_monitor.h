@@ -12,6 +12,9 @@
 
 namespace store {
 
+// Gives the line to the sink that setOutageSink() of store.h sets.
+void reportOutage(const std::string& line) noexcept;
+
 // Probes a database on a thread of its own, and reports the beginning and the end of an outage to the sink that
 // setOutageSink() of store.h sets. Any thread may call it.
 class HealthMonitor {

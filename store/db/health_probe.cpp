@@ -1,14 +1,14 @@
 // A probe uses connections of its own: those of the pool may all be in use.
 #include "store/db/health_probe.h"
 
-#include <memory>
+#include <sstream>
 #include <stdexcept>
-#include <string>
+#include <utility>
 
 #include <soci/sqlite3/soci-sqlite3.h>
 
+#include "store/base/errors.h"
 #include "store/base/timeouts.h"
-#include "store/db/timed_connection.h"
 #include "store/sql/session.h"
 #include "store/sql/statement.h"
 
@@ -16,6 +16,12 @@ namespace store {
 namespace {
 
 constexpr char kTooSlow[] = "it does not answer in time";
+
+// A statement that waits for a lock or for a standby counts as executed.
+constexpr char kWorkingProcesses[] =
+    "SELECT string_agg(pid::text, ' ') FROM pg_stat_activity WHERE state IS NULL OR state NOT LIKE 'idle%'";
+
+}  // namespace
 
 // Opens the file anew each time, because an open file may have been removed from its path.
 void probeSqlite(const std::string& path)
@@ -27,44 +33,65 @@ void probeSqlite(const std::string& path)
     number(sql, "SELECT COUNT(*) FROM meta");
 }
 
-bool answers(TimedConnection& connection)
+void PrimaryProbe::probe()
 {
-    return connection.ask("SELECT 1", kProbeTimeout).has_value();
+    if (m_pConnection != nullptr) {
+        if (answers()) {
+            return;
+        }
+        const bool isLost = m_pConnection->isLost();
+        take(nullptr);
+        m_pPrimary->tryAnotherFirst();
+        require(isLost, EIO, kTooSlow);  // one that was lost may have been so without an outage
+    }
+    auto pConnection = std::make_unique<TimedConnection>(*m_pPrimary);
+    take(std::move(pConnection));
 }
 
-std::unique_ptr<TimedConnection> connect(const std::string& url)
+bool PrimaryProbe::answers()
 {
-    try {
-        return std::make_unique<TimedConnection>(url);
-    } catch (const std::runtime_error& error) {
-        throw std::runtime_error(*error.what() == '\0' ? kTooSlow : error.what());
+    const int64_t process = m_pConnection->backend().process;
+    const auto answer = m_pConnection->ask(process == 0 ? "SELECT 0" : "SELECT pg_backend_pid()", kProbeTimeout);
+    if (answer && *answer != std::to_string(process)) {
+        take(nullptr);
+        throw Refusal(EIO, kSharedProcess);
     }
+    return answer.has_value();
 }
 
-// Tries a new connection before it gives up: the old one may have been lost without an outage.
-void probePostgres(const std::string& url, std::unique_ptr<TimedConnection>& pConnection)
-{
-    if (pConnection != nullptr && answers(*pConnection)) {
-        return;
-    }
-    pConnection.reset();
-    pConnection = connect(url);
-    if (!answers(*pConnection)) {
-        pConnection.reset();
-        throw std::runtime_error(kTooSlow);
-    }
+void PrimaryProbe::lookForPrimary() noexcept
+try {
+    m_pPrimary->tryAnotherFirst();
+    take(std::make_unique<TimedConnection>(*m_pPrimary));
+} catch (const std::exception&) {  // the present connection answers
 }
 
-}  // namespace
-
-std::function<void()> healthProbeFor(const Address& address)
+std::optional<std::set<int64_t>> PrimaryProbe::workingProcesses()
 {
-    if (!address.isPostgres) {
-        return [path = address.place] { probeSqlite(path); };
+    const auto answer = m_pConnection->ask(kWorkingProcesses, kProbeTimeout);
+    if (!answer || m_pConnection->backend().process == 0) {
+        return std::nullopt;
     }
-    return [url = address.place, pConnection = std::make_shared<std::unique_ptr<TimedConnection>>()] {
-        probePostgres(url, *pConnection);
-    };
+    std::set<int64_t> processes;
+    std::istringstream stream(*answer);
+    for (int64_t process = 0; stream >> process;) {
+        processes.insert(process);
+    }
+    return processes;
+}
+
+void PrimaryProbe::endTransactionOf(int64_t process)
+{
+    const std::string query =
+        "SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE pid = " + std::to_string(process) +
+        " AND state LIKE 'idle in transaction%'";
+    m_pConnection->ask(query.c_str(), kProbeTimeout);
+}
+
+void PrimaryProbe::take(std::unique_ptr<TimedConnection> pConnection) noexcept
+{
+    m_pConnection = std::move(pConnection);
+    m_pPrimary->setOpenProcess(m_pConnection == nullptr ? 0 : m_pConnection->backend().process);
 }
 
 }  // namespace store

@@ -2,29 +2,35 @@
 // connection see its end and close it.
 #include "store/db/pool.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <functional>
+#include <optional>
+#include <set>
 #include <utility>
 
 #include "store/base/errors.h"
 #include "store/base/timeouts.h"
-#include "store/db/health_probe.h"
 #include "store/sql/session.h"
 
 namespace store {
 
-Pool::Pool(Address address, size_t size) : m_address(std::move(address)), m_slots(size)
+// The probe's connection is made first: openSession compares the others with it.
+Pool::Pool(Address address, size_t size) : m_address(std::move(address)), m_probe(m_address.pPrimary), m_slots(size)
 {
+    if (m_address.isPostgres) {
+        probe();
+    }
     for (size_t number = 0; number < size; ++number) {
         connect(number);
         m_free.push_back(number);
     }
-    const std::function<void()> probe = healthProbeFor(m_address);
-    if (m_address.isPostgres) {
-        probe();  // opens the monitor's own connection; without it the monitor would report an outage
-    }
-    m_monitor =
-        std::make_unique<HealthMonitor>(probe, [this](bool isAnswering) { cutOffSilentConnections(isAnswering); });
+    m_monitor = std::make_unique<HealthMonitor>([this] { probe(); },
+                                                [this](bool isAnswering) { cutOffSilentConnections(isAnswering); });
+}
+
+void Pool::probe()
+{
+    m_address.isPostgres ? m_probe.probe() : probeSqlite(m_address.place);
 }
 
 size_t Pool::lease()
@@ -38,14 +44,20 @@ size_t Pool::lease()
     Slot& slot = m_slots[number];
     slot.isLeased = true;
     if (m_address.isPostgres) {
-        setStatementTime(&slot.lastStatement);
+        setActivity(&slot.activity);
+    }
+    const bool isOfUse = !m_address.isPostgres || (!isFormer(number) && !slot.isDoubtful);
+    slot.isDoubtful = false;
+    lock.unlock();
+    if (!isOfUse) {
+        close(number);
     }
     return number;
 }
 
 void Pool::giveBack(size_t number) noexcept
 {
-    setStatementTime(nullptr);
+    setActivity(nullptr);
     const std::lock_guard lock(m_mutex);
     m_slots[number].isLeased = false;
     m_free.push_back(number);  // needs no memory: the vector has held all numbers before
@@ -55,6 +67,11 @@ void Pool::giveBack(size_t number) noexcept
 soci::session& Pool::at(size_t number)
 {
     return *m_slots[number].pSession;
+}
+
+bool Pool::isFormer(size_t number) const
+{
+    return m_address.isPostgres && m_address.pPrimary->isFormer(m_slots[number].backend);
 }
 
 void Pool::close(size_t number)
@@ -80,10 +97,12 @@ void Pool::reconnect(size_t number)
 void Pool::connect(size_t number)
 {
     Slot& slot = m_slots[number];
-    slot.pSession = openSession(m_address);
+    OpenSession opened = openSession(m_address);
+    slot.pSession = std::move(opened.pSession);
     const std::lock_guard lock(m_mutex);
+    slot.backend = opened.backend;
     slot.socket = SocketHandle(*slot.pSession);
-    noteStatement();
+    const StatementMark mark;
 }
 
 // Only PostgreSQL can keep a call waiting for long. A call to SQLite fails soon by itself.
@@ -94,14 +113,59 @@ bool Pool::isAway() const
 
 void Pool::cutOffSilentConnections(bool isAnswering)
 {
-    const auto oldest = std::chrono::steady_clock::now() - kLongestSilence;
+    std::optional<std::set<int64_t>> working;
+    if (isAnswering && isAnyoneWaiting()) {
+        m_probe.lookForPrimary();
+        working = m_probe.workingProcesses();
+    }
+    for (const int64_t process : shutDownSilentOnes(isAnswering, working)) {
+        m_probe.endTransactionOf(process);
+        reportOutage("the store does not answer on a connection, which is closed");
+    }
+    m_changed.notify_all();
+}
+
+std::vector<int64_t> Pool::shutDownSilentOnes(bool isAnswering, const std::optional<std::set<int64_t>>& working)
+{
+    std::vector<int64_t> hung;
+    const auto oldest = Clock::now() - kLongestSilence;
     const std::lock_guard lock(m_mutex);
-    for (const Slot& slot : m_slots) {
-        if (slot.isLeased && (!isAnswering || slot.lastStatement.load() < oldest)) {
+    for (size_t number = 0; number < m_slots.size(); ++number) {
+        Slot& slot = m_slots[number];
+        if (!slot.isLeased) {
+            continue;
+        }
+        const bool isSilent = working && isHung(slot, *working);
+        if (isSilent) {
+            hung.push_back(slot.backend.process);
+        }
+        if (isSilent || !isAnswering || isFormer(number) || slot.activity.lastStatement.load() < oldest) {
             slot.socket.shutDown();
         }
     }
-    m_changed.notify_all();
+    if (!isAnswering || !hung.empty()) {
+        std::for_each(m_free.begin(), m_free.end(), [this](size_t number) { m_slots[number].isDoubtful = true; });
+    }
+    return hung;
+}
+
+bool Pool::isAnyoneWaiting()
+{
+    const auto latest = Clock::now() - kSuspiciousSilence;
+    const std::lock_guard lock(m_mutex);
+    return m_address.isPostgres && std::any_of(m_slots.begin(), m_slots.end(), [latest](const Slot& slot) {
+               return slot.isLeased && slot.activity.isWaiting && slot.activity.lastStatement.load() < latest;
+           });
+}
+
+// Whether the thread waits for an answer that the server has given or never will. Two probes in a row have to find
+// that: an answer may be on its way during the first.
+bool Pool::isHung(Slot& slot, const std::set<int64_t>& working)
+{
+    const Clock::time_point statement = slot.activity.lastStatement;
+    const bool isIdle = slot.activity.isWaiting && statement < Clock::now() - kSuspiciousSilence &&
+                        !working.contains(slot.backend.process);
+    return isIdle && std::exchange(slot.idleStatement, statement) == statement;
 }
 
 }  // namespace store

@@ -91,8 +91,9 @@ std::string StateReader::readSqlite()
 
 std::string StateReader::readPostgres()
 {
-    if (m_pPostgres == nullptr) {
-        m_pPostgres = std::make_unique<TimedConnection>(m_address.place);
+    if (m_pPostgres == nullptr || m_address.pPrimary->isFormer(m_pPostgres->backend())) {
+        m_pPostgres.reset();
+        m_pPostgres = std::make_unique<TimedConnection>(*m_address.pPrimary);
         takeNewTag();
     }
     const std::optional<std::string> state = m_pPostgres->ask(kPostgresState, kStateTimeout);

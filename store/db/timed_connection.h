@@ -8,40 +8,45 @@
 
 #include <libpq-fe.h>
 
+#include "store/sql/primary.h"
+
 namespace store {
 
-// One connection to PostgreSQL, used by one thread at a time.
+// One connection to the primary, used by one thread at a time.
 class TimedConnection {
 public:
-    // Connects, which takes at most the URL's connect_timeout for each address of the server. Throws
+    // Connects, which takes at most the URL's connect_timeout for each address of each server. Throws
     // std::runtime_error with the reason, which may be empty.
-    explicit TimedConnection(const std::string& url);
+    explicit TimedConnection(Primary& primary);
 
-    // Executes the query. Returns the first value of its first row, an empty text when there is no row or the value is
-    // NULL. Returns nothing when the query failed or was not answered within the limit; isIdle() tells which.
+    // The backend as it was when the connection was made.
+    const Backend& backend() const
+    {
+        return m_backend;
+    }
+
+    // As ask() of sql/postgres_connection.h; isIdle() tells whether a query failed or was not answered.
     std::optional<std::string> ask(const char* szQuery, std::chrono::milliseconds limit);
 
     // Whether the connection stands and waits for a query. A connection that is not idle after ask() is of no more use.
     bool isIdle() const;
 
-private:
-    using Clock = std::chrono::steady_clock;
+    // Whether the connection has ended. One that is only silent has not.
+    bool isLost() const;
 
+private:
     struct Deleter {
         void operator()(PGconn* pConnection) const
         {
             PQfinish(pConnection);
         }
-        void operator()(PGresult* pResult) const
-        {
-            PQclear(pResult);
-        }
     };
-    using Result = std::unique_ptr<PGresult, Deleter>;
+    using Handle = std::unique_ptr<PGconn, Deleter>;
 
-    bool receive(Clock::time_point end);
+    static Handle connect(const std::string& url);
 
-    const std::unique_ptr<PGconn, Deleter> m_pConnection;
+    Backend m_backend;  // declared first: connecting sets it
+    const Handle m_pConnection;
 };
 
 }  // namespace store

@@ -135,6 +135,7 @@ soci::session& Transaction::sql()
 
 void Transaction::commit()
 {
+    requireAnswer(!m_turn.isTaken || !m_connection.isFormer());
     try {
         execute(m_connection.sql(), "COMMIT");
         m_open = false;

@@ -8,6 +8,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 #include <libpq-fe.h>
 
@@ -72,15 +73,17 @@ Address addressOf(const std::string& url)
 {
     for (const std::string_view prefix : kPostgresPrefixes) {
         if (url.starts_with(prefix)) {
-            const std::string place = std::string(kPostgresPrefixes[0]) + url.substr(prefix.size());
-            checkPostgresUrl(place);
-            return {true, withTimeouts(place)};
+            const std::string canonical = std::string(kPostgresPrefixes[0]) + url.substr(prefix.size());
+            checkPostgresUrl(canonical);
+            std::string place = withTimeouts(canonical);
+            auto pPrimary = std::make_shared<Primary>(place);
+            return {true, std::move(place), std::move(pPrimary)};
         }
     }
     if (!url.starts_with(kSqlitePrefix) || url == kSqlitePrefix || url.find('"') != std::string::npos) {
         throw std::runtime_error("a store is named sqlite:PATH or postgresql://...");
     }
-    return {false, std::filesystem::absolute(url.substr(kSqlitePrefix.size()))};
+    return {false, std::filesystem::absolute(url.substr(kSqlitePrefix.size())), nullptr};
 }
 
 }  // namespace store

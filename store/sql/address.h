@@ -1,7 +1,10 @@
 // Reads the URL of a store.
 #pragma once
 
+#include <memory>
 #include <string>
+
+#include "store/sql/primary.h"
 
 namespace store {
 
@@ -9,6 +12,7 @@ namespace store {
 struct Address {
     bool isPostgres;
     std::string place;  // the URL for PostgreSQL's client library, or the absolute path of SQLite's file
+    std::shared_ptr<Primary> pPrimary;  // null for SQLite
 };
 
 // Returns the address that "sqlite:PATH" or "postgresql://..." (also "postgres://...") names. A PostgreSQL URL gets the

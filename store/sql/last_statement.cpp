@@ -5,20 +5,28 @@
 namespace store {
 namespace {
 
-thread_local StatementTime* tpTime = nullptr;
+thread_local Activity* tpActivity = nullptr;
 
 }  // namespace
 
-void setStatementTime(StatementTime* pTime) noexcept
+void setActivity(Activity* pActivity) noexcept
 {
-    tpTime = pTime;
-    noteStatement();
+    tpActivity = pActivity;
+    const StatementMark mark;
 }
 
-void noteStatement() noexcept
+StatementMark::StatementMark() noexcept
 {
-    if (tpTime != nullptr) {
-        *tpTime = std::chrono::steady_clock::now();
+    if (tpActivity != nullptr) {
+        tpActivity->lastStatement = std::chrono::steady_clock::now();
+        tpActivity->isWaiting = true;
+    }
+}
+
+StatementMark::~StatementMark()
+{
+    if (tpActivity != nullptr) {
+        tpActivity->isWaiting = false;
     }
 }
 

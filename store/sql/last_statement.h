@@ -1,5 +1,5 @@
-// Records when each leased connection last executed a statement, so that the pool can cut off connections that fell
-// silent.
+// Records when each leased connection last executed a statement, and whether the thread waits for its answer, so that
+// the pool can cut off connections that fell silent.
 #pragma once
 
 #include <atomic>
@@ -7,13 +7,21 @@
 
 namespace store {
 
-using StatementTime = std::atomic<std::chrono::steady_clock::time_point>;
+struct Activity {
+    std::atomic<std::chrono::steady_clock::time_point> lastStatement{};
+    std::atomic<bool> isWaiting{false};  // for the answer to the last statement
+};
 
-// Sets *pTime to the current time, now and whenever the calling thread executes a statement. pTime: belongs to the
-// connection that the thread has leased; null ends the recording.
-void setStatementTime(StatementTime* pTime) noexcept;
+// Lets the calling thread record its statements in *pActivity; records one now. pActivity: belongs to the connection
+// that the thread has leased; null ends the recording.
+void setActivity(Activity* pActivity) noexcept;
 
-// Records that the calling thread executes a statement now.
-void noteStatement() noexcept;
+// While the object lives, the calling thread waits for the answer to a statement.
+class StatementMark {
+public:
+    StatementMark() noexcept;
+    ~StatementMark();
+    StatementMark(const StatementMark&) = delete;
+};
 
 }  // namespace store

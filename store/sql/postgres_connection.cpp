@@ -2,17 +2,33 @@
 #include "store/sql/postgres_connection.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 
 #include <soci/postgresql/soci-postgresql.h>
 
 #include "store/base/errors.h"
 
 namespace store {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Waits until data has arrived. Returns whether it did before the end.
+bool receive(PGconn* pConnection, Clock::time_point end)
+{
+    pollfd arrival{PQsocket(pConnection), POLLIN, 0};
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+    const int ready = left > 0 ? poll(&arrival, 1, static_cast<int>(left)) : 0;
+    return (ready < 0 && errno == EINTR) || (ready > 0 && PQconsumeInput(pConnection) == 1);
+}
+
+}  // namespace
 
 PGconn* postgresOf(soci::session& sql)
 {
@@ -32,6 +48,30 @@ void silenceNotices(PGconn* pConnection)
 {
     const auto discard = [](void*, const char*) {};
     PQsetNoticeProcessor(pConnection, discard, nullptr);
+}
+
+std::optional<std::string> ask(PGconn* pConnection, const char* szQuery, std::chrono::milliseconds limit)
+{
+    const auto end = Clock::now() + limit;
+    std::optional<std::string> answer;
+    if (PQsendQuery(pConnection, szQuery) != 1) {
+        return std::nullopt;
+    }
+    for (;;) {
+        while (PQisBusy(pConnection) != 0) {
+            if (!receive(pConnection, end)) {
+                return std::nullopt;
+            }
+        }
+        const std::unique_ptr<PGresult, void (*)(PGresult*)> pResult(PQgetResult(pConnection), PQclear);
+        if (pResult == nullptr) {
+            return answer;
+        }
+        answer.reset();
+        if (PQresultStatus(pResult.get()) == PGRES_TUPLES_OK) {
+            answer = PQntuples(pResult.get()) == 0 ? "" : PQgetvalue(pResult.get(), 0, 0);
+        }
+    }
 }
 
 SocketHandle::SocketHandle(soci::session& sql)

@@ -2,6 +2,9 @@
 // thread.
 #pragma once
 
+#include <chrono>
+#include <optional>
+#include <string>
 #include <utility>
 
 #include <libpq-fe.h>
@@ -20,6 +23,11 @@ bool isLost(soci::session& sql);
 // Discards the notices of the server, which the client library would print on standard error. The attempt to connect
 // may have failed.
 void silenceNotices(PGconn* pConnection);
+
+// Executes the query. Returns the first value of its first row, an empty text when there is no row or the value is
+// NULL. Returns nothing when the query failed, or was not answered within the limit and the connection is of no more
+// use.
+std::optional<std::string> ask(PGconn* pConnection, const char* szQuery, std::chrono::milliseconds limit);
 
 // A second descriptor of the socket of a connection to PostgreSQL. The client library closes its own descriptor as soon
 // as it sees the connection's end, and from then on the same number may belong to something else.

@@ -40,34 +40,38 @@ void setPostgres(soci::session& sql, const std::string& name, milliseconds value
     execute(sql, "SET " + name + " = " + std::to_string(value.count()));
 }
 
-// Sets how long statements wait for the locks of other transactions.
-void setLockTimeout(soci::session& sql, milliseconds timeout)
+// Sets how long statements on SQLite wait for the locks of other transactions.
+void setBusyTimeout(soci::session& sql, milliseconds timeout)
 {
     if (postgresOf(sql) == nullptr) {
-        return setSqlite(sql, "PRAGMA busy_timeout = " + std::to_string(timeout.count()));
+        setSqlite(sql, "PRAGMA busy_timeout = " + std::to_string(timeout.count()));
     }
-    setPostgres(sql, "lock_timeout", std::max(timeout, milliseconds(1)));  // 0 would mean: for ever
 }
 
-std::unique_ptr<soci::session> openPostgres(const std::string& url)
+// Connects to one server. Settings are made last: behind a pooler that shares them they would reach others.
+OpenSession openPostgres(const std::string& url, Primary& primary)
 {
     auto pSession = std::make_unique<soci::session>();
     openSession(*pSession, *soci::factory_postgresql(), url);
     silenceNotices(postgresOf(*pSession));
-    setLockTimeout(*pSession, kPatience);
+    const Backend backend = primary.accept(postgresOf(*pSession));
+    primary.requireOwnProcess(backend.process);
+    setPostgres(*pSession, "lock_timeout", kPatience);
     for (const char* szSetting : kPostgresSettings) {
         execute(*pSession, szSetting);
     }
     setPostgres(*pSession, "statement_timeout", kStatementTimeout);
     // Without it, a zemhost that was suspended within a transaction would keep the others from writing.
     setPostgres(*pSession, "idle_in_transaction_session_timeout", kIdleTransactionTimeout);
-    return pSession;
+    return {std::move(pSession), backend};
 }
 
-std::unique_ptr<soci::session> openPostgresInTime(const std::string& url)
+OpenSession openPostgresInTime(std::shared_ptr<Primary> pPrimary)
 {
-    std::packaged_task<std::unique_ptr<soci::session>()> attempt([url] { return openPostgres(url); });
-    std::future<std::unique_ptr<soci::session>> opened = attempt.get_future();
+    std::packaged_task<OpenSession()> attempt([pPrimary = std::move(pPrimary)] {
+        return pPrimary->connect([&](const std::string& url) { return openPostgres(url, *pPrimary); });
+    });
+    std::future<OpenSession> opened = attempt.get_future();
     std::thread thread = [&] {
         const SignalBlock block;
         return std::thread(std::move(attempt));
@@ -80,22 +84,22 @@ std::unique_ptr<soci::session> openPostgresInTime(const std::string& url)
     return opened.get();
 }
 
-std::unique_ptr<soci::session> openSqlite(const std::string& path)
+OpenSession openSqlite(const std::string& path)
 {
     auto pSession = std::make_unique<soci::session>();
     openSession(*pSession, *soci::factory_sqlite3(), "dbname=\"" + path + '"');
-    setLockTimeout(*pSession, kPatience);
+    setBusyTimeout(*pSession, kPatience);
     for (const char* szSetting : kSqliteSettings) {
         setSqlite(*pSession, szSetting);
     }
-    return pSession;
+    return {std::move(pSession)};
 }
 
 }  // namespace
 
-std::unique_ptr<soci::session> openSession(const Address& address)
+OpenSession openSession(const Address& address)
 {
-    return address.isPostgres ? openPostgresInTime(address.place) : openSqlite(address.place);
+    return address.isPostgres ? openPostgresInTime(address.pPrimary) : openSqlite(address.place);
 }
 
 void openSession(soci::session& sql, const soci::backend_factory& factory, const std::string& parameters)
@@ -109,13 +113,13 @@ void openSession(soci::session& sql, const soci::backend_factory& factory, const
 
 NoLockWait::NoLockWait(soci::session& sql) : m_sql(sql)
 {
-    setLockTimeout(m_sql, milliseconds(0));
+    setBusyTimeout(m_sql, milliseconds(0));
 }
 
 NoLockWait::~NoLockWait()
 {
     try {
-        setLockTimeout(m_sql, kPatience);
+        setBusyTimeout(m_sql, kPatience);
     } catch (const std::runtime_error&) {  // the connection is lost, and the next one is set up anew
     }
 }

@@ -7,18 +7,27 @@
 #include <soci/soci.h>
 
 #include "store/sql/address.h"
+#include "store/sql/primary.h"
 
 namespace store {
 
-// Connects to the database and sets the connection up. The caller owns it, and uses it on one thread at a time. Any
-// thread may call it. Throws DatabaseError, and Refusal EIO when the server does not answer in time.
-std::unique_ptr<soci::session> openSession(const Address& address);
+// A connection that is set up. One thread at a time may use it.
+struct OpenSession {
+    std::unique_ptr<soci::session> pSession;
+    Backend backend{};  // empty for SQLite
+};
+
+// Connects to the database and sets the connection up. Any thread may call it. Throws DatabaseError, and Refusal EIO
+// when no server answers in time as the primary, or when a pooler in between lets connections share a process of the
+// server.
+OpenSession openSession(const Address& address);
 
 // Connects the session, without any setting, and waits for as long as that takes. parameters: for SOCI's backend.
 // Throws DatabaseError.
 void openSession(soci::session& sql, const soci::backend_factory& factory, const std::string& parameters);
 
-// While the object lives, statements on the connection fail with EBUSY at once where they would wait for a lock.
+// While the object lives, statements on a connection to SQLite fail with EBUSY at once where they would wait for a
+// lock. On PostgreSQL it has no effect: there a transaction has settings of its own.
 class NoLockWait {
 public:
     // Throws as statements do.

@@ -47,6 +47,7 @@ Statement& Statement::in(const std::vector<int64_t>& values)
 
 Statement& Statement::prepare(const std::string& query, bool once)
 {
+    const StatementMark mark;
     const auto type = once ? soci::details::st_one_time_query : soci::details::st_repeatable_query;
     run([&] {
         m_statement.alloc();
@@ -59,7 +60,7 @@ Statement& Statement::prepare(const std::string& query, bool once)
 bool Statement::first()
 {
     ++tStatements;
-    noteStatement();
+    const StatementMark mark;
     return withoutNulls(run([this] { return m_statement.execute(true); }));
 }
 
