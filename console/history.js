@@ -98,7 +98,27 @@ function valuesOf(fleet, { member, before, after }) {
     if (before === undefined) {
         return value(after);
     }
+    if (member === "linked_gpo" || member === "delegate") {
+        return differences(value, idsIn(before), idsIn(after));
+    }
     return [element("del", {}, value(before)), " → ", element("ins", {}, value(after))];
+}
+
+// Returns what was added to a list and removed from it, or its new order.
+function differences(value, before, after) {
+    const added = after.filter((id) => !before.includes(id));
+    const removed = before.filter((id) => !after.includes(id));
+    if (added.length + removed.length === 0) {
+        return ["new order: ", value(after.join())];
+    }
+    return [
+        added.length > 0 && element("div", {}, "added ", element("ins", {}, value(added.join()))),
+        removed.length > 0 && element("div", {}, "removed ", element("del", {}, value(removed.join()))),
+    ];
+}
+
+function idsIn(text) {
+    return String(text ?? "").split(",").filter(Boolean);
 }
 
 // Returns a value for people. Identifiers come as texts, separated by commas.
