@@ -928,6 +928,7 @@ TEST_P(StoreTest, aNullSpoilsItsOwnRecordAlone)
 {
     store::addToken(1, "first", "one", 0);
     store::addToken(2, "second", "two", 0);
+    store::addToken(2, "third", "three", 0);
     if (isSqlite()) {
         runSql("PRAGMA writable_schema = ON",
                "UPDATE sqlite_master SET sql = replace(sql, ' NOT NULL', '') WHERE name IN ('account', 'token')");
@@ -935,8 +936,8 @@ TEST_P(StoreTest, aNullSpoilsItsOwnRecordAlone)
         runSql("ALTER TABLE account ALTER name DROP NOT NULL",
                "ALTER TABLE token ALTER label DROP NOT NULL, ALTER expires DROP NOT NULL");
     }
-    runSql("UPDATE account SET name = NULL WHERE uid = 2", "UPDATE token SET label = NULL WHERE uid = 2");
-    EXPECT_EQ(tokens(1) + tokens(2), "admin:one : ");
+    runSql("UPDATE account SET name = NULL WHERE uid = 2", "UPDATE token SET label = NULL WHERE hash = 'third'");
+    EXPECT_EQ(tokens(1) + tokens(2), "admin:one :two : ");
     EXPECT_EQ(seenBy(1), "1 2 3 4 / 1 2 3 / 1 2 3 / ");
     EXPECT_EQ(seenBy(2), "2 3 / 1 / 1 2 / ");
     runSql("UPDATE token SET expires = NULL");

@@ -81,17 +81,20 @@ void createHistory(soci::session& sql)
                         "CREATE INDEX history_record ON history (record, number)"});
 }
 
-constexpr const char* kLinkTable[] = {
-    "CREATE TABLE policy_link (node_type BIGINT NOT NULL, node_id BIGINT NOT NULL, policy_id BIGINT NOT NULL,"
-    " PRIMARY KEY (node_type, node_id, policy_id))",
-    "CREATE INDEX policy_link_policy ON policy_link (policy_id)",
-};
+// An apply writes many links, so the table is no larger than its key. Only an apply asks for the nodes of a policy, and
+// reads all of the rows then.
+void createLinkTable(soci::session& sql)
+{
+    execute(sql, std::string("CREATE TABLE policy_link (node_type BIGINT NOT NULL, node_id BIGINT NOT NULL,"
+                             " policy_id BIGINT NOT NULL, PRIMARY KEY (node_type, node_id, policy_id))") +
+                     (isPostgres() ? "" : " WITHOUT ROWID"));
+}
 
 void createTables(soci::session& sql)
 {
     executeAll(sql, kSchema);
     createHistory(sql);
-    executeAll(sql, kLinkTable);
+    createLinkTable(sql);
 }
 
 // Version 1 had one token in each account's row. SQLite cannot drop that column, so the rows move to a new table.
@@ -115,7 +118,7 @@ void upgradeFrom1(soci::session& sql)
 void upgradeFrom2(soci::session& sql)
 {
     createHistory(sql);
-    executeAll(sql, kLinkTable);
+    createLinkTable(sql);
     fillLinkRows(sql);
 }
 
