@@ -3,6 +3,7 @@
 #include "store/base/errors.h"
 #include "store/base/thread_state.h"
 #include "store/db/database.h"
+#include "store/history/pruning.h"
 #include "store/records/schema.h"
 #include "store/store.h"
 
@@ -26,6 +27,7 @@ void VELQZEMStoreOpen(const std::string& url, store::OpenMode mode, size_t conne
 void VELQZEMStoreClose()
 {
     store::threadState().pSnapshot.reset();  // it belongs to the store that is being closed
+    store::stopPruning();
     store::closeTokenUses();
     store::closeDatabase();
 }

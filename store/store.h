@@ -242,6 +242,33 @@ PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan 
 // instead. The sink is called after the transaction.
 void exportFleet(const std::function<void(const std::string& line)>& sink);
 
+// --- History. Each change of a group, server, policy or account that is committed is recorded in the same transaction.
+
+// Sets the name of the command as which this process makes changes without an acting account; empty at first. Set it
+// while no thread uses the store.
+void setCommand(const std::string& name);
+
+// Keeps changes for that many days: a thread of the store deletes older ones, now and every hour, a few at a time. With
+// 0 this process records none, and those of others are deleted as well. Without the call, all are recorded and none is
+// deleted. Call it once, when the store is open and no other thread uses it; closing the store ends the thread.
+void keepHistory(int64_t days);
+
+struct HistoryFilter {
+    std::string node = "";  // the changes of one record: "group:12", "server:4", "policy:3" or "account:7"; empty: all
+    std::string before = "";  // "next" of the page before; empty: the first page
+    std::string by = "";  // who made them: the name of an account at that time, "uid=7" or a command; empty: anybody
+    int64_t since = 0;    // time of the earliest change, in seconds since 1970
+};
+
+// Returns a page of at most 50 changes, the newest first: {"changes":[...],"next":TEXT}; next is null on the last page.
+// Newer changes do not move what the next pages hold. docs/api.md describes the members of a change.
+//
+// askingUid: the account that asks; nothing: everything may be seen. Returns nothing when the account may not see these
+// changes. An administrator sees all, any other account those of a group, server or policy that it manages now.
+//
+// Throws std::invalid_argument, with a text for people, when node or before is malformed.
+std::optional<Json::Value> readHistory(std::optional<uint32_t> askingUid, const HistoryFilter& filter);
+
 // --- For the operator
 
 // Sets the sink for the log of changes: it gets one line, without a line end, for each change of a group or server that

@@ -103,6 +103,10 @@ QUERIES = [
     ("a repeated parameter is refused", "/accounts?q=a&q=b", "admin", 400),
     ("a text that is not UTF-8 is refused", "/accounts?q=%ff", "admin", 400),
     ("a text with a NUL is refused", "/accounts?q=a%00", "admin", 400),
+    ("a history of a wrong node is refused", "/history?node=tree:1", "admin", 400),
+    ("a history of a wrong page is refused", "/history?before=1", "admin", 400),
+    ("a history of a group of others is refused", "/history?node=group:0", "m.okafor", 403),
+    ("a history of everything is the administrators'", "/history", "m.okafor", 403),
     ("a session has no parameters", "/session?q=a", "admin", 400),
 ]
 
@@ -510,6 +514,24 @@ class HostTest(unittest.TestCase):
             for token in "0" * 64, tokens["admin"]:
                 self.assertEqual(self.request(path, token, method="GET")[0], 401)
             self.assertEqual(self.request(path, tokens["idle"])[0], 405)
+
+    def test_history_tells_over_http_and_on_the_command_line_who_changed_what(self):
+        token = self.serve(account="m.okafor")
+        self.request("/webapi/VELQ.ZEM.KXGroup/1/set", token, json.dumps({"node_id": 3, "desc": "a\tb"}))
+        self.store.run("link", "remove", "group", "3", "4")
+        status, answer = self.request("/history?node=group:3", token, method="GET")
+        self.assertEqual((status, answer["next"], len(answer["changes"])), (200, None, 3))
+        link, desc, created = answer["changes"]
+        self.assertEqual(desc, {"time": desc["time"], "uid": 1001, "account": "m.okafor", "action": "changed",
+                                "kind": "group", "id": 3, "name": "Web", "path": "Web", "members": [
+                                    {"member": "desc", "before": "Public site and customer portal", "after": "a\tb"}]})
+        self.assertEqual([(change["command"], change["action"]) for change in (link, created)],
+                         [("link", "changed"), ("apply", "created")])
+        lines = self.store.run("history", "--node", "group:3", "--since", time.strftime("%Y-%m-%d", time.gmtime(0)))
+        self.assertRegex(lines.splitlines()[1], r"^\S+Z m\.okafor changed group 3 \S*/Web: desc Public .* -> a\\u0009b$")
+        self.assertRegex(lines.splitlines()[0], r"Z zemhost link changed group 3 \S*/Web: linked_gpo 4,3 -> 3$")
+        only = self.store.run("history", "--by", "m.okafor", "--json").splitlines()
+        self.assertEqual([json.loads(line)["members"] for line in only], [desc["members"]])
 
     def test_tokens_are_created_listed_and_revoked(self):
         kept, lost = self.serve(), self.store.token("admin", "--label", "old laptop", "--days", "2")

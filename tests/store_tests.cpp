@@ -587,8 +587,8 @@ TEST_P(StoreTest, largerChangesTakeFewMoreStatements)
         EXPECT_EQ(changeAs(uid, change, id, text), 0) << text;
         return store::statementCount() - before;
     };
-    EXPECT_EQ(statements(1, create, 3, "{'name':'n'}"), 7u);
-    EXPECT_EQ(statements(2, create, 3, "{'name':'m'}"), 8u);  // one more checks the rights to the parent
+    EXPECT_EQ(statements(1, create, 3, "{'name':'n'}"), 8u);
+    EXPECT_EQ(statements(2, create, 3, "{'name':'m'}"), 9u);  // one more checks the rights to the parent
     const uint64_t oneLink = statements(1, set, 4, linking("{'id':1}"));
     // The link before is removed, and the new ones take more than one statement.
     EXPECT_EQ(statements(1, set, 4, jLinks.toStyledString()), oneLink + 1 + kMany / kRowsPerStatement - 1);

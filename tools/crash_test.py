@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""Kills the server at random moments while clients change groups. Checks each time that the database is intact, that the
-fleet is valid, and that the store contains every change that was answered with success.
+"""Kills two servers of one store at random moments while eight accounts change groups. Checks each time that the
+database is intact, that the fleet is valid, that the store contains every change that was answered with success, and
+that the history leads change by change from the groups before to those after.
 
 usage: tools/crash_test.py BUILD_DIR [--rounds 50] [--seed N] [--database postgresql]
 """
@@ -18,7 +19,7 @@ import time
 sys.dont_write_bytecode = True  # no cache beside the sources
 from zemhost import Server, Store, call, database  # noqa: E402
 
-WRITERS = 6
+WRITERS = 8  # accounts, half of them at each server
 POLICIES = range(1, 9)  # those of the sample fleet
 
 # Each query returns a row for each fault. The first two check SQLite's file.
@@ -33,6 +34,9 @@ FAULTS = {
 }
 SESSIONS = ("SELECT pid FROM pg_stat_activity WHERE pid <> pg_backend_pid()"
             " AND application_name = current_setting('application_name')")
+MEMBERS = ["parent_id", "name", "desc", "linked_gpo"]
+NO_GROUP = (0, "", "", [])
+CUT = object()  # a value that the history does not hold as a whole
 LINKS = "SELECT linked_gpo FROM ou UNION ALL SELECT linked_gpo FROM kx"
 
 
@@ -53,6 +57,24 @@ def find_faults(store):
         return [str(e)]
 
 
+def changes_since(store, when):
+    """Returns the changes of the history since a time, the oldest first."""
+    since = time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime(when))
+    return [json.loads(line) for line in store.run("history", "--json", "--since", since).splitlines()][::-1]
+
+
+def value_of(member, side):
+    """Returns a member's value before or after a change."""
+    value = member.get(side, NO_GROUP[MEMBERS.index(member["member"])])
+    if member["member"] == "linked_gpo" and isinstance(value, str):
+        return [int(id) for id in value.split(",") if id]
+    return CUT if member.get("cut") else value
+
+
+def is_same(one, other):
+    return CUT in (one, other) or one == other
+
+
 def below(groups, top):
     """Returns the group and all its descendants."""
     found = {top}
@@ -70,9 +92,10 @@ class Writer(threading.Thread):
     that has no answer yet, each from the groups before it to those after it; ids gives those of new groups.
     """
 
-    def __init__(self, home, groups, server, token, seed):
+    def __init__(self, home, groups, server, account, token, seed):
         super().__init__()
-        self.home, self.groups, self.server, self.token = home, groups, server, token
+        self.home, self.groups, self.server, self.account, self.token = home, groups, server, account, token
+        self.start_groups = groups
         self.random = random.Random(seed)
         self.pending, self.answered, self.refused = [], 0, []
 
@@ -138,6 +161,26 @@ class Writer(threading.Thread):
                 return None, steps
         return f"below {self.home}: stored {stored}\nanswered {self.groups}\nand {len(self.pending)} steps more", 0
 
+    def replay(self, changes):
+        """Makes the account's changes of the history on the groups that were there at the start. Returns the faults."""
+        groups = dict(self.start_groups)
+        for change in changes:
+            id, is_new = change["id"], change["id"] not in groups
+            group = dict(zip(MEMBERS, groups.pop(id, NO_GROUP)))
+            if is_new != (change["action"] == "created"):
+                return [f"{self.account}: no change of {group}: {change}"]
+            for member in change["members"]:
+                if not is_same(group[member["member"]], value_of(member, "before")):
+                    return [f"{self.account}: no change of {group}: {change}"]
+                group[member["member"]] = value_of(member, "after")
+            group["name"] = change["name"]
+            if change["action"] != "deleted":
+                groups[id] = tuple(group.values())
+        if groups.keys() == self.groups.keys() and all(is_same(*pair) for id, values in groups.items()
+                                                       for pair in zip(values, self.groups[id])):
+            return []
+        return [f"{self.account}: the history leads to {groups}\nstored {self.groups}"]
+
 
 def read_groups(store, home):
     rows = store.rows('SELECT id, parent_id, name, "desc", linked_gpo FROM ou')
@@ -159,14 +202,18 @@ def take_copy(store, folder):
     return store
 
 
-def play_round(store, token, homes, chance, totals):
-    """Serves, kills the server and checks the store. Returns the faults."""
-    server = Server(store)
-    writers = [Writer(home, groups, server, token, chance.random()) for home, groups in homes.items()]
+def play_round(store, tokens, homes, chance, totals):
+    """Serves, kills the servers and checks the store. Returns the faults."""
+    servers = [Server(store), Server(store)]
+    writers = [Writer(home, groups, servers[i % 2], f"writer {i}", tokens[i], chance.random())
+               for i, (home, groups) in enumerate(homes.items())]
+    start = time.time()
+    known = len(changes_since(store, start))
     for writer in writers:
         writer.start()
     time.sleep(chance.uniform(0.05, 0.8))
-    server.kill()
+    for server in servers:
+        server.kill()
     for writer in writers:
         writer.join()
     with tempfile.TemporaryDirectory() as folder:
@@ -179,6 +226,12 @@ def play_round(store, token, homes, chance, totals):
             totals["answered"] += writer.answered
             totals["cut"] += bool(writer.pending)
             totals["kept"] += steps > 0
+        changes = [] if faults else changes_since(copy, start)[known:]
+        for writer in [] if faults else writers:
+            faults += writer.replay([change for change in changes if change.get("account") == writer.account])
+        faults += [f"made by nobody: {change}" for change in changes
+                   if change.get("account") not in {writer.account for writer in writers}]
+        totals["recorded"] += len(changes)
     return faults
 
 
@@ -191,23 +244,26 @@ def main():
     options = parser.parse_args()
     chance = random.Random(options.seed)
     print(f"seed {options.seed}")
-    totals = dict.fromkeys(["answered", "cut", "kept"], 0)
+    totals = dict.fromkeys(["answered", "cut", "kept", "recorded"], 0)
     start = time.monotonic()
     with tempfile.TemporaryDirectory() as folder, database(options.database) as url:
         store = Store(options.build, folder, url)
         store.fill()
+        accounts = [{"uid": 5000 + i, "name": f"writer {i}", "admin": True} for i in range(WRITERS)]
+        (store.folder / "accounts.json").write_text(json.dumps({"accounts": accounts}))
+        store.run("apply", "accounts.json")
         params = json.dumps({"multiple_data": [{"name": f"writer {i}", "parent_id": 1} for i in range(WRITERS)]})
         made = json.loads(store.run("call", "VELQ.ZEM.KXGroup", "create", "--params", params, "--as", "admin"))
         homes = {id: {id: (1, f"writer {i}", "", [])} for i, id in enumerate(made["data"]["ids"])}
-        token = store.token("admin")
+        tokens = [store.token(account["name"]) for account in accounts]
         for number in range(options.rounds):
-            faults = play_round(store, token, homes, chance, totals)
+            faults = play_round(store, tokens, homes, chance, totals)
             if faults:
                 print(f"round {number + 1}:", *faults, sep="\n")
                 return 1
         store.run("tree", "--as", "admin")
     print(f"{options.rounds} kills, {totals['answered']} changes answered and all there, {totals['cut']} cut off, "
-          f"{totals['kept']} of these there; {time.monotonic() - start:.0f} s")
+          f"{totals['kept']} of these there, {totals['recorded']} changes in the history; {time.monotonic() - start:.0f} s")
     return 0 if totals["answered"] else 1
 
 

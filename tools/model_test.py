@@ -19,7 +19,7 @@ import time
 import urllib.parse
 
 sys.dont_write_bytecode = True  # no cache beside the sources
-from zemhost import Server, Store, call, database, send  # noqa: E402
+from zemhost import Server, Store, call, database, receive, send  # noqa: E402
 
 ADMINS = {1000: "admin", 1001: "deputy"}
 RACER = 3000  # whose rights the races take; the steps give it none
@@ -620,9 +620,10 @@ class Steps:
         self.latest = ""  # request or command that may have changed something, and what the model says of it
 
     def step(self):
-        kind = self.chance.choices(["request", "query", "void token", "token", "node link"], [92, 2, 2, 1, 2])[0]
-        {"request": self.request, "query": self.query, "void token": self.use_void_token,
-         "token": self.change_token, "node link": self.link_node}[kind]()
+        kind = self.chance.choices(["request", "query", "history", "void token", "token", "node link"],
+                                   [92, 2, 4, 2, 1, 2])[0]
+        {"request": self.request, "query": self.query, "history": self.read_history,
+         "void token": self.use_void_token, "token": self.change_token, "node link": self.link_node}[kind]()
         if self.chance.random() < 0.5:
             self.compare(self.chance.choice([*NAMES]))
 
@@ -702,6 +703,22 @@ class Steps:
         self.tokens[uid] = self.store.token(NAMES[uid])
         self.compare(uid)
         self.outcomes["token"]["done"] += 1
+
+    def read_history(self):
+        """Reads the history of a record, whose newest change must show the name that the record has now."""
+        uid, model = self.chance.choice([*NAMES]), self.model
+        kind, nodes = self.chance.choice([("group", model.groups), ("server", model.servers),
+                                          ("policy", model.policies), ("account", {})])
+        id = self.chance.choice([*nodes, 10**6])
+        group = id if kind == "group" else nodes[id].parent if id in nodes else None
+        self.latest = f"{NAMES[uid]}: history of {kind} {id}"
+        send(self.connection, f"/history?node={kind}:{id}", self.tokens[uid], None, "GET")
+        status, answer = receive(self.connection)
+        expected = 200 if uid in ADMINS or (group is not None and model.manages(uid, group)) else 403
+        self.outcomes["history"]["done" if status == 200 else "refused"] += 1
+        names = [change["name"] for change in answer.get("changes", [])][:1]
+        if status != expected or (status == 200 and id in nodes and id != 0 and names != [nodes[id].name]):
+            raise Divergence(f"{self.latest}: expected {expected}, got {status} {answer}")
 
     def link_node(self):
         """Links a policy to a group or server with the command, or unlinks it."""

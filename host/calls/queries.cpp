@@ -1,7 +1,8 @@
-// Answers who the sender is, and which accounts there are.
+// Answers who the sender is, which accounts there are, and what was changed.
 #include "host/calls/queries.h"
 
 #include <memory>
+#include <stdexcept>
 #include <vector>
 
 #include <json/writer.h>
@@ -56,6 +57,21 @@ Answer answerAccounts(const Query& query)
     return answerWith(jAnswer);
 }
 
+Answer answerHistory(const Query& query)
+{
+    const auto valueOf = [&query](const char* szName) {
+        const auto found = query.parameters.find(szName);
+        return found == query.parameters.end() ? std::string() : found->second;
+    };
+    try {
+        const auto page = store::readHistory(query.account.uid, {.node = valueOf("node"), .before = valueOf("before")});
+        return page ? answerWith(*page)
+                    : errorAnswer(403, {.reason = {}, .member = {}, .text = "the account may not see these changes"});
+    } catch (const std::invalid_argument& error) {
+        return errorAnswer(400, {.reason = {}, .member = {}, .text = error.what()});
+    }
+}
+
 }  // namespace
 
 const QueryRow* findQuery(const std::string& path)
@@ -63,6 +79,7 @@ const QueryRow* findQuery(const std::string& path)
     static const QueryRow kQueries[] = {
         {"/session", {}, answerSession},
         {"/accounts", {"q"}, answerAccounts},
+        {"/history", {"node", "before"}, answerHistory},
     };
     for (const QueryRow& row : kQueries) {
         if (path == row.szPath) {

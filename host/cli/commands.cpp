@@ -128,6 +128,7 @@ int serveModules(const ModuleSet& modules, const StaticFiles& page, const ServeO
                      "  zemhost apply FILE   a fleet file, with the same --store\n"
                      "  zemhost token NAME   likewise, for one of its accounts\n";
     }
+    store::keepHistory(options.historyDays);
     serve(modules, page, options);
     return 0;
 }

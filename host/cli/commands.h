@@ -83,6 +83,10 @@ int printTree(const ModuleSet& modules, const std::string& account);
 // parameters "offset", "limit", "sort_by" and "sort_direction".
 int listTopGroups(const ModuleSet& modules, const std::string& account, const Json::Value& jPaging);
 
+// Prints the changes that the filter selects, the newest first, one on a line; as JSON, an object on each line as
+// docs/api.md describes it. Throws std::invalid_argument for a node of a wrong form.
+int printHistory(store::HistoryFilter filter, bool asJson);
+
 struct LinkChange {
     std::string action;  // "add" or "remove"
     std::string kind;    // kind of the node: "group" or "server"

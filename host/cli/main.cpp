@@ -36,6 +36,7 @@ struct CommandLine {
     host::ModuleSet modules;
     store::OpenMode mode = store::OpenMode::existingOnly;
     size_t connections = 1;         // to the store; all commands but serve use one thread
+    std::string command;            // name of the given command
     std::function<void()> prepare;  // reads files, before the store is opened; empty when there are none
     std::function<int()> run;
 };
@@ -45,7 +46,8 @@ CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, 
                      const std::function<void()>& prepare = nullptr)
 {
     CLI::App* pCommand = line.app.add_subcommand(szName, szHelp);
-    pCommand->callback([&line, work, prepare] {
+    pCommand->callback([&line, szName, work, prepare] {
+        line.command = szName;
         line.run = work;
         line.prepare = prepare;
     });
@@ -115,6 +117,11 @@ void addServe(CommandLine& line)
         ->add_option("--proxy", pOptions->proxies,
                      "Address of a trusted proxy, repeatable: the client address that it forwards counts")
         ->allow_extra_args(false);
+    pServe
+        ->add_option("--keep-history", pOptions->historyDays,
+                     "Days for which changes stay in the history; 0: none is kept")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 36500));
     pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow an address that can be reached from elsewhere");
     pServe->add_flag("--debug", pOptions->echoesFailures, "Write the modules' failure lines to standard output, too");
     auto* pFolder = pServe->add_option("--console", pConsole->folder,
@@ -249,12 +256,39 @@ void addLink(CommandLine& line)
     pLink->add_option("POLICY", pChange->policyId, "Identifier of the policy")->required();
 }
 
+// Reads "2026-11-23" or "2026-11-23T16:00:00Z", a time in UTC.
+int64_t timeOf(const std::string& text)
+{
+    for (const char* szFormat : {"%Y-%m-%d", "%Y-%m-%dT%H:%M:%SZ"}) {
+        tm parts{};
+        const char* szEnd = strptime(text.c_str(), szFormat, &parts);
+        if (szEnd != nullptr && *szEnd == '\0') {
+            return timegm(&parts);
+        }
+    }
+    throw CLI::ValidationError("--since", "neither a date, as 2026-11-23, nor a time, as 2026-11-23T16:00:00Z");
+}
+
+void addHistory(CommandLine& line)
+{
+    const auto pFilter = std::make_shared<store::HistoryFilter>();
+    const auto pAsJson = std::make_shared<bool>(false);
+    CLI::App* pHistory = addCommand(line, "history", "Print who changed what, the newest change first",
+                                    [pFilter, pAsJson] { return host::printHistory(*pFilter, *pAsJson); });
+    pHistory->add_option("--node", pFilter->node, "Only changes of group:N, server:N, policy:N or account:N");
+    pHistory->add_option("--by", pFilter->by, "Only changes by the account of that name, by uid=N, or by a command");
+    pHistory->add_option_function<std::string>(
+        "--since", [pFilter](const std::string& text) { pFilter->since = timeOf(text); },
+        "Only changes since a date or a time, as 2026-11-23T16:00:00Z");
+    pHistory->add_flag("--json", *pAsJson, "Print each change as a JSON object");
+}
+
 void addCommands(CommandLine& line)
 {
     line.app.set_version_flag("--version", kVersion, "Print the version and exit");
     line.app.footer("zemhost COMMAND --help describes a command. Exit status: 0, 1 for a failure, 2 for wrong usage.");
     for (const auto add : {addServe, addApply, addImport, addExport, addToken, addTokens, addRevoke, addTree, addCall,
-                           addList, addLink}) {
+                           addList, addLink, addHistory}) {
         add(line);
     }
     line.app.allow_extras();  // set after the commands were added, which would inherit it; parse() names the words
@@ -316,6 +350,7 @@ int run(int argc, char** argv)
     if (line.prepare) {
         line.prepare();
     }
+    store::setCommand(line.command);
     const OpenStore store(line);
     const int status = line.run();
     if (!std::cout.flush()) {

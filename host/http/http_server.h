@@ -22,6 +22,7 @@ struct ServeOptions {
     size_t keptAnswersMib = 64;                       // memory for kept answers of what only reads; 0: none is kept
     size_t memoryMib = 0;                             // for all requests together; 0: half of the machine's
     std::vector<std::string> proxies{};  // numeric addresses of proxies; the client addresses that they forward count
+    int historyDays = 400;               // how long changes stay in the history; 0: none is kept
     unsigned idleTimeout = 10;  // seconds until an idle connection is closed; waiting for a handler is not idle
 };
 

@@ -60,4 +60,12 @@ constexpr std::chrono::seconds kNoStatePause{60};
 // Uses are collected for this time and then written together.
 constexpr std::chrono::minutes kTokenUseInterval{10};
 
+// --- Deletion of old changes from the history
+
+// Each deletion ends the life of kept answers, so it is seldom tried. When there is much to delete, others may write
+// between two steps. A step that would have to wait for a lock is put off.
+constexpr std::chrono::minutes kPruningInterval{60};
+constexpr std::chrono::milliseconds kPruningStepPause{100};
+constexpr std::chrono::seconds kPruningRetryPause{5};
+
 }  // namespace store

@@ -7,6 +7,7 @@
 #include "store/fleet/load.h"
 #include "store/fleet/parse.h"
 #include "store/fleet/plan_text.h"
+#include "store/fleet/record_plan.h"
 #include "store/fleet/write.h"
 #include "store/records/analyze.h"
 
@@ -55,6 +56,7 @@ ApplyResult planAndWrite(const Fleet& stored, const Fleet& file, bool prune, soc
     if (pSql != nullptr && !result.lines.empty()) {
         ProgressReporter reporter(progress, result.counts);
         writePlan(*pSql, plan, after, [&reporter] { reporter.addRecord(); });
+        recordPlan(*pSql, plan, stored, after);
     }
     return result;
 }

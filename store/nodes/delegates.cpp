@@ -4,6 +4,7 @@
 #include <optional>
 #include <unordered_map>
 
+#include "store/history/recorder.h"
 #include "store/nodes/listing_snapshot.h"
 #include "store/records/delegates.h"
 #include "store/rules/change.h"
@@ -134,6 +135,23 @@ std::optional<std::vector<int64_t>> delegatesToSet(soci::session& sql, const Rig
     return ugids;
 }
 
+template <typename R>
+void recordDelegates(soci::session& sql, const Rights& rights, int64_t id, const std::vector<int64_t>& ugids)
+{
+    if (!isRecording()) {
+        return;
+    }
+    R node;
+    load(sql, id, node);
+    std::vector<int64_t> before;
+    for (const Delegate& item : readDelegates(sql, Kind<R>::kType, id)) {
+        before.push_back(static_cast<int64_t>(item.ugid));
+    }
+    Change change = changeBetween(&node, &node);
+    change.members.addDelegates(&before, &ugids);
+    record(sql, actorOf(rights), change);
+}
+
 std::string replaceDelegates(soci::session& sql, const Request& request)
 {
     const Rights rights(sql);
@@ -141,12 +159,13 @@ std::string replaceDelegates(soci::session& sql, const Request& request)
     if (!ugids) {
         return "";
     }
+    const bool isServer = request.nodeType == kServerType;
+    (isServer ? recordDelegates<Server> : recordDelegates<Group>)(sql, rights, request.id, *ugids);
     change(sql, "DELETE FROM delegate WHERE node_type = :type AND node_id = :id", request.nodeType, request.id);
     Inserter<DelegateRow> inserter(sql);
     insertDelegates(inserter, request.nodeType, request.id, *ugids);
     inserter.flush();
-    const char* szKind = request.nodeType == kServerType ? Kind<Server>::kName : Kind<Group>::kName;
-    return changeLine(rights, szKind, request.id, "delegate");
+    return changeLine(rights, isServer ? Kind<Server>::kName : Kind<Group>::kName, request.id, "delegate");
 }
 
 // Most calls change nothing, so a reading transaction comes first, which does not block writers.

@@ -1,6 +1,9 @@
 // Loads, changes, creates and deletes groups, and checks that they stay a tree of limited depth.
 #include <ctime>
+#include <map>
+#include <vector>
 
+#include "store/history/recorder.h"
 #include "store/records/rows.h"
 #include "store/rules/change.h"
 #include "store/rules/checks.h"
@@ -119,7 +122,7 @@ std::string replaceGroup(soci::session& sql, Group& group, const CheckedLinks& c
     if (hasSameFields(group, stored)) {
         return "";
     }
-    const std::string changed = replace(sql, group, stored);
+    const std::string changed = replace(sql, rights, group, stored);
     writeLinkChange(sql, Kind<Group>::kType, group.id, links);
     return changeLine(rights, Kind<Group>::kName, group.id, changed);
 }
@@ -143,7 +146,72 @@ std::string createGroup(soci::session& sql, Group& group, const CheckedLinks& ch
     inserter.insert(group);
     inserter.flush();
     writeLinkChange(sql, Kind<Group>::kType, group.id, links);
+    record(sql, actorOf(rights), changeBetween<Group>(nullptr, &group));
     return changeLine(rights, Kind<Group>::kName, group.id, "created");
+}
+
+using Groups = std::map<int64_t, Group>;
+using DelegateLists = std::map<int64_t, std::vector<int64_t>>;  // uids by group
+
+// Returns the groups that the table "ancestors" or "subtree" lists for the group. with: the text that defines it.
+Groups readGroups(soci::session& sql, const std::string& with, const std::string& table, int64_t id)
+{
+    Groups groups;
+    Reader<Group> reader(sql, with, "WHERE id IN (SELECT id FROM " + table + ")", id);
+    for (Group group; reader.next(group);) {
+        groups.emplace(group.id, group);
+    }
+    return groups;
+}
+
+DelegateLists readDelegatesBelow(soci::session& sql, int64_t id)
+{
+    DelegateLists lists;
+    Reader<DelegateRow> reader(sql, kSubtree,
+                               "WHERE node_type = :type AND node_id IN (SELECT id FROM subtree)"
+                               " ORDER BY node_id, position",
+                               id, Kind<Group>::kType);
+    for (DelegateRow row; reader.next(row);) {
+        lists[row.nodeId].push_back(row.ugid);
+    }
+    return lists;
+}
+
+// Records that the servers or policies of the subtree move to the root.
+template <typename R>
+void recordMoves(soci::session& sql, BulkRecorder& recorder, GroupPaths& paths, int64_t id)
+{
+    Reader<R> reader(sql, kSubtree, "WHERE parent_id IN (SELECT id FROM subtree) ORDER BY id", id);
+    for (R stored; reader.next(stored);) {
+        R moved(stored);
+        moved.parentId = 0;
+        recorder.add(changeBetween(&stored, &moved), paths);
+    }
+}
+
+// Records what deleteGroups() is about to do.
+void recordDeletion(soci::session& sql, const Rights& rights, int64_t id)
+{
+    if (!isRecording()) {
+        return;
+    }
+    Groups groups = readGroups(sql, kAncestors, "ancestors", id);
+    const Groups below = readGroups(sql, kSubtree, "subtree", id);
+    groups.insert(below.begin(), below.end());
+    GroupPaths paths([&groups](int64_t groupId) {
+        const auto found = groups.find(groupId);
+        return found == groups.end() ? nullptr : &found->second;
+    });
+    DelegateLists delegates = readDelegatesBelow(sql, id);
+    BulkRecorder recorder(sql, actorOf(rights));
+    for (const auto& [groupId, group] : below) {
+        Change change = changeBetween<Group>(&group, nullptr);
+        change.members.addDelegates(&delegates[groupId], nullptr);
+        recorder.add(change, paths);
+    }
+    recordMoves<Policy>(sql, recorder, paths, id);
+    recordMoves<Server>(sql, recorder, paths, id);
+    recorder.flush();
 }
 
 std::string deleteGroups(soci::session& sql, int64_t id)
@@ -156,6 +224,7 @@ std::string deleteGroups(soci::session& sql, int64_t id)
         throw noSuch<Group>(id);
     }
     requireNoCycle(sql, ancestry, id);
+    recordDeletion(sql, rights, id);
     const std::string inSubtree = "IN (SELECT id FROM subtree)";
     for (const char* szTable : {"kx", "gpo"}) {
         change(sql,

@@ -1,4 +1,5 @@
 // Loads and changes servers. Only a fleet file creates or deletes them.
+#include "store/history/recorder.h"
 #include "store/records/rows.h"
 #include "store/rules/change.h"
 #include "store/rules/checks.h"
@@ -21,7 +22,7 @@ int VELQZEMKxSet(_tag_velq_zem_kx_* pKx)
         if (hasSameFields(server, stored)) {
             return std::string();
         }
-        const std::string changed = replace(sql, server, stored);
+        const std::string changed = replace(sql, rights, server, stored);
         writeLinkChange(sql, Kind<Server>::kType, server.id, links);
         return changeLine(rights, Kind<Server>::kName, server.id, changed);
     });

@@ -51,30 +51,6 @@ bool areIdsOnly(const Json::Value& jLinks)
            std::all_of(jOrder.begin(), jOrder.end(), [](const Json::Value& jLink) { return jLink.size() == 1; });
 }
 
-// Reads the identifiers out of {"order":[{"id":N},...]} as writeJson() writes it. Returns false for any other text.
-bool readIdsOnly(std::string_view text, std::vector<int64_t>& ids)
-{
-    constexpr std::string_view kBegin = "{\"order\":[";
-    constexpr std::string_view kBefore = "{\"id\":";
-    if (!text.starts_with(kBegin)) {
-        return false;
-    }
-    text.remove_prefix(kBegin.size());
-    for (bool isMore = true; isMore;) {
-        const char* pEnd = text.data() + text.size();
-        if (!text.starts_with(kBefore)) {
-            return false;
-        }
-        const auto [pStop, error] = std::from_chars(text.data() + kBefore.size(), pEnd, ids.emplace_back());
-        if (error != std::errc() || pEnd - pStop < 2 || *pStop != '}') {
-            return false;
-        }
-        isMore = pStop[1] == ',';
-        text.remove_prefix(static_cast<size_t>(pStop - text.data()) + (isMore ? 2 : 1));
-    }
-    return text == "]}";
-}
-
 // Returns links to that many policies, each with the identifier 0.
 Json::Value blankLinks(size_t count)
 {
@@ -112,6 +88,29 @@ std::string placeOf(size_t index)
 }
 
 }  // namespace
+
+bool readIdsOnly(std::string_view text, std::vector<int64_t>& ids)
+{
+    constexpr std::string_view kBegin = "{\"order\":[";
+    constexpr std::string_view kBefore = "{\"id\":";
+    if (!text.starts_with(kBegin)) {
+        return false;
+    }
+    text.remove_prefix(kBegin.size());
+    for (bool isMore = true; isMore;) {
+        const char* pEnd = text.data() + text.size();
+        if (!text.starts_with(kBefore)) {
+            return false;
+        }
+        const auto [pStop, error] = std::from_chars(text.data() + kBefore.size(), pEnd, ids.emplace_back());
+        if (error != std::errc() || pEnd - pStop < 2 || *pStop != '}') {
+            return false;
+        }
+        isMore = pStop[1] == ',';
+        text.remove_prefix(static_cast<size_t>(pStop - text.data()) + (isMore ? 2 : 1));
+    }
+    return text == "]}";
+}
 
 PolicyLinks storableLinks(const VLIBCString& text)
 {

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <functional>
+#include <string_view>
 #include <vector>
 
 #include <json/value.h>
@@ -27,6 +28,10 @@ PolicyLinks storableLinks(const VLIBCString& text);
 // Returns the text to store for the links of a request; empty when the order is empty and no other member is there.
 // Throws InvalidInput as linkIds() does, and Refusal EINVAL when the value is nested too deep.
 VLIBCString linksText(Json::Value jLinks);
+
+// Appends the identifiers of a text of links that holds nothing else, {"order":[{"id":N},...]} as writeJson() writes
+// it. Returns false for any other text; ids may be changed then.
+bool readIdsOnly(std::string_view text, std::vector<int64_t>& ids);
 
 // Returns the value of a text of links. Throws Refusal EINVAL when it is not JSON.
 Json::Value parseLinks(const char* szText);

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <array>
-#include <ctime>
 #include <deque>
 #include <map>
 #include <memory>
@@ -277,40 +276,6 @@ private:
     std::unique_ptr<Statement> m_pStatement;
     size_t m_prepared = 0;  // number of rows that the statement inserts
 };
-
-// Writes the record over the stored one, which has its identifier and revision, and sets its new time and revision.
-// Fields that are the same are not written, because a text can be long. Returns the names of those that differ,
-// separated by commas, without those that the store manages. Throws Refusal EAGAIN when the store holds no such record
-// any more.
-template <typename R>
-std::string replace(soci::session& sql, R& record, const R& stored)
-{
-    const int64_t before = record.revision;
-    record.mtime = std::time(nullptr);
-    record.revision = nextRevision(before);
-    Row<R> row;
-    row.copyFrom(record);
-    Statement statement(sql);
-    std::string assignments, names;
-    for (size_t i = 0; i < Kind<R>::kFields.size(); ++i) {
-        const Field<R>& field = Kind<R>::kFields[i];
-        if (isSame(field, record, stored)) {
-            continue;
-        }
-        row.bindIn(statement, i);
-        assignments += std::string(assignments.empty() ? "\"" : ", \"") + field.name + "\" = :" + field.name;
-        if (field.kind != FieldKind::storeManaged) {
-            names += (names.empty() ? "" : ",") + std::string(field.name);
-        }
-    }
-    statement.in(record.id).in(before);
-    statement.prepare(std::string("UPDATE ") + Kind<R>::kTable + " SET " + assignments +
-                      " WHERE id = :key AND revision = :before");
-    if (statement.change() != 1) {
-        throw changedSinceRead();
-    }
-    return names;
-}
 
 // Loads the record of that identifier, all fields but pNext, into *pRecord, in a transaction of its own. Returns 0, or
 // -1 with errno. EINVAL: pRecord is null. ENOENT: there is no such record.
