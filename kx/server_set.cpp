@@ -38,24 +38,17 @@ Json::Value read_members(const VELQ::APIRequest& req)
     return jRecord;
 }
 
-// Puts the request's server records into the array jRecords.
-int read_records(const VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& jRecords)
+// Reads the request's server records into the empty array jItems. If the servers all get the same members, reads their
+// identifiers into jItems and the members into jShared: a copy for each server could take more memory than there is.
+int read_items(const VELQ::APIRequest& req, VELQ::APIResponse& resp, Json::Value& jItems, Json::Value& jShared)
 {
-    Json::Value jIds(Json::arrayValue);
-
     if (req.HasParam("multiple_data")) {
-        return read_multiple_data(req, resp, jRecords);
+        return read_multiple_data(req, resp, jItems);
     }
-    if (0 > read_node_ids(req, resp, jIds)) {
+    if (0 > read_node_ids(req, resp, jItems)) {
         return -1;
     }
-    const Json::Value jMembers = read_members(req);
-    for (const Json::Value& jId : jIds) {
-        Json::Value& jRecord = jRecords.append(jMembers);
-        if (can_have_members(jRecord)) {
-            jRecord["id"] = jId;
-        }
-    }
+    jShared = read_members(req);
     return 0;
 }
 
@@ -107,10 +100,14 @@ int set_server(const SetRequest& set, const Json::Value& jRecord)
     return 0;
 }
 
-int set_servers(const SetRequest& set, const Json::Value& jRecords)
+// jShared: null if the items are records; otherwise each item is put into it as its "id".
+int set_servers(const SetRequest& set, const Json::Value& jItems, Json::Value& jShared)
 {
-    for (const Json::Value& jRecord : jRecords) {
-        if (0 > set_server(set, jRecord)) {
+    for (const Json::Value& jItem : jItems) {
+        if (jShared.isObject()) {
+            jShared["id"] = jItem;
+        }
+        if (0 > set_server(set, jShared.isNull() ? jItem : jShared)) {
             return -1;
         }
     }
@@ -121,11 +118,12 @@ int set_servers(const SetRequest& set, const Json::Value& jRecords)
 
 void set_servers_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
 {
-    Json::Value jRecords(Json::arrayValue);
+    Json::Value jItems(Json::arrayValue);
+    Json::Value jShared;
     uint32_t uid = 0;
 
     if (0 > check_request(req, resp) || 0 > begin_request(*req, *resp, &uid) ||
-        0 > read_records(*req, *resp, jRecords)) {
+        0 > read_items(*req, *resp, jItems, jShared)) {
         return;
     }
     const std::unique_ptr<_tag_velq_zem_kx_, void (*)(_tag_velq_zem_kx_*)> pKx(VELQZEMKxAlloc(), VELQZEMKxFree);
@@ -135,7 +133,7 @@ void set_servers_v1(VELQ::APIRequest* req, VELQ::APIResponse* resp)
     }
     SetRequest set = {*req, *resp, uid, pKx.get(), 0};
     // The store chooses the kind of servers, so it is read from a newly allocated record.
-    if (0 == read_server_member(set.pKx, "node_type", &set.serverType) && 0 == set_servers(set, jRecords)) {
+    if (0 == read_server_member(set.pKx, "node_type", &set.serverType) && 0 == set_servers(set, jItems, jShared)) {
         resp->SetSuccess(Json::Value());
     }
 }
