@@ -100,9 +100,13 @@ export class Edits {
     }
 
     // Returns a function that undoes a change. It keeps the revisions that the change left, so that the server refuses
-    // to undo it when someone else has changed a node in between. It must not keep a fleet: those are large.
+    // to undo it when someone else has changed a node in between.
     #undoing(inverse, text, isShownFirst) {
-        const revisions = this.#revisionsLeft(inverse.map(({ key }) => key));
+        const left = this.#loader.fleet;
+        const contents = new Map(inverse.map(({ key }) => [key, left.find(key)?.content]));
+        const revisionIn = (fleet, key) => unchangedRevision(fleet.find(key), contents.get(key));
+        const revisions = this.#loader.settled()
+            .then((fleet) => new Map(inverse.map(({ key }) => [key, revisionIn(fleet, key)])));
         return async () => {
             const known = await revisions;
             const fleet = await this.#loader.settled();
@@ -115,13 +119,6 @@ export class Edits {
             }
             await this.set(changes, `Undone: ${text}`, { isShownFirst, isUndoing: true });
         };
-    }
-
-    // Returns the revisions of the nodes as the change left them, by key; undefined for one that was changed since.
-    async #revisionsLeft(keys) {
-        const contents = new Map(keys.map((key) => [key, this.#loader.fleet.find(key)?.content]));
-        const fleet = await this.#loader.settled();
-        return new Map(keys.map((key) => [key, unchangedRevision(fleet.find(key), contents.get(key))]));
     }
 }
 
