@@ -28,8 +28,8 @@ BOUND = 15  # seconds from the loss of the primary to a success for every client
 
 
 class Proxy:
-    """Passes connections to a port of the loopback interface on to a database server. No byte passes while the gate of a
-    connection is closed, and no new connection while `gate` is."""
+    """Passes connections to a port of the loopback interface on to a database server. No byte passes while the gate of
+    a connection is closed, and no new connection while `gate` is."""
 
     def __init__(self, cluster):
         self.target = str(cluster.folder / ".s.PGSQL.5432")
@@ -185,6 +185,10 @@ def run(build, folder, kind, parameters):
         now = Store(build, folder, new.url if is_moved else old.url)
         faults += [fault for writer in writers for fault in writer.check(now, revisions[writer.home])]
         if is_moved:
+            late = json.dumps({"id": 0, "name": "late", "parent_id": 1})
+            moving.run("call", "VELQ.ZEM.KXGroup", "create", "--params", late, "--as", "admin")
+            if not now.rows("SELECT 1 AS there FROM ou WHERE name = 'late'"):
+                faults.append("a command wrote to the old primary")
             faults += [fault for writer in writers for fault in check_old(old, now, writer)]
         count = {fate: sum(len(w.made[fate]) + len(w.set[fate]) for w in writers) for fate in writers[0].made}
         print(f"{kind}: {count}; slowest {max(w.slowest for w in writers):.1f} s", flush=True)

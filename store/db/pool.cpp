@@ -19,6 +19,9 @@ Pool::Pool(Address address, size_t size) : m_address(std::move(address)), m_prob
 {
     if (m_address.isPostgres) {
         probe();
+        for (size_t i = 1; i < m_address.pPrimary->serverCount(); ++i) {
+            m_probe.lookForPrimary();  // the first server may be a former primary that accepts writes
+        }
     }
     for (size_t number = 0; number < size; ++number) {
         connect(number);

@@ -27,6 +27,11 @@ class Primary {
 public:
     explicit Primary(const std::string& url);
 
+    size_t serverCount() const
+    {
+        return m_urls.size();
+    }
+
     // Calls connect(url) with the URL of one server after the other until a call succeeds, and returns its result. The
     // first one is that of the last success. Throws as connect; Refusal EIO with all reasons when there are several
     // servers.
