@@ -164,6 +164,7 @@ REFUSED_COMMANDS = [
     ("two options that exclude each other", "serve --console . --no-console", 2, "--console"),
     ("no connection to the store", "serve --connections 0", 2, "--connections"),
     ("too many connections to the store", "serve --connections 65", 2, "--connections"),
+    ("a name as a proxy", "serve --listen localhost:0 --proxy proxy.example", 2, "no address of a proxy"),
     ("a token without a lifetime", "token admin --days 0", 2, "--days"),
 ]
 
@@ -580,6 +581,15 @@ class HostTest(unittest.TestCase):
             status, _ = self.request(TREE, "0" * 64, body + body)
         self.assertEqual(status, 503)
         self.assertEqual(self.request(TREE, token, body + body + b"{}")[0], 200)
+
+    def test_kept_answers_leave_memory_to_others(self):
+        fleet = json.loads(FLEET)
+        setting = {"version": 1, "text": "x" * 1_000_000}
+        fleet["policies"] += [{"id": 100 + i, "name": f"{i}", "desc": "", "parent_id": 0, "setting": setting} for i in range(4)]
+        self.store.run("apply", "-", input=json.dumps(fleet))
+        token = self.serve("--memory", "64")
+        for blanks in range(20):  # 80 MB of answers, each with a body of its own
+            self.assertEqual(self.request(TREE, token, " " * blanks + "{}")[0], 200)
 
     def test_senders_with_too_many_connections_lose_some(self):
         few_files = ["prlimit", "--nofile=320"]  # of which half is for connections: 80 of an address, 20 of an account

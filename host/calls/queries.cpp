@@ -1,9 +1,7 @@
 // Answers who the sender is, which accounts there are, and what was changed.
 #include "host/calls/queries.h"
 
-#include <memory>
 #include <stdexcept>
-#include <vector>
 
 #include <json/writer.h>
 
@@ -16,8 +14,7 @@ Answer answerWith(const Json::Value& jAnswer)
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
     builder["emitUTF8"] = true;
-    std::vector<std::string> parts{Json::writeString(builder, jAnswer)};
-    return {.text = std::make_shared<const std::vector<std::string>>(std::move(parts)), .succeeded = true};
+    return {.text = makeText({Json::writeString(builder, jAnswer)}), .succeeded = true};
 }
 
 Json::Value toJson(const store::Account& account)

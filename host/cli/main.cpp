@@ -16,6 +16,7 @@
 #include "host/base/text.h"
 #include "host/base/usage_error.h"
 #include "host/cli/commands.h"
+#include "host/http/client_address.h"
 #include "host/http/listen_socket.h"
 #include "store/store.h"
 
@@ -116,7 +117,10 @@ void addServe(CommandLine& line)
     pServe
         ->add_option("--proxy", pOptions->proxies,
                      "Address of a trusted proxy, repeatable: the client address that it forwards counts")
-        ->allow_extra_args(false);
+        ->allow_extra_args(false)
+        ->check([](const std::string& text) {
+            return host::addressNamed(text).empty() ? text + " is no address of a proxy: IPV4 or IPV6 in digits" : "";
+        });
     pServe
         ->add_option("--keep-history", pOptions->historyDays,
                      "Days for which changes stay in the history; 0: none is kept")

@@ -11,7 +11,7 @@ namespace host {
 
 namespace {
 
-constexpr size_t kNetworkBytes = 8;
+constexpr size_t kNetworkName = 1 + 8;  // of an IPv6 address; the name of an IPv4 address is shorter
 
 AddressName nameOf(const in_addr& address)
 {
@@ -24,7 +24,7 @@ AddressName nameOf(const in6_addr& address)
     if (IN6_IS_ADDR_V4MAPPED(&address)) {
         return "4" + std::string(pBytes + sizeof(in6_addr) - sizeof(in_addr), sizeof(in_addr));
     }
-    return "6" + std::string(pBytes, kNetworkBytes);
+    return "6" + std::string(pBytes, sizeof(address));
 }
 
 }  // namespace
@@ -37,6 +37,11 @@ AddressName addressNamed(const std::string& text)
         return nameOf(address4);
     }
     return inet_pton(AF_INET6, text.c_str(), &address6) == 1 ? nameOf(address6) : "";
+}
+
+std::string senderOf(const AddressName& address)
+{
+    return address.substr(0, kNetworkName);
 }
 
 AddressName peerOf(MHD_Connection* pConnection)

@@ -8,12 +8,15 @@
 
 namespace host {
 
-// The name of an address. An IPv6 address stands for its whole network of 64 bits, which one client can use alone; an
-// IPv4 address that is written as IPv6 is the same as the IPv4 address.
+// The name of an address. An IPv4 address that is written as IPv6 is the same as the IPv4 address.
 using AddressName = std::string;
 
 // Returns the name of the address, an empty one when the text is no address.
 AddressName addressNamed(const std::string& text);
+
+// Returns what the address has in common with others of the same client, which may use a whole IPv6 network of 64 bits
+// alone: its name, or the beginning of it. Empty for an empty name.
+std::string senderOf(const AddressName& address);
 
 // Returns the name of the address from which the connection comes. Call it on the thread that serves the connection.
 AddressName peerOf(MHD_Connection* pConnection);

@@ -16,6 +16,7 @@ namespace host {
 namespace {
 
 constexpr char kAccountPrefix[] = "account ";
+constexpr uint64_t kSmallAnswer = 16 << 10;  // in bytes; ending its connection would hardly free memory
 
 // Returns how many bytes of all that was sent the client has acknowledged; nothing when the system does not say it.
 std::optional<uint64_t> bytesTaken(int fd)
@@ -123,11 +124,12 @@ try {
     uint64_t freed = 0;
     std::vector<std::pair<uint64_t, int>> parts;  // of the memory, by socket
     for (const auto& [text, fds] : readers) {
-        const uint64_t part = memoryOf(*text) / fds.size();
+        const uint64_t all = memoryOf(*text);
+        const uint64_t part = all / fds.size();
         for (const int fd : fds) {
             if (m_connections.at(fd).isShutDown) {
                 freed += part;  // as soon as the owner closes it
-            } else {
+            } else if (all > kSmallAnswer) {
                 parts.emplace_back(part, fd);
             }
         }

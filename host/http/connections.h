@@ -59,7 +59,7 @@ public:
     void endSlow();
 
     // Shuts down the connections whose answers take the most memory until that many bytes become free. An answer that
-    // several of them wait for counts for each with its part.
+    // several of them wait for counts for each with its part. Leaves those with an answer of up to 16 KiB.
     void freeMemory(uint64_t bytes) noexcept;
 
 private:

@@ -292,10 +292,10 @@ MHD_Result Exchange::respondWithFile()
     return noteAnswer(queued, status, kFile);
 }
 
-AddressName Exchange::forwardedSender() const
+std::string Exchange::forwardedSender() const
 {
     const bool isForwarded = !m_server.proxies.empty() && m_server.proxies.contains(peerOf(m_pConnection));
-    return isForwarded ? forwardedClientOf(m_pConnection) : "";
+    return isForwarded ? senderOf(forwardedClientOf(m_pConnection)) : "";
 }
 
 MHD_Result Exchange::noteAnswer(MHD_Result queued, int code, const AnswerText& text)

@@ -115,7 +115,7 @@ private:
     MHD_Result respondWithFile();
     // code: for the log. text: what is sent, for the bound on memory.
     MHD_Result noteAnswer(MHD_Result queued, int code, const AnswerText& text);
-    AddressName forwardedSender() const;  // empty when the request does not come through a trusted proxy
+    std::string forwardedSender() const;  // empty when the request does not come through a trusted proxy
 
     void log(const std::string& code) const noexcept;
 

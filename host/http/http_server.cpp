@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -47,6 +48,7 @@ constexpr std::chrono::seconds kTransferTimeout{5};
 constexpr std::chrono::seconds kDrainTimeout{30};
 constexpr std::chrono::seconds kReceiveTime{30};  // for the head of a request, and for its body
 constexpr std::chrono::seconds kReadWindow{30};
+constexpr uint64_t kKeptShare = 4;  // kept answers take a quarter of the bounded memory at most
 
 // The library calls this when the head of a request has arrived, for each part of its body, at its end, and once more
 // when the connection is resumed.
@@ -85,7 +87,7 @@ void onConnection(void* pServer, MHD_Connection* pConnection, void**, MHD_Connec
     }
     try {
         const AddressName peer = peerOf(pConnection);
-        server.connections.open(fd, server.proxies.contains(peer) ? "" : peer);
+        server.connections.open(fd, server.proxies.contains(peer) ? "" : senderOf(peer));
     } catch (const std::exception&) {
         shutdown(fd, SHUT_RDWR);  // no memory
     }
@@ -188,12 +190,16 @@ ConnectionLimits connectionLimits(size_t connections, unsigned idleTimeout)
 std::set<AddressName> namesOf(const std::vector<std::string>& proxies)
 {
     std::set<AddressName> names;
-    for (const std::string& proxy : proxies) {
-        if (!names.insert(addressNamed(proxy)).second || names.contains("")) {
-            throw std::runtime_error(proxy + " is no address of a proxy: IPV4 or IPV6 in digits, each once");
-        }
-    }
+    std::transform(proxies.begin(), proxies.end(), std::inserter(names, names.end()), addressNamed);
     return names;
+}
+
+// Sets the bound on memory. Returns how much of it kept answers may take.
+size_t limitMemory(const ServeOptions& options)
+{
+    const uint64_t all = options.memoryMib > 0 ? uint64_t{options.memoryMib} << 20 : defaultMemoryLimit();
+    setMemoryLimit(all);
+    return std::min(uint64_t{options.keptAnswersMib} << 20, all / kKeptShare);
 }
 
 // Ends slow connections and gives unused memory back to the system, every second until it is told to stop.
@@ -229,12 +235,11 @@ void serve(const ModuleSet& modules, const StaticFiles& page, const ServeOptions
     }
     store::setChangeSink([](const std::string& line) { writeLog("change: " + line); });
     store::setOutageSink([](const std::string& line) { writeLog("zemhost: " + printable(line)); });
-    setMemoryLimit(options.memoryMib > 0 ? uint64_t{options.memoryMib} << 20 : defaultMemoryLimit());
     ServerState server{.modules = modules,
                        .page = page,
                        .proxies = namesOf(options.proxies),
                        .connections = Connections(connectionLimits(connections, options.idleTimeout)),
-                       .readAnswers = ReadAnswers(options.keptAnswersMib << 20),
+                       .readAnswers = ReadAnswers(limitMemory(options)),
                        .longestRequest = std::chrono::seconds(options.requestSeconds),
                        .handlers = HandlerPool({options.connections, 2 * options.connections}, kQueueSlots)};
     const std::jthread limiter([&server](const std::stop_token& stop) { keepWithinLimits(stop, server); });

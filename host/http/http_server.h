@@ -19,7 +19,7 @@ struct ServeOptions {
     bool echoesFailures = false;                      // whether the modules' failure lines go to standard output, too
     size_t connections = store::kDefaultConnections;  // to the store; also the number of handlers that accounts share
     unsigned requestSeconds = 60;                     // from which on a request makes no further change
-    size_t keptAnswersMib = 64;                       // memory for kept answers of what only reads; 0: none is kept
+    size_t keptAnswersMib = 64;                       // for kept answers, at most a quarter of all memory; 0: none
     size_t memoryMib = 0;                             // for all requests together; 0: half of the machine's
     std::vector<std::string> proxies{};  // numeric addresses of proxies; the client addresses that they forward count
     int historyDays = 400;               // how long changes stay in the history; 0: none is kept
@@ -32,7 +32,7 @@ struct ServeOptions {
 // still arrive and answers that are still read, and 30 seconds for handlers; then it ends the process with status 0.
 //
 // modules, page: outlive the call. Call it once per process, from the main thread before that starts others. Throws
-// std::runtime_error when the server cannot start or a proxy's address is malformed.
+// std::runtime_error when the server cannot start.
 void serve(const ModuleSet& modules, const StaticFiles& page, const ServeOptions& options);
 
 }  // namespace host
