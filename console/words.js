@@ -17,7 +17,6 @@ const REASONS = {
     cycle: () => "A group cannot be inside itself or inside a group below it.",
     too_long: (member) => `Choose a shorter text for ${nounOf(member)}.`,
     too_many: (member) => `There are too many entries in ${nounOf(member)}.`,
-    quota: () => "A limit of the server is reached. An administrator can raise it.",
     busy: () => "The server is too busy. Try again in a moment.",
     away: () => "The server's database does not answer. Try again in a moment.",
     cancelled: () => "The server cancelled the request. Try again.",

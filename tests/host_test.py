@@ -415,9 +415,11 @@ class HostTest(unittest.TestCase):
                          [("x", "", 3, 2)])
         answer = self.request(move, self.store.token("admin"), json.dumps({"node_id": own, "parent_id": 6}))[1]
         self.assertTrue(answer["success"], answer)
+        self.request("/webapi/VELQ.ZEM.GPO/1/link", token, '{"id":1,"target_add":[{"node_type":2,"node_id":6}]}')
         self.server.stop()
         log = self.store.log.read_text(encoding="utf-8")
-        self.assertRegex(log, r"module: webapi_zem_kx\.cpp:\d+ No permission for normal user \[m\.okafor\]")
+        for module in ("kx", "gpo"):
+            self.assertRegex(log, rf"module: webapi_zem_{module}\.cpp:\d+ No permission for normal user \[m\.okafor\]")
         self.assertEqual(re.findall("change: (.*)", log), [f"m.okafor server {own[0]} address"] +
                          [f"admin server {id} parent_id" for id in own])
 
