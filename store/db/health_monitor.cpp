@@ -54,20 +54,20 @@ void HealthMonitor::probeNow()
 void HealthMonitor::run()
 {
     std::unique_lock lock(m_mutex);
-    for (bool wasAnswering = true;; wasAnswering = m_isAnswering) {
-        // The database may answer under another address at once.
-        const bool hasOutageBegun = wasAnswering && !m_isAnswering;
-        m_changed.wait_for(lock, hasOutageBegun ? std::chrono::seconds(0) : kProbeInterval,
-                           [this] { return m_isWanted || m_isStopping; });
+    for (std::chrono::seconds pause = kProbeInterval;;) {
+        m_changed.wait_for(lock, pause, [this] { return m_isWanted || m_isStopping; });
         if (m_isStopping) {
             return;
         }
+        const bool wasAnswering = m_isAnswering;
         lock.unlock();
         probe();
         lock.lock();
         m_isWanted = false;
         ++m_probes;
         m_changed.notify_all();
+        // When an outage begins, the database may answer under another address at once.
+        pause = wasAnswering && !m_isAnswering ? std::chrono::seconds(0) : kProbeInterval;
     }
 }
 

@@ -21,7 +21,7 @@ constexpr char kBackendQuery[] =
 std::vector<std::string> split(const std::string& list)
 {
     std::vector<std::string> parts;
-    std::istringstream stream(list);
+    std::istringstream stream(list + ',');  // the last part may be empty, too: "5433," for the default port
     for (std::string part; std::getline(stream, part, ',');) {
         parts.push_back(part);
     }
