@@ -139,7 +139,7 @@ void Connection::close()
 
 void Connection::reconnect()
 {
-    ++gReconnects;
+    gReconnects += isPostgres() ? 1 : 0;  // a file loses nothing with its connection
     gPool->reconnect(m_number);
 }
 

@@ -30,8 +30,8 @@ bool isDatabaseOpen();
 // Whether the open database is on PostgreSQL rather than on SQLite. Any thread may call it.
 bool isPostgres();
 
-// Returns how often a connection was made anew. Changes that the database had not written to disk before may be lost
-// then. Any thread may call it.
+// Returns how often a connection to PostgreSQL was made anew. Changes that the database had not written to disk before
+// may be lost then. Any thread may call it.
 uint64_t reconnectCount();
 
 // One connection of the open database, leased to the calling thread while the object lives. Any thread may lease one. A

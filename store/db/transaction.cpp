@@ -16,8 +16,11 @@ namespace {
 
 WriteQueue gWriteQueue;
 
-void beginWritingSqlite(soci::session& sql)
+void beginWritingSqlite(soci::session& sql, Access access)
 {
+    if (access == Access::unsyncedWrite) {
+        execute(sql, "PRAGMA synchronous = NORMAL");
+    }
     const OperatorTurn turn;
     execute(sql, "BEGIN IMMEDIATE");
 }
@@ -25,7 +28,7 @@ void beginWritingSqlite(soci::session& sql)
 void begin(soci::session& sql, Access access)
 {
     if (!isPostgres()) {
-        return access == Access::read ? execute(sql, "BEGIN") : beginWritingSqlite(sql);
+        return access == Access::read ? execute(sql, "BEGIN") : beginWritingSqlite(sql, access);
     }
     if (access == Access::read) {
         return execute(sql, "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
@@ -97,18 +100,10 @@ Transaction::WriteTurn::~WriteTurn()
     }
 }
 
-Transaction::SyncSetting::SyncSetting(Connection& leased, Access access)
-    : connection(leased), isOff(access == Access::unsyncedWrite && !isPostgres())
-{
-    if (isOff) {
-        execute(leased.sql(), "PRAGMA synchronous = NORMAL");
-    }
-}
-
-Transaction::SyncSetting::~SyncSetting()
+Transaction::SyncReset::~SyncReset()
 {
     try {
-        if (isOff) {
+        if (access == Access::unsyncedWrite && !isPostgres()) {
             execute(connection.sql(), "PRAGMA synchronous = FULL");
         }
     } catch (...) {
@@ -116,7 +111,7 @@ Transaction::SyncSetting::~SyncSetting()
     }
 }
 
-Transaction::Transaction(Access access) : m_turn(access), m_access(access), m_sync(m_connection, access)
+Transaction::Transaction(Access access) : m_turn(access), m_access(access), m_sync{m_connection, access}
 {
     beginOrReconnect(m_connection, access);
 }
@@ -136,11 +131,12 @@ soci::session& Transaction::sql()
 void Transaction::commit()
 {
     requireAnswer(!m_turn.isTaken || !m_connection.isFormer());
+    const uint64_t reconnects = reconnectCount();
     try {
         execute(m_connection.sql(), "COMMIT");
         m_open = false;
         if (m_access == Access::unsyncedWrite && !threadState().reconnects) {
-            threadState().reconnects = reconnectCount();
+            threadState().reconnects = reconnects;
         }
     } catch (const Error& error) {
         m_open = false;

@@ -46,20 +46,17 @@ private:
         const bool isTaken;
     };
 
-    // While the object lives, SQLite does not wait for the disk on this connection if that access does not.
-    struct SyncSetting {
-        SyncSetting(Connection& leased, Access access);
-        ~SyncSetting();
-        SyncSetting(const SyncSetting&) = delete;
-        SyncSetting& operator=(const SyncSetting&) = delete;
+    // Lets SQLite wait for the disk again on this connection, after a transaction of that access.
+    struct SyncReset {
+        ~SyncReset();
         Connection& connection;
-        const bool isOff;
+        const Access access;
     };
 
     WriteTurn m_turn;  // declared first, so that it ends after the connection is given back
     Connection m_connection;
     const Access m_access;
-    const SyncSetting m_sync;
+    const SyncReset m_sync;
     bool m_open = true;
 };
 
