@@ -411,7 +411,10 @@ test("roles and names are true, in light and dark", OPTIONS, async () => {
     for (const colorScheme of ["light", "dark"]) {
         const window = await open(null, { colorScheme, viewport: { width: 1200, height: 600 } });
         assert.deepEqual(await window.violations(), []);
-        await window.page.goto(server.link("admin"));
+        await window.page.goto(server.link("admin")); // asks, as the page is open already
+        await window.dialog.waitFor();
+        assert.deepEqual(await window.violations(), []);
+        await window.button("Sign in", window.dialog).click();
         await window.choose("Web");
         colors.add(await window.page.evaluate(() => getComputedStyle(document.body).color));
         assert.deepEqual(await window.violations(), []);
