@@ -226,11 +226,14 @@ class HttpCacheTest(unittest.TestCase):
         self.write("", "stay")
         answer = self.get(PROBE, coding="gzip")
         self.assertEqual((b'"text"' in answer.text, self.probe(), self.calls()), (True, "text", 1))
-        self.write("", "regret")
-        (self.store.folder / "stay").unlink()
         self.assertEqual((self.get(PROBE, known=answer.tag, coding="gzip").status, self.calls()), (304, 1))
-        self.server.stop()
+        self.write("", "regret")
+        self.server.process.terminate()
+        time.sleep(0.3)
+        (self.store.folder / "stay").unlink()
+        self.server.stop()  # waits for the handler, and then closes the store
         self.assertIn("its success was sent before", self.store.log.read_text())
+        self.assertEqual(list(self.store.folder.glob("zem.db-*")), [])
 
     def test_answer_that_a_change_overtakes_is_neither_kept_nor_shared(self):
         self.serve_probe("old")

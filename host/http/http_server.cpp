@@ -137,6 +137,12 @@ unsigned portOf(MHD_Daemon* pDaemon)
     return MHD_get_daemon_info(pDaemon, MHD_DAEMON_INFO_BIND_PORT)->port;
 }
 
+// Returns whether a request is in progress, or a handler still releases what it made an answer of.
+bool isWorking(const ServerState& server)
+{
+    return server.exchangeCount > 0 || server.handlers.isBusy();
+}
+
 // Stops accepting connections, waits for the requests in progress and stops the daemon. The handlers are stopped before
 // the daemon, because no worker may resume a connection of a stopped daemon; a request that arrives in between is
 // refused.
@@ -147,7 +153,7 @@ void stopDaemon(ServerState& server, MHD_Daemon* pDaemon)
     shutdown(listenFd, SHUT_RDWR);  // refuses new connections instead of leaving them in the backlog
     const auto start = Clock::now();
     auto end = start + kTransferTimeout;
-    for (auto now = start; server.exchangeCount > 0 && now < std::min(end, start + kDrainTimeout); now = Clock::now()) {
+    for (auto now = start; isWorking(server) && now < std::min(end, start + kDrainTimeout); now = Clock::now()) {
         server.endsRequests = now > start + kGrace;
         if (server.handlers.isBusy()) {
             end = std::max(end, now + kGrace);  // for the handler's answer
