@@ -299,6 +299,12 @@ std::string storeState();
 // as at the start. It is called on a thread of the store, one call at a time. Its exceptions are ignored.
 void setOutageSink(std::function<void(const std::string& line)> sink);
 
+// Copies the store into a new file beside it, as it is at one moment, while this and other processes go on using it.
+// The file appears once it is complete, with mode 0600; it is a store itself, with the accounts' tokens. name: of the
+// file, without a folder. Returns its path. On PostgreSQL it throws an error that names the database's own program for
+// backups.
+std::string backUp(const std::string& name);
+
 // Returns the number of SQL statements that the calling thread has executed, including those of transactions.
 uint64_t statementCount();
 

@@ -649,6 +649,21 @@ class HostTest(unittest.TestCase):
                 self.assertEqual(self.store.run("export"), text)
                 self.assertEqual(self.store.run("apply", "--prune", "fleet.json"), "0 created, 0 changed, 0 deleted\n")
 
+    def test_backup_of_a_served_store_is_sound_and_check_names_what_is_not(self):
+        self.serve()
+        self.store.run("backup", "copy.db")
+        for name, why in [("copy.db", "File exists"), ("../copy.db", "beside the store")]:
+            self.assertIn(why, self.store.run("backup", name, status=1))
+        copy = {**os.environ, "ZEM_STORE": f"sqlite:{self.store.folder}/copy.db"}
+        self.assertEqual(self.store.run("export", env=copy), self.store.run("export"))
+        self.assertEqual(self.store.run("check", env=copy).count("ok "), 5)
+        with contextlib.closing(sqlite3.connect(self.store.folder / "copy.db")) as database, database:
+            database.execute("UPDATE token SET expires = unixepoch() + 9, last_used = unixepoch()")
+            database.execute("UPDATE gpo SET name = '' WHERE id = 3")
+        said = self.store.run("check", env=copy, status=1)
+        for wrong in "records of the store: policy 3 ", 'tokens: .*admin ".*" ends on 20':
+            self.assertRegex(said, "(?m)^wrong  " + wrong)
+
     def test_plan_lists_exactly_the_edits(self):
         before, trees = self.store.run("export"), self.trees()
         text = before

@@ -5,6 +5,7 @@ usage: tests/install_test.py BUILD_DIR [option of unittest or InstallTest.test_.
 """
 import contextlib
 import ctypes
+import gzip
 import json
 import os
 import pathlib
@@ -75,7 +76,7 @@ class InstallTest(unittest.TestCase):
             return call(connection, token, *arguments)[1]
 
     def test_moved_tree_runs(self):
-        self.assertRegex(self.store.run("--version"), r"^zemhost \d+\.\d+\.\d+\n$")
+        self.assertRegex(self.store.run("--version"), r"^zemhost \d+\.\d+\.\d+( \([0-9a-f]+\))?\n$")
         self.store.fill()
         self.assertIn("12 groups, 30 servers", self.store.run("tree", "--as", "admin"))
         self.serve()
@@ -176,6 +177,10 @@ class InstallTest(unittest.TestCase):
             owners = re.findall("^[^:]+", output("dpkg-query", "--search", f"*/{library}"), re.MULTILINE)
             self.assertTrue(depends & set(owners), f"{library} of {owners}")
         self.assertIn("/etc/default/zemhost\n", output("dpkg-deb", "--info", package, "conffiles"))
+        self.assertIn('.B "\\-\\-allow\\-remote"', gzip.open(self.folder / "unpacked/usr/share/man/man1/zemhost.1.gz", "rt").read())
+        completed = output("bash", "-c", 'source "$0"; COMP_WORDS=(zemhost link a); COMP_CWORD=2; _zemhost; echo ${COMPREPLY[@]}',
+                           self.folder / "unpacked/usr/share/bash-completion/completions/zemhost")
+        self.assertEqual(completed, "add\n")
         listed = output("dpkg-deb", "--contents", package)
         self.assertRegex(listed, r"(?m)^-rw------- root/root .* \./etc/default/zemhost$")
 

@@ -51,6 +51,9 @@ int importAnsibleInventory(const Json::Value& jInventory, const std::string& pat
 // Prints the whole store as a fleet file.
 int exportFleet();
 
+// Copies the store into a new file beside it and prints the path. name: of the file, without a folder.
+int backUpStore(const std::string& name);
+
 struct NewToken {
     std::string account;  // name of the account
     std::string label;    // distinguishes it from the account's other tokens

@@ -92,6 +92,12 @@ int importAnsibleInventory(const Json::Value& jInventory, const std::string& pat
     return 0;
 }
 
+int backUpStore(const std::string& name)
+{
+    std::cout << printable(store::backUp(name)) << '\n';
+    return 0;
+}
+
 int exportFleet()
 {
     store::exportFleet(printLine);

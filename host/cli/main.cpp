@@ -15,14 +15,15 @@
 
 #include "host/base/text.h"
 #include "host/base/usage_error.h"
+#include "host/cli/check.h"
 #include "host/cli/commands.h"
+#include "host/cli/version.h"
 #include "host/http/client_address.h"
 #include "host/http/listen_socket.h"
 #include "store/store.h"
 
 namespace {
 
-constexpr const char* kVersion = "zemhost " ZEM_VERSION;
 constexpr int kFailure = 1;     // exit status
 constexpr int kWrongUsage = 2;  // exit status
 
@@ -178,6 +179,23 @@ void addExport(CommandLine& line)
     addCommand(line, "export", "Print the store as a fleet file", [] { return host::exportFleet(); });
 }
 
+void addBackup(CommandLine& line)
+{
+    const auto pName = std::make_shared<std::string>();
+    CLI::App* pBackup = addCommand(line, "backup", "Copy the store into a new file beside it, while it is in use",
+                                   [pName] { return host::backUpStore(*pName); });
+    pBackup->add_option("NAME", *pName, "Name of the file, without a folder")->required();
+}
+
+void addCheck(CommandLine& line)
+{
+    const auto pIsSound = std::make_shared<bool>(true);
+    addCommand(
+        line, "check", "Say whether this installation is sound; status 1 if it is not",
+        [pIsSound] { return host::checkStore() && *pIsSound ? 0 : kFailure; },
+        [pIsSound] { *pIsSound = host::checkFiles(); });
+}
+
 void addToken(CommandLine& line)
 {
     const auto pNew = std::make_shared<host::NewToken>();
@@ -289,10 +307,10 @@ void addHistory(CommandLine& line)
 
 void addCommands(CommandLine& line)
 {
-    line.app.set_version_flag("--version", kVersion, "Print the version and exit");
+    line.app.set_version_flag("--version", host::kVersion, "Print the version and exit");
     line.app.footer("zemhost COMMAND --help describes a command. Exit status: 0, 1 for a failure, 2 for wrong usage.");
-    for (const auto add : {addServe, addApply, addImport, addExport, addToken, addTokens, addRevoke, addTree, addCall,
-                           addList, addLink, addHistory}) {
+    for (const auto add : {addServe, addApply, addImport, addExport, addBackup, addCheck, addToken, addTokens,
+                           addRevoke, addTree, addCall, addList, addLink, addHistory}) {
         add(line);
     }
     line.app.allow_extras();  // set after the commands were added, which would inherit it; parse() names the words
