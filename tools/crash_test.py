@@ -141,7 +141,7 @@ class Writer(threading.Thread):
         else:
             links = self.random.sample(POLICIES, self.random.randint(0, 3))
         # Long texts take many pages, and some time to write.
-        desc = self.random.choice(["", "'; DELETE FROM ou; --", "\u20ac" * self.random.randint(1, 100000)])
+        desc = self.random.choice(["", "'; DELETE FROM ou; --", "\u20ac" * self.random.randint(1, 20000)])
         params = {"node_id": target, "parent_id": parent, "desc": desc,
                   "linked_gpo": {"order": [{"id": id} for id in links]}}
         return "set", params, [lambda groups, _: {**groups, target: (parent, name, desc, links)}]
