@@ -17,6 +17,7 @@ const REASONS = {
     cycle: () => "A group cannot be inside itself or inside a group below it.",
     too_long: (member) => `Choose a shorter text for ${nounOf(member)}.`,
     too_many: (member) => `There are too many entries in ${nounOf(member)}.`,
+    quota: () => "This account may not manage more than it does already. An administrator can raise the quota.",
     busy: () => "The server is too busy. Try again in a moment.",
     away: () => "The server's database does not answer. Try again in a moment.",
     cancelled: () => "The server cancelled the request. Try again.",

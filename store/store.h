@@ -242,6 +242,18 @@ PlanCount reviseFleet(const Revision& revise, bool dryRun, const PlanSink& plan 
 // instead. The sink is called after the transaction.
 void exportFleet(const std::function<void(const std::string& line)>& sink);
 
+// --- Quota
+
+// What the groups and servers that one delegate manages may hold together; 0: any number.
+struct Quota {
+    int64_t groups = 0;
+    int64_t bytes = 0;  // of the texts of their records
+};
+
+// Refuses each later change with which an account that is no administrator would exceed the quota. What exceeds it
+// already stays, and may become less. Without the call there is none. Set it while no thread uses the store.
+void setQuota(const Quota& quota);
+
 // --- History. Each change of a group, server, policy or account that is committed is recorded in the same transaction.
 
 // Sets the name of the command as which this process makes changes without an acting account; empty at first. Set it

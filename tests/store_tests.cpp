@@ -702,6 +702,31 @@ TEST_P(StoreTest, accountsChangeWhatTheyManageAndTheChangeLogNamesIt)
     EXPECT_EQ(damage(), std::multiset<std::string>());
 }
 
+TEST_P(StoreTest, aQuotaBoundsWhatADelegateManages)
+{
+    ASSERT_EQ(changeAs(0, set, 2, "{'desc':'12345'}"), 0);
+    const std::string three = "\u20ac";  // bytes
+    store::setQuota({.groups = 1000, .bytes = 1});
+    const std::tuple<int, Change*, int64_t, std::string, int> changes[] = {
+        {1, create, 0, "{'name':'of an administrator'}", 0},
+        {2, create, 2, "{'name':'n'}", EDQUOT},
+        {2, set, 2, "{'desc':'123456'}", EDQUOT},
+        {2, set, 2, "{'desc':'" + three + three + "'}", EDQUOT},
+        {2, set, 2, "{'desc':'abcde'}", 0},
+        {2, set, 2, "{'desc':'" + three + "'}", 0},
+        {2, setServer, 1, "{'parent_id':2}", 0},
+        {2, setServer, 1, "{'address':'a longer address than before'}", EDQUOT}};
+    for (const auto& [uid, change, id, record, code] : changes) {
+        EXPECT_EQ(changeAs(static_cast<uint32_t>(uid), change, id, record), code) << record;
+        EXPECT_EQ(store::takeRefusal().reason, code == 0 ? "" : "quota");
+    }
+    store::setQuota({.groups = 1, .bytes = 0});
+    EXPECT_EQ(changeAs(2, create, 2, "{'name':'n'}"), EDQUOT);
+    EXPECT_EQ(changeAs(2, set, 2, "{'desc':'any length'}"), 0);
+    store::setQuota({});
+    EXPECT_EQ(changeAs(2, create, 2, "{'name':'n'}"), 0);
+}
+
 TEST_P(StoreTest, aChangeToTheSameValuesChangesNothing)
 {
     std::string lines;

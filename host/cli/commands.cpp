@@ -129,6 +129,7 @@ int serveModules(const ModuleSet& modules, const StaticFiles& page, const ServeO
                      "  zemhost token NAME   likewise, for one of its accounts\n";
     }
     store::keepHistory(options.historyDays);
+    store::setQuota(options.quota);
     serve(modules, page, options);
     return 0;
 }

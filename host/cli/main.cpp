@@ -127,6 +127,16 @@ void addServe(CommandLine& line)
                      "Days for which changes stay in the history; 0: none is kept")
         ->capture_default_str()
         ->check(CLI::Range(0, 36500));
+    pServe
+        ->add_option("--quota-groups", pOptions->quota.groups,
+                     "Groups that one delegate may manage at most; 0: any number")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 1 << 30));
+    pServe
+        ->add_option("--quota", pOptions->quota.bytes,
+                     "Bytes of text that all records of one delegate may hold, as 64MiB; 0: any number")
+        ->capture_default_str()
+        ->transform(CLI::AsSizeValue(false));
     pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow an address that can be reached from elsewhere");
     pServe->add_flag("--debug", pOptions->echoesFailures, "Write the modules' failure lines to standard output, too");
     auto* pFolder = pServe->add_option("--console", pConsole->folder,

@@ -22,6 +22,7 @@ struct ServeOptions {
     size_t keptAnswersMib = 64;                       // for kept answers, at most a quarter of all memory; 0: none
     size_t memoryMib = 0;                             // for all requests together; 0: half of the machine's
     std::vector<std::string> proxies{};  // numeric addresses of proxies; the client addresses that they forward count
+    store::Quota quota{};                // for each delegate
     int historyDays = 400;               // how long changes stay in the history; 0: none is kept
     unsigned idleTimeout = 10;  // seconds until an idle connection is closed; waiting for a handler is not idle
 };

@@ -45,7 +45,7 @@ const char* nameOf(Reason reason)
     static constexpr const char* kNames[] = {
         "missing",   "malformed", "not_permitted", "unknown_node", "unknown_policy", "unknown_account",
         "duplicate", "stale",     "too_deep",      "cycle",        "too_long",       "too_many",
-        "busy",      "away",      "cancelled",     "failed"};
+        "quota",     "busy",      "away",          "cancelled",    "failed"};
     return kNames[static_cast<size_t>(reason)];
 }
 

@@ -30,6 +30,7 @@ enum class Reason {
     cycle,  // a group would be below itself
     tooLong,
     tooMany,
+    quota,      // the account would manage more than setQuota() of store.h allows
     busy,       // locked by others for too long
     away,       // the database does not answer
     cancelled,  // the request had to end before its next change

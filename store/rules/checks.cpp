@@ -4,10 +4,13 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <type_traits>
+#include <variant>
 
 #include "store/base/visible_text.h"
 #include "store/records/policy_links.h"
 #include "store/records/rows.h"
+#include "store/rules/quota.h"
 
 namespace store {
 namespace {
@@ -44,6 +47,18 @@ void requireRow(soci::session& sql, const Rights& rights, int64_t id)
     if (!exists<R>(sql, rights, id)) {
         throw noSuch<R>(id);
     }
+}
+
+template <typename R>
+int64_t bytesOfTexts(const R& record)
+{
+    size_t bytes = 0;
+    for (const Field<R>& field : Kind<R>::kFields) {
+        if (field.isText()) {
+            bytes += std::strlen((record.*std::get<VLIBCString R::*>(field.member)).c_str());
+        }
+    }
+    return static_cast<int64_t>(bytes);
 }
 
 template <typename R>
@@ -89,6 +104,8 @@ LinkChange checkRecord(soci::session& sql, const Rights& rights, R& record, cons
         record.linkedGpo = checked.links.text;
     }
     checkLengths(record, stored, checked.links.ids.size());
+    const bool isNewGroup = std::is_same_v<R, Group> && stored.id < 0;
+    checkQuota(sql, rights, isNewGroup, bytesOfTexts(record) - bytesOfTexts(stored));
     if (!hasNewLinks) {
         return {};
     }

@@ -23,7 +23,8 @@ Refusal noSuchParent(int64_t id);
 // that is stored. Returns how its links change. checked: what checkTexts() returned for the record. stored: for a new
 // record, a default one. Throws, with EINVAL, for a new name without a visible character, a text that is too long,
 // links of a wrong form, a policy linked twice and a newly linked policy that does not exist; with EACCES instead when
-// the account is restricted and does not see that policy. Links that the stored record has are not looked up.
+// the account is restricted and does not see that policy; with EDQUOT as checkQuota(). Links that the stored record has
+// are not looked up.
 template <typename R>
 LinkChange checkRecord(soci::session& sql, const Rights& rights, R& record, const CheckedLinks& checked,
                        const R& stored);
