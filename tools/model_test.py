@@ -831,8 +831,10 @@ def race_revocation(server, store, number, chance, totals):
         response.begin()
         answer = json.loads(response.read())
         revocation.result()
-    totals["refused" if response.status == 401 else "carried out before"] += 1
-    if response.status != 401 and (is_sure or response.status != 200 or not answer["success"]):
+    # A handler that has begun is refused at its change.
+    is_refused = response.status == 401 or (not is_sure and answer.get("error", {}).get("reason") == "cancelled")
+    totals["refused" if is_refused else "carried out before"] += 1
+    if not is_refused and (is_sure or response.status != 200 or not answer["success"]):
         return [f"{name}: {response.status} {answer}"], set()
     return [], {name} if answer["success"] else set()
 
