@@ -207,7 +207,7 @@ class HttpCacheTest(unittest.TestCase):
     def test_requests_at_once_share_a_call_that_succeeds(self):
         self.serve_probe("x" * 3_000_000, "--keep-answers", "1")  # not kept
         for fails, status, calls, texts in [(False, 200, 1, 3), (True, 500, 12, 1)]:
-            self.change("x")
+            self.change(f"fails: {fails}")
             before = self.calls()
             self.write("", "hold")
             clients = [self.send(PROBE, coding=coding) for _ in range(4) for coding in (None, "gzip", "zstd")]
