@@ -115,6 +115,10 @@ TEST_P(HistoryTest, eachChangeLeavesItsRow)
     EXPECT_EQ(lines({.since = std::time(nullptr) + 60}).size(), 0u);
     EXPECT_THROW(page({.node = "group"}), std::invalid_argument);
     EXPECT_THROW(page({.before = "1"}), std::invalid_argument);
+    for (const char* szSpoilt : {"", "x", "{}", "[1]", "[[\"x\"]]", "[[3,\"n\",\"changed\",[[]]]]"}) {
+        runSql(std::string("UPDATE history SET changes = '") + szSpoilt + "' WHERE uid < 0");
+        EXPECT_EQ(lines(), std::vector<std::string>(expected.begin() + 5, expected.end())) << szSpoilt;
+    }
 }
 
 TEST_P(HistoryTest, anApplyLeavesWhatItChanges)

@@ -110,6 +110,36 @@ std::string visiblePath(const Rights& rights, const std::string& groupIds, const
     return visible;
 }
 
+bool isStoredMember(const Json::Value& jMember)
+{
+    return jMember.isArray() && jMember.size() >= 3 && jMember[0].isString();
+}
+
+bool isStoredChange(const Json::Value& jStored)
+{
+    if (!jStored.isArray() || (jStored.size() != 4 && jStored.size() != 6)) {
+        return false;
+    }
+    const bool hasPath = jStored.size() == 6;
+    const Json::Value& jMembers = jStored[3];
+    return jStored[0].isInt64() && jStored[1].isString() && jStored[2].isString() && jMembers.isArray() &&
+           std::all_of(jMembers.begin(), jMembers.end(), isStoredMember) &&
+           (!hasPath || (jStored[4].isString() && jStored[5].isString()));
+}
+
+// Returns the changes of a row; none for a row that was damaged by direct SQL, so that the others can be read.
+Json::Value storedChanges(const HistoryRow& row)
+{
+    try {
+        Json::Value jChanges = parseJson(row.changes.c_str());
+        if (jChanges.isArray() && std::all_of(jChanges.begin(), jChanges.end(), isStoredChange)) {
+            return jChanges;
+        }
+    } catch (const Refusal&) {  // not JSON
+    }
+    return Json::Value(Json::arrayValue);
+}
+
 Json::Value membersOf(const Json::Value& jStored)
 {
     Json::Value jMembers(Json::arrayValue);
@@ -235,7 +265,7 @@ private:
     // Adds the row's changes from that index on. Returns false, and sets the next place, when the page is full.
     bool addChanges(const NumberedRow& numbered, int64_t from)
     {
-        const Json::Value jChanges = parseJson(numbered.row.changes.c_str());
+        const Json::Value jChanges = storedChanges(numbered.row);
         for (auto i = static_cast<Json::ArrayIndex>(from); i < jChanges.size(); ++i) {
             if (m_node && jChanges[i][0].asInt64() != m_node->id) {
                 continue;
