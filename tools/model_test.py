@@ -831,12 +831,13 @@ def race_revocation(server, store, number, chance, totals):
         response.begin()
         answer = json.loads(response.read())
         revocation.result()
-    # A handler that has begun is refused at its change.
-    is_refused = response.status == 401 or (not is_sure and answer.get("error", {}).get("reason") == "cancelled")
-    totals["refused" if is_refused else "carried out before"] += 1
-    if not is_refused and (is_sure or response.status != 200 or not answer["success"]):
-        return [f"{name}: {response.status} {answer}"], set()
-    return [], {name} if answer["success"] else set()
+    # A handler that has begun is refused at its next change, before or after it has made the group.
+    error = answer.get("error", {})
+    is_cut = not is_sure and error.get("reason") == "cancelled"
+    is_made = answer["success"] or (is_cut and error["message"].startswith("stopped after 1 change:"))
+    totals["carried out before" if is_made else "refused"] += 1
+    is_right = response.status == 401 or is_cut or (not is_sure and response.status == 200 and answer["success"])
+    return [] if is_right else [f"{name}: {response.status} {answer}"], {name} if is_made else set()
 
 
 def race_long_request(server, store, tokens, number, chance, totals):
