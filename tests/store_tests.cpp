@@ -1136,7 +1136,7 @@ TEST_P(StoreTest, theOperatorWritesBeforeRequestsOfThisAndOtherProcesses)
     std::vector<std::jthread> threads;
     for (const auto& [uid, id] : {std::pair{1u, 1}, {1u, 2}, {0u, 4}}) {
         threads.emplace_back(write, uid, id);
-        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        std::this_thread::sleep_for(std::chrono::milliseconds(uid == 0 ? 1000 : 150));
     }
     writer.reset();
     threads.clear();

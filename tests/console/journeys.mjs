@@ -493,7 +493,7 @@ test("a rename is undone unless someone came between, and stays in sight under a
         await window.page.keyboard.press("F2");
         await window.page.keyboard.type(name);
         await window.page.keyboard.press("Enter");
-        await window.page.getByRole("status").getByText(`renamed to ${name}`).waitFor();
+        await window.page.getByRole("status").getByText(new RegExp(`^Web was renamed to ${name}`)).waitFor();
     };
     await window.filter.fill("kind:group web");
     await window.row("Plants").waitFor({ state: "detached" });
