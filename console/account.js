@@ -8,17 +8,24 @@ export class Account {
     #api;
     #notice;
     #uid = null;
+    #session = null; // the latest request
 
     constructor(api, notice) {
         this.#api = api;
         this.#notice = notice;
     }
 
+    // Returns whether the account manages the top level. Throws Refusal when the server does not say so.
+    async mayManageAll() {
+        return (await this.#session).admin;
+    }
+
     // Asks whose token it is and shows that. Returns whether it is the account of before; null when the server refuses,
     // which this reports.
     async refresh() {
         try {
-            const session = await this.#api.session();
+            this.#session = this.#api.session();
+            const session = await this.#session;
             const isSame = this.#uid === null || this.#uid === session.uid;
             this.#uid = session.uid;
             keepAccount(session.uid);

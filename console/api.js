@@ -2,7 +2,6 @@
 import { explainReason } from "./words.js";
 
 const SILENCE_MS = 60000; // without a byte of the answer; one that keeps coming may take as long as it needs
-const NO_PERMISSION = 414;
 const UNREACHABLE = "The server does not answer: it is stopped or out of reach. What is shown may be out of date. " +
     "Start it with “zemhost serve”, then try again.";
 const BUSY = "The server is too busy, or its store does not answer. Try again in a moment.";
@@ -91,22 +90,6 @@ export class Api {
     async history(node, before) {
         return this.#get(`history?node=${node.kind}:${requireExact(node.id)}` +
             (before === "" ? "" : `&before=${encodeURIComponent(before)}`));
-    }
-
-    // Returns whether the account manages the root group. No method returns this, so the page requests a change with an
-    // outdated revision: the server refuses it as stale to accounts that have the right, as forbidden to others.
-    async mayManageAll() {
-        try {
-            await this.#call("VELQ.ZEM.KXGroup", "set", { multiple_data: [{ id: 0, revision: -1 }] });
-        } catch (error) {
-            if (error.code === NO_PERMISSION) {
-                return false;
-            }
-            if (error.reason !== "stale") {
-                throw error;
-            }
-        }
-        return true;
     }
 
     async #link(policyId, list, nodes) {

@@ -79,8 +79,7 @@ class Node {
 
     // The linked policies in order. A policy that the server could not read gets its number as its name.
     get links() {
-        const order = this.record.linked_gpo?.order;
-        return (Array.isArray(order) ? order : []).map((link) => ({
+        return objectsIn(this.record.linked_gpo?.order).map((link) => ({
             id: link.gpo_id,
             name: link.gpo_name ?? `policy ${link.gpo_id}`,
             description: link.gpo_desc ?? "",
@@ -88,8 +87,7 @@ class Node {
     }
 
     get delegates() {
-        const { delegate } = this.record;
-        return (Array.isArray(delegate) ? delegate : []).map(({ ugid, name }) => ({
+        return objectsIn(this.record.delegate).map(({ ugid, name }) => ({
             id: ugid,
             name: name || `uid ${ugid}`,
         }));
@@ -141,6 +139,11 @@ class Node {
     isBelow(other) {
         return this === other || (this.parent !== null && this.parent.isBelow(other));
     }
+}
+
+// Returns the objects of a list. A damaged record may have other values in it, or something else in its place.
+function objectsIn(list) {
+    return Array.isArray(list) ? list.filter((item) => typeof item === "object" && item !== null) : [];
 }
 
 export function keyOf(type, id) {

@@ -25,7 +25,7 @@ const view = new FleetView(notice, new History(api), {
     command: (name, key) => commands.run(name, key),
     move: (nodes, parent) => commands.move(nodes, parent),
     copy: (text) => commands.copy(text),
-    mayManageAll: () => api.mayManageAll(),
+    mayManageAll: () => account.mayManageAll(),
 });
 const loader = new FleetLoader(api, notice, {
     answered: () => {

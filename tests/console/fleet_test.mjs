@@ -75,6 +75,15 @@ test("counts, links and paths are computed from the whole answer", () => {
     assert.equal(FLEET.find(keyOf(SERVER, 1)).path, "Site / Closed / Room / host");
 });
 
+test("a record that was damaged in the store is shown as far as it can be read", () => {
+    const lists = [{ linked_gpo: { order: [null, 5, { gpo_id: 4 }] }, delegate: [null, "x", { ugid: 7 }] },
+        { linked_gpo: { order: "x" }, delegate: {} }, { linked_gpo: [], delegate: 5 }];
+    const damaged = new Fleet(lists.map((members, i) => node(GROUP, i + 1, "g", members))).nodes;
+    const names = (items) => items.map(({ name }) => name);
+    assert.deepEqual(damaged.map(({ links, delegates }) => [...names(links), ...names(delegates)]),
+        [["policy 4", "uid 7"], [], []]);
+});
+
 const at = (...keys) => FLEET.sortedNodes(keys.map((key) => keyOf(...key)));
 const [SITE, CLOSED, ROOM, DOOR] = at([GROUP, 1], [GROUP, 2], [GROUP, 3], [SERVER, 2]);
 
