@@ -5,6 +5,7 @@ import { effectsBox } from "./effects_view.js";
 import { choice, textField } from "./fields.js";
 import { GROUP, keyOf } from "./fleet.js";
 import { listEditor } from "./list_editor.js";
+import { linkMember } from "./patch.js";
 
 const NAME = { required: true }; // no maxlength: the browser counts UTF-16 units, the server characters
 const DELEGATE_USER_TYPE = 2;
@@ -142,10 +143,8 @@ export class Changes {
         const { fleet } = this.#loader;
         this.#view.keep([node]);
         const known = new Map([...fleet.policies, ...node.links].map((policy) => [policy.id, policy]));
-        const order = ids.map((id) => known.get(id))
-            .map(({ id, name, description }) => ({ gpo_id: id, gpo_name: name, gpo_desc: description }));
         const members = { linked_gpo: { order: ids.map((id) => ({ id })) } };
-        const change = { node, members, shown: { linked_gpo: { order } } };
+        const change = { node, members, shown: { linked_gpo: linkMember(ids.map((id) => known.get(id))) } };
         return this.#edits.set([change], `The policies of ${node.name} were changed.`, { isShownFirst: false });
     }
 }

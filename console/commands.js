@@ -58,7 +58,8 @@ export class Commands {
         return {
             create: () => this.#changes.create(nodes[0] ?? null),
             cancel: () => this.#cancel(),
-            undo: () => this.#undo.run(),
+            undo: () => this.#undo.undo(),
+            redo: () => this.#undo.redo(),
             keys: () => showKeys(),
             search: () => this.#view.search(),
             back: () => this.#view.back(),

@@ -1,6 +1,7 @@
-// Sends changes to the server and shows them in the tree; remembers how to undo them.
+// Sends changes to the server and shows them in the tree; remembers how to undo and redo them.
 import { Refusal } from "./api.js";
-import { withGroup, withMembers, withoutGroups } from "./patch.js";
+import { GROUP, keyOf } from "./fleet.js";
+import { linkMember, withGroup, withMembers, withoutGroups } from "./patch.js";
 
 const DELEGATE_USER_TYPE = 2;
 
@@ -37,13 +38,14 @@ export class Edits {
         this.#undo = undo;
     }
 
-    // Every method throws Refusal when the change is refused. text: says what was done, for the notice.
+    // Every method throws Refusal when the change is refused. text: says what was done, for the notice. state: one of
+    // Undo's, other than "done" when the change undoes or redoes one.
 
     // Changes members of groups and servers, of each kind in one request. changes: array of {node, members, shown};
     // shown: the members as the tree has them, unless they are the same. They show before the server has accepted them,
     // as the page can put them back. isShownFirst: false for policies and delegates, as nobody should rely on a right
     // or a policy that is not in force.
-    async set(changes, text, { isShownFirst = true, isUndoing = false } = {}) {
+    async set(changes, text, { isShownFirst = true, state = "done" } = {}) {
         const inverse = changes.map(({ node, members }) => inverseOf(node, Object.keys(members)));
         const patch = changes.map(({ node, members, shown = members }) => ({ node, members: shown }));
         await this.#loader.commit({
@@ -52,7 +54,7 @@ export class Edits {
             patch: (records) => withMembers(records, patch),
             isShownFirst,
         });
-        this.#undo.note(text, isUndoing ? null : this.#undoing(inverse, text, isShownFirst));
+        this.#undo.note(text, state, this.#reversing(inverse, isShownFirst));
     }
 
     // Adds or removes a link of the nodes in one request. list: "link" or "unlink".
@@ -65,7 +67,7 @@ export class Edits {
             send: () => this.#api[list](policy.id, nodes),
             patch: (records) => withMembers(records, patch),
         });
-        this.#undo.note(text, this.#undoing(inverse, text, false));
+        this.#undo.note(text, "done", this.#reversing(inverse, false));
     }
 
     // Shows the group when the server has accepted it, as only the server knows its identifier. Returns that.
@@ -74,12 +76,30 @@ export class Edits {
             send: () => this.#api.createGroup(name, parentId),
             patch: (records, made) => withGroup(records, made, name, parentId),
         });
-        this.#undo.note(text, null);
+        const key = keyOf(GROUP, id);
+        const made = { key, name, content: contentsOf(this.#loader.fleet, [key]).get(key) };
+        const again = () => this.create(name, parentId, text); // as a new group: steps for the old one no longer fit
+        this.#undo.note(text, "done", (state) => this.#deleteMade(made, text, state, again));
         return id;
     }
 
-    // Shows the groups until the server has accepted this: a group that is no longer shown must be gone.
     async delete(nodes, text) {
+        await this.#delete(nodes);
+        this.#undo.note(text, "done", null);
+    }
+
+    // Deletes a group that the page created, unless it has changed since or something is in it.
+    async #deleteMade(made, text, state, again) {
+        const group = await this.#loader.latest(made);
+        if (group.content !== made.content || group.children.length > 0) {
+            throw new Refusal("refused", `${group.name} was changed since it was created, so it was not deleted.`);
+        }
+        await this.#delete([group]);
+        this.#undo.note(text, state, again);
+    }
+
+    // Shows the groups until the server has accepted this: a group that is no longer shown must be gone.
+    async #delete(nodes) {
         const { isPartial } = this.#loader.fleet;
         const ids = nodes.map(({ id }) => id);
         await this.#loader.commit({
@@ -87,7 +107,6 @@ export class Edits {
             send: () => this.#api.deleteGroups(nodes),
             patch: (records) => withoutGroups(records, ids, isPartial),
         });
-        this.#undo.note(text, null);
     }
 
     async #sendByKind(changes) {
@@ -99,25 +118,19 @@ export class Edits {
         }
     }
 
-    // Returns a function that undoes a change. It keeps the revisions that the change left, so that the server refuses
-    // to undo it when someone else has changed a node in between.
-    #undoing(inverse, text, isShownFirst) {
-        const left = this.#loader.fleet;
-        const contents = new Map(inverse.map(({ key }) => [key, left.find(key)?.content]));
-        const revisionIn = (fleet, key) => unchangedRevision(fleet.find(key), contents.get(key));
-        const revisions = this.#loader.settled()
-            .then((fleet) => new Map(inverse.map(({ key }) => [key, revisionIn(fleet, key)])));
-        return async () => {
-            const known = await revisions;
+    // Returns a function that takes a change back, as Undo wants it. It compares the nodes with what the change left, and
+    // the server compares their revisions, so that nothing is lost when someone else has changed a node in between.
+    #reversing(inverse, isShownFirst) {
+        const contents = contentsOf(this.#loader.fleet, inverse.map(({ key }) => key));
+        return async (state, text) => {
             const fleet = await this.#loader.settled();
             const changes = inverse.map(({ key, ...members }) => ({ node: fleet.find(key), ...members }));
-            const changed = changes.find(({ node }, i) => node === null ||
-                node.record.revision !== known.get(inverse[i].key));
+            const changed = changes.find(({ node }, i) => node?.content !== contents.get(inverse[i].key));
             if (changed !== undefined) {
                 const name = changed.node?.name ?? "A node";
-                throw new Refusal("refused", `${name} was changed since by someone else, so that nothing was undone.`);
+                throw new Refusal("refused", `${name} was changed since by someone else, so nothing was ${state}.`);
             }
-            await this.set(changes, `Undone: ${text}`, { isShownFirst, isUndoing: true });
+            await this.set(changes, text, { isShownFirst, state });
         };
     }
 }
@@ -128,17 +141,16 @@ function inverseOf(node, members) {
     return { key: node.key, members: values("sent"), shown: values("shown") };
 }
 
-// Returns the revision of the node if it is as the change left it, else undefined.
-function unchangedRevision(node, content) {
-    return node?.content === content ? node?.record.revision : undefined;
+// Returns the contents of the nodes by their keys. Steps to undo keep these and no node, which would keep its fleet.
+function contentsOf(fleet, keys) {
+    return new Map(keys.map((key) => [key, fleet.find(key)?.content]));
 }
 
 function hasLink(node, policyId) {
     return node.links.some(({ id }) => id === policyId);
 }
 
-function linksWith(node, list, { id, name, description = "" }) {
-    const others = (node.record.linked_gpo?.order ?? []).filter((link) => link.gpo_id !== id);
-    const added = list === "link" ? [{ gpo_id: id, gpo_name: name, gpo_desc: description }] : [];
-    return { linked_gpo: { order: [...others, ...added] } };
+function linksWith(node, list, policy) {
+    const others = node.links.filter(({ id }) => id !== policy.id);
+    return { linked_gpo: linkMember(list === "link" ? [...others, policy] : others) };
 }

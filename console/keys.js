@@ -19,12 +19,16 @@ export const KEYS = [
     { keys: "Ctrl+C", does: "copy names" },
     { keys: "Del", does: "delete groups" },
     { keys: "Ctrl+Z", does: "undo the last change" },
+    { keys: "Ctrl+Y", does: "redo it" },
     { keys: "letters", does: "go to the row that begins with them" },
     { keys: "Alt+↑ ↓", does: "in a list of policies: move the policy" },
     { keys: "Ctrl+Enter", does: "confirm a dialog" },
     { keys: "Escape", does: "cancel the cut, clear the filter, go back" },
     { keys: "?", does: "this list", isFirst: true },
 ];
+
+// The keys that work wherever the focus is, with their commands.
+const COMMANDS = { "/": "search", "?": "keys", "Ctrl+z": "undo", "Ctrl+y": "redo", "Ctrl+Shift+z": "redo" };
 
 // Shows all keys in a dialog.
 export function showKeys() {
@@ -38,15 +42,18 @@ export function showKeys() {
     dialog.showModal();
 }
 
-// Handles the keys that work wherever the focus is. run(command): runs a command of the page.
+// Handles the keys of COMMANDS. run(command): runs a command of the page.
 export function listenForKeys(run) {
     document.addEventListener("keydown", (event) => {
         const isTyping = event.target.closest("input, textarea, select, dialog") !== null;
-        const modifier = event.ctrlKey || event.metaKey ? "Ctrl+" : "";
-        const command = { "/": "search", "?": "keys", "Ctrl+z": "undo" }[modifier + event.key];
+        const command = COMMANDS[nameOf(event)];
         if (command !== undefined && !isTyping && !byId("console").hidden) {
             event.preventDefault();
             run(command);
         }
     });
+}
+
+function nameOf({ key, ctrlKey, metaKey, shiftKey }) {
+    return ctrlKey || metaKey ? `Ctrl+${shiftKey ? "Shift+" : ""}${key.toLowerCase()}` : key;
 }

@@ -12,13 +12,15 @@ export class Notice {
 
     // Puts the text into the status line; an empty text clears it.
     say(text) {
-        this.done(text, false);
+        this.done(text, null);
     }
 
-    // Says what was done. canUndo: whether the line offers to undo it.
-    done(text, canUndo) {
+    // Says what was done. offered: the button to take it back, "undo" or "redo"; null for none.
+    done(text, offered) {
         byId("status").textContent = text;
-        byId("undo").hidden = !canUndo;
+        for (const id of ["undo", "redo"]) {
+            byId(id).hidden = id !== offered;
+        }
     }
 
     // Shows in the status line how much of a long answer has come; null clears it. Screen readers do not announce it.

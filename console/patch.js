@@ -21,6 +21,12 @@ export function withMembers(records, changes) {
     return withRecords(rest, moved);
 }
 
+// Returns the member of a record that contains the links, an array of {id, name, description}.
+export function linkMember(links) {
+    return { order: links.map(({ id, name, description = "" }) => (
+        { gpo_id: id, gpo_name: name, gpo_desc: description })) };
+}
+
 // Returns the records with a new group.
 export function withGroup(records, id, name, parentId) {
     const members = { node_type: GROUP, node_id: id, parent_type: GROUP, parent_id: parentId, name, desc: "" };

@@ -500,11 +500,14 @@ test("a rename is undone unless someone came between, and stays in sight under a
     await window.choose("Web");
     await rename("Internet");
     await window.row("Internet").waitFor();
-    await window.page.keyboard.press("Control+z");
-    await window.page.getByRole("status").getByText("Undone").waitFor();
-    await window.becomes(async () => (await server.group("Web"))?.revision, 3);
-
-    await rename("Internet");
+    await rename("Net");
+    for (const [key, name, revision, button] of [["Control+z", "Internet", 4, "Redo"], ["Control+z", "Web", 5, "Redo"],
+        ["Control+y", "Internet", 6, "Undo"]]) {
+        await window.page.keyboard.press(key);
+        await window.button(button).waitFor();
+        await window.becomes(async () => (await server.group(name))?.revision, revision);
+        await window.row(name).first().waitFor();
+    }
     const { node_id: id } = await server.group("Internet");
     await window.becomes(() => window.details.getByText("just now").count(), 0);
     await server.call("admin", "KXGroup", "set", { multiple_data: [{ id, desc: "theirs" }] });
@@ -513,6 +516,25 @@ test("a rename is undone unless someone came between, and stays in sight under a
     assert.equal((await server.group("Internet")).desc, "theirs");
     await window.details.getByText("History").click();
     await window.details.getByText("admin changed this").first().waitFor();
+    window.assertNoFaults();
+});
+
+test("a new group is taken back while nothing is in it", OPTIONS, async () => {
+    const window = await open("admin");
+    await window.choose("Web");
+    await window.submit("New group", "Name", "Lab", "Create");
+    await window.details.getByRole("heading", { name: "Lab" }).waitFor();
+    await window.page.keyboard.press("Control+z");
+    await window.row("Lab").waitFor({ state: "detached" });
+    assert.equal(await server.group("Lab"), undefined);
+    await window.page.keyboard.press("Control+Shift+z");
+    await window.row("Lab").waitFor();
+    const { node_id: id, parent } = await server.group("Lab");
+    assert.equal(parent, "Web");
+    await server.call("admin", "KXGroup", "create", { id: 0, name: "theirs", parent_id: id });
+    await window.button("Undo").click();
+    await window.alert.getByText("so it was not deleted").waitFor();
+    await window.row("theirs").waitFor();
     window.assertNoFaults();
 });
 
