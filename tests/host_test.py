@@ -75,11 +75,25 @@ REASONS = [
      "malformed", None, "record: not an object"),
     ("a refusal does not repeat the reason of an earlier request", "delete", {"node_id": 0}, 101,
      "malformed", None, "root"),
-    ("a refusal of the module has the text for its code", "set", {"multiple_data": 1}, 101,
+    ("a refusal of the module has the text for its code", "set", {"node_id": "3"}, 101,
      "malformed", None, "parameter"),
+    ("a refusal of records names them", "create", {"multiple_data": {}}, 117, "malformed", "multiple_data", "not an array"),
+    ("a refusal of the module names the parameter that is missing", "create", {"name": "x", "parent_id": 3}, 117,
+     "missing", "id", "id: missing"),
+    ("so does one of another parameter", "create", {"id": 0, "name": "x"}, 117, "missing", "parent_id", "parent_id: missing"),
+    ("a refusal with code 101 names it, too", "delete", {}, 101, "missing", "node_id", "node_id: missing"),
+    ("a refusal names the record without an identifier", "set", {"multiple_data": [{"id": 3}, {"name": "x"}]}, 117,
+     "missing", "multiple_data[1].id", "missing"),
+    ("a lack of the right comes first", "set", {"name": "x"}, 414, "not_permitted", None, "group 0"),
+    ("a misspelled parameter is no success", "set", {"node_id": 3, "nmae": "x"}, 400, "malformed", "nmae", "no such name"),
+    ("nor is a misspelled member of a record", "set", {"multiple_data": [{"id": 3, "desc": "y"}, {"id": 3, "Name": "x"}]},
+     400, "malformed", "Name", "no such name"),
+    ("nor a revision that protects nothing", "set", {"node_id": 3, "name": "x", "revision": 1}, 400, "malformed",
+     "revision", "in a record of multiple_data only"),
     ("too many identifiers are refused", "delete", {"node_id": [0] * 10001}, 413, "too_many", "node_id", "10000"),
     ("10,000 reach the method", "delete", {"node_id": [0] * 10000}, 101, "malformed", None, "root"),
-    ("20,000 records reach the method", "set", {"multiple_data": [{}] * 20000}, 117, "failed", None, "step"),
+    ("20,000 records reach the method", "set", {"multiple_data": [{}] * 20000}, 117, "missing",
+     "multiple_data[0].id", "missing"),
     ("too many links of a record are refused", "set", {"multiple_data": [{"linked_gpo": {"order": [1] * 10001}}]}, 413,
      "too_many", "order", "10000"),
     ("a move to another's group is refused", "set", {"node_id": 3, "parent_id": 6}, 117,
@@ -354,7 +368,7 @@ class HostTest(unittest.TestCase):
                 status, answer = self.request(f"/webapi/VELQ.ZEM.KXGroup/1/{method}", token, text)
                 error = answer["error"]
                 self.assertEqual((status, error["code"], error["reason"], error.get("member")),
-                                 (413 if code == 413 else 200, code, reason, member))
+                                 (code if code in (400, 413) else 200, code, reason, member))
                 self.assertIn(text_part, error["message"])
                 printed = self.store.run("call", "VELQ.ZEM.KXGroup", method, "--params", text, "--as", "m.okafor",
                                          status=1)
@@ -408,7 +422,8 @@ class HostTest(unittest.TestCase):
         own = [id for (id,) in self.store.rows("SELECT id FROM kx WHERE parent_id = 3 ORDER BY id")]
         for change, code in [({"node_id": own, "parent_id": 6}, 117), ({"node_id": [*own, 77]}, 414),
                              ({"multiple_data": [{"id": own[0], "address": "x", "revision": 2}]}, 117),
-                             ({"multiple_data": [{"id": own[0], "address": "x", "revision": 1, "sid": "x"}]}, 0)]:
+                             ({"multiple_data": [{"id": own[0], "address": "x", "revision": 1, "sid": "x"}]}, 400),
+                             ({"multiple_data": [{"id": own[0], "address": "x", "revision": 1, "loaded": True}]}, 0)]:
             _, answer = self.request(move, token, json.dumps(change))
             self.assertEqual(answer.get("error", {"code": 0})["code"], code, answer)
         self.assertEqual(self.store.rows(f"SELECT address, sid, parent_id, revision FROM kx WHERE id = {own[0]}"),
@@ -620,6 +635,7 @@ class HostTest(unittest.TestCase):
             with self.subTest(refused=fault):
                 (self.store.folder / "broken.json").write_text(FLEET.replace(text, other, 1), encoding="utf-8")
                 self.assertIn(place, self.store.run("apply", "broken.json", status=1))
+                self.assertFalse(self.store.path.exists())
         self.store.fill()
         tree = self.store.run("tree", "--as", "admin")
         self.assertIn("\n12 groups, 30 servers, 8 policies, 22 links, 5 delegates\n", tree)

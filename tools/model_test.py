@@ -189,6 +189,8 @@ class Model:
         ids = params.get("node_id")
         records = params["multiple_data"] if several else [
             {**params, "id": id} for id in (ids if isinstance(ids, list) else [ids])]
+        for record in [params, *records]:
+            demand(record.keys().isdisjoint({"desc", "block_inheritance"}), "not of a server", 400)
         for record in records:
             self.set_server(uid, record, several)
 
@@ -639,7 +641,7 @@ class Steps:
         self.latest = f"{NAMES[uid]}: {method} {text(params)}: {why}"
         status, answer = call(self.connection, self.tokens[uid], api_of(method), params)
         got = answer if answer["success"] else {"success": False, "code": answer["error"]["code"]}
-        if status != 200 or got != expected:
+        if status != (400 if got.get("code") == 400 else 200) or got != expected:
             raise Divergence(f"expected {expected}\ngot {status} {answer}")
 
     def query(self):

@@ -14,6 +14,7 @@
 #include "host/base/memory_budget.h"
 #include "host/base/text.h"
 #include "host/calls/array_limit.h"
+#include "host/calls/parameters.h"
 #include "platform/velq_core.h"
 
 namespace host {
@@ -21,6 +22,7 @@ namespace host {
 namespace {
 
 constexpr int kMaxNesting = 200;
+constexpr int kErrorParameter = 101;
 constexpr int kErrorFailed = 117;
 constexpr int kErrorNoRight = 414;
 
@@ -157,16 +159,20 @@ bool callHandler(Handler handler, const store::Account& account, Json::Value jPa
     return hasReturned;
 }
 
-Answer answerRequest(Handler handler, const store::Account& account, Json::Value jParams,
+Answer answerRequest(const VELQ::APIMethod& row, const store::Account& account, Json::Value jParams,
                      const store::RequestWatch& watch)
 {
     try {
         if (const auto refusal = refusalOfArrays(jParams)) {
             return errorAnswer(413, *refusal);
         }
+        if (const auto refusal = refusalOfNames(row, jParams)) {
+            return errorAnswer(400, *refusal);
+        }
+        const store::Cause missing = missingParameter(row, jParams);
         VELQ::APIResponse resp;
-        const int status = callHandler(handler, account, std::move(jParams), resp, watch) ? 200 : 500;
-        return answerOf(resp, status);
+        const int status = callHandler(row.pHandler, account, std::move(jParams), resp, watch) ? 200 : 500;
+        return answerOf(resp, status, missing);
     } catch (const std::exception& e) {
         reportException(e.what());
         return errorAnswer(500);
@@ -198,13 +204,18 @@ std::optional<Answer> answerRead(Handler handler, const store::Account& account,
     return isTaken ? std::nullopt : std::optional(errorAnswer(500));
 }
 
-Answer answerOf(VELQ::APIResponse& resp, int status)
+Answer answerOf(VELQ::APIResponse& resp, int status, const store::Cause& missing)
 {
     if (resp.IsSuccess()) {
         return {.status = status, .text = makeText(envelope(resp)), .succeeded = true};
     }
-    const store::Cause cause = store::takeRefusal();
+    store::Cause cause = store::takeRefusal();
     const int code = codeOf(resp, cause);
+    // The store gets "node_id" as the record's "id".
+    const bool isUnexplained = cause.text.empty() || (cause.member == "id" && missing.member == "node_id");
+    if (isUnexplained && !missing.text.empty() && (code == kErrorParameter || code == kErrorFailed)) {
+        cause = missing;
+    }
     return {.status = status, .code = code, .text = makeText({errorEnvelope(code, cause)})};
 }
 

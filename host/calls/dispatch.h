@@ -52,9 +52,9 @@ Json::Value parseParameters(const std::string& body);
 bool callHandler(Handler handler, const store::Account& account, Json::Value jParams, VELQ::APIResponse& resp,
                  const store::RequestWatch& watch = {});
 
-// Calls the handler and returns the answer to be sent: HTTP status 200, 500 after an exception, or 413 without a call
-// when refusalOfArrays() finds an array too long.
-Answer answerRequest(Handler handler, const store::Account& account, Json::Value jParams,
+// Calls the method's handler and returns the answer to be sent: HTTP status 200, 500 after an exception, or without a
+// call 413 when refusalOfArrays() finds an array too long, 400 when refusalOfNames() finds an unknown name.
+Answer answerRequest(const VELQ::APIMethod& row, const store::Account& account, Json::Value jParams,
                      const store::RequestWatch& watch = {});
 
 // Does the same for a method that only reads, whose success is complete before the handler has released its values.
@@ -64,9 +64,10 @@ std::optional<Answer> answerRead(Handler handler, const store::Account& account,
                                  const EarlyAnswer& onSuccess);
 
 // Returns the answer with the outcome of a handler, and takes the data out of resp. An error carries the cause of the
-// store's refusal of the thread's last call, if it refused, else the text that belongs to the code. So call it right
-// after the handler and on the same thread. Throws std::exception when memory runs out.
-Answer answerOf(VELQ::APIResponse& resp, int status = 200);
+// store's refusal of the thread's last call, if it refused, else the missing parameter, if one is missing, else the
+// text that belongs to the code. So call it right after the handler and on the same thread. Throws std::exception when
+// memory runs out.
+Answer answerOf(VELQ::APIResponse& resp, int status = 200, const store::Cause& missing = {});
 
 // Returns the answer to a request that reaches no handler. status: the HTTP status, which becomes the error code as
 // well. cause: what it lacks is taken from the standard cause of the code.

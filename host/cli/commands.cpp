@@ -33,13 +33,14 @@ store::Account accountOf(const std::string& name)
     return *account;
 }
 
-Handler handlerOf(const ModuleSet& modules, const std::string& api, int64_t version, const std::string& method)
+const VELQ::APIMethod& rowOf(const ModuleSet& modules, const std::string& api, int64_t version,
+                             const std::string& method)
 {
     const VELQ::APIMethod* pRow = modules.find(api, version, method);
     if (pRow == nullptr) {
         throw std::runtime_error("no module offers " + api + " " + std::to_string(version) + " " + method);
     }
-    return pRow->pHandler;
+    return *pRow;
 }
 
 int printAnswer(const Answer& answer)
@@ -157,14 +158,14 @@ int revokeTokens(const std::string& account, const std::optional<std::string>& l
 
 int callMethod(const ModuleSet& modules, const MethodCall& call)
 {
-    const Handler handler = handlerOf(modules, call.api, call.version, call.method);
-    return printAnswer(answerRequest(handler, accountOf(call.account), parseParameters(call.params)));
+    const VELQ::APIMethod& row = rowOf(modules, call.api, call.version, call.method);
+    return printAnswer(answerRequest(row, accountOf(call.account), parseParameters(call.params)));
 }
 
 int printTree(const ModuleSet& modules, const std::string& account)
 {
     VELQ::APIResponse resp;
-    callHandler(handlerOf(modules, "VELQ.ZEM.Tree", 1, "get"), accountOf(account), Json::Value(), resp);
+    callHandler(rowOf(modules, "VELQ.ZEM.Tree", 1, "get").pHandler, accountOf(account), Json::Value(), resp);
     if (!resp.IsSuccess()) {
         return printAnswer(answerOf(resp));
     }
@@ -174,12 +175,13 @@ int printTree(const ModuleSet& modules, const std::string& account)
 
 int listTopGroups(const ModuleSet& modules, const std::string& account, const Json::Value& jPaging)
 {
-    const auto handler = reinterpret_cast<Handler>(modules.symbol("list_one_level_v1"));
+    constexpr char kListing[] = "list_one_level_v1";  // of no API
+    const VELQ::APIMethod row = {"", 1, kListing, reinterpret_cast<Handler>(modules.symbol(kListing))};
     const store::Account caller = accountOf(account);
     Json::Value jParams = jPaging;
     jParams["ugid"] = caller.uid;
     jParams["user_type"] = store::kLoginUserType;
-    return printAnswer(answerRequest(handler, caller, std::move(jParams)));
+    return printAnswer(answerRequest(row, caller, std::move(jParams)));
 }
 
 int changeLink(const ModuleSet& modules, const LinkChange& change)

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -40,8 +41,9 @@ StaticFiles loadPage(const ConsoleOptions& console);
 int serveModules(const ModuleSet& modules, const StaticFiles& page, const ServeOptions& options);
 
 // Brings the store to the state that a fleet file describes, all or nothing, and prints the plan and a count. path: of
-// the file, for messages.
-int applyFleetFile(const Json::Value& jFleet, const std::string& path, const store::ApplyOptions& options);
+// the file, for messages. createStore: called when no store is open, once the file is known to suit an empty one.
+int applyFleetFile(const Json::Value& jFleet, const std::string& path, const store::ApplyOptions& options,
+                   const std::function<void()>& createStore);
 
 // Merges the groups and servers of an Ansible inventory into the store, all or nothing, and prints the plan and a
 // count; notes about choices and omissions go to standard error. jInventory: the output of

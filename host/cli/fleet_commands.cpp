@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <iterator>
 #include <stdexcept>
@@ -63,9 +64,14 @@ Json::Value readJsonFile(const std::string& path)
     return jValue;
 }
 
-int applyFleetFile(const Json::Value& jFleet, const std::string& path, const store::ApplyOptions& options)
+int applyFleetFile(const Json::Value& jFleet, const std::string& path, const store::ApplyOptions& options,
+                   const std::function<void()>& createStore)
 {
     try {
+        if (!options.dryRun && !store::isStoreAnswering()) {
+            store::applyFleet(jFleet, {true, options.prune});
+            createStore();
+        }
         printCount(store::applyFleet(jFleet, options, printLine, showProgress), options.dryRun);
     } catch (const std::runtime_error& e) {
         throw std::runtime_error(displayName(path) + ": " + e.what());

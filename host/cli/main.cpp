@@ -43,6 +43,17 @@ struct CommandLine {
     std::function<int()> run;
 };
 
+// Returns the URL of the store: the option's, the environment's or the default. A password in the environment does not
+// show in the list of processes.
+std::string storeUrl(const CommandLine& line)
+{
+    if (!line.store.empty()) {
+        return line.store;
+    }
+    const char* szEnvironment = getenv("ZEM_STORE");
+    return szEnvironment == nullptr || *szEnvironment == '\0' ? "sqlite:zem.db" : szEnvironment;
+}
+
 // Adds a command with the option --store. work, prepare: as in CommandLine.
 CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, const std::function<int()>& work,
                      const std::function<void()>& prepare = nullptr)
@@ -155,15 +166,15 @@ void addApply(CommandLine& line)
     const auto pOptions = std::make_shared<store::ApplyOptions>();
     CLI::App* pApply = addCommand(
         line, "apply", "Bring the store to what a fleet file says, all or nothing",
-        [pFleet, pPath, pOptions] { return host::applyFleetFile(*pFleet, *pPath, *pOptions); },
+        [&line, pFleet, pPath, pOptions] {
+            return host::applyFleetFile(*pFleet, *pPath, *pOptions, [&line] { VELQZEMStoreOpen(storeUrl(line)); });
+        },
         [pFleet, pPath] { *pFleet = host::readJsonFile(*pPath); });
     pApply->add_option("FILE", *pPath, "JSON of accounts, groups, policies and servers; - is standard input")
         ->required();
     pApply->add_flag("--dry-run", pOptions->dryRun, "Only print what would change");
     pApply->add_flag("--prune", pOptions->prune, "Delete what the file lacks");
-    pApply->parse_complete_callback([&line, pOptions] {
-        line.mode = pOptions->dryRun ? store::OpenMode::ifThere : store::OpenMode::createIfMissing;
-    });
+    pApply->parse_complete_callback([&line] { line.mode = store::OpenMode::ifThere; });
 }
 
 struct ImportSource {
@@ -345,17 +356,6 @@ bool parse(CommandLine& line, int argc, char** argv)
         throw UsageError('"' + words.front() + "\" stands before the command: what is for a command comes after it");
     }
     return true;
-}
-
-// Returns the URL of the store: the option's, the environment's or the default. A password in the environment does not
-// show in the list of processes.
-std::string storeUrl(const CommandLine& line)
-{
-    if (!line.store.empty()) {
-        return line.store;
-    }
-    const char* szEnvironment = getenv("ZEM_STORE");
-    return szEnvironment == nullptr || *szEnvironment == '\0' ? "sqlite:zem.db" : szEnvironment;
 }
 
 // Opens the store, and closes it before the objects that its threads use are destroyed.

@@ -246,7 +246,7 @@ std::optional<Answer> Exchange::runHandler(const EarlyAnswer& onSuccess)
     }
     const store::RequestWatch watch{m_head.tokenHash,
                                     [this, start = std::chrono::steady_clock::now()] { return whyToStop(start); }};
-    return answerRequest(m_head.pRow->pHandler, account, std::move(jParams), watch);
+    return answerRequest(*m_head.pRow, account, std::move(jParams), watch);
 }
 
 std::string Exchange::whyToStop(std::chrono::steady_clock::time_point start) const

@@ -117,9 +117,10 @@ private:
 
 std::string enterFolderOf(const std::string& path)
 {
+    static std::string entered;  // the path of the file in the folder that has become the root
     const std::filesystem::path file(path);
     if (geteuid() != 0) {
-        return path;
+        return path == entered ? "/" + file.filename().string() : path;
     }
     const Walk walk(file.parent_path());
     if (!walk.isForeign()) {
@@ -130,6 +131,7 @@ std::string enterFolderOf(const std::string& path)
     check(setgroups(0, nullptr) == 0, errno);
     check(setresgid(owner.st_gid, owner.st_gid, owner.st_gid) == 0, errno);
     check(setresuid(owner.st_uid, owner.st_uid, owner.st_uid) == 0, errno);
+    entered = path;
     return "/" + file.filename().string();
 }
 
