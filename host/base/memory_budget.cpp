@@ -15,7 +15,7 @@
 // Of tcmalloc, which is not there when the program is built with a sanitizer.
 extern "C" {
 [[gnu::weak]] int MallocExtension_GetNumericProperty(const char* szProperty, size_t* pValue);
-[[gnu::weak]] void MallocExtension_ReleaseFreeMemory();
+[[gnu::weak]] void MallocExtension_ReleaseToSystem(size_t bytes);
 }
 
 namespace host {
@@ -23,7 +23,8 @@ namespace host {
 namespace {
 
 constexpr uint64_t kSmallShare = 16 << 10;
-constexpr uint64_t kMaxFreeMemory = 32 << 20;  // that the process keeps for its next requests
+constexpr uint64_t kMaxFreeMemory = 32 << 20;  // that an idle process keeps for its next requests
+constexpr uint64_t kReleasedPart = 8;          // of the rest, at each call
 constexpr std::chrono::milliseconds kMeasureInterval{5};
 
 std::atomic<uint64_t> limitBytes{std::numeric_limits<uint64_t>::max()};
@@ -118,9 +119,9 @@ uint64_t excessMemory()
 
 void releaseFreeMemory()
 {
-    if (MallocExtension_ReleaseFreeMemory != nullptr &&
-        allocatorProperty("tcmalloc.pageheap_free_bytes") > kMaxFreeMemory) {
-        MallocExtension_ReleaseFreeMemory();
+    const uint64_t free = allocatorProperty("tcmalloc.pageheap_free_bytes");
+    if (MallocExtension_ReleaseToSystem != nullptr && free > kMaxFreeMemory) {
+        MallocExtension_ReleaseToSystem((free - kMaxFreeMemory) / kReleasedPart);
     }
 }
 
