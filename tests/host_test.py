@@ -391,6 +391,21 @@ class HostTest(unittest.TestCase):
             self.assertLess(time.monotonic(), limit, f"/health does not become {status}")
             time.sleep(0.05)
 
+    def test_server_tells_its_health_check_that_it_stops_before_it_refuses_connections(self):
+        token = self.serve("--drain", "60")
+        kept = self.server.connect()
+        self.addCleanup(kept.close)
+        self.assertEqual(request(kept, TREE, token)[0], 200)
+        self.server.process.terminate()
+        self.await_health(503)
+        self.assertIn("about to stop", self.request("/health", None, method="GET")[1]["error"]["message"])
+        self.assertEqual([self.request(TREE, token)[0], request(kept, TREE, token)[0]], [200, 200])
+        self.assertIsNone(kept.sock)  # the server closed it after the answer
+        stopping = time.monotonic()
+        self.server.stop()  # a second signal
+        self.assertLess(time.monotonic() - stopping, 30)
+        self.assertRaises(ConnectionRefusedError, self.request, TREE, token)
+
     def test_health_says_whether_the_store_answers(self):
         self.serve("--no-console")
         away = self.store.path.with_name("away")

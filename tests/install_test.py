@@ -143,6 +143,21 @@ class InstallTest(unittest.TestCase):
             self.server.stop()
             self.store.token("admin")
 
+    def test_store_without_rights_is_named_and_one_that_can_be_read_is_read(self):
+        self.store.fill()
+        user = {"user": SERVICE, "group": SERVICE, "extra_groups": []} if os.geteuid() == 0 else {}
+        for path in [self.store.folder, self.store.path] if user else []:
+            os.chown(path, SERVICE, SERVICE)
+        place = f"cannot open the store {self.store.path}: this account may not "
+        for file, folder, status, said, written in [
+                (0o000, 0o700, 1, place + "read zem.db\n", place), (0o600, 0o500, 1, place + "write its folder", place),
+                (0o400, 0o700, 0, "12 groups, 30 servers", "the store can only be read: this account may not write")]:
+            with self.subTest(file=oct(file), folder=oct(folder)):
+                self.store.path.chmod(file)
+                self.store.folder.chmod(folder)
+                self.assertIn(said, self.store.run("tree", "--as", "admin", status=status, **user))
+                self.assertIn(written, self.store.run("token", "admin", status=1, **user))
+
     @unittest.skipUnless(os.geteuid() == 0, "only root works on other users' stores")
     def test_root_follows_no_link_of_the_service(self):
         def contents():

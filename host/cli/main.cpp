@@ -113,6 +113,11 @@ void addServe(CommandLine& line)
         ->capture_default_str()
         ->check(CLI::Range(1u, 3600u));
     pServe
+        ->add_option("--drain", pOptions->drainSeconds,
+                     "Seconds after SIGTERM in which it still serves, while /health tells proxies to send no more")
+        ->capture_default_str()
+        ->check(CLI::Range(0u, 3600u));
+    pServe
         ->add_option("--request-seconds", pOptions->requestSeconds,
                      "Seconds from which on a request makes no further change")
         ->capture_default_str()

@@ -25,6 +25,7 @@ constexpr std::chrono::seconds kShortWork{1};
 constexpr size_t kMaxValues = 320'000;
 const store::Cause kTooManyValues{"too_many", "", "the body contains more than 320,000 values"};
 constexpr size_t kBytesPerValue = 200;  // that a parsed value takes, with its name
+const store::Cause kStopping{"busy", "", "the server is about to stop"};
 const store::Cause kStoreAway{"away", "", "the store does not answer; try again"};
 const store::Cause kAllHeld{"busy", "", "all handlers are at work, and none has become free for some time; try again"};
 
@@ -35,12 +36,15 @@ bool hasPeerClosed(int socket)
     return poll(&state, 1, 0) > 0;
 }
 
-Answer healthAnswer(const HandlerPool& handlers)
+Answer healthAnswer(const ServerState& server)
 {
+    if (server.isStopping) {
+        return errorAnswer(MHD_HTTP_SERVICE_UNAVAILABLE, kStopping);
+    }
     if (!store::isStoreAnswering()) {
         return errorAnswer(MHD_HTTP_SERVICE_UNAVAILABLE, kStoreAway);
     }
-    if (!handlers.isAccepting()) {
+    if (!server.handlers.isAccepting()) {
         return errorAnswer(MHD_HTTP_SERVICE_UNAVAILABLE, kAllHeld);
     }
     VELQ::APIResponse resp;
@@ -79,7 +83,7 @@ MHD_Result Exchange::begin(const char* szPath, const char* szMethod, const char*
         return sendsBodyImmediately(m_pConnection) ? MHD_YES : respond(refusal());
     }
     if (m_head.resource == Resource::health) {
-        m_answer = healthAnswer(m_server.handlers);
+        m_answer = healthAnswer(m_server);
     }
     if (m_head.tokenHash.empty()) {
         return MHD_YES;

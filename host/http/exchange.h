@@ -40,8 +40,8 @@ struct ServerState {
     std::atomic<uint64_t> unknownSendersBytes{0};  // of the bodies from senders without a known account
     ReadAnswers readAnswers;
     LogRateLimit storeErrorLimit{};
-    std::atomic<int> exchangeCount{0};      // exchanges that exist
-    std::atomic<bool> isStopping{false};    // whether each connection is closed after its next answer
+    std::atomic<int> exchangeCount{0};    // exchanges that exist
+    std::atomic<bool> isStopping{false};  // whether each connection is closed after its next answer, and health is 503
     std::atomic<bool> endsRequests{false};  // whether requests do not begin, and end before their next change
     const std::chrono::seconds longestRequest;
     HandlerPool handlers;

@@ -143,12 +143,19 @@ bool isWorking(const ServerState& server)
     return server.exchangeCount > 0 || server.handlers.isBusy();
 }
 
+// Lets proxies learn from the health check that the server stops. Another signal ends the wait.
+void drain(ServerState& server, unsigned seconds, const sigset_t& stopSignals)
+{
+    server.isStopping = true;
+    const timespec time{seconds, 0};
+    sigtimedwait(&stopSignals, nullptr, &time);
+}
+
 // Stops accepting connections, waits for the requests in progress and stops the daemon. The handlers are stopped before
 // the daemon, because no worker may resume a connection of a stopped daemon; a request that arrives in between is
 // refused.
 void stopDaemon(ServerState& server, MHD_Daemon* pDaemon)
 {
-    server.isStopping = true;
     const MHD_socket listenFd = MHD_quiesce_daemon(pDaemon);
     shutdown(listenFd, SHUT_RDWR);  // refuses new connections instead of leaving them in the backlog
     const auto start = Clock::now();
@@ -254,6 +261,7 @@ void serve(const ModuleSet& modules, const StaticFiles& page, const ServeOptions
     std::cout << "listening on http://" << ip << ':' << portOf(pDaemon) << std::endl;
     int received = 0;
     sigwait(&stopSignals, &received);
+    drain(server, options.drainSeconds, stopSignals);
     stopDaemon(server, pDaemon);
     store::setChangeSink(nullptr);
     store::setOutageSink(nullptr);

@@ -53,23 +53,40 @@ void enableWriteAheadLog()
     }
 }
 
+// Opens the connections. Reads from a file, because SQLite opens one that it cannot read.
+void connect(const Address& address, size_t connections)
+{
+    auto pStateReader = std::make_unique<StateReader>(address);
+    gPool = std::make_unique<Pool>(address, connections);
+    gStateReader = std::move(pStateReader);
+    if (!address.isPostgres) {
+        openOperatorTurns(address.place);
+        number(Connection().sql(), "PRAGMA schema_version");
+    }
+}
+
 }  // namespace
 
 void openDatabase(const std::string& url, OpenMode mode, size_t connections)
 {
     closeDatabase();
     Address address = addressOf(url);
+    const std::string path = address.place;  // which may lead elsewhere from now on
     if (!address.isPostgres) {
-        address.place = provideStoreFile(address.place, mode);
+        address.place = provideStoreFile(path, mode);
     }
     // One thread at a time uses a connection of the pool, so SQLite need not lock it again for every column. The call
     // has no effect, and does no harm, once the library is in use.
     sqlite_api::sqlite3_config(SQLITE_CONFIG_MULTITHREAD);
-    auto pStateReader = std::make_unique<StateReader>(address);
-    gPool = std::make_unique<Pool>(address, connections);
-    gStateReader = std::move(pStateReader);
-    if (!address.isPostgres) {
-        openOperatorTurns(address.place);
+    try {
+        connect(address, connections);
+    } catch (const DatabaseError&) {
+        closeDatabase();
+        const std::string right = address.isPostgres ? "" : missingRight(address.place);
+        if (right.empty()) {
+            throw;
+        }
+        throw std::runtime_error("cannot open the store " + path + ": " + right);
     }
 }
 

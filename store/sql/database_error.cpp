@@ -42,6 +42,9 @@ std::string textOf(const soci::soci_error& error)
     if (pSqlite != nullptr && pSqlite->result() == SQLITE_NOTADB) {
         return "not a store: the file is not a database";
     }
+    if (pSqlite != nullptr && (pSqlite->result() & 0xff) == SQLITE_READONLY) {
+        return "the store can only be read: this account may not write its file";
+    }
     std::string text = error.get_error_message();
     for (const char* szEnd : {"\nLINE ", " while preparing ", " while executing "}) {
         text.resize(std::min(text.find(szEnd), text.size()));

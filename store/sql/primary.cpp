@@ -32,8 +32,8 @@ std::string percentEncoded(const std::string& text)
 {
     constexpr char kDigits[] = "0123456789ABCDEF";
     std::string encoded;
-    for (const unsigned char c : text) {
-        encoded += {'%', kDigits[c >> 4], kDigits[c & 0xf]};
+    for (const char c : text) {
+        encoded += {'%', kDigits[(c >> 4) & 0xf], kDigits[c & 0xf]};
     }
     return encoded;
 }

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <system_error>
 
@@ -62,6 +63,22 @@ try {
 bool isWritable(const std::string& path)
 {
     return access(path.c_str(), W_OK) == 0;
+}
+
+std::string missingRight(const std::string& path)
+{
+    const std::filesystem::path shared = path + "-shm";
+    for (const char* szEnd : {"", "-wal", "-shm"}) {
+        const std::filesystem::path file = path + szEnd;
+        if (access(file.c_str(), R_OK) != 0 && errno == EACCES) {
+            return "this account may not read " + file.filename().string();
+        }
+    }
+    if (access(shared.c_str(), F_OK) != 0 && access(shared.parent_path().c_str(), W_OK) != 0) {
+        return "this account may not write its folder, where SQLite needs " + shared.filename().string() +
+               " to read it";
+    }
+    return "";
 }
 
 void restrictStoreFile(const std::string& path)
