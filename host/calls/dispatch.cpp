@@ -64,9 +64,14 @@ store::Cause completed(store::Cause cause, int code)
     return cause;
 }
 
+std::string quoted(const std::string& text)
+{
+    return Json::valueToQuotedString(printable(text).c_str());
+}
+
 std::string errorMember(const char* szName, const std::string& text)
 {
-    return std::string(",\"") + szName + "\":" + Json::valueToQuotedString(printable(text).c_str());
+    return std::string(",\"") + szName + "\":" + quoted(text);
 }
 
 std::string errorEnvelope(int code, const store::Cause& given)
@@ -166,13 +171,10 @@ Answer answerRequest(const VELQ::APIMethod& row, const store::Account& account, 
         if (const auto refusal = refusalOfArrays(jParams)) {
             return errorAnswer(413, *refusal);
         }
-        if (const auto refusal = refusalOfNames(row, jParams)) {
-            return errorAnswer(400, *refusal);
-        }
-        const store::Cause missing = missingParameter(row, jParams);
+        const ParameterFaults faults{ignoredNames(row, jParams), missingParameter(row, jParams)};
         VELQ::APIResponse resp;
         const int status = callHandler(row.pHandler, account, std::move(jParams), resp, watch) ? 200 : 500;
-        return answerOf(resp, status, missing);
+        return answerOf(resp, status, faults);
     } catch (const std::exception& e) {
         reportException(e.what());
         return errorAnswer(500);
@@ -204,14 +206,15 @@ std::optional<Answer> answerRead(Handler handler, const store::Account& account,
     return isTaken ? std::nullopt : std::optional(errorAnswer(500));
 }
 
-Answer answerOf(VELQ::APIResponse& resp, int status, const store::Cause& missing)
+Answer answerOf(VELQ::APIResponse& resp, int status, const ParameterFaults& faults)
 {
     if (resp.IsSuccess()) {
-        return {.status = status, .text = makeText(envelope(resp)), .succeeded = true};
+        return {.status = status, .text = makeText(envelope(resp, faults.ignored)), .succeeded = true};
     }
     store::Cause cause = store::takeRefusal();
     const int code = codeOf(resp, cause);
     // The store gets "node_id" as the record's "id".
+    const store::Cause& missing = faults.missing;
     const bool isUnexplained = cause.text.empty() || (cause.member == "id" && missing.member == "node_id");
     if (isUnexplained && !missing.text.empty() && (code == kErrorParameter || code == kErrorFailed)) {
         cause = missing;
@@ -225,11 +228,14 @@ Answer errorAnswer(int status, const store::Cause& cause)
     return {.status = status, .code = status, .text = makeText(std::move(parts))};
 }
 
-std::vector<std::string> envelope(VELQ::APIResponse& resp)
+std::vector<std::string> envelope(VELQ::APIResponse& resp, const std::vector<std::string>& ignored)
 {
     std::vector<std::string> parts = resp.TakeData();
     parts.insert(parts.begin(), "{\"success\":true,\"data\":");
-    parts.emplace_back("}");
+    for (const std::string& name : ignored) {
+        parts.push_back((&name == &ignored.front() ? ",\"ignored\":[" : ",") + quoted(name));
+    }
+    parts.emplace_back(ignored.empty() ? "}" : "]}");
     return parts;
 }
 

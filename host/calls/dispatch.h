@@ -53,7 +53,7 @@ bool callHandler(Handler handler, const store::Account& account, Json::Value jPa
                  const store::RequestWatch& watch = {});
 
 // Calls the method's handler and returns the answer to be sent: HTTP status 200, 500 after an exception, or without a
-// call 413 when refusalOfArrays() finds an array too long, 400 when refusalOfNames() finds an unknown name.
+// call 413 when refusalOfArrays() finds an array too long.
 Answer answerRequest(const VELQ::APIMethod& row, const store::Account& account, Json::Value jParams,
                      const store::RequestWatch& watch = {});
 
@@ -63,18 +63,24 @@ Answer answerRequest(const VELQ::APIMethod& row, const store::Account& account, 
 std::optional<Answer> answerRead(Handler handler, const store::Account& account, Json::Value jParams,
                                  const EarlyAnswer& onSuccess);
 
+// What the host knows of the parameters of a request and the method does not say.
+struct ParameterFaults {
+    std::vector<std::string> ignored;  // names
+    store::Cause missing;              // empty when no parameter is known to be missing
+};
+
 // Returns the answer with the outcome of a handler, and takes the data out of resp. An error carries the cause of the
 // store's refusal of the thread's last call, if it refused, else the missing parameter, if one is missing, else the
 // text that belongs to the code. So call it right after the handler and on the same thread. Throws std::exception when
 // memory runs out.
-Answer answerOf(VELQ::APIResponse& resp, int status = 200, const store::Cause& missing = {});
+Answer answerOf(VELQ::APIResponse& resp, int status = 200, const ParameterFaults& faults = {});
 
 // Returns the answer to a request that reaches no handler. status: the HTTP status, which becomes the error code as
 // well. cause: what it lacks is taken from the standard cause of the code.
 Answer errorAnswer(int status, const store::Cause& cause = {});
 
-// Returns the envelope of a success, in pieces, and takes the data out of resp. Throws std::exception when memory runs
-// out.
-std::vector<std::string> envelope(VELQ::APIResponse& resp);
+// Returns the envelope of a success, in pieces, and takes the data out of resp. ignored: names that the method ignores.
+// Throws std::exception when memory runs out.
+std::vector<std::string> envelope(VELQ::APIResponse& resp, const std::vector<std::string>& ignored = {});
 
 }  // namespace host

@@ -21,6 +21,7 @@ struct Method {
 };
 
 constexpr char kRecords[] = "multiple_data";
+constexpr size_t kMaxIgnored = 10;  // that an answer names
 
 // Members of a node in an answer that no method changes. A client may send a node as it came.
 const Names kAnswered = {"id", "node_id", "node_type", "parent_type", "mtime", "children", "expanded", "loaded"};
@@ -55,21 +56,16 @@ bool contains(const Names& names, std::string_view name)
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-std::optional<store::Cause> refusalOfObject(const Method& method, const Json::Value& jObject, bool isRecord)
+void addIgnored(const Method& method, const Json::Value& jObject, bool isRecord, std::vector<std::string>& ignored)
 {
-    for (auto it = jObject.begin(); jObject.isObject() && it != jObject.end(); ++it) {
+    for (auto it = jObject.begin(); jObject.isObject() && it != jObject.end() && ignored.size() < kMaxIgnored; ++it) {
         const std::string name = it.name();
-        const bool isRevision = name == "revision";
-        if (contains(method.required, name) || contains(method.known, name) || contains(kAnswered, name) ||
-            (isRevision && isRecord)) {
-            continue;
+        const bool isKnown = contains(method.required, name) || contains(method.known, name) ||
+                             contains(kAnswered, name) || (isRecord && name == "revision");
+        if (!isKnown && std::find(ignored.begin(), ignored.end(), name) == ignored.end()) {
+            ignored.push_back(name);
         }
-        const bool takesRecords = contains(method.known, kRecords);
-        return store::Cause{"malformed", name,
-                            name + (isRevision && takesRecords ? ": has an effect in a record of multiple_data only"
-                                                               : ": the method knows no such name")};
     }
-    return std::nullopt;
 }
 
 // Returns the cause for the first of the names that the object lacks. place: what stands before the name.
@@ -86,18 +82,18 @@ store::Cause missingMember(const Names& names, const Json::Value& jObject, const
 
 }  // namespace
 
-std::optional<store::Cause> refusalOfNames(const VELQ::APIMethod& row, const Json::Value& jParams)
+std::vector<std::string> ignoredNames(const VELQ::APIMethod& row, const Json::Value& jParams)
 {
+    std::vector<std::string> ignored;
     const Method* pMethod = find(row);
-    if (pMethod == nullptr) {
-        return std::nullopt;
+    if (pMethod == nullptr || !jParams.isObject()) {
+        return ignored;
     }
-    auto refusal = refusalOfObject(*pMethod, jParams, false);
-    const Json::Value& jRecords = jParams.isObject() ? jParams[kRecords] : Json::Value::nullSingleton();
-    for (auto it = jRecords.begin(); !refusal && it != jRecords.end(); ++it) {
-        refusal = refusalOfObject(*pMethod, *it, true);
+    addIgnored(*pMethod, jParams, false, ignored);
+    for (const Json::Value& jRecord : jParams[kRecords]) {
+        addIgnored(*pMethod, jRecord, true, ignored);
     }
-    return refusal;
+    return ignored;
 }
 
 store::Cause missingParameter(const VELQ::APIMethod& row, const Json::Value& jParams)

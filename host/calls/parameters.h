@@ -1,7 +1,8 @@
-// Knows the parameters of the methods that change something, for refusals that the store does not explain.
+// Knows the parameters of the methods that change something, for what neither the module nor the store can explain.
 #pragma once
 
-#include <optional>
+#include <string>
+#include <vector>
 
 #include <json/value.h>
 
@@ -10,10 +11,10 @@
 
 namespace host {
 
-// Returns why a request is refused that carries a name which the method does not know, as a parameter or in a record of
-// "multiple_data"; otherwise nothing. The method would ignore the name, so that a misspelled member, or a "revision"
-// that does not protect anything, would look like a success. Methods of other modules know any name.
-std::optional<store::Cause> refusalOfNames(const VELQ::APIMethod& row, const Json::Value& jParams);
+// Returns names that the method ignores, of parameters and of members of records in "multiple_data": the first ten.
+// Otherwise a misspelled member, or a "revision" that does not protect anything, would look like a success. Methods of
+// other modules ignore nothing that is known here.
+std::vector<std::string> ignoredNames(const VELQ::APIMethod& row, const Json::Value& jParams);
 
 // Returns which parameter the method requires and does not get, an empty cause when none is known to be missing.
 store::Cause missingParameter(const VELQ::APIMethod& row, const Json::Value& jParams);
