@@ -21,7 +21,7 @@ namespace host {
 
 namespace {
 
-constexpr int kMaxNesting = 1010;  // of an exported fleet
+constexpr int kMaxExportNesting = 1010;  // of an exported fleet
 constexpr int64_t kSecondsPerDay = 24 * 60 * 60;
 constexpr int64_t kDaysBeforeEnd = 14;  // in which a token that is in use should be replaced
 
@@ -36,7 +36,7 @@ Json::Value exportedFleet()
     std::string text, error;
     store::exportFleet([&text](const std::string& line) { text += line + '\n'; });
     Json::Value jFleet;
-    if (!store::readUntrustedJson(text, kMaxNesting, jFleet, error)) {
+    if (!store::readUntrustedJson(text, kMaxExportNesting, jFleet, error)) {
         throw std::runtime_error(error);
     }
     return jFleet;

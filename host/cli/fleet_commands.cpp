@@ -18,7 +18,7 @@ namespace host {
 
 namespace {
 
-constexpr int kMaxNesting = 1010;  // of a file, in which a value of a record may have 1,000 levels by itself
+constexpr int kMaxFileNesting = 1010;  // of a file, in which a value of a record may have 1,000 levels by itself
 
 std::string displayName(const std::string& path)
 {
@@ -58,7 +58,7 @@ Json::Value readJsonFile(const std::string& path)
     const std::string text(std::istreambuf_iterator<char>(file), {});
     Json::Value jValue;
     std::string error;
-    if (!store::readUntrustedJson(text, kMaxNesting, jValue, error)) {
+    if (!store::readUntrustedJson(text, kMaxFileNesting, jValue, error)) {
         throw std::runtime_error(displayName(path) + " is not JSON: " + error);
     }
     return jValue;

@@ -79,7 +79,7 @@ std::vector<Representation> representationsOf(std::string bytes)
     return representations;
 }
 
-const char* headerValue(MHD_Connection* pConnection, const char* szName)
+const char* headerOrNull(MHD_Connection* pConnection, const char* szName)
 {
     return MHD_lookup_connection_value(pConnection, MHD_HEADER_KIND, szName);
 }
@@ -87,7 +87,7 @@ const char* headerValue(MHD_Connection* pConnection, const char* szName)
 // Returns whether the client has this version of the file.
 bool isCached(MHD_Connection* pConnection, const std::string& etag)
 {
-    const char* szEtags = headerValue(pConnection, MHD_HTTP_HEADER_IF_NONE_MATCH);
+    const char* szEtags = headerOrNull(pConnection, MHD_HTTP_HEADER_IF_NONE_MATCH);
     return szEtags != nullptr && (strcmp(szEtags, "*") == 0 || strstr(szEtags, etag.c_str()) != nullptr);
 }
 
@@ -110,7 +110,7 @@ void addHeaders(MHD_Response* pResponse, const char* szType, const Representatio
 // its own response.
 void addSite(MHD_Response* pResponse, MHD_Connection* pConnection)
 {
-    const char* szSite = headerValue(pConnection, "Sec-Fetch-Site");
+    const char* szSite = headerOrNull(pConnection, "Sec-Fetch-Site");
     for (const char* szKnown : {"cross-site", "same-site", "same-origin", "none"}) {
         if (szSite != nullptr && strcmp(szSite, szKnown) == 0) {
             MHD_add_response_header(pResponse, "Server-Timing", (std::string("site;desc=") + szKnown).c_str());
@@ -159,7 +159,7 @@ const StaticFile* StaticFiles::find(std::string_view path) const
 
 MHD_Result queueFile(MHD_Connection* pConnection, const StaticFile& file, bool closeAfterResponse, int& status)
 {
-    const Coding coding = acceptedCoding(headerValue(pConnection, MHD_HTTP_HEADER_ACCEPT_ENCODING));
+    const Coding coding = acceptedCoding(headerOrNull(pConnection, MHD_HTTP_HEADER_ACCEPT_ENCODING));
     const Representation& sent = file.preferredBy(coding);
     // The library sends no body with 304.
     status = isCached(pConnection, sent.etag) ? MHD_HTTP_NOT_MODIFIED : MHD_HTTP_OK;

@@ -11,16 +11,16 @@
 namespace store {
 namespace {
 
-std::mutex gSinkMutex;  // guards the sink
-std::function<void(const std::string&)> gSink;
+std::mutex gHealthSinkMutex;  // guards the sink
+std::function<void(const std::string&)> gHealthSink;
 
 }  // namespace
 
 void reportOutage(const std::string& line) noexcept
 try {
-    const std::lock_guard lock(gSinkMutex);
-    if (gSink) {
-        gSink(line);
+    const std::lock_guard lock(gHealthSinkMutex);
+    if (gHealthSink) {
+        gHealthSink(line);
     }
 } catch (...) {  // a log that fails does not stop the monitor
 }
@@ -98,8 +98,8 @@ void HealthMonitor::noteResult(const std::string& failure)
 
 void setOutageSink(std::function<void(const std::string& line)> sink)
 {
-    const std::lock_guard lock(gSinkMutex);
-    gSink = std::move(sink);
+    const std::lock_guard lock(gHealthSinkMutex);
+    gHealthSink = std::move(sink);
 }
 
 }  // namespace store

@@ -83,32 +83,32 @@ std::vector<size_t> parentsOf(const Section<Group>& groups)
     return parents;
 }
 
-struct Ancestry {
+struct ParentChain {
     int depth = 0;         // kMaxGroupDepth + 1 for any greater depth
     bool isCycle = false;  // whether the group is its own ancestor
 };
 
 // Follows the parents up to the root. Stops beyond the allowed depth, because a cycle above the group would never end.
-Ancestry ancestryOf(size_t group, const std::vector<size_t>& parents)
+ParentChain parentChainOf(size_t group, const std::vector<size_t>& parents)
 {
-    Ancestry ancestry;
-    for (size_t i = group; i != 0 && !ancestry.isCycle && ancestry.depth <= kMaxGroupDepth; ++ancestry.depth) {
+    ParentChain chain;
+    for (size_t i = group; i != 0 && !chain.isCycle && chain.depth <= kMaxGroupDepth; ++chain.depth) {
         i = parents[i];
-        ancestry.isCycle = i == group;
+        chain.isCycle = i == group;
     }
-    return ancestry;
+    return chain;
 }
 
 void checkDepths(const Section<Group>& groups)
 {
     const std::vector<size_t> parents = parentsOf(groups);
-    const auto ancestry = [&](const Entry<Group>& entry) {
-        return ancestryOf(static_cast<size_t>(&entry - groups.data()), parents);
+    const auto chain = [&](const Entry<Group>& entry) {
+        return parentChainOf(static_cast<size_t>(&entry - groups.data()), parents);
     };
-    if (const auto* pGroup = firstInvalid(groups, [&](const auto& entry) { return ancestry(entry).isCycle; })) {
+    if (const auto* pGroup = firstInvalid(groups, [&](const auto& entry) { return chain(entry).isCycle; })) {
         throw InvalidInput(placeOf(*pGroup) + "parent_id", "leads round in a circle");
     }
-    const auto isTooDeep = [&](const Entry<Group>& entry) { return ancestry(entry).depth > kMaxGroupDepth; };
+    const auto isTooDeep = [&](const Entry<Group>& entry) { return chain(entry).depth > kMaxGroupDepth; };
     if (const auto* pGroup = firstInvalid(groups, isTooDeep)) {
         throw InvalidInput(placeOf(*pGroup) + "parent_id",
                            "more than " + std::to_string(kMaxGroupDepth) + " groups below one another, or a circle");
@@ -189,7 +189,7 @@ std::vector<int> depthsOf(const Section<Group>& groups)
     std::vector<int> depths;
     depths.reserve(groups.size());
     for (size_t i = 0; i < groups.size(); ++i) {
-        depths.push_back(ancestryOf(i, parents).depth);
+        depths.push_back(parentChainOf(i, parents).depth);
     }
     return depths;
 }

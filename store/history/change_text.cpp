@@ -84,7 +84,7 @@ void addField(MemberChanges& members, const Field<R>& field, const auto* pBefore
 
 }  // namespace
 
-std::string quoted(const std::string& text)
+std::string quotedText(const std::string& text)
 {
     return Json::valueToQuotedString(text.c_str());
 }
@@ -105,7 +105,7 @@ void MemberChanges::addText(const char* szName, const std::string* pBefore, cons
     const bool isCut = isLong(pBefore) || isLong(pAfter);
     const size_t from = isCut && pBefore != nullptr && pAfter != nullptr ? beginOfDifference(*pBefore, *pAfter) : 0;
     const auto show = [from](const std::string* pText) {
-        return pText == nullptr ? "null" : quoted(partOf(*pText, std::min(from, pText->size())));
+        return pText == nullptr ? "null" : quotedText(partOf(*pText, std::min(from, pText->size())));
     };
     add(szName, show(pBefore), show(pAfter), isCut);
 }
@@ -176,7 +176,7 @@ void appendText(const Change& change, std::string& text)
     text += '[';
     text += std::to_string(change.id);
     text += ',';
-    text += quoted(change.name);
+    text += quotedText(change.name);
     text += ",\"";
     text += change.szAction;
     text += "\",[";

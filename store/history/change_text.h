@@ -70,7 +70,7 @@ Change changeBetween(const R* pBefore, const R* pAfter);
 void appendText(const Change& change, std::string& text);
 
 // Returns the text as a JSON string.
-std::string quoted(const std::string& text);
+std::string quotedText(const std::string& text);
 
 // Returns the name as a part of a path: with "\/" for a slash and "\\" for a backslash.
 std::string pathPart(const std::string& name);

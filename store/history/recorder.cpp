@@ -24,7 +24,7 @@ std::string gCommand;
 std::atomic<bool> gIsRecording{true};
 
 // Bounds the walk along a damaged tree, which may have cycles.
-constexpr int kMaxSteps = 2 * kMaxGroupDepth;
+constexpr int kMaxPathSteps = 2 * kMaxGroupDepth;
 
 // Defines "above": the group of the parameter and those above it but the root, with the paths from these down to it.
 const std::string kAbove =
@@ -32,7 +32,7 @@ const std::string kAbove =
     " WHERE id = :group AND id <> 0 UNION ALL"
     " SELECT o.parent_id, CAST(o.id AS TEXT) || '/' || a.ids, @ || '/' || a.path, a.steps + 1"
     " FROM ou o JOIN above a ON o.id = a.parent_id WHERE o.id <> 0 AND a.steps < " +
-    std::to_string(kMaxSteps) + ") ";
+    std::to_string(kMaxPathSteps) + ") ";
 
 // Returns the text after WITH RECURSIVE and other tables that inserts one row for each row of that table.
 std::string insertFor(const std::string& table)
@@ -149,7 +149,7 @@ const GroupPaths::Path& GroupPaths::pathOf(int64_t id, int steps)
     if (known != m_known.end()) {
         return known->second;
     }
-    const Group* pGroup = id == 0 || steps == kMaxSteps ? nullptr : m_find(id);
+    const Group* pGroup = id == 0 || steps == kMaxPathSteps ? nullptr : m_find(id);
     if (pGroup == nullptr) {
         return kNone;
     }
@@ -159,7 +159,7 @@ const GroupPaths::Path& GroupPaths::pathOf(int64_t id, int steps)
         path.ids.insert(0, above.ids + "/");
         path.names.insert(0, above.names + "/");
     }
-    path.text = quoted(path.ids) + "," + quoted(path.names);
+    path.text = quotedText(path.ids) + "," + quotedText(path.names);
     return m_known.emplace(id, std::move(path)).first->second;
 }
 

@@ -11,7 +11,7 @@
 namespace store {
 namespace {
 
-std::function<void(const std::string&)> gSink;
+std::function<void(const std::string&)> gChangeSink;
 
 // Returns whether a line can show the name as it is: it cannot be taken for two fields, for "no account" or for a uid.
 bool isPlainName(const std::string& name)
@@ -33,7 +33,7 @@ std::string nameForLine(const Rights& rights)
 
 std::string changeLine(const Rights& rights, const char* szKind, int64_t id, const std::string& what)
 {
-    if (!gSink || what.empty()) {
+    if (!gChangeSink || what.empty()) {
         return "";
     }
     return nameForLine(rights) + " " + szKind + " " + std::to_string(id) + " " + what;
@@ -46,7 +46,7 @@ void logChange(const std::string& line) noexcept
     }
     const int saved = errno;
     try {
-        gSink(line);
+        gChangeSink(line);
     } catch (...) {  // the change is committed, so a failure of the log must not make the call fail
     }
     errno = saved;
@@ -66,7 +66,7 @@ void rememberChange(int nodeType, int64_t id) noexcept
 
 void setChangeSink(std::function<void(const std::string& line)> sink)
 {
-    gSink = std::move(sink);
+    gChangeSink = std::move(sink);
 }
 
 }  // namespace store
