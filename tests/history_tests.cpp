@@ -205,7 +205,8 @@ TEST_P(HistoryTest, pagesStayWhileRowsComeAndGo)
 {
     Json::Value jFleet = json(kFleet);
     for (int id = 100; id < 240; ++id) {
-        jFleet["servers"].append(json("{'id':%,'parent_id':1,'name':'n%'}", id, id));
+        jFleet["servers"].append(
+            json("{'id':%,'parent_id':%,'name':'n','linked_gpo':{'order':[{'id':2}]}}", id, id % 50 == 0 ? 2 : 1));
     }
     store::applyFleet(jFleet, {});
     for (int i = 0; i < 4; ++i) {
@@ -216,7 +217,9 @@ TEST_P(HistoryTest, pagesStayWhileRowsComeAndGo)
     for (int pages = 1; pages <= 3; ++pages) {
         const Json::Value jPage = page(filter);
         for (const Json::Value& jChange : jPage["changes"]) {
-            ids.insert(jChange["id"].asInt64());
+            const int64_t id = jChange["id"].asInt64();
+            ids.insert(id);
+            EXPECT_EQ(jChange["path"], id == 3 ? "HQ/a\\/b/Web" : id % 50 == 0 ? "HQ/a\\/b/n" : "HQ/n") << id;
         }
         EXPECT_EQ(jPage["changes"].size(), pages < 3 ? 50u : 44u);
         EXPECT_EQ(jPage["next"].isNull(), pages == 3);
@@ -225,6 +228,9 @@ TEST_P(HistoryTest, pagesStayWhileRowsComeAndGo)
     }
     EXPECT_EQ(ids.count(3), 4u);
     EXPECT_EQ(std::set<int64_t>(ids.begin(), ids.end()).size(), 141u);
+    store::applyFleet(json(kFleet), {.dryRun = false, .prune = true});
+    EXPECT_EQ(rows("SELECT CAST(id AS TEXT) FROM kx"), (std::multiset<std::string>{"5", "6"}));
+    EXPECT_EQ(rows("SELECT CAST(node_id AS TEXT) FROM policy_link").size(), 0u);
 }
 
 TEST_P(HistoryTest, isPrunedInStepsWhileOthersWrite)

@@ -159,10 +159,18 @@ Json::Value membersOf(const Json::Value& jStored)
     return jMembers;
 }
 
-// jStored: one of the row's changes.
+// Sets the identifiers and names of the groups above the records of the row to those of that change, if it has any.
+void readPath(const Json::Value& jStored, HistoryRow& row)
+{
+    if (jStored.size() > 5) {
+        row.groupIds = VLIBCString(jStored[4].asString());
+        row.path = VLIBCString(jStored[5].asString());
+    }
+}
+
+// jStored: one of the row's changes. The row has the groups above its record.
 Json::Value changeOf(const Rights& rights, const HistoryRow& row, const Json::Value& jStored)
 {
-    const bool hasPath = jStored.size() > 5;
     const std::string record = row.record.c_str();
     Json::Value jChange;
     jChange["time"] = Json::Int64{row.time};
@@ -175,9 +183,7 @@ Json::Value changeOf(const Rights& rights, const HistoryRow& row, const Json::Va
     jChange["kind"] = record.substr(0, record.find(':'));
     jChange["id"] = jStored[0];
     jChange["name"] = jStored[1];
-    jChange["path"] = visiblePath(rights, hasPath ? jStored[4].asString() : row.groupIds.c_str(),
-                                  hasPath ? jStored[5].asString() : row.path.c_str()) +
-                      pathPart(jStored[1].asString());
+    jChange["path"] = visiblePath(rights, row.groupIds.c_str(), row.path.c_str()) + pathPart(jStored[1].asString());
     jChange["action"] = jStored[2];
     jChange["members"] = membersOf(jStored[3]);
     return jChange;
@@ -249,9 +255,9 @@ public:
     Json::Value read(Place place)
     {
         for (bool isMore = true; isMore;) {
-            const std::vector<NumberedRow> rows = readRows(m_sql, m_filter, m_node, place.row);
+            std::vector<NumberedRow> rows = readRows(m_sql, m_filter, m_node, place.row);
             isMore = rows.size() == kBatchSize;
-            for (const NumberedRow& row : rows) {
+            for (NumberedRow& row : rows) {
                 if (!addChanges(row, row.number == place.row ? place.done : 0)) {
                     return page();
                 }
@@ -263,10 +269,14 @@ public:
 
 private:
     // Adds the row's changes from that index on. Returns false, and sets the next place, when the page is full.
-    bool addChanges(const NumberedRow& numbered, int64_t from)
+    bool addChanges(NumberedRow& numbered, int64_t from)
     {
         const Json::Value jChanges = storedChanges(numbered.row);
-        for (auto i = static_cast<Json::ArrayIndex>(from); i < jChanges.size(); ++i) {
+        for (Json::ArrayIndex i = 0; i < jChanges.size(); ++i) {
+            readPath(jChanges[i], numbered.row);
+            if (i < from) {
+                continue;
+            }
             if (m_node && jChanges[i][0].asInt64() != m_node->id) {
                 continue;
             }

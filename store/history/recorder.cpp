@@ -180,11 +180,15 @@ void BulkRecorder::add(const Change& change, GroupPaths& paths)
     }
     m_szKind = change.szKind;
     m_lastId = change.id;
+    const std::string& path = paths.textOf(change.groupId);
     m_changes += m_count == 0 ? '[' : ',';
     appendText(change, m_changes);
-    m_changes.back() = ',';
-    m_changes += paths.textOf(change.groupId);
-    m_changes += ']';
+    if (m_count == 0 || path != m_path) {
+        m_changes.back() = ',';
+        m_changes += path;
+        m_changes += ']';
+        m_path = path;
+    }
     ++m_count;
 }
 

@@ -4,8 +4,8 @@
 // number, in the order of the commits; time, in seconds since 1970; uid of the acting account, -1 without one; actor,
 // the name that this account had, or the command; record, as keyOf() or keyOfBlock() returns it; group_ids and path of
 // the groups above the record, of which the root group is left out; changes, an array of texts as history/change_text.h
-// describes them. In a row of several records, group_ids and path are empty, and two more elements of each change hold
-// them.
+// describes them. In a row of several records, group_ids and path are empty, and two more elements of a change hold
+// them, unless they are those of the change before it.
 //
 // Functions that take a session run in the caller's transaction and throw DatabaseError.
 #pragma once
@@ -122,6 +122,7 @@ private:
     const char* m_szKind = nullptr;  // of the waiting changes
     int64_t m_lastId = 0;            // of the last of them
     std::string m_changes;
+    std::string m_path;  // of the last of them, as GroupPaths::textOf() returns it
     size_t m_count = 0;
 };
 

@@ -19,6 +19,16 @@ thread_local uint64_t tStatements = 0;
     throw DatabaseError(error);
 }
 
+// Returns the index after the consecutive numbers that begin at that index.
+size_t endOfRange(const std::vector<int64_t>& values, size_t begin)
+{
+    size_t end = begin + 1;
+    while (end < values.size() && values[end - 1] < values[end] && values[end - 1] == values[end] - 1) {
+        ++end;
+    }
+    return end;
+}
+
 }  // namespace
 
 Statement::Statement(soci::session& sql)
@@ -88,14 +98,32 @@ int64_t Statement::change()
 std::vector<std::string> conditionsFor(const std::string& column, const std::vector<int64_t>& values)
 {
     constexpr size_t kMaxValues = 1000;
+    constexpr size_t kShortestRange = 100;
     std::vector<std::string> conditions;
-    for (size_t i = 0; i < values.size(); ++i) {
-        if (i % kMaxValues == 0) {
-            conditions.push_back(column + " IN (");
+    std::string list;
+    size_t listed = 0;
+    const auto endList = [&] {
+        if (listed > 0) {
+            conditions.push_back(column + " IN (" + list + ")");
         }
-        conditions.back() +=
-            std::to_string(values[i]) + (i + 1 == values.size() || i % kMaxValues == kMaxValues - 1 ? ")" : ",");
+        list.clear();
+        listed = 0;
+    };
+    for (size_t i = 0, end = 0; i < values.size(); i = end) {
+        end = endOfRange(values, i);
+        if (end - i >= kShortestRange) {
+            conditions.push_back(column + " BETWEEN " + std::to_string(values[i]) + " AND " +
+                                 std::to_string(values[end - 1]));
+            continue;
+        }
+        for (; i < end; ++i) {
+            list += (listed == 0 ? "" : ",") + std::to_string(values[i]);
+            if (++listed == kMaxValues) {
+                endList();
+            }
+        }
     }
+    endList();
     return conditions;
 }
 
