@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Kills `zemhost apply` at random moments and checks each time that the store contains either the whole old fleet or
-the whole new one.
+the whole new one, and that the history has each change of an apply that was done and none of another.
 
 usage: tools/apply_crash_test.py BUILD_DIR [--rounds 50] [--seed N] [--database postgresql]
 """
@@ -38,6 +38,11 @@ def state(store):
     return re.sub(r', "mtime": \d+, "revision": \d+', "", store.run("export"))
 
 
+def recorded(store):
+    """Returns the number of changes in the history."""
+    return sum(len(json.loads(changes)) for changes, in store.rows("SELECT changes FROM history"))
+
+
 def apply_and_kill(store, path, moment):
     """Kills the program after `moment` seconds. Returns None when killed, else whether it ended with status 0."""
     process = subprocess.Popen([store.program, "apply", "--prune", path], cwd=store.folder, env=store.environment,
@@ -51,13 +56,15 @@ def apply_and_kill(store, path, moment):
 
 def play(store, chance, rounds):
     """Returns the faults as texts."""
-    paths, states = [store.folder / "0.json", store.folder / "1.json"], []
+    paths, states, history = [store.folder / "0.json", store.folder / "1.json"], [], []
     for path in paths:
         path.write_text(json.dumps(make_fleet(chance)), encoding="utf-8")
         start = time.monotonic()
         store.run("apply", "--prune", path)
         duration = time.monotonic() - start
         states.append(state(store))
+        history.append(recorded(store))
+    changes = history[1] - history[0]  # from one fleet to the other, in either direction
     now, killed, kept = 1, 0, 0
     for number in range(1, rounds + 1):
         ended = apply_and_kill(store, paths[1 - now], chance.uniform(0.2, 1.05) * duration)
@@ -68,7 +75,10 @@ def play(store, chance, rounds):
         killed += ended is None
         kept += found != states[now]
         now = states.index(found)
-    print(f"{rounds} applies of {2 * NODES} nodes, {killed} killed, {kept} done, each as a whole")
+        if recorded(store) != history[1] + kept * changes:
+            return f"round {number}: {kept} applies done, {recorded(store) - history[1]} changes in the history"
+    print(f"{rounds} applies of {2 * NODES} nodes, {killed} killed, {kept} done, each as a whole and with its {changes}"
+          " changes in the history")
     return None if killed else "none was killed"
 
 
