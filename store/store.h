@@ -298,6 +298,12 @@ void setChangeSink(std::function<void(const std::string& line)> sink);
 // before the first probe, false when no store is open.
 bool isStoreAnswering();
 
+// Returns how often the store has stopped answering since the process started.
+uint64_t outageCount();
+
+// Returns how often the database gave a transaction of this process up, which was then repeated.
+uint64_t repeatedTransactionCount();
+
 // Returns a name for the store's present state. Two equal names mean that no change was committed in between, by this
 // process or any other; so an answer that was made between two calls with equal names is still true while a third call
 // returns that name. Changes of a token's last use do not count. Names of different processes may differ for the same

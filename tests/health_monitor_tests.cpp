@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
@@ -73,6 +74,7 @@ TEST(HealthMonitor, reportsEachOutageOnce)
         lines.push_back(line);
         throw 1;  // must not end the monitor
     });
+    const uint64_t before = store::outageCount();
     std::atomic<const char*> szFailure = nullptr;
     std::vector<bool> outcomes;
     const auto probe = [&szFailure] {
@@ -89,6 +91,7 @@ TEST(HealthMonitor, reportsEachOutageOnce)
         }
     }
     store::setOutageSink(nullptr);
+    EXPECT_EQ(store::outageCount() - before, 2u);
     EXPECT_GE(outcomes.size(), 6u);  // it also probes by itself
     EXPECT_EQ(lines, (std::vector<std::string>{"the store does not answer: gone", "the store answers again after 0 s",
                                                "the store does not answer: no reason given"}));

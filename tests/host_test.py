@@ -162,6 +162,7 @@ REFUSED_COMMANDS = [
     ("a folder as the fleet file", "apply .", 1, "directory"),
     ("a fleet file as the inventory", f"import ansible {SAMPLE}", 1, 'group "accounts": not a list of names'),
     ("an address that other machines reach", "serve --listen 0.0.0.0:0", 2, "--allow-remote"),
+    ("an address for metrics that other machines reach", "serve --listen 127.0.0.1:0 --metrics [::]:0", 2, "--allow-remote"),
     ("an address without a port", "serve --listen localhost", 2, "no address"),
     ("an address without a host", "serve --listen 8480", 2, "no address"),
     ("a name that has no address", "serve --listen nowhere.invalid:0", 2, "no address"),

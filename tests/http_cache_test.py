@@ -220,6 +220,9 @@ class HttpCacheTest(unittest.TestCase):
             answers = [self.receive(client) for client in clients]
             self.assertEqual({answer.status for answer in answers}, {status})
             self.assertEqual((self.calls() - before, len({answer.text for answer in answers})), (calls, texts))
+        counts = self.get("/metrics").text
+        self.assertIn(b'zemhost_reads_total{source="method"} 13\n', counts)
+        self.assertIn(b'zemhost_reads_total{source="other_request"} 11\n', counts)
 
     def test_success_is_sent_before_its_handler_ends(self):
         self.serve_probe("text")

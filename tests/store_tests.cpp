@@ -1065,8 +1065,10 @@ TEST_P(FailingTransactionTest, changesAreRetriedAndMadeOnce)
         failFirst(3, isAtCommit ? kNotSerializable : kDeadlock, isAtCommit);
         for (const auto& [change, id, record] : changes) {
             runSql("ALTER SEQUENCE runs RESTART");
+            const uint64_t before = store::repeatedTransactionCount();
             ASSERT_EQ(change(id, record), 0) << record << store::takeRefusal().text;
             EXPECT_GT(runs(), 3) << record;
+            EXPECT_EQ(store::repeatedTransactionCount() - before, 3u) << record;
         }
         EXPECT_EQ(dumpWithoutTimes(), expected);
         EXPECT_EQ(std::exchange(log, ""), expectedLog);

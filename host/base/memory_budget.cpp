@@ -52,12 +52,6 @@ void measure()
     }
 }
 
-uint64_t usedMemory()
-{
-    measure();
-    return sharedBytes + unsharedBytes;
-}
-
 // Returns the number in the file, the largest one when there is none: "max" stands for no limit.
 uint64_t limitIn(const std::string& path)
 {
@@ -109,6 +103,17 @@ uint64_t defaultMemoryLimit()
 {
     const auto machine = static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
     return std::min(machine, controlGroupLimit()) / 2;
+}
+
+uint64_t usedMemory()
+{
+    measure();
+    return sharedBytes + unsharedBytes;
+}
+
+uint64_t memoryLimit()
+{
+    return limitBytes;
 }
 
 uint64_t excessMemory()

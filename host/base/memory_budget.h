@@ -15,8 +15,14 @@ void setMemoryLimit(uint64_t bytes);
 // Returns a bound for this machine, in bytes: half of its memory, or of the limit of the process's control group.
 uint64_t defaultMemoryLimit();
 
-// Returns by how many bytes the bound is exceeded, 0 when it is not. Besides all shares, it counts what else the
-// process has allocated, such as the values of which a running handler makes its answer.
+// Returns how many bytes count: those of all shares, and what else the process has allocated, such as the values of
+// which a running handler makes its answer.
+uint64_t usedMemory();
+
+// Returns the bound in bytes.
+uint64_t memoryLimit();
+
+// Returns by how many bytes the bound is exceeded, 0 when it is not.
 uint64_t excessMemory();
 
 // Gives memory that is no longer used back to the system, when there is much of it.

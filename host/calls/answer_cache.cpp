@@ -51,6 +51,12 @@ void AnswerCache::keep(const ReadKey& key, Coding coding, const Answer& answer)
     }
 }
 
+size_t AnswerCache::bytes() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_bytes;
+}
+
 void AnswerCache::erase(const Key& key)
 {
     const auto entry = m_entries.find(key);

@@ -41,6 +41,14 @@ public:
     // Drops those that were not asked for the longest time. Throws std::bad_alloc.
     void keep(const ReadKey& key, Coding coding, const Answer& answer);
 
+    // Returns how much memory the answers take.
+    size_t bytes() const;
+
+    size_t maxBytes() const
+    {
+        return m_maxBytes;
+    }
+
 private:
     using Key = std::pair<ReadKey, Coding>;
 
@@ -53,7 +61,7 @@ private:
     void erase(const Key& key);
 
     const size_t m_maxBytes;
-    std::mutex m_mutex;  // guards all members below
+    mutable std::mutex m_mutex;  // guards all members below
     std::string m_state;
     size_t m_bytes = 0;
     std::map<Key, Entry> m_entries;

@@ -36,6 +36,7 @@ struct Answer {
     bool succeeded = false;            // whether the envelope says so
     std::string etag{};                // names the answer, in the quotes of the header; empty when it has no name
     Coding coding = Coding::identity;  // of the text
+    const char* szType = "application/json";
 };
 
 // Takes an answer while the handler still runs.

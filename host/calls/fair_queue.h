@@ -54,6 +54,12 @@ public:
     // Frees the worker of a job of that account that was started.
     void finish(AccountKey account);
 
+    // Returns how many jobs wait.
+    size_t waiting() const
+    {
+        return m_slots.taken();
+    }
+
 private:
     struct Account {
         std::list<Job> waiting;
@@ -64,7 +70,7 @@ private:
     // Places of which some are taken.
     class FreePlaces {
     public:
-        explicit FreePlaces(Places all) : m_free(all.shared + all.reserved), m_reserved(all.reserved) {}
+        explicit FreePlaces(Places all) : m_all(all.shared + all.reserved), m_free(m_all), m_reserved(all.reserved) {}
 
         // Returns whether an account that has that many of the places may take another one.
         bool hasOneFor(size_t taken) const
@@ -79,8 +85,13 @@ private:
         {
             ++m_free;
         }
+        size_t taken() const
+        {
+            return m_all - m_free;
+        }
 
     private:
+        const size_t m_all;
         size_t m_free;
         const size_t m_reserved;
     };

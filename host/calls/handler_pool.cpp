@@ -8,7 +8,7 @@
 namespace host {
 
 HandlerPool::HandlerPool(Places workers, Places slots)
-    : m_queue(workers, slots), m_workers(workers.shared + workers.reserved)
+    : m_slots(slots.shared + slots.reserved), m_queue(workers, slots), m_workers(workers.shared + workers.reserved)
 {
     m_idleWorkers.reserve(m_workers.size());
     try {
@@ -43,6 +43,12 @@ bool HandlerPool::isBusy() const
 {
     const std::lock_guard lock(m_mutex);
     return m_idleWorkers.size() < m_workers.size();
+}
+
+HandlerPool::Use HandlerPool::use() const
+{
+    const std::lock_guard lock(m_mutex);
+    return {m_workers.size() - m_idleWorkers.size(), m_workers.size(), m_queue.waiting(), m_slots};
 }
 
 void HandlerPool::stop()

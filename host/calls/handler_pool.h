@@ -42,6 +42,14 @@ public:
     // Returns whether a job runs or waits. Any thread may call it.
     bool isBusy() const;
 
+    // How many jobs run and wait, and how many may.
+    struct Use {
+        size_t running, workers, waiting, slots;
+    };
+
+    // Any thread may call it.
+    Use use() const;
+
     // Waits for the running jobs and their completions, and ends the threads. Jobs that are still queued never run.
     // Only one thread may call it, and no job.
     void stop();
@@ -56,6 +64,7 @@ private:
     void runJobs(Worker& worker);
     void assignJobs();  // gives queued jobs to idle workers; the caller holds the mutex
 
+    const size_t m_slots;
     mutable std::mutex m_mutex;  // guards all members below except the workers' threads
     FairQueue m_queue;
     std::vector<Worker*> m_idleWorkers;  // the one that became idle last is the last

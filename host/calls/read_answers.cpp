@@ -44,6 +44,7 @@ public:
                 } catch (const std::exception&) {  // no memory; the request tries by itself
                     answer.reset();
                 }
+                m_owner.m_sharedCount += answer ? 1 : 0;
                 request.waiter(std::move(answer));
             }
         }
@@ -80,12 +81,14 @@ std::optional<Answer> ReadAnswers::answer(const Read& read, const Call& call, co
         return makeAnswer(key, coding, call, waiter, nullptr);
     }
     if (const std::string etag = etagOf(key, coding); !etag.empty() && read.knownTags.find(etag) != etag.npos) {
+        ++m_notModifiedCount;
         return notModified(etag);
     }
     if (!m_keepsAnswers) {
         return makeAnswer(key, coding, call, waiter, nullptr);
     }
     if (auto kept = m_kept.find(key, coding)) {
+        ++m_keptCount;
         return kept;
     }
     bool isFirst = false;
@@ -112,10 +115,16 @@ std::optional<Answer> ReadAnswers::makeAnswer(const ReadKey& key, Coding coding,
     if (!key.state.empty()) {
         plain = m_kept.find(key, Coding::identity);
     }
+    ++(plain ? m_keptCount : m_calledCount);
     if (!plain) {
         plain = call([&](Answer early) { waiter(completeAnswer(key, coding, std::move(early), pSharedCall)); });
     }
     return plain ? std::optional(completeAnswer(key, coding, *std::move(plain), pSharedCall)) : std::nullopt;
+}
+
+ReadAnswers::Counts ReadAnswers::counts() const
+{
+    return {m_keptCount, m_calledCount, m_sharedCount, m_notModifiedCount, m_kept.bytes(), m_kept.maxBytes()};
 }
 
 // Returns the answer in the coding; names and keeps it, and passes it to the requests that wait, if it may be shared.

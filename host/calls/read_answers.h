@@ -2,7 +2,9 @@
 // answer, as long as the store does not change; and answers have names, so that a client need not get one that it has.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -50,6 +52,14 @@ public:
     // An answer to a request without a body has a name, unless the store changed meanwhile or its state is unknown.
     std::optional<Answer> answer(const Read& read, const Call& call, const Waiter& waiter);
 
+    // How many requests got a kept answer, that of their own call, that of another request's call, or none because the
+    // client has it already; and the memory of the kept answers.
+    struct Counts {
+        uint64_t kept, called, shared, notModified;
+        size_t keptBytes, maxKeptBytes;
+    };
+    Counts counts() const;
+
 private:
     struct WaitingRequest {
         Coding coding;
@@ -67,6 +77,7 @@ private:
     const std::string m_process = randomDigits();
     const bool m_keepsAnswers;
     AnswerCache m_kept;
+    std::atomic<uint64_t> m_keptCount{0}, m_calledCount{0}, m_sharedCount{0}, m_notModifiedCount{0};
     std::mutex m_mutex;  // guards the map
     // The calls that run, each with the requests that wait for its answer.
     std::map<ReadKey, std::vector<WaitingRequest>> m_shared;

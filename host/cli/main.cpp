@@ -101,9 +101,14 @@ void addServe(CommandLine& line)
         [pPage, pConsole, pOptions] {
             *pPage = host::loadPage(*pConsole);
             pOptions->listenFd = host::openListenSocket(pOptions->address, pOptions->allowRemote);
+            if (!pOptions->metricsAddress.empty()) {
+                pOptions->metricsFd = host::openListenSocket(pOptions->metricsAddress, pOptions->allowRemote);
+            }
         });
     pServe->add_option("--listen", pOptions->address, "NAME:PORT, IPV4:PORT or [IPV6]:PORT; port 0: any that is free")
         ->capture_default_str();
+    pServe->add_option("--metrics", pOptions->metricsAddress,
+                       "Another address, on which /metrics and /health need no token; default: none");
     pServe
         ->add_option("--connections", pOptions->connections,
                      "Connections to the store, and requests at a time of which an account may have several")
@@ -153,7 +158,7 @@ void addServe(CommandLine& line)
                      "Bytes of text that all records of one delegate may hold, as 64MiB; 0: any number")
         ->capture_default_str()
         ->transform(CLI::AsSizeValue(false));
-    pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow an address that can be reached from elsewhere");
+    pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow addresses that can be reached from elsewhere");
     pServe->add_flag("--debug", pOptions->echoesFailures, "Write the modules' failure lines to standard output, too");
     auto* pFolder = pServe->add_option("--console", pConsole->folder,
                                        "Folder of the console's page; default: the one that came with zemhost");

@@ -35,6 +35,7 @@ std::optional<uint64_t> bytesTaken(int fd)
 void Connections::open(int fd, const std::string& sender) noexcept
 try {
     const std::lock_guard lock(m_mutex);
+    ++m_opened;
     Connection& connection = m_connections[fd];
     connection.address = sender;
     connection.deadline = Clock::now() + m_limits.headTime;
@@ -104,7 +105,7 @@ void Connections::endSlow()
     const auto now = Clock::now();
     for (auto& [fd, connection] : m_connections) {
         if (now > connection.deadline || (connection.answer && readsTooSlowly(fd, connection, now))) {
-            shutDown(fd, connection);
+            shutDown(fd, connection, m_slow);
         }
     }
 }
@@ -137,10 +138,16 @@ try {
     std::sort(parts.rbegin(), parts.rend());
     for (size_t i = 0; i < parts.size() && freed < bytes; ++i) {
         freed += parts[i].first;
-        shutDown(parts[i].second, m_connections.at(parts[i].second));
+        shutDown(parts[i].second, m_connections.at(parts[i].second), m_forMemory);
     }
 } catch (const std::exception&) {
     return;  // no memory for the lists; the next call tries again
+}
+
+Connections::Counts Connections::counts() const
+{
+    const std::lock_guard lock(m_mutex);
+    return {m_connections.size(), m_limits.all, m_opened, m_overLimit, m_slow, m_forMemory};
 }
 
 // Makes the connection the youngest one of the sender, unless it was shut down or is one of the sender's.
@@ -189,11 +196,11 @@ void Connections::enforceLimits(const Group& group)
 {
     if (group.second.size() > limitOf(group.first)) {
         const int oldest = group.second.front();
-        shutDown(oldest, m_connections.at(oldest));
+        shutDown(oldest, m_connections.at(oldest), m_overLimit);
     }
     if (m_count > m_limits.all) {
         const int oldest = m_bySize.rbegin()->second->second.front();
-        shutDown(oldest, m_connections.at(oldest));
+        shutDown(oldest, m_connections.at(oldest), m_overLimit);
     }
 }
 
@@ -205,8 +212,9 @@ size_t Connections::limitOf(const std::string& sender) const
     return sender.starts_with(kAccountPrefix) ? m_limits.perAccount : m_limits.perAddress;
 }
 
-void Connections::shutDown(int fd, Connection& connection)
+void Connections::shutDown(int fd, Connection& connection, uint64_t& count)
 {
+    count += connection.isShutDown ? 0 : 1;
     const linger discardsUnsent{.l_onoff = 1, .l_linger = 0};  // or the kernel would keep megabytes for a slow reader
     setsockopt(fd, SOL_SOCKET, SO_LINGER, &discardsUnsent, sizeof(discardsUnsent));
     shutdown(fd, SHUT_RDWR);

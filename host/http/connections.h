@@ -62,6 +62,14 @@ public:
     // several of them wait for counts for each with its part. Leaves those with an answer of up to 16 KiB.
     void freeMemory(uint64_t bytes) noexcept;
 
+    // What the connections are and have been.
+    struct Counts {
+        size_t open, limit;
+        uint64_t opened;
+        uint64_t overLimit, slow, forMemory;  // those that were shut down
+    };
+    Counts counts() const;
+
 private:
     using Clock = std::chrono::steady_clock;
     using Group = std::pair<const std::string, std::list<int>>;  // a sender and its sockets, the oldest first
@@ -82,16 +90,17 @@ private:
     void leaveGroup(Connection& connection);
     void noteSize(Group& group, size_t before);
     void enforceLimits(const Group& group);
-    void shutDown(int fd, Connection& connection);
+    void shutDown(int fd, Connection& connection, uint64_t& count);
     bool readsTooSlowly(int fd, Connection& connection, Clock::time_point now) const;
     size_t limitOf(const std::string& sender) const;
 
     const ConnectionLimits m_limits;
-    std::mutex m_mutex;  // guards the members below, and keeps their sockets from being closed meanwhile
+    mutable std::mutex m_mutex;  // guards the members below, and keeps their sockets from being closed meanwhile
     std::unordered_map<int, Connection> m_connections;
-    std::unordered_map<std::string, std::list<int>> m_groups;  // by sender; none is empty
-    std::set<std::pair<size_t, Group*>> m_bySize;              // the groups, the largest last
-    size_t m_count = 0;                                        // of connections that were not shut down
+    std::unordered_map<std::string, std::list<int>> m_groups;             // by sender; none is empty
+    std::set<std::pair<size_t, Group*>> m_bySize;                         // the groups, the largest last
+    size_t m_count = 0;                                                   // of connections that were not shut down
+    uint64_t m_opened = 0, m_overLimit = 0, m_slow = 0, m_forMemory = 0;  // counts since the start
 };
 
 }  // namespace host

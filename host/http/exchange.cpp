@@ -10,6 +10,7 @@
 #include "host/base/log.h"
 #include "host/base/memory_budget.h"
 #include "host/calls/answer_coding.h"
+#include "host/http/metrics.h"
 #include "host/http/request_log.h"
 #include "host/http/response.h"
 
@@ -28,6 +29,7 @@ constexpr size_t kBytesPerValue = 200;  // that a parsed value takes, with its n
 const store::Cause kStopping{"busy", "", "the server is about to stop"};
 const store::Cause kStoreAway{"away", "", "the store does not answer; try again"};
 const store::Cause kAllHeld{"busy", "", "all handlers are at work, and none has become free for some time; try again"};
+const store::Cause kAdministratorsOnly{"not_permitted", "", "only an administrator may read the metrics"};
 
 // Returns whether the other side has closed the connection, or its sending direction.
 bool hasPeerClosed(int socket)
@@ -52,10 +54,24 @@ Answer healthAnswer(const ServerState& server)
     return answerOf(resp);
 }
 
+// Returns the metrics, or the refusal of a token whose account may not read them.
+Answer metricsAnswerFor(const std::string& tokenHash, const ServerState& server)
+{
+    const auto session = store::findSession(tokenHash);
+    if (!session) {
+        return errorAnswer(MHD_HTTP_UNAUTHORIZED);  // revoked since the token was looked up
+    }
+    return session->isAdministrator ? metricsAnswer(server) : errorAnswer(MHD_HTTP_FORBIDDEN, kAdministratorsOnly);
+}
+
 }  // namespace
 
-Exchange::Exchange(ServerState& server, MHD_Connection* pConnection)
-    : m_server(server), m_pConnection(pConnection), m_socket(socketOf(pConnection)), m_body(server.unknownSendersBytes)
+Exchange::Exchange(Listener& listener, MHD_Connection* pConnection)
+    : m_listener(listener),
+      m_server(listener.server),
+      m_pConnection(pConnection),
+      m_socket(socketOf(pConnection)),
+      m_body(listener.server.unknownSendersBytes)
 {
     ++m_server.exchangeCount;
 }
@@ -71,19 +87,23 @@ Exchange::~Exchange()
 MHD_Result Exchange::begin(const char* szPath, const char* szMethod, const char* szVersion)
 {
     try {
-        m_refusalStatus =
-            checkHead(m_pConnection, {szPath, szMethod, szVersion}, m_server.modules, m_server.page, m_head);
+        const RequestLine line{szPath, szMethod, szVersion};
+        m_refusalStatus = m_listener.isForMetrics
+                              ? checkMetricsHead(m_pConnection, line, m_head)
+                              : checkHead(m_pConnection, line, m_server.modules, m_server.page, m_head);
     } catch (const std::exception& e) {
         logError("a request could not be checked", e.what());
         m_refusalStatus = MHD_HTTP_INTERNAL_SERVER_ERROR;
     }
     const AccountKey account = m_server.tokenCache.find(m_head.tokenHash);
-    m_server.connections.beginRequest(m_socket, account == kUnknownAccount ? forwardedSender() : "");
+    m_listener.connections.beginRequest(m_socket, account == kUnknownAccount ? forwardedSender() : "");
     if (m_refusalStatus != 0) {
         return sendsBodyImmediately(m_pConnection) ? MHD_YES : respond(refusal());
     }
     if (m_head.resource == Resource::health) {
         m_answer = healthAnswer(m_server);
+    } else if (m_listener.isForMetrics) {
+        m_answer = metricsAnswer(m_server);
     }
     if (m_head.tokenHash.empty()) {
         return MHD_YES;
@@ -108,7 +128,7 @@ MHD_Result Exchange::receive(const char* pData, size_t size)
 
 MHD_Result Exchange::finish()
 {
-    m_server.connections.endArrival(m_socket);
+    m_listener.connections.endArrival(m_socket);
     if (m_refusalStatus != 0) {
         return respond(refusal());
     }
@@ -151,7 +171,7 @@ FairQueue::Completion Exchange::runJob() noexcept
             return enqueueJob() ? FairQueue::Completion() : resume;
         }
         m_head.account = *account;
-        if (m_head.resource == Resource::query) {
+        if (m_head.resource != Resource::method) {
             answerQuery();
         } else if (!answerCall()) {
             return FairQueue::Completion();
@@ -192,8 +212,10 @@ std::optional<store::Account> Exchange::authenticate()
 void Exchange::answerQuery()
 {
     try {
-        m_answer =
-            inCoding(m_head.pQuery->pAnswer({m_head.account, m_head.tokenHash, m_head.parameters}), m_head.coding);
+        m_answer = inCoding(m_head.resource == Resource::metrics
+                                ? metricsAnswerFor(m_head.tokenHash, m_server)
+                                : m_head.pQuery->pAnswer({m_head.account, m_head.tokenHash, m_head.parameters}),
+                            m_head.coding);
     } catch (const std::runtime_error& e) {
         refuseWithoutStore("a query could not be answered", e);
     }
@@ -269,7 +291,7 @@ void Exchange::setAccount(AccountKey account)
 {
     m_account = account;
     m_body.setSenderKnown();
-    m_server.connections.setAccount(m_socket, account);
+    m_listener.connections.setAccount(m_socket, account);
 }
 
 Answer Exchange::refusal() const
@@ -305,7 +327,7 @@ std::string Exchange::forwardedSender() const
 MHD_Result Exchange::noteAnswer(MHD_Result queued, int code, const AnswerText& text)
 {
     m_isAnswered = true;
-    m_server.connections.beginAnswer(m_socket, text);
+    m_listener.connections.beginAnswer(m_socket, text);
     m_server.connections.freeMemory(excessMemory());
     log(std::to_string(code));
     return queued;
@@ -313,10 +335,12 @@ MHD_Result Exchange::noteAnswer(MHD_Result queued, int code, const AnswerText& t
 
 void Exchange::log(const std::string& code) const noexcept
 {
-    // A proxy asks for the health every second, which would fill the log.
-    const bool isHealthCheck = m_head.resource == Resource::health && m_refusalStatus == 0;
-    if (!isHealthCheck) {
-        logRequest(m_head, m_start, code);
+    const auto spent = std::chrono::steady_clock::now() - m_start;
+    m_server.requestMetrics.count(m_head, spent, code);
+    // Proxies and monitors ask again and again, which would fill the log.
+    const bool isMonitoring = m_head.resource == Resource::health || m_listener.isForMetrics;
+    if (!isMonitoring || m_refusalStatus != 0) {
+        logRequest(m_head, spent, code);
     }
 }
 

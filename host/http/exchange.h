@@ -5,47 +5,24 @@
 // which was revoked while the request arrived or waited is refused.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <optional>
-#include <set>
+#include <string>
 
 #include <microhttpd.h>
 
-#include "host/base/log.h"
 #include "host/calls/dispatch.h"
 #include "host/calls/fair_queue.h"
-#include "host/calls/handler_pool.h"
-#include "host/calls/module_loader.h"
 #include "host/calls/read_answers.h"
-#include "host/calls/token_cache.h"
-#include "host/http/client_address.h"
 #include "host/http/connections.h"
 #include "host/http/request_body.h"
 #include "host/http/request_head.h"
-#include "host/http/static_files.h"
+#include "host/http/server_state.h"
 
 namespace host {
-
-// The state that all exchanges of a server share. Any thread may use it.
-struct ServerState {
-    const ModuleSet& modules;
-    const StaticFiles& page;
-    const std::set<AddressName> proxies;  // whose forwarded addresses count
-    Connections connections;
-    TokenCache tokenCache{};
-    std::atomic<uint64_t> unknownSendersBytes{0};  // of the bodies from senders without a known account
-    ReadAnswers readAnswers;
-    LogRateLimit storeErrorLimit{};
-    std::atomic<int> exchangeCount{0};    // exchanges that exist
-    std::atomic<bool> isStopping{false};  // whether each connection is closed after its next answer, and health is 503
-    std::atomic<bool> endsRequests{false};  // whether requests do not begin, and end before their next change
-    const std::chrono::seconds longestRequest;
-    HandlerPool handlers;
-};
 
 // One request and its answer. The request is logged with its answer, or, when it gets no answer, when the object is
 // destroyed.
@@ -55,8 +32,8 @@ struct ServerState {
 // the handler waits for a worker and runs, the connection is suspended and only the worker uses the exchange.
 class Exchange {
 public:
-    // server: outlives the exchange. pConnection: belongs to the library and outlives the exchange.
-    Exchange(ServerState& server, MHD_Connection* pConnection);
+    // listener: outlives the exchange. pConnection: belongs to the library and outlives the exchange.
+    Exchange(Listener& listener, MHD_Connection* pConnection);
     Exchange(const Exchange&) = delete;
     Exchange& operator=(const Exchange&) = delete;
     ~Exchange();
@@ -86,7 +63,7 @@ private:
     // Sets the refusal of a request for which the store fails, and logs it.
     void refuseWithoutStore(const char* szFailed, const std::exception& error);
 
-    // Sets the answer to a query, or the refusal when the store fails.
+    // Sets the answer to a query, or the metrics, or the refusal when the store fails.
     void answerQuery();
 
     // Sets the answer: the handler's, or another with the same content. Returns false when the handler's was taken
@@ -119,6 +96,7 @@ private:
 
     void log(const std::string& code) const noexcept;
 
+    const Listener& m_listener;
     ServerState& m_server;
     MHD_Connection* const m_pConnection;
     const int m_socket;
@@ -127,7 +105,7 @@ private:
     RequestBody m_body;
     AccountKey m_account = kUnknownAccount;  // the account for which the job is queued
     bool m_mayWait = true;                   // for the answer to another request
-    std::optional<Answer> m_answer;          // to the call, the query or the health check
+    std::optional<Answer> m_answer;          // to the call, the query or the health check, or the metrics
     int m_refusalStatus = 0;                 // HTTP status, 0 while the request is not refused
     bool m_isStoreAway = false;              // whether it is refused because the store does not answer
     uint64_t m_receivedBytes = 0;            // of the body, including discarded ones

@@ -39,6 +39,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr rlim_t kMaxConnections = 8192;
 constexpr rlim_t kOtherDescriptors = 256;  // for files, database connections and the threads' epoll instances
+constexpr unsigned kMetricsConnections = 16;
 constexpr size_t kHeaderMemory = 32 << 10;
 constexpr Places kQueueSlots{.shared = 1024, .reserved = 256};  // for requests that wait for a worker
 // Times after the signal to stop. From the first on, requests that make many changes end before their next one. The
@@ -52,12 +53,12 @@ constexpr uint64_t kKeptShare = 4;  // kept answers take a quarter of the bounde
 
 // The library calls this when the head of a request has arrived, for each part of its body, at its end, and once more
 // when the connection is resumed.
-MHD_Result onRequest(void* pServer, MHD_Connection* pConnection, const char* szPath, const char* szMethod,
+MHD_Result onRequest(void* pListener, MHD_Connection* pConnection, const char* szPath, const char* szMethod,
                      const char* szVersion, const char* pData, size_t* pSize, void** ppExchange)
 {
     try {
         if (*ppExchange == nullptr) {
-            auto* pExchange = new Exchange(*static_cast<ServerState*>(pServer), pConnection);
+            auto* pExchange = new Exchange(*static_cast<Listener*>(pListener), pConnection);
             *ppExchange = pExchange;  // onCompleted deletes it
             return pExchange->begin(szPath, szMethod, szVersion);
         }
@@ -70,24 +71,24 @@ MHD_Result onRequest(void* pServer, MHD_Connection* pConnection, const char* szP
 }
 
 // The library calls this when a request is over, answered or not.
-void onCompleted(void* pServer, MHD_Connection* pConnection, void** ppExchange, MHD_RequestTerminationCode)
+void onCompleted(void* pListener, MHD_Connection* pConnection, void** ppExchange, MHD_RequestTerminationCode)
 {
-    static_cast<ServerState*>(pServer)->connections.endRequest(socketOf(pConnection));
+    static_cast<Listener*>(pListener)->connections.endRequest(socketOf(pConnection));
     delete static_cast<Exchange*>(std::exchange(*ppExchange, nullptr));
 }
 
 // The library calls this when it has accepted a connection, and before it closes the socket.
-void onConnection(void* pServer, MHD_Connection* pConnection, void**, MHD_ConnectionNotificationCode code)
+void onConnection(void* pListener, MHD_Connection* pConnection, void**, MHD_ConnectionNotificationCode code)
 {
-    ServerState& server = *static_cast<ServerState*>(pServer);
+    const Listener& listener = *static_cast<Listener*>(pListener);
     const int fd = socketOf(pConnection);
     if (code != MHD_CONNECTION_NOTIFY_STARTED) {
-        server.connections.close(fd);
+        listener.connections.close(fd);
         return;
     }
     try {
         const AddressName peer = peerOf(pConnection);
-        server.connections.open(fd, server.proxies.contains(peer) ? "" : senderOf(peer));
+        listener.connections.open(fd, listener.server.proxies.contains(peer) ? "" : senderOf(peer));
     } catch (const std::exception&) {
         shutdown(fd, SHUT_RDWR);  // no memory
     }
@@ -111,30 +112,32 @@ unsigned reserveDescriptors()
     return static_cast<unsigned>(std::min(kMaxConnections, limit.rlim_cur - others));
 }
 
-MHD_Daemon* startDaemon(ServerState& server, int listenFd, unsigned connections, unsigned idleTimeout)
+// threads: 0 for a single one.
+MHD_Daemon* startDaemon(Listener& listener, int listenFd, unsigned threads, unsigned connections, unsigned idleTimeout)
 {
     constexpr unsigned kFlags = MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_ITC | MHD_ALLOW_SUSPEND_RESUME;
-    MHD_Daemon* pDaemon =
-        MHD_start_daemon(kFlags, 0, nullptr, nullptr, onRequest, &server,                                 //
-                         MHD_OPTION_LISTEN_SOCKET, listenFd,                                              //
-                         MHD_OPTION_THREAD_POOL_SIZE, std::max(4u, std::thread::hardware_concurrency()),  //
-                         MHD_OPTION_CONNECTION_LIMIT, connections,                                        //
-                         MHD_OPTION_CONNECTION_MEMORY_LIMIT, kHeaderMemory,                               //
-                         MHD_OPTION_CONNECTION_TIMEOUT, idleTimeout,                                      //
-                         MHD_OPTION_STRICT_FOR_CLIENT, 0,                                                 //
-                         MHD_OPTION_UNESCAPE_CALLBACK, keepEscapes, nullptr,                              //
-                         MHD_OPTION_NOTIFY_COMPLETED, onCompleted, &server,                               //
-                         MHD_OPTION_NOTIFY_CONNECTION, onConnection, &server,                             //
-                         MHD_OPTION_END);
+    MHD_Daemon* pDaemon = MHD_start_daemon(kFlags, 0, nullptr, nullptr, onRequest, &listener,      //
+                                           MHD_OPTION_LISTEN_SOCKET, listenFd,                     //
+                                           MHD_OPTION_THREAD_POOL_SIZE, threads,                   //
+                                           MHD_OPTION_CONNECTION_LIMIT, connections,               //
+                                           MHD_OPTION_CONNECTION_MEMORY_LIMIT, kHeaderMemory,      //
+                                           MHD_OPTION_CONNECTION_TIMEOUT, idleTimeout,             //
+                                           MHD_OPTION_STRICT_FOR_CLIENT, 0,                        //
+                                           MHD_OPTION_UNESCAPE_CALLBACK, keepEscapes, nullptr,     //
+                                           MHD_OPTION_NOTIFY_COMPLETED, onCompleted, &listener,    //
+                                           MHD_OPTION_NOTIFY_CONNECTION, onConnection, &listener,  //
+                                           MHD_OPTION_END);
     if (pDaemon == nullptr) {
         throw std::runtime_error(std::string("the HTTP server cannot be started: ") + strerror(errno));
     }
     return pDaemon;
 }
 
-unsigned portOf(MHD_Daemon* pDaemon)
+// Returns the URL of the daemon. address: on which it was to listen.
+std::string urlOf(MHD_Daemon* pDaemon, const std::string& address)
 {
-    return MHD_get_daemon_info(pDaemon, MHD_DAEMON_INFO_BIND_PORT)->port;
+    const unsigned port = MHD_get_daemon_info(pDaemon, MHD_DAEMON_INFO_BIND_PORT)->port;
+    return "http://" + address.substr(0, address.rfind(':')) + ':' + std::to_string(port);
 }
 
 // Returns whether a request is in progress, or a handler still releases what it made an answer of.
@@ -215,15 +218,17 @@ size_t limitMemory(const ServeOptions& options)
     return std::min(uint64_t{options.keptAnswersMib} << 20, all / kKeptShare);
 }
 
-// Ends slow connections and gives unused memory back to the system, every second until it is told to stop.
-void keepWithinLimits(const std::stop_token& stop, ServerState& server)
+// Ends slow connections and gives unused memory back to the system, every second until it is told to stop. Reading the
+// metrics takes little memory, so their connections are kept when memory is short.
+void keepWithinLimits(const std::stop_token& stop, Connections& connections, Connections& metricsConnections)
 {
     std::mutex mutex;
     std::unique_lock lock(mutex);
     std::condition_variable_any wake;
     while (!stop.stop_requested()) {
-        server.connections.endSlow();
-        server.connections.freeMemory(excessMemory());
+        connections.endSlow();
+        metricsConnections.endSlow();
+        connections.freeMemory(excessMemory());
         releaseFreeMemory();
         wake.wait_for(lock, stop, std::chrono::seconds(1), [] { return false; });
     }
@@ -255,13 +260,26 @@ void serve(const ModuleSet& modules, const StaticFiles& page, const ServeOptions
                        .readAnswers = ReadAnswers(limitMemory(options)),
                        .longestRequest = std::chrono::seconds(options.requestSeconds),
                        .handlers = HandlerPool({options.connections, 2 * options.connections}, kQueueSlots)};
-    const std::jthread limiter([&server](const std::stop_token& stop) { keepWithinLimits(stop, server); });
-    MHD_Daemon* pDaemon = startDaemon(server, options.listenFd, connections, options.idleTimeout);
-    const std::string ip = options.address.substr(0, options.address.rfind(':'));
-    std::cout << "listening on http://" << ip << ':' << portOf(pDaemon) << std::endl;
+    Connections metricsConnections(connectionLimits(kMetricsConnections, options.idleTimeout));
+    Listener listener{server, server.connections, false};
+    Listener metricsListener{server, metricsConnections, true};
+    const std::jthread limiter([&server, &metricsConnections](const std::stop_token& stop) {
+        keepWithinLimits(stop, server.connections, metricsConnections);
+    });
+    std::unique_ptr<MHD_Daemon, decltype(&MHD_stop_daemon)> pMetrics(nullptr, MHD_stop_daemon);
+    if (options.metricsFd >= 0) {
+        pMetrics.reset(startDaemon(metricsListener, options.metricsFd, 0, kMetricsConnections, options.idleTimeout));
+    }
+    const unsigned threads = std::max(4u, std::thread::hardware_concurrency());
+    MHD_Daemon* pDaemon = startDaemon(listener, options.listenFd, threads, connections, options.idleTimeout);
+    std::cout << "listening on " << urlOf(pDaemon, options.address) << std::endl;
+    if (pMetrics) {
+        std::cout << "metrics on " << urlOf(pMetrics.get(), options.metricsAddress) << "/metrics" << std::endl;
+    }
     int received = 0;
     sigwait(&stopSignals, &received);
     drain(server, options.drainSeconds, stopSignals);
+    pMetrics.reset();
     stopDaemon(server, pDaemon);
     store::setChangeSink(nullptr);
     store::setOutageSink(nullptr);

@@ -1,5 +1,6 @@
 // Runs the HTTP server: POST /webapi/{API}/{version}/{method} with a bearer token and a JSON object of parameters, GET
-// of the methods that only read, GET /health, and GET of the console's page at / and of its files.
+// of the methods that only read, GET /health, and GET of the console's page at / and of its files;
+// and GET /metrics.
 #pragma once
 
 #include <cstddef>
@@ -15,6 +16,8 @@ namespace host {
 struct ServeOptions {
     std::string address = "127.0.0.1:8480";           // as for openListenSocket
     int listenFd = -1;                                // what openListenSocket returned
+    std::string metricsAddress{};                     // as for openListenSocket; empty: none
+    int metricsFd = -1;                               // what openListenSocket returned for it
     bool allowRemote = false;                         // as for openListenSocket
     bool echoesFailures = false;                      // whether the modules' failure lines go to standard output, too
     size_t connections = store::kDefaultConnections;  // to the store; also the number of handlers that accounts share

@@ -80,14 +80,23 @@ bool isAmbiguous(MHD_Connection* pConnection, const RequestLine& line)
     return !framing.isStrict || !isWhole || !hasHost || framing.lengths > 1;
 }
 
+// Returns what the path stands for if it is about the server itself.
+Resource monitoringResource(const char* szPath)
+{
+    if (strcmp(szPath, "/health") == 0) {
+        return Resource::health;
+    }
+    return strcmp(szPath, "/metrics") == 0 ? Resource::metrics : Resource::none;
+}
+
 // Finds the resource that the path stands for, with the row of a method or the file.
 void resolvePath(const char* szPath, const ModuleSet& modules, const StaticFiles& page, RequestHead& head)
 {
     char szApi[100], szVersion[19], szMethod[100];
     int end = 0;
     head.api = szPath;
-    if (strcmp(szPath, "/health") == 0) {
-        head.resource = Resource::health;
+    head.resource = monitoringResource(szPath);
+    if (head.resource != Resource::none) {
         return;
     }
     head.pQuery = findQuery(szPath);
@@ -160,7 +169,7 @@ int checkGet(MHD_Connection* pConnection, RequestHead& head)
 
 bool needsToken(const RequestHead& head)
 {
-    return head.resource == Resource::method || head.resource == Resource::query;
+    return head.resource == Resource::method || head.resource == Resource::query || head.resource == Resource::metrics;
 }
 
 // Checks the headers of a request that needs a token. Checks the token first, so that a client without one gets no
@@ -182,12 +191,9 @@ int checkCall(MHD_Connection* pConnection, const char* szMethod, RequestHead& he
     return isGetOrHead(szMethod) ? checkGet(pConnection, head) : 0;
 }
 
-}  // namespace
-
-int checkHead(MHD_Connection* pConnection, const RequestLine& line, const ModuleSet& modules, const StaticFiles& page,
-              RequestHead& head)
+// Checks what is the same for all resources.
+int checkResource(MHD_Connection* pConnection, const RequestLine& line, RequestHead& head)
 {
-    resolvePath(line.szPath, modules, page, head);
     head.closeAfterResponse = isAmbiguous(pConnection, line);
     if (head.closeAfterResponse) {
         return MHD_HTTP_BAD_REQUEST;
@@ -195,10 +201,24 @@ int checkHead(MHD_Connection* pConnection, const RequestLine& line, const Module
     if (head.resource == Resource::none) {
         return MHD_HTTP_NOT_FOUND;
     }
-    if (!isAllowed(head, line.szMethod)) {
-        return MHD_HTTP_METHOD_NOT_ALLOWED;
-    }
-    return needsToken(head) ? checkCall(pConnection, line.szMethod, head) : 0;
+    return isAllowed(head, line.szMethod) ? 0 : MHD_HTTP_METHOD_NOT_ALLOWED;
+}
+
+}  // namespace
+
+int checkHead(MHD_Connection* pConnection, const RequestLine& line, const ModuleSet& modules, const StaticFiles& page,
+              RequestHead& head)
+{
+    resolvePath(line.szPath, modules, page, head);
+    const int refusal = checkResource(pConnection, line, head);
+    return refusal == 0 && needsToken(head) ? checkCall(pConnection, line.szMethod, head) : refusal;
+}
+
+int checkMetricsHead(MHD_Connection* pConnection, const RequestLine& line, RequestHead& head)
+{
+    head.api = line.szPath;
+    head.resource = monitoringResource(line.szPath);
+    return checkResource(pConnection, line, head);
 }
 
 const char* allowedMethods(const RequestHead& head)

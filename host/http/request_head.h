@@ -17,10 +17,11 @@ namespace host {
 // The kind of resource that a path names.
 enum class Resource {
     none,
-    method,  // a method of a module, to be called
-    query,   // something that the server answers out of the store
-    health,  // the state of the store, for a proxy or monitor
-    file,    // a file of the console's page, for which no token is needed
+    method,   // a method of a module, to be called
+    query,    // something that the server answers out of the store
+    health,   // the state of the store, for a proxy or monitor
+    metrics,  // numbers about the server
+    file,     // a file of the console's page, for which no token is needed
 };
 
 struct RequestHead {
@@ -50,6 +51,9 @@ struct RequestLine {
 // serves the connection.
 int checkHead(MHD_Connection* pConnection, const RequestLine& line, const ModuleSet& modules, const StaticFiles& page,
               RequestHead& head);
+
+// Does the same at the address for metrics, which has only these and the health and where no token is needed.
+int checkMetricsHead(MHD_Connection* pConnection, const RequestLine& line, RequestHead& head);
 
 // Returns the HTTP methods that the resource takes, as a header lists them.
 const char* allowedMethods(const RequestHead& head);

@@ -8,11 +8,11 @@
 
 namespace host {
 
-void logRequest(const RequestHead& head, std::chrono::steady_clock::time_point start, const std::string& code) noexcept
+void logRequest(const RequestHead& head, std::chrono::steady_clock::duration spent, const std::string& code) noexcept
 try {
-    const auto spent = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(spent).count();
     writeLog(logField(head.account.name) + ' ' + logField(head.api) + ' ' + logField(head.method) + ' ' + code + ' ' +
-             std::to_string(spent.count()));
+             std::to_string(milliseconds));
 } catch (const std::exception&) {
     return;  // no memory for the line
 }

@@ -8,8 +8,8 @@
 
 namespace host {
 
-// Writes the line of a request: time in UTC, account, API, method, code, milliseconds since start. code: the error code
-// of the envelope, the HTTP status for a static file, or "cut" when the connection ended without an answer.
-void logRequest(const RequestHead& head, std::chrono::steady_clock::time_point start, const std::string& code) noexcept;
+// Writes the line of a request: time in UTC, account, API, method, code, milliseconds spent. code: the error code of
+// the envelope, the HTTP status for a static file, or "cut" when the connection ended without an answer.
+void logRequest(const RequestHead& head, std::chrono::steady_clock::duration spent, const std::string& code) noexcept;
 
 }  // namespace host

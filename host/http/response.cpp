@@ -1,4 +1,4 @@
-// Sends a JSON answer on its connection. The library sends the pieces of the text without copying them: a tree may have
+// Sends an answer on its connection. The library sends the pieces of the text without copying them: a tree may have
 // many megabytes, and several slow readers may share it.
 #include "host/http/response.h"
 
@@ -31,7 +31,7 @@ MHD_Response* makeResponse(AnswerText text)
 
 void addHeaders(MHD_Response* pResponse, const Answer& answer, const char* szAllowed, bool closeAfterResponse)
 {
-    MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
+    MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CONTENT_TYPE, answer.szType);
     MHD_add_response_header(pResponse, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
     MHD_add_response_header(pResponse, MHD_HTTP_HEADER_VARY, MHD_HTTP_HEADER_ACCEPT_ENCODING);
     if (answer.coding != Coding::identity) {

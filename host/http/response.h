@@ -1,4 +1,4 @@
-// Sends a JSON answer on its connection.
+// Sends an answer on its connection.
 #pragma once
 
 #include <microhttpd.h>

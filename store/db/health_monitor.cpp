@@ -14,6 +14,8 @@ namespace {
 std::mutex gHealthSinkMutex;  // guards the sink
 std::function<void(const std::string&)> gHealthSink;
 
+std::atomic<uint64_t> gOutages{0};
+
 }  // namespace
 
 void reportOutage(const std::string& line) noexcept
@@ -90,10 +92,16 @@ void HealthMonitor::noteResult(const std::string& failure)
     if (m_isAnswering.exchange(isAnswering) == isAnswering) {
         return;
     }
+    gOutages += isAnswering ? 0 : 1;
     const auto length = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - m_outageBegin);
     m_outageBegin = Clock::now();
     reportOutage(isAnswering ? "the store answers again after " + std::to_string(length.count()) + " s"
                              : "the store does not answer: " + failure);
+}
+
+uint64_t outageCount()
+{
+    return gOutages;
 }
 
 void setOutageSink(std::function<void(const std::string& line)> sink)

@@ -2,6 +2,7 @@
 #include "store/db/transaction.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <random>
 #include <thread>
@@ -10,11 +11,13 @@
 #include "store/db/operator_turn.h"
 #include "store/db/write_queue.h"
 #include "store/sql/statement.h"
+#include "store/store.h"
 
 namespace store {
 namespace {
 
 WriteQueue gWriteQueue;
+std::atomic<uint64_t> gRepeated{0};
 
 void beginWritingSqlite(soci::session& sql, Access access)
 {
@@ -155,10 +158,16 @@ void RetryTimer::pauseOrThrow(const DatabaseError& error)
     if (!error.isWorthRepeating || std::chrono::steady_clock::now() >= m_end) {
         throw;
     }
+    ++gRepeated;
     // A random pause, so that the same transactions do not meet again.
     const int64_t longest = std::chrono::microseconds(m_longestPause).count();
     std::this_thread::sleep_for(std::chrono::microseconds(std::uniform_int_distribution<int64_t>(0, longest)(tRandom)));
     m_longestPause = std::min(2 * m_longestPause, kLongestRetryPause);
+}
+
+uint64_t repeatedTransactionCount()
+{
+    return gRepeated;
 }
 
 }  // namespace store
