@@ -64,14 +64,14 @@ store::Cause completed(store::Cause cause, int code)
     return cause;
 }
 
-std::string quoted(const std::string& text)
+std::string jsonString(const std::string& text)
 {
     return Json::valueToQuotedString(printable(text).c_str());
 }
 
 std::string errorMember(const char* szName, const std::string& text)
 {
-    return std::string(",\"") + szName + "\":" + quoted(text);
+    return std::string(",\"") + szName + "\":" + jsonString(text);
 }
 
 std::string errorEnvelope(int code, const store::Cause& given)
@@ -233,7 +233,7 @@ std::vector<std::string> envelope(VELQ::APIResponse& resp, const std::vector<std
     std::vector<std::string> parts = resp.TakeData();
     parts.insert(parts.begin(), "{\"success\":true,\"data\":");
     for (const std::string& name : ignored) {
-        parts.push_back((&name == &ignored.front() ? ",\"ignored\":[" : ",") + quoted(name));
+        parts.push_back((&name == &ignored.front() ? ",\"ignored\":[" : ",") + jsonString(name));
     }
     parts.emplace_back(ignored.empty() ? "}" : "]}");
     return parts;
