@@ -91,6 +91,43 @@ class InstallTest(unittest.TestCase):
         self.assertEqual(dynamic(self.tree, "RUNPATH"), paths)
         self.assertFalse(any(dynamic(self.tree, "RPATH").values()))
 
+    def test_installed_command_uses_the_store_of_the_service(self):
+        (self.folder / "root/etc/default").mkdir(parents=True)
+        program = self.tree.rename(self.folder / "root/usr") / "bin/zemhost"
+        file = self.folder / "root/etc/default/zemhost"
+        by_name = {"service": f"ZEM_STORE=sqlite:{self.folder}/service.db"}
+        cases = [  # text of the file, name in the environment and in the option, the store that is made: None for none
+            (None, None, None, "here/zem.db"),
+            (by_name["service"], None, None, "service.db"),
+            (by_name["service"], "variable", None, "variable.db"),
+            (by_name["service"], "variable", "option", "option.db"),
+            (f"# ZEM_STORE=other\n  ZEM_STORE='sqlite:{self.folder}/service.db' \r\nZEM_OPTIONS=\n", "", None, "service.db"),
+            (f'ZEM_STORE=sqlite:no.db\nZEM_STORE="sqlite:{self.folder}/service.db"\n\n', None, None, "service.db"),
+            ("", None, None, None),
+            ("ZEM_OPTIONS=\n#ZEM_STORE=sqlite:no.db", None, None, None),
+            ("ZEM_STORE=", None, None, None),
+            (f"ZEM_STORE=sqlite:{self.folder}/$HOME.db", None, None, None),
+            (f"ZEM_STORE=sqlite:{self.folder}/a\\ b.db", None, None, None),
+            (f"ZEM_STORE=\"sqlite:{self.folder}/open.db", None, None, None),
+        ]
+        for text, variable, option, expected in cases:
+            with self.subTest(text=text, variable=variable, option=option), tempfile.TemporaryDirectory(dir=self.folder) as here:
+                file.unlink(missing_ok=True)
+                if text is not None:
+                    file.write_text(text)
+                environment = {name: value for name, value in os.environ.items() if name != "ZEM_STORE"}
+                if variable is not None:
+                    environment["ZEM_STORE"] = variable and f"sqlite:{self.folder}/{variable}.db"
+                command = [program, "apply", SAMPLE] + (["--store", f"sqlite:{self.folder}/{option}.db"] if option else [])
+                done = subprocess.run(command, env=environment, cwd=here, timeout=60, capture_output=True, encoding="utf-8")
+                made = [path for path in self.folder.rglob("*.db")]
+                self.assertEqual(made, [pathlib.Path(str(self.folder / expected).replace(f"{self.folder}/here", here))]
+                                 if expected else [])
+                self.assertEqual(done.returncode, 0 if expected else 2)
+                self.assertEqual(str(file) in done.stderr, expected in [None, "service.db"])
+                for path in made:
+                    path.unlink()
+
     def test_module_builds_against_the_tree(self):
         environment = {**os.environ, "PKG_CONFIG_PATH": str(self.tree / "share/pkgconfig")}
         flags = output("pkg-config", "--cflags", "--libs", "zemhost", env=environment)

@@ -17,6 +17,7 @@
 #include "host/base/usage_error.h"
 #include "host/cli/check.h"
 #include "host/cli/commands.h"
+#include "host/cli/store_url.h"
 #include "host/cli/version.h"
 #include "host/http/client_address.h"
 #include "host/http/listen_socket.h"
@@ -32,7 +33,7 @@ using host::UsageError;
 // The options that all commands share, and the functions of the given command. They own the command's own options.
 struct CommandLine {
     CLI::App app{"Serves web API modules over HTTP and on the command line.", "zemhost"};
-    std::string store;  // empty when it is not given
+    std::string store;  // its URL; empty when it is not given, until it is opened
     std::vector<std::string> modulePaths;
     bool hasDefaultModules = true;
     host::ModuleSet modules;
@@ -42,17 +43,6 @@ struct CommandLine {
     std::function<void()> prepare;  // reads files, before the store is opened; empty when there are none
     std::function<int()> run;
 };
-
-// Returns the URL of the store: the option's, the environment's or the default. A password in the environment does not
-// show in the list of processes.
-std::string storeUrl(const CommandLine& line)
-{
-    if (!line.store.empty()) {
-        return line.store;
-    }
-    const char* szEnvironment = getenv("ZEM_STORE");
-    return szEnvironment == nullptr || *szEnvironment == '\0' ? "sqlite:zem.db" : szEnvironment;
-}
 
 // Adds a command with the option --store. work, prepare: as in CommandLine.
 CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, const std::function<int()>& work,
@@ -65,7 +55,8 @@ CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, 
         line.prepare = prepare;
     });
     pCommand->add_option("--store", line.store,
-                         "sqlite:PATH or postgresql://...; default: ZEM_STORE in the environment, else sqlite:zem.db");
+                         "sqlite:PATH or postgresql://...; default: ZEM_STORE in the environment, else that of "
+                         "/etc/default/zemhost when the package is installed, else sqlite:zem.db");
     return pCommand;
 }
 
@@ -177,7 +168,7 @@ void addApply(CommandLine& line)
     CLI::App* pApply = addCommand(
         line, "apply", "Bring the store to what a fleet file says, all or nothing",
         [&line, pFleet, pPath, pOptions] {
-            return host::applyFleetFile(*pFleet, *pPath, *pOptions, [&line] { VELQZEMStoreOpen(storeUrl(line)); });
+            return host::applyFleetFile(*pFleet, *pPath, *pOptions, [&line] { VELQZEMStoreOpen(line.store); });
         },
         [pFleet, pPath] { *pFleet = host::readJsonFile(*pPath); });
     pApply->add_option("FILE", *pPath, "JSON of accounts, groups, policies and servers; - is standard input")
@@ -372,7 +363,7 @@ bool parse(CommandLine& line, int argc, char** argv)
 struct OpenStore {
     explicit OpenStore(const CommandLine& line)
     {
-        VELQZEMStoreOpen(storeUrl(line), line.mode, line.connections);
+        VELQZEMStoreOpen(line.store, line.mode, line.connections);
     }
     ~OpenStore()
     {
@@ -393,6 +384,7 @@ int run(int argc, char** argv)
         line.prepare();
     }
     store::setCommand(line.command);
+    line.store = host::storeUrl(line.store);
     const OpenStore store(line);
     const int status = line.run();
     if (!std::cout.flush()) {
