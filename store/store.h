@@ -150,8 +150,26 @@ std::optional<Account> findAccountByName(const std::string& name);
 constexpr size_t kMaxFoundAccounts = 50;
 std::optional<std::vector<Account>> searchAccounts(uint32_t askingUid, const std::string& text);
 
+// What an account may do.
+struct AccountRights {
+    Account account;
+    bool isAdministrator = false;
+    int64_t groups = 0;  // that are delegated to it
+};
+
+// Returns all accounts in the order of their names.
+std::vector<AccountRights> listAccounts();
+
 // Whether the store has any account. Without one, no token can be made and no request is accepted.
 bool hasAccounts();
+
+// --- Names
+
+// Returns the identifier of a record. kind: "group", "server", "policy" or "account". text: the identifier itself, in
+// digits; or the path of a group, as the history has it ("Web/Stage", with "\/" for a slash in a name and "/" for the
+// root group); or the name of the only server, policy or account that has it. Throws when there is none, or not only
+// one.
+int64_t findRecord(const std::string& kind, const std::string& text);
 
 // --- Bearer tokens. An account may have any number of tokens; the store keeps only their hashes.
 
@@ -206,9 +224,10 @@ struct PlanCount {
     size_t deleted = 0;
 };
 
-// Takes a line of a plan, without a line end: "+ group 12 Web" for a new record, "~ server 4 address 192.0.2.1 ->
-// 192.0.2.7, name a -> b" for a changed one, "- policy 3" for a deleted one. A text is quoted as JSON when it contains
-// invisible characters or could be read as several values. A long text is cut so that the difference shows.
+// Takes a line of a plan, without a line end: "+ group 12 Web" for a new record, "~ server 4 a: address
+// 192.0.2.1 -> 192.0.2.7, name a -> b" for a changed one, "- policy 3 Base" for a deleted one. A text is quoted as JSON
+// when it contains invisible characters or could be read as several values. A long text is cut so that the difference
+// shows.
 using PlanSink = std::function<void(const std::string& line)>;
 
 // Called from time to time with the number of records written so far and their total.

@@ -345,40 +345,41 @@ TEST_P(FleetTest, planLinesShowEachChangeAndCannotBeForged)
                record(jBase, "policies", 100));
     setMembers(json(linksUpTo(139)), record(jBase, "groups", 3));
     const std::tuple<const char*, int, std::string, std::string> cases[] = {
-        {"servers", 1, "{'address':'192.0.2.7'}", "~ server 1 address 192.0.2.1 -> 192.0.2.7"},
+        {"servers", 1, "{'address':'192.0.2.7'}", "~ server 1 s1: address 192.0.2.1 -> 192.0.2.7"},
         {"servers", 1, "{'name':'x','address':'','sid':null}",
-         "~ server 1 name s1 -> x, address 192.0.2.1 -> \"\", sid S -> \"\""},
-        {"servers", 2, "{'linked_gpo':null,'delegate':[]}", "~ server 2 linked_gpo 1 -> \"\", delegate 3 -> \"\""},
-        {"groups", 2, linking("{'id':2},{'gpo_id':1}"), "~ group 2 linked_gpo 1,2 -> 2,1"},
+         "~ server 1 s1: name s1 -> x, address 192.0.2.1 -> \"\", sid S -> \"\""},
+        {"servers", 2, "{'linked_gpo':null,'delegate':[]}", "~ server 2 s2: linked_gpo 1 -> \"\", delegate 3 -> \"\""},
+        {"groups", 2, linking("{'id':2},{'gpo_id':1}"), "~ group 2 b: linked_gpo 1,2 -> 2,1"},
         {"groups", 2, linking("{'id':1},{'id':2}"),
-         R"(~ group 2 linked_gpo {"kept":7,"order":[{"id":1,"on":true},{"id":2}]} -> {"order":[{"id":1},{"id":2}]})"},
-        {"groups", 2, "{'delegate':" + delegates({1, 2}) + "}", "~ group 2 delegate 2,1 -> 1,2"},
+         R"(~ group 2 b: linked_gpo {"kept":7,"order":[{"id":1,"on":true},{"id":2}]} -> {"order":[{"id":1},{"id":2}]})"},
+        {"groups", 2, "{'delegate':" + delegates({1, 2}) + "}", "~ group 2 b: delegate 2,1 -> 1,2"},
         {"groups", 4, "{'parent_id':1,'block_inheritance':true,'extra_info':{'a':1}}",
-         R"(~ group 4 parent_id 0 -> 1, block_inheritance false -> true, extra_info "" -> {"a":1})"},
-        {"policies", 1, "{'setting':{'version':2}}", R"(~ policy 1 setting {"version":1} -> {"version":2})"},
-        {"accounts", 2, "{'admin':true}", "~ account 2 admin false -> true"},
-        {"groups", 4, "{'name':'d e'}", R"(~ group 4 name d -> "d e")"},
-        {"groups", 4, "{'name':'d, desc x -> y'}", R"(~ group 4 name d -> "d, desc x -> y")"},
-        {"groups", 4, R"({"name":"d\n- policy 3"})", R"(~ group 4 name d -> "d\n- policy 3")"},
+         R"(~ group 4 d: parent_id 0 -> 1, block_inheritance false -> true, extra_info "" -> {"a":1})"},
+        {"policies", 1, "{'setting':{'version':2}}", R"(~ policy 1 p1: setting {"version":1} -> {"version":2})"},
+        {"accounts", 2, "{'admin':true}", "~ account 2 helper: admin false -> true"},
+        {"groups", 4, "{'name':'d e'}", R"(~ group 4 d: name d -> "d e")"},
+        {"groups", 4, "{'name':'d, desc x -> y'}", R"(~ group 4 d: name d -> "d, desc x -> y")"},
+        {"groups", 4, R"({"name":"d\n- policy 3"})", R"(~ group 4 d: name d -> "d\n- policy 3")"},
         {"groups", 4, R"({"name":"\u001b[2Jd\u009b\u202e\u00fcgr\u00fc\u00df"})",
-         "~ group 4 name d -> \"\\u001b[2Jd\\u009b\\u202e\u00fcgr\u00fc\u00df\""},
-        {"groups", 4, "{'name':'\U0001F600\U000E0041'}", "~ group 4 name d -> \"\U0001F600\\udb40\\udc41\""},
-        {"groups", 4, R"({"name":"a\\\"b"})", R"(~ group 4 name d -> "a\\\"b")"},
+         "~ group 4 d: name d -> \"\\u001b[2Jd\\u009b\\u202e\u00fcgr\u00fc\u00df\""},
+        {"groups", 4, "{'name':'\U0001F600\U000E0041'}", "~ group 4 d: name d -> \"\U0001F600\\udb40\\udc41\""},
+        {"groups", 4, R"({"name":"a\\\"b"})", R"(~ group 4 d: name d -> "a\\\"b")"},
         {"groups", 4, "{'desc':'" + std::string(300, 'x') + "'}",
-         "~ group 4 desc \"\" -> " + std::string(80, 'x') + "..."},
+         "~ group 4 d: desc \"\" -> " + std::string(80, 'x') + "..."},
         {"groups", 4, "{'desc':'" + std::string(79, 'x') + "\u00fc'}",
-         "~ group 4 desc \"\" -> " + std::string(79, 'x') + "..."},
+         "~ group 4 d: desc \"\" -> " + std::string(79, 'x') + "..."},
         {"groups", 4, linksUpTo(139),
-         "~ group 4 linked_gpo \"\" -> 100,101,102,103,104,105,106,107,108,109,110,111,112,113,114,115,116,117,118,119,"
+         "~ group 4 d: linked_gpo \"\" -> "
+         "100,101,102,103,104,105,106,107,108,109,110,111,112,113,114,115,116,117,118,119,"
          "..."},
         {"groups", 3, linksUpTo(138),
-         "~ group 3 linked_gpo ...,129,130,131,132,133,134,135,136,137,138,139 -> "
+         "~ group 3 c: linked_gpo ...,129,130,131,132,133,134,135,136,137,138,139 -> "
          "...,129,130,131,132,133,134,135,136,137,138"},
         {"policies", 100, "{'setting':{'version':1,'values':['" + longText + "',2]}}",
-         R"(~ policy 100 setting ..."xxxxxxxx\",1],\"version\":1}" -> ..."xxxxxxxx\",2],\"version\":1}")"},
+         R"(~ policy 100 many: setting ..."xxxxxxxx\",1],\"version\":1}" -> ..."xxxxxxxx\",2],\"version\":1}")"},
         {"policies", 100, "{'desc':'" + longText + "\u00e9'}",
-         "~ policy 100 desc ...xxxxxxxxx\u00e8 -> ...xxxxxxxxx\u00e9"},
-        {"groups", 0, "{'desc':'all'}", "~ group 0 desc \"\" -> all"},
+         "~ policy 100 many: desc ...xxxxxxxxx\u00e8 -> ...xxxxxxxxx\u00e9"},
+        {"groups", 0, "{'desc':'all'}", "~ group 0 root: desc \"\" -> all"},
         {"servers", 9, "{'id':9,'parent_id':4,'name':'new one'}", "+ server 9 \"new one\""}};
     jBase["groups"].append(json("{'id':0}"));
     for (const auto& [szSection, id, text, line] : cases) {
@@ -542,7 +543,7 @@ TEST_P(FleetTest, anExportAppliedToANewStoreIsExportedByteForByte)
     apply(json(text));
     EXPECT_EQ(exportText(), text);
     EXPECT_EQ(apply(json("{'groups':[{'id':0,'mtime':7,'revision':9}]}")).at(0),
-              "~ group 0 name \"all of it\" -> root, desc all -> \"\", delegate 2 -> \"\"");
+              "~ group 0 \"all of it\": name \"all of it\" -> root, desc all -> \"\", delegate 2 -> \"\"");
     EXPECT_EQ(revisionOf("groups", 0), 3);
 }
 
@@ -554,15 +555,16 @@ TEST_P(FleetTest, tokensStayWithTheirAccountsAndIdentifiersAreNotReused)
     Json::Value jFleet = exported();
     record(jFleet, "accounts", 2)["name"] = "other";  // the two accounts swap their names
     record(jFleet, "accounts", 3)["name"] = "helper";
-    EXPECT_EQ(apply(jFleet),
-              Lines({"~ account 2 name helper -> other", "~ account 3 name other -> helper", "0+ 2~ 0-"}));
+    EXPECT_EQ(apply(jFleet), Lines({"~ account 2 helper: name helper -> other",
+                                    "~ account 3 other: name other -> helper", "0+ 2~ 0-"}));
     EXPECT_EQ(store::findAccountByToken("h2")->name, "other");
     EXPECT_EQ(store::findAccountByToken("h3")->name, "helper");
     const char* szSmaller =
         R"({"accounts":[{"uid":1,"name":"admin","admin":true}],"groups":[{"id":8,"parent_id":0,"name":"z"}]})";
-    EXPECT_EQ(apply(json(szSmaller), kPrune),
-              Lines({"- account 2", "- account 3", "- group 1", "- group 2", "- group 3", "- group 4", "+ group 8 z",
-                     "- policy 1", "- policy 2", "- server 1", "- server 2", "1+ 0~ 10-"}));
+    EXPECT_EQ(
+        apply(json(szSmaller), kPrune),
+        Lines({"- account 2 other", "- account 3 helper", "- group 1 a", "- group 2 b", "- group 3 c", "- group 4 d",
+               "+ group 8 z", "- policy 1 p1", "- policy 2 p2", "- server 1 s1", "- server 2 s2", "1+ 0~ 10-"}));
     EXPECT_FALSE(store::findAccountByToken("h2").has_value());
     EXPECT_EQ(apply(json("{'accounts':[{'uid':1,'name':'admin','admin':true}]}"), kPrune).back(), "0+ 0~ 1-");
     EXPECT_EQ(apply(json(kFleet)).back(), "10+ 0~ 0-");
@@ -662,7 +664,7 @@ TEST_P(FleetTest, reviseFleetStartsFromTheStoredFleetAndDeletesNothing)
     EXPECT_EQ(exported(true), jBefore);
     EXPECT_EQ(countText(store::reviseFleet(revise, false, take)), "1+ 1~ 0-");
     EXPECT_EQ(jGiven, jBefore);
-    EXPECT_EQ(lines, Lines({"~ group 1 desc top -> revised", "+ server 3 s3", "~ group 1 desc top -> revised",
+    EXPECT_EQ(lines, Lines({"~ group 1 a: desc top -> revised", "+ server 3 s3", "~ group 1 a: desc top -> revised",
                             "+ server 3 s3"}));
     EXPECT_THROW(
         store::reviseFleet([](const Json::Value&, int64_t) -> Json::Value { throw std::runtime_error("no"); }, false),

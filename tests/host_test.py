@@ -142,12 +142,12 @@ BROKEN_FLEETS = [
 # A part of a line in the exported sample, the replacement of that part (None: the line is deleted), and the line of the
 # plan that is expected.
 EDITS = [
-    ('"Headquarters"', '"Head office"', '~ group 1 name Headquarters -> "Head office"'),
+    ('"Headquarters"', '"Head office"', '~ group 1 Headquarters: name Headquarters -> "Head office"'),
     ('"delegate": [{"ugid":1001,"user_type":2},{"ugid":1002,', '"delegate": [{"ugid":1002,',
-     "~ group 11 delegate 1001,1002 -> 1002"),
-    ('"Early updates"', '"Updates\\n- policy 8"', r'~ policy 8 name "Early updates" -> "Updates\n- policy 8"'),
-    ('"hq-print1', None, "- server 15"),
-    ('"uid": 1003', None, "- account 1003"),
+     "~ group 11 Warehouses: delegate 1001,1002 -> 1002"),
+    ('"Early updates"', '"Updates\\n- policy 8"', r'~ policy 8 "Early updates": name "Early updates" -> "Updates\n- policy 8"'),
+    ('"hq-print1', None, "- server 15 hq-print1.brackwater.example"),
+    ('"uid": 1003', None, "- account 1003 p.duarte"),
     ('  {"id": 30,', '  {"id": 31, "parent_id": 4, "name": "new1"},\n  {"id": 30,', "+ server 31 new1"),
 ]
 
@@ -159,6 +159,8 @@ REFUSED_COMMANDS = [
     ("a method that answers with an error",
      'call --as admin VELQ.ZEM.KXGroup delete --params {"node_id":0}', 1, '"code":101'),
     ("a policy that is not there", "link add group 12 99", 1, "not changed"),
+    ("a group that is not there", "link add group Headquarters/none 1", 1, 'no group "Headquarters/none"'),
+    ("a name of no policy", "link add group 12 none", 1, 'no policy "none"'),
     ("a folder as the fleet file", "apply .", 1, "directory"),
     ("a fleet file as the inventory", f"import ansible {SAMPLE}", 1, 'group "accounts": not a list of names'),
     ("an address that other machines reach", "serve --listen 0.0.0.0:0", 2, "--allow-remote"),
@@ -220,7 +222,7 @@ SECURITY_HEADERS = {
 
 # Commands that fail when there is no store.
 COMMANDS_ON_A_STORE = ["tree --as admin", "list --as admin", "call VELQ.ZEM.Tree get --as admin", "link add group 1 1",
-                       "tokens", "token admin", "revoke admin", "export"]
+                       "tokens", "accounts", "token admin", "revoke admin", "export"]
 
 LOG_LINE = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ \S.*")
 
@@ -757,9 +759,11 @@ class HostTest(unittest.TestCase):
         for line in ["+ group 14 north", "13 created, 0 changed, 0 deleted",
                      'group "databases" has several parents and stands under "sites"',
                      'host "web1.example.net" is in several groups and stands in "north/sites/databases"',
-                     'host "db2.example.net": its ansible_host is a template and left out',
-                     "12 groups and 30 servers of the store are not in the inventory and stay as they are"]:
+                     'host "db2.example.net": its ansible_host is a template and left out']:
             self.assertIn(line + "\n", printed)
+        for line in ['12 groups of the store are .* stay as they are: 1 "Headquarters", .*, 12 "Retired"',
+                     r'30 servers of the store are .*: 1 "hq-dir1.brackwater.example", .*", \.\.\.']:
+            self.assertRegex(printed, f"(?m)^{line}$")
         tree = self.store.run("tree", "--as", "admin")
         self.assertIn("group north\n  group web\n    server web2.example.net\n    server web3.example.net\n"
                       "    server stage.example.net\n  group sites\n    group databases\n", tree)
@@ -776,10 +780,33 @@ class HostTest(unittest.TestCase):
         expected["stage.example.net"]["address"] = "192.0.2.99"
         self.assertEqual(self.records(), expected)
 
+        renamed = json.loads(json.dumps(inventory).replace('"north"', '"south"'))
+        self.assertIn(', 14 "north"', self.import_inventory(renamed, "--dry-run"))
+
         inventory["cold"] = {"children": ["north"]}
         refused = self.import_inventory(inventory, status=1)
         self.assertIn('standard input: group "cold": it is in a circle of groups', refused)
         self.assertEqual(self.records(), expected)
+
+    def test_records_are_found_by_path_or_name_and_shown_with_identifiers(self):
+        created = json.dumps({"id": 0, "name": "a/b \\", "parent_id": 3})
+        self.store.run("call", "VELQ.ZEM.KXGroup", "create", "--params", created, "--as", "admin")
+        for node in [("group", r"Headquarters/Web/a\/b \\"), ("group", "/Retired/"), ("server", "hq-print1.brackwater.example")]:
+            self.store.run("link", "add", *node, "Early updates")
+        drawn = self.store.run("tree", "--as", "admin", "--ids")
+        for line in ["    group 13 a/b \\  policies: 8 Early updates", "group 12 Retired  policies: 8 Early updates",
+                     "  server 15 hq-print1.brackwater.example  policies: 8 Early updates",
+                     "    group 4 Web staging  policies: 8 Early updates", "policy 8 Early updates (linked)"]:
+            self.assertIn(line + "\n", drawn)
+        self.assertIn("  delegates: 1001 m.okafor", drawn)
+        for node, id in [("group:Retired", "group 12"), ("policy:Early updates", "policy 8"), ("account:p.duarte", "account 1003")]:
+            self.assertIn(f" created {id} ", self.store.run("history", "--node", node))
+        self.store.run("history", "--node", "group:/")
+        for node in ["group:Web", "group:", "server:none", "account:none"]:
+            self.assertIn("there is no ", self.store.run("history", "--node", node, status=1))
+        table = self.store.run("accounts")
+        for row in ["ACCOUNT +UID +ADMINISTRATOR +GROUPS", "admin +1000 +yes +0", "m.okafor +1001 +no +2"]:
+            self.assertRegex(table, f"(?m)^{row}$")
 
     def test_link_and_list_commands_show_changes(self):
         for action, drawn in [("add", "group Retired  policies: Early updates\n"), ("remove", "group Retired\n")]:

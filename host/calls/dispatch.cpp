@@ -118,6 +118,7 @@ bool runHandler(Handler handler, const store::Account& account, Json::Value jPar
 
 // The pieces of an answer with their part of the bounded memory.
 struct CountedText {
+    explicit CountedText(std::vector<std::string> text) : parts(std::move(text)) {}
     std::vector<std::string> parts;
     MemoryShare memory{};
 };

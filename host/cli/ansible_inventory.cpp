@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <unordered_map>
 #include <utility>
 
@@ -18,7 +19,7 @@ namespace {
 class Merger {
 public:
     Merger(const Json::Value& jStored, int64_t lastGroup, const GroupTree& tree, Import& import)
-        : m_tree(tree), m_import(import), m_lastGroup(lastGroup)
+        : m_jStored(jStored), m_tree(tree), m_import(import), m_lastGroup(lastGroup)
     {
         for (const Json::Value& jGroup : jStored["groups"]) {
             const int64_t id = jGroup["id"].asInt64();
@@ -30,9 +31,7 @@ public:
         for (const Json::Value& jServer : jStored["servers"]) {
             m_lastServer = std::max(m_lastServer, jServer["id"].asInt64());
             m_storedServers[jServer["name"].asString()].push_back(&jServer);
-            ++m_unmatchedServers;
         }
-        m_unmatchedGroups = m_storedGroups.size();
     }
 
     // Call it once, before mergeServer.
@@ -43,7 +42,6 @@ public:
             const TreeGroup& group = m_tree.groups()[i];
             const auto found = m_storedGroups.find({m_groupIds[group.parent], group.name});
             m_groupIds.push_back(found == m_storedGroups.end() ? addGroup(group) : found->second);
-            m_unmatchedGroups -= found != m_storedGroups.end();
         }
     }
 
@@ -52,7 +50,9 @@ public:
     {
         const int64_t groupId = m_groupIds[host.group];
         const Json::Value* pStored = findStoredServer(host, groupId);
-        m_unmatchedServers -= pStored != nullptr;
+        if (pStored != nullptr) {
+            m_matchedServers.insert((*pStored)["id"].asInt64());
+        }
         Json::Value jServer = pStored == nullptr ? newServer(host.name) : *pStored;
         jServer["parent_id"] = Json::Int64{groupId};
         if (!jAddress.isNull()) {
@@ -65,15 +65,30 @@ public:
 
     void noteUnmatched()
     {
-        if (m_unmatchedGroups + m_unmatchedServers > 0) {
-            m_import.notes.push_back(
-                std::to_string(m_unmatchedGroups) + (m_unmatchedGroups == 1 ? " group" : " groups") + " and " +
-                std::to_string(m_unmatchedServers) + (m_unmatchedServers == 1 ? " server" : " servers") +
-                " of the store are not in the inventory and stay as they are");
-        }
+        noteUnmatched("group", m_jStored["groups"], {m_groupIds.begin(), m_groupIds.end()});
+        noteUnmatched("server", m_jStored["servers"], m_matchedServers);
     }
 
 private:
+    // Names the first of the stored records that the inventory lacks: a renamed group leaves the old one.
+    void noteUnmatched(const std::string& kind, const Json::Value& jRecords, const std::set<int64_t>& matched)
+    {
+        constexpr size_t kMostNamed = 20;
+        size_t count = 0;
+        std::string names;
+        for (const Json::Value& jRecord : jRecords) {
+            if (!matched.contains(jRecord["id"].asInt64()) && ++count <= kMostNamed) {
+                names += (count == 1 ? "" : ", ") + jRecord["id"].asString() + " " + quoted(jRecord["name"].asString());
+            }
+        }
+        if (count > 0) {
+            const char* szStays = count == 1 ? " of the store is not in the inventory and stays as it is: "
+                                             : "s of the store are not in the inventory and stay as they are: ";
+            m_import.notes.push_back(std::to_string(count) + " " + kind + szStays + names +
+                                     (count > kMostNamed ? ", ..." : ""));
+        }
+    }
+
     int64_t addGroup(const TreeGroup& group)
     {
         Json::Value& jGroup = m_import.jFleet["groups"].append(Json::Value());
@@ -122,6 +137,7 @@ private:
         return here.front();
     }
 
+    const Json::Value& m_jStored;
     const GroupTree& m_tree;
     Import& m_import;
     int64_t m_lastGroup;
@@ -129,8 +145,7 @@ private:
     std::map<std::pair<int64_t, std::string>, int64_t> m_storedGroups;  // identifier by parent and name
     std::unordered_map<std::string, std::vector<const Json::Value*>> m_storedServers;
     std::vector<int64_t> m_groupIds;  // by index in the tree
-    size_t m_unmatchedGroups = 0;     // stored groups that are not in the inventory
-    size_t m_unmatchedServers = 0;    // stored servers that are not in the inventory
+    std::set<int64_t> m_matchedServers{};
 };
 
 // Returns the address of the host, null when it has none. Adds a note when the address is not a text, or a template

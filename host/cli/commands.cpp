@@ -135,6 +135,17 @@ int serveModules(const ModuleSet& modules, const StaticFiles& page, const ServeO
     return 0;
 }
 
+int listAccounts()
+{
+    std::vector<Row> rows = {{"ACCOUNT", "UID", "ADMINISTRATOR", "GROUPS"}};
+    for (const store::AccountRights& rights : store::listAccounts()) {
+        rows.push_back({printable(rights.account.name), std::to_string(rights.account.uid),
+                        rights.isAdministrator ? "yes" : "no", std::to_string(rights.groups)});
+    }
+    drawTable(rows, std::cout);
+    return 0;
+}
+
 int createToken(const NewToken& token)
 {
     constexpr int64_t kDay = 24 * 60 * 60;  // seconds
@@ -162,14 +173,14 @@ int callMethod(const ModuleSet& modules, const MethodCall& call)
     return printAnswer(answerRequest(row, accountOf(call.account), parseParameters(call.params)));
 }
 
-int printTree(const ModuleSet& modules, const std::string& account)
+int printTree(const ModuleSet& modules, const std::string& account, bool withIds)
 {
     VELQ::APIResponse resp;
     callHandler(rowOf(modules, "VELQ.ZEM.Tree", 1, "get").pHandler, accountOf(account), Json::Value(), resp);
     if (!resp.IsSuccess()) {
         return printAnswer(answerOf(resp));
     }
-    drawTree(resp.GetData(), std::cout);
+    drawTree(resp.GetData(), withIds, std::cout);
     return 0;
 }
 
@@ -189,13 +200,13 @@ int changeLink(const ModuleSet& modules, const LinkChange& change)
     const char* szName = change.kind == "group" ? "VELQZEMOuUpdateLinkGpo" : "VELQZEMKxUpdateLinkGpo";
     const auto update = reinterpret_cast<int (*)(Json::Value&, int)>(modules.symbol(szName));
     Json::Value jLink;
-    jLink["node_id"] = Json::Int64{change.nodeId};
-    jLink["gpo_id"] = Json::Int64{change.policyId};
+    jLink["node_id"] = Json::Int64{store::findRecord(change.kind, change.node)};
+    jLink["gpo_id"] = Json::Int64{store::findRecord("policy", change.policy)};
     errno = 0;
     if (update(jLink, change.action == "add") < 0) {
         const std::string reason = errno == 0 ? "refused" : strerror(errno);
         const std::string refusal = store::takeRefusal().text;
-        throw std::runtime_error("the links of " + change.kind + " " + std::to_string(change.nodeId) +
+        throw std::runtime_error("the links of " + change.kind + " " + change.node +
                                  " were not changed: " + (refusal.empty() ? reason : refusal));
     }
     return 0;

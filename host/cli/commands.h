@@ -62,6 +62,9 @@ struct NewToken {
     int days = 0;         // until it expires, 0 for never
 };
 
+// Prints a table of all accounts with their rights.
+int listAccounts();
+
 // Creates a token and prints it. It cannot be printed again, because the store keeps only its hash.
 int createToken(const NewToken& token);
 
@@ -81,22 +84,22 @@ struct MethodCall {
 // Calls a method of a module and prints the envelope of its answer.
 int callMethod(const ModuleSet& modules, const MethodCall& call);
 
-// Draws the tree that the account sees.
-int printTree(const ModuleSet& modules, const std::string& account);
+// Draws the tree that the account sees. withIds: as for drawTree.
+int printTree(const ModuleSet& modules, const std::string& account, bool withIds);
 
 // Lists the topmost groups that the account sees and prints the envelope. jPaging: an object with any of the listing's
 // parameters "offset", "limit", "sort_by" and "sort_direction".
 int listTopGroups(const ModuleSet& modules, const std::string& account, const Json::Value& jPaging);
 
 // Prints the changes that the filter selects, the newest first, one on a line; as JSON, an object on each line as
-// docs/api.md describes it. Throws std::invalid_argument for a node of a wrong form.
+// docs/api.md describes it. The node may have what store::findRecord takes in place of the identifier. Throws
+// std::invalid_argument for a node of a wrong form.
 int printHistory(store::HistoryFilter filter, bool asJson);
 
 struct LinkChange {
-    std::string action;  // "add" or "remove"
-    std::string kind;    // kind of the node: "group" or "server"
-    int64_t nodeId = 0;
-    int64_t policyId = 0;
+    std::string action;        // "add" or "remove"
+    std::string kind;          // kind of the node: "group" or "server"
+    std::string node, policy;  // as for store::findRecord
 };
 
 // Links a policy to a node or removes the link.

@@ -63,6 +63,10 @@ int printHistory(store::HistoryFilter filter, bool asJson)
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
     builder["emitUTF8"] = true;
+    if (const size_t colon = filter.node.find(':'); colon != std::string::npos) {
+        const std::string kind = filter.node.substr(0, colon);
+        filter.node = kind + ':' + std::to_string(store::findRecord(kind, filter.node.substr(colon + 1)));
+    }
     do {
         const Json::Value jPage = *store::readHistory(std::nullopt, filter);
         for (const Json::Value& jChange : jPage["changes"]) {

@@ -218,6 +218,12 @@ void addCheck(CommandLine& line)
         [pIsSound] { *pIsSound = host::checkFiles(); });
 }
 
+void addAccounts(CommandLine& line)
+{
+    addCommand(line, "accounts", "List the accounts, and how many groups are delegated to each",
+               [] { return host::listAccounts(); });
+}
+
 void addToken(CommandLine& line)
 {
     const auto pNew = std::make_shared<host::NewToken>();
@@ -250,9 +256,11 @@ void addRevoke(CommandLine& line)
 void addTree(CommandLine& line)
 {
     const auto pAccount = std::make_shared<std::string>();
-    CLI::App* pTree = addModuleCommand(line, "tree", "Draw the tree that an account sees",
-                                       [&line, pAccount] { return host::printTree(line.modules, *pAccount); });
+    const auto pWithIds = std::make_shared<bool>(false);
+    const auto work = [&line, pAccount, pWithIds] { return host::printTree(line.modules, *pAccount, *pWithIds); };
+    CLI::App* pTree = addModuleCommand(line, "tree", "Draw the tree that an account sees", work);
     addAccount(pTree, "--as", *pAccount);
+    pTree->add_flag("--ids", *pWithIds, "Write the identifier before each name");
 }
 
 void addCall(CommandLine& line)
@@ -296,8 +304,11 @@ void addLink(CommandLine& line)
                                        [&line, pChange] { return host::changeLink(line.modules, *pChange); });
     pLink->add_option("ACTION", pChange->action, "What to do")->required()->check(CLI::IsMember({"add", "remove"}));
     pLink->add_option("KIND", pChange->kind, "Kind of node")->required()->check(CLI::IsMember({"group", "server"}));
-    pLink->add_option("NODE", pChange->nodeId, "Identifier of the group or server")->required();
-    pLink->add_option("POLICY", pChange->policyId, "Identifier of the policy")->required();
+    pLink
+        ->add_option("NODE", pChange->node,
+                     "Identifier, path of the group as Web/Stage, or name of the only such server")
+        ->required();
+    pLink->add_option("POLICY", pChange->policy, "Identifier, or name of the only such policy")->required();
 }
 
 // Reads "2026-11-23" or "2026-11-23T16:00:00Z", a time in UTC.
@@ -319,7 +330,8 @@ void addHistory(CommandLine& line)
     const auto pAsJson = std::make_shared<bool>(false);
     CLI::App* pHistory = addCommand(line, "history", "Print who changed what, the newest change first",
                                     [pFilter, pAsJson] { return host::printHistory(*pFilter, *pAsJson); });
-    pHistory->add_option("--node", pFilter->node, "Only changes of group:N, server:N, policy:N or account:N");
+    pHistory->add_option("--node", pFilter->node,
+                         "Only changes of group:N, server:N, policy:N or account:N; N as NODE of zemhost link");
     pHistory->add_option("--by", pFilter->by, "Only changes by the account of that name, by uid=N, or by a command");
     pHistory->add_option_function<std::string>(
         "--since", [pFilter](const std::string& text) { pFilter->since = timeOf(text); },
@@ -331,8 +343,8 @@ void addCommands(CommandLine& line)
 {
     line.app.set_version_flag("--version", host::kVersion, "Print the version and exit");
     line.app.footer("zemhost COMMAND --help describes a command. Exit status: 0, 1 for a failure, 2 for wrong usage.");
-    for (const auto add : {addServe, addApply, addImport, addExport, addBackup, addCheck, addToken, addTokens,
-                           addRevoke, addTree, addCall, addList, addLink, addHistory}) {
+    for (const auto add : {addServe, addApply, addImport, addExport, addBackup, addCheck, addAccounts, addToken,
+                           addTokens, addRevoke, addTree, addCall, addList, addLink, addHistory}) {
         add(line);
     }
     line.app.allow_extras();  // set after the commands were added, which would inherit it; parse() names the words

@@ -30,31 +30,33 @@ const Json::Value& arrayMember(const Json::Value& jObject, const char* szKey)
     return jValue.isArray() ? jValue : kNone;
 }
 
-// Returns the name, or "#" and the identifier when there is no name.
-std::string label(const Json::Value& jObject, const char* szName, const char* szId)
-{
-    if (member(jObject, szName).isString()) {
-        return printable(jObject[szName].asString());
-    }
-    return member(jObject, szId).isIntegral() ? "#" + jObject[szId].asString() : "?";
-}
-
-std::string labels(const std::string& title, const Json::Value& jItems, const char* szName, const char* szId)
-{
-    std::string text;
-    for (const Json::Value& jItem : jItems) {
-        text += (text.empty() ? title : ", ") + label(jItem, szName, szId);
-    }
-    return text;
-}
-
 // What the last line counts: one and many of it.
 constexpr std::pair<const char*, const char*> kCounted[] = {
     {"group", "groups"}, {"server", "servers"}, {"policy", "policies"}, {"link", "links"}, {"delegate", "delegates"}};
 
 struct Drawing {
     std::ostream& out;
-    std::map<std::string, size_t> counts;
+    const bool withIds;
+    std::map<std::string, size_t> counts{};
+
+    // Returns the name, or "#" and the identifier when there is no name.
+    std::string label(const Json::Value& jObject, const char* szName, const char* szId) const
+    {
+        const std::string id = member(jObject, szId).isIntegral() ? jObject[szId].asString() : "?";
+        if (!member(jObject, szName).isString()) {
+            return "#" + id;
+        }
+        return (withIds ? id + " " : "") + printable(jObject[szName].asString());
+    }
+
+    std::string labels(const std::string& title, const Json::Value& jItems, const char* szName, const char* szId) const
+    {
+        std::string text;
+        for (const Json::Value& jItem : jItems) {
+            text += (text.empty() ? title : ", ") + label(jItem, szName, szId);
+        }
+        return text;
+    }
 
     void add(const Json::Value& jNode, size_t depth)
     {
@@ -67,7 +69,8 @@ struct Drawing {
         counts["link"] += jLinks.size();
         counts["delegate"] += jDelegates.size();
         out << std::string(2 * depth, ' ') << kind << ' ' << label(jNode, "name", "node_id")
-            << labels("  delegates: ", jDelegates, "name", "ugid") << labels("  policies: ", jLinks, "gpo_name", "id")
+            << labels("  delegates: ", jDelegates, "name", "ugid")
+            << labels("  policies: ", jLinks, "gpo_name", "gpo_id")
             << (member(jNode, "linked") == Json::Value(true) ? " (linked)" : "") << '\n';
         for (const Json::Value& jChild : arrayMember(jNode, "children")) {
             add(jChild, depth + 1);
@@ -77,9 +80,9 @@ struct Drawing {
 
 }  // namespace
 
-void drawTree(const Json::Value& jNodes, std::ostream& out)
+void drawTree(const Json::Value& jNodes, bool withIds, std::ostream& out)
 {
-    Drawing drawing{out, {}};
+    Drawing drawing{out, withIds};
     for (const Json::Value& jNode : jNodes) {
         drawing.add(jNode, 0);
     }

@@ -60,6 +60,25 @@ std::optional<std::vector<Account>> searchAccounts(uint32_t askingUid, const std
     return inTransaction(Access::read, search);
 }
 
+std::vector<AccountRights> listAccounts()
+{
+    return inTransaction(Access::read, [](soci::session& sql) {
+        int64_t uid = 0, admin = 0;
+        AccountRights rights;
+        Statement statement(sql);
+        statement.out(uid).out(rights.account.name).out(admin).out(rights.groups);
+        statement.prepare("SELECT uid, name, admin, (SELECT COUNT(*) FROM delegate WHERE ugid = uid AND node_type = " +
+                          std::to_string(VELQ_ZEM_TYPE_OU) + ") FROM account ORDER BY name");
+        std::vector<AccountRights> accounts;
+        for (bool isRow = statement.first(); isRow; isRow = statement.next()) {
+            rights.account.uid = static_cast<uint32_t>(uid);
+            rights.isAdministrator = admin != 0;
+            accounts.push_back(rights);
+        }
+        return accounts;
+    });
+}
+
 bool hasAccounts()
 {
     const auto count = [](soci::session& sql) { return number(sql, "SELECT COUNT(*) FROM account"); };

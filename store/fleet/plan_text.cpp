@@ -87,12 +87,12 @@ std::string fieldChange(const Field<R>& field, const R& before, const R& after)
     return beforeAndAfter(textOf(before), textOf(after), show);
 }
 
-// Returns " member before -> after, ..." for a record that stays.
+// Returns ": member before -> after, ..." for a record that stays.
 template <typename R>
 std::string memberChanges(const Difference<R>& difference)
 {
     std::string text;
-    const auto append = [&text](const std::string& member) { text += (text.empty() ? " " : ", ") + member; };
+    const auto append = [&text](const std::string& member) { text += (text.empty() ? ": " : ", ") + member; };
     for (size_t i = 0; i < difference.changedFields.size(); ++i) {
         if (difference.changedFields[i]) {
             const Field<R>& field = Kind<R>::kFields[i];
@@ -110,9 +110,11 @@ void addLines(const Differences<R>& differences, std::vector<std::string>& lines
 {
     for (const Difference<R>& difference : differences) {
         const R& record = difference.record();
-        const std::string name = Kind<R>::kName + (" " + std::to_string(idOf(record)));
+        const R& named = difference.isNew() ? record : difference.pBefore->record;
+        const std::string name =
+            std::string(Kind<R>::kName) + " " + std::to_string(idOf(record)) + " " + visibleText(named.name.c_str());
         if (difference.isNew()) {
-            lines.push_back("+ " + name + " " + visibleText(record.name.c_str()));
+            lines.push_back("+ " + name);
         } else if (difference.isDeleted()) {
             lines.push_back("- " + name);
         } else {
