@@ -587,8 +587,9 @@ TEST_P(StoreTest, largerChangesTakeFewMoreStatements)
         EXPECT_EQ(changeAs(uid, change, id, text), 0) << text;
         return store::statementCount() - before;
     };
-    EXPECT_EQ(statements(1, create, 3, "{'name':'n'}"), 8u);
-    EXPECT_EQ(statements(2, create, 3, "{'name':'m'}"), 9u);  // one more checks the rights to the parent
+    const uint64_t least = isSqlite() ? 11 : 8;  // SQLite reads the path for the history group by group
+    EXPECT_EQ(statements(1, create, 3, "{'name':'n'}"), least);
+    EXPECT_EQ(statements(2, create, 3, "{'name':'m'}"), least + 1);  // one more checks the rights to the parent
     const uint64_t oneLink = statements(1, set, 4, linking("{'id':1}"));
     // The link before is removed, and the new ones take more than one statement.
     EXPECT_EQ(statements(1, set, 4, jLinks.toStyledString()), oneLink + 1 + kMany / kRowsPerStatement - 1);

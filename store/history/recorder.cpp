@@ -1,4 +1,6 @@
-// Writes one row for a change by a request, with the path made by SQL, and rows of many changes for a whole fleet.
+// Writes one row for a change by a request, and rows of many changes for a whole fleet. The path in the row of one
+// change is made by a function of the database on PostgreSQL, where each statement is a round trip. On SQLite, the
+// groups are read one by one. A recursive query would take longer on both, because it is prepared each time.
 #include "store/history/recorder.h"
 
 #include <atomic>
@@ -26,25 +28,13 @@ std::atomic<bool> gIsRecording{true};
 // Bounds the walk along a damaged tree, which may have cycles.
 constexpr int kMaxPathSteps = 2 * kMaxGroupDepth;
 
-// Defines "above": the group of the parameter and those above it but the root, with the paths from these down to it.
-const std::string kAbove =
-    "above (parent_id, ids, path, steps) AS (SELECT parent_id, CAST(id AS TEXT), @, 1 FROM ou"
-    " WHERE id = :group AND id <> 0 UNION ALL"
-    " SELECT o.parent_id, CAST(o.id AS TEXT) || '/' || a.ids, @ || '/' || a.path, a.steps + 1"
-    " FROM ou o JOIN above a ON o.id = a.parent_id WHERE o.id <> 0 AND a.steps < " +
-    std::to_string(kMaxPathSteps) + ") ";
-
-// Returns the text after WITH RECURSIVE and other tables that inserts one row for each row of that table.
-std::string insertFor(const std::string& table)
+// Returns the text that inserts a row on PostgreSQL. tables: those that give one row for each row to insert, and a
+// comma.
+std::string insertFor(const std::string& tables)
 {
-    std::string above = kAbove;
-    for (size_t at = 0; (at = above.find('@')) != std::string::npos;) {
-        above.replace(at, 1, "REPLACE(REPLACE(name, '\\', '\\\\'), '/', '\\/')");
-    }
-    return above +
-           "INSERT INTO history (time, uid, actor, record, group_ids, path, changes)"
-           " SELECT :time, :uid, :actor, :record, COALESCE(top.ids, ''), COALESCE(top.path, ''), :changes FROM " +
-           table + " LEFT JOIN (SELECT ids, path FROM above ORDER BY steps DESC LIMIT 1) AS top ON 1 = 1";
+    return "INSERT INTO history (time, uid, actor, record, changes, group_ids, path)"
+           " SELECT :time, :uid, :actor, :record, :changes, above.ids, above.path FROM " +
+           tables + "group_path(:group) AS above";
 }
 
 // Returns whether there is something to record: a call may leave every member as it is.
@@ -65,7 +55,7 @@ struct Values {
     // Binds the parameters of insertFor().
     void bindIn(Statement& statement) const
     {
-        statement.in(groupId).in(time).in(actor.uid).in(actor.name).in(record).in(changes);
+        statement.in(time).in(actor.uid).in(actor.name).in(record).in(changes).in(groupId);
     }
 
     const int64_t groupId;
@@ -74,6 +64,44 @@ struct Values {
     const std::string record;
     std::string changes = "[";
 };
+
+// Reads the name and the parent of one group after the other.
+class GroupReader {
+public:
+    explicit GroupReader(soci::session& sql) : m_statement(sql)
+    {
+        m_statement.in(m_id).out(m_group.parentId).out(m_name);
+        m_statement.prepare("SELECT parent_id, name FROM ou WHERE id = :id", false);
+    }
+
+    // Returns the group, which stays valid until the next call; null when there is none.
+    const Group* find(int64_t id)
+    {
+        m_id = id;
+        if (!m_statement.first()) {
+            return nullptr;
+        }
+        m_group.name = VLIBCString(m_name);
+        return &m_group;
+    }
+
+private:
+    int64_t m_id = 0;
+    std::string m_name;
+    Group m_group;
+    Statement m_statement;
+};
+
+void insertRow(soci::session& sql, const Values& values)
+{
+    GroupReader groups(sql);
+    GroupPaths paths([&groups](int64_t id) { return groups.find(id); });
+    const GroupPaths::Path& path = paths.of(values.groupId);
+    Inserter<HistoryRow> inserter(sql);
+    inserter.insert({values.time, values.actor.uid, VLIBCString(values.actor.name), VLIBCString(values.record),
+                     VLIBCString(path.ids), VLIBCString(path.names), VLIBCString(values.changes)});
+    inserter.flush();
+}
 
 }  // namespace
 
@@ -116,11 +144,14 @@ bool isRecording()
 
 void record(soci::session& sql, const Actor& actor, const Change& change)
 {
-    static const std::string kInsert = "WITH RECURSIVE " + insertFor("(SELECT 1) AS one");
+    static const std::string kInsert = insertFor("");
     if (!isToRecord(change)) {
         return;
     }
     const Values values(actor, change);
+    if (!isPostgres()) {
+        return insertRow(sql, values);
+    }
     Statement statement(sql);
     values.bindIn(statement);
     statement.prepare(kInsert).change();
@@ -129,11 +160,11 @@ void record(soci::session& sql, const Actor& actor, const Change& change)
 int64_t changeAndRecord(soci::session& sql, Statement& statement, const std::string& query, const Actor& actor,
                         const Change& change)
 {
-    static const std::string kInsert = " RETURNING 1), " + insertFor("changed");
+    static const std::string kInsert = " RETURNING 1) " + insertFor("changed, ");
     if (isPostgres() && isToRecord(change)) {
         const Values values(actor, change);
         values.bindIn(statement);
-        return statement.prepare("WITH RECURSIVE changed AS (" + query + kInsert).change();
+        return statement.prepare("WITH changed AS (" + query + kInsert).change();
     }
     const int64_t count = statement.prepare(query).change();
     if (count > 0) {
@@ -180,7 +211,7 @@ void BulkRecorder::add(const Change& change, GroupPaths& paths)
     }
     m_szKind = change.szKind;
     m_lastId = change.id;
-    const std::string& path = paths.textOf(change.groupId);
+    const std::string& path = paths.of(change.groupId).text;
     m_changes += m_count == 0 ? '[' : ',';
     appendText(change, m_changes);
     if (m_count == 0 || path != m_path) {

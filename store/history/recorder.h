@@ -84,18 +84,18 @@ public:
     // find: returns the group of that identifier, null when there is none. The result stays valid until the next call.
     explicit GroupPaths(std::function<const Group*(int64_t)> find) : m_find(std::move(find)) {}
 
-    // Returns two JSON strings, separated by a comma: the identifiers and the names from the topmost group to this one.
-    // They are empty for the root group.
-    const std::string& textOf(int64_t id)
-    {
-        return pathOf(id, 0).text;
-    }
-
-private:
+    // The identifiers and the names from the topmost group to one, and both as JSON strings, separated by a comma. They
+    // are empty for the root group.
     struct Path {
         std::string ids, names, text;
     };
 
+    const Path& of(int64_t id)
+    {
+        return pathOf(id, 0);
+    }
+
+private:
     const Path& pathOf(int64_t id, int steps);
 
     const std::function<const Group*(int64_t)> m_find;
@@ -122,7 +122,7 @@ private:
     const char* m_szKind = nullptr;  // of the waiting changes
     int64_t m_lastId = 0;            // of the last of them
     std::string m_changes;
-    std::string m_path;  // of the last of them, as GroupPaths::textOf() returns it
+    std::string m_path;  // of the last of them, as the text of GroupPaths
     size_t m_count = 0;
 };
 

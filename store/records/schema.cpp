@@ -70,6 +70,28 @@ void executeAll(soci::session& sql, const auto& statements)
     }
 }
 
+// Creates the function on PostgreSQL that returns the identifiers and the names of a group and those above it, as the
+// table of changes holds them. PostgreSQL keeps the plan of its query. A damaged tree may have cycles.
+void createPathFunction(soci::session& sql)
+{
+    execute(sql,
+            "CREATE OR REPLACE FUNCTION group_path(wanted BIGINT, OUT ids TEXT, OUT path TEXT) LANGUAGE plpgsql STABLE "
+            "AS $$"
+            " DECLARE above RECORD;"
+            " BEGIN"
+            " ids = ''; path = '';"
+            " FOR step IN 1.." +
+                std::to_string(2 * kMaxGroupDepth) +
+                " LOOP"
+                " SELECT id, parent_id, REPLACE(REPLACE(name, '\\', '\\\\'), '/', '\\/') AS part INTO above"
+                " FROM ou WHERE id = wanted AND id <> 0;"
+                " EXIT WHEN NOT FOUND;"
+                " ids = '/' || above.id || ids; path = '/' || above.part || path; wanted = above.parent_id;"
+                " END LOOP;"
+                " ids = SUBSTR(ids, 2); path = SUBSTR(path, 2);"
+                " END $$");
+}
+
 // Creates the table of changes. The database numbers the rows.
 void createHistory(soci::session& sql)
 {
@@ -79,6 +101,9 @@ void createHistory(soci::session& sql)
                             " PRIMARY KEY, time BIGINT NOT NULL, uid BIGINT NOT NULL, actor TEXT NOT NULL, record TEXT"
                             " NOT NULL, group_ids TEXT NOT NULL, path TEXT NOT NULL, changes TEXT NOT NULL)",
                         "CREATE INDEX history_record ON history (record, number)"});
+    if (isPostgres()) {
+        createPathFunction(sql);
+    }
 }
 
 // An apply writes many links, so the table is no larger than its key. Only an apply asks for the nodes of a policy, and
