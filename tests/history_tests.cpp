@@ -121,6 +121,28 @@ TEST_P(HistoryTest, eachChangeLeavesItsRow)
     }
 }
 
+TEST_P(HistoryTest, aChangeWithoutItsRowIsNotMade)
+{
+    const auto stored = [this] { return rows("SELECT name || linked_gpo || CAST(revision AS TEXT) FROM ou"); };
+    const auto before = stored();
+    Json::Value jFleet = json(kFleet);
+    jFleet["groups"][1]["name"] = "c";
+    _tag_velq_zem_ou_* pOu = VELQZEMOuAlloc();
+    Json::Value jRecord = json("{'name':'New'}"), jDelegates = json("{'delegate':[]}");
+    ASSERT_EQ(VELQZEMOuGet(3, pOu), 0);
+    ASSERT_EQ(VELQZEMOuJsonToStruct(jRecord, pOu), 0);
+    runSql("ALTER TABLE history RENAME TO away");
+    EXPECT_EQ(VELQZEMOuSet(pOu), -1);
+    EXPECT_EQ(VELQZEMOuCreate(pOu), -1);
+    EXPECT_EQ(VELQZEMDelegateSetListByTarget(3, VELQ_ZEM_TYPE_OU, jDelegates), -1);
+    EXPECT_EQ(VELQZEMOuDeleteAllByID(3), -1);
+    EXPECT_THROW(store::applyFleet(jFleet, {}), std::runtime_error);
+    runSql("ALTER TABLE away RENAME TO history");
+    VELQZEMOuFree(pOu);
+    EXPECT_EQ(stored(), before);
+    EXPECT_EQ(rows("SELECT 'delegate' FROM delegate").size(), 3u);
+}
+
 TEST_P(HistoryTest, anApplyLeavesWhatItChanges)
 {
     Json::Value jFleet = json(kFleet);
