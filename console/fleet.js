@@ -14,12 +14,12 @@ class Node {
     #searchText = null;
 
     // parent: null for the root, which is the top level and not part of the answer. index: in Fleet.nodes; -1 for the
-    // root. suffix: makes the key unique in the fleet.
-    constructor(record, parent, index, suffix = "") {
+    // root.
+    constructor(record, parent, index) {
         this.record = record;
         this.parent = parent;
         this.index = index;
-        this.suffix = suffix;
+        this.suffix = ""; // makes the key unique in the fleet
         this.level = parent === null ? 0 : parent.level + 1;
         this.children = NO_CHILDREN;
         this.end = 0; // index after the last descendant
@@ -151,27 +151,32 @@ export function keyOf(type, id) {
 }
 
 export class Fleet {
-    #order;
     #byType = new Map(Object.keys(KINDS).map((type) => [Number(type), new Map()])); // each from identifiers to nodes
     #accounts = null;
+    #isFiltered = false;
     #doubles = new Map(); // from keys with a suffix to nodes
 
     // records: the answer of the tree method, an array of the top-level nodes with their children. order: one of
     // ORDERS.
     constructor(records, order = "stored") {
-        this.#order = inOrder(order);
+        this.order = order;
         this.root = new Node({ name: "the top level", node_type: GROUP, node_id: 0 }, null, -1);
         this.nodes = []; // each parent before its children
-        this.#add(records, this.root);
+        this.total = { group: 0, server: 0, policy: 0 };
+        this.#add(records, this.root, inOrder(order));
         this.root.end = this.nodes.length;
-        this.#countServers();
-        this.filter("");
     }
 
     find(key) {
         const [type, id] = key.split("-");
         const found = key.endsWith("-") ? this.#doubles.get(key) : this.#byType.get(Number(type))?.get(Number(id));
         return found ?? null;
+    }
+
+    // Returns the node for the same record as a node of another fleet, or that node when there is none.
+    sameAs(node) {
+        const found = node.suffix === "" ? this.#byType.get(node.type)?.get(node.id) : this.#doubles.get(node.key);
+        return found ?? node;
     }
 
     findPolicy(id) {
@@ -276,6 +281,10 @@ export class Fleet {
     // whether they match or not.
     filter(text, kept = new Set()) {
         const matches = parseQuery(text);
+        if (matches === null && !this.#isFiltered) {
+            return 0;
+        }
+        this.#isFiltered = matches !== null;
         let hits = 0;
         for (const node of this.nodes) {
             node.isHit = matches !== null && (matches(node) || kept.has(node.key));
@@ -299,45 +308,39 @@ export class Fleet {
         }
     }
 
-    #countServers() {
-        for (let i = this.nodes.length - 1; i >= 0; --i) {
-            const { parent, isServer, serversBelow } = this.nodes[i];
-            parent.serversBelow += isServer ? 1 : serversBelow;
-        }
-    }
-
     #topOf(node) {
         return node.level > 1 ? this.#topOf(node.parent) : node;
     }
 
-    #add(records, parent) {
-        parent.children = this.#order(records).map((record) => {
-            const node = new Node(record, parent, this.nodes.length, this.#suffixFor(record));
+    // sorted(records): returns them in the order of the rows.
+    #add(records, parent, sorted) {
+        parent.children = sorted(records).map((record, i) => {
+            const node = new Node(record, parent, this.nodes.length);
             this.#index(node);
             this.nodes.push(node);
+            ++this.total[node.kind];
             if (record.children) {
-                this.#add(record.children, node);
+                this.#add(record.children, node, sorted);
             }
             node.end = this.nodes.length;
+            node.position = i + 1;
+            parent.serversBelow += node.isServer ? 1 : node.serversBelow;
             return node;
         });
-    }
-
-    #index(node) {
-        if (node.suffix === "") {
-            this.#byType.get(node.type)?.set(node.id, node);
-        } else {
-            this.#doubles.set(node.key, node);
-        }
+        parent.shownChildren = parent.children.length;
     }
 
     // Identifiers of more than 53 bits are rounded in a browser, so that two nodes may get the same key.
-    #suffixFor({ node_type: type, node_id: id }) {
-        let suffix = "";
-        while (suffix === "" ? this.#byType.get(type)?.has(id) : this.#doubles.has(keyOf(type, id) + suffix)) {
-            suffix += "-";
+    #index(node) {
+        const known = this.#byType.get(node.type);
+        if (known?.has(node.id) === false) {
+            known.set(node.id, node);
+            return;
         }
-        return suffix;
+        do {
+            node.suffix += "-";
+        } while (this.#doubles.has(node.key));
+        this.#doubles.set(node.key, node);
     }
 }
 

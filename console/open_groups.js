@@ -6,7 +6,7 @@ const LARGE = 500; // nodes
 export class OpenGroups {
     #open;
     #closed;
-    #isLarge = false;
+    #isLarge = null; // not known yet
 
     constructor() {
         const { open = [], closed = [] } = pref("groups", {});
@@ -15,9 +15,11 @@ export class OpenGroups {
         addEventListener("pagehide", () => setPref("groups", { open: [...this.#open], closed: [...this.#closed] }));
     }
 
-    // fleet: whose size decides what is open at first.
+    // fleet: the size of the first one that is not empty decides what is open at first.
     fit(fleet) {
-        this.#isLarge = fleet.nodes.length > LARGE;
+        if (fleet.nodes.length > 0) {
+            this.#isLarge ??= fleet.nodes.length > LARGE;
+        }
     }
 
     has(node) {

@@ -8,7 +8,8 @@ import { GROUP } from "./fleet.js";
 export function withMembers(records, changes) {
     const membersOf = lookUp(changes);
     const moved = [];
-    const rest = replaced(records, (record) => {
+    const lastType = Math.max(...changes.map(({ node }) => node.type));
+    const rest = replaced(records, lastType, (record) => {
         const members = membersOf(record);
         if (members === undefined) {
             return null;
@@ -38,7 +39,7 @@ export function withGroup(records, id, name, parentId) {
 export function withoutGroups(records, ids, isPartial) {
     const deleted = new Set(ids);
     const orphans = [];
-    const rest = replaced(records, (record) => {
+    const rest = replaced(records, GROUP, (record) => {
         const isDeleted = record.node_type === GROUP && deleted.has(record.node_id);
         orphans.push(...(isDeleted && !isPartial ? leavesOf(record) : []));
         return isDeleted ? [] : null;
@@ -67,23 +68,26 @@ function withRecords(records, added) {
     };
     const parents = new Set(added.map((record) => record.parent_id));
     const isParent = (record) => record.node_type === GROUP && parents.has(record.node_id);
-    const below = parents.size === 0 ? records : replaced(records, (record) =>
+    const below = parents.size === 0 ? records : replaced(records, GROUP, (record) =>
         (isParent(record) ? [withChildren(record, joined(record.children ?? [], record.node_id))] : null));
     return joined(below, 0);
 }
 
 // Returns the records with each one replaced by those that replace returns for it; null keeps it. The children of a
-// record are replaced before it.
-function replaced(records, replace) {
+// record are replaced before it. lastType: of those that may be replaced. Siblings are ordered by type, and to look at
+// all servers of a large fleet takes some hundredths of a second.
+function replaced(records, lastType, replace) {
+    const found = records.findIndex((record) => record.node_type > lastType);
+    const end = found < 0 ? records.length : found;
     let isSame = true;
-    const result = records.flatMap((record) => {
-        const children = record.children && replaced(record.children, replace);
+    const result = records.slice(0, end).flatMap((record) => {
+        const children = record.children && replaced(record.children, lastType, replace);
         const current = children === record.children ? record : withChildren(record, children);
         const others = replace(current);
         isSame &&= others === null && current === record;
         return others ?? [current];
     });
-    return isSame ? records : result;
+    return isSame ? records : [...result, ...records.slice(end)];
 }
 
 function withChildren(record, children) {

@@ -3,6 +3,7 @@ import { columnsFor, keepWidths, remOfPage } from "./columns.js";
 import { OpenGroups } from "./open_groups.js";
 import { searchedIn } from "./query.js";
 import { renameInPlace } from "./rename_in_place.js";
+import { fitRows, nodeOf } from "./row_sync.js";
 import { describeRow, describeTree, fillRow, ICONS, TYPES } from "./rows.js";
 import { Selection } from "./selection.js";
 import { rowIndex, setActiveRow } from "./widget.js";
@@ -31,6 +32,7 @@ export class FleetTree {
     #tree;
     #element;
     #fleet = null;
+    #orderDrawn = null; // the order of the rows when all are there
     #listener;
     #groups = new OpenGroups();
     #selection = new Selection();
@@ -193,10 +195,10 @@ export class FleetTree {
             guessDropEffect: false,
             serializeClipboardData: false,
             autoExpandMS: 800,
-            dragStart: ({ node }) => this.#startDrag(nodeOf(node)),
-            dragEnter: ({ node }) => this.#canDrop(nodeOf(node).nearestGroup) && "over",
+            dragStart: ({ node }) => this.#startDrag(this.#nodeOf(node)),
+            dragEnter: ({ node }) => this.#canDrop(this.#nodeOf(node).nearestGroup) && "over",
             dragEnd: () => this.#endDrag(),
-            drop: ({ node }) => this.#drop(nodeOf(node).nearestGroup),
+            drop: ({ node }) => this.#drop(this.#nodeOf(node).nearestGroup),
         };
     }
 
@@ -352,29 +354,38 @@ export class FleetTree {
 
     // Makes the rows those of the fleet's nodes with an index below end.
     #draw(end) {
+        const isComplete = end === Infinity;
+        const { order } = this.#fleet;
+        const keepsSame = isComplete && order === this.#orderDrawn && !this.#isFiltered;
+        const isOpen = (node) => node.shownChildren > 0 && this.#groups.has(node);
+        this.#orderDrawn = isComplete ? order : null;
         setActiveRow(this.#tree, null);
-        this.#tree.enableUpdate(false);
-        removeChanged(this.#tree.root, this.#fleet.root, end);
-        addMissing(this.#tree.root, this.#fleet.root, end); // after that, as a key may occur only once in the widget
-        this.#updateRowStates();
+        const redraw = fitRows(this.#tree, this.#fleet, { end, isOpen, keepsSame });
+        if (this.#isFiltered) {
+            this.#updateRowStates();
+        }
         setActiveRow(this.#tree, this.#tree.findKey(this.#active ?? ""));
-        this.#tree.enableUpdate(true);
+        redraw();
     }
 
     // Sets for each row whether it is open and whether the filter shows it.
     #updateRowStates() {
         this.#tree.visit((row) => {
-            const node = nodeOf(row);
+            const node = this.#nodeOf(row);
             row.match = node.isHit ? 1 : 0;
             row.subMatchCount = node.shownChildren;
-            row.expanded = node.shownChildren > 0 &&
-                (this.#isFiltered || this.#groups.has(node));
+            row.expanded = node.shownChildren > 0 && (this.#isFiltered || this.#groups.has(node));
         });
         this.#tree.filterMode = this.#isFiltered ? "hide" : null;
     }
 
+    // Returns the node of the row in the fleet that is shown.
+    #nodeOf(row) {
+        return this.#fleet.sameAs(nodeOf(row));
+    }
+
     #renderRow({ node: row, nodeElem, renderColInfosById }) {
-        const node = nodeOf(row);
+        const node = this.#nodeOf(row);
         fillRow(nodeElem, renderColInfosById, node, searchedIn(this.#text));
         describeRow(nodeElem.closest(".wb-row"), row, node,
             { isSelected: this.#selection.keys.has(row.key), isCut: this.#cut.has(row.key) });
@@ -402,45 +413,3 @@ export class FleetTree {
     }
 }
 
-function nodeOf(row) {
-    return row.data.node;
-}
-
-// Removes the rows below each group whose children are no longer the same. The others are kept: to make all rows of a
-// large fleet again takes some tenths of a second.
-function removeChanged(row, parent, end) {
-    const rows = row.children ?? [];
-    const nodes = childrenOf(parent, end);
-    if (rows.length !== nodes.length || rows.some((child, i) => !nodeOf(child).isSameAs(nodes[i]))) {
-        row.removeChildren();
-    } else {
-        rows.forEach((child, i) => removeChanged(child, nodes[i], end));
-    }
-}
-
-// Adds the rows that are missing, and gives the others the node as it is now.
-function addMissing(row, parent, end) {
-    const nodes = childrenOf(parent, end);
-    if (row.children === null && nodes.length > 0) {
-        row.addChildren(sourcesOf(parent, end));
-        return;
-    }
-    nodes.forEach((node, i) => {
-        const child = row.children[i];
-        child.title = node.name;
-        child.data.node = node;
-        addMissing(child, node, end);
-    });
-}
-
-function childrenOf(parent, end) {
-    return parent.end <= end ? parent.children : parent.children.filter((node) => node.index < end);
-}
-
-// Returns the descendants with an index below end in the form in which the widget takes rows.
-function sourcesOf(parent, end) {
-    return childrenOf(parent, end).map((node) => {
-        const children = node.children.length > 0 ? sourcesOf(node, end) : undefined;
-        return { key: node.key, title: node.name, type: node.type, node, children };
-    });
-}

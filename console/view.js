@@ -64,7 +64,7 @@ export class FleetView {
     show(fleet) {
         this.#fleet = fleet;
         byId("skeleton").hidden = true;
-        byId("counts").textContent = inWords(fleet.counts(fleet.root));
+        byId("counts").textContent = inWords(fleet.total);
         this.#filter(() => this.#tree.show(fleet, byId("filter").value));
         if (this.#isFirst && fleet.nodes.length > 0) {
             this.#isFirst = false;
