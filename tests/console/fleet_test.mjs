@@ -116,8 +116,8 @@ test("rows are sorted, selected as a range, and saved as text that no spreadshee
     const selection = new Selection();
     selection.only("c");
     selection.extend(["a", "b", "c", "d"], "a");
-    selection.toggle("d");
-    assert.deepEqual([...selection.keys], ["a", "b", "c", "d"]);
+    ["d", "b", "d", "d"].forEach((key) => selection.toggle(key));
+    assert.deepEqual([...selection.keys], ["a", "c", "d"]);
     const [, line] = csvOf(new Fleet([node(SERVER, 1, "=1+1,\"x\"", { address: "a" })]).nodes).split("\r\n");
     assert.ok(line.startsWith("server,1,\"'=1+1,\"\"x\"\"\",\"'=1+1"), line);
 });

@@ -126,6 +126,9 @@ test("a filter leaves the hits and the groups above them", OPTIONS, async () => 
     const above = ["Plants", "Plant North", "North line control", "Plant South", "South laboratory"];
     const left = nodes.filter((node) => hits.includes(node) || above.includes(node.name));
     await window.becomes(() => window.rows(), rowTexts(left));
+    await window.filter.press("Enter");
+    await window.page.keyboard.press("Control+a");
+    await window.details.getByRole("heading", { name: `${hits.length} selected` }).waitFor();
     await window.filter.fill("no such thing");
     await window.becomes(() => window.rows(), []);
     await window.filter.press("Escape");
@@ -167,12 +170,14 @@ test("groups are created, renamed, described, dragged and deleted", OPTIONS, asy
 
 test("policies are ordered, inherited and blocked, delegates set", OPTIONS, async () => {
     const window = await open("admin");
-    for (const [name, expected] of [["Web", [4, 5, 3]], ["hq-web2.brackwater.example", [5, 8]]]) {
+    for (const [name, expected, effect] of [["Web", [4, 5, 3], "6 servers gain Firewall: internal"],
+        ["hq-web2.brackwater.example", [5, 8], "No server loses or gains a policy"]]) {
         await window.choose(name);
         await window.button("Change policies", window.details).click();
         await window.dialog.getByRole("searchbox").fill("internal");
         await window.button("Add", window.dialog).click();
         await window.button("Move Firewall: internal up", window.dialog).click();
+        await window.dialog.getByText(effect).waitFor();
         await window.button("Save", window.dialog).click();
         await window.dialog.waitFor({ state: "detached" });
         const node = (await server.nodes("admin")).find((other) => other.name === name);
@@ -201,6 +206,19 @@ test("policies are ordered, inherited and blocked, delegates set", OPTIONS, asyn
     await window.button("Add", window.dialog).click();
     await window.button("Save", window.dialog).click();
     await window.becomes(async () => (await server.group("Plants")).delegate.map(({ name }) => name), ["m.okafor"]);
+
+    const linkedAt = async () => (await server.nodes("admin"))
+        .filter(({ linked_gpo: links }) => links?.order?.some(({ gpo_id }) => gpo_id === 6)).map(({ name }) => name);
+    await window.choose("Database tuning");
+    await window.button("Unlink from Headquarters / Databases", window.details).click();
+    await window.dialog.getByText("2 servers lose Database tuning").waitFor();
+    await window.button("Unlink", window.dialog).click();
+    await window.becomes(linkedAt, ["hq-db3.brackwater.example"]);
+    await window.button("Link to …", window.details).click();
+    await window.dialog.getByRole("searchbox").fill("web staging");
+    await window.dialog.getByText("2 servers gain Database tuning").waitFor();
+    await window.button("Link", window.dialog).click();
+    await window.becomes(linkedAt, ["hq-db3.brackwater.example", "Web staging"]);
     window.assertNoFaults();
 });
 
@@ -308,7 +326,7 @@ test("everything works by keyboard", OPTIONS, async () => {
     await window.becomes(async () => (await server.group("North line control room")).parent, "Headquarters");
     await window.becomes(active, "North line control room");
     await keys("Delete");
-    await window.dialog.getByText("4 servers").first().waitFor();
+    await window.dialog.getByText("4 servers lose").waitFor();
     await window.button("Delete", window.dialog).press("Enter");
     await window.becomes(() => server.group("North line control room"), undefined);
     await window.becomes(() => window.tree.evaluate((tree) => tree === document.activeElement), true);
@@ -473,6 +491,17 @@ test("several nodes are moved, linked and deleted together, and what failed stay
     assert.deepEqual(calls.slice(4), ["link"]);
     await window.page.keyboard.press("Control+z");
     await window.details.getByText("linked by 3 of 3").waitFor({ state: "detached" });
+    await window.button("Remove policy", window.details).click();
+    await window.dialog.getByRole("option", { name: "Early updates" }).click();
+    await window.dialog.getByText("loses Early updates").waitFor();
+    await window.button("Remove", window.dialog).click();
+    await window.details.getByText("linked by").waitFor({ state: "detached" });
+
+    await window.drag(servers[0], "Plants");
+    await window.dialog.getByText("2 servers lose").waitFor();
+    await window.button("Move", window.dialog).click();
+    const { node_id: plants } = await server.group("Plants");
+    await window.becomes(parentsOf, [plants, plants, plants]);
 
     const { node_id: web } = await server.group("Web");
     await server.call("admin", "KXGroup", "create", { id: 0, name: "Retired", parent_id: web });
@@ -511,12 +540,44 @@ test("a rename is undone unless someone came between, and stays in sight under a
     assert.equal((await server.group("Internet")).revision, 6);
     const { node_id: id } = await server.group("Internet");
     await window.becomes(() => window.details.getByText("just now").count(), 0);
+    await window.page.keyboard.press("Control+y"); // back to “Net”, where the last redo leads
+    await window.row("Net").waitFor();
+    await window.page.keyboard.press("Control+z");
+    await window.row("Internet").waitFor();
+    await rename("Intranet");
+    await window.page.keyboard.press("Control+y");
+    await window.page.getByRole("status").getByText("There is nothing to redo").waitFor();
+    await window.becomes(() => window.details.getByText("just now").count(), 0);
     await server.call("admin", "KXGroup", "set", { multiple_data: [{ id, desc: "theirs" }] });
-    await window.button("Undo").click();
-    await window.alert.getByText("Internet was").waitFor();
-    assert.equal((await server.group("Internet")).desc, "theirs");
+    await window.page.evaluate(() => dispatchEvent(new Event("focus")));
+    await window.details.getByText("theirs").waitFor();
+    await window.page.keyboard.press("Control+z");
+    await window.alert.getByText("Intranet was changed since by someone else").waitFor();
+    assert.equal((await server.group("Intranet")).desc, "theirs");
+    window.assertNoFaults();
+});
+
+test("the history says who changed what, and follows the page's own changes", OPTIONS, async () => {
+    const { node_id: id } = await server.group("Web");
+    const names = Array.from({ length: 50 }, (_, i) => `Web ${i + 1}`);
+    for (const members of [...names.map((name) => ({ name })), { linked_gpo: { order: [{ id: 4 }, { id: 5 }] } }]) {
+        await server.call("admin", "KXGroup", "set", { multiple_data: [{ id, ...members }] });
+    }
+    const window = await open("admin");
+    await window.choose("Web 50");
     await window.details.getByText("History").click();
-    await window.details.getByText("admin changed this").first().waitFor();
+    const items = window.details.locator(".history li");
+    const texts = async () => (await items.allInnerTexts()).map((text) => text.replace(/\s+/g, " "));
+    await window.becomes(async () => (await texts()).length, 50);
+    const [links, rename] = await texts();
+    assert.match(links, /^admin changed this .* added Firewall: internal removed Nightly backup$/);
+    assert.match(rename, /^admin changed this .* Web 49 → Web 50$/);
+    await window.button("Show older changes").click();
+    await window.becomes(async () => (await texts()).length, 52);
+    assert.match((await texts())[51], /^command apply created this/);
+    assert.equal(await window.button("Show older changes").count(), 0);
+    await window.submit("Rename", "Name", "Portal");
+    await window.becomes(async () => /Web 50 → Portal$/.test((await texts())[0]), true);
     window.assertNoFaults();
 });
 
