@@ -11,6 +11,7 @@ import { Wunderbaum } from "./wunderbaum.esm.min.js";
 
 const FIRST_ROWS = 300; // of a large fleet, drawn first; drawing all takes some tenths of a second
 const ROW_REM = 2.143; // as --row of the style
+const MOST_PRINTED = 1000; // rows
 
 const KEYS = {
     "F2": "edit",
@@ -50,6 +51,8 @@ export class FleetTree {
         new ResizeObserver(() => this.fitColumns()).observe(element);
         element.addEventListener("drop", (event) => this.#dropBeside(event));
         element.addEventListener("focus", () => this.#pointToFirst());
+        addEventListener("beforeprint", () => this.#showAllRows(true));
+        addEventListener("afterprint", () => this.#showAllRows(false));
         element.addEventListener("pointerup", () => requestAnimationFrame(() => keepWidths(this.#tree.columns)));
     }
 
@@ -158,6 +161,13 @@ export class FleetTree {
             this.#tree.columns = columns;
             this.#tree.update("colStructure", { immediate: true });
         }
+    }
+
+    // Makes the tree as high as its rows, because rows out of view have no elements that could be printed.
+    #showAllRows(areShown) {
+        const rows = Math.min(MOST_PRINTED, this.#tree.count(true)) + 2; // with the header
+        this.#element.style.height = areShown ? `${rows * this.#tree.options.rowHeightPx}px` : "";
+        this.#tree.update("structure", { immediate: true });
     }
 
     get #isFiltered() {

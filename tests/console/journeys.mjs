@@ -435,6 +435,11 @@ test("roles and names are true, in light and dark", OPTIONS, async () => {
         await window.button("Sign in", window.dialog).click();
         await window.choose("Web");
         colors.add(await window.page.evaluate(() => getComputedStyle(document.body).color));
+        const all = (await server.nodes("admin")).length;
+        assert.ok((await window.rows()).length < all);
+        await window.page.evaluate(() => dispatchEvent(new Event("beforeprint")));
+        await window.becomes(async () => (await window.rows()).length, all);
+        await window.page.evaluate(() => dispatchEvent(new Event("afterprint")));
         assert.deepEqual(await window.violations(), []);
         await window.button("Change policies", window.details).click();
         await window.dialog.waitFor();
