@@ -5,6 +5,7 @@ the disk, makes the store read-only, and searches logs and files for tokens.
 usage: tools/hostile_clients.py BUILD_DIR [--seconds 60]
 """
 import argparse
+import collections
 import contextlib
 import gzip
 import json
@@ -12,6 +13,7 @@ import multiprocessing
 import os
 import pathlib
 import random
+import re
 import resource
 import socket
 import sqlite3
@@ -23,7 +25,7 @@ import time
 
 sys.dont_write_bytecode = True  # no cache beside the sources
 from crash_test import find_faults  # noqa: E402
-from zemhost import SKIPPED, Server, Store, call, request  # noqa: E402
+from zemhost import SKIPPED, Server, Store, call, request, send  # noqa: E402
 
 MEMORY_MIB = 192  # for the requests
 MAX_MEMORY_MB = 512  # with a head of 32 KiB for each of 8192 connections
@@ -276,6 +278,11 @@ def bound_memory(store_in, build):
             time.sleep(0.5)
         print(f"{len(readers)} readers of 9 MB each, slow ones cut off after {time.monotonic() - start:.0f} s; "
               f"others waited up to {1000 * worst:.0f} ms, peak memory {peak_memory(server):.0f} MB")
+        ended = {reason: metrics(server, large)[f'zemhost_connections_ended_total{{reason="{reason}"}}']
+                 for reason in ("limit", "slow", "memory")}
+        print(f"connections that the server ended: {ended}")
+        if ended["limit"] or ended["slow"] < 2 or not ended["memory"]:
+            raise RuntimeError("the connections that were ended are not counted")
         if slow or peak_memory(server) > max_memory(server):
             raise RuntimeError(f"{len(slow)} slow connections are left, {peak_memory(server):.0f} MB of memory")
     finally:
@@ -405,6 +412,30 @@ def forbid_writing(store):
     print(f"read-only file unchanged: {outcome}")
 
 
+def metrics(server, token):
+    """Returns the value of each sample by its name with its labels."""
+    with contextlib.closing(server.connect()) as connection:
+        send(connection, "/metrics", token, method="GET")
+        text = connection.getresponse().read().decode()
+    return {name: int(float(value)) for name, value in re.findall(r"^([^#\n].*) (\S+)$", text, re.M)}
+
+
+def compare_with_log(server, store, token):
+    """Holds the requests that the server has counted against the lines of its log, all paths and unknown methods as one."""
+    counted, logged = collections.Counter(), collections.Counter()
+    for name, count in metrics(server, token).items():
+        if labels := re.fullmatch(r'zemhost_requests_total{api="(.*)",code="(.*)",method="(.*)"}', name):
+            api, code, method = labels.groups()
+            counted[(api, method, code) if method else code] += count
+    time.sleep(0.5)  # a thread writes the log
+    for api, method, code in re.findall(r"^\S+ (?!change:|module:|zemhost:)\S+ (?!/metrics )(\S+) (\S+) (\S+) \d+$",
+                                        store.log.read_text(encoding="utf-8"), re.M):
+        logged[code if method == "-" or code == "404" else (api, method, code)] += 1
+    if counted != logged:
+        raise RuntimeError(f"counted but not logged: {counted - logged}, logged but not counted: {logged - counted}")
+    print(f"{counted.total()} requests counted as in the log: {dict(counted)}")
+
+
 def find_tokens(server, store, tokens):
     process = pathlib.Path(f"/proc/{server.process.pid}")
     places = [store.log, *store.folder.glob(store.path.name + "*"), process / "cmdline", process / "environ"]
@@ -433,6 +464,7 @@ def main():
             withstand(server, tokens[-1], options.seconds)
             await_release(server, before)
             refuse_odd_requests(server, tokens[-1])
+            compare_with_log(server, store, tokens[-1])
             find_tokens(server, store, tokens)
             if peak_memory(server) > max_memory(server):
                 raise RuntimeError(f"{peak_memory(server):.0f} MB of memory")
