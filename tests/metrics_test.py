@@ -227,6 +227,7 @@ class MetricsTest(unittest.TestCase):
         open_connections(self.own_port, 100, b"GET /metrics HTTP/1.1\r\nHost: ")
         self.await_values(zemhost_connections=0, zemhost_connections_opened_total=0)
         self.assertEqual(self.get(TREE).status, 200)
+        self.await_values(zemhost_connections=0, zemhost_connections_opened_total=1)
         open_connections(self.server.port, 199, b"")
         self.await_values(zemhost_connections=172, zemhost_connections_opened_total=200)
         self.assertEqual(self.scrape()["zemhost_connections_ended_total", "limit"], 27)
