@@ -1,6 +1,5 @@
 // Runs the HTTP server: POST /webapi/{API}/{version}/{method} with a bearer token and a JSON object of parameters, GET
-// of the methods that only read, GET /health, and GET of the console's page at / and of its files;
-// and GET /metrics.
+// of the methods that only read, GET /health and /metrics, and GET of the console's page at / and of its files.
 #pragma once
 
 #include <cstddef>
