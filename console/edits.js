@@ -38,8 +38,8 @@ export class Edits {
         this.#undo = undo;
     }
 
-    // Every method throws Refusal when the change is refused. text: says what was done, for the notice. state: one of
-    // Undo's, other than "done" when the change undoes or redoes one.
+    // Every method throws Refusal when the change is refused. text: says what was done, for the notice. state: a state
+    // of undo.js; it is not "done" when the change undoes or redoes another one.
 
     // Changes members of groups and servers, of each kind in one request. changes: array of {node, members, shown};
     // shown: the members as the tree has them, unless they are the same. They show before the server has accepted them,
@@ -141,7 +141,8 @@ function inverseOf(node, members) {
     return { key: node.key, members: values("sent"), shown: values("shown") };
 }
 
-// Returns the contents of the nodes by their keys. Steps to undo keep these and no node, which would keep its fleet.
+// Returns the contents of the nodes by their keys. Steps to undo keep the contents only: a node would keep its fleet in
+// memory.
 function contentsOf(fleet, keys) {
     return new Map(keys.map((key) => [key, fleet.find(key)?.content]));
 }

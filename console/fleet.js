@@ -173,7 +173,7 @@ export class Fleet {
         return found ?? null;
     }
 
-    // Returns the node for the same record as a node of another fleet, or that node when there is none.
+    // Returns the node of this fleet for the record of a node of another fleet; that other node when there is none.
     sameAs(node) {
         const found = node.suffix === "" ? this.#byType.get(node.type)?.get(node.id) : this.#doubles.get(node.key);
         return found ?? node;

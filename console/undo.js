@@ -28,7 +28,7 @@ export class Undo {
         this.#notice.done(STATES[state] + text, reverse === null ? null : offered);
     }
 
-    // Both take the latest change back that is left. They throw Refusal; the change is then forgotten.
+    // undo() and redo() reverse the latest change in their list. When they throw Refusal, the change is forgotten.
     async undo() {
         await this.#take(this.#toUndo, "undone", "There is nothing to undo.");
     }

@@ -165,10 +165,10 @@ bool hasAccounts();
 
 // --- Names
 
-// Returns the identifier of a record. kind: "group", "server", "policy" or "account". text: the identifier itself, in
-// digits; or the path of a group, as the history has it ("Web/Stage", with "\/" for a slash in a name and "/" for the
-// root group); or the name of the only server, policy or account that has it. Throws when there is none, or not only
-// one.
+// Returns the identifier of a record. kind: "group", "server", "policy" or "account". text: the identifier
+// in digits; or the path of a group, as the history has it ("Web/Stage", with "\/" for a slash in a name, and "/" for
+// the root group); or the name of a server, policy or account. Throws when no record has this path or name, or when
+// several have this name. Does not check whether a record has the identifier.
 int64_t findRecord(const std::string& kind, const std::string& text);
 
 // --- Bearer tokens. An account may have any number of tokens; the store keeps only their hashes.
@@ -320,7 +320,7 @@ bool isStoreAnswering();
 // Returns how often the store has stopped answering since the process started.
 uint64_t outageCount();
 
-// Returns how often the database gave a transaction of this process up, which was then repeated.
+// Returns how many transactions of this process the database rolled back, which were then repeated.
 uint64_t repeatedTransactionCount();
 
 // Returns a name for the store's present state. Two equal names mean that no change was committed in between, by this

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Holds the numbers of /metrics against the requests that were sent and against the log. Debian's own Python runs it, for
-which Debian packages the parser.
+"""Compares /metrics with the requests that were sent and with the log. Debian's own Python runs it, because Debian
+packages the parser of metrics for it.
 
 usage: tests/metrics_test.py BUILD_DIR [option of unittest or MetricsTest.test_...]
 """

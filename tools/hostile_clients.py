@@ -421,7 +421,7 @@ def metrics(server, token):
 
 
 def compare_with_log(server, store, token):
-    """Holds the requests that the server has counted against the lines of its log, all paths and unknown methods as one."""
+    """Compares the requests that the server has counted with the lines of its log, all paths and unknown methods as one."""
     counted, logged = collections.Counter(), collections.Counter()
     for name, count in metrics(server, token).items():
         if labels := re.fullmatch(r'zemhost_requests_total{api="(.*)",code="(.*)",method="(.*)"}', name):

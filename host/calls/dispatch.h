@@ -64,7 +64,7 @@ Answer answerRequest(const VELQ::APIMethod& row, const store::Account& account, 
 std::optional<Answer> answerRead(Handler handler, const store::Account& account, Json::Value jParams,
                                  const EarlyAnswer& onSuccess);
 
-// What the host knows of the parameters of a request and the method does not say.
+// Faults in the parameters of a request that the host finds and the method does not report.
 struct ParameterFaults {
     std::vector<std::string> ignored;  // names
     store::Cause missing;              // empty when no parameter is known to be missing

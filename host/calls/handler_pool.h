@@ -42,7 +42,7 @@ public:
     // Returns whether a job runs or waits. Any thread may call it.
     bool isBusy() const;
 
-    // How many jobs run and wait, and how many may.
+    // How many jobs run, how many may run, how many wait, and how many may wait.
     struct Use {
         size_t running, workers, waiting, slots;
     };

@@ -21,9 +21,9 @@ struct Method {
 };
 
 constexpr char kRecords[] = "multiple_data";
-constexpr size_t kMaxIgnored = 10;  // that an answer names
+constexpr size_t kMaxIgnored = 10;  // the most that an answer names
 
-// Members of a node in an answer that no method changes. A client may send a node as it came.
+// Members of a node in the tree that no method changes. A client may send a node as the tree returned it.
 const Names kAnswered = {"id", "node_id", "node_type", "parent_type", "mtime", "children", "expanded", "loaded"};
 
 const Method kMethods[] = {

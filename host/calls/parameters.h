@@ -1,4 +1,5 @@
-// Knows the parameters of the methods that change something, for what neither the module nor the store can explain.
+// Checks the names of parameters of the methods that change something. Neither the modules nor the store report these
+// faults.
 #pragma once
 
 #include <string>
@@ -11,12 +12,12 @@
 
 namespace host {
 
-// Returns names that the method ignores, of parameters and of members of records in "multiple_data": the first ten.
-// Otherwise a misspelled member, or a "revision" that does not protect anything, would look like a success. Methods of
-// other modules ignore nothing that is known here.
+// Returns the first ten names of parameters, and of members of records in "multiple_data", that the method ignores.
+// Otherwise a client would not notice a misspelled member, or a "revision" that has no effect. Returns nothing for
+// methods of modules that did not come with zemhost.
 std::vector<std::string> ignoredNames(const VELQ::APIMethod& row, const Json::Value& jParams);
 
-// Returns which parameter the method requires and does not get, an empty cause when none is known to be missing.
+// Returns the cause that names a required parameter that is missing; an empty cause when none is known to be missing.
 store::Cause missingParameter(const VELQ::APIMethod& row, const Json::Value& jParams);
 
 }  // namespace host

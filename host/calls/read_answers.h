@@ -52,8 +52,8 @@ public:
     // An answer to a request without a body has a name, unless the store changed meanwhile or its state is unknown.
     std::optional<Answer> answer(const Read& read, const Call& call, const Waiter& waiter);
 
-    // How many requests got a kept answer, that of their own call, that of another request's call, or none because the
-    // client has it already; and the memory of the kept answers.
+    // How many requests got a kept answer, the answer of their own call, the answer of another request's call, or no
+    // answer because the client has it already (304); and the memory of kept answers, with its limit.
     struct Counts {
         uint64_t kept, called, shared, notModified;
         size_t keptBytes, maxKeptBytes;

@@ -70,7 +70,8 @@ public:
     }
 
 private:
-    // Names the first of the stored records that the inventory lacks: a renamed group leaves the old one.
+    // Counts the stored records that are not in the inventory, and names the first of them: when the inventory renames
+    // a group, the old one stays.
     void noteUnmatched(const std::string& kind, const Json::Value& jRecords, const std::set<int64_t>& matched)
     {
         constexpr size_t kMostNamed = 20;

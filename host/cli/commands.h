@@ -41,7 +41,7 @@ StaticFiles loadPage(const ConsoleOptions& console);
 int serveModules(const ModuleSet& modules, const StaticFiles& page, const ServeOptions& options);
 
 // Brings the store to the state that a fleet file describes, all or nothing, and prints the plan and a count. path: of
-// the file, for messages. createStore: called when no store is open, once the file is known to suit an empty one.
+// the file, for messages. createStore: called when no store is open, after the file was checked against an empty one.
 int applyFleetFile(const Json::Value& jFleet, const std::string& path, const store::ApplyOptions& options,
                    const std::function<void()>& createStore);
 

@@ -33,7 +33,7 @@ using host::UsageError;
 // The options that all commands share, and the functions of the given command. They own the command's own options.
 struct CommandLine {
     CLI::App app{"Serves web API modules over HTTP and on the command line.", "zemhost"};
-    std::string store;  // its URL; empty when it is not given, until it is opened
+    std::string store;  // its URL; empty until the store is opened if --store is not given
     std::vector<std::string> modulePaths;
     bool hasDefaultModules = true;
     host::ModuleSet modules;
@@ -54,9 +54,10 @@ CLI::App* addCommand(CommandLine& line, const char* szName, const char* szHelp, 
         line.run = work;
         line.prepare = prepare;
     });
-    pCommand->add_option("--store", line.store,
-                         "sqlite:PATH or postgresql://...; default: ZEM_STORE in the environment, else that of "
-                         "/etc/default/zemhost when the package is installed, else sqlite:zem.db");
+    pCommand->add_option(
+        "--store", line.store,
+        "URL of the store: sqlite:PATH or postgresql://...; default: the environment variable ZEM_STORE, else "
+        "ZEM_STORE in /etc/default/zemhost if the package is installed, else sqlite:zem.db");
     return pCommand;
 }
 
@@ -70,9 +71,12 @@ CLI::App* addModuleCommand(CommandLine& line, const char* szName, const char* sz
             prepare();
         }
     });
-    pCommand->add_option("--module", line.modulePaths, "Module to load beside those that came with zemhost; repeatable")
+    pCommand
+        ->add_option("--module", line.modulePaths,
+                     "Module to load in addition to those that came with zemhost; repeatable")
         ->allow_extra_args(false);
-    pCommand->add_flag("!--no-default-modules", line.hasDefaultModules, "Load none of those that came with zemhost");
+    pCommand->add_flag("!--no-default-modules", line.hasDefaultModules,
+                       "Do not load the modules that came with zemhost");
     return pCommand;
 }
 
@@ -96,13 +100,16 @@ void addServe(CommandLine& line)
                 pOptions->metricsFd = host::openListenSocket(pOptions->metricsAddress, pOptions->allowRemote);
             }
         });
-    pServe->add_option("--listen", pOptions->address, "NAME:PORT, IPV4:PORT or [IPV6]:PORT; port 0: any that is free")
+    pServe
+        ->add_option("--listen", pOptions->address,
+                     "Address to listen on: NAME:PORT, IPV4:PORT or [IPV6]:PORT; port 0: any free port")
         ->capture_default_str();
     pServe->add_option("--metrics", pOptions->metricsAddress,
-                       "Another address, on which /metrics and /health need no token; default: none");
+                       "Second address, which serves only /metrics and /health, without a token; default: none");
     pServe
-        ->add_option("--connections", pOptions->connections,
-                     "Connections to the store, and requests at a time of which an account may have several")
+        ->add_option(
+            "--connections", pOptions->connections,
+            "Connections to the store; as many requests run at a time, and more for accounts that have none running")
         ->capture_default_str()
         ->check(CLI::Range(1, 64));
     pServe->add_option("--idle-timeout", pOptions->idleTimeout, "Seconds until an idle connection is closed")
@@ -110,50 +117,50 @@ void addServe(CommandLine& line)
         ->check(CLI::Range(1u, 3600u));
     pServe
         ->add_option("--drain", pOptions->drainSeconds,
-                     "Seconds after SIGTERM in which it still serves, while /health tells proxies to send no more")
+                     "Seconds for which it still serves after SIGTERM, with status 503 at /health for proxies")
         ->capture_default_str()
         ->check(CLI::Range(0u, 3600u));
     pServe
         ->add_option("--request-seconds", pOptions->requestSeconds,
-                     "Seconds from which on a request makes no further change")
+                     "Seconds after which a request makes no further change")
         ->capture_default_str()
         ->check(CLI::Range(1u, 3600u));
     pServe
         ->add_option("--keep-answers", pOptions->keptAnswersMib,
-                     "MiB of answers to keep in memory until the store changes; 0: none")
+                     "MiB of memory for answers that are kept until the store changes; 0: keep none")
         ->capture_default_str()
         ->check(CLI::Range(0, 65536));
     pServe
         ->add_option("--memory", pOptions->memoryMib,
-                     "MiB that all requests may take together; default: half of the machine's or control group's")
+                     "MiB of memory for all requests together; default: half of that of the machine or control group")
         ->check(CLI::Range(32, 1 << 24));
     pServe
         ->add_option("--proxy", pOptions->proxies,
-                     "Address of a trusted proxy, repeatable: the client address that it forwards counts")
+                     "Address of a trusted proxy, whose X-Forwarded-For names the client; repeatable")
         ->allow_extra_args(false)
         ->check([](const std::string& text) {
             return host::addressNamed(text).empty() ? text + " is no address of a proxy: IPV4 or IPV6 in digits" : "";
         });
     pServe
         ->add_option("--keep-history", pOptions->historyDays,
-                     "Days for which changes stay in the history; 0: none is kept")
+                     "Days for which changes stay in the history; 0: keep none")
         ->capture_default_str()
         ->check(CLI::Range(0, 36500));
     pServe
         ->add_option("--quota-groups", pOptions->quota.groups,
-                     "Groups that one delegate may manage at most; 0: any number")
+                     "Most groups that one delegate may manage; 0: any number")
         ->capture_default_str()
         ->check(CLI::Range(0, 1 << 30));
     pServe
         ->add_option("--quota", pOptions->quota.bytes,
-                     "Bytes of text that all records of one delegate may hold, as 64MiB; 0: any number")
+                     "Most bytes of text in the groups and servers of one delegate, for example 64MiB; 0: any number")
         ->capture_default_str()
         ->transform(CLI::AsSizeValue(false));
-    pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow addresses that can be reached from elsewhere");
-    pServe->add_flag("--debug", pOptions->echoesFailures, "Write the modules' failure lines to standard output, too");
+    pServe->add_flag("--allow-remote", pOptions->allowRemote, "Allow addresses that other machines can reach");
+    pServe->add_flag("--debug", pOptions->echoesFailures, "Also write the modules' failure lines to standard output");
     auto* pFolder = pServe->add_option("--console", pConsole->folder,
-                                       "Folder of the console's page; default: the one that came with zemhost");
-    pServe->add_flag("!--no-console", pConsole->isServed, "Serve no page")->excludes(pFolder);
+                                       "Folder of the page; default: the one that came with zemhost");
+    pServe->add_flag("!--no-console", pConsole->isServed, "Do not serve the page")->excludes(pFolder);
     pServe->parse_complete_callback([&line, pOptions] {
         line.mode = store::OpenMode::createIfMissing;
         line.connections = pOptions->connections;
@@ -166,15 +173,17 @@ void addApply(CommandLine& line)
     const auto pFleet = std::make_shared<Json::Value>();
     const auto pOptions = std::make_shared<store::ApplyOptions>();
     CLI::App* pApply = addCommand(
-        line, "apply", "Bring the store to what a fleet file says, all or nothing",
+        line, "apply", "Change the store so that it matches a fleet file, all of it or nothing",
         [&line, pFleet, pPath, pOptions] {
             return host::applyFleetFile(*pFleet, *pPath, *pOptions, [&line] { VELQZEMStoreOpen(line.store); });
         },
         [pFleet, pPath] { *pFleet = host::readJsonFile(*pPath); });
-    pApply->add_option("FILE", *pPath, "JSON of accounts, groups, policies and servers; - is standard input")
+    pApply
+        ->add_option("FILE", *pPath,
+                     "Fleet file, a JSON object of accounts, groups, policies and servers; - is standard input")
         ->required();
     pApply->add_flag("--dry-run", pOptions->dryRun, "Only print what would change");
-    pApply->add_flag("--prune", pOptions->prune, "Delete what the file lacks");
+    pApply->add_flag("--prune", pOptions->prune, "Also delete the records that the file does not contain");
     pApply->parse_complete_callback([&line] { line.mode = store::OpenMode::ifThere; });
 }
 
@@ -188,10 +197,10 @@ void addImport(CommandLine& line)
 {
     const auto pSource = std::make_shared<ImportSource>();
     CLI::App* pImport = addCommand(
-        line, "import", "Bring the groups and servers of an inventory into the store, all or nothing",
+        line, "import", "Add or update the groups and servers of an inventory in the store, all of them or none",
         [pSource] { return host::importAnsibleInventory(pSource->jInventory, pSource->path, pSource->dryRun); },
         [pSource] { pSource->jInventory = host::readJsonFile(pSource->path); });
-    pImport->add_option("KIND", pSource->kind, "Whose inventory it is")->required()->check(CLI::IsMember({"ansible"}));
+    pImport->add_option("KIND", pSource->kind, "Kind of inventory")->required()->check(CLI::IsMember({"ansible"}));
     pImport->add_option("FILE", pSource->path, "What ansible-inventory --list prints; - is standard input")->required();
     pImport->add_flag("--dry-run", pSource->dryRun, "Only print what would change");
 }
@@ -213,7 +222,7 @@ void addCheck(CommandLine& line)
 {
     const auto pIsSound = std::make_shared<bool>(true);
     addCommand(
-        line, "check", "Say whether this installation is sound; status 1 if it is not",
+        line, "check", "Check this installation; status 1 if anything is wrong",
         [pIsSound] { return host::checkStore() && *pIsSound ? 0 : kFailure; },
         [pIsSound] { *pIsSound = host::checkFiles(); });
 }
@@ -227,10 +236,10 @@ void addAccounts(CommandLine& line)
 void addToken(CommandLine& line)
 {
     const auto pNew = std::make_shared<host::NewToken>();
-    CLI::App* pToken = addCommand(line, "token", "Make another bearer token for an account and print it, this once",
+    CLI::App* pToken = addCommand(line, "token", "Make a bearer token for an account and print it, only this time",
                                   [pNew] { return host::createToken(*pNew); });
     addAccount(pToken, "NAME", pNew->account);
-    pToken->add_option("--label", pNew->label, "What tells it from the account's others");
+    pToken->add_option("--label", pNew->label, "Label that distinguishes it from other tokens of the account");
     pToken->add_option("--days", pNew->days, "Days until it expires; default: never")->check(CLI::Range(1, 36500));
 }
 
@@ -246,11 +255,12 @@ void addRevoke(CommandLine& line)
 {
     const auto pAccount = std::make_shared<std::string>();
     const auto pLabel = std::make_shared<std::optional<std::string>>();
-    CLI::App* pRevoke = addCommand(line, "revoke", "Take back an account's tokens",
+    CLI::App* pRevoke = addCommand(line, "revoke", "Revoke tokens of an account",
                                    [pAccount, pLabel] { return host::revokeTokens(*pAccount, *pLabel); });
     addAccount(pRevoke, "NAME", *pAccount);
     pRevoke->add_option_function<std::string>(
-        "LABEL", [pLabel](const std::string& label) { *pLabel = label; }, "Only those with it; default: all");
+        "LABEL", [pLabel](const std::string& label) { *pLabel = label; },
+        "Label of the tokens to revoke; default: all tokens");
 }
 
 void addTree(CommandLine& line)
@@ -268,8 +278,8 @@ void addCall(CommandLine& line)
     const auto pCall = std::make_shared<host::MethodCall>();
     CLI::App* pCommand = addModuleCommand(line, "call", "Call one method and print the answer",
                                           [&line, pCall] { return host::callMethod(line.modules, *pCall); });
-    pCommand->add_option("API", pCall->api, "Such as VELQ.ZEM.Tree")->required();
-    pCommand->add_option("METHOD", pCall->method, "Such as get")->required();
+    pCommand->add_option("API", pCall->api, "API, for example VELQ.ZEM.Tree")->required();
+    pCommand->add_option("METHOD", pCall->method, "Method, for example get")->required();
     pCommand->add_option("--version", pCall->version, "Version of the method")->capture_default_str();
     pCommand->add_option("--params", pCall->params, "JSON object of parameters; default: none");
     addAccount(pCommand, "--as", pCall->account);
@@ -291,8 +301,8 @@ void addList(CommandLine& line)
     const auto work = [&line, pAccount, pPaging] { return host::listTopGroups(line.modules, *pAccount, *pPaging); };
     CLI::App* pList = addModuleCommand(line, "list", "List the topmost groups that an account sees", work);
     addPaging<Json::Int64>(pList, "--offset", pPaging, "offset", "Groups to skip");
-    addPaging<Json::Int64>(pList, "--limit", pPaging, "limit", "Groups to list at most");
-    addPaging<std::string>(pList, "--sort-by", pPaging, "sort_by", "Field");
+    addPaging<Json::Int64>(pList, "--limit", pPaging, "limit", "Most groups to list");
+    addPaging<std::string>(pList, "--sort-by", pPaging, "sort_by", "Field to sort by");
     addPaging<std::string>(pList, "--sort-direction", pPaging, "sort_direction", "ASC or DESC");
     addAccount(pList, "--as", *pAccount);
 }
@@ -300,15 +310,17 @@ void addList(CommandLine& line)
 void addLink(CommandLine& line)
 {
     const auto pChange = std::make_shared<host::LinkChange>();
-    CLI::App* pLink = addModuleCommand(line, "link", "Link a policy to a node, or take the link away",
+    CLI::App* pLink = addModuleCommand(line, "link", "Link a policy to a group or server, or remove the link",
                                        [&line, pChange] { return host::changeLink(line.modules, *pChange); });
     pLink->add_option("ACTION", pChange->action, "What to do")->required()->check(CLI::IsMember({"add", "remove"}));
-    pLink->add_option("KIND", pChange->kind, "Kind of node")->required()->check(CLI::IsMember({"group", "server"}));
+    pLink->add_option("KIND", pChange->kind, "Whether NODE is a group or a server")
+        ->required()
+        ->check(CLI::IsMember({"group", "server"}));
     pLink
         ->add_option("NODE", pChange->node,
-                     "Identifier, path of the group as Web/Stage, or name of the only such server")
+                     "Identifier; or path of the group, for example Web/Stage; or name of the server, if unique")
         ->required();
-    pLink->add_option("POLICY", pChange->policy, "Identifier, or name of the only such policy")->required();
+    pLink->add_option("POLICY", pChange->policy, "Identifier, or name, if unique")->required();
 }
 
 // Reads "2026-11-23" or "2026-11-23T16:00:00Z", a time in UTC.
@@ -330,19 +342,21 @@ void addHistory(CommandLine& line)
     const auto pAsJson = std::make_shared<bool>(false);
     CLI::App* pHistory = addCommand(line, "history", "Print who changed what, the newest change first",
                                     [pFilter, pAsJson] { return host::printHistory(*pFilter, *pAsJson); });
-    pHistory->add_option("--node", pFilter->node,
-                         "Only changes of group:N, server:N, policy:N or account:N; N as NODE of zemhost link");
-    pHistory->add_option("--by", pFilter->by, "Only changes by the account of that name, by uid=N, or by a command");
+    pHistory->add_option(
+        "--node", pFilter->node,
+        "Only changes of group:N, server:N, policy:N or account:N; N: identifier, path or name, as for link");
+    pHistory->add_option("--by", pFilter->by,
+                         "Only changes by an account (its name, or uid=N) or by a command, for example apply");
     pHistory->add_option_function<std::string>(
         "--since", [pFilter](const std::string& text) { pFilter->since = timeOf(text); },
-        "Only changes since a date or a time, as 2026-11-23T16:00:00Z");
+        "Only changes since a date or time in UTC, for example 2026-11-23 or 2026-11-23T16:00:00Z");
     pHistory->add_flag("--json", *pAsJson, "Print each change as a JSON object");
 }
 
 void addCommands(CommandLine& line)
 {
     line.app.set_version_flag("--version", host::kVersion, "Print the version and exit");
-    line.app.footer("zemhost COMMAND --help describes a command. Exit status: 0, 1 for a failure, 2 for wrong usage.");
+    line.app.footer("zemhost COMMAND --help describes a command. Exit status: 0 success, 1 failure, 2 wrong usage.");
     for (const auto add : {addServe, addApply, addImport, addExport, addBackup, addCheck, addAccounts, addToken,
                            addTokens, addRevoke, addTree, addCall, addList, addLink, addHistory}) {
         add(line);

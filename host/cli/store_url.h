@@ -5,9 +5,9 @@
 
 namespace host {
 
-// Returns the URL of the store: option, if it is not empty; else that of ZEM_STORE in the environment, where other
-// users cannot read a password; else, for the program of an installed package, that of its service, which it tells on
-// standard error; else a file in the current folder. Throws UsageError when the service's cannot be read.
+// Returns the first of these URLs: option, if it is not empty; the environment variable ZEM_STORE, in which other users
+// cannot read a password; for a program that a package installed, the URL of its service, which is then announced on
+// standard error; a file in the current folder. Throws UsageError when the service's URL cannot be read.
 std::string storeUrl(const std::string& option);
 
 }  // namespace host

@@ -62,11 +62,11 @@ public:
     // several of them wait for counts for each with its part. Leaves those with an answer of up to 16 KiB.
     void freeMemory(uint64_t bytes) noexcept;
 
-    // What the connections are and have been.
+    // The open connections, their limit, and counts since the start.
     struct Counts {
         size_t open, limit;
         uint64_t opened;
-        uint64_t overLimit, slow, forMemory;  // those that were shut down
+        uint64_t overLimit, slow, forMemory;  // connections that the server closed, by reason
     };
     Counts counts() const;
 

@@ -112,7 +112,7 @@ unsigned reserveDescriptors()
     return static_cast<unsigned>(std::min(kMaxConnections, limit.rlim_cur - others));
 }
 
-// threads: 0 for a single one.
+// Starts the HTTP library on the socket. threads: size of its pool; 0 for one thread without a pool.
 MHD_Daemon* startDaemon(Listener& listener, int listenFd, unsigned threads, unsigned connections, unsigned idleTimeout)
 {
     constexpr unsigned kFlags = MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_ITC | MHD_ALLOW_SUSPEND_RESUME;

@@ -26,13 +26,13 @@ struct ServeOptions {
     std::vector<std::string> proxies{};  // numeric addresses of proxies; the client addresses that they forward count
     store::Quota quota{};                // for each delegate
     int historyDays = 400;               // how long changes stay in the history; 0: none is kept
-    unsigned drainSeconds = 0;           // between the signal to stop and the end of listening
+    unsigned drainSeconds = 0;           // from the signal to stop until the server stops listening
     unsigned idleTimeout = 10;  // seconds until an idle connection is closed; waiting for a handler is not idle
 };
 
 // Serves the modules' methods and the page until SIGTERM or SIGINT. Prints the address on standard output when it is
-// ready, and logs each request and each change of the store. After the signal GET /health is answered with 503, and
-// everything else as before, for the drain time or until a second signal. Then it finishes the requests that have begun
+// ready, and logs each request and each change of the store. After the signal, for the drain time or until a second
+// signal, it answers GET /health with 503 and everything else as before. Then it finishes the requests that have begun
 // to arrive; from the third second on, these make no further change. It waits five seconds for requests that
 // still arrive and answers that are still read, and 30 seconds for handlers; then it ends the process with status 0.
 //

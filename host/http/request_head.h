@@ -52,7 +52,7 @@ struct RequestLine {
 int checkHead(MHD_Connection* pConnection, const RequestLine& line, const ModuleSet& modules, const StaticFiles& page,
               RequestHead& head);
 
-// Does the same at the address for metrics, which has only these and the health and where no token is needed.
+// Does the same for the second address, which serves only the metrics and the health, without a token.
 int checkMetricsHead(MHD_Connection* pConnection, const RequestLine& line, RequestHead& head);
 
 // Returns the HTTP methods that the resource takes, as a header lists them.

@@ -53,7 +53,7 @@ void enableWriteAheadLog()
     }
 }
 
-// Opens the connections. Reads from a file, because SQLite opens one that it cannot read.
+// Opens the connections. Reads from a SQLite file, because opening it does not show whether it can be read.
 void connect(const Address& address, size_t connections)
 {
     auto pStateReader = std::make_unique<StateReader>(address);

@@ -159,7 +159,7 @@ Json::Value membersOf(const Json::Value& jStored)
     return jMembers;
 }
 
-// Sets the identifiers and names of the groups above the records of the row to those of that change, if it has any.
+// Sets the row's groups (identifiers and names) to those in the stored change, if it has any.
 void readPath(const Json::Value& jStored, HistoryRow& row)
 {
     if (jStored.size() > 5) {

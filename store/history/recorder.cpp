@@ -28,8 +28,8 @@ std::atomic<bool> gIsRecording{true};
 // Bounds the walk along a damaged tree, which may have cycles.
 constexpr int kMaxPathSteps = 2 * kMaxGroupDepth;
 
-// Returns the text that inserts a row on PostgreSQL. tables: those that give one row for each row to insert, and a
-// comma.
+// Returns the SQL statement that inserts rows on PostgreSQL. tables: for its FROM clause, with a comma at the end; they
+// give one row for each row to insert.
 std::string insertFor(const std::string& tables)
 {
     return "INSERT INTO history (time, uid, actor, record, changes, group_ids, path)"

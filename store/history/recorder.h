@@ -4,8 +4,8 @@
 // number, in the order of the commits; time, in seconds since 1970; uid of the acting account, -1 without one; actor,
 // the name that this account had, or the command; record, as keyOf() or keyOfBlock() returns it; group_ids and path of
 // the groups above the record, of which the root group is left out; changes, an array of texts as history/change_text.h
-// describes them. In a row of several records, group_ids and path are empty, and two more elements of a change hold
-// them, unless they are those of the change before it.
+// describes them. In a row of several records, group_ids and path are empty. There, a change has them as two more
+// elements, unless they are the same as in the change before it.
 //
 // Functions that take a session run in the caller's transaction and throw DatabaseError.
 #pragma once
@@ -84,8 +84,8 @@ public:
     // find: returns the group of that identifier, null when there is none. The result stays valid until the next call.
     explicit GroupPaths(std::function<const Group*(int64_t)> find) : m_find(std::move(find)) {}
 
-    // The identifiers and the names from the topmost group to one, and both as JSON strings, separated by a comma. They
-    // are empty for the root group.
+    // The way from the topmost group to a group: its identifiers; its names; both as JSON strings, separated by a
+    // comma. All are empty for the root group.
     struct Path {
         std::string ids, names, text;
     };

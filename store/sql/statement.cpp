@@ -19,7 +19,7 @@ thread_local uint64_t tStatements = 0;
     throw DatabaseError(error);
 }
 
-// Returns the index after the consecutive numbers that begin at that index.
+// Returns the index after the run of consecutive numbers that begins at an index.
 size_t endOfRange(const std::vector<int64_t>& values, size_t begin)
 {
     size_t end = begin + 1;

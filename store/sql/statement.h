@@ -99,8 +99,9 @@ std::unordered_set<int64_t> numbers(soci::session& sql, const std::string& query
 std::unordered_set<int64_t> valuesIn(soci::session& sql, const std::string& table, const std::string& column,
                                      const std::vector<int64_t>& values);
 
-// Returns conditions on the column that together name every value: "column BETWEEN ..." for a long range of consecutive
-// ones, and "column IN (...)" with a thousand at most, because databases limit the length of a statement.
+// Returns conditions on the column that together cover all values: "column BETWEEN ..." for each long run of
+// consecutive values, and "column IN (...)" with at most a thousand of the others, because databases limit the length
+// of a statement.
 std::vector<std::string> conditionsFor(const std::string& column, const std::vector<int64_t>& values);
 
 // Executes a changing statement with these parameters. Returns the number of rows that it changed.

@@ -16,7 +16,8 @@ std::string provideStoreFile(const std::string& path, OpenMode mode);
 // Returns whether this process may write the file.
 bool isWritable(const std::string& path);
 
-// Returns which right this process lacks to read the store in the file, for people; empty when it lacks none.
+// Returns a message for people that says which right to read the store in the file this process lacks; empty when it
+// lacks none.
 std::string missingRight(const std::string& path);
 
 // Removes the rights of group and others from the file and from the files that SQLite keeps beside it. A file of
