@@ -167,7 +167,9 @@ class InstallTest(unittest.TestCase):
     def test_root_and_service_share_a_store(self):
         service = {"user": SERVICE, "group": SERVICE, "extra_groups": []}
         os.chown(self.store.folder, SERVICE, SERVICE)
-        self.store.fill()
+        relative = f"sqlite:{self.store.folder.name}/zem.db"  # is not looked up again in the folder that root enters
+        subprocess.run([self.store.program, "apply", SAMPLE, "--store", relative], cwd=self.store.folder.parent,
+                       check=True, timeout=60, stdout=subprocess.DEVNULL)
         for _ in range(2):  # the second server opens files that root left while no server ran
             self.serve(**service)
             token = self.store.token("admin")
@@ -194,6 +196,10 @@ class InstallTest(unittest.TestCase):
                 self.store.folder.chmod(folder)
                 self.assertIn(said, self.store.run("tree", "--as", "admin", status=status, **user))
                 self.assertIn(written, self.store.run("token", "admin", status=1, **user))
+        self.store.path.chmod(0o600)
+        self.store.path.write_bytes(bytes(5000))
+        self.store.folder.chmod(0o500)
+        self.assertIn("not a store", self.store.run("tree", "--as", "admin", status=1, **user))
 
     @unittest.skipUnless(os.geteuid() == 0, "only root works on other users' stores")
     def test_root_follows_no_link_of_the_service(self):

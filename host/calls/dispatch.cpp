@@ -22,6 +22,7 @@ namespace host {
 namespace {
 
 constexpr int kMaxNesting = 200;
+constexpr size_t kMaxIgnoredLength = 80;  // bytes of an ignored name in an answer
 constexpr int kErrorParameter = 101;
 constexpr int kErrorFailed = 117;
 constexpr int kErrorNoRight = 414;
@@ -234,7 +235,8 @@ std::vector<std::string> envelope(VELQ::APIResponse& resp, const std::vector<std
     std::vector<std::string> parts = resp.TakeData();
     parts.insert(parts.begin(), "{\"success\":true,\"data\":");
     for (const std::string& name : ignored) {
-        parts.push_back((&name == &ignored.front() ? ",\"ignored\":[" : ",") + jsonString(name));
+        parts.push_back((&name == &ignored.front() ? ",\"ignored\":[" : ",") +
+                        jsonString(name.substr(0, kMaxIgnoredLength)));
     }
     parts.emplace_back(ignored.empty() ? "}" : "]}");
     return parts;

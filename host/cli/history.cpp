@@ -65,6 +65,10 @@ int printHistory(store::HistoryFilter filter, bool asJson)
     builder["emitUTF8"] = true;
     if (const size_t colon = filter.node.find(':'); colon != std::string::npos) {
         const std::string kind = filter.node.substr(0, colon);
+        if (kind != "group" && kind != "server" && kind != "policy" && kind != "account") {
+            throw std::runtime_error("there is no kind of record " + printable(kind) +
+                                     ": group, server, policy or account");
+        }
         filter.node = kind + ':' + std::to_string(store::findRecord(kind, filter.node.substr(colon + 1)));
     }
     do {

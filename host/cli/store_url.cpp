@@ -53,9 +53,7 @@ std::string storeIn(const std::filesystem::path& path)
     return value;
 }
 
-}  // namespace
-
-std::string storeUrl(const std::string& option)
+std::string namedStore(const std::string& option)
 {
     if (!option.empty()) {
         return option;
@@ -70,6 +68,19 @@ std::string storeUrl(const std::string& option)
     }
     const std::string url = storeIn(file);
     std::cerr << "zemhost: the store is that of " + printable(file.string()) + '\n';
+    return url;
+}
+
+}  // namespace
+
+std::string storeUrl(const std::string& option)
+{
+    constexpr std::string_view kSqlite = "sqlite:";
+    std::string url = namedStore(option);
+    // A relative path would lead elsewhere once root has entered the folder of the store.
+    if (url.starts_with(kSqlite) && url.size() > kSqlite.size()) {
+        url.replace(kSqlite.size(), url.npos, std::filesystem::absolute(url.substr(kSqlite.size())).string());
+    }
     return url;
 }
 

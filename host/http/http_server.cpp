@@ -150,8 +150,13 @@ bool isWorking(const ServerState& server)
 void drain(ServerState& server, unsigned seconds, const sigset_t& stopSignals)
 {
     server.isStopping = true;
-    const timespec time{seconds, 0};
-    sigtimedwait(&stopSignals, nullptr, &time);
+    const auto end = Clock::now() + std::chrono::seconds(seconds);
+    int received = -1;
+    while (received == -1 && Clock::now() < end) {
+        const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(end - Clock::now()).count();
+        const timespec time{left / 1'000'000'000, left % 1'000'000'000};
+        received = sigtimedwait(&stopSignals, nullptr, &time);  // -1 also when the process was stopped and continued
+    }
 }
 
 // Stops accepting connections, waits for the requests in progress and stops the daemon. The handlers are stopped before

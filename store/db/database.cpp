@@ -80,9 +80,9 @@ void openDatabase(const std::string& url, OpenMode mode, size_t connections)
     sqlite_api::sqlite3_config(SQLITE_CONFIG_MULTITHREAD);
     try {
         connect(address, connections);
-    } catch (const DatabaseError&) {
+    } catch (const DatabaseError& error) {
         closeDatabase();
-        const std::string right = address.isPostgres ? "" : missingRight(address.place);
+        const std::string right = address.isPostgres || error.isOtherFile ? "" : missingRight(address.place);
         if (right.empty()) {
             throw;
         }

@@ -32,16 +32,22 @@ int errnoOf(const soci::soci_error& error)
     return isGivenUp(state) || state == "55P03" ? EBUSY : EIO;  // 55P03: the lock did not come free in time
 }
 
+bool isOfOtherFile(const soci::soci_error& error)
+{
+    const auto* pSqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
+    return pSqlite != nullptr && pSqlite->result() == SQLITE_NOTADB;
+}
+
 std::string textOf(const soci::soci_error& error)
 {
     const int code = errnoOf(error);
     if (code != EIO) {
         return code == EBUSY ? kLocked : kNoMemory;
     }
-    const auto* pSqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
-    if (pSqlite != nullptr && pSqlite->result() == SQLITE_NOTADB) {
+    if (isOfOtherFile(error)) {
         return "not a store: the file is not a database";
     }
+    const auto* pSqlite = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
     if (pSqlite != nullptr && (pSqlite->result() & 0xff) == SQLITE_READONLY) {
         return "the store can only be read: this account may not write its file";
     }
@@ -57,7 +63,8 @@ std::string textOf(const soci::soci_error& error)
 DatabaseError::DatabaseError(const soci::soci_error& error)
     : Error(errnoOf(error), textOf(error)),
       isWorthRepeating(isGivenUp(sqlStateOf(error))),
-      isOutcomeUnknown(sqlStateOf(error) == "40003")
+      isOutcomeUnknown(sqlStateOf(error) == "40003"),
+      isOtherFile(isOfOtherFile(error))
 {
 }
 

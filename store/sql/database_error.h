@@ -16,6 +16,7 @@ struct DatabaseError : Error {
     bool isWorthRepeating =
         false;  // the database gave up the transaction because of another one; a new try may succeed
     bool isOutcomeUnknown = false;  // the database does not know whether it committed the transaction
+    bool isOtherFile = false;       // the file is none of SQLite
 };
 
 }  // namespace store
