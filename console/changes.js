@@ -100,7 +100,7 @@ export class Changes {
             title: `Policies of ${node.name}`,
             confirm: "Save",
             contents: editor.contents,
-            isReady: editor.isChanged,
+            isReady: editor.isReady,
             preview: () => editor.isChanged() && effectsBox(fleet, [node], ifLinked([node], editor.ids)).box,
             act: () => this.#setLinks(node, editor.ids()),
         });
@@ -119,7 +119,7 @@ export class Changes {
             title: `Delegates of ${node.name}`,
             confirm: "Save",
             contents: editor.contents,
-            isReady: editor.isChanged,
+            isReady: editor.isReady,
             act: () => {
                 const delegate = editor.ids().map((ugid) => ({ ugid, user_type: DELEGATE_USER_TYPE }));
                 const shown = { delegate: delegate.map(({ ugid }) => ({ ugid, name: names.get(ugid) })) };

@@ -6,7 +6,7 @@ import { addressOf } from "./links.js";
 import { KEYS } from "./keys.js";
 import { manyContents } from "./details_many.js";
 import { linkedAt, policyList } from "./details_policies.js";
-import { goTo, changeButton, list, none, section } from "./details_parts.js";
+import { goTo, changeButton, list, none, origin, section } from "./details_parts.js";
 import { capital, inWords } from "./words.js";
 
 const WHEN = new Intl.DateTimeFormat(undefined, { dateStyle: "medium", timeStyle: "short" });
@@ -14,6 +14,7 @@ const WHEN = new Intl.DateTimeFormat(undefined, { dateStyle: "medium", timeStyle
 export class Details {
     #element;
     #history;
+    #keys = ""; // of the nodes shown last
 
     // history: a History. listener: goTo(key) for a link to another node; change(name, key) for a button or the
     // checkbox, key being that of another node or undefined; copy(text) for a button that copies.
@@ -35,10 +36,15 @@ export class Details {
 
     // Shows the details of the selected nodes, or a list of keys when there are none.
     show(fleet, nodes) {
+        const keys = nodes.map(({ key }) => key).join();
         const { activeElement } = document;
         const focused = this.#element.contains(activeElement) ? activeElement.dataset.change : undefined;
         const contents = [nothingSelected, () => this.#one(fleet, nodes[0]), () => manyContents(fleet, nodes)];
         this.#element.replaceChildren(backButton(), ...contents[Math.min(2, nodes.length)]());
+        if (keys !== this.#keys) {
+            this.#element.scrollTop = 0;
+            this.#keys = keys;
+        }
         this.focus(focused);
     }
 
@@ -116,8 +122,8 @@ function linkSections(fleet, node) {
     return [
         policyList(fleet, node),
         section("Delegates", node.type === GROUP && changeButton("delegates", "Change delegates"),
-            list("ul", node.delegates, ({ id, name }) => [element("span", {}, name),
-                element("span", { class: "from" }, `uid ${id}`)])),
+            list("ul", fleet.effectiveDelegates(node), ({ id, name, from }) => [element("span", {}, name),
+                element("span", { class: "from" }, origin(node, from, `uid ${id}`))])),
     ];
 }
 

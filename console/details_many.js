@@ -9,8 +9,7 @@ export function manyContents(fleet, nodes) {
     const linked = linkCounts(targets);
     return [
         element("h2", {}, `${nodes.length.toLocaleString("en")} selected`),
-        element("p", { class: "quiet" }, `${capital(inWords(kindsOf(nodes)))}. `,
-            "Move and Delete above act on all of them."),
+        element("p", { class: "quiet" }, `${capital(inWords(kindsOf(nodes)))}. `, buttonsFor(nodes)),
         targets.length > 0 && section("Policies", null,
             element("div", { class: "actions" }, changeButton("addPolicy", "Add policy"),
                 linked.length > 0 && changeButton("removePolicy", "Remove policy")),
@@ -19,6 +18,14 @@ export function manyContents(fleet, nodes) {
         section("Selected", changeButton("copy", "Copy names"), list("ul", nodes, (node) => [goTo(node),
             element("span", { class: "from" }, node.isServer ? node.address : node.kind)])),
     ].filter(Boolean);
+}
+
+// Names the buttons of the toolbar that are of use for the nodes.
+function buttonsFor(nodes) {
+    if (nodes.some((node) => node.isGroup)) {
+        return "Move and Delete above act on them together.";
+    }
+    return nodes.every((node) => node.isPolicy) ? "" : "Move above acts on them together.";
 }
 
 // Returns how many of the nodes link each policy: array of {id, name, count}, the most frequent first.

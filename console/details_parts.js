@@ -23,6 +23,14 @@ export function goTo(node, text = node.name) {
     return element("button", { type: "button", class: "link", "data-key": node.key }, text);
 }
 
+// Says from where the node has a policy or delegate. from: the nodes that name it. own: shown when one of them is the
+// node itself.
+export function origin(node, from, own) {
+    const isOwn = from.includes(node);
+    const groups = from.filter((at) => at !== node).flatMap((at, i) => [i > 0 && ", ", goTo(at)]);
+    return [isOwn && own, groups.length > 0 && [isOwn ? " and from " : "from ", groups]];
+}
+
 // key: of the node that the button is about, when it is not the selected one.
 export function changeButton(change, label, { key = null, name = null, kind = "" } = {}) {
     return element("button", { "type": "button", "class": kind, "data-change": change, "data-key": key,

@@ -1,5 +1,5 @@
 // Shows in the panel which policies apply to a group or server, and where a policy is linked.
-import { changeButton, goTo, list, section } from "./details_parts.js";
+import { changeButton, goTo, list, origin, section } from "./details_parts.js";
 import { element, plural } from "./dom.js";
 import { policiesIn, serversOf, serversWith } from "./effects.js";
 
@@ -17,12 +17,9 @@ export function policyList(fleet, node) {
 function policyItem(fleet, node, { id, name, description, from }) {
     const isOwn = from.includes(node);
     const target = fleet.findPolicy(id);
-    const groups = from.filter((at) => at !== node).flatMap((at, i) => [i > 0 && ", ", goTo(at)]);
     return [
         element("span", { "data-own": isOwn }, target === null ? name : goTo(target)),
-        element("span", { class: "from" },
-            isOwn && element("span", { class: "tag own" }, "own"),
-            groups.length > 0 && [isOwn ? " and from " : "from ", groups]),
+        element("span", { class: "from" }, origin(node, from, element("span", { class: "tag own" }, "own"))),
         description !== "" && element("span", { class: "note" }, description),
     ];
 }

@@ -2,6 +2,7 @@
 import { element } from "./dom.js";
 
 const MAX_OPTIONS = 100; // that a picker shows; a searched text narrows them
+const CHOOSE = "Choose an entry from the list below, or clear this field.";
 
 // Returns a labelled text field. attributes: of the field; its member tag names another element than input.
 export function textField(label, name, value, attributes = {}) {
@@ -18,22 +19,22 @@ export function choice(label, name, options) {
     return element("p", { class: "field" }, element("label", { for: select.id }, label), select);
 }
 
-// Returns a list in which the user selects one option, with a search field that narrows the list. options: array of
-// {value, text}, in the order in which they are shown. ask(text): returns a promise of further options for a text, or
-// null.
+// Returns a list in which the user selects one option, with a search field that narrows the list. A searched text
+// selects an option only when that is the only one with it or has this name; with several, the form is not sent until
+// the user chooses. options: array of {value, text}, in the order in which they are shown. ask(text): returns a promise
+// of further options for a text, or null.
 export function picker(label, name, options, ask = null) {
     const search = element("input", { type: "search", id: `search-${name}`, autocomplete: "off" });
     const select = element("select", { id: `field-${name}`, name, size: 8, required: true, "aria-label": label });
     const hint = element("p", { class: "hint", role: "status" });
-    const show = (found) => {
-        const kept = select.value;
-        select.replaceChildren(...found.slice(0, MAX_OPTIONS).map(optionOf));
-        select.selectedIndex = search.value.trim() !== "" && select.length > 0 ? 0 : -1;
-        if (kept !== "" && search.value.trim() === "") {
-            select.value = kept;
-        }
-        hint.textContent = hintOf(found.length);
+    const mark = (index) => {
+        select.selectedIndex = index;
         select.dispatchEvent(new Event("change", { bubbles: true }));
+    };
+    const show = (found) => {
+        select.replaceChildren(...found.slice(0, MAX_OPTIONS).map(optionOf));
+        hint.textContent = hintOf(found.length);
+        mark(meantIn(found, search.value.trim()));
     };
     const fill = async () => {
         const wanted = search.value.trim();
@@ -41,6 +42,7 @@ export function picker(label, name, options, ask = null) {
             show(options.filter(({ text }) => text.toLowerCase().includes(wanted.toLowerCase())));
             return;
         }
+        mark(-1); // the options are still those of another text
         try {
             const found = await ask(wanted);
             if (search.value.trim() === wanted) { // else a later answer is on its way
@@ -50,17 +52,26 @@ export function picker(label, name, options, ask = null) {
             hint.textContent = error.message;
         }
     };
+    select.addEventListener("change", () => {
+        search.setCustomValidity(search.value.trim() !== "" && select.selectedIndex < 0 ? CHOOSE : "");
+    });
     search.addEventListener("input", fill);
     search.addEventListener("keydown", (event) => {
         if (event.key === "ArrowDown") {
             event.preventDefault();
-            select.selectedIndex = Math.max(0, select.selectedIndex);
-            select.dispatchEvent(new Event("change", { bubbles: true }));
+            mark(Math.max(0, select.selectedIndex));
             select.focus();
         }
     });
     fill();
     return element("div", { class: "field" }, element("label", { for: search.id }, label), search, select, hint);
+}
+
+// Returns the index of the option that the text means, or -1 when the user has to choose.
+function meantIn(options, text) {
+    const exact = options.filter((option) => option.text.toLowerCase() === text.toLowerCase());
+    const meant = exact.length > 0 ? exact : options;
+    return text !== "" && meant.length === 1 ? options.indexOf(meant[0]) : -1;
 }
 
 function hintOf(count) {

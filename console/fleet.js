@@ -276,6 +276,19 @@ export class Fleet {
         return { policies: [...found.values()], blockedBy: null, isPartial: this.#topOf(node).record.parent_id !== 0 };
     }
 
+    // Returns the delegates of the node and of the groups above: its own first, then those of the nearest group. Each
+    // occurs once, with the nodes that name it (from).
+    effectiveDelegates(node) {
+        const found = new Map();
+        for (let at = node; at !== this.root; at = at.parent) {
+            for (const delegate of at.delegates) {
+                found.set(delegate.id, found.get(delegate.id) ?? { ...delegate, from: [] });
+                found.get(delegate.id).from.push(at);
+            }
+        }
+        return [...found.values()];
+    }
+
     // Marks the nodes that match the query as hits, and them and their ancestors as shown. Returns the number of hits.
     // An empty text shows all nodes and marks no hit. text: see query.js. kept: keys of nodes that count as hits
     // whether they match or not.

@@ -21,7 +21,7 @@ const TITLES = {
 export class History {
     #api;
     #isOpen = false;
-    #held = null; // of the node shown last: its key and revision, and what has come
+    #held = null; // of the node shown last: its key and revision, what has come, and the promise of the latest page
 
     constructor(api) {
         this.#api = api;
@@ -46,37 +46,48 @@ export class History {
         const { revision } = node.record;
         if (this.#held?.key !== key || this.#held.revision !== revision || revision === undefined) {
             this.#held = { key, revision, changes: [], next: "" };
+            this.#fetch(this.#held, node);
+        }
+        if (this.#held.changes.length === 0) {
             box.replaceChildren(element("p", { class: "quiet" }, "Asking for the history …"));
-            await this.#more(this.#held, box, fleet, node);
-        } else {
-            this.#show(this.#held, box, fleet, node);
         }
+        await this.#show(this.#held, box, fleet, node);
     }
 
-    // Fetches the next page.
-    async #more(held, box, fleet, node) {
+    // Begins to fetch the next page.
+    #fetch(held, node) {
+        held.page = this.#api.history(node, held.next).then(({ changes, next }) => {
+            held.changes.push(...changes);
+            held.next = next;
+        });
+    }
+
+    // Shows what is held once the latest page is there: the panel may be drawn again before that.
+    async #show(held, box, fleet, node) {
         try {
-            const page = await this.#api.history(node, held.next);
-            held.changes.push(...page.changes);
-            held.next = page.next;
-            this.#show(held, box, fleet, node);
+            await held.page;
         } catch (error) {
-            if (!(error instanceof Refusal)) {
-                throw error;
-            }
-            this.#held = null;
-            box.replaceChildren(element("p", { class: "reason" }, error.message));
+            this.#refuse(held, box, error);
+            return;
         }
-    }
-
-    #show(held, box, fleet, node) {
         const items = list("ul", held.changes, (change) => contentsOf(fleet, change));
         box.replaceChildren(...[items].flat().filter(Boolean));
         if (held.next !== null) {
             const button = element("button", { type: "button" }, "Show older changes");
-            button.addEventListener("click", () => this.#more(held, box, fleet, node));
+            button.addEventListener("click", () => {
+                this.#fetch(held, node);
+                this.#show(held, box, fleet, node);
+            }, { once: true });
             box.append(button);
         }
+    }
+
+    #refuse(held, box, error) {
+        if (!(error instanceof Refusal)) {
+            throw error;
+        }
+        this.#held = this.#held === held ? null : this.#held;
+        box.replaceChildren(element("p", { class: "reason" }, error.message));
     }
 }
 

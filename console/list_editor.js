@@ -2,10 +2,11 @@
 import { element } from "./dom.js";
 import { picker } from "./fields.js";
 
-// Returns the elements of the editor (contents) and two functions: ids returns the identifiers in order, with an item
-// that is marked but not yet added; isChanged whether they differ from those at first. items: array of {id, name}.
-// offered: the items that can be added, in the same form. isOrdered: whether items can be moved up and down. add: label
-// of the search field. search: as ask of picker.
+// Returns the elements of the editor (contents) and functions: ids returns the identifiers in order, with an item that
+// is marked but not yet added; isChanged whether they differ from those at first; isReady whether there is something to
+// save, or a searched text for which the user has to choose first. items: array of {id, name}. offered: the items that
+// can be added, in the same form. isOrdered: whether items can be moved up and down. add: label of the search field.
+// search: as ask of picker.
 export function listEditor(label, items, offered, { isOrdered, add, search = null }) {
     const list = element(isOrdered ? "ol" : "ul", { class: "editor", "aria-label": label });
     list.append(...items.map((item) => rowOf(item, isOrdered)));
@@ -23,20 +24,23 @@ export function listEditor(label, items, offered, { isOrdered, add, search = nul
         if (option !== null && !isListed(option)) {
             list.append(rowOf({ id: option.value, name: option.textContent }, isOrdered));
             list.lastChild.scrollIntoView({ block: "nearest" });
-            select.selectedIndex = -1;
-            field.select();
+            field.value = "";
+            field.dispatchEvent(new Event("input", { bubbles: true })); // shows all options again, with none marked
+            field.focus();
             changed();
         }
     };
     const button = element("button", { type: "button" }, "Add");
-    button.addEventListener("click", addMarked);
+    button.addEventListener("click", () => field.reportValidity() && addMarked());
     select.addEventListener("dblclick", addMarked);
     select.addEventListener("change", () => { hint.textContent = hintOf(marked(), isListed); });
     chooser.addEventListener("keydown", (event) => addAtEnter(event, marked, addMarked));
     list.addEventListener("click", ({ target }) => rearrange(target.closest("button"), changed));
     list.addEventListener("keydown", (event) => rearrangeByKey(event, isOrdered, field, changed));
     const before = listed().join();
-    return { contents: [list, chooser, button, hint], ids, isChanged: () => ids().join() !== before };
+    const isChanged = () => ids().join() !== before;
+    return { contents: [list, chooser, button, hint], ids, isChanged,
+        isReady: () => isChanged() || !field.validity.valid };
 }
 
 function hintOf(option, isListed) {

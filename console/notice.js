@@ -15,9 +15,14 @@ export class Notice {
         this.done(text, null);
     }
 
+    // Puts the text into the status line and leaves the button beside it as it is.
+    reply(text) {
+        byId("status").textContent = text;
+    }
+
     // Says what was done. offered: the button to take it back, "undo" or "redo"; null for none.
     done(text, offered) {
-        byId("status").textContent = text;
+        this.reply(text);
         for (const id of ["undo", "redo"]) {
             byId(id).hidden = id !== offered;
         }

@@ -1,5 +1,6 @@
 // Reads the text of the filter field: words in the form kind:value restrict the nodes, the rest is searched for in
 // names and addresses. A value with spaces stands in quotes: policy:"Base security".
+import { listed } from "./words.js";
 
 // The words with what they look at. textOf(node): the searched text; values(fleet): what the page proposes.
 export const WORDS = {
@@ -26,6 +27,7 @@ export const WORDS = {
 };
 
 const TERM = new RegExp(`(?<!\\S)(${Object.keys(WORDS).join("|")}):("[^"]*"?|\\S*)`, "gi");
+const UNKNOWN = /(?<!\S)([a-z]+):(?=[^\s:])/; // not the colons of an address
 
 // Returns a function that returns whether a node matches the text; null when the text is empty.
 export function parseQuery(text) {
@@ -38,6 +40,19 @@ export function parseQuery(text) {
 // Returns the part of the text that is searched for in names and addresses, in lower case.
 export function searchedIn(text) {
     return text.replace(TERM, " ").replace(/\s+/g, " ").trim().toLowerCase();
+}
+
+// Returns what the text has of words and kinds that do not exist, as a sentence; an empty text when there is nothing.
+export function mistakeIn(text) {
+    const [, word] = searchedIn(text).match(UNKNOWN) ?? [];
+    if (word !== undefined) {
+        return `There is no filter word “${word}”; the words are ${listed(Object.keys(WORDS))}.`;
+    }
+    const kinds = WORDS.kind.values();
+    const isKind = (value) => kinds.some((kind) => contains(() => kind, value)());
+    const wrong = [...text.matchAll(TERM)].find(([, name, value]) => name.toLowerCase() === "kind" && !isKind(value));
+    const value = wrong?.[2].replaceAll("\"", "");
+    return wrong === undefined ? "" : `There is no kind “${value}”; the kinds are ${listed(kinds)}.`;
 }
 
 function contains(textOf, value) {

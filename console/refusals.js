@@ -21,9 +21,9 @@ export function explain(error, nodes, fleet) {
     return changed === undefined ? error : final(error.message); // a part of the change was done
 }
 
-// Returns the final refusal for a node that was deleted meanwhile.
+// Returns the final refusal for a node that was deleted meanwhile, or that the account may no longer see.
 export function gone(node) {
-    return final(`${node.name} is no longer there: it was deleted elsewhere.`);
+    return final(`${node.name} is no longer there, or you may no longer see it.`);
 }
 
 function final(message) {

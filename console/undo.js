@@ -45,7 +45,7 @@ export class Undo {
     async #take(steps, state, otherwise) {
         const step = steps.pop();
         if (step === undefined) {
-            this.#notice.say(otherwise);
+            this.#notice.reply(otherwise);
             return;
         }
         await step.reverse(state, step.text);

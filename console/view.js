@@ -7,6 +7,7 @@ import { Layout } from "./layout.js";
 import { keyInAddress, Links } from "./links.js";
 import { Path } from "./path.js";
 import { Proposals } from "./proposals.js";
+import { mistakeIn } from "./query.js";
 import { FleetTree } from "./tree.js";
 import { inWords, nameOf } from "./words.js";
 
@@ -14,7 +15,8 @@ const NO_GROUPS = ["No groups yet", "Create the first one with “New group” a
     "move servers into it and link policies to it."];
 const NO_RIGHTS = ["Nothing to show", "No group is delegated to this account. Ask an administrator to make it a " +
     "delegate of a group, or sign in with another token."];
-const NO_HITS = ["No hits", "Nothing in this fleet matches the filter."];
+const NO_HITS = "No hits";
+const NOTHING = "Nothing in this fleet matches the filter.";
 
 const TO_TOP = ", or on the header for the top level";
 
@@ -221,7 +223,8 @@ export class FleetView {
         const text = byId("filter").value;
         const hits = this.#fleet.filter(text, this.#kept);
         byId("hits").textContent = text.trim() === "" ? "" : plural(hits, "hit");
-        this.#sayEmpty(NO_HITS, element("button", { type: "button", id: "clear-filter" }, "Clear filter"));
+        this.#sayEmpty([NO_HITS, mistakeIn(text) || NOTHING],
+            element("button", { type: "button", id: "clear-filter" }, "Clear filter"));
         display();
     }
 

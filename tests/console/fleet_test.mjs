@@ -6,6 +6,7 @@ import { csvOf } from "../../console/download.js";
 import { effectsOf, ifBlocked, ifDeleted, ifLinked, ifMoved, serversWith } from "../../console/effects.js";
 import { Fleet, GROUP, keyOf, POLICY, SERVER } from "../../console/fleet.js";
 import { withGroup, withMembers, withoutGroups } from "../../console/patch.js";
+import { mistakeIn } from "../../console/query.js";
 import { Selection } from "../../console/selection.js";
 
 function node(type, id, name, members = {}, children = null) {
@@ -66,12 +67,24 @@ test("a filter leaves the hits and those above them, and counts them", () => {
     assert.ok(FLEET.nodes.every((other) => other.isShown && !other.isHit));
 });
 
+test("words and kinds that do not exist are named, other colons are not", () => {
+    const mistakes = { "foo:bar": "“foo”", "a POLICY:p1 Foo:bar": "“foo”", "kind:\"box\"": "“box”", "kind:ser": "",
+        "policy:\"a b:c\"": "", "fe80::1": "", "fe::1": "", "Firewall: internal": "" };
+    for (const [text, named] of Object.entries(mistakes)) {
+        assert.equal(mistakeIn(text).match(/“.*?”/)?.[0] ?? "", named, text);
+    }
+});
+
 test("counts, links and paths are computed from the whole answer", () => {
     assert.deepEqual(FLEET.counts(FLEET.find(keyOf(GROUP, 1))), { group: 2, server: 2, policy: 0 });
     assert.deepEqual(FLEET.total, { group: 3, server: 3, policy: 2 });
     assert.deepEqual(FLEET.linkedBy(3).map(({ name }) => name), ["Closed", "Room"]);
     assert.deepEqual(FLEET.accounts, [{ id: 7, name: "uid 7" }]);
     assert.equal(FLEET.isPartial, true);
+    const delegated = new Fleet([node(GROUP, 1, "a", { delegate: [{ ugid: 7, name: "x" }, { ugid: 8, name: "y" }] },
+        [node(GROUP, 2, "b", { delegate: [{ ugid: 8, name: "y" }] })])]);
+    assert.deepEqual(delegated.effectiveDelegates(delegated.find(keyOf(GROUP, 2))).map(({ name, from }) =>
+        [name, ...from.map((at) => at.name)].join(" ")), ["y b a", "x a"]);
     assert.equal(FLEET.find(keyOf(SERVER, 1)).path, "Site / Closed / Room / host");
 });
 

@@ -129,7 +129,8 @@ test("a filter leaves the hits and the groups above them", OPTIONS, async () => 
     await window.filter.press("Enter");
     await window.page.keyboard.press("Control+a");
     await window.details.getByRole("heading", { name: `${hits.length} selected` }).waitFor();
-    await window.filter.fill("no such thing");
+    await window.filter.fill("no such:thing");
+    await window.page.getByText("There is no filter word “such”").waitFor();
     await window.becomes(() => window.rows(), []);
     await window.filter.press("Escape");
     await window.row("South laboratory").waitFor({ state: "hidden" }); // closed again, as before the filter
@@ -202,10 +203,22 @@ test("policies are ordered, inherited and blocked, delegates set", OPTIONS, asyn
     await window.choose("Plants");
     await window.button("Change delegates", window.details).click();
     await window.button("Remove j.lindgren", window.dialog).click();
-    await window.dialog.getByRole("searchbox").fill("okafor");
-    await window.button("Add", window.dialog).click();
+    const search = window.dialog.getByRole("searchbox");
+    await search.fill("d"); // several accounts
+    await window.dialog.getByRole("option", { name: "m.okafor" }).waitFor({ state: "detached" });
+    await window.button("Save", window.dialog).click();
+    await window.becomes(() => search.evaluate((field) => field === document.activeElement), true);
+    assert.match(await search.evaluate((field) => field.validationMessage), /^Choose an entry/);
+    await search.fill("okafor");
+    await window.dialog.getByText("Save also adds “m.okafor”").waitFor();
+    await search.press("Enter");
+    await window.dialog.getByText("Save also adds").waitFor({ state: "detached" });
     await window.button("Save", window.dialog).click();
     await window.becomes(async () => (await server.group("Plants")).delegate.map(({ name }) => name), ["m.okafor"]);
+    await window.choose("Plant North");
+    const delegates = window.details.getByRole("listitem").filter({ hasText: "okafor" });
+    await window.becomes(async () => (await delegates.allInnerTexts()).map((text) => text.replace(/\s+/g, " ").trim()),
+        ["m.okafor from Plants"]);
 
     const linkedAt = async () => (await server.nodes("admin"))
         .filter(({ linked_gpo: links }) => links?.order?.some(({ gpo_id }) => gpo_id === 6)).map(({ name }) => name);
@@ -216,6 +229,7 @@ test("policies are ordered, inherited and blocked, delegates set", OPTIONS, asyn
     await window.becomes(linkedAt, ["hq-db3.brackwater.example"]);
     await window.button("Link to …", window.details).click();
     await window.dialog.getByRole("searchbox").fill("web staging");
+    await window.dialog.getByRole("searchbox").press("ArrowDown"); // its servers match too
     await window.dialog.getByText("2 servers gain Database tuning").waitFor();
     await window.button("Link", window.dialog).click();
     await window.becomes(linkedAt, ["hq-db3.brackwater.example", "Web staging"]);
@@ -367,6 +381,16 @@ test("two windows do not undo one another's changes", OPTIONS, async () => {
     await second.becomes(() => answers, [200, 304]);
     await second.page.waitForTimeout(200);
     assert.equal(await second.page.evaluate(() => globalThis.isRedrawn), undefined);
+
+    const delegate = await open("m.okafor");
+    await delegate.choose("Web and mail");
+    await delegate.button("Describe").click();
+    const { node_id: id } = await server.group("Web and mail");
+    await server.call("admin", "KXGroup", "set", { multiple_data: [{ id, delegate: [] }] });
+    await delegate.dialog.getByLabel("Description").fill("mine");
+    await delegate.button("Save", delegate.dialog).click();
+    await delegate.alert.getByText("Web and mail is no longer there, or you may no longer see it").waitFor();
+    delegate.assertNoFaults();
     first.assertNoFaults();
     second.assertNoFaults();
 });
@@ -474,6 +498,7 @@ test("several nodes are moved, linked and deleted together, and what failed stay
     const servers = ["hq-web1.brackwater.example", "hq-web2.brackwater.example"];
     await window.choose(servers[0]);
     await window.page.keyboard.press("Shift+ArrowDown");
+    await window.details.getByText("Move above acts on them").waitFor();
     await window.name("Retired").click({ modifiers: ["Control"] });
     await window.details.getByText("1 group and 2 servers").waitFor();
     await window.button("Move").click();
@@ -552,6 +577,7 @@ test("a rename is undone unless someone came between, and stays in sight under a
     await rename("Intranet");
     await window.page.keyboard.press("Control+y");
     await window.page.getByRole("status").getByText("There is nothing to redo").waitFor();
+    await window.button("Undo").waitFor();
     await window.becomes(() => window.details.getByText("just now").count(), 0);
     await server.call("admin", "KXGroup", "set", { multiple_data: [{ id, desc: "theirs" }] });
     await window.page.evaluate(() => dispatchEvent(new Event("focus")));
@@ -583,6 +609,17 @@ test("the history says who changed what, and follows the page's own changes", OP
     assert.equal(await window.button("Show older changes").count(), 0);
     await window.submit("Rename", "Name", "Portal");
     await window.becomes(async () => /Web 50 → Portal$/.test((await texts())[0]), true);
+
+    await window.dialog.waitFor({ state: "detached" });
+    await server.call("admin", "KXGroup", "set", { multiple_data: [{ id, desc: "theirs" }] });
+    await window.submit("Describe", "Description", "mine", "Save");
+    await window.alert.getByText("Portal was not changed").waitFor();
+    await window.becomes(async () => /→ theirs$/.test((await texts())[0]), true);
+    await window.button("Show older changes").click();
+    await window.becomes(async () => (await texts()).length, 54);
+    await window.details.evaluate((panel) => { panel.scrollTop = 500; });
+    await window.choose("Plants");
+    assert.equal(await window.details.evaluate((panel) => panel.scrollTop), 0);
     window.assertNoFaults();
 });
 
