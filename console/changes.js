@@ -41,15 +41,16 @@ export class Changes {
         }
     }
 
-    // refusal: why the typed name was refused before, or null.
+    // typed: the name to begin with. refusal: why it was refused before, or null.
     async rename(node, typed = node.name, refusal = null) {
-        await ask({
+        const asked = (keep) => ask({
             title: "Rename",
             confirm: "Rename",
             contents: [textField("Name", "name", typed, NAME)],
             refusal,
-            act: (data) => this.#rename(node, data.get("name")),
+            act: (data) => this.#rename(node, keep(data.get("name"))),
         });
+        await this.#askAgain(node, asked, (now, name, error) => this.rename(now, name, error));
     }
 
     // Renames in the row, or in a dialog when the row is not in view. A refused name is shown in the dialog.
@@ -64,14 +65,16 @@ export class Changes {
         return this.#view.edit(node, done) ? undefined : this.rename(node);
     }
 
-    async describe(node) {
-        const field = textField("Description", "desc", node.record.desc ?? "", { tag: "textarea", rows: 4 });
-        await ask({
+    // typed, refusal: as for rename.
+    async describe(node, typed = node.record.desc ?? "", refusal = null) {
+        const asked = (keep) => ask({
             title: `Describe ${node.name}`,
             confirm: "Save",
-            contents: [field],
-            act: (data) => this.#set(node, { desc: data.get("desc") }),
+            contents: [textField("Description", "desc", typed, { tag: "textarea", rows: 4 })],
+            refusal,
+            act: (data) => this.#set(node, { desc: keep(data.get("desc")) }),
         });
+        await this.#askAgain(node, asked, (now, text, error) => this.describe(now, text, error));
     }
 
     // Switches whether the group blocks inheritance; asks when that changes the policies of servers.
@@ -127,6 +130,22 @@ export class Changes {
                     { isShownFirst: false });
             },
         });
+    }
+
+    // Asks for a text. When someone else has changed the node meanwhile, asks again about the node as it is now.
+    // asked(keep): shows the dialog and keeps the text that it sends. again(node, text, error): shows it again.
+    async #askAgain(node, asked, again) {
+        let sent = "";
+        const keep = (text) => (sent = text);
+        try {
+            await asked(keep);
+        } catch (error) {
+            const now = this.#loader.fleet.find(node.key);
+            if (error.reason !== "stale" || now === null) {
+                throw error;
+            }
+            await again(now, sent, error);
+        }
     }
 
     async #rename(node, name) {

@@ -16,7 +16,8 @@ export function explain(error, nodes, fleet) {
     const changed = nodes.find((node) => fleet.find(node.key).record.revision !== node.record.revision);
     if (error.reason === "stale") {
         const { name } = changed ?? nodes[0];
-        return final(`${name} was not changed: ${error.message}. It is now shown as it is; look, and try again.`);
+        return final(`${name} was not changed: ${error.message}. It is now shown as it is; look, and try again.`,
+            "stale");
     }
     return changed === undefined ? error : final(error.message); // a part of the change was done
 }
@@ -26,8 +27,8 @@ export function gone(node) {
     return final(`${node.name} is no longer there, or you may no longer see it.`);
 }
 
-function final(message) {
-    const refusal = new Refusal("refused", message);
+function final(message, reason = "refused") {
+    const refusal = new Refusal(reason, message);
     refusal.isFinal = true;
     return refusal;
 }

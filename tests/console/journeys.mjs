@@ -362,6 +362,7 @@ test("two windows do not undo one another's changes", OPTIONS, async () => {
     await second.alert.getByText("Web was not changed").waitFor();
     await second.row("Web and mail").waitFor();
     assert.equal((await server.group("Web and mail")).revision, 2);
+    await second.page.keyboard.press("Escape");
 
     await server.call("admin", "KXGroup", "delete", { node_id: 12 });
     const answers = [];
@@ -404,16 +405,16 @@ test("a change shows at once, and the next one of the node still notices those o
         await window.row(name).waitFor();
     };
     await window.choose("Web");
-    for (const [own, others] of [["first", {}], ["second", { desc: "theirs" }]]) {
+    for (const [own, others, ended] of [["first", {}, () => window.dialog.waitFor({ state: "detached" })],
+        ["second", { desc: "theirs" }, () => window.alert.getByText("second was not changed").waitFor()]]) {
         const release = await window.hold("get");
         await rename(own);
         await rename(`${own} again`);
         const { node_id: id } = await server.group(own); // the second change waits for the tree that is held back
         await server.call("admin", "KXGroup", "set", { multiple_data: [{ id, ...others }] });
         release();
-        await window.dialog.waitFor({ state: "detached" });
+        await ended();
     }
-    await window.alert.getByText("second was not changed").waitFor();
     await window.row("second").waitFor();
     assert.equal((await server.group("second")).desc, "theirs");
     window.assertNoFaults();
@@ -613,10 +614,14 @@ test("the history says who changed what, and follows the page's own changes", OP
     await window.dialog.waitFor({ state: "detached" });
     await server.call("admin", "KXGroup", "set", { multiple_data: [{ id, desc: "theirs" }] });
     await window.submit("Describe", "Description", "mine", "Save");
-    await window.alert.getByText("Portal was not changed").waitFor();
+    await window.dialog.getByText("Portal was not changed").waitFor();
     await window.becomes(async () => /→ theirs$/.test((await texts())[0]), true);
+    assert.equal(await window.dialog.getByLabel("Description").inputValue(), "mine");
+    await window.button("Save", window.dialog).click();
+    await window.becomes(async () => /theirs → mine$/.test((await texts())[0]), true);
+    await window.dialog.waitFor({ state: "detached" });
     await window.button("Show older changes").click();
-    await window.becomes(async () => (await texts()).length, 54);
+    await window.becomes(async () => (await texts()).length, 55);
     await window.details.evaluate((panel) => { panel.scrollTop = 500; });
     await window.choose("Plants");
     assert.equal(await window.details.evaluate((panel) => panel.scrollTop), 0);
