@@ -153,18 +153,20 @@ TEST_P(HistoryTest, anApplyLeavesWhatItChanges)
     jFleet["groups"][1]["name"] = "c";
     jFleet["groups"][1].removeMember("delegate");
     jFleet["groups"][2]["desc"] = text + "\u20ac";
+    jFleet["policies"][1]["desc"] = "d";
     jFleet["servers"][0]["parent_id"] = 3;
     jFleet["servers"].append(json("{'id':64,'parent_id':2,'name':'s64'}"));
     const auto before = store::storeState();
     store::applyFleet(jFleet, {.dryRun = false, .prune = true});
     EXPECT_TRUE(before.empty() || before != store::storeState());
-    EXPECT_EQ(lines(), (std::vector<std::string>{
-                           "(link) created server 64 HQ/c/s64, parent_id >2",
-                           "(link) changed server 5 HQ/c/Web/s5, parent_id 4>3",
-                           "(link) changed group 2 HQ/c, name a/b>c, delegate 3>",
-                           "(link) changed group 3 HQ/c/Web, desc >" + text.substr(0, 1024) + "... cut",
-                           "(link) deleted group 4 HQ/a\\/b/Web/Sub, parent_id 3>, delegate 3>",
-                           "(link) changed account 2 ann, admin false>true", "(link) deleted account 3 bob"}));
+    EXPECT_EQ(
+        lines(),
+        (std::vector<std::string>{
+            "(link) created server 64 HQ/c/s64, parent_id >2", "(link) changed server 5 HQ/c/Web/s5, parent_id 4>3",
+            "(link) changed policy 2 HQ/p2, desc >d", "(link) changed group 2 HQ/c, name a/b>c, delegate 3>",
+            "(link) changed group 3 HQ/c/Web, desc >" + text.substr(0, 1024) + "... cut",
+            "(link) deleted group 4 HQ/a\\/b/Web/Sub, parent_id 3>, delegate 3>",
+            "(link) changed account 2 ann, admin false>true", "(link) deleted account 3 bob"}));
     EXPECT_EQ(lines({.node = "group:3"}).size(), 1u);  // out of a row of several
     jFleet["groups"][2]["desc"] = text + "!";
     store::applyFleet(jFleet, {});
@@ -172,7 +174,7 @@ TEST_P(HistoryTest, anApplyLeavesWhatItChanges)
     EXPECT_EQ(lines({.node = "group:3"})[0],
               "(link) changed group 3 HQ/c/Web, desc " + same + "\u20ac>" + same + "! cut");
     store::applyFleet(jFleet, {});
-    EXPECT_EQ(lines().size(), 8u);
+    EXPECT_EQ(lines().size(), 9u);
 }
 
 TEST_P(HistoryTest, showsAnAccountNothingOutsideItsGroups)
