@@ -623,8 +623,12 @@ test("the history says who changed what, and follows the page's own changes", OP
     await window.button("Show older changes").click();
     await window.becomes(async () => (await texts()).length, 55);
     await window.details.evaluate((panel) => { panel.scrollTop = 500; });
+    const release = await window.hold("history*");
     await window.choose("Plants");
     assert.equal(await window.details.evaluate((panel) => panel.scrollTop), 0);
+    await window.name("Plants").click(); // draws the panel again before the history is there
+    release();
+    await window.becomes(async () => (await texts()).length, 1);
     window.assertNoFaults();
 });
 
